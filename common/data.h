@@ -1,0 +1,100 @@
+#pragma once
+
+#include "common/line.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+class UnixSocket;
+
+/// Output of one or several clients, arranged by line number, or a change of the clients' status.
+///
+/// Slot i holds the variants of line i: the distinct texts that were seen there. Only slots that
+/// hold lines take memory, so a line number costs nothing however large it is. Owns its lines; not
+/// synchronised.
+class Data {
+  public:
+    enum Type : int { TEXT = 0, READY = 1, QUIT = 2, ERROR = 3, DEPLOY = 4, URGENTTEXT = 5 };
+
+    using Variants = std::vector<std::unique_ptr<Line>>;
+
+    /// The variants of one line number, and what merge has folded so far.
+    struct Slot {
+        Variants lines;
+        /// The first `merged` lines hold no two alike.
+        std::size_t merged = 0;
+        /// Lines of the merged part by key; kept once there are many.
+        std::unique_ptr<std::unordered_multimap<std::size_t, Line*>> index;
+    };
+
+    Data() = default;
+    Data(Data&&) = default;
+    Data& operator=(Data&&) = default;
+
+    void setClientID(int id) { clientID = id; }
+    int getClientID() const { return clientID; }
+    void setType(Type value) { type = value; }
+    Type getType() const { return type; }
+    void setConsoleID(int id) { consoleID = id; }
+    int getConsoleID() const { return consoleID; }
+    void setConsoleCmd(const std::string& text) { console_cmd = text; }
+    const std::string& getConsoleCmd() const { return console_cmd; }
+    int getMaxId() const { return max_id; }
+    int getMinId() const { return min_id; }
+    /// Number of clients contributing.
+    int numOfBE() const { return be_num; }
+    /// Sets the trailer by hand: the smallest and the largest client and their number.
+    void setBounds(int minId, int maxId, int clients);
+    /// Number of slots, the empty ones included.
+    int numOfLine() const { return slotCount; }
+    int getTruncated() const { return truncated; }
+
+    /// The slots that hold lines, by slot number.
+    const std::map<int, Slot>& slots() const { return lines; }
+
+    /// Stores a copy at the end of the slot of its line number.
+    void addLine(const Line* line);
+    /// The same without the copy.
+    void addLine(std::unique_ptr<Line> line);
+    /// Releases all lines; the header fields and the truncated count stay.
+    void clearLine();
+    /// Adds copies of the other record's lines, its clients and bounds.
+    void addData(const Data* data);
+    void copy(const Data& other);
+    /// Cuts one client's raw output into lines, one slot each; *lineNo counts them on.
+    void fromStr(const char* text, int beId, int* lineNo);
+    /// Leaves the text as it is: trailing blanks and tabs of client output are kept.
+    void chomp(char* text) const;
+    /// Folds identical lines within each slot, in the order of less_compare (stable).
+    void merge();
+    /// Releases the oldest tenth of n slots once `truncated` + n slots have been filled.
+    void truncate(int n);
+
+    /// The packed record; its length goes to *len when len is not null.
+    std::unique_ptr<char[]> pack(int* len) const;
+    /// Reads a packed record of len bytes; throws BrokenConnection when it lies about its lengths.
+    void unpack(const void* buf, int len);
+    void send(UnixSocket* socket) const;
+    void recv(UnixSocket* socket);
+    void dump() const;
+
+  private:
+    int clientID = 0;
+    Type type = TEXT;
+    int consoleID = 0;
+    std::map<int, Slot> lines;
+    int slotCount = 0;
+    int max_id = 0;
+    int min_id = 0;
+    int be_num = 0;
+    std::string console_cmd;
+    int truncated = 0;
+    /// Slots with lines that merge has not seen.
+    std::vector<int> unmerged;
+
+    void store(int slot, std::unique_ptr<Line> line);
+    static void mergeSlot(Slot& slot);
+};

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+class UnixSocket;
+
+/// The word that announces a frame from the front end to a console, in the host's byte order.
+enum MessageKind : int { KIND_DATA = 1000, KIND_REPLY = 1001 };
+
+/// Framing of packed records: a 4-byte big-endian length, then the body.
+namespace Frame {
+
+/// The frame around a packed body of len bytes, ready to be written at once.
+std::string wrap(const char* body, int len);
+/// The same, behind a message kind, as the front end sends it.
+std::string wrap(MessageKind kind, const char* body, int len);
+
+/// Writes one frame. Throws BrokenConnection.
+void send(UnixSocket* socket, const char* body, int len);
+/// Reads one frame's body. Memory grows with the bytes that arrive, never with the length alone.
+/// Throws BrokenConnection, also for a negative length.
+std::vector<char> recv(UnixSocket* socket);
+
+/// The length that stands at the head of a frame (4 bytes).
+int length(const char* head);
+
+} // namespace Frame

@@ -1,0 +1,72 @@
+#include "common/config.h"
+#include "tests/support/raised.h"
+#include "tests/support/tempdir.h"
+#include "tests/support/wire.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+std::string dumped(const Config& config) {
+    testing::internal::CaptureStdout();
+    config.dump();
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(Config, ReadsDefinitionsOfAFileUpToTheFirstMistake) {
+    const TempDir dir;
+    Config config;
+    // Lines are read in pieces of 255 bytes.
+    const std::string value(253, 'v');
+    dir.write("conf", "  \t# comment = no\n\n command_line = where | grep main \nexe_mode=batch\n"
+                      "exe_mode=other\nExe_mode == #\na=" +
+                          value + "b=c\nbad\nlast=1\n");
+    EXPECT_EQ(raised([&] { config.readConfiguration(dir.path("conf").c_str()); }).second,
+              "3917-172  Expect '=' in variable definition:\nbad\n\n");
+    EXPECT_EQ(dumped(config),
+              "Exe_mode=#\na=" + value + "\nb=c\ncommand_line=where | grep main\nexe_mode=batch\n");
+    for (const char* line : {"a=b=c", "a=", "=b", "", "a b=1", "\xc3\xa4=1"})
+        EXPECT_THROW(config.addVariable(line), Error) << line;
+}
+
+TEST(Config, ParseCommand) {
+    Config config;
+    for (const char* line : {"cmd=ls", "self=%self"})
+        config.addVariable(line);
+    const struct {
+        const char* text;
+        bool all;
+        const char* expanded;
+    } cases[] = {
+        {"%cmd/%cmd%cmd", true, "ls/lsls"},
+        {"%self %cmd", true, "%self ls"},
+        {"%none %cmd", false, "%none ls"},
+        {"%cmdx", false, "%cmdx"},
+        {"%%cmd", false, "%ls"},
+        {"%", false, "%"},
+    };
+    for (const auto& [text, all, expanded] : cases) {
+        std::string command = text;
+        EXPECT_EQ(config.parseCommand(command), all) << text;
+        EXPECT_EQ(command, expanded);
+    }
+}
+
+TEST(Config, PackedForm) {
+    Config config;
+    config.addVariable("b=2");
+    config.addVariable("a=11");
+    const std::string data = bytes("00000002 00000002 'a' 00 00000003 '11' 00 "
+                                   "00000002 'b' 00 00000002 '2' 00");
+    EXPECT_EQ(hex(packed(config)), hex(data));
+    expectEveryCutRefused<Config>(data);
+    expectRefused<Config>({"ffffffff", "7fffffff"});
+    Config received;
+    unpackFrom(received, data);
+    EXPECT_THROW(unpackFrom(received, data.substr(0, 19)), BrokenConnection);
+    EXPECT_EQ(dumped(received), "a=11\nb=2\n");
+}
+
+} // namespace

@@ -1,0 +1,132 @@
+#include "common/frame.h"
+#include "common/unixsock.h"
+#include "tests/support/raised.h"
+#include "tests/support/tempdir.h"
+#include "tests/support/wire.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <pthread.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Two connected ends.
+struct Link {
+    explicit Link(int type = SOCK_STREAM) {
+        int fds[2];
+        if (::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, fds) == -1) std::abort();
+        near = std::make_unique<UnixSocket>(fds[0]);
+        far = std::make_unique<UnixSocket>(fds[1]);
+    }
+    std::unique_ptr<UnixSocket> near, far;
+};
+
+void send(UnixSocket& socket, const std::string& data) {
+    socket.write(data.data(), static_cast<int>(data.size()));
+}
+
+std::string received(UnixSocket& socket, std::size_t size) {
+    std::string data(size, '?');
+    socket.read(data.data(), static_cast<int>(size));
+    return data;
+}
+
+TEST(UnixSocket, ConnectAndAccept) {
+    TempDir dir;
+    const std::string path = dir.path("socket");
+    const mode_t mask = ::umask(0);
+    UnixSocket listener, client;
+    listener.bind(path.c_str());
+    EXPECT_EQ(::umask(mask), 0u);
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+    ASSERT_EQ(client.connect(path.c_str(), 1), 0);
+    std::string peer;
+    const auto served = listener.accept(peer);
+    EXPECT_EQ(served->peerUser(), ::getuid());
+    send(*served, "hello");
+    EXPECT_EQ(received(client, 5), "hello");
+    client.close();
+    EXPECT_THROW(received(*served, 1), BrokenConnection);
+    // What an earlier session left behind is no obstacle to the next, nor does it answer.
+    UnixSocket().bind(path.c_str());
+    EXPECT_EQ(client.connect(path.c_str(), 1), 111);
+    const std::string odd = dir.write("file", "") + "/socket";
+    EXPECT_EQ(raised([&] { UnixSocket().connect(odd.c_str(), 1); }).second,
+              "3917-200  System call failed: error when connecting to a unix domain socket: Not a "
+              "directory.\n");
+}
+
+TEST(UnixSocket, ThePeerClosesWithinAFrame) {
+    for (const char* sent : {"", "0000", "00000005 'abcd'", "7fffffff 'abcd'", "ffffffff"}) {
+        Link link;
+        send(*link.far, bytes(sent));
+        link.far.reset();
+        EXPECT_THROW(Frame::recv(link.near.get()), BrokenConnection) << sent;
+    }
+    Link link;
+    send(*link.far, bytes("00000000 00000002 'ab' 'c'"));
+    EXPECT_EQ(Frame::recv(link.near.get()).size(), 0u);
+    EXPECT_EQ(Frame::recv(link.near.get()), (std::vector<char>{'a', 'b'}));
+    link.far.reset();
+    EXPECT_THROW(send(*link.near, "x"), BrokenConnection); // and no SIGPIPE
+}
+
+TEST(UnixSocket, AFrameArrivesWholeThroughSmallBuffersAndSignals) {
+    struct sigaction action {
+    }, before{};
+    action.sa_handler = [](int) {}; // without SA_RESTART: calls are cut short
+    ::sigaction(SIGUSR1, &action, &before);
+    Link link;
+    link.near->async();
+    link.far->setSbuf(4096);
+    link.near->setRbuf(4096);
+    std::string body(3'000'000, '\0');
+    for (std::size_t i = 0; i < body.size(); ++i)
+        body[i] = static_cast<char>(i * 2654435761u >> 13);
+    std::atomic<bool> done{false};
+    std::thread sender([&] {
+        Frame::send(link.far.get(), body.data(), static_cast<int>(body.size()));
+        done = true;
+        while (done)
+            std::this_thread::yield();
+    });
+    std::thread disturber([&] {
+        while (!done) {
+            ::pthread_kill(sender.native_handle(), SIGUSR1);
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+    });
+    const std::vector<char> got = Frame::recv(link.near.get());
+    EXPECT_TRUE(std::equal(got.begin(), got.end(), body.begin(), body.end()));
+    disturber.join();
+    done = false;
+    sender.join();
+    ::sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(UnixSocket, LinesAndRequests) {
+    Link link(SOCK_SEQPACKET); // each send is what one read delivers
+    for (const char* chunk : {"a\nb", "c\n", "ab\n\ncd\n", "\nxyz"})
+        send(*link.far, chunk);
+    link.far.reset();
+    std::string line, request;
+    link.near->readST(line);
+    EXPECT_EQ(line, "a\nbc"); // within a chunk a newline ends nothing
+    link.near->readReq(request);
+    EXPECT_EQ(request, std::string("ab\n\ncd\0\0", 8));
+    EXPECT_THROW(link.near->readST(line), BrokenConnection);
+}
+
+} // namespace

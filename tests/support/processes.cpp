@@ -1,0 +1,54 @@
+#include "tests/support/processes.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+std::string content(pid_t pid, const char* file) {
+    std::ifstream stream("/proc/" + std::to_string(pid) + "/" + file, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+struct Stat {
+    char state = 'X';
+    pid_t parent = 0;
+};
+
+// "pid (name) state parent ...", where the name may hold anything.
+Stat statOf(pid_t pid) {
+    const std::string text = content(pid, "stat");
+    const std::size_t end = text.rfind(')');
+    Stat stat;
+    if (end != std::string::npos)
+        std::istringstream(text.substr(end + 1)) >> stat.state >> stat.parent;
+    return stat;
+}
+
+} // namespace
+
+std::vector<pid_t> Processes::descendants(pid_t ancestor) {
+    std::vector<pid_t> found;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const pid_t pid = std::atoi(entry.path().filename().c_str()); // 0 when it is no process
+        pid_t at = pid;
+        while (at > 1 && (at == pid || at != ancestor))
+            at = statOf(at).parent;
+        if (pid > 0 && at == ancestor) found.push_back(pid);
+    }
+    return found;
+}
+
+std::string Processes::name(pid_t pid) {
+    const std::string text = content(pid, "comm");
+    return text.substr(0, text.find('\n'));
+}
+
+bool Processes::lives(pid_t pid) {
+    const char state = statOf(pid).state;
+    return state != 'X' && state != 'Z';
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+/// The processes of this machine, as /proc shows them.
+namespace Processes {
+
+/// All that descend from a process, as of now.
+std::vector<pid_t> descendants(pid_t ancestor);
+/// The name of the program that a process runs; empty when the process is gone.
+std::string name(pid_t pid);
+/// Whether the process is there and no zombie.
+bool lives(pid_t pid);
+
+} // namespace Processes

@@ -1,0 +1,137 @@
+#include "tests/support/scriptedfrontend.h"
+
+#include "tests/support/deadline.h"
+
+#include <algorithm>
+#include <poll.h>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace {
+
+std::string textOf(const Command& command) {
+    const char* content = command.getContent();
+    return content ? std::string(content, static_cast<std::size_t>(command.getLength())) : "";
+}
+
+} // namespace
+
+bool ScriptedFrontEnd::readable(int fd, int timeout) const {
+    const Deadline deadline{std::chrono::milliseconds(timeout)};
+    pollfd fds[2] = {{fd, POLLIN, 0}, {screen, POLLIN, 0}};
+    do {
+        if (::poll(fds, 2, deadline.left()) <= 0) return false;
+        if (fds[0].revents != 0) return true;
+        readScreen();
+    } while (deadline.left() > 0);
+    return false;
+}
+
+ScriptedFrontEnd::ScriptedFrontEnd() {
+    // Numbers of five digits; tests run side by side, each in a process of its own.
+    number = 10000 + static_cast<int>(::getpid()) % 80000;
+    for (;; ++number) {
+        name = "/tmp/.vexsock." + std::to_string(number);
+        if (::access(name.c_str(), F_OK) != 0) break;
+    }
+    listener.bind(name.c_str());
+}
+
+void ScriptedFrontEnd::connected() {
+    if (!readable(listener.getFd(), Deadline().left()))
+        throw std::runtime_error("expected a console to connect to " + name);
+    std::string peer;
+    console = listener.accept(peer);
+}
+
+// Reads with a deadline of its own, so that a frame which never ends fails the test.
+std::string ScriptedFrontEnd::take(std::size_t size, const char* what) {
+    const Deadline deadline;
+    std::string data;
+    while (data.size() < size) {
+        if (!readable(console->getFd(), deadline.left()))
+            throw std::runtime_error(std::string("expected ") + what + " from the console");
+        char buffer[65536];
+        const ssize_t got =
+            ::read(console->getFd(), buffer, std::min(size - data.size(), sizeof buffer));
+        if (got <= 0)
+            throw std::runtime_error(std::string("expected ") + what +
+                                     ", but the console closed the connection");
+        data.append(buffer, static_cast<std::size_t>(got));
+    }
+    return data;
+}
+
+Command ScriptedFrontEnd::expectCommand() {
+    const int length = Frame::length(take(4, "a command").data());
+    if (length < 0 || length > (1 << 24))
+        throw std::runtime_error("a command frame of " + std::to_string(length) + " bytes");
+    const std::string body = take(static_cast<std::size_t>(length), "the rest of a command");
+    Command command;
+    command.unpack(body.data(), length);
+    return command;
+}
+
+Command ScriptedFrontEnd::expectCommand(Command::Type type) {
+    Command command = expectCommand();
+    if (command.getType() != type)
+        throw std::runtime_error("expected a command of type " + std::to_string(type) + ", got " +
+                                 std::to_string(command.getType()) + ": " + textOf(command));
+    return command;
+}
+
+void ScriptedFrontEnd::expectCommand(Command::Type type, const std::string& text) {
+    // A text travels with its NUL; an empty one stands for no content at all.
+    const std::string got = textOf(expectCommand(type));
+    if (got != (text.empty() ? "" : text + '\0'))
+        throw std::runtime_error("expected the text \"" + text + "\", got \"" + got + "\"");
+}
+
+GroupCommand ScriptedFrontEnd::expectGroup() {
+    const Command command = expectCommand(Command::GROUP);
+    GroupCommand group;
+    group.unpack(command.getContent(), command.getLength());
+    return group;
+}
+
+std::string ScriptedFrontEnd::expectFiltered() {
+    const GroupCommand group = expectGroup();
+    if (group.getBase() != "FILTERED" || group.getOpType() != GroupCommand::ASSIGN ||
+        group.numOfName() != 0)
+        throw std::runtime_error("expected FILTERED to be assigned, got group " + group.getBase());
+    return group.ids().str();
+}
+
+void ScriptedFrontEnd::expectClosed() {
+    char byte;
+    if (!readable(console->getFd(), Deadline().left()))
+        throw std::runtime_error("expected the console to close the connection");
+    if (::read(console->getFd(), &byte, 1) > 0)
+        throw std::runtime_error("expected the end of the connection, got another command");
+}
+
+bool ScriptedFrontEnd::waitForCommand(std::chrono::milliseconds span) const {
+    return readable(console->getFd(), static_cast<int>(span.count()));
+}
+
+Data ScriptedFrontEnd::text(int id, const std::vector<Output>& lines, const std::string& command) {
+    Data data = status(Data::TEXT, id);
+    ClientSet all;
+    for (const Output& output : lines) {
+        Line line(output.line, Line::EQUAL);
+        line.addBEs(output.clients);
+        line.setContent(output.text);
+        line.generateKey();
+        data.addLine(&line);
+        all.insert(output.clients);
+    }
+    if (!all.empty()) data.setBounds(all.front(), all.back(), static_cast<int>(all.size()));
+    data.setConsoleCmd(command);
+    return data;
+}
+
+void ScriptedFrontEnd::finish(int id) {
+    ready(id);
+    expectFiltered();
+    success();
+}

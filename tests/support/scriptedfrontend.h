@@ -1,0 +1,118 @@
+#pragma once
+
+#include "common/command.h"
+#include "common/data.h"
+#include "common/frame.h"
+#include "common/reply.h"
+#include "common/unixsock.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <unistd.h>
+#include <vector>
+
+/// The other end of a console's socket, played by a test: it listens on a session number of its
+/// own, takes one console, and sends and expects records one by one.
+///
+/// Every wait has a deadline and throws std::runtime_error that says what was expected. The socket
+/// and its name go with the object. One thread only.
+class ScriptedFrontEnd {
+  public:
+    ScriptedFrontEnd();
+    ~ScriptedFrontEnd() { ::unlink(name.c_str()); }
+    ScriptedFrontEnd(const ScriptedFrontEnd&) = delete;
+    ScriptedFrontEnd& operator=(const ScriptedFrontEnd&) = delete;
+
+    int session() const { return number; }
+
+    /// While the front end waits, it reads what the console's terminal shows (fd and how to read
+    /// it; -1 for none), so that a full terminal never stops the console.
+    void watch(int fd, std::function<void()> read) {
+        screen = fd;
+        readScreen = std::move(read);
+    }
+
+    /// Waits for the console to connect and gives it its id.
+    void accept(int id) {
+        connected();
+        console->write(&id, sizeof id);
+    }
+    /// Waits for the console to connect.
+    void connected();
+    /// The next command, whatever it is.
+    Command expectCommand();
+    /// The next command, which must be of this type and, when given, with this text.
+    Command expectCommand(Command::Type type);
+    void expectCommand(Command::Type type, const std::string& text);
+    /// The next command, which must be a group request.
+    GroupCommand expectGroup();
+    /// The request that follows READY: it assigns the group FILTERED. Its clients ("0:2 ").
+    std::string expectFiltered();
+    /// Waits until the console has closed the connection; it must not have sent anything more.
+    void expectClosed();
+    /// Whether bytes of the console wait to be read, now.
+    bool hasCommand() const { return waitForCommand(std::chrono::milliseconds(0)); }
+    /// The same within a time.
+    bool waitForCommand(std::chrono::milliseconds span) const;
+
+    /// One line of output: its number, the clients that printed it, and the text.
+    struct Output {
+        int line;
+        ClientSet clients;
+        std::string text;
+    };
+    /// A TEXT record for the console's id, whose bounds and client count follow from the lines.
+    static Data text(int id, const std::vector<Output>& lines, const std::string& command = "");
+    /// A record without lines.
+    static Data status(Data::Type type, int id) {
+        Data data;
+        data.setType(type);
+        data.setConsoleID(id);
+        return data;
+    }
+    static Reply answer(Reply::Value value, int error = 0, const std::string& text = "") {
+        Reply reply(value, error);
+        reply.addRetInfo(text.c_str());
+        return reply;
+    }
+
+    void send(const Data& data) { raw(bytes(data)); }
+    void send(const Reply& reply) { raw(bytes(reply)); }
+    void ready(int id) { send(status(Data::READY, id)); }
+    void success() { send(answer(Reply::SUCCESS)); }
+    void reply(Reply::Value value, int error = 0, const std::string& text = "") {
+        send(answer(value, error, text));
+    }
+    void print(int id, const std::vector<Output>& lines) { send(text(id, lines)); }
+    /// READY, and the console's FILTERED request answered: the end of a command as consoles see it.
+    void finish(int id);
+    /// Bytes as they are: several records in one write, or records that lie.
+    void raw(const std::string& data) {
+        console->write(data.data(), static_cast<int>(data.size()));
+    }
+
+    /// A record as it travels, kind word and frame included.
+    template <class Record>
+    static std::string bytes(const Record& record) {
+        int len = 0;
+        const auto body = record.pack(&len);
+        return Frame::wrap(std::is_same_v<Record, Data> ? KIND_DATA : KIND_REPLY, body.get(), len);
+    }
+
+    /// Closes the connection, as the end of the front end's process would.
+    void close() { console.reset(); }
+
+  private:
+    UnixSocket listener;
+    std::unique_ptr<UnixSocket> console;
+    int number = 0;
+    std::string name;
+    int screen = -1;
+    std::function<void()> readScreen;
+
+    bool readable(int fd, int timeout) const;
+    std::string take(std::size_t size, const char* what);
+};

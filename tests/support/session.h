@@ -1,0 +1,112 @@
+#pragma once
+
+#include "tests/support/deadline.h"
+#include "tests/support/scriptedfrontend.h"
+#include "tests/support/tempdir.h"
+#include "tests/support/terminal.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using namespace Colour;
+
+/// A real vexconsole on a terminal, with a scripted front end at the other end of its socket. The
+/// settings and the history live in a home of the session's own.
+class Session : public testing::Test {
+  protected:
+    void SetUp() override {
+        // VEX refuses root.
+        if (::getuid() == 0) GTEST_SKIP() << "run the scenarios as an ordinary user";
+    }
+
+    /// The id that the console gets.
+    static constexpr int id = 7;
+
+    /// Programs of the build under test; the including file's target defines VEX_BIN_DIR.
+    static std::string program(const std::string& name) {
+        return std::string(VEX_BIN_DIR) + "/" + name;
+    }
+
+    TempDir home;
+    ScriptedFrontEnd frontEnd;
+    std::unique_ptr<Terminal> console;
+    /// Set by a scenario before it starts the console.
+    std::map<std::string, std::string> environment;
+    std::vector<std::string> options;
+    std::vector<int> ignored;
+
+    /// Starts the console without waiting for anything; input takes the terminal's place as
+    /// standard input.
+    void launch(std::optional<std::string> input = std::nullopt) {
+        Terminal::Start start;
+        start.argv = {program("vexconsole"), "-s", std::to_string(frontEnd.session())};
+        start.argv.insert(start.argv.end(), options.begin(), options.end());
+        start.environment = environment;
+        start.environment.try_emplace("HOME", home.path());
+        start.environment.try_emplace("TERM", "xterm");
+        start.environment.try_emplace("LC_ALL", "C");
+        for (const char* own : {"VEX_HISTORY_LINES", "VEX_CONSOLE_TIMEOUT", "VEX_DEBUG_TIMEOUT"})
+            start.environment.try_emplace(own, "");
+        start.input = std::move(input);
+        start.ignored = ignored;
+        frontEnd.watch(-1, nullptr);
+        console = std::make_unique<Terminal>(start);
+        frontEnd.watch(console->fd(), [this] { console->screen(); });
+    }
+
+    /// Starts the console and waits until it stands at its prompt.
+    void begin() {
+        launch();
+        frontEnd.accept(id);
+        EXPECT_EQ(prompt("(all) "), "\x1b[?7h\x1b[?45h");
+    }
+
+    /// Waits until the console reads a line at this prompt; what it printed before it.
+    std::string prompt(const std::string& text) {
+        std::string before = console->until(text);
+        console->untilEcho(false);
+        return before;
+    }
+
+    /// Types a line at a prompt and gives what the console prints until the next one.
+    std::string answerTo(const std::string& line, const std::string& next = "(all) ") {
+        console->type(line + "\n");
+        console->until(line + "\n");
+        return prompt(next);
+    }
+
+    /// Types a line and waits until the front end has what it makes of it.
+    void ask(const std::string& line, Command::Type type, const std::string& text) {
+        console->type(line + "\n");
+        console->until(line + "\n");
+        frontEnd.expectCommand(type, text);
+    }
+    /// The same for a client command.
+    void command(const std::string& line) { ask(line, Command::CLIENT, line); }
+    /// The end of a command at both ends; what the console printed before its prompt.
+    std::string finish() {
+        frontEnd.finish(id);
+        return prompt("(all) ");
+    }
+
+    /// A command that runs on, and Ctrl-C.
+    void interrupted(const std::string& next = "(all:int) ") {
+        command("run");
+        console->signal(SIGINT);
+        prompt(next);
+    }
+    /// Waits for the program's end and compares the terminal with what the program found.
+    void expectEnd(int status = 0) {
+        EXPECT_EQ(console->exitStatus(), status);
+        const termios now = console->settings(), then = console->initialSettings();
+        EXPECT_EQ(std::memcmp(&now, &then, sizeof now), 0);
+    }
+};

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "common/brokenconnection.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <sstream>
+#include <string>
+
+/// Bytes written as pairs of hexadecimal digits and 'text', with blanks anywhere between them:
+/// "00000003 'ab' 00".
+inline std::string bytes(const std::string& notation) {
+    std::string data;
+    for (std::size_t at = 0; at < notation.size();) {
+        if (notation[at] == ' ') {
+            ++at;
+        } else if (notation[at] == '\'') {
+            const std::size_t end = notation.find('\'', at + 1);
+            data += notation.substr(at + 1, end - at - 1);
+            at = end + 1;
+        } else {
+            data += static_cast<char>(std::stoi(notation.substr(at, 2), nullptr, 16));
+            at += 2;
+        }
+    }
+    return data;
+}
+
+/// Bytes made visible, for comparisons whose failure can be read.
+inline std::string hex(const std::string& data) {
+    std::ostringstream text;
+    for (const unsigned char byte : data)
+        text << std::hex << byte / 16 << byte % 16 << ' ';
+    return text.str();
+}
+
+/// A record's packed form.
+template <class Record>
+std::string packed(const Record& record) {
+    int len = 0;
+    const auto body = record.pack(&len);
+    return {body.get(), static_cast<std::size_t>(len)};
+}
+
+/// Unpacks a record from a buffer of exactly these bytes, so that a read past them is found.
+template <class Record>
+void unpackFrom(Record& record, const std::string& data) {
+    const std::string exact(data.begin(), data.end());
+    record.unpack(exact.data(), static_cast<int>(exact.size()));
+}
+
+/// Every proper beginning of a record is refused.
+template <class Record>
+void expectEveryCutRefused(const std::string& data) {
+    for (std::size_t size = 0; size < data.size(); ++size) {
+        Record record;
+        EXPECT_THROW(unpackFrom(record, data.substr(0, size)), BrokenConnection) << size;
+    }
+}
+
+/// Each of these, in the notation of bytes, is refused.
+template <class Record>
+void expectRefused(std::initializer_list<const char*> lies) {
+    for (const char* lie : lies) {
+        Record record;
+        EXPECT_THROW(unpackFrom(record, bytes(lie)), BrokenConnection) << lie;
+    }
+}
