@@ -1,0 +1,31 @@
+#include "console/wakeup.h"
+
+#include <cassert>
+#include <cerrno>
+#include <cstdint>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+Wakeup::Wakeup() : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) { assert(fd != -1); }
+
+Wakeup::~Wakeup() { ::close(fd); }
+
+void Wakeup::ring() const {
+    const int saved = errno;
+    const std::uint64_t one = 1;
+    // A full counter is as good as a ring: the descriptor is readable already.
+    [[maybe_unused]] const ssize_t put = ::write(fd, &one, sizeof one);
+    errno = saved;
+}
+
+void Wakeup::drain() const {
+    std::uint64_t rings;
+    [[maybe_unused]] const ssize_t got = ::read(fd, &rings, sizeof rings);
+}
+
+void Wakeup::wait(int ms) const {
+    pollfd bell{fd, POLLIN, 0};
+    ::poll(&bell, 1, ms);
+    drain();
+}

@@ -1,0 +1,204 @@
+#include "console/cline.h"
+#include "console/term.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <string>
+
+namespace {
+
+constexpr char up[] = "\x1b[A", down[] = "\x1b[B";
+
+// A pool of three words, walked to its end.
+std::string complete(std::string prefix, int state) {
+    static const char* const words[] = {"print", "printf", "set print pretty"};
+    static std::size_t next;
+    if (state == 0) next = 0;
+    while (next < std::size(words)) {
+        const std::string word = words[next++];
+        if (word.compare(0, prefix.size(), prefix) == 0) return word;
+    }
+    return "";
+}
+
+// An editor before a screen that knows characters and backspaces: after each key the screen shows
+// the buffer, and nothing behind it, with its cursor where the editor's is.
+class Editor {
+  public:
+    explicit Editor(int bytes = 1024, int historyLines = 200)
+        : line(bytes, historyLines, complete) {
+        start();
+    }
+
+    void press(int key) {
+        const bool ended = line.handleKey(key);
+        show();
+        if (!ended) return;
+        entered = line.text();
+        line.finish();
+        start();
+    }
+
+    Editor& type(const std::string& typed) {
+        std::size_t at = 0;
+        while (at < typed.size())
+            press(term.getKey([&] { return static_cast<unsigned char>(typed[at++]); }));
+        return *this;
+    }
+
+    // The line with a bar at the cursor.
+    std::string state() const {
+        std::string text = line.text();
+        return text.insert(static_cast<std::size_t>(line.getCursor()), "|");
+    }
+
+    std::string history() const {
+        testing::internal::CaptureStdout();
+        line.dumpHistory();
+        return testing::internal::GetCapturedStdout();
+    }
+
+    Readline::Line line;
+    std::string entered;
+
+  private:
+    std::string screen;
+    std::size_t column = 0;
+
+    void start() {
+        line.start();
+        screen.clear();
+        column = 0;
+    }
+
+    void show() {
+        for (const char c : line.takeEcho()) {
+            if (c == '\b') {
+                ASSERT_GT(column, 0u) << "left of the prompt's end";
+                --column;
+                continue;
+            }
+            ASSERT_FALSE(std::iscntrl(static_cast<unsigned char>(c)));
+            screen.resize(std::max(screen.size(), column + 1), ' ');
+            screen[column++] = c;
+        }
+        const std::string text = line.text();
+        ASSERT_EQ(static_cast<std::size_t>(line.getLength()), text.size());
+        ASSERT_EQ(column, static_cast<std::size_t>(line.getCursor()));
+        ASSERT_LE(text.size(), screen.size());
+        ASSERT_EQ(screen, text + std::string(screen.size() - text.size(), ' '));
+    }
+};
+
+struct Case {
+    std::string typed;
+    const char* state;
+};
+
+TEST(Editing, KeysInLineOut) {
+    const Case cases[] = {
+        {"abc\x01", "|abc"},
+        {"abc\x01\x04", "|bc"},                // Ctrl-D
+        {"\x04\x7f\x0b\x02\x06\x01\x05", "|"}, // nothing to act on
+        {"abc\x02\x02\x06X", "abX|c"},
+        {"abc\x02\x7f", "a|c"},
+        {"abc\x1b[D\x1b[3~", "ab|"},
+        {"abc\x1b[H\x1b[C\x0b", "a|"}, // Ctrl-K
+        {"abc\x1bOH\x1bOFx", "abcx|"},
+        {"abc\x02\x02\x15", "|"},                 // Ctrl-U
+        {"abc\x01\x1b[2~XY", "XY|c"},             // overwrite
+        {"abc\x01\x1b[2~X\x1b[2~Y", "XY|bc"},     // and back to insert
+        {"a\rb\x1b[5~\x1b[6~\x03\x1b?c", "abc|"}, // ignored
+        {"\xc3\xa4", "\xc3\xa4|"},
+        // The forms in which terminals send their keys, and what is none of them.
+        {"ab\x1bODX\x1b[0DY\x1b[1~Z\x1b[4~!\x1bOw?", "ZaYXb!?|"},
+        {"ab\x1bxy\x1b[xy\x1b[3xz\x1b[F~", "abyyz~|"},
+    };
+    for (const auto& [typed, state] : cases)
+        EXPECT_EQ(Editor().type(typed).state(), state) << typed;
+    Editor editor;
+    EXPECT_EQ(editor.type("  \t x\x01\n").entered, "   x"); // whole, wherever the cursor is
+}
+
+TEST(Editing, TheBufferHolds1023Characters) {
+    Editor editor;
+    editor.type(std::string(1022, 'x') + "yz");
+    EXPECT_EQ(editor.state().substr(1020), "xxy|");
+    editor.type("\x01z\x1b[2~z");
+    EXPECT_EQ(editor.state().substr(0, 4), "z|xx");
+    editor.type("\x05\x7fw\n");
+    EXPECT_EQ(editor.entered, "z" + std::string(1021, 'x') + "w");
+    // Also as history, and as what an earlier session left.
+    editor.type(up);
+    EXPECT_EQ(editor.line.getLength(), 1023);
+    editor.type("\n");
+    editor.line.recall(std::string(1024, 'r'));
+    editor.line.recall(std::string(1023, 's'));
+    EXPECT_EQ(editor.history().find('r'), std::string::npos);
+    EXPECT_NE(editor.history().find(std::string(1023, 's') + '\n'), std::string::npos);
+}
+
+TEST(Editing, RecallingLines) {
+    const std::string entered = "one\n  \ntwo\n\nthree\n";
+    const Case cases[] = {
+        {up, "three|"},
+        {up + std::string(up) + up + up, "one|"},
+        {"draft" + std::string(up) + down + down, "draft|"},
+        {"\x10\x10\x0e", "three|"},                               // Ctrl-P, Ctrl-N
+        {std::string(up) + "!" + up + "?" + down, "three!|"},     // edits stay in the history
+        {std::string(up) + "!" + up + "?" + down + up, "two?|"},  //
+        {std::string(up) + "!\x15", "three|"},                    // Ctrl-U takes them back
+        {std::string(up) + "!" + up + down + "?\x15", "three!|"}, // to where they were stored
+        {std::string(up) + "\x01\x0b" + up + down, "three|"},     // an emptied line is not stored
+        {"draft" + std::string(up) + down + "!\x15", "draft|"},
+    };
+    for (const auto& [typed, state] : cases)
+        EXPECT_EQ(Editor().type(entered).type(typed).state(), state) << typed;
+    Editor editor;
+    EXPECT_EQ(editor.type(entered).history(), "one\ntwo\nthree\n\n");
+    editor.type(std::string(up) + up + "2\n");
+    EXPECT_EQ(editor.entered, "two2");
+    // The recalled line keeps its old text: it was entered, not stored where it stood.
+    EXPECT_EQ(editor.history(), "one\ntwo\nthree\ntwo2\n\n");
+    // A full list drops its oldest line.
+    Editor small(64, 3);
+    EXPECT_EQ(small.type("a\nb\nc\nd\n").history(), "c\nd\n\n");
+    EXPECT_EQ(small.type(std::string(up) + up + up).state(), "c|");
+}
+
+TEST(Editing, SearchingBackwards) {
+    const std::string entered = "break a\nrun\nbreak b\nwhere\n";
+    const Case cases[] = {
+        {"  \x12", "  |"},
+        {"brea\x12\x12\x12", "brea|"}, // past the top to the line being typed
+        {"brea\x12\x12\x12\x12", "break b|"},
+        {"zz\x12\x12", "zz|"},
+        {"brea\x12 \x12", "break b |"}, // another key begins a new search
+        {"r\x12\x1b[A", "break b|"},
+    };
+    for (const auto& [typed, state] : cases)
+        EXPECT_EQ(Editor().type(entered).type(typed).state(), state) << typed;
+}
+
+TEST(Editing, Completing) {
+    const Case cases[] = {
+        {"pri\t", "print|"},
+        {"pri\t\t\t\t", "print|"},
+        {"pri\t x\x1b[D\x1b[D\t", "print| x"},
+        {"a,b:pri\t)", "a,b:print)|"},
+        {"\t", "|"},
+        {"pri\x02\t", "pr|i"},
+        {"pri(x\x01\x06\x06\x06\t", "print|(x"},
+        {"xyz\t\t", "xyz|"},
+        {"se\t\t", "se|"},
+        {"pri\tx\t", "printx|"}, // a run of tabs ends with another key
+    };
+    for (const auto& [typed, state] : cases)
+        EXPECT_EQ(Editor().type(typed).state(), state) << typed;
+    // A completion that does not fit is dropped whole, and the word with it.
+    EXPECT_EQ(Editor(10).type("abcd pri\t").state(), "abcd |");
+    EXPECT_EQ(Editor(11).type("abcd pri\t").state(), "abcd print|");
+}
+
+} // namespace

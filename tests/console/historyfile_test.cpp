@@ -1,0 +1,158 @@
+#include "console/historyfile.h"
+#include "tests/support/tempdir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+class HistoryOnDisk : public testing::Test {
+  protected:
+    TempDir dir;
+    const std::string path = dir.path("history");
+
+    static std::string numbered(int from, int to) {
+        std::string text;
+        for (int i = from; i < to; ++i)
+            text += "line " + std::to_string(i) + "\n";
+        return text;
+    }
+    void fill(const std::string& text) { dir.write("history", text); }
+    std::string content() const { return dir.read("history"); }
+    mode_t mode() const {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+    }
+    // The directory holds the history file and nothing besides.
+    void expectNoLeftovers(std::ptrdiff_t files = 1) const {
+        std::filesystem::directory_iterator entries(dir.path());
+        EXPECT_EQ(std::distance(begin(entries), end(entries)), files);
+    }
+    // Runs the action in a process of its own, as an ordinary user.
+    [[nodiscard]] pid_t start(const std::function<void()>& action) const {
+        constexpr uid_t nobody = 65534;
+        if (::geteuid() == 0) {
+            EXPECT_EQ(::chown(dir.path().c_str(), nobody, nobody), 0);
+            EXPECT_TRUE(::chown(path.c_str(), nobody, nobody) == 0 || errno == ENOENT);
+        }
+        const pid_t child = ::fork();
+        if (child != 0) return child;
+        if (::geteuid() == 0 && ::setuid(nobody) != 0) ::_exit(1);
+        action();
+        ::_exit(0);
+    }
+    static void await(pid_t child) {
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+};
+
+TEST_F(HistoryOnDisk, SwingsBetween801And1001Lines) {
+    fill(numbered(0, 1000));
+    HistoryFile::write(path, "a\n");
+    EXPECT_EQ(content(), numbered(0, 1000) + "a\n");
+    EXPECT_EQ(mode(), 0600u); // whatever it was before
+    HistoryFile::write(path, "b\n");
+    EXPECT_EQ(content(), numbered(201, 1000) + "a\nb\n");
+    // One line of 255 characters counts as two, as reads of 255 bytes would have it.
+    const std::string wide = std::string(255, 'w') + "\n";
+    fill(numbered(0, 999) + wide);
+    HistoryFile::write(path, "a\n");
+    EXPECT_EQ(content(), numbered(200, 999) + wide + "a\n");
+    expectNoLeftovers();
+}
+
+TEST_F(HistoryOnDisk, LastLines) {
+    fill("a\n\nc");
+    EXPECT_EQ(HistoryFile::tail(path, 2), "\nc");
+    EXPECT_EQ(HistoryFile::tail(path, 9), "a\n\nc");
+    HistoryFile::write(path, "d\n");
+    EXPECT_EQ(content(), "a\n\nc\nd\n");
+    EXPECT_EQ(HistoryFile::tail(path, 1), "d\n");
+}
+
+TEST_F(HistoryOnDisk, ALinkStaysALinkAndWhatIsNewIsPrivate) {
+    const mode_t mask = ::umask(0);
+    HistoryFile::write(path, "secret\n");
+    ::umask(mask);
+    EXPECT_EQ(mode(), 0600u);
+    const std::string link = dir.path("link 'with \"quotes\" and $(blanks)");
+    fill(numbered(0, 1001));
+    std::filesystem::create_symlink("history", link);
+    HistoryFile::write(link, "a\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(content(), numbered(201, 1001) + "a\n");
+    expectNoLeftovers(2);
+}
+
+TEST_F(HistoryOnDisk, AFullDiskAndAReadOnlyDirectoryLoseNoLine) {
+    const auto write = [&](std::size_t limited, const char* line, mode_t mode = 0700) {
+        await(start([this, limited, line, mode] {
+            ::chmod(dir.path().c_str(), mode);
+            ::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{limited, limited};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            HistoryFile::write(path, line);
+            ::chmod(dir.path().c_str(), 0700);
+        }));
+    };
+    const std::string few = numbered(0, 10), many = numbered(0, 1001);
+    fill(few);
+    write(few.size() + 3, "too long\n"); // no part of it stays
+    EXPECT_EQ(content(), few);
+    write(few.size() + 3, "ab\n");
+    EXPECT_EQ(content(), few + "ab\n");
+    fill(many);
+    write(5000, "a\n"); // the trimmed file does not fit
+    write(100000, "a\n", 0500);
+    EXPECT_EQ(content(), many);
+    expectNoLeftovers();
+}
+
+TEST_F(HistoryOnDisk, ConsolesThatTrimAtOnceLoseAndTearNothing) {
+    constexpr int consoles = 3, lines = 8, rounds = 12;
+    const auto lineOf = [](int console, int i) {
+        return "console " + std::to_string(console) + std::string(200, static_cast<char>('a' + i)) +
+               "\n";
+    };
+    for (int round = 0; round < rounds; ++round) {
+        fill(numbered(0, 996 + round));
+        std::vector<pid_t> children;
+        for (int c = 0; c < consoles; ++c) {
+            children.push_back(start([this, c, lineOf] {
+                for (int i = 0; i < lines; ++i)
+                    HistoryFile::write(path, lineOf(c, i));
+            }));
+        }
+        std::for_each(children.begin(), children.end(), await);
+        const std::string text = content();
+        for (int c = 0; c < consoles; ++c) {
+            std::size_t at = 0;
+            for (int i = 0; i < lines; ++i) {
+                const std::string line = "\n" + lineOf(c, i);
+                at = text.find(line, at);
+                ASSERT_NE(at, std::string::npos) << "round " << round << line;
+                ASSERT_EQ(text.find(line, at + 1), std::string::npos);
+            }
+        }
+        // The old lines end where they ended, and are whole.
+        ASSERT_NE(text.find("line " + std::to_string(995 + round) + "\n"), std::string::npos);
+        ASSERT_TRUE(text.starts_with("line "));
+        expectNoLeftovers();
+    }
+}
+
+} // namespace
