@@ -1,0 +1,153 @@
+#include "frontend/client.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <poll.h>
+#include <unistd.h>
+
+using asio::posix::descriptor_base;
+
+namespace {
+
+// A debugger that says nothing has read its command after so long.
+constexpr auto deaf = std::chrono::milliseconds(50);
+
+} // namespace
+
+Client::Client(asio::io_context& loop, Handler handler, const Debugger& debugger,
+               Debugger::Launch launch, const Environment& environment)
+    : handle(std::move(handler)),
+      stream(loop, terminal.master()),
+      inputStream(loop, inputTerminal.master()),
+      matcher(debugger.prompt(launch.nonce)),
+      attached(launch.attach != 0),
+      patience(loop) {
+    ChildProcess::Start what;
+    launch.terminal = terminal.name();
+    launch.inputTerminal = inputTerminal.name();
+    what.argv = debugger.argv(launch);
+    what.environment = environment;
+    what.environment.insert(what.environment.end(), {{"TERM", "dumb"}, {"DEBUGINFOD_URLS", ""}});
+    what.terminal = terminal.terminal();
+    if (attached) what.orphan = ChildProcess::Start::INTERRUPTED;
+    process.start(what);
+    terminal.closeTerminal();
+    waitToRead();
+    waitToReadInput();
+}
+
+Client::~Client() {
+    // The descriptors belong to the terminals.
+    stream.release();
+    inputStream.release();
+}
+
+void Client::waitToRead() {
+    stream.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
+        if (fault) return;
+        if (!handle.mayRead())
+            paused = true;
+        else if (readSome())
+            waitToRead();
+    });
+}
+
+void Client::resume() {
+    if (std::exchange(paused, false)) waitToRead();
+    if (std::exchange(inputPaused, false)) waitToReadInput();
+}
+
+void Client::waitToReadInput() {
+    inputStream.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
+        if (fault) return;
+        if (!handle.mayRead())
+            inputPaused = true;
+        else if (readInput())
+            waitToReadInput();
+    });
+}
+
+// Reads what is there at the moment, once; false when no more will come.
+bool Client::readSome() {
+    std::array<char, 65536> buffer;
+    const ssize_t got = ::read(terminal.master(), buffer.data(), buffer.size());
+    if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
+    heard = true;
+    for (const auto& piece : matcher.feed({buffer.data(), static_cast<std::size_t>(got)})) {
+        if (!piece.text.empty()) handle.output(piece.text);
+        if (!piece.prompt) continue;
+        patience.cancel();
+        handle.prompt();
+    }
+    return true;
+}
+
+// What a program writes to its input terminal by name ("/dev/tty") is output, too.
+bool Client::readInput() {
+    std::array<char, 4096> buffer;
+    const ssize_t got = ::read(inputTerminal.master(), buffer.data(), buffer.size());
+    if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
+    handle.output({buffer.data(), static_cast<std::size_t>(got)});
+    return true;
+}
+
+void Client::type(const std::string& line) {
+    typed += line + '\n';
+    typedAt = Clock::now();
+    heard = false;
+    if (!writing) writeSome();
+}
+
+void Client::writeSome() {
+    writing = false;
+    while (!typed.empty() && terminal.master() != -1) {
+        const ssize_t put = ::write(terminal.master(), typed.data(), typed.size());
+        if (put == -1 && errno == EINTR) continue;
+        if (put == -1 && errno != EAGAIN) return; // it has ended, which is seen elsewhere
+        if (put == -1) {
+            writing = true;
+            stream.async_wait(descriptor_base::wait_write, [this](const asio::error_code& fault) {
+                if (!fault) writeSome();
+            });
+            return;
+        }
+        typed.erase(0, static_cast<std::size_t>(put));
+    }
+}
+
+void Client::interrupt() {
+    const auto early = typedAt + deaf;
+    if (heard || Clock::now() >= early) {
+        process.signalGroup(SIGINT);
+        return;
+    }
+    patience.expires_at(early);
+    patience.async_wait([this](const asio::error_code& fault) {
+        if (!fault) process.signalGroup(SIGINT);
+    });
+}
+
+void Client::release() {
+    if (!attached || terminal.master() == -1) return;
+    patience.cancel();
+    process.signal(SIGINT);
+    stream.release();
+    terminal.closeMaster();
+}
+
+bool Client::ended() {
+    if (process.poll() != ChildProcess::ENDED) return false;
+    // All that is left fits a terminal's buffer; a program that lives on may go on writing.
+    for (int round = 0; round < 64; ++round) {
+        pollfd ready{terminal.master(), POLLIN, 0};
+        if (::poll(&ready, 1, 0) != 1 || !(ready.revents & POLLIN) || !readSome()) break;
+    }
+    readInput();
+    const std::string rest = matcher.rest();
+    if (!rest.empty()) handle.output(rest);
+    patience.cancel();
+    if (stream.is_open()) stream.cancel();
+    inputStream.cancel();
+    return true;
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+
+/// The front end's time: monotonic, and handed to the parts that have no I/O of their own.
+using Clock = std::chrono::steady_clock;
+
+namespace Wait {
+
+/// Output waits at most so long for more of its kind before it is sent.
+constexpr auto window = std::chrono::milliseconds(200);
+/// An interrupt is answered after so long at the latest, stopped or not.
+constexpr auto interrupt = std::chrono::milliseconds(1000);
+/// A client that got an interrupt gets no other before this time has passed.
+constexpr auto again = std::chrono::milliseconds(500);
+/// A client whose command ended just as the interrupt came shows a second prompt within this time.
+constexpr auto settle = std::chrono::milliseconds(150);
+
+/// After so long it is said who has not answered yet.
+constexpr auto answer = std::chrono::seconds(5);
+
+} // namespace Wait

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "frontend/childprocess.h"
+
+#include <string>
+#include <termios.h>
+
+/// The console that this front end started on the user's terminal, and the terminal's state before
+/// it, which is put back when the console could not do so itself.
+class ConsoleProcess {
+  public:
+    ConsoleProcess();
+
+    /// Throws std::system_error.
+    void start(const std::string& executable, int session);
+    bool running() const { return process.running(); }
+    /// Process id; -1 before start.
+    pid_t pid() const { return process.pid(); }
+    /// Looks what became of it. When it was stopped (Ctrl-Z), this process stops as well, so that
+    /// the shell has its terminal back, and both go on together. True when it has ended, once.
+    bool ended();
+    void signal(int number) const { process.signal(number); }
+
+  private:
+    ChildProcess process;
+    termios before{};
+    bool isTerminal;
+};

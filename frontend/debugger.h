@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+/// What the front end must know about one kind of debugger; another debugger is another subclass.
+/// Knows texts only and does no I/O.
+class Debugger {
+  public:
+    /// What one debugger is started with.
+    struct Launch {
+        /// The running process to attach to; 0: it starts the program.
+        pid_t attach = 0;
+        /// The program to debug and its arguments; empty when it attaches.
+        std::vector<std::string> program;
+        /// Nonce of this client: letters and digits.
+        std::string nonce;
+        /// The terminal that the debugger itself runs on.
+        std::string terminal;
+        /// The terminal that the program reads from.
+        std::string inputTerminal;
+    };
+
+    /// What a line of a backtrace of all threads says.
+    struct StackLine {
+        enum Kind { OTHER, THREAD, CALL } kind = OTHER;
+        /// Of a call: its bare name, without arguments and parameter types.
+        std::string function;
+        /// Of a call: "file:line", or the library; empty when the debugger does not know.
+        std::string place;
+    };
+
+    virtual ~Debugger() = default;
+
+    /// What scripts are told that it is.
+    virtual std::string name() const = 0;
+
+    /// The command line that starts it.
+    virtual std::vector<std::string> argv(const Launch& launch) const = 0;
+    /// The prompt that it then shows, byte for byte.
+    virtual std::string prompt(const std::string& nonce) const = 0;
+    /// The line with nothing at its end that makes the debugger wait for another one.
+    virtual std::string whole(std::string line) const = 0;
+    /// Whether output that ends like this waits for an answer (a secondary prompt).
+    virtual bool asks(std::string_view tail) const = 0;
+    /// Whether this line shows that an interrupt was taken.
+    virtual bool showsInterrupt(std::string_view line) const = 0;
+    /// Whether this line of the start-up is of no interest to the user.
+    virtual bool isGreeting(std::string_view line) const = 0;
+    /// Whether this command line takes bars as its own, a pipe of the debugger, say.
+    virtual bool keepsBars(std::string_view line) const = 0;
+    /// The command that prints the stacks of all threads, at most so many calls of each.
+    virtual std::string backtraceCommand(int calls) const = 0;
+    virtual StackLine parseStackLine(std::string_view line) const = 0;
+};
+
+/// The driver for an executable.
+std::unique_ptr<Debugger> makeDebugger(const std::string& executable);

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// Finding programs before they are needed, so that what is missing is said in one sentence.
+namespace Executables {
+
+/// The file that a name stands for: the path itself when it has a slash, else the first such
+/// executable in PATH.
+std::optional<std::string> find(const std::string& name);
+/// The program to debug: a path, else a file of the working directory, else one in PATH. Throws
+/// std::runtime_error with a sentence for the user.
+std::string program(const std::string& name);
+/// The console: the given one, else the one beside this program, else the one in PATH. Throws
+/// std::runtime_error with a sentence for the user.
+std::string console(const std::string& given);
+/// The debugger. Throws std::runtime_error with a sentence for the user.
+std::string debugger(const std::string& name);
+
+} // namespace Executables

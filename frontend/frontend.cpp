@@ -1,0 +1,468 @@
+#include "frontend/frontend.h"
+
+#include "common/frame.h"
+#include "frontend/executables.h"
+#include "frontend/identity.h"
+#include "frontend/processtree.h"
+#include "frontend/tracing.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <random>
+#include <thread>
+#include <unistd.h>
+
+using asio::posix::descriptor_base;
+
+namespace {
+
+std::string randomText() {
+    static constexpr char letters[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+    std::random_device source;
+    std::string text;
+    while (text.size() < 16)
+        text += letters[source() % (sizeof letters - 1)];
+    return text;
+}
+
+template <typename Record>
+std::string frameOf(MessageKind kind, const Record& record) {
+    int length = 0;
+    const auto body = record.pack(&length);
+    return Frame::wrap(kind, body.get(), length);
+}
+
+std::string list(const ClientSet& ids) {
+    std::string text = ids.str();
+    while (!text.empty() && text.back() == ' ')
+        text.pop_back();
+    return text;
+}
+
+} // namespace
+
+Frontend::Frontend(const Options& wanted)
+    : options(wanted),
+      debugger(makeDebugger(wanted.debugger)),
+      job(std::to_string(session.number()) + "-" + randomText()),
+      listener(loop, session.listener()),
+      signals(loop, SIGCHLD, SIGUSR1),
+      boardTimer(loop),
+      phaseTimer(loop),
+      greetings(static_cast<std::size_t>(wanted.tasks)),
+      alive(static_cast<std::size_t>(wanted.tasks), true),
+      attached(static_cast<std::size_t>(wanted.tasks), false),
+      board(wanted.tasks, *debugger, *this),
+      helpers(loop, {[this](int id, std::string_view text) {
+                         if (phase != SERVING) return;
+                         board.helperOutput(id, text, Clock::now());
+                         schedule();
+                     },
+                     [this](int id, const std::string& problem) {
+                         if (phase != SERVING) return;
+                         board.helperEnded(id, problem, Clock::now());
+                         schedule();
+                     },
+                     [this](int id) { return mayRead(id) && board.helperMayTalk(id); }}) {
+    clients.resize(static_cast<std::size_t>(wanted.tasks));
+}
+
+Frontend::~Frontend() {
+    for (const auto& client : clients) {
+        if (client) client->release();
+    }
+    for (int round = 0; attaches() && debuggersRun() && round < 200; ++round) {
+        ::usleep(10000);
+        for (const auto& client : clients) {
+            if (client) client->ended();
+        }
+    }
+    killAll();
+    ProcessTree::reapStrangers({console.pid()});
+    listener.release();
+}
+
+int Frontend::run() {
+    signals.add(SIGTERM);
+    signals.add(SIGHUP);
+    listen();
+    awaitSignals();
+    console.start(options.console, session.number());
+    startClients();
+    sayWhoIsMissing();
+    loop.run();
+    return status;
+}
+
+// --- the world outside
+
+void Frontend::listen() {
+    listener.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
+        if (fault || phase == ENDING) return;
+        if (auto connection = session.accept()) join(std::move(connection));
+        listen();
+    });
+}
+
+void Frontend::awaitSignals() {
+    signals.async_wait([this](const asio::error_code& fault, int number) {
+        if (fault) return;
+        onSignal(number);
+        awaitSignals();
+    });
+}
+
+void Frontend::onSignal(int number) {
+    switch (number) {
+    case SIGCHLD:
+        onChild();
+        break;
+    case SIGUSR1:
+        // The console's user does not want to wait any longer for the start.
+        if (phase != STARTING) break;
+        std::fprintf(stderr, "vex: the start was given up\n");
+        end(1);
+        break;
+    default:
+        end(128 + number);
+        break;
+    }
+}
+
+void Frontend::onChild() {
+    for (std::size_t i = 0; i < clients.size(); ++i) {
+        if (clients[i] && clients[i]->ended()) onClientEnded(static_cast<int>(i));
+    }
+    std::vector<pid_t> known{console.pid()};
+    for (const auto& client : clients) {
+        if (client) known.push_back(client->pid());
+    }
+    helpers.collect();
+    helpers.listPids(known);
+    std::sort(known.begin(), known.end());
+    ProcessTree::reapStrangers(known);
+    if (phase == ENDING && !closing && !debuggersRun()) closeSession();
+    if (!console.ended()) return;
+    if (phase == ENDING) {
+        if (closing) loop.stop();
+    } else if (lastConsole == 0) {
+        std::fprintf(stderr, "vex: the console ended before it was connected\n");
+        end(1);
+    } else {
+        endIfDeserted();
+    }
+}
+
+// --- consoles
+
+void Frontend::join(std::unique_ptr<UnixSocket> connection) {
+    auto link = std::make_shared<ConsoleLink>(loop, std::move(connection));
+    if (links.size() >= options.consoles) {
+        // It hears so in place of its number.
+        const int none = -1;
+        std::string number(sizeof none, '\0');
+        std::memcpy(number.data(), &none, sizeof none);
+        link->start({[](const Command&) {}, [] {}, [] {}});
+        link->send(number);
+        link->finish();
+        return;
+    }
+    const int id = ++lastConsole;
+    links[id] = link;
+    link->start({[this, id](const Command& command) {
+                     if (phase != SERVING) return;
+                     board.command(id, command, Clock::now());
+                     schedule();
+                 },
+                 [this, id] { onLinkClosed(id); }, [this] { resumeReading(); }});
+    if (phase == SERVING) serve(id);
+}
+
+// A console that has its number may send commands: not before all debuggers have prompted.
+void Frontend::serve(int id) {
+    std::string number(sizeof id, '\0');
+    std::memcpy(number.data(), &id, sizeof id);
+    board.consoleJoined(id);
+    send(id, number);
+}
+
+void Frontend::onLinkClosed(int id) {
+    links.erase(id);
+    if (phase == SERVING) {
+        board.consoleLeft(id);
+        schedule();
+        resumeReading();
+    }
+    endIfDeserted();
+}
+
+void Frontend::endIfDeserted() {
+    if (phase != ENDING && links.empty() && !console.running()) end(0);
+    if (closing && links.empty() && !console.running()) loop.stop();
+}
+
+void Frontend::toConsole(int id, const Reply& reply) { send(id, frameOf(KIND_REPLY, reply)); }
+
+void Frontend::toConsole(int id, const Data& data) {
+    const auto link = links.find(id);
+    // Who only looks on and does not keep up misses some output; the owner's clients wait for him.
+    if (link == links.end() ||
+        (link->second->congested() && data.getType() == Data::TEXT && data.getConsoleID() != id))
+        return;
+    send(id, frameOf(KIND_DATA, data));
+}
+
+void Frontend::send(int id, const std::string& bytes) {
+    if (auto link = links.find(id); link != links.end()) link->second->send(bytes);
+}
+
+bool Frontend::mayRead(int id) const {
+    const auto link = links.find(board.ownerOf(id));
+    return link == links.end() || !link->second->congested();
+}
+
+void Frontend::resumeReading() {
+    for (const auto& client : clients) {
+        if (client) client->resume();
+    }
+    helpers.resume();
+}
+
+// --- what works for clients
+
+void Frontend::startHelper(int id, const std::string& command, const std::string& input) {
+    helpers.start(
+        id, {command,
+             {{"VEX_SCRIPT_TASKID", std::to_string(id)}, {"VEX_SCRIPT_DEBUGGER", debugger->name()}},
+             input});
+}
+
+bool Frontend::isProgram(const std::string& name) { return Executables::find(name).has_value(); }
+
+std::string Frontend::describe(int id) {
+    const auto index = static_cast<std::size_t>(id);
+    return (attaches() ? Identity::ofProcess(options.targets[index].pid)
+                       : Identity::underDebugger(clients[index]->pid()))
+        .str();
+}
+
+// --- debuggers
+
+void Frontend::startClients() {
+    // Starting reads symbols: more at a time than there are processors makes nothing faster.
+    const std::size_t limit = std::max(2u, std::thread::hardware_concurrency());
+    while (phase == STARTING && nextToStart < clients.size() && starting < limit)
+        startClient(static_cast<int>(nextToStart++));
+    if (phase == STARTING && nextToStart == clients.size() && starting == 0) allStarted();
+}
+
+void Frontend::startClient(int id) {
+    const std::size_t index = static_cast<std::size_t>(id);
+    ++starting;
+    clients[index] = std::make_unique<Client>(
+        loop,
+        Client::Handler{[this, id](std::string_view text) { onOutput(id, text); },
+                        [this, id] { onPrompt(id); }, [this, id] { return mayRead(id); }},
+        *debugger,
+        Debugger::Launch{attaches() ? options.targets[index].pid : 0, options.program, randomText(),
+                         "", ""},
+        Client::Environment{{"VEX_TASK", std::to_string(id)},
+                            {"VEX_NTASKS", std::to_string(options.tasks)},
+                            {"VEX_JOB", job}});
+}
+
+void Frontend::onOutput(int id, std::string_view text) {
+    if (phase == SERVING) {
+        board.output(id, text, Clock::now());
+        schedule();
+    } else if (phase == STARTING) {
+        greetings[static_cast<std::size_t>(id)] += text;
+    }
+}
+
+void Frontend::onPrompt(int id) {
+    if (phase == SERVING) {
+        board.prompted(id, Clock::now());
+        schedule();
+        helpers.resume();
+    } else if (phase == STARTING) {
+        const auto index = static_cast<std::size_t>(id);
+        // What a debugger says while it attaches is of interest only when it could not.
+        attached[index] =
+            attaches() && Tracing::tracerOf(options.targets[index].pid) == clients[index]->pid();
+        if (attached[index]) greetings[index].clear();
+        onStarted();
+    }
+}
+
+void Frontend::onStarted() {
+    --starting;
+    startClients();
+}
+
+void Frontend::onClientEnded(int id) {
+    alive[static_cast<std::size_t>(id)] = false;
+    if (phase == SERVING) {
+        board.clientGone(id, Clock::now());
+        schedule();
+    } else if (phase == STARTING) {
+        greetings[static_cast<std::size_t>(id)] += "\nthe debugger ended during the start\n";
+        onStarted();
+    }
+}
+
+void Frontend::allStarted() {
+    tellGreetings();
+    if (std::none_of(alive.begin(), alive.end(), [](bool each) { return each; })) {
+        std::fprintf(stderr, "vex: no debugger is left; try: %s %s\n", options.debugger.c_str(),
+                     attaches() ? "-p PID" : options.program[0].c_str());
+        end(1);
+        return;
+    }
+    if (attaches() && std::ranges::find(attached, true) == attached.end()) {
+        std::fprintf(stderr, "vex: no debugger could attach\n");
+        end(1);
+        return;
+    }
+    phase = SERVING;
+    phaseTimer.cancel();
+    for (std::size_t i = 0; i < alive.size(); ++i) {
+        if (!alive[i]) board.clientGone(static_cast<int>(i), Clock::now());
+    }
+    for (const auto& [id, link] : links)
+        serve(id);
+}
+
+// What the debuggers had to say beyond their usual greeting, each text once.
+void Frontend::tellGreetings() const {
+    std::vector<std::pair<std::string, ClientSet>> texts;
+    for (std::size_t i = 0; i < greetings.size(); ++i) {
+        std::string rest = greetings[i];
+        for (std::size_t end; !rest.empty();
+             rest.erase(0, end == std::string::npos ? end : end + 1)) {
+            end = rest.find('\n');
+            const std::string line = rest.substr(0, end);
+            if (debugger->isGreeting(line)) continue;
+            auto at = std::find_if(texts.begin(), texts.end(),
+                                   [&line](const auto& each) { return each.first == line; });
+            if (at == texts.end()) at = texts.insert(at, {line, {}});
+            at->second.insert(static_cast<int>(i));
+        }
+    }
+    for (const auto& [text, ids] : texts)
+        std::fprintf(stderr, "vex: %s | %s\n", list(ids).c_str(), text.c_str());
+}
+
+void Frontend::sayWhoIsMissing() {
+    phaseTimer.expires_after(std::chrono::seconds(10));
+    phaseTimer.async_wait([this](const asio::error_code& fault) {
+        if (fault || phase != STARTING) return;
+        std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
+                     nextToStart - starting, clients.size());
+        sayWhoIsMissing();
+    });
+}
+
+void Frontend::toClient(int id, const std::string& line) {
+    clients[static_cast<std::size_t>(id)]->type(debugger->whole(line));
+}
+
+void Frontend::interrupt(int id) { clients[static_cast<std::size_t>(id)]->interrupt(); }
+
+// --- time and the end
+
+void Frontend::schedule() {
+    const auto next = phase == SERVING ? board.deadline() : std::nullopt;
+    if (next == armed) return;
+    armed = next;
+    boardTimer.cancel();
+    if (!next) return;
+    boardTimer.expires_at(*next);
+    boardTimer.async_wait([this](const asio::error_code& fault) {
+        if (fault || phase != SERVING) return;
+        armed.reset();
+        board.tick(Clock::now());
+        schedule();
+    });
+}
+
+void Frontend::sessionOver() { end(0); }
+
+void Frontend::end(int exitStatus) {
+    if (phase == ENDING) return;
+    phase = ENDING;
+    status = exitStatus;
+    boardTimer.cancel();
+    helpers.stopAll();
+    if (attaches())
+        releaseTasks(0);
+    else
+        closeSession();
+}
+
+bool Frontend::debuggersRun() const {
+    return std::any_of(clients.begin(), clients.end(),
+                       [](const auto& each) { return each && each->running(); });
+}
+
+// Processes that were there before the session live on after it, without breakpoints: their
+// debuggers are given time to see to that. A killed debugger would leave its breakpoints behind.
+void Frontend::releaseTasks(int patience) {
+    for (const auto& client : clients) {
+        if (client) client->release();
+    }
+    // A program that blocks SIGINT does not stop by it, but by this.
+    for (std::size_t i = 0; patience == 1 && i < clients.size(); ++i) {
+        if (clients[i] && clients[i]->running()) stopped.push_back(options.targets[i].pid);
+    }
+    for (pid_t each : stopped)
+        ::kill(each, SIGSTOP);
+    if (patience == 2 || !debuggersRun()) {
+        closeSession();
+        return;
+    }
+    phaseTimer.expires_after(std::chrono::seconds(3));
+    phaseTimer.async_wait([this, patience](const asio::error_code& fault) {
+        if (!fault) releaseTasks(patience + 1);
+    });
+}
+
+// Nothing else is to be done for the clients: takes down what is left and closes the consoles.
+void Frontend::closeSession() {
+    closing = true;
+    phaseTimer.cancel();
+    killAll();
+    for (pid_t each : stopped)
+        ::kill(each, SIGCONT);
+    // A link that closes comes back through onLinkClosed, later.
+    for (const auto& [id, link] : links)
+        link->finish();
+    if (links.empty() && !console.running())
+        loop.stop();
+    else
+        waitForConsole(0);
+}
+
+// The console ends by itself when its connection closes; one that does not is helped along.
+void Frontend::waitForConsole(int patience) {
+    phaseTimer.expires_after(std::chrono::milliseconds(1500));
+    phaseTimer.async_wait([this, patience](const asio::error_code& fault) {
+        if (fault) return;
+        const auto open = links;
+        for (const auto& [id, link] : open)
+            link->close();
+        if (patience == 3) loop.stop();
+        console.signal(SIGCONT);
+        console.signal(patience == 0 ? 0 : patience == 1 ? SIGTERM : SIGKILL);
+        waitForConsole(patience + 1);
+    });
+}
+
+// The debugged programs first, then the debuggers, whatever they started in between, too.
+void Frontend::killAll() {
+    ProcessTree::killDescendants(::getpid(), console.running() ? console.pid() : -1);
+}

@@ -1,0 +1,107 @@
+#pragma once
+
+#include "frontend/client.h"
+#include "frontend/consolelink.h"
+#include "frontend/consoleprocess.h"
+#include "frontend/debugger.h"
+#include "frontend/helpers.h"
+#include "frontend/options.h"
+#include "frontend/session.h"
+#include "frontend/switchboard.h"
+
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A session from its start to its end: starts the console and the debuggers, serves consoles, and
+/// takes everything down again. Owns all processes and descriptors of the session and the one event
+/// loop; single-threaded. What is said to whom is decided by the Switchboard.
+class Frontend : private Switchboard::Outlet {
+  public:
+    /// Claims a session number. The options name existing programs. Throws std::runtime_error.
+    explicit Frontend(const Options& options);
+    ~Frontend() override;
+
+    /// The whole session; gives the exit status.
+    int run();
+
+  private:
+    enum Phase { STARTING, SERVING, ENDING };
+
+    const Options options;
+    const std::unique_ptr<Debugger> debugger;
+    asio::io_context loop;
+    Session session;
+    const std::string job; // names this session in the environment of what it starts
+    Phase phase = STARTING;
+    int status = 0;
+    bool closing = false; // of ENDING the part after the tasks were released
+
+    asio::posix::stream_descriptor listener;
+    asio::signal_set signals;
+    asio::steady_timer boardTimer; // the switchboard's next deadline
+    std::optional<Clock::time_point> armed;
+    asio::steady_timer phaseTimer; // patience while starting and while ending
+
+    ConsoleProcess console;
+    std::map<int, std::shared_ptr<ConsoleLink>> links;
+    int lastConsole = 0;
+
+    std::vector<std::unique_ptr<Client>> clients;
+    std::vector<std::string> greetings; // what each debugger said before its first prompt
+    std::vector<bool> alive;
+    std::vector<bool> attached; // holds its task of a running job
+    std::vector<pid_t> stopped; // tasks that must be continued once they are released
+    std::size_t nextToStart = 0;
+    std::size_t starting = 0; // started, and not at its first prompt yet
+    Switchboard board;
+    Helpers helpers;
+
+    // Switchboard::Outlet
+    void toConsole(int console, const Reply& reply) override;
+    void toConsole(int console, const Data& data) override;
+    void toClient(int client, const std::string& line) override;
+    void interrupt(int client) override;
+    void startHelper(int client, const std::string& command, const std::string& input) override;
+    void stopHelper(int client) override { helpers.stop(client); }
+    bool isProgram(const std::string& name) override;
+    std::string describe(int client) override;
+    void sessionOver() override;
+
+    void listen();
+    void awaitSignals();
+    void onSignal(int number);
+    void onChild();
+    void join(std::unique_ptr<UnixSocket> connection);
+    void serve(int id);
+    void onLinkClosed(int id);
+    void endIfDeserted();
+
+    bool attaches() const { return !options.targets.empty(); }
+    void startClients();
+    void startClient(int id);
+    void onOutput(int id, std::string_view text);
+    void onPrompt(int id);
+    void onStarted();
+    void onClientEnded(int id);
+    void allStarted();
+    void tellGreetings() const;
+    void sayWhoIsMissing();
+
+    void schedule();
+    void send(int console, const std::string& frame);
+    bool mayRead(int client) const;
+    void resumeReading();
+    void end(int exitStatus);
+    void releaseTasks(int patience);
+    bool debuggersRun() const;
+    void closeSession();
+    void waitForConsole(int patience);
+    void killAll();
+};

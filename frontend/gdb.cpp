@@ -1,0 +1,150 @@
+#include "frontend/gdb.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+// The end of a function's name: where its parameter types or its arguments begin. Brackets of
+// templates and of "(anonymous namespace)" belong to the name, and so do those of operators.
+std::size_t nameEnd(std::string_view text) {
+    constexpr std::string_view anonymous = "(anonymous namespace)", word = "operator";
+    int depth = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const std::string_view rest = text.substr(i);
+        const bool starts = i == 0 || (!std::isalnum(static_cast<unsigned char>(text[i - 1])) &&
+                                       text[i - 1] != '_');
+        if (rest.starts_with(anonymous)) {
+            i += anonymous.size() - 1;
+        } else if (starts && rest.starts_with(word)) {
+            i += word.size();
+            if (text.substr(i).starts_with("()")) i += 2;
+            while (i < text.size() &&
+                   std::string_view("<>-=!+*/%^&|~[],").find(text[i]) != std::string_view::npos)
+                ++i;
+            --i;
+        } else if (text[i] == '<') {
+            ++depth;
+        } else if (text[i] == '>') {
+            --depth;
+        } else if (text[i] == '(') {
+            if (depth <= 0) return i;
+            ++depth; // "function<void (int)>"
+        } else if (text[i] == ')') {
+            --depth;
+        }
+    }
+    return text.size();
+}
+
+} // namespace
+
+std::unique_ptr<Debugger> makeDebugger(const std::string& executable) {
+    return std::make_unique<Gdb>(executable);
+}
+
+std::vector<std::string> Gdb::argv(const Launch& launch) const {
+    std::vector<std::string> settings{
+        "pagination off",
+        "confirm off",
+        "width 0",
+        "height 0",
+        "style enabled off",
+        "editing off",
+        "debuginfod enabled off",
+        // A name that no loaded file knows is kept for the libraries to come; no question.
+        "breakpoint pending on",
+        "prompt \\001" + launch.nonce + "\\n",
+    };
+    if (launch.attach == 0) {
+        // The program reads from a terminal of its own, never the debugger's commands; it writes to
+        // the debugger's, so that both outputs stay in order, unless its command line says where
+        // else.
+        const std::string& input = launch.inputTerminal;
+        settings.push_back("inferior-tty " + input);
+        settings.push_back("exec-wrapper /bin/sh -c '[ /proc/$$/fd/1 -ef " + input +
+                           " ] && exec >" + launch.terminal + "; [ /proc/$$/fd/2 -ef " + input +
+                           " ] && exec 2>" + launch.terminal + R"(; exec "$0" "$@"')");
+    }
+    std::vector<std::string> words{executable, "-nx", "-q"};
+    for (const std::string& setting : settings) {
+        words.push_back("-iex");
+        words.push_back("set " + setting);
+    }
+    if (launch.attach != 0) {
+        words.insert(words.end(), {"-p", std::to_string(launch.attach)});
+        return words;
+    }
+    words.push_back("--args");
+    words.insert(words.end(), launch.program.begin(), launch.program.end());
+    return words;
+}
+
+std::string Gdb::prompt(const std::string& nonce) const { return "\001" + nonce + "\n"; }
+
+std::string Gdb::whole(std::string line) const {
+    // It reads on after any backslash at the end, the second of two as well, and shows no prompt.
+    while (line.ends_with('\\'))
+        line.pop_back();
+    return line;
+}
+
+bool Gdb::asks(std::string_view tail) const {
+    // "(y or n) ", "(y or [n]) ", "([y] or n) "
+    if (tail.ends_with(" n) ") || tail.ends_with("[n]) ")) return true;
+    // The prompt of commands, define, python and the like, indented by its depth.
+    const std::size_t at = tail.find_first_not_of(' ');
+    return at != std::string_view::npos && tail.substr(at) == ">";
+}
+
+bool Gdb::showsInterrupt(std::string_view line) const {
+    return line == "Quit" || line.find("received signal SIG") != std::string_view::npos ||
+           line.find("stopped.") != std::string_view::npos;
+}
+
+bool Gdb::isGreeting(std::string_view line) const {
+    return line.empty() || line.starts_with("Reading symbols from ");
+}
+
+bool Gdb::keepsBars(std::string_view line) const {
+    const std::string_view word = line.substr(0, line.find_first_of(" \t"));
+    return word == "pipe" || word == "shell" || word.starts_with("|") || word.starts_with("!");
+}
+
+std::string Gdb::backtraceCommand(int calls) const {
+    return "thread apply all backtrace -frame-arguments none " + std::to_string(calls);
+}
+
+Debugger::StackLine Gdb::parseStackLine(std::string_view line) const {
+    StackLine result;
+    if (line.starts_with("Thread ") && line.ends_with("):")) result.kind = StackLine::THREAD;
+    if (!line.starts_with('#')) return result;
+    // "#2  0x00007ffff7 in poll (fds=..., timeout=...) at ../poll.c:29", "#0  main () at a.c:3"
+    std::size_t at = line.find_first_not_of("0123456789", 1);
+    if (at == 1 || at == std::string_view::npos || line[at] != ' ') return result;
+    line.remove_prefix(std::min(line.size(), line.find_first_not_of(' ', at)));
+    if (line.starts_with("0x")) {
+        at = line.find(" in ");
+        if (at == std::string_view::npos) return result;
+        line.remove_prefix(at + 4);
+    }
+    if (line.empty()) return result;
+    result.kind = StackLine::CALL;
+    if (line.starts_with('<')) { // "<signal handler called>"
+        result.function = line;
+        return result;
+    }
+    std::string_view name = line.substr(0, nameEnd(line));
+    while (name.ends_with(' '))
+        name.remove_suffix(1);
+    result.function = name;
+    for (const std::string_view key : {") at ", ") from "}) {
+        at = line.rfind(key);
+        if (at == std::string_view::npos) continue;
+        const std::string_view path = line.substr(at + key.size());
+        const std::size_t slash = path.rfind('/');
+        result.place = slash == std::string_view::npos ? path : path.substr(slash + 1);
+        break;
+    }
+    return result;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "common/clientset.h"
+#include "common/command.h"
+#include "common/reply.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The groups of a session: "all", one per client number, the named ones, and two that every
+/// console has for itself: "FILTERED" and "PENDING", the clients that it waits for. A group that
+/// loses its last member ceases to exist.
+class Groups {
+  public:
+    /// Clients 0 to clients - 1.
+    explicit Groups(int clients);
+
+    /// The living clients.
+    const ClientSet& all() const { return everyone; }
+    /// The members of a group as this console sees it; nothing when there is no such group.
+    std::optional<ClientSet> members(const std::string& name, int console) const;
+    /// Carries out a group command of a console and gives the one reply that it gets. current is
+    /// the group in which the console stands.
+    Reply apply(const GroupCommand& command, int console, const std::string& current);
+
+    void setPending(int console, ClientSet ids) { pending[console] = std::move(ids); }
+
+    void removeClient(int id);
+    void removeConsole(int console) {
+        filtered.erase(console);
+        pending.erase(console);
+    }
+
+  private:
+    ClientSet everyone;
+    std::map<std::string, ClientSet> named;
+    std::map<int, ClientSet> filtered;
+    std::map<int, ClientSet> pending;
+
+    Reply query(const std::string& name, int console) const;
+    Reply assignFiltered(const GroupCommand& command, int console, const std::string& current);
+    static std::string describe(const std::string& name, const ClientSet& ids);
+};

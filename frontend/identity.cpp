@@ -1,0 +1,61 @@
+#include "frontend/identity.h"
+
+#include <climits>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+
+std::string contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The launchers' own variables first: a job under one of them may itself run under a session.
+std::string rankOf(pid_t pid) {
+    const std::string environment =
+        std::string(1, '\0') + contents("/proc/" + std::to_string(pid) + "/environ");
+    for (const char* name :
+         {"OMPI_COMM_WORLD_RANK", "PMIX_RANK", "PMI_RANK", "SLURM_PROCID", "VEX_TASK"}) {
+        const std::string key = std::string(1, '\0') + name + "=";
+        const std::size_t at = environment.find(key);
+        if (at == std::string::npos) continue;
+        const std::size_t begin = at + key.size();
+        return environment.substr(begin, environment.find('\0', begin) - begin);
+    }
+    return "";
+}
+
+} // namespace
+
+Identity Identity::ofProcess(pid_t pid) {
+    Identity result;
+    char name[HOST_NAME_MAX + 1] = "";
+    ::gethostname(name, sizeof name - 1);
+    result.host = name;
+    if (pid <= 0) return result;
+    result.pid = pid;
+    result.rank = rankOf(pid);
+    std::error_code fault;
+    const auto path = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", fault);
+    if (!fault) result.program = path.filename().string();
+    return result;
+}
+
+Identity Identity::underDebugger(pid_t debugger) {
+    const std::string id = std::to_string(debugger);
+    std::istringstream children(contents("/proc/" + id + "/task/" + id + "/children"));
+    pid_t pid = -1;
+    children >> pid;
+    return ofProcess(children ? pid : -1);
+}
+
+std::string Identity::str() const {
+    return "rank " + (rank.empty() ? "-" : rank) + "  host " + host + "  pid " +
+           (pid == -1 ? "-" : std::to_string(pid)) + "  " + (pid == -1 ? "no process" : program);
+}

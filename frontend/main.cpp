@@ -1,0 +1,84 @@
+#include "common/error.h"
+#include "frontend/executables.h"
+#include "frontend/frontend.h"
+#include "frontend/limits.h"
+#include "frontend/options.h"
+#include "frontend/runningjob.h"
+#include "frontend/tracing.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace {
+
+// Finds the tasks to attach to, and that it can be done.
+void findTargets(Options& options) {
+    RunningJob running;
+    running.addPids(options.attach);
+    if (!options.attachConfig.empty()) {
+        TALConfig config;
+        config.readConfiguration(options.attachConfig.c_str());
+        running.addEntries(config);
+    }
+    if (options.mpiLauncher != 0) running.addJob(options.mpiLauncher);
+    options.targets = running.targets();
+    for (const std::string& note : running.notes())
+        std::fprintf(stderr, "vex: %s\n", note.c_str());
+    if (options.targets.empty()) throw std::runtime_error("there is no task to attach to.");
+    if (options.targets.size() > Options::maxTasks)
+        throw std::runtime_error("that are more than 4096 tasks.");
+    for (const Target& target : options.targets)
+        Tracing::checkAttach(target.pid);
+    options.tasks = static_cast<int>(options.targets.size());
+}
+
+int session(Options options) {
+    if (::getuid() == 0 || ::geteuid() == 0)
+        throw std::runtime_error(
+            "does not run as root. Start it as an ordinary user, for instance: "
+            "su - USER -c 'vex ...'");
+    const bool attaches = options.attaches();
+    if (!attaches) options.program[0] = Executables::program(options.program[0]);
+    options.debugger = Executables::debugger(options.debugger);
+    options.console = Executables::console(options.console);
+    if (attaches)
+        findTargets(options);
+    else if (!Tracing::works())
+        throw std::runtime_error(
+            "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
+            "container, start it with --cap-add=SYS_PTRACE.");
+    Limits::liftDescriptors();
+    if (const auto problem = Limits::refusal(options.tasks, Limits::facts()))
+        throw std::runtime_error(*problem);
+    // The keys of the terminal are the console's business.
+    for (int number : {SIGINT, SIGQUIT, SIGPIPE, SIGTTOU})
+        std::signal(number, SIG_IGN);
+    // What the debugged programs leave behind becomes a child of this process, not of init: it is
+    // found at the end, and reaped.
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Frontend frontend(options);
+    return frontend.run();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    const Options::Outcome outcome = options.parse(argc, argv);
+    if (!outcome.proceed) {
+        std::fputs(outcome.text.c_str(), outcome.status == 0 ? stdout : stderr);
+        return outcome.status;
+    }
+    try {
+        return session(std::move(options));
+    } catch (const Error& error) {
+        std::fprintf(stderr, "vex: %s", error.getErrMsg());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vex: %s\n", error.what());
+    }
+    return 1;
+}

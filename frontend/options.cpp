@@ -1,0 +1,56 @@
+#include "frontend/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <sstream>
+
+Options::Outcome Options::parse(int argc, const char* const* argv) {
+    CLI::App app(
+        "Debugs a parallel job: starts one debugger for each task of a program and opens a "
+        "console in which one command goes to all of them.",
+        "vex");
+    app.set_version_flag("-V,--version", "vex " VEX_VERSION);
+    CLI::Option* number = app.add_option("-n,--tasks", tasks, "Number of tasks")
+                              ->check(CLI::Range(1, 4096))
+                              ->capture_default_str();
+    app.add_option("--debugger", debugger, "The debugger: gdb, or the path of one")
+        ->capture_default_str();
+    app.add_option("--console", console,
+                   "The console program (default: the vexconsole beside vex, else in PATH)");
+    app.add_option("--attach", attach, "Attach to these running processes: PID,PID,...")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::PositiveNumber)
+        ->excludes(number);
+    app.add_option("--attach-config", attachConfig,
+                   "Attach to the processes that the launcher's attach file names")
+        ->excludes(number);
+    app.add_option("--mpi", mpiLauncher,
+                   "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
+        ->check(CLI::PositiveNumber)
+        ->excludes(number);
+    app.add_option("--consoles", consoles, "How many consoles may be open at a time")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    app.add_option("program", program, "The program to debug, and its arguments");
+    // What follows the program is the program's own.
+    app.positionals_at_end();
+    app.prefix_command();
+    app.footer("Each task finds in its environment:\n"
+               "  VEX_TASK    its number, from 0\n"
+               "  VEX_NTASKS  the number of tasks\n"
+               "  VEX_JOB     a text that no other session has\n"
+               "Examples: vex -n 8 ./solver input.dat\n"
+               "          vex --mpi $(pgrep -n mpirun)");
+    std::ostringstream out, err;
+    try {
+        app.parse(argc, argv);
+        if (program.empty() && !attaches()) throw CLI::RequiredError("program");
+        if (!program.empty() && attaches())
+            throw CLI::ValidationError("No program can be given to attach to what runs already");
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error, out, err);
+        return {false, status == 0 ? 0 : 2, status == 0 ? out.str() : "vex: " + err.str()};
+    }
+    return {true, 0, ""};
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "frontend/target.h"
+
+#include <string>
+#include <vector>
+
+/// What the user asked for on the command line.
+struct Options {
+    /// Number of clients.
+    int tasks = 1;
+    /// The processes to attach to, as they were given; empty: start the program.
+    std::vector<pid_t> attach;
+    /// The file that names them instead.
+    std::string attachConfig;
+    /// The launcher of a parallel job that runs already; 0: none.
+    pid_t mpiLauncher = 0;
+    /// The tasks to attach to, found from the above; empty: start the program.
+    std::vector<Target> targets;
+    std::string debugger = "gdb";
+    /// How many consoles a session has at most.
+    std::size_t consoles = 32;
+    /// The console program; empty: the one beside this program, else the one in PATH.
+    std::string console;
+    /// The program to debug, as a path, and its arguments.
+    std::vector<std::string> program;
+
+    static constexpr std::size_t maxTasks = 4096;
+
+    /// Whether the program runs already.
+    bool attaches() const { return !attach.empty() || !attachConfig.empty() || mpiLauncher != 0; }
+
+    /// What to do with a command line: go on, or print a text and end.
+    struct Outcome {
+        bool proceed;
+        int status;
+        std::string text;
+    };
+
+    /// Fills in the options. The text of an outcome is an answer to --help or --version (status 0)
+    /// or says what is wrong.
+    Outcome parse(int argc, const char* const* argv);
+};

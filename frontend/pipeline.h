@@ -1,0 +1,20 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// A debugger's command whose output goes through a command of the shell: "where | grep main".
+struct Pipeline {
+    /// The debugger's command.
+    std::string command;
+    /// What stands behind the bar, for /bin/sh.
+    std::string filter;
+
+    /// Cuts a line at its first pipe; nothing when it has none. A bar is a pipe outside quotes and
+    /// brackets, single, between blanks, and before the name of a program, so that the bars of
+    /// expressions stay the debugger's.
+    static std::optional<Pipeline> parse(std::string_view line,
+                                         const std::function<bool(const std::string&)>& isProgram);
+};

@@ -1,0 +1,104 @@
+#include "frontend/processtree.h"
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+std::string contents(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// All process ids, as /proc lists them at this moment.
+std::vector<pid_t> everyone() {
+    std::vector<pid_t> ids;
+    std::error_code fault;
+    for (std::filesystem::directory_iterator at("/proc", fault), end; !fault && at != end;
+         at.increment(fault)) {
+        const std::string name = at->path().filename();
+        pid_t id = 0;
+        const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), id);
+        if (error == std::errc() && stop == name.data() + name.size()) ids.push_back(id);
+    }
+    return ids;
+}
+
+// The fourth field of /proc/PID/stat; the second, a name in brackets, may hold anything. 0: it is
+// gone, or dead and not reaped.
+pid_t parentOf(pid_t id) {
+    const std::string stat = contents("/proc/" + std::to_string(id) + "/stat");
+    const std::size_t bracket = stat.rfind(')');
+    if (bracket == std::string::npos || bracket + 4 >= stat.size()) return 0;
+    if (stat[bracket + 2] == 'Z' || stat[bracket + 2] == 'X') return 0;
+    pid_t parent = 0;
+    std::from_chars(stat.data() + bracket + 4, stat.data() + stat.size(), parent);
+    return parent;
+}
+
+} // namespace
+
+std::vector<pid_t> ProcessTree::descendants(pid_t root, pid_t except) {
+    std::multimap<pid_t, pid_t> children;
+    for (pid_t id : everyone())
+        children.emplace(parentOf(id), id);
+    std::vector<pid_t> found{root};
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const auto [first, last] = children.equal_range(found[i]);
+        for (auto each = first; each != last; ++each) {
+            if (each->second != except) found.push_back(each->second);
+        }
+    }
+    std::reverse(found.begin(), found.end());
+    found.pop_back();
+    return found;
+}
+
+std::vector<pid_t> ProcessTree::children(pid_t parent) {
+    std::vector<pid_t> found = everyone();
+    std::erase_if(found, [parent](pid_t id) { return parentOf(id) != parent; });
+    return found;
+}
+
+std::string ProcessTree::nameOf(pid_t id) {
+    const std::string text = contents("/proc/" + std::to_string(id) + "/comm");
+    return text.substr(0, text.find('\n'));
+}
+
+std::optional<std::string> ProcessTree::variable(pid_t id, const std::string& name) {
+    std::istringstream all(contents("/proc/" + std::to_string(id) + "/environ"));
+    for (std::string entry; std::getline(all, entry, '\0');) {
+        if (entry.starts_with(name + "=")) return entry.substr(name.size() + 1);
+    }
+    return std::nullopt;
+}
+
+void ProcessTree::killDescendants(pid_t root, pid_t except) {
+    // A process can start another one between the look and the blow, so look again.
+    for (int round = 0; round < 200; ++round) {
+        const std::vector<pid_t> living = descendants(root, except);
+        if (living.empty()) return;
+        for (pid_t id : living)
+            ::kill(id, SIGKILL);
+        ::usleep(5000);
+    }
+}
+
+void ProcessTree::reapStrangers(const std::vector<pid_t>& known) {
+    for (;;) {
+        siginfo_t what{};
+        if (::waitid(P_ALL, 0, &what, WEXITED | WNOHANG | WNOWAIT) == -1 || what.si_pid == 0)
+            return;
+        // Its owner waits for it; the others come after that.
+        if (std::binary_search(known.begin(), known.end(), what.si_pid)) return;
+        ::waitpid(what.si_pid, nullptr, WNOHANG);
+    }
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+/// Processes and their parents, found in /proc. What the debuggers started and what those started
+/// in turn are all found below the session's process, also when their parent has gone: it is their
+/// reaper, see PR_SET_CHILD_SUBREAPER in prctl(2).
+namespace ProcessTree {
+
+/// The descendants of a process, the deepest first, without itself and without those of `except`.
+std::vector<pid_t> descendants(pid_t root, pid_t except);
+/// The living children of a process.
+std::vector<pid_t> children(pid_t parent);
+/// The name of the program that a process runs, at most 15 bytes; empty when it is gone.
+std::string nameOf(pid_t id);
+/// A variable of the environment that a process was started with; nothing when it has none or does
+/// not show it.
+std::optional<std::string> variable(pid_t id, const std::string& name);
+/// Kills the descendants by SIGKILL, the deepest first, until none is left; waits at most about a
+/// second.
+void killDescendants(pid_t root, pid_t except);
+/// Reaps the ended children of this process that are not among `known` (ascending).
+void reapStrangers(const std::vector<pid_t>& known);
+
+} // namespace ProcessTree

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "common/clientset.h"
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+/// The stacks of many clients' threads as one tree of calls, with the clients at each call.
+class StackTree {
+  public:
+    /// A line of the report, and the clients that it is about.
+    struct Row {
+        std::string text;
+        ClientSet clients;
+        bool operator==(const Row&) const = default;
+    };
+    /// Rows that stand side by side: no two of a group have the same text.
+    using RowGroup = std::vector<Row>;
+
+    /// Adds the stack of one thread, the innermost call first.
+    void add(int client, const std::vector<std::string>& calls);
+    /// Adds a client of which there is nothing to show, and why.
+    void addWithout(int client, const std::string& reason) { without[reason].insert(client); }
+
+    /// Where the innermost calls are, the fewest clients first: one group, empty when there are no
+    /// stacks; then the clients without stacks, one group for each reason.
+    std::vector<RowGroup> places() const;
+    /// The calls from the outermost inwards, a group of one row for each, indented by depth; of
+    /// those side by side the one with the fewest clients first.
+    std::vector<RowGroup> tree() const;
+
+  private:
+    struct Node {
+        ClientSet clients;
+        std::size_t threads = 0;
+        std::map<std::string, Node> calls;
+    };
+
+    Node root;
+    std::map<std::string, Node> innermost; // by the text of the place
+    std::map<std::string, ClientSet> without;
+
+    static std::vector<const std::pair<const std::string, Node>*>
+    byClients(const std::map<std::string, Node>& nodes);
+    static std::string threadsOf(const Node& node);
+    static void walk(const Node& node, std::size_t depth, std::vector<RowGroup>& rows);
+};

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+
+/// What this system lets a debugger do, found out before one is started.
+namespace Tracing {
+
+/// Whether a process may be traced at all; containers often forbid it.
+bool works();
+
+/// What is known of a process that cannot be traced.
+struct Facts {
+    bool exists = false;
+    bool zombie = false;
+    /// A thread, and the process that it belongs to; -1: it is a process.
+    pid_t processOf = -1;
+    std::string owner; // of the process; empty: the asking user's own
+    pid_t tracer = 0;  // who traces it already; 0: nobody
+    std::string tracerName;
+    int yamaScope = 0; // kernel.yama.ptrace_scope
+};
+
+/// Why a process cannot be traced and what to do about it, as a sentence.
+std::string refusal(pid_t pid, const Facts& facts);
+/// Throws std::runtime_error with such a sentence unless this process' children may attach to that
+/// process. Tries it, without stopping that process.
+void checkAttach(pid_t pid);
+/// Who traces a process; 0: nobody, or there is no such process.
+pid_t tracerOf(pid_t pid);
+
+} // namespace Tracing

@@ -1,0 +1,170 @@
+// Ctrl-C and what can be done behind it.
+#include "tests/support/deadline.h"
+#include "tests/support/session.h"
+
+#include <atomic>
+#include <thread>
+
+using Interrupt = Session;
+
+TEST_F(Interrupt, CtrlCAtThePromptDoesNothing) {
+    begin();
+    console->type("whe");
+    console->until("whe");
+    // Not by its key, which also empties the terminal's queues at a time of its own.
+    console->signal(SIGINT);
+    // Both threads have moved on since, so that the signal has arrived.
+    frontEnd.reply(Reply::CLIENT_REMOVE, 3);
+    console->until("Client 3 was terminated\n");
+    console->type("r");
+    console->until("r");
+    console->type("e\n");
+    frontEnd.expectCommand(Command::CLIENT, "where");
+    finish();
+}
+
+TEST_F(Interrupt, LinesRefusedBehindIt) {
+    begin();
+    interrupted();
+    const std::string useSend = "3917-503  Use 'send %s' to send secondary prompt messages. Error "
+                                "near: ";
+    const struct {
+        const char* line;
+        std::string shown;
+    } refused[] = {
+        {" print %d", useSend + "print %d<END>\n"},
+        {"instant", "3917-551  Must specify actual debugger command as argument for instant "
+                    "command. Error near: instant<END>\n"},
+        {"match x", "3917-500  This command cannot run in interrupt state. Error near: "
+                    "match x<END>\n"},
+        {"option broadcast on", "3917-500  This command cannot run in interrupt state. Error "
+                                "near: broadcast on<END>\n"},
+        {"option ecolor red", "set color to red.\n"},
+        {"send", "3917-501  Ambiguous command. Error near: <END>\n"},
+        {"leave now", "3917-540  Extra parameters. Error near: now<END>\n"},
+    };
+    for (const auto& [line, shown] : refused)
+        EXPECT_EQ(answerTo(line, "(all:int) "), shown) << line;
+    EXPECT_FALSE(frontEnd.hasCommand());
+}
+
+TEST_F(Interrupt, RequestsAndTheirAnswers) {
+    const std::string normal = "(all) ";
+    const struct {
+        const char* line;
+        Command::Type sent;
+        std::string text;
+        Reply::Value value;
+        std::string prompt;
+    } cases[] = {
+        {"inter", Command::INTERRUPT, "", Reply::SUCCESS, "(all:int) "},
+        {"on g1", Command::ON, "g1", Reply::ON_INTERRUPT, "(g1:int) "},
+        {"on nowhere", Command::ON, "nowhere", Reply::FAILED, "(g1:int) "},
+        {"on all", Command::ON, "all", Reply::ON_INTERRUPT, "(all:int) "},
+        // With nothing in flight, or nobody who asks, it comes back to normal.
+        {"interrupt", Command::INTERRUPT, "", Reply::ON_NORMAL, normal},
+        {"send y", Command::PROMPT, "y", Reply::FAILED, normal},
+    };
+    begin();
+    interrupted();
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.line);
+        ask(row.line, row.sent, row.text);
+        const bool failed = row.value == Reply::FAILED;
+        frontEnd.reply(row.value, failed ? 511 : 0, row.text.empty() ? "all" : row.text);
+        EXPECT_EQ(prompt(row.prompt), failed ? "3917-511  Group not found.\n" : "");
+        if (row.prompt == normal) interrupted();
+    }
+    // READY instead of an answer: the members have stopped.
+    ask("interrupt", Command::INTERRUPT, "");
+    EXPECT_EQ(finish(), "");
+    interrupted();
+    ask("send yes please", Command::PROMPT, "yes"); // one word
+    EXPECT_EQ(finish(), "");
+    command("send yes please"); // the clients' own word outside the interrupt state
+}
+
+TEST_F(Interrupt, WhatIsPrintedMeanwhileIsKeptUnseen) {
+    begin();
+    interrupted();
+    frontEnd.print(id, {{0, {0, 1}, "unseen"}});
+    frontEnd.reply(Reply::CLIENT_REMOVE, 3);
+    EXPECT_EQ(console->until("Client 3 was terminated\n"), "");
+    console->type("leave\n");
+    console->until("leave\n");
+    // The wait for the rest goes on; nothing was sent for it.
+    EXPECT_FALSE(frontEnd.hasCommand());
+    // It takes effect some time after its echo: what comes before that is kept unseen, too.
+    const Deadline deadline;
+    for (int line = 1; console->screen().find("2 | seen") == std::string::npos; ++line) {
+        ASSERT_GT(deadline.left(), 0);
+        frontEnd.print(id, {{line, {2}, "seen"}});
+        ::usleep(20000);
+    }
+    EXPECT_EQ(console->screen().find("unseen"), std::string::npos);
+    frontEnd.ready(id);
+    EXPECT_EQ(frontEnd.expectFiltered(), "0:2 ");
+    frontEnd.success();
+    prompt("(all) ");
+}
+
+TEST_F(Interrupt, ReadyThatComesWhileInterruptedEndsTheState) {
+    begin();
+    interrupted();
+    frontEnd.finish(id);
+    // The prompt that stands there is the old one; the next one tells the truth.
+    for (const char* line : {"", "leave", "interrupt"})
+        EXPECT_EQ(answerTo(line), "");
+    EXPECT_FALSE(frontEnd.hasCommand());
+}
+
+// Ctrl-C thousands of times, at any moment of a busy exchange: nothing is torn, nothing hangs.
+TEST_F(Interrupt, ThousandsOfInterruptsDuringABusyExchange) {
+    constexpr int lines = 300, signals = 6000;
+    std::string script;
+    for (int i = 0; i < lines; ++i)
+        script += "print\ninterrupt\ngroup g = 1\nleave\n";
+    launch(script);
+    frontEnd.accept(id);
+    // Behind its first command the console is past the time when Ctrl-C gives up connecting.
+    frontEnd.expectCommand(Command::CLIENT, "print");
+    std::atomic<int> sent = 0;
+    std::atomic<bool> over = false;
+    std::thread storm([&] {
+        for (; !over; ++sent) {
+            ::kill(console->pid(), SIGINT);
+            std::this_thread::yield();
+        }
+    });
+    int commands = 0;
+    std::string failure;
+    try {
+        for (;; ++commands) {
+            // A console that runs without a command of its own (it left the interrupt state) waits
+            // for a READY that only an idle front end can tell it is due.
+            while (!frontEnd.waitForCommand(std::chrono::milliseconds(2)))
+                frontEnd.ready(id);
+            const Command next = frontEnd.expectCommand();
+            // However fast the exchange is, each of its steps is hit by some.
+            while (sent < commands * (signals / lines) && console->running())
+                std::this_thread::yield();
+            if (next.getType() == Command::CLIENT) {
+                EXPECT_STREQ(next.getContent(), "print");
+                frontEnd.print(id, {{0, {0}, "out"}});
+                frontEnd.ready(id);
+            } else {
+                EXPECT_TRUE(next.getType() == Command::INTERRUPT ||
+                            next.getType() == Command::GROUP);
+                frontEnd.success();
+            }
+        }
+    } catch (const BrokenConnection&) { // a send, after the script's end
+    } catch (const std::runtime_error& error) {
+        failure = error.what();
+    }
+    over = true;
+    storm.join();
+    EXPECT_EQ(console->exitStatus(), 0) << failure;
+    EXPECT_GT(commands, lines / 4) << failure;
+    EXPECT_GT(sent, signals / 5);
+}

@@ -1,0 +1,129 @@
+// From the command line to the first prompt, and the ways in which that goes wrong.
+#include "tests/support/session.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sys/wait.h>
+
+class Startup : public Session {
+  protected:
+    // The number of a session that nobody serves.
+    const std::string nobodys = std::to_string(frontEnd.session() + 1);
+
+    void launchAlone(const std::vector<std::string>& arguments) {
+        Terminal::Start start;
+        start.argv = {program("vexconsole")};
+        start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
+        start.environment = environment;
+        start.environment["HOME"] = home.path();
+        console = std::make_unique<Terminal>(start);
+    }
+    // A console that connects to nobody gets a Ctrl-C. It ignores SIGXFSZ once its own handler for
+    // that is in place.
+    void interruptConnecting(const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{"-s", nobodys};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        launchAlone(arguments);
+        const std::string path = "/proc/" + std::to_string(console->pid()) + "/status";
+        for (unsigned long long set = 0; (set >> (SIGXFSZ - 1) & 1) == 0; ::usleep(1000)) {
+            std::ifstream status(path);
+            for (std::string word; status >> word && word != "SigIgn:";) {
+            }
+            status >> std::hex >> set;
+            ASSERT_TRUE(console->running());
+        }
+        console->signal(SIGINT);
+    }
+    std::string output() {
+        expectEnd();
+        const std::string &shown = console->screen(), wraparound = "\x1b[?7h\x1b[?45h";
+        return shown.starts_with(wraparound) ? shown.substr(wraparound.size()) : shown;
+    }
+};
+
+TEST_F(Startup, MistakesInTheCommandLine) {
+    const std::string noSession =
+        "ERROR: 152 3917-152  '%' requires <session number> after -s.\n\n";
+    const struct {
+        std::vector<std::string> arguments;
+        std::string shown;
+    } mistakes[] = {
+        {{"-s", "x"}, noSession},
+        {{"-s"}, noSession},
+        // A number that does not fit is nobody else's session.
+        {{"-s", "100000"}, noSession},
+        {{"-s", "4294967297"}, noSession},
+        {{"-q"}, "ERROR: 151 3917-151  '%' does not recognize option '-q'.\n\n"},
+        {{"word"}, "ERROR: 153 3917-153  Extra argument 'word' to '%'.\n\n"},
+        {{"-h"},
+         "Usage: %\nOptional:\n"
+         "  -s <session number>\t-- Which debug session to connect to.\n"
+         "  -u <use luma>\t-- Whether use luma or not. \n"
+         "  -p <command line file>\t-- Command under batch mode file. \n"
+         "  -h\t\t\t-- Show help information.\n"
+         "  -b <frontend process pid>\t-- Abort which frontend process when break\n"},
+    };
+    for (auto [arguments, shown] : mistakes) {
+        launchAlone(arguments);
+        shown.replace(shown.find('%'), 1, program("vexconsole"));
+        EXPECT_EQ(output(), shown);
+    }
+}
+
+TEST_F(Startup, NobodyListens) {
+    const pid_t gone = ::fork();
+    if (gone == 0) ::_exit(0);
+    ::waitpid(gone, nullptr, 0);
+    // A front end that is gone is not waited for.
+    for (const auto& [timeout, pid] : {std::pair{"1", ::getpid()}, {"600", gone}}) {
+        environment["VEX_CONSOLE_TIMEOUT"] = timeout;
+        launchAlone({"-s", nobodys, "-b", std::to_string(pid)});
+        EXPECT_EQ(output(), "ERROR: 120 3917-120  Connection time-out after 1 seconds.\n\n");
+    }
+    environment["VEX_CONSOLE_TIMEOUT"] = "-5";
+    launchAlone({"-s", nobodys});
+    EXPECT_EQ(output(), "ERROR: \"VEX_CONSOLE_TIMEOUT\"(-5) should be positive value.\n");
+}
+
+TEST_F(Startup, TheFrontEndRefusesOneConsoleMoreOrCloses) {
+    launch();
+    frontEnd.accept(-1);
+    EXPECT_EQ(output(),
+              "ERROR: 221 3917-221  The VEX front end has reached its connection limit. \n\n");
+    launch();
+    frontEnd.connected();
+    frontEnd.close();
+    EXPECT_EQ(output(), "3917-801  The connection terminated.\n\n");
+}
+
+TEST_F(Startup, CtrlCWhileConnectingAsksTheFrontEndToStopOrEndsTheConsole) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR1);
+    ::sigprocmask(SIG_BLOCK, &set, nullptr);
+    interruptConnecting({"-b", std::to_string(::getpid())});
+    const timespec limit{20, 0};
+    EXPECT_EQ(::sigtimedwait(&set, nullptr, &limit), SIGUSR1);
+    EXPECT_TRUE(console->running());
+    interruptConnecting({});
+    EXPECT_EQ(console->exitStatus(), 1);
+}
+
+TEST_F(Startup, TheSettingsDirectoryIsPrivate) {
+    namespace fs = std::filesystem;
+    begin();
+    EXPECT_EQ(fs::status(home.path(".vex")).permissions(), fs::perms::owner_all);
+    command("where");
+    finish();
+    EXPECT_EQ(home.read(".vex/history"), "where\n");
+}
+
+TEST_F(Startup, AHomeThatCannotBeUsedStopsNothing) {
+    environment["HOME"] = "/proc/nowhere";
+    launch();
+    frontEnd.accept(id);
+    EXPECT_EQ(prompt("(all) "), "\x1b[?7h\x1b[?45hCreating configuration directory failed.\n");
+    EXPECT_EQ(answerTo("history"), "");
+    command("where");
+    finish();
+}
