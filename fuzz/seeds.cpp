@@ -1,0 +1,71 @@
+// Writes well-formed inputs for the fuzz targets, one directory a target: fuzz_seeds DIRECTORY
+#include "common/command.h"
+#include "common/data.h"
+#include "common/reply.h"
+#include "fuzz/fuzz.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+std::filesystem::path root;
+
+void seed(const char* target, const std::string& bytes) {
+    static int number = 0;
+    std::filesystem::create_directories(root / target);
+    std::ofstream(root / target / std::to_string(number++), std::ios::binary) << bytes;
+}
+
+std::string dataRecord() {
+    Data data;
+    data.setConsoleID(1);
+    data.setConsoleCmd("where");
+    for (int slot : {0, 3, 3, 7}) {
+        Line line(slot, Line::EQUAL);
+        for (int id : {0, 1, 2, 5})
+            line.addBE(id + slot);
+        line.setContent("#0  main () at halo.c:" + std::to_string(slot));
+        line.generateKey();
+        data.addLine(&line);
+    }
+    data.setBounds(0, 12, 4);
+    return packed(data);
+}
+
+std::string groupRecord() {
+    GroupCommand group;
+    group.setOpType(GroupCommand::ASSIGN);
+    group.setBase("g1");
+    group.addOperand("g0");
+    group.addOperands(0, 3);
+    group.addOperand(9);
+    return packed(group);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 1;
+    root = argv[1];
+    seed("data", dataRecord());
+    seed("parser", dataRecord());
+    const std::string group = groupRecord();
+    seed("group", group);
+    Command command;
+    command.init(7, "all", Command::CLIENT, "where", -1);
+    seed("command", packed(command));
+    command.init(7, "all", Command::GROUP, group.data(), static_cast<int>(group.size()));
+    seed("command", packed(command));
+    Reply reply(Reply::FAILED, 511);
+    reply.addRetInfo("g1");
+    seed("reply", packed(reply));
+    for (const char* line : {"group g1 = 0:3 7 g2", "print \"a\\\"b\" 'c' \\* -3 12ab",
+                             "stat -s -i | sort", "'open"}) {
+        seed("token", line);
+        seed("split", std::string(" ,:") + '\0' + line);
+    }
+    seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
+    seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");
+    return 0;
+}
