@@ -3,6 +3,7 @@
 #include "common/frame.h"
 #include "frontend/executables.h"
 #include "frontend/identity.h"
+#include "frontend/localclient.h"
 #include "frontend/processtree.h"
 #include "frontend/tracing.h"
 
@@ -263,16 +264,23 @@ void Frontend::startClients() {
 void Frontend::startClient(int id) {
     const std::size_t index = static_cast<std::size_t>(id);
     ++starting;
-    clients[index] = std::make_unique<Client>(
-        loop,
-        Client::Handler{[this, id](std::string_view text) { onOutput(id, text); },
-                        [this, id] { onPrompt(id); }, [this, id] { return mayRead(id); }},
-        *debugger,
-        Debugger::Launch{attaches() ? options.targets[index].pid : 0, options.program, randomText(),
-                         "", ""},
-        Client::Environment{{"VEX_TASK", std::to_string(id)},
-                            {"VEX_NTASKS", std::to_string(options.tasks)},
-                            {"VEX_JOB", job}});
+    clients[index] = std::make_unique<LocalClient>(loop, handlerOf(id), debuggerStart(id));
+}
+
+Client::Handler Frontend::handlerOf(int id) {
+    return {[this, id](std::string_view text) { onOutput(id, text); }, [this, id] { onPrompt(id); },
+            [this, id] { return mayRead(id); }};
+}
+
+DebuggerStart Frontend::debuggerStart(int id) const {
+    Debugger::Launch launch;
+    if (attaches()) launch.attach = options.targets[static_cast<std::size_t>(id)].pid;
+    launch.program = options.program;
+    launch.nonce = randomText();
+    return DebuggerStart::of(*debugger, launch,
+                             {{"VEX_TASK", std::to_string(id)},
+                              {"VEX_NTASKS", std::to_string(options.tasks)},
+                              {"VEX_JOB", job}});
 }
 
 void Frontend::onOutput(int id, std::string_view text) {

@@ -4,6 +4,7 @@
 #include "frontend/consolelink.h"
 #include "frontend/consoleprocess.h"
 #include "frontend/debugger.h"
+#include "frontend/debuggerstart.h"
 #include "frontend/helpers.h"
 #include "frontend/options.h"
 #include "frontend/session.h"
@@ -86,6 +87,8 @@ class Frontend : private Switchboard::Outlet {
     bool attaches() const { return !options.targets.empty(); }
     void startClients();
     void startClient(int id);
+    Client::Handler handlerOf(int id);
+    DebuggerStart debuggerStart(int id) const;
     void onOutput(int id, std::string_view text);
     void onPrompt(int id);
     void onStarted();

@@ -1,10 +1,11 @@
-#include "frontend/client.h"
+#include "frontend/localclient.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 using asio::posix::descriptor_base;
 
@@ -15,20 +16,16 @@ constexpr auto deaf = std::chrono::milliseconds(50);
 
 } // namespace
 
-Client::Client(asio::io_context& loop, Handler handler, const Debugger& debugger,
-               Debugger::Launch launch, const Environment& environment)
+LocalClient::LocalClient(asio::io_context& loop, Handler handler, const DebuggerStart& start)
     : handle(std::move(handler)),
       stream(loop, terminal.master()),
       inputStream(loop, inputTerminal.master()),
-      matcher(debugger.prompt(launch.nonce)),
-      attached(launch.attach != 0),
+      matcher(start.prompt),
+      attached(start.attaches),
       patience(loop) {
     ChildProcess::Start what;
-    launch.terminal = terminal.name();
-    launch.inputTerminal = inputTerminal.name();
-    what.argv = debugger.argv(launch);
-    what.environment = environment;
-    what.environment.insert(what.environment.end(), {{"TERM", "dumb"}, {"DEBUGINFOD_URLS", ""}});
+    what.argv = start.argvFor(terminal.name(), inputTerminal.name());
+    what.environment = start.environment;
     what.terminal = terminal.terminal();
     if (attached) what.orphan = ChildProcess::Start::INTERRUPTED;
     process.start(what);
@@ -37,13 +34,13 @@ Client::Client(asio::io_context& loop, Handler handler, const Debugger& debugger
     waitToReadInput();
 }
 
-Client::~Client() {
+LocalClient::~LocalClient() {
     // The descriptors belong to the terminals.
     stream.release();
     inputStream.release();
 }
 
-void Client::waitToRead() {
+void LocalClient::waitToRead() {
     stream.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
         if (fault) return;
         if (!handle.mayRead())
@@ -53,12 +50,12 @@ void Client::waitToRead() {
     });
 }
 
-void Client::resume() {
+void LocalClient::resume() {
     if (std::exchange(paused, false)) waitToRead();
     if (std::exchange(inputPaused, false)) waitToReadInput();
 }
 
-void Client::waitToReadInput() {
+void LocalClient::waitToReadInput() {
     inputStream.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
         if (fault) return;
         if (!handle.mayRead())
@@ -69,7 +66,7 @@ void Client::waitToReadInput() {
 }
 
 // Reads what is there at the moment, once; false when no more will come.
-bool Client::readSome() {
+bool LocalClient::readSome() {
     std::array<char, 65536> buffer;
     const ssize_t got = ::read(terminal.master(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
@@ -84,7 +81,7 @@ bool Client::readSome() {
 }
 
 // What a program writes to its input terminal by name ("/dev/tty") is output, too.
-bool Client::readInput() {
+bool LocalClient::readInput() {
     std::array<char, 4096> buffer;
     const ssize_t got = ::read(inputTerminal.master(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
@@ -92,14 +89,14 @@ bool Client::readInput() {
     return true;
 }
 
-void Client::type(const std::string& line) {
+void LocalClient::type(const std::string& line) {
     typed += line + '\n';
     typedAt = Clock::now();
     heard = false;
     if (!writing) writeSome();
 }
 
-void Client::writeSome() {
+void LocalClient::writeSome() {
     writing = false;
     while (!typed.empty() && terminal.master() != -1) {
         const ssize_t put = ::write(terminal.master(), typed.data(), typed.size());
@@ -116,7 +113,7 @@ void Client::writeSome() {
     }
 }
 
-void Client::interrupt() {
+void LocalClient::interrupt() {
     const auto early = typedAt + deaf;
     if (heard || Clock::now() >= early) {
         process.signalGroup(SIGINT);
@@ -128,7 +125,7 @@ void Client::interrupt() {
     });
 }
 
-void Client::release() {
+void LocalClient::release() {
     if (!attached || terminal.master() == -1) return;
     patience.cancel();
     process.signal(SIGINT);
@@ -136,7 +133,7 @@ void Client::release() {
     terminal.closeMaster();
 }
 
-bool Client::ended() {
+bool LocalClient::ended() {
     if (process.poll() != ChildProcess::ENDED) return false;
     // All that is left fits a terminal's buffer; a program that lives on may go on writing.
     for (int round = 0; round < 64; ++round) {
