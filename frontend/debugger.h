@@ -46,6 +46,8 @@ class Debugger {
     virtual std::string whole(std::string line) const = 0;
     /// Whether output that ends like this waits for an answer (a secondary prompt).
     virtual bool asks(std::string_view tail) const = 0;
+    /// The line that it prints when an interrupt finds it idle.
+    virtual std::string interruptEcho() const = 0;
     /// Whether this line shows that an interrupt was taken.
     virtual bool showsInterrupt(std::string_view line) const = 0;
     /// Whether this line of the start-up is of no interest to the user.

@@ -12,6 +12,7 @@ class Gdb : public Debugger {
     std::string prompt(const std::string& nonce) const override;
     std::string whole(std::string line) const override;
     bool asks(std::string_view tail) const override;
+    std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     bool isGreeting(std::string_view line) const override;
     bool keepsBars(std::string_view line) const override;

@@ -132,6 +132,27 @@ TEST_F(SwitchboardTest, ASlowClientDoesNotHoldBackTheOthers) {
     EXPECT_EQ(happened(), (Events{"1 0@3 late", "1 READY 1"}));
 }
 
+TEST_F(SwitchboardTest, MuchThatAllSayIsShownOnceAndDoesNotWaitForTheSlow) {
+    running();
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += "equal\n"; // 1.5 MB when gathered
+    for (int id = 0; id < 4; ++id) {
+        prints({id}, text);
+        pass(20ms);
+    }
+    const auto all = happened();
+    EXPECT_EQ(all.size(), 20000u);
+    EXPECT_EQ(all.back(), "1 19999@0:3 equal");
+    prints({0, 1, 2}, text);
+    pass(200ms);
+    EXPECT_EQ(happened().size(), 20000u);
+    // All that is kept back is 16 MB.
+    for (int i = 0; i < 12; ++i)
+        prints({0}, text);
+    EXPECT_GT(happened().size(), 200000u);
+}
+
 TEST_F(SwitchboardTest, AnUnfinishedLineWaitsAndIsThenSentAsItStands) {
     running();
     prints({0}, "a\nhalf");

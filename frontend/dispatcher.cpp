@@ -1,0 +1,393 @@
+#include "frontend/dispatcher.h"
+
+#include "frontend/text.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+namespace {
+
+// What is kept of one client's output for the program behind its bar.
+constexpr std::size_t largestCapture = 64 * 1024 * 1024;
+// Lines of a script that wait until its client's debugger has answered the one before.
+constexpr std::size_t longScript = 10000;
+
+constexpr const char* scriptCommand = "vex_cmd";
+
+} // namespace
+
+Dispatcher::Dispatcher(int count, const Debugger& driver, Outlet& out, Listener& told)
+    : debugger(driver),
+      outlet(out),
+      listener(told),
+      clients(static_cast<std::size_t>(count)),
+      requests([this](int console, const Data& record) { outlet.toConsole(console, record); }) {}
+
+void Dispatcher::consoleLeft(int console) {
+    requests.consoleLeft(console);
+    for (std::size_t i = 0; i < clients.size(); ++i) {
+        if (clients[i].console != console) continue;
+        clients[i].console = 0;
+        if (!clients[i].helped) continue;
+        stopHelper(static_cast<int>(i));
+        advance(static_cast<int>(i), Clock::time_point());
+    }
+}
+
+// --- what clients are to do
+
+std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point now) {
+    const auto isProgram = [this](const std::string& name) { return outlet.isProgram(name); };
+    if (auto problem = wanted.prepare(debugger, isProgram)) return problem;
+    wanted.waiting = wanted.members;
+    wanted.overdue = now + Wait::answer;
+    Request& request = requests.add(std::move(wanted));
+    for (int id : request.members) {
+        Client& client = at(id);
+        assert(!client.request);
+        // What it said on its own account is no part of the answer.
+        takePartial(id);
+        client.cutter.breakLine();
+        client.lineNo = 0;
+        client.request = &request;
+        client.console = request.console;
+        client.filtered = false;
+        client.captured.clear();
+    }
+    requests.flushIdle();
+    for (int id : request.members) {
+        if (request.kind == Command::SCRIPTCLIENT) {
+            at(id).helped = true;
+            outlet.startHelper(id, request.line, "");
+        } else {
+            type(id, request.line);
+        }
+    }
+    return std::nullopt;
+}
+
+void Dispatcher::type(int id, const std::string& line) {
+    at(id).turn.begin();
+    outlet.toClient(id, line);
+}
+
+// Carries out what is next for the client, until it must wait or has done its part of the request.
+void Dispatcher::advance(int id, Clock::time_point now) {
+    Client& client = at(id);
+    Request& request = *client.request;
+    while (!client.turn.open() && !client.script.empty()) {
+        std::string line = std::move(client.script.front());
+        client.script.pop_front();
+        if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(line) == scriptCommand &&
+            !Text::afterWord(line).empty())
+            type(id, Text::afterWord(line));
+        else
+            deliver(id, std::move(line), now);
+    }
+    requests.flushLarge(request, [&] { return commonLines(request); });
+    if (client.turn.open() || client.helped) return;
+    if (captures(client) && !client.filtered) {
+        client.filtered = true;
+        const std::string text = std::exchange(client.captured, {});
+        if (request.stat) {
+            request.stat->add(id, text, debugger);
+            if (request.waiting.size() == 1) report(request, id);
+        } else if (request.console != 0) {
+            client.helped = true;
+            outlet.startHelper(id, request.filter, text);
+        }
+        if (client.helped) return;
+    }
+    completed(id);
+}
+
+// The whole of stat, once all have answered; through its filter on behalf of the last client, when
+// there is one. The lines that come back as they went keep their clients.
+void Dispatcher::report(Request& request, std::optional<int> last) {
+    request.reported = true;
+    if (!request.filter.empty() && last && request.console != 0) {
+        at(*last).helped = true;
+        outlet.startHelper(*last, request.filter, request.stat->text());
+        return;
+    }
+    int lineNo = 0;
+    for (const auto& group : request.stat->rows()) {
+        for (const auto& row : group)
+            request.gathered.addRow(row.clients, lineNo, row.text);
+        ++lineNo;
+    }
+}
+
+void Dispatcher::completed(int id) {
+    Client& client = at(id);
+    Request& request = *std::exchange(client.request, nullptr);
+    request.waiting.erase(id);
+    const bool over = request.waiting.empty();
+    if (over && request.stat && !request.reported) report(request, std::nullopt);
+    if (over) requests.flush(request);
+    listener.answered(id, request);
+    if (over) requests.forget(request);
+}
+
+void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
+    for (int id : ids) {
+        Client& client = at(id);
+        if (!client.request || client.turn.settling()) continue;
+        if (client.turn.interrupt(now)) outlet.interrupt(id);
+        if (!client.helped) continue;
+        stopHelper(id);
+        advance(id, now);
+    }
+}
+
+bool Dispatcher::reply(const ClientSet& ids, const std::string& text) {
+    bool any = false;
+    for (int id : ids) {
+        Client& client = at(id);
+        if (!client.turn.open() || !debugger.asks(client.cutter.tail())) continue;
+        any = true;
+        takePartial(id);
+        client.cutter.breakLine();
+        client.request->asking.erase(id);
+        outlet.toClient(id, text);
+    }
+    return any;
+}
+
+void Dispatcher::adopt(int id, int console) {
+    Request& request = *at(id).request;
+    request.console = console;
+    for (int each : request.waiting)
+        at(each).console = console;
+}
+
+// --- what clients say
+
+Request& Dispatcher::requestFor(const Client& client) {
+    return client.request ? *client.request : requests.idleOf(client.console);
+}
+
+void Dispatcher::output(int id, std::string_view text, Clock::time_point now) {
+    Client& client = at(id);
+    if (!client.request && requests.noConsoles()) return;
+    for (std::string& line : client.cutter.feed(text, now))
+        addLine(id, std::move(line), now);
+    Request& request = requestFor(client);
+    if (client.cutter.since()) requests.awaitWindow(request, *client.cutter.since());
+    requests.flushLarge(request, [&] { return commonLines(request); });
+}
+
+void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
+    Client& client = at(id);
+    switch (client.turn.line(text, debugger, now)) {
+    case Turn::TOO_LATE:
+        return;
+    case Turn::TOO_EARLY:
+        outlet.interrupt(id);
+        break;
+    case Turn::ANSWER:
+        break;
+    }
+    if (captures(client))
+        capture(client, text);
+    else
+        deliver(id, std::move(text), now);
+}
+
+void Dispatcher::deliver(int id, std::string text, Clock::time_point now) {
+    Client& client = at(id);
+    Request& request = requestFor(client);
+    if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
+        request.gathered.addRow(row->clients, client.lineNo++, row->text);
+    else if (request.stat)
+        request.gathered.addRow(request.members, client.lineNo++, std::move(text));
+    else
+        request.gathered.add(id, client.lineNo++, std::move(text), now);
+    requests.awaitWindow(request, now);
+}
+
+void Dispatcher::capture(Client& client, const std::string& text) {
+    if (client.captured.size() < largestCapture) client.captured += text + "\n";
+}
+
+void Dispatcher::takePartial(int id) {
+    Client& client = at(id);
+    const Clock::time_point since = client.cutter.since().value_or(Clock::time_point());
+    auto text = client.cutter.takePartial();
+    if (!text || (!client.request && requests.noConsoles())) return;
+    if (captures(client))
+        capture(client, *text);
+    else
+        requestFor(client).gathered.add(id, client.lineNo++, std::move(*text), since);
+}
+
+void Dispatcher::prompted(int id, Clock::time_point now) {
+    Client& client = at(id);
+    if (!client.turn.open()) return;
+    // Behind the first prompt there is only what an interrupt makes it say.
+    const bool settled = client.turn.settling();
+    if (settled)
+        client.cutter.takePartial();
+    else
+        takePartial(id);
+    client.cutter.breakLine();
+    if (client.turn.prompt(now) == Turn::ANSWERED)
+        advance(id, now);
+    else if (!settled)
+        settling.emplace_back(client.turn.settledAt(), id);
+}
+
+bool Dispatcher::clientGone(int id) {
+    Client& client = at(id);
+    if (client.gone) return false;
+    if (client.helped) stopHelper(id);
+    takePartial(id);
+    if (client.request || !requests.noConsoles()) requests.flush(requestFor(client));
+    client.gone = true;
+    client.turn.end();
+    return true;
+}
+
+void Dispatcher::remove(int id) {
+    if (at(id).request) completed(id);
+}
+
+// --- what works for clients
+
+void Dispatcher::stopHelper(int id) {
+    Client& client = at(id);
+    if (client.helped) outlet.stopHelper(id);
+    client.helped = false;
+    client.script.clear();
+    client.helperLines = LineCutter();
+}
+
+void Dispatcher::helperOutput(int id, std::string_view text, Clock::time_point now) {
+    Client& client = at(id);
+    for (std::string& line : client.helperLines.feed(text, now))
+        client.script.push_back(std::move(line));
+    advance(id, now);
+}
+
+void Dispatcher::helperEnded(int id, const std::string& problem, Clock::time_point now) {
+    Client& client = at(id);
+    if (auto line = client.helperLines.takePartial()) client.script.push_back(std::move(*line));
+    client.helperLines = LineCutter();
+    client.helped = false;
+    // A filter that finds nothing ends so; what else went wrong, it has said.
+    const bool silent = captures(client) && problem.starts_with("ended with status");
+    if (!problem.empty() && !silent)
+        client.script.push_back((captures(client) ? client.request->filter : "the script") + " " +
+                                problem);
+    advance(id, now);
+}
+
+bool Dispatcher::helperMayTalk(int id) const { return at(id).script.size() < longScript; }
+
+// --- what consoles get
+
+// How many lines all have said that are waited for.
+int Dispatcher::commonLines(const Request& request) const {
+    std::optional<int> least;
+    for (int id : request.waiting)
+        least = std::min(least.value_or(at(id).lineNo), at(id).lineNo);
+    return least.value_or(0);
+}
+
+void Dispatcher::flushDue(Request& request, Clock::time_point now) {
+    if (!request.due || *request.due > now) return;
+    std::optional<Clock::time_point> young;
+    // Of a command, only who still works on it; of what idle clients say, anybody.
+    const auto look = [&](int id) {
+        Client& client = at(id);
+        const auto since = client.cutter.since();
+        if (client.gone || !since || &requestFor(client) != &request) return;
+        // What is captured is not cut into lines by the time.
+        if (*since + Wait::window > now)
+            young = young ? std::min(*young, *since) : *since;
+        else if (!captures(client))
+            takePartial(id);
+    };
+    for (int id : request.waiting)
+        look(id);
+    for (std::size_t i = 0; request.waiting.empty() && i < clients.size(); ++i)
+        look(static_cast<int>(i));
+    requests.flushDue(
+        request, [&] { return commonLines(request); }, now);
+    if (young) requests.awaitWindow(request, *young);
+    tellAsking(request, now);
+}
+
+void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
+                     const std::string& text, int lineNo) {
+    Aggregator line;
+    line.addRow(about, lineNo, text);
+    if (const auto record = line.take(console, cmd)) outlet.toConsole(console, *record);
+}
+
+// A word about some clients of a running request, behind what they have printed.
+void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
+    requests.flush(request);
+    int lineNo = 0;
+    for (int id : about)
+        lineNo = std::max(lineNo, at(id).lineNo);
+    say(request.console, request.text, about, text, lineNo);
+}
+
+// Who waits for an answer is named, and the console gets its prompt to give it.
+void Dispatcher::tellAsking(Request& request, Clock::time_point now) {
+    if (request.console == 0) return;
+    ClientSet fresh;
+    for (int id : request.waiting) {
+        const Client& client = at(id);
+        if (!client.turn.open() || request.asking.contains(id) ||
+            !debugger.asks(client.cutter.tail()))
+            continue;
+        // One that has just begun to ask is waited for, so that all are named together.
+        const auto since = client.cutter.since();
+        if (since && *since + Wait::window > now) return;
+        fresh.insert(id);
+    }
+    if (fresh.empty()) return;
+    request.asking.insert(fresh);
+    std::string question = at(fresh.front()).cutter.tail();
+    while (question.ends_with(' '))
+        question.pop_back();
+    remark(request, fresh, "waits for an answer to '" + question + "'; give it by: send ...");
+    listener.asks(request);
+}
+
+void Dispatcher::tellOverdue(Request& request, Clock::time_point now) {
+    if (!request.overdue || *request.overdue > now) return;
+    request.overdue.reset();
+    ClientSet silent = request.waiting;
+    silent.erase(request.asking);
+    if (!silent.empty() && request.console != 0)
+        remark(request, silent, "No answer yet from " + Text::list(silent));
+}
+
+// --- time
+
+std::optional<Clock::time_point> Dispatcher::deadline() const {
+    std::optional<Clock::time_point> next = requests.deadline();
+    if (!settling.empty() && (!next || settling.front().first < *next))
+        next = settling.front().first;
+    return next;
+}
+
+void Dispatcher::tick(Clock::time_point now) {
+    while (!settling.empty() && settling.front().first <= now) {
+        const auto [until, id] = settling.front();
+        settling.pop_front();
+        Client& client = at(id);
+        if (!client.turn.settling() || client.turn.settledAt() != until) continue;
+        client.turn.end();
+        advance(id, now);
+    }
+    while (Request* request = requests.due(now)) {
+        flushDue(*request, now);
+        tellOverdue(*request, now);
+        requests.arm(*request);
+    }
+}

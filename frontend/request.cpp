@@ -1,0 +1,59 @@
+#include "frontend/request.h"
+
+#include "frontend/pipeline.h"
+#include "frontend/text.h"
+
+namespace {
+
+// Calls of each thread that stat asks for.
+constexpr int deepestStack = 500;
+
+} // namespace
+
+std::optional<std::string>
+Request::prepare(const Debugger& debugger,
+                 const std::function<bool(const std::string&)>& isProgram) {
+    if (kind == Command::SCRIPTCLIENT) return prepareScript(isProgram);
+    if (kind == Command::STATCLIENT) return prepareStat(debugger, isProgram);
+    line = kind == Command::CLIENT ? text : Text::afterWord(text);
+    if (line.starts_with(':')) {
+        line.erase(0, 1);
+    } else if (!debugger.keepsBars(line)) {
+        if (auto pipeline = Pipeline::parse(line, isProgram)) {
+            line = std::move(pipeline->command);
+            filter = std::move(pipeline->filter);
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string>
+Request::prepareScript(const std::function<bool(const std::string&)>& isProgram) {
+    line = Text::afterWord(text);
+    const std::string file = Text::firstWord(line);
+    // A word that the shell reads in its own way is left to it.
+    if (file.find_first_of("'\"\\$`*?[~;&|<>(){}") == std::string::npos && !isProgram(file))
+        return "cannot run '" + file + "': " +
+               (isProgram("./" + file)
+                    ? "a program of this directory needs its path, ./" + file
+                    : "there is no such program, or it may not be executed (chmod +x)");
+    line = "exec " + line;
+    return std::nullopt;
+}
+
+std::optional<std::string>
+Request::prepareStat(const Debugger& debugger,
+                     const std::function<bool(const std::string&)>& isProgram) {
+    line = Text::afterWord(text);
+    const std::size_t bar = line.find('|');
+    const std::string options = line.substr(0, bar);
+    stat.emplace(options.find("-s") != std::string::npos, options.find("-i") != std::string::npos);
+    if (bar != std::string::npos) {
+        const std::size_t begin = line.find_first_not_of(" \t", bar + 1);
+        filter = begin == std::string::npos ? "" : line.substr(begin);
+        const std::string program = Text::firstWord(filter);
+        if (!isProgram(program)) return "cannot find the program '" + program + "'";
+    }
+    line = debugger.backtraceCommand(deepestStack);
+    return std::nullopt;
+}

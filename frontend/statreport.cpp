@@ -1,0 +1,58 @@
+#include "frontend/statreport.h"
+
+#include "frontend/text.h"
+
+#include <utility>
+
+void StatReport::add(int client, const std::string& answer, const Debugger& debugger) {
+    std::vector<std::string> calls;
+    std::string first;
+    bool any = false;
+    for (std::size_t begin = 0; begin < answer.size();) {
+        const std::size_t end = answer.find('\n', begin);
+        const std::string line = answer.substr(begin, end - begin);
+        begin = end == std::string::npos ? end : end + 1;
+        const Debugger::StackLine said = debugger.parseStackLine(line);
+        switch (said.kind) {
+        case Debugger::StackLine::THREAD:
+            stacks.add(client, std::exchange(calls, {}));
+            break;
+        case Debugger::StackLine::CALL:
+            any = true;
+            calls.push_back(places && !said.place.empty() ? said.function + " at " + said.place
+                                                          : said.function);
+            break;
+        case Debugger::StackLine::OTHER:
+            if (first.empty()) first = line;
+            break;
+        }
+    }
+    stacks.add(client, calls);
+    if (!any) stacks.addWithout(client, "no stack: " + (first.empty() ? "no process" : first));
+}
+
+std::vector<StackTree::RowGroup> StatReport::rows() const {
+    std::vector<StackTree::RowGroup> groups = stacks.places();
+    if (!innermost) {
+        for (auto& group : stacks.tree())
+            groups.push_back(std::move(group));
+    }
+    return groups;
+}
+
+std::string StatReport::text() {
+    std::string all;
+    for (const auto& group : rows()) {
+        for (const auto& row : group) {
+            const std::string line = Text::list(row.clients) + " | " + row.text;
+            all += line + "\n";
+            fed.emplace(line, row);
+        }
+    }
+    return all;
+}
+
+const StackTree::Row* StatReport::find(const std::string& line) const {
+    const auto row = fed.find(line);
+    return row == fed.end() ? nullptr : &row->second;
+}
