@@ -9,8 +9,8 @@
 
 namespace {
 
-// A range of numbers that other runs of this test do not use.
-int someNumber() { return 60000 + static_cast<int>(::getpid() % 30000); }
+// Ten numbers from here on that no test uses which runs beside this one.
+int someNumber() { return 50000 + 10 * static_cast<int>(::getpid() % 4000); }
 
 bool isSocket(const std::string& path, mode_t mode) {
     struct stat status {};
@@ -34,7 +34,7 @@ TEST(Session, TwoNeverShareANumberAndTheDeadAreNoObstacle) {
 }
 
 TEST(Session, ANumberBehindWhichSomebodyAnswersIsTaken) {
-    const int number = someNumber() + 100;
+    const int number = someNumber();
     // Another session of which only the socket file can be seen from here.
     UnixSocket elsewhere;
     elsewhere.bind(Session::pathOf(number).c_str());
@@ -44,7 +44,7 @@ TEST(Session, ANumberBehindWhichSomebodyAnswersIsTaken) {
 }
 
 TEST(Session, GivesConnectionsAndNeverWaits) {
-    Session session(someNumber() + 200);
+    Session session(someNumber());
     EXPECT_EQ(session.accept(), nullptr);
     UnixSocket console;
     ASSERT_EQ(console.connect(session.path().c_str(), 1), 0);
