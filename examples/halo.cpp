@@ -1,23 +1,30 @@
 // Heat in a ring of N tasks, and one of them goes astray.
 //
 // Every task owns a slab of the ring. In each cycle it sends the cells at its two edges to its
-// neighbours, waits for theirs (the halo), and relaxes its own cells until they have settled. With
-// --healthy all tasks come to the end; otherwise one of them never settles in cycle 4, its
-// neighbours wait for its message, then theirs for theirs, until the whole job stands still.
+// neighbours, waits for theirs (the halo), and relaxes its own cells until they have settled. One
+// task never settles in cycle 4; its neighbours wait for its message, then theirs for theirs, until
+// the whole job stands still. Options:
+//   --healthy  all tasks come to the end
+//   --crash    in cycle 4 another task dies of a null pointer
+//   --fork     task 0 has a child that outlives it by nothing and keeps a snapshot of its slab
 //
 // A task finds its place in the environment: VEX_TASK (its rank), VEX_NTASKS (how many there are)
-// and VEX_JOB (a text that is the job's own). Messages travel over Unix datagram sockets in the
-// abstract namespace, which leave nothing behind, however the job ends.
+// and VEX_JOB (a text that is the job's own); else, on one machine, in what Open MPI and MPICH tell
+// their tasks. Messages travel over Unix datagram sockets in the abstract namespace, which leave
+// nothing behind, however the job ends.
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -46,6 +53,7 @@ std::string job;
 // This task's part of the ring: the first and the last cell are copies of the neighbours' edges.
 std::array<double, cells + 2> heat;
 double tolerance = 0.001;
+double highest = 0;
 
 int mailbox = -1;
 Message early[4]; // a neighbour may be one cycle ahead
@@ -155,13 +163,35 @@ static void relax() {
     }
 }
 
-static void simulate(int stray) {
+// The largest cell of a slab, unless there is none.
+static double peak(const double* slab) {
+    double most = slab[1];
+    for (int i = 2; i <= cells; ++i)
+        most = std::fmax(most, slab[i]);
+    return most;
+}
+
+// The child keeps the slab as it was until its parent ends.
+static void keep_snapshot() {
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child == -1) give_up("cannot fork");
+    if (child != 0) return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    while (getppid() == parent)
+        poll(nullptr, 0, -1);
+    std::exit(0);
+}
+
+static void simulate(int stray, int crashing) {
     heat[1] = 100.0 * (rank + 1);
     for (cycle = 0; cycle < cycles; ++cycle) {
         exchange_halo();
         // No change is smaller than a negative tolerance.
         if (cycle == critical_cycle && rank == stray) tolerance = -0.001;
         relax();
+        const bool lost = cycle == critical_cycle && rank == crashing;
+        highest = peak(lost ? nullptr : heat.data());
     }
 }
 
@@ -172,18 +202,29 @@ static double total() {
     return sum;
 }
 
-int main(int argc, char** argv) {
-    const char* task = std::getenv("VEX_TASK");
-    const char* tasks = std::getenv("VEX_NTASKS");
+static void find_place() {
+    static const char* const names[][2] = {{"VEX_TASK", "VEX_NTASKS"},
+                                           {"OMPI_COMM_WORLD_RANK", "OMPI_COMM_WORLD_SIZE"},
+                                           {"PMI_RANK", "PMI_SIZE"}};
     const char* name = std::getenv("VEX_JOB");
-    job = name ? name : "alone-" + std::to_string(getpid());
-    if (task && tasks && name) {
-        rank = std::atoi(task);
-        ntasks = std::atoi(tasks);
+    job = name ? name : "of-" + std::to_string(getppid());
+    for (const auto& [task, tasks] : names) {
+        if (!std::getenv(task) || !std::getenv(tasks)) continue;
+        rank = std::atoi(std::getenv(task));
+        ntasks = std::atoi(std::getenv(tasks));
+        return;
     }
-    const bool healthy = argc > 1 && std::strcmp(argv[1], "--healthy") == 0;
+}
+
+int main(int argc, char** argv) {
+    const auto asked = [&](const char* option) {
+        return std::any_of(argv + 1, argv + argc,
+                           [&](const char* word) { return std::strcmp(word, option) == 0; });
+    };
+    find_place();
     open_mailbox();
-    simulate(healthy ? -1 : ntasks * 5 / 8);
-    std::printf("rank %d is done: heat %.3f\n", rank, total());
+    if (asked("--fork") && rank == 0) keep_snapshot();
+    simulate(asked("--healthy") ? -1 : ntasks * 5 / 8, asked("--crash") ? ntasks / 8 : -1);
+    std::printf("rank %d is done: heat %.3f, at most %.3f\n", rank, total(), highest);
     return 0;
 }
