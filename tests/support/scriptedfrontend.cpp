@@ -28,8 +28,8 @@ bool ScriptedFrontEnd::readable(int fd, int timeout) const {
 }
 
 ScriptedFrontEnd::ScriptedFrontEnd() {
-    // Even numbers of five digits; tests run side by side, each in a process of its own. The odd ones
-    // are nobody's.
+    // Even numbers of five digits; tests run side by side, each in a process of its own. The odd
+    // ones are nobody's.
     number = 10000 + 2 * (static_cast<int>(::getpid()) % 20000);
     for (;; number += 2) {
         name = "/tmp/.vexsock." + std::to_string(number);
