@@ -124,6 +124,7 @@ class VexTest : public testing::Test {
     TempDir folder;
     std::unique_ptr<Terminal> vex;
     const std::string mark = "VEX_TEST=" + folder.path();
+    long long socketTime = 1; // of the session begun last
 
     void SetUp() override {
         if (::getuid() == 0) GTEST_SKIP() << "vex refuses root; run as an ordinary user";
@@ -163,7 +164,16 @@ class VexTest : public testing::Test {
         const Deadline deadline;
         while (folder.read("session").empty() && deadline.left() > 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        return "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
+        const std::string path =
+            "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
+        socketTime = timeOf(path);
+        return path;
+    }
+    // When a file was made or changed last, in ns; 0: there is none.
+    static long long timeOf(const std::string& path) {
+        struct stat status {};
+        if (::stat(path.c_str(), &status) == -1) return 0;
+        return status.st_ctim.tv_sec * 1000000000LL + status.st_ctim.tv_nsec;
     }
     // The living processes that descend from this test's vex, itself included.
     std::vector<pid_t> living() const {
@@ -203,8 +213,9 @@ class VexTest : public testing::Test {
         while (!living().empty() && deadline.left() > 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         EXPECT_TRUE(living().empty());
+        // The number may have gone to a session of another test.
         if (!path.empty()) {
-            EXPECT_NE(::access(path.c_str(), F_OK), 0) << path;
+            EXPECT_NE(timeOf(path), socketTime) << path;
         }
     }
     // Runs the example until it stands still: one task computes, the others wait for messages.
