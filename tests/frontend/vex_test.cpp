@@ -50,33 +50,24 @@ class Peer {
     // The next record, as text: "READY", "REPLY -1 511", or the lines of a TEXT record, each as
     // "0:3 | content".
     Lines next() {
-        awaitBytes();
-        int kind = 0;
-        socket.read(&kind, sizeof kind);
-        if (kind == KIND_REPLY) {
-            Reply reply;
-            reply.recv(&socket);
-            return {"REPLY " + std::to_string(reply.getRetValue()) + " " +
-                    std::to_string(reply.getErrCode())};
-        }
-        Data data;
-        data.recv(&socket);
-        if (data.getType() == Data::READY) return {"READY"};
-        Lines lines;
-        for (const auto& [number, slot] : data.slots()) {
-            for (const auto& line : slot.lines)
-                lines.push_back(line->clients().str() + "| " + line->getContent());
-        }
-        return lines;
+        Data pieces;
+        return next(pieces);
     }
-    // All that comes until READY, or until another record that ends a wait.
+    // All that comes until READY, or until another record that ends a wait: the lines, then the
+    // other records. Slow clients send the same line later; it counts once.
     Lines untilReady() {
-        Lines all;
+        Data pieces;
+        Lines others;
         for (;;) {
-            const Lines some = next();
-            all.insert(all.end(), some.begin(), some.end());
-            if (some == Lines{"READY"} || (some.size() == 1 && some[0].starts_with("REPLY -1")))
-                return all;
+            const Lines some = next(pieces);
+            const bool ready = some == Lines{"READY"};
+            if (!ready && !(some.size() == 1 && some[0].starts_with("REPLY"))) continue;
+            others.push_back(some[0]);
+            if (!ready && !some[0].starts_with("REPLY -1")) continue;
+            pieces.merge();
+            Lines all = textOf(pieces);
+            all.insert(all.end(), others.begin(), others.end());
+            return all;
         }
     }
     Lines command(const std::string& text, const std::string& group = "all") {
@@ -112,6 +103,31 @@ class Peer {
     UnixSocket socket;
     int id = 0;
 
+    // Adds the lines of a TEXT record to those before.
+    Lines next(Data& pieces) {
+        awaitBytes();
+        int kind = 0;
+        socket.read(&kind, sizeof kind);
+        if (kind == KIND_REPLY) {
+            Reply reply;
+            reply.recv(&socket);
+            return {"REPLY " + std::to_string(reply.getRetValue()) + " " +
+                    std::to_string(reply.getErrCode())};
+        }
+        Data data;
+        data.recv(&socket);
+        if (data.getType() == Data::READY) return {"READY"};
+        pieces.addData(&data);
+        return textOf(data);
+    }
+    static Lines textOf(const Data& data) {
+        Lines lines;
+        for (const auto& [number, slot] : data.slots()) {
+            for (const auto& line : slot.lines)
+                lines.push_back(line->clients().str() + "| " + line->getContent());
+        }
+        return lines;
+    }
     void awaitBytes() {
         pollfd ready{socket.getFd(), POLLIN, 0};
         if (::poll(&ready, 1, Deadline().left()) != 1) throw std::runtime_error("no answer");

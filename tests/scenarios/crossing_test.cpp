@@ -62,7 +62,7 @@ TEST_F(Crossing, ABlockedSendEndsWithTheSession) {
     begin();
     console->type("group g = 0:1000000\n");
     console->until("group g = 0:1000000\n");
-    ASSERT_TRUE(frontEnd.waitForCommand(std::chrono::seconds(20)));
+    ASSERT_TRUE(frontEnd.waitForCommand(std::chrono::seconds(60)));
     frontEnd.raw(Frame::wrap(KIND_DATA, "", 0));
     expectEnd();
 }

@@ -102,7 +102,7 @@ TEST_F(Startup, CtrlCWhileConnectingAsksTheFrontEndToStopOrEndsTheConsole) {
     sigaddset(&set, SIGUSR1);
     ::sigprocmask(SIG_BLOCK, &set, nullptr);
     interruptConnecting({"-b", std::to_string(::getpid())});
-    const timespec limit{20, 0};
+    const timespec limit{60, 0};
     EXPECT_EQ(::sigtimedwait(&set, nullptr, &limit), SIGUSR1);
     EXPECT_TRUE(console->running());
     interruptConnecting({});

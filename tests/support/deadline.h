@@ -6,7 +6,7 @@
 /// machine is slow and a test that passes never waits so long.
 class Deadline {
   public:
-    explicit Deadline(std::chrono::milliseconds span = std::chrono::seconds(20))
+    explicit Deadline(std::chrono::milliseconds span = std::chrono::seconds(60))
         : end(std::chrono::steady_clock::now() + span) {}
 
     /// Milliseconds left, as poll takes them; 0 when the time is up.
