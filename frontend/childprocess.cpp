@@ -45,7 +45,7 @@ void become(char* const* argv, char* const* environment, const ChildProcess::Sta
             const int from = !piped ? what.terminal : fd == 0 ? what.input : what.output;
             if (::dup2(from, fd) == -1) return;
         }
-        ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+        if (!what.inherits) ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
     }
     ::execvpe(argv[0], argv, environment);
 }

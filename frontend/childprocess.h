@@ -24,6 +24,9 @@ class ChildProcess {
         /// those of this process.
         int input = -1;
         int output = -1;
+        /// In a session of its own: whether it gets the other descriptors that are open here and
+        /// not marked to close.
+        bool inherits = false;
     };
 
     ChildProcess() = default;

@@ -21,6 +21,8 @@ struct DebuggerStart {
     std::string inputTerminal;
     /// Whether it attaches to its program, which then must outlive it.
     bool attaches = false;
+    /// Whether it gets the descriptors that this process was started with.
+    bool inherits = false;
     /// The directory to start it in; empty: as it is.
     std::string folder;
 

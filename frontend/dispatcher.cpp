@@ -329,10 +329,18 @@ void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about
 // A word about some clients of a running request, behind what they have printed.
 void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
     requests.flush(request);
+    say(request.console, request.text, about, text, lastLine(about));
+}
+
+void Dispatcher::announce(int console, const ClientSet& about, const std::string& text) {
+    say(console, "", about, text, lastLine(about));
+}
+
+int Dispatcher::lastLine(const ClientSet& ids) const {
     int lineNo = 0;
-    for (int id : about)
+    for (int id : ids)
         lineNo = std::max(lineNo, at(id).lineNo);
-    say(request.console, request.text, about, text, lineNo);
+    return lineNo;
 }
 
 // Who waits for an answer is named, and the console gets its prompt to give it.

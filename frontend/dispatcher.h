@@ -54,6 +54,9 @@ class Dispatcher {
     /// this.
     Dispatcher(int clients, const Debugger& driver, Outlet& out, Listener& told);
 
+    /// Other clients than the constructor was told, all idle; before a console has joined.
+    void setClients(int count) { clients = std::vector<Client>(static_cast<std::size_t>(count)); }
+
     void consoleJoined(int console) { requests.consoleJoined(console); }
     /// What it started goes on and keeps its clients busy, but its own programs end with it.
     void consoleLeft(int console);
@@ -75,6 +78,8 @@ class Dispatcher {
     /// Says something about clients to one console.
     void say(int console, const std::string& cmd, const ClientSet& about, const std::string& text,
              int lineNo = 0);
+    /// The same, behind what the clients have printed.
+    void announce(int console, const ClientSet& about, const std::string& text);
 
     void output(int client, std::string_view text, Clock::time_point now);
     void prompted(int client, Clock::time_point now);
@@ -131,6 +136,7 @@ class Dispatcher {
     void deliver(int client, std::string text, Clock::time_point now);
     void takePartial(int client);
     void flushDue(Request& request, Clock::time_point now);
+    int lastLine(const ClientSet& ids) const;
     int commonLines(const Request& request) const;
 
     void remark(Request& request, const ClientSet& about, const std::string& text);

@@ -17,6 +17,18 @@ bool isExecutable(const std::string& path) {
            ::access(path.c_str(), X_OK) == 0;
 }
 
+// A program that is installed together with this one.
+std::string companion(const std::string& name, const std::string& option) {
+    std::error_code fault;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", fault);
+    const std::string beside = (self.parent_path() / name).string();
+    if (!fault && isExecutable(beside)) return beside;
+    if (const auto found = Executables::find(name)) return *found;
+    throw std::runtime_error("cannot find " + name +
+                             ", neither beside vex nor in PATH. Install it, or name it with " +
+                             option + ".");
+}
+
 } // namespace
 
 std::optional<std::string> Executables::find(const std::string& name) {
@@ -55,14 +67,11 @@ std::string Executables::console(const std::string& given) {
         if (const auto found = find(given)) return *found;
         throw std::runtime_error("cannot find the console program '" + given + "'.");
     }
-    std::error_code fault;
-    const auto self = std::filesystem::read_symlink("/proc/self/exe", fault);
-    const std::string beside = (self.parent_path() / "vexconsole").string();
-    if (!fault && isExecutable(beside)) return beside;
-    if (const auto found = find("vexconsole")) return *found;
-    throw std::runtime_error(
-        "cannot find vexconsole, neither beside vex nor in PATH. Install it, or "
-        "name it with --console.");
+    return companion("vexconsole", "--console");
+}
+
+std::string Executables::agent() {
+    return std::filesystem::absolute(companion("vexagent", "--agent")).lexically_normal().string();
 }
 
 std::string Executables::debugger(const std::string& name) {

@@ -15,6 +15,9 @@ std::string program(const std::string& name);
 /// The console: the given one, else the one beside this program, else the one in PATH. Throws
 /// std::runtime_error with a sentence for the user.
 std::string console(const std::string& given);
+/// The agent: the one beside this program, else the one in PATH, as an absolute path. Throws
+/// std::runtime_error with a sentence for the user.
+std::string agent();
 /// The debugger. Throws std::runtime_error with a sentence for the user.
 std::string debugger(const std::string& name);
 

@@ -11,7 +11,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <random>
 #include <thread>
@@ -68,7 +70,8 @@ Frontend::Frontend(const Options& wanted)
                          board.helperEnded(id, problem, Clock::now());
                          schedule();
                      },
-                     [this](int id) { return mayRead(id) && board.helperMayTalk(id); }}) {
+                     [this](int id) { return mayRead(id) && board.helperMayTalk(id); }}),
+      identityTimer(loop) {
     clients.resize(static_cast<std::size_t>(wanted.tasks));
 }
 
@@ -93,7 +96,10 @@ int Frontend::run() {
     listen();
     awaitSignals();
     console.start(options.console, session.number());
-    startClients();
+    if (options.launches())
+        launch();
+    else
+        startClients();
     sayWhoIsMissing();
     loop.run();
     return status;
@@ -144,9 +150,14 @@ void Frontend::onChild() {
     }
     helpers.collect();
     helpers.listPids(known);
+    if (launched) {
+        launched->collect();
+        launched->listPids(known);
+    }
     std::sort(known.begin(), known.end());
     ProcessTree::reapStrangers(known);
-    if (phase == ENDING && !closing && !debuggersRun()) closeSession();
+    const bool busy = launched ? launched->running() : debuggersRun();
+    if (phase == ENDING && !closing && !busy) closeSession();
     if (!console.ended()) return;
     if (phase == ENDING) {
         if (closing) loop.stop();
@@ -175,9 +186,7 @@ void Frontend::join(std::unique_ptr<UnixSocket> connection) {
     const int id = ++lastConsole;
     links[id] = link;
     link->start({[this, id](const Command& command) {
-                     if (phase != SERVING) return;
-                     board.command(id, command, Clock::now());
-                     schedule();
+                     if (phase == SERVING) this->command(id, command);
                  },
                  [this, id] { onLinkClosed(id); }, [this] { resumeReading(); }});
     if (phase == SERVING) serve(id);
@@ -246,6 +255,8 @@ bool Frontend::isProgram(const std::string& name) { return Executables::find(nam
 
 std::string Frontend::describe(int id) {
     const auto index = static_cast<std::size_t>(id);
+    if (const auto* remote = dynamic_cast<const RemoteClient*>(clients[index].get()))
+        return remote->identity();
     return (attaches() ? Identity::ofProcess(options.targets[index].pid)
                        : Identity::underDebugger(clients[index]->pid()))
         .str();
@@ -254,6 +265,11 @@ std::string Frontend::describe(int id) {
 // --- debuggers
 
 void Frontend::startClients() {
+    if (launched) {
+        // They come by themselves.
+        if (phase == STARTING && nextToStart == clients.size() && starting == 0) allStarted();
+        return;
+    }
     // Starting reads symbols: more at a time than there are processors makes nothing faster.
     const std::size_t limit = std::max(2u, std::thread::hardware_concurrency());
     while (phase == STARTING && nextToStart < clients.size() && starting < limit)
@@ -265,6 +281,89 @@ void Frontend::startClient(int id) {
     const std::size_t index = static_cast<std::size_t>(id);
     ++starting;
     clients[index] = std::make_unique<LocalClient>(loop, handlerOf(id), debuggerStart(id));
+}
+
+// --- debuggers that a launcher starts
+
+void Frontend::launch() {
+    LaunchedJob::Plan plan;
+    plan.launcher = options.launcherWords;
+    plan.agent = options.agent;
+    plan.hosts = options.hostOfTask;
+    plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
+    launched = std::make_unique<LaunchedJob>(
+        loop, plan,
+        LaunchedJob::Handler{[this](int count) { setTasks(count); },
+                             [this](int rank, auto link) { onAgent(rank, std::move(link)); },
+                             [this](const std::string& line) { onLauncherSaid(line); },
+                             [this](const std::string& problem) {
+                                 std::fprintf(stderr, "vex: %s\n", problem.c_str());
+                                 end(1);
+                             }});
+    try {
+        launched->start();
+    } catch (const std::runtime_error& error) {
+        std::fprintf(stderr, "vex: %s\n", error.what());
+        end(1);
+    }
+}
+
+void Frontend::setTasks(int count) {
+    const auto number = static_cast<std::size_t>(count);
+    clients.resize(number);
+    greetings.resize(number);
+    alive.resize(number, true);
+    attached.resize(number, false);
+    board.setClients(count);
+}
+
+void Frontend::onAgent(int rank, std::shared_ptr<AgentLink> link) {
+    if (phase != STARTING) return link->close();
+    DebuggerStart start = debuggerStart(rank);
+    // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
+    if (!options.hostOfTask.empty()) start.folder = std::filesystem::current_path().string();
+    ++nextToStart;
+    ++starting;
+    clients[static_cast<std::size_t>(rank)] =
+        std::make_unique<RemoteClient>(std::move(link), handlerOf(rank),
+                                       RemoteClient::Watch{[this, rank] { onClientEnded(rank); },
+                                                           [this] {
+                                                               if (--identities == 0)
+                                                                   allIdentified();
+                                                           }},
+                                       start);
+}
+
+void Frontend::onLauncherSaid(const std::string& line) {
+    if (phase == STARTING) std::fprintf(stderr, "vex: launcher: %s\n", line.c_str());
+    if (phase == SERVING) board.announce("launcher: " + line);
+}
+
+// Which processes the tasks are, their agents know; the answer waits for those a moment.
+void Frontend::command(int id, const Command& command) {
+    if (launched && Switchboard::asksWho(command)) {
+        asking.emplace_back(id, command);
+        for (const auto& client : clients) {
+            auto* remote = dynamic_cast<RemoteClient*>(client.get());
+            if (remote && remote->running() && remote->askIdentity()) ++identities;
+        }
+        if (identities == 0) return allIdentified();
+        identityTimer.expires_after(std::chrono::seconds(1));
+        identityTimer.async_wait([this](const asio::error_code& fault) {
+            if (!fault) allIdentified();
+        });
+        return;
+    }
+    board.command(id, command, Clock::now());
+    schedule();
+}
+
+void Frontend::allIdentified() {
+    identityTimer.cancel();
+    for (const auto& [id, command] : std::exchange(asking, {})) {
+        if (phase == SERVING && links.contains(id)) board.command(id, command, Clock::now());
+    }
+    schedule();
 }
 
 Client::Handler Frontend::handlerOf(int id) {
@@ -279,7 +378,7 @@ DebuggerStart Frontend::debuggerStart(int id) const {
     launch.nonce = randomText();
     return DebuggerStart::of(*debugger, launch,
                              {{"VEX_TASK", std::to_string(id)},
-                              {"VEX_NTASKS", std::to_string(options.tasks)},
+                              {"VEX_NTASKS", std::to_string(clients.size())},
                               {"VEX_JOB", job}});
 }
 
@@ -369,8 +468,11 @@ void Frontend::sayWhoIsMissing() {
     phaseTimer.expires_after(std::chrono::seconds(10));
     phaseTimer.async_wait([this](const asio::error_code& fault) {
         if (fault || phase != STARTING) return;
-        std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
-                     nextToStart - starting, clients.size());
+        if (clients.empty())
+            std::fprintf(stderr, "vex: the launcher has not started a task yet; Ctrl-C gives up\n");
+        else
+            std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
+                         nextToStart - starting, clients.size());
         sayWhoIsMissing();
     });
 }
@@ -408,8 +510,23 @@ void Frontend::end(int exitStatus) {
     helpers.stopAll();
     if (attaches())
         releaseTasks(0);
+    else if (launched)
+        endAgents();
     else
         closeSession();
+}
+
+// Agents take down what is below them, wherever that is, and the launcher ends after them.
+void Frontend::endAgents() {
+    launched->stop();
+    for (const auto& client : clients) {
+        if (client) client->release();
+    }
+    if (!launched->running()) return closeSession();
+    phaseTimer.expires_after(nextToStart == 0 ? std::chrono::seconds(0) : std::chrono::seconds(5));
+    phaseTimer.async_wait([this](const asio::error_code& fault) {
+        if (!fault) closeSession();
+    });
 }
 
 bool Frontend::debuggersRun() const {

@@ -6,7 +6,9 @@
 #include "frontend/debugger.h"
 #include "frontend/debuggerstart.h"
 #include "frontend/helpers.h"
+#include "frontend/launchedjob.h"
 #include "frontend/options.h"
+#include "frontend/remoteclient.h"
 #include "frontend/session.h"
 #include "frontend/switchboard.h"
 
@@ -54,6 +56,7 @@ class Frontend : private Switchboard::Outlet {
     std::map<int, std::shared_ptr<ConsoleLink>> links;
     int lastConsole = 0;
 
+    std::unique_ptr<LaunchedJob> launched; // null: the debuggers are this machine's
     std::vector<std::unique_ptr<Client>> clients;
     std::vector<std::string> greetings; // what each debugger said before its first prompt
     std::vector<bool> alive;
@@ -63,6 +66,9 @@ class Frontend : private Switchboard::Outlet {
     std::size_t starting = 0; // started, and not at its first prompt yet
     Switchboard board;
     Helpers helpers;
+    std::vector<std::pair<int, Command>> asking; // consoles that want to know who is who
+    int identities = 0;                          // that agents have not told yet
+    asio::steady_timer identityTimer;            // patience with them
 
     // Switchboard::Outlet
     void toConsole(int console, const Reply& reply) override;
@@ -87,6 +93,12 @@ class Frontend : private Switchboard::Outlet {
     bool attaches() const { return !options.targets.empty(); }
     void startClients();
     void startClient(int id);
+    void launch();
+    void setTasks(int count);
+    void onAgent(int rank, std::shared_ptr<AgentLink> link);
+    void onLauncherSaid(const std::string& line);
+    void command(int console, const Command& command);
+    void allIdentified();
     Client::Handler handlerOf(int id);
     DebuggerStart debuggerStart(int id) const;
     void onOutput(int id, std::string_view text);
@@ -103,6 +115,7 @@ class Frontend : private Switchboard::Outlet {
     void resumeReading();
     void end(int exitStatus);
     void releaseTasks(int patience);
+    void endAgents();
     bool debuggersRun() const;
     void closeSession();
     void waitForConsole(int patience);

@@ -27,6 +27,7 @@ LocalClient::LocalClient(asio::io_context& loop, Handler handler, const Debugger
     what.argv = start.argvFor(terminal.name(), inputTerminal.name());
     what.environment = start.environment;
     what.terminal = terminal.terminal();
+    what.inherits = start.inherits;
     if (attached) what.orphan = ChildProcess::Start::INTERRUPTED;
     process.start(what);
     terminal.closeTerminal();

@@ -1,14 +1,20 @@
 #include "common/error.h"
 #include "frontend/executables.h"
 #include "frontend/frontend.h"
+#include "frontend/hostfile.h"
+#include "frontend/launcher.h"
 #include "frontend/limits.h"
 #include "frontend/options.h"
 #include "frontend/runningjob.h"
 #include "frontend/tracing.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -36,6 +42,29 @@ void findTargets(Options& options) {
     options.tasks = static_cast<int>(options.targets.size());
 }
 
+// Finds what a launcher needs, before anything is started.
+void prepareLaunch(Options& options) {
+    namespace fs = std::filesystem;
+    options.launcherWords = Launcher::split(options.launch);
+    const std::string& launcher = options.launcherWords[0];
+    if (!Executables::find(launcher))
+        throw std::runtime_error("cannot find the launcher '" + launcher +
+                                 "'. Is it installed, its module loaded? The path works, too.");
+    if (!options.hosts.empty()) {
+        std::ifstream file(options.hosts);
+        if (!file)
+            throw std::runtime_error("cannot read the host file '" + options.hosts +
+                                     "': " + std::strerror(errno));
+        options.hostOfTask = HostFile::read(file, options.hosts, Options::maxTasks);
+    } else if (fs::path(launcher).filename() == "ssh") {
+        throw std::runtime_error("ssh needs the hosts of the tasks: --hosts FILE, one a line.");
+    }
+    if (options.agent.empty()) options.agent = Executables::agent();
+    // The agents may stand elsewhere.
+    options.program[0] = fs::absolute(options.program[0]).lexically_normal().string();
+    options.tasks = 0;
+}
+
 int session(Options options) {
     if (::getuid() == 0 || ::geteuid() == 0)
         throw std::runtime_error(
@@ -43,10 +72,13 @@ int session(Options options) {
             "su - USER -c 'vex ...'");
     const bool attaches = options.attaches();
     if (!attaches) options.program[0] = Executables::program(options.program[0]);
-    options.debugger = Executables::debugger(options.debugger);
+    // A launched one is looked for in PATH where it is started.
+    if (!options.launches()) options.debugger = Executables::debugger(options.debugger);
     options.console = Executables::console(options.console);
     if (attaches)
         findTargets(options);
+    else if (options.launches())
+        prepareLaunch(options);
     else if (!Tracing::works())
         throw std::runtime_error(
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "

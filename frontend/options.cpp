@@ -29,6 +29,18 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                    "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
         ->check(CLI::PositiveNumber)
         ->excludes(number);
+    CLI::Option* launcher =
+        app.add_option("--launch", launch,
+                       "Let this command line start the tasks: 'mpirun -np 4', 'srun -n 4', ssh")
+            ->excludes(number)
+            ->excludes("--attach")
+            ->excludes("--attach-config")
+            ->excludes("--mpi");
+    app.add_option("--hosts", hosts, "With --launch ssh: the file that names the tasks' hosts")
+        ->needs(launcher);
+    app.add_option("--agent", agent,
+                   "With --launch: the path of vexagent where the tasks run (default: as here)")
+        ->needs(launcher);
     app.add_option("--consoles", consoles, "How many consoles may be open at a time")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
@@ -41,6 +53,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                "  VEX_NTASKS  the number of tasks\n"
                "  VEX_JOB     a text that no other session has\n"
                "Examples: vex -n 8 ./solver input.dat\n"
+               "          vex --launch 'mpirun -np 4' ./solver input.dat\n"
                "          vex --mpi $(pgrep -n mpirun)");
     std::ostringstream out, err;
     try {

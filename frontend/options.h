@@ -15,6 +15,15 @@ struct Options {
     std::string attachConfig;
     /// The launcher of a parallel job that runs already; 0: none.
     pid_t mpiLauncher = 0;
+    /// The command line of the launcher that shall start the tasks; empty: none.
+    std::string launch;
+    /// The file that names the hosts to start the launcher for; empty: it starts all tasks.
+    std::string hosts;
+    /// The agent, as it is called where the tasks run; empty: as on this machine.
+    std::string agent;
+    /// The launcher's words and the host of each task, found from the above.
+    std::vector<std::string> launcherWords;
+    std::vector<std::string> hostOfTask;
     /// The tasks to attach to, found from the above; empty: start the program.
     std::vector<Target> targets;
     std::string debugger = "gdb";
@@ -27,6 +36,8 @@ struct Options {
 
     static constexpr std::size_t maxTasks = 4096;
 
+    /// Whether a launcher starts the tasks.
+    bool launches() const { return !launch.empty(); }
     /// Whether the program runs already.
     bool attaches() const { return !attach.empty() || !attachConfig.empty() || mpiLauncher != 0; }
 

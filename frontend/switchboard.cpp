@@ -24,6 +24,12 @@ Reply answer(Reply::Value value, int number, const std::string& text = "") {
 Switchboard::Switchboard(int count, const Debugger& driver, Outlet& out)
     : outlet(out), table(count), dispatcher(count, driver, out, *this) {}
 
+void Switchboard::setClients(int count) {
+    assert(consoles.empty());
+    table = Groups(count);
+    dispatcher.setClients(count);
+}
+
 void Switchboard::consoleJoined(int number) {
     consoles[number] = Console();
     dispatcher.consoleJoined(number);
@@ -85,7 +91,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     request.text = Text::of(command);
     request.kind = command.getType();
     request.members = *members;
-    if (request.kind == Command::CLIENT && Text::firstWord(request.text) == "vex") {
+    if (asksWho(command)) {
         tellWho(number, request.text, *members);
         return;
     }
@@ -102,6 +108,10 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     Console& console = consoles[number];
     ++console.open;
     console.awaited.insert(dispatcher.requestOf(members->front())->number);
+}
+
+bool Switchboard::asksWho(const Command& command) {
+    return command.getType() == Command::CLIENT && Text::firstWord(Text::of(command)) == "vex";
 }
 
 void Switchboard::tellWho(int number, const std::string& text, const ClientSet& members) {
@@ -290,6 +300,11 @@ void Switchboard::leaveVanishedGroup(int number, Console& console) {
     Data quit;
     quit.setType(Data::QUIT);
     outlet.toConsole(number, quit);
+}
+
+void Switchboard::announce(const std::string& text) {
+    for (const auto& [number, console] : consoles)
+        dispatcher.announce(number, table.all(), text);
 }
 
 // --- time

@@ -37,6 +37,9 @@ class Switchboard : private Dispatcher::Listener {
     /// Clients 0 to clients - 1, all idle. The driver and the outlet must outlive this.
     Switchboard(int clients, const Debugger& driver, Outlet& out);
 
+    /// Other clients than the constructor was told, all idle; before a console has joined.
+    void setClients(int count);
+
     /// Consoles have numbers from 1 up; a number is used once.
     void consoleJoined(int console);
     void consoleLeft(int console);
@@ -60,6 +63,11 @@ class Switchboard : private Dispatcher::Listener {
     }
     /// Whether there is room for more of its output.
     bool helperMayTalk(int client) const { return dispatcher.helperMayTalk(client); }
+
+    /// Tells all consoles something that is of no client in particular.
+    void announce(const std::string& text);
+    /// Whether a command asks which processes the tasks are; the answer calls describe.
+    static bool asksWho(const Command& command);
 
     /// When tick wants to be called; nothing when it need not.
     std::optional<Clock::time_point> deadline() const;

@@ -1,0 +1,135 @@
+#include "frontend/agentport.h"
+
+#include "common/brokenconnection.h"
+
+#include <asio/ip/address.hpp>
+#include <asio/ip/v6_only.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr auto silence = std::chrono::seconds(5);
+// Agents of the largest job that connect all at once, and some strangers.
+constexpr std::size_t mostPending = 4200;
+
+// What other machines can reach this one by; its own loopback only when there is nothing else.
+std::vector<std::string> ownAddresses() {
+    std::vector<std::string> found;
+    ifaddrs* all = nullptr;
+    if (::getifaddrs(&all) == -1) all = nullptr;
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, ::freeifaddrs);
+    for (const ifaddrs* each = all; each; each = each->ifa_next) {
+        if (!each->ifa_addr || !(each->ifa_flags & IFF_UP) || (each->ifa_flags & IFF_LOOPBACK))
+            continue;
+        if (each->ifa_addr->sa_family == AF_INET) {
+            const auto* address = reinterpret_cast<const sockaddr_in*>(each->ifa_addr);
+            found.push_back(asio::ip::address_v4(ntohl(address->sin_addr.s_addr)).to_string());
+        } else if (each->ifa_addr->sa_family == AF_INET6) {
+            const auto* address = reinterpret_cast<const sockaddr_in6*>(each->ifa_addr);
+            asio::ip::address_v6::bytes_type bytes;
+            std::copy(std::begin(address->sin6_addr.s6_addr), std::end(address->sin6_addr.s6_addr),
+                      bytes.begin());
+            const asio::ip::address_v6 plain(bytes);
+            if (!plain.is_link_local()) found.push_back(plain.to_string());
+        }
+    }
+    if (found.empty()) found.push_back("127.0.0.1");
+    return found;
+}
+
+} // namespace
+
+AgentPort::AgentPort(asio::io_context& eventLoop, bool withLocal, Arrived handler)
+    : loop(eventLoop), arrived(std::move(handler)), local(loop), tcp(loop), pause(loop) {
+    where.secret = Rendezvous::newSecret();
+    if (withLocal) {
+        // An abstract name leaves no file behind. It is no secret, so it needs none of ours.
+        where.socketName = "vex-agents-" + Rendezvous::newSecret().substr(0, 16);
+        local.open();
+        ::fcntl(local.native_handle(), F_SETFD, FD_CLOEXEC);
+        local.bind(Local::endpoint(std::string(1, '\0') + where.socketName));
+        local.listen();
+        accept(local);
+    }
+    openTcp();
+    ::fcntl(tcp.native_handle(), F_SETFD, FD_CLOEXEC);
+    tcp.listen();
+    where.port = tcp.local_endpoint().port();
+    where.addresses = ownAddresses();
+    accept(tcp);
+}
+
+// Both versions of IP, or what this machine has.
+void AgentPort::openTcp() {
+    asio::error_code fault;
+    tcp.open(Tcp::v6(), fault);
+    if (!fault) tcp.set_option(asio::ip::v6_only(false), fault);
+    if (!fault) tcp.bind({Tcp::v6(), 0}, fault);
+    if (!fault) return;
+    tcp.close(fault);
+    tcp.open(Tcp::v4());
+    tcp.bind({Tcp::v4(), 0});
+}
+
+template <typename Acceptor>
+void AgentPort::accept(Acceptor& acceptor) {
+    acceptor.async_accept([this, &acceptor](const asio::error_code& fault, auto socket) {
+        if (fault == asio::error::operation_aborted || !acceptor.is_open()) return;
+        if (!fault) {
+            take(std::move(socket));
+            return accept(acceptor);
+        }
+        // No descriptors are left, say: whoever waits goes on waiting.
+        pause.expires_after(std::chrono::milliseconds(100));
+        pause.async_wait([this, &acceptor](const asio::error_code&) {
+            if (acceptor.is_open()) accept(acceptor);
+        });
+    });
+}
+
+void AgentPort::take(AgentLink::Socket socket) {
+    if (pending.size() >= mostPending) return;
+    auto link = std::make_shared<AgentLink>(std::move(socket), AgentRecord::largestHello);
+    AgentLink* const key = link.get();
+    const long user = link->peerUser();
+    auto& waiting =
+        pending.emplace(key, Pending{link, asio::steady_timer(loop, silence)}).first->second;
+    waiting.patience.async_wait([link](const asio::error_code& fault) {
+        if (!fault) link->close();
+    });
+    link->start({[this, key](const AgentRecord& record) { onHello(key, record); },
+                 [this, key] { pending.erase(key); },
+                 {},
+                 {}});
+    if (user != -1 && user != static_cast<long>(::geteuid())) link->close();
+}
+
+void AgentPort::onHello(AgentLink* from, const AgentRecord& record) {
+    const AgentHello hello = AgentHello::of(record);
+    if (!Rendezvous::equalSecrets(hello.secret, where.secret)) throw BrokenConnection();
+    const auto at = pending.find(from);
+    if (at == pending.end()) throw BrokenConnection(); // a second one
+    const auto link = at->second.link;
+    pending.erase(at);
+    link->rely({[](const AgentRecord&) {}, [] {}, {}, {}}, AgentRecord::largest);
+    arrived(hello, link);
+}
+
+void AgentPort::close() {
+    asio::error_code fault;
+    local.close(fault);
+    tcp.close(fault);
+    const auto dropped = std::exchange(pending, {});
+    for (const auto& [key, each] : dropped) {
+        each.link->rely({[](const AgentRecord&) {}, [] {}, {}, {}}, 0);
+        each.link->close();
+    }
+}

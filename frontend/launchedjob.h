@@ -1,0 +1,79 @@
+#pragma once
+
+#include "frontend/agentport.h"
+#include "frontend/launcher.h"
+
+#include <asio/io_context.hpp>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A parallel job whose tasks the user's launcher starts, each with an agent that connects back to
+/// here. Knows the start only: once all agents are there they belong to whoever took them, and
+/// nobody else can connect. One thread; the handlers run from the event loop, or from collect.
+class LaunchedJob {
+  public:
+    struct Plan {
+        /// The launcher's command line; the agent's is put behind it.
+        std::vector<std::string> launcher;
+        /// The agent's program, as it is called where the tasks run.
+        std::string agent;
+        /// The host of each task: the launcher is started for each, with the host behind its words,
+        /// and each agent learns its place by its standard input. Empty: the launcher starts all
+        /// tasks, and tells them their places.
+        std::vector<std::string> hosts;
+        /// Also agents of this machine come by TCP.
+        bool onlyTcp = false;
+    };
+    struct Handler {
+        /// How many tasks there are; once, before any is connected.
+        std::function<void(int size)> sized;
+        /// The agent of a task is there; once for each.
+        std::function<void(int rank, std::shared_ptr<AgentLink> link)> connected;
+        /// The launcher printed a line, or something is to be told of it.
+        std::function<void(const std::string& line)> said;
+        /// The start cannot come to its end; a sentence for the user.
+        std::function<void(const std::string& problem)> failed;
+    };
+
+    static constexpr int maxSize = 4096;
+
+    LaunchedJob(asio::io_context& loop, Plan plan, Handler handler);
+
+    /// Throws std::runtime_error with a sentence for the user.
+    void start();
+    /// Looks which launchers have ended; call it on SIGCHLD.
+    void collect();
+    /// Whether a launcher still runs.
+    bool running() const;
+    /// Adds the ids of the launchers' processes.
+    void listPids(std::vector<pid_t>& pids) const;
+    /// Lets no further agent in, and says nothing more.
+    void stop();
+    /// How many tasks there are; 0: not known yet.
+    int size() const { return static_cast<int>(present.size()); }
+    /// How many agents are there.
+    int connected() const { return arrivals; }
+
+  private:
+    asio::io_context& loop;
+    const Plan plan;
+    const Handler handle;
+    std::optional<AgentPort> port;
+    std::optional<RendezvousFile> file;
+    std::vector<std::unique_ptr<Launcher>> launchers;
+    std::vector<bool> present;
+    int arrivals = 0;
+    bool over = false; // stopped, or failed
+
+    bool perHost() const { return !plan.hosts.empty(); }
+    void startNext();
+    void launch(std::vector<std::string> argv, const std::string& input);
+    void onHello(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
+    void setSize(int size);
+    void onEnded(std::size_t launcher, const std::string& how);
+    void fail(const std::string& problem);
+};

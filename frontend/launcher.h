@@ -1,0 +1,48 @@
+#pragma once
+
+#include "frontend/childprocess.h"
+#include "frontend/descriptor.h"
+
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// One process of the user's launcher, mpirun or an ssh, in a session of its own: the keys of the
+/// terminal do not reach it. Kills it when destroyed. One thread; the handlers run from the event
+/// loop, or from collect.
+class Launcher {
+  public:
+    struct Handler {
+        /// One line that it printed.
+        std::function<void(const std::string& line)> said;
+        /// It has ended, and all that it printed was handed over.
+        std::function<void(const std::string& how)> ended;
+    };
+
+    /// Starts it, with a short text as its standard input. Throws std::system_error.
+    Launcher(asio::io_context& loop, const std::vector<std::string>& argv, const std::string& input,
+             Handler handler);
+    ~Launcher();
+
+    /// Looks whether it has ended; call it on SIGCHLD.
+    void collect();
+    pid_t pid() const { return process.pid(); }
+    bool running() const { return process.running(); }
+
+    /// Cuts a command line into words as a shell does: quotes, backslashes, variables, "~" and
+    /// patterns, but neither commands nor anything that is no word. Throws std::runtime_error.
+    static std::vector<std::string> split(const std::string& line);
+
+  private:
+    Handler handle;
+    asio::posix::stream_descriptor output;
+    std::string partial;
+    ChildProcess process;
+
+    void waitToRead();
+    bool readSome();
+};

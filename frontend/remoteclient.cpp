@@ -1,0 +1,61 @@
+#include "frontend/remoteclient.h"
+
+#include "common/brokenconnection.h"
+
+#include <utility>
+
+RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Handler handler, Watch observer,
+                           const DebuggerStart& start)
+    : link(std::move(connection)), handle(std::move(handler)), watch(std::move(observer)) {
+    link->rely({[this](const AgentRecord& record) { onRecord(record); },
+                [this] { onGone(); },
+                handle.mayRead,
+                {}},
+               AgentRecord::largest);
+    link->send(AgentRecords::start(start));
+}
+
+RemoteClient::~RemoteClient() {
+    link->rely({}, 0);
+    link->close();
+}
+
+void RemoteClient::type(const std::string& line) { link->send({AgentRecord::TYPE, line}); }
+
+void RemoteClient::interrupt() { link->send({AgentRecord::INTERRUPT, ""}); }
+
+bool RemoteClient::askIdentity() {
+    if (!link->open()) return false;
+    ++asked;
+    link->send({AgentRecord::WHO, ""});
+    return true;
+}
+
+void RemoteClient::onRecord(const AgentRecord& record) {
+    switch (record.type) {
+    case AgentRecord::OUTPUT:
+        if (alive) handle.output(record.body);
+        break;
+    case AgentRecord::PROMPT:
+        if (alive) handle.prompt();
+        break;
+    case AgentRecord::ENDED:
+        // The agent stays: a launcher takes the end of one task's process for the end of the job.
+        if (std::exchange(alive, false)) watch.gone();
+        break;
+    case AgentRecord::IDENTITY:
+        if (asked == 0) throw BrokenConnection();
+        --asked;
+        known = record.body.substr(0, record.body.find_first_of(std::string("\0\n", 2)));
+        watch.identified();
+        break;
+    default:
+        throw BrokenConnection();
+    }
+}
+
+void RemoteClient::onGone() {
+    for (; asked > 0; --asked)
+        watch.identified();
+    if (std::exchange(alive, false)) watch.gone();
+}

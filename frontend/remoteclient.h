@@ -1,0 +1,53 @@
+#pragma once
+
+#include "frontend/agentlink.h"
+#include "frontend/client.h"
+#include "frontend/debuggerstart.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+/// A debugger behind an agent, which runs it where its task is. Ends it when destroyed: the agent
+/// takes down everything of its task when its connection closes. One thread. Outlives the loop's
+/// last turn.
+class RemoteClient : public Client {
+  public:
+    struct Watch {
+        /// The debugger has ended, or its agent is gone; once.
+        std::function<void()> gone;
+        /// The agent has told which process its task is, or will not.
+        std::function<void()> identified;
+    };
+
+    RemoteClient(std::shared_ptr<AgentLink> link, Handler handler, Watch watch,
+                 const DebuggerStart& start);
+    ~RemoteClient() override;
+
+    void type(const std::string& line) override;
+    void interrupt() override;
+    void resume() override { link->resume(); }
+    /// Ends the debugger.
+    void release() override { link->close(); }
+    /// Never: it is told by the handler.
+    bool ended() override { return false; }
+    pid_t pid() const override { return -1; }
+    bool running() const override { return alive; }
+
+    /// Asks the agent which process its task is; false when there is nobody to ask. `identified`
+    /// comes once for each time that this said true.
+    bool askIdentity();
+    /// What it told last, in one line.
+    const std::string& identity() const { return known; }
+
+  private:
+    const std::shared_ptr<AgentLink> link;
+    const Handler handle;
+    const Watch watch;
+    std::string known;
+    int asked = 0;
+    bool alive = true;
+
+    void onRecord(const AgentRecord& record);
+    void onGone();
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <filesystem>
+#include <istream>
+#include <string>
+#include <vector>
+
+/// Where and how agents find their front end. As a text it has one "name value" a line.
+struct Rendezvous {
+    /// The abstract name (unix(7)) of the socket for agents on the same machine, without its NUL;
+    /// empty: there is none.
+    std::string socketName;
+    /// The machine's addresses, as numbers, in the order in which to try them.
+    std::vector<std::string> addresses;
+    int port = 0; // TCP
+    /// Known to the front end and its agents only.
+    std::string secret;
+    /// For an agent that no launcher tells its place; -1: it knows.
+    int rank = -1;
+    int size = -1;
+
+    std::string str() const;
+    /// Throws std::runtime_error.
+    static Rendezvous parse(std::istream& in);
+
+    /// A secret of 256 random bits, printable.
+    static std::string newSecret();
+    /// Compares in a time that does not tell where they differ.
+    static bool equalSecrets(const std::string& one, const std::string& other);
+};
+
+/// The file that tells it to agents: private to its user, in a directory that all hosts of a job
+/// see. Removed when destroyed.
+class RendezvousFile {
+  public:
+    /// Writes a new file in the directory, which is made when it is not there. Also removes files
+    /// that front ends of this machine left behind when they were killed. Throws
+    /// std::runtime_error with a sentence for the user.
+    RendezvousFile(const std::filesystem::path& folder, const Rendezvous& content);
+    ~RendezvousFile();
+    RendezvousFile(const RendezvousFile&) = delete;
+    RendezvousFile& operator=(const RendezvousFile&) = delete;
+
+    const std::filesystem::path& path() const { return file; }
+
+    /// VEX_LAUNCH_DIR, else ~/.vex/launch. Throws std::runtime_error when there is no home.
+    static std::filesystem::path defaultFolder();
+
+  private:
+    std::filesystem::path file;
+};

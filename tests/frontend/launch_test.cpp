@@ -1,0 +1,288 @@
+#include "frontend/agentrecord.h"
+#include "frontend/rendezvous.h"
+#include "tests/support/vextest.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <set>
+#include <sstream>
+#include <sys/socket.h>
+
+namespace {
+
+// vex with tasks that a launcher starts.
+class LaunchTest : public VexTest {
+  protected:
+    void SetUp() override {
+        VexTest::SetUp();
+        ::setenv("VEX_LAUNCH_DIR", folder.path("launch").c_str(), 1);
+        ::unsetenv("VEX_LAUNCH_TCP");
+    }
+    void TearDown() override {
+        ::unsetenv("VEX_LAUNCH_DIR");
+        ::unsetenv("VEX_LAUNCH_TCP");
+    }
+
+    static bool installed(const std::string& name) {
+        return ::access(("/usr/bin/" + name).c_str(), X_OK) == 0;
+    }
+    // Runs what it is given behind the name of a host, on this one, and notes the host.
+    std::string fakeSsh() {
+        return script("ssh", "#!/bin/sh\necho \"$1\" >>" + folder.path("hosts.log") +
+                                 "\nshift\ncd /\nexec sh -c \"$*\"\n");
+    }
+    // Starts tasks 1 to n - 1 of a job, as PMI has it, when the file "go" is there; they find task
+    // 0 by the copy that it leaves.
+    std::string handMade(int n) {
+        return script("starter", "#!/bin/sh\ncp $3 " + folder.path("copy.new") + "\nmv " +
+                                     folder.path("copy.new") + " " + folder.path("copy") +
+                                     "\nuntil [ -e " + folder.path("go") +
+                                     " ]; do sleep 0.05; done\nr=1\nwhile [ $r -lt " +
+                                     std::to_string(n) + " ]; do PMI_SIZE=" + std::to_string(n) +
+                                     " PMI_RANK=$r \"$@\" & r=$((r + 1)); done\nwait\n");
+    }
+    std::size_t rendezvousFiles() const {
+        std::error_code fault;
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(folder.path("launch"), fault), {}));
+    }
+};
+
+struct Case {
+    const char* launcher;
+    const char* program;
+    const char* options;
+    bool tcp;
+};
+const Case launchers[] = {
+    {"mpirun.openmpi", "ring.openmpi", " --oversubscribe -np 3", false},
+    {"mpiexec.mpich", "ring.mpich", " -n 3", true},
+};
+
+// Until each of these lines has come.
+void readUntil(Peer& console, std::set<std::string> lines) {
+    while (!lines.empty()) {
+        for (const std::string& line : console.next())
+            std::erase_if(lines, [&line](const std::string& each) {
+                return line.find(each) != std::string::npos;
+            });
+    }
+}
+
+TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
+    for (const Case& each : launchers) {
+        SCOPED_TRACE(each.launcher);
+        if (!installed(each.launcher) || ::access(program(each.program).c_str(), X_OK) != 0)
+            continue;
+        for (const bool killed : {false, true}) {
+            std::filesystem::remove(folder.path("session"));
+            if (each.tcp) ::setenv("VEX_LAUNCH_TCP", "1", 1);
+            const std::string path = beginWith(
+                {"--launch", std::string(each.launcher) + each.options, program(each.program)});
+            Peer console(path);
+            console.begin();
+            EXPECT_EQ(rendezvousFiles(), 0u);
+            EXPECT_EQ(console.command("vex who")[2].find("2 | rank 2  host "), 0u);
+            EXPECT_EQ(console.command("show environment VEX_TASK"),
+                      (Lines{"0 | VEX_TASK = 0", "1 | VEX_TASK = 1", "2 | VEX_TASK = 2", "READY"}));
+            console.command("break search");
+            // One task computes, the others wait for it.
+            console.send(Command::CLIENT, "all", "run");
+            readUntil(console, {", search (token=20)"});
+            console.send(Command::INTERRUPT, "all");
+            EXPECT_EQ(console.finish().back(), "READY");
+            EXPECT_EQ(console.command("print rank"),
+                      (Lines{"0 | $1 = 0", "1 | $1 = 1", "2 | $1 = 2", "READY"}));
+            for (const std::string& line : console.command("vex who")) {
+                EXPECT_TRUE(line == "READY" || line.ends_with(each.program)) << line;
+            }
+            if (killed) {
+                vex->signal(SIGKILL);
+            } else {
+                // The others go on, though a launcher ends a job when one of its tasks ends so.
+                console.send(Command::CLIENT, "1", "quit");
+                EXPECT_EQ(console.finish(), (Lines{"REPLY 5 1", "READY"}));
+                EXPECT_EQ(console.command("print 1"), (Lines{"0 2 | $2 = 1", "READY"}));
+                console.send(Command::QUIT, "all");
+                EXPECT_TRUE(console.closed());
+            }
+            killConsole();
+            const int status = vex->exitStatus();
+            EXPECT_TRUE(killed || status == 0) << status;
+            expectNothingLeft(killed ? "" : path);
+            if (killed) ::unlink(path.c_str());
+        }
+    }
+}
+
+TEST_F(LaunchTest, HostsOfAFile) {
+    const std::string hosts = folder.write("hosts", "# all\nnode1:2\nnode2\n");
+    std::filesystem::create_directory(folder.path("here"));
+    const std::string path = beginWith({"--launch", fakeSsh(), "--hosts", hosts, program("halo")});
+    Peer console(path);
+    console.begin();
+    EXPECT_EQ(console.command("show environment VEX_NTASKS"),
+              (Lines{"0:2 | VEX_NTASKS = 3", "READY"}));
+    // They stand where vex was started, not in the home directory.
+    EXPECT_EQ(console.command("pwd"),
+              (Lines{"0:2 | Working directory " + std::filesystem::current_path().string() + ".",
+                     "READY"}));
+    EXPECT_EQ(folder.read("hosts.log"), "node1\nnode1\nnode2\n");
+    // The secret is in no command line.
+    for (pid_t id : living()) {
+        std::ifstream file("/proc/" + std::to_string(id) + "/cmdline");
+        const std::string words{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_EQ(words.find("secret"), std::string::npos);
+    }
+    vex->signal(SIGTERM);
+    EXPECT_TRUE(console.closed());
+    killConsole();
+    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
+    expectNothingLeft(path);
+}
+
+// A peer of the agents' port, with a connection of its own.
+class Stranger {
+  public:
+    explicit Stranger(int port) : fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<in_port_t>(port));
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            throw std::runtime_error("nobody listens");
+    }
+    ~Stranger() { ::close(fd); }
+    Stranger(const Stranger&) = delete;
+    Stranger& operator=(const Stranger&) = delete;
+
+    void send(const std::string& bytes) const {
+        ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    void hello(const std::string& secret, int rank, int size) const {
+        AgentHello hello;
+        hello.secret = secret;
+        hello.rank = rank;
+        hello.size = size;
+        hello.host = "elsewhere";
+        send(hello.record().frame());
+    }
+    // Whether the other side hangs up, after whatever it had to say.
+    bool dropped() const {
+        const Deadline deadline;
+        for (char buffer[4096];;) {
+            pollfd ready{fd, POLLIN, 0};
+            if (::poll(&ready, 1, deadline.left()) != 1) return false;
+            if (::recv(fd, buffer, sizeof buffer, 0) <= 0) return true;
+        }
+    }
+    void awaitBytes() const {
+        pollfd ready{fd, POLLIN, 0};
+        ASSERT_EQ(::poll(&ready, 1, Deadline().left()), 1);
+    }
+
+  private:
+    const int fd;
+};
+
+TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
+    const std::string path = beginWith({"--launch", handMade(2), program("halo")});
+    const Deadline deadline;
+    while (folder.read("copy").empty() && deadline.left() > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(rendezvousFiles(), 1u);
+    std::istringstream in(folder.read("copy"));
+    const Rendezvous where = Rendezvous::parse(in);
+
+    const Stranger silent(where.port), huge(where.port), wrong(where.port), lying(where.port);
+    huge.send(std::string("\x00\x10\x00\x00", 4));
+    wrong.hello(std::string(where.secret.size(), 'f'), 0, 2);
+    lying.send(std::string("\0\0\0\x08\0\0\0\x01\0\0\0\x01", 12));
+    EXPECT_TRUE(huge.dropped());
+    EXPECT_TRUE(wrong.dropped());
+    EXPECT_TRUE(lying.dropped());
+
+    const Stranger task(where.port);
+    task.hello(where.secret, 0, 2);
+    task.awaitBytes();
+    const std::pair<int, int> places[] = {{0, 2}, {2, 2}, {-2, 2}, {1, 3}};
+    for (const auto& [rank, size] : places) {
+        const Stranger impostor(where.port);
+        impostor.hello(where.secret, rank, size);
+        EXPECT_TRUE(impostor.dropped());
+        vex->until("was refused: it says that it is rank " + std::to_string(rank) + " of " +
+                   std::to_string(size));
+    }
+    EXPECT_TRUE(silent.dropped());
+
+    folder.write("go", "");
+    task.send(AgentRecord{AgentRecord::PROMPT, ""}.frame());
+    Peer console(path);
+    console.begin();
+    EXPECT_EQ(rendezvousFiles(), 0u);
+    EXPECT_THROW(Stranger{where.port}, std::runtime_error);
+    EXPECT_EQ(console.command("print 1", "1"), (Lines{"1 | $1 = 1", "READY"}));
+    // One that talks nonsense is gone; the session goes on with the rest.
+    task.send(AgentRecord{AgentRecord::OUTPUT, "hello\n"}.frame());
+    EXPECT_EQ(console.next(), (Lines{"0 | hello"}));
+    task.send(std::string("\x7f\xff\xff\xff", 4));
+    EXPECT_EQ(console.next(), (Lines{"REPLY 5 0"}));
+    EXPECT_TRUE(task.dropped());
+    EXPECT_EQ(console.command("print 2"), (Lines{"1 | $2 = 2", "READY"}));
+    console.send(Command::QUIT, "all");
+    killConsole();
+    EXPECT_EQ(vex->exitStatus(), 0);
+    expectNothingLeft(path);
+}
+
+TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
+    const std::string shouting = script("shouting", "#!/bin/sh\necho no slots for you\nexit 3\n");
+    const std::string hosts = folder.write("hosts", "node1\n");
+    const std::string big =
+        script("big", "#!/bin/sh\nOMPI_COMM_WORLD_RANK=0 OMPI_COMM_WORLD_SIZE=4097 \"$@\"\n");
+    const struct {
+        Lines arguments;
+        Lines texts;
+    } cases[] = {
+        {{"--launch", "nosuchlauncher -np 4"}, {"cannot find the launcher 'nosuchlauncher'"}},
+        {{"--launch", shouting + " -np 4"},
+         {"vex: launcher: no slots for you", "the launcher ended with status 3",
+          "Does this work: " + shouting + " -np 4 "}},
+        {{"--launch", shouting, "--hosts", hosts},
+         {"launcher: node1: no slots for you", "for host node1 ended with status 3"}},
+        {{"--launch", "env"}, {"does not tell its tasks their ranks"}},
+        {{"--launch", big}, {"the job has 4097 tasks; a session has 1 to 4096 of them."}},
+        {{"--launch", fakeSsh()}, {"ssh needs the hosts of the tasks: --hosts FILE"}},
+        {{"--launch", "env", "--hosts", folder.path("none")}, {"cannot read the host file"}},
+        {{"--debugger", "nosuchdebugger", "--launch", "env PMI_RANK=0 PMI_SIZE=1"},
+         {"vex: 0 | cannot start the debugger: nosuchdebugger", "no debugger is left"}},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.texts[0]);
+        Lines arguments = each.arguments;
+        arguments.push_back(program("halo"));
+        launch(arguments);
+        EXPECT_EQ(vex->exitStatus(), 1);
+        for (const std::string& text : each.texts)
+            EXPECT_NE(vex->screen().find(text), std::string::npos) << vex->screen();
+        expectNothingLeft("");
+        EXPECT_EQ(rendezvousFiles(), 0u);
+    }
+}
+
+// The user gives up while the launcher waits, for an allocation, say.
+TEST_F(LaunchTest, TheStartCanBeGivenUp) {
+    const std::string path = beginWith({"--launch", handMade(2), program("halo")});
+    const Deadline deadline;
+    while (folder.read("copy").empty() && deadline.left() > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    vex->signal(SIGUSR1);
+    vex->until("the start was given up");
+    killConsole();
+    EXPECT_EQ(vex->exitStatus(), 1);
+    expectNothingLeft(path);
+    EXPECT_EQ(rendezvousFiles(), 0u);
+}
+
+} // namespace

@@ -1,0 +1,244 @@
+#pragma once
+
+#include "common/command.h"
+#include "common/data.h"
+#include "common/frame.h"
+#include "common/reply.h"
+#include "common/unixsock.h"
+#include "tests/support/deadline.h"
+#include "tests/support/processes.h"
+#include "tests/support/tempdir.h"
+#include "tests/support/terminal.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <poll.h>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using Lines = std::vector<std::string>;
+
+// A console of which only the connection exists.
+class Peer {
+  public:
+    explicit Peer(const std::string& path) {
+        if (socket.connect(path.c_str(), 20) != 0) throw std::runtime_error("nobody listens");
+    }
+
+    // Waits for the number; the debuggers have prompted then.
+    void begin() {
+        awaitBytes();
+        socket.read(&id, sizeof id);
+    }
+    void send(Command::Type type, const std::string& group, const std::string& text = "") {
+        Command command;
+        command.init(id, group, type, text.c_str(), text.empty() ? 0 : -1);
+        command.send(&socket);
+    }
+    // The next record, as text: "READY", "REPLY -1 511", or the lines of a TEXT record, each as
+    // "0:3 | content".
+    Lines next() {
+        Data pieces;
+        return next(pieces);
+    }
+    // All that comes until READY, or until another record that ends a wait: the lines, then the
+    // other records. Slow clients send the same line later; it counts once.
+    Lines untilReady() {
+        Data pieces;
+        Lines others;
+        for (;;) {
+            const Lines some = next(pieces);
+            const bool ready = some == Lines{"READY"};
+            if (!ready && !(some.size() == 1 && some[0].starts_with("REPLY"))) continue;
+            others.push_back(some[0]);
+            if (!ready && !some[0].starts_with("REPLY -1")) continue;
+            pieces.merge();
+            Lines all = textOf(pieces);
+            all.insert(all.end(), others.begin(), others.end());
+            return all;
+        }
+    }
+    Lines command(const std::string& text, const std::string& group = "all") {
+        send(Command::CLIENT, group, text);
+        return finish();
+    }
+    // The answer to a command or an interrupt, and FILTERED as a console does it.
+    Lines finish() {
+        Lines answer = untilReady();
+        if (answer.back() == "READY") {
+            GroupCommand filtered;
+            filtered.setOpType(GroupCommand::ASSIGN);
+            filtered.setBase("FILTERED");
+            int length = 0;
+            const auto body = filtered.pack(&length);
+            Command command;
+            command.init(id, "all", Command::GROUP, body.get(), length);
+            command.send(&socket);
+            EXPECT_EQ(next(), Lines{"REPLY 0 0"});
+        }
+        return answer;
+    }
+    bool closed() {
+        try {
+            for (;;)
+                next();
+        } catch (const BrokenConnection&) {
+            return true;
+        }
+    }
+
+  private:
+    UnixSocket socket;
+    int id = 0;
+
+    // Adds the lines of a TEXT record to those before.
+    Lines next(Data& pieces) {
+        awaitBytes();
+        int kind = 0;
+        socket.read(&kind, sizeof kind);
+        if (kind == KIND_REPLY) {
+            Reply reply;
+            reply.recv(&socket);
+            return {"REPLY " + std::to_string(reply.getRetValue()) + " " +
+                    std::to_string(reply.getErrCode())};
+        }
+        Data data;
+        data.recv(&socket);
+        if (data.getType() == Data::READY) return {"READY"};
+        pieces.addData(&data);
+        return textOf(data);
+    }
+    static Lines textOf(const Data& data) {
+        Lines lines;
+        for (const auto& [number, slot] : data.slots()) {
+            for (const auto& line : slot.lines)
+                lines.push_back(line->clients().str() + "| " + line->getContent());
+        }
+        return lines;
+    }
+    void awaitBytes() {
+        pollfd ready{socket.getFd(), POLLIN, 0};
+        if (::poll(&ready, 1, Deadline().left()) != 1) throw std::runtime_error("no answer");
+    }
+};
+
+// vex with real debuggers, on a terminal, its console being a program that does nothing.
+class VexTest : public testing::Test {
+  protected:
+    TempDir folder;
+    std::unique_ptr<Terminal> vex;
+    const std::string mark = "VEX_TEST=" + folder.path();
+    long long socketTime = 1; // of the session begun last
+
+    void SetUp() override {
+        if (::getuid() == 0) GTEST_SKIP() << "vex refuses root; run as an ordinary user";
+    }
+
+    static std::string program(const std::string& name) {
+        return std::string(VEX_BIN_DIR) + "/" + name;
+    }
+    std::string script(const std::string& name, const std::string& text) {
+        const std::string path = folder.write(name, text);
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        return path;
+    }
+    void launch(const Lines& arguments) {
+        Terminal::Start start;
+        start.argv = {program("vex")};
+        start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
+        start.environment["VEX_TEST"] = folder.path();
+        vex = std::make_unique<Terminal>(start);
+    }
+    // Starts n clients of the example; gives the socket's path.
+    std::string begin(int n, const Lines& more = {}) {
+        Lines arguments{"-n", std::to_string(n)};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        arguments.push_back(program("halo"));
+        return beginWith(arguments);
+    }
+    // Starts a session of any kind.
+    std::string beginWith(const Lines& more) {
+        const std::string file = folder.path("session");
+        const std::string console =
+            script("console", "#!/bin/sh\necho $2 > " + file + ".new\nmv " + file + ".new " + file +
+                                  "\nexec sleep 1000\n");
+        Lines arguments{"--console", console};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        launch(arguments);
+        const Deadline deadline;
+        while (folder.read("session").empty() && deadline.left() > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const std::string path =
+            "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
+        socketTime = timeOf(path);
+        return path;
+    }
+    // When a file was made or changed last, in ns; 0: there is none.
+    static long long timeOf(const std::string& path) {
+        struct stat status {};
+        if (::stat(path.c_str(), &status) == -1) return 0;
+        return status.st_ctim.tv_sec * 1000000000LL + status.st_ctim.tv_nsec;
+    }
+    // The living processes that descend from this test's vex, itself included.
+    std::vector<pid_t> living() const {
+        std::vector<pid_t> found;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            std::ifstream file(entry.path() / "environ", std::ios::binary);
+            const std::string all{std::istreambuf_iterator<char>(file), {}};
+            if (all.find(mark) != std::string::npos)
+                found.push_back(std::atoi(entry.path().filename().c_str()));
+        }
+        return found;
+    }
+    pid_t consolePid() const {
+        for (pid_t id : living()) {
+            std::ifstream file("/proc/" + std::to_string(id) + "/comm");
+            std::string name;
+            std::getline(file, name);
+            if (name == "sleep") return id;
+        }
+        return -1;
+    }
+    static std::vector<pid_t> tasksOf(pid_t launcher, const std::string& name) {
+        std::vector<pid_t> found = Processes::descendants(launcher);
+        std::erase_if(found, [&name](pid_t id) { return Processes::name(id) != name; });
+        return found;
+    }
+    // A real console ends when its connection does; this one is made to.
+    void killConsole() const {
+        const Deadline deadline;
+        pid_t id = -1;
+        while ((id = consolePid()) == -1 && deadline.left() > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (id > 0) ::kill(id, SIGKILL);
+    }
+    void expectNothingLeft(const std::string& path) const {
+        const Deadline deadline;
+        while (!living().empty() && deadline.left() > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_TRUE(living().empty());
+        // The number may have gone to a session of another test.
+        if (!path.empty()) {
+            EXPECT_NE(timeOf(path), socketTime) << path;
+        }
+    }
+    // Runs the example until it stands still: one task computes, the others wait for messages.
+    static void runIntoTheHang(Peer& console, int n) {
+        console.send(Command::CLIENT, "all", "run");
+        for (int told = 0; told < n;) {
+            for (const std::string& line : console.next())
+                told += line.find("still waits") != std::string::npos ||
+                        line.find("does not settle") != std::string::npos;
+        }
+    }
+};
