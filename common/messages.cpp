@@ -120,11 +120,11 @@ constexpr auto table = std::to_array<MessageCatalog::Entry>({
     {HELP_EXIT_DETAIL,
      "3917-913  exit -- Exit the current console only.\n"
      "        Nothing is killed: the clients, the debugged programs and the other\n"
-     "        consoles go on as long as the session lives; vex(1) tells when a\n"
-     "        session ends with its last console. You are asked before: y leaves,\n"
-     "        any other answer does nothing.\n"
+     "        consoles go on. A session that was started on a terminal lives on\n"
+     "        without a console; one that a script controls ends with its last.\n"
+     "        You are asked before: y leaves, any other answer does nothing.\n"
      "        'option session' shows the number of the session; by that number,\n"
-     "        'vexconsole -s <number>' opens another console of it.\n"},
+     "        'vex --join <number>' opens another console of it.\n"},
     {HELP_OPTION_BRIEF, "3917-914  option <broadcast | <ecolor|scolor|dcolor|bcolor> <name> | mode "
                         "<auto|collapsed|expanded> | session>"},
     {HELP_OPTION_DETAIL,

@@ -235,9 +235,12 @@ void UnixSocket::awaitEnd(int ms) {
 }
 
 void UnixSocket::close() {
-    if (socket == -1) return;
-    ::shutdown(socket, SHUT_RDWR);
-    ::close(socket);
+    disconnect();
+    drop();
+}
+
+void UnixSocket::drop() {
+    if (socket != -1) ::close(socket);
     socket = -1;
 }
 

@@ -46,7 +46,10 @@ class UnixSocket {
     void disconnect();
     /// Reads and drops what still comes until the peer closes, for at most ms milliseconds.
     void awaitEnd(int ms);
+    /// Ends the stream and closes the descriptor.
     void close();
+    /// Closes the descriptor alone, for one that another process shares and goes on using.
+    void drop();
     void async();
     void setSbuf(int bytes);
     void setRbuf(int bytes);

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -89,6 +90,11 @@ void ConsoleLink::writeSome() {
         waitToWrite();
     else if (finishing)
         close();
+}
+
+bool ConsoleLink::abandoned() const {
+    pollfd end{socket->getFd(), POLLRDHUP, 0};
+    return over || ::poll(&end, 1, 0) != 0;
 }
 
 void ConsoleLink::finish() {

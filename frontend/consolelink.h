@@ -34,6 +34,8 @@ class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
     std::size_t queued() const { return waiting; }
     /// Whether so much waits that no more should be produced for this console.
     bool congested() const { return waiting > highWater; }
+    /// Whether the console has closed its end, which may be seen before all is read that it sent.
+    bool abandoned() const;
     /// Closes after what is queued was sent.
     void finish();
     /// Closes at once.

@@ -5,7 +5,7 @@
 #include <string>
 #include <termios.h>
 
-/// The console that this front end started on the user's terminal, and the terminal's state before
+/// The console that this process started on the user's terminal, and the terminal's state before
 /// it, which is put back when the console could not do so itself.
 class ConsoleProcess {
   public:
@@ -14,11 +14,11 @@ class ConsoleProcess {
     /// Throws std::system_error.
     void start(const std::string& executable, int session);
     bool running() const { return process.running(); }
-    /// Process id; -1 before start.
-    pid_t pid() const { return process.pid(); }
     /// Looks what became of it. When it was stopped (Ctrl-Z), this process stops as well, so that
     /// the shell has its terminal back, and both go on together. True when it has ended, once.
     bool ended();
+    /// As waitpid gave it; valid after ended has said true.
+    int status() const { return process.status(); }
     void signal(int number) const { process.signal(number); }
 
   private:

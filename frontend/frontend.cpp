@@ -2,6 +2,7 @@
 
 #include "common/frame.h"
 #include "frontend/executables.h"
+#include "frontend/frontpart.h"
 #include "frontend/identity.h"
 #include "frontend/localclient.h"
 #include "frontend/processtree.h"
@@ -16,6 +17,7 @@
 #include <filesystem>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <thread>
 #include <unistd.h>
 
@@ -48,14 +50,20 @@ std::string list(const ClientSet& ids) {
 
 } // namespace
 
-Frontend::Frontend(const Options& wanted)
+Frontend::Frontend(const Options& wanted, Session& claimed, Channel line)
     : options(wanted),
       debugger(makeDebugger(wanted.debugger)),
+      session(claimed),
       job(std::to_string(session.number()) + "-" + randomText()),
       listener(loop, session.listener()),
       signals(loop, SIGCHLD, SIGUSR1),
       boardTimer(loop),
       phaseTimer(loop),
+      attendants(loop, std::move(line), session.control(),
+                 {[this](bool first, Attendants::Leave how) { return onConsoleLeft(first, how); },
+                  // A terminal that the session kept open would keep its window from closing.
+                  [] { FrontPart::leaveTerminal(); }, [this] { giveUp(); },
+                  [this](int exitStatus) { end(exitStatus); }, [this] { return facts(); }}),
       greetings(static_cast<std::size_t>(wanted.tasks)),
       alive(static_cast<std::size_t>(wanted.tasks), true),
       attached(static_cast<std::size_t>(wanted.tasks), false),
@@ -86,16 +94,14 @@ Frontend::~Frontend() {
         }
     }
     killAll();
-    ProcessTree::reapStrangers({console.pid()});
+    ProcessTree::reapStrangers({});
     listener.release();
 }
 
 int Frontend::run() {
     signals.add(SIGTERM);
-    signals.add(SIGHUP);
     listen();
     awaitSignals();
-    console.start(options.console, session.number());
     if (options.launches())
         launch();
     else
@@ -129,10 +135,7 @@ void Frontend::onSignal(int number) {
         onChild();
         break;
     case SIGUSR1:
-        // The console's user does not want to wait any longer for the start.
-        if (phase != STARTING) break;
-        std::fprintf(stderr, "vex: the start was given up\n");
-        end(1);
+        giveUp();
         break;
     default:
         end(128 + number);
@@ -140,11 +143,18 @@ void Frontend::onSignal(int number) {
     }
 }
 
+// The user does not want to wait any longer for the start.
+void Frontend::giveUp() {
+    if (phase != STARTING) return;
+    std::fprintf(stderr, "vex: the start was given up\n");
+    end(1);
+}
+
 void Frontend::onChild() {
     for (std::size_t i = 0; i < clients.size(); ++i) {
         if (clients[i] && clients[i]->ended()) onClientEnded(static_cast<int>(i));
     }
-    std::vector<pid_t> known{console.pid()};
+    std::vector<pid_t> known;
     for (const auto& client : clients) {
         if (client) known.push_back(client->pid());
     }
@@ -158,15 +168,6 @@ void Frontend::onChild() {
     ProcessTree::reapStrangers(known);
     const bool busy = launched ? launched->running() : debuggersRun();
     if (phase == ENDING && !closing && !busy) closeSession();
-    if (!console.ended()) return;
-    if (phase == ENDING) {
-        if (closing) loop.stop();
-    } else if (lastConsole == 0) {
-        std::fprintf(stderr, "vex: the console ended before it was connected\n");
-        end(1);
-    } else {
-        endIfDeserted();
-    }
 }
 
 // --- consoles
@@ -211,8 +212,39 @@ void Frontend::onLinkClosed(int id) {
 }
 
 void Frontend::endIfDeserted() {
-    if (phase != ENDING && links.empty() && !console.running()) end(0);
-    if (closing && links.empty() && !console.running()) loop.stop();
+    if (phase != ENDING && !options.interactive && openConsoles() == 0 && attendants.present() == 0)
+        end(0);
+    if (closing && links.empty()) loop.stop();
+}
+
+// Those that have closed their end count no more, though what they sent may be unread.
+int Frontend::openConsoles() const {
+    return static_cast<int>(
+        std::ranges::count_if(links, [](const auto& each) { return !each.second->abandoned(); }));
+}
+
+std::string Frontend::onConsoleLeft(bool first, Attendants::Leave how) {
+    if (phase == ENDING) return "";
+    if (first && how == Attendants::VANISHED) {
+        end(128 + SIGKILL);
+    } else if (first && how == Attendants::LEFT && lastConsole == 0) {
+        std::fprintf(stderr, "vex: the console ended before it was connected\n");
+        end(1);
+    } else {
+        endIfDeserted();
+    }
+    return phase == ENDING ? "" : "goes on " + std::to_string(openConsoles());
+}
+
+// What vex --list shows: the tasks that are left, the open consoles, the age in seconds, the
+// program.
+std::string Frontend::facts() const {
+    using namespace std::chrono;
+    std::ostringstream text;
+    text << std::ranges::count(alive, true) << ' ' << openConsoles() << ' '
+         << duration_cast<seconds>(Clock::now() - begin).count() << ' '
+         << (attaches() ? Identity::ofProcess(options.targets[0].pid).program : options.program[0]);
+    return text.str();
 }
 
 void Frontend::toConsole(int id, const Reply& reply) { send(id, frameOf(KIND_REPLY, reply)); }
@@ -566,28 +598,13 @@ void Frontend::closeSession() {
     // A link that closes comes back through onLinkClosed, later.
     for (const auto& [id, link] : links)
         link->finish();
-    if (links.empty() && !console.running())
-        loop.stop();
-    else
-        waitForConsole(0);
-}
-
-// The console ends by itself when its connection closes; one that does not is helped along.
-void Frontend::waitForConsole(int patience) {
+    if (links.empty()) loop.stop();
+    // A console closes by itself when it has read all; one that does not read is not waited for.
     phaseTimer.expires_after(std::chrono::milliseconds(1500));
-    phaseTimer.async_wait([this, patience](const asio::error_code& fault) {
-        if (fault) return;
-        const auto open = links;
-        for (const auto& [id, link] : open)
-            link->close();
-        if (patience == 3) loop.stop();
-        console.signal(SIGCONT);
-        console.signal(patience == 0 ? 0 : patience == 1 ? SIGTERM : SIGKILL);
-        waitForConsole(patience + 1);
+    phaseTimer.async_wait([this](const asio::error_code& fault) {
+        if (!fault) loop.stop();
     });
 }
 
 // The debugged programs first, then the debuggers, whatever they started in between, too.
-void Frontend::killAll() {
-    ProcessTree::killDescendants(::getpid(), console.running() ? console.pid() : -1);
-}
+void Frontend::killAll() { ProcessTree::killDescendants(::getpid(), -1); }

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "frontend/attendants.h"
 #include "frontend/client.h"
 #include "frontend/consolelink.h"
-#include "frontend/consoleprocess.h"
 #include "frontend/debugger.h"
 #include "frontend/debuggerstart.h"
 #include "frontend/helpers.h"
@@ -22,13 +22,15 @@
 #include <string>
 #include <vector>
 
-/// A session from its start to its end: starts the console and the debuggers, serves consoles, and
-/// takes everything down again. Owns all processes and descriptors of the session and the one event
-/// loop; single-threaded. What is said to whom is decided by the Switchboard.
+/// A session from its start to its end: starts the debuggers, serves consoles, and takes everything
+/// down again. Owns all processes and descriptors of the session and the one event loop;
+/// single-threaded. What is said to whom is decided by the Switchboard. The user's terminal is the
+/// front part's business (FrontPart), which the session may outlive.
 class Frontend : private Switchboard::Outlet {
   public:
-    /// Claims a session number. The options name existing programs. Throws std::runtime_error.
-    explicit Frontend(const Options& options);
+    /// The line leads to the front part whose console is the first. The options name existing
+    /// programs; the session must live as long as this. Throws std::runtime_error.
+    Frontend(const Options& options, Session& session, Channel line);
     ~Frontend() override;
 
     /// The whole session; gives the exit status.
@@ -40,7 +42,7 @@ class Frontend : private Switchboard::Outlet {
     const Options options;
     const std::unique_ptr<Debugger> debugger;
     asio::io_context loop;
-    Session session;
+    Session& session;
     const std::string job; // names this session in the environment of what it starts
     Phase phase = STARTING;
     int status = 0;
@@ -52,7 +54,8 @@ class Frontend : private Switchboard::Outlet {
     std::optional<Clock::time_point> armed;
     asio::steady_timer phaseTimer; // patience while starting and while ending
 
-    ConsoleProcess console;
+    const Clock::time_point begin = Clock::now();
+    Attendants attendants;
     std::map<int, std::shared_ptr<ConsoleLink>> links;
     int lastConsole = 0;
 
@@ -89,6 +92,9 @@ class Frontend : private Switchboard::Outlet {
     void serve(int id);
     void onLinkClosed(int id);
     void endIfDeserted();
+    int openConsoles() const;
+    std::string onConsoleLeft(bool first, Attendants::Leave how);
+    std::string facts() const;
 
     bool attaches() const { return !options.targets.empty(); }
     void startClients();
@@ -118,6 +124,6 @@ class Frontend : private Switchboard::Outlet {
     void endAgents();
     bool debuggersRun() const;
     void closeSession();
-    void waitForConsole(int patience);
+    void giveUp();
     void killAll();
 };

@@ -1,11 +1,14 @@
 #include "common/error.h"
 #include "frontend/executables.h"
 #include "frontend/frontend.h"
+#include "frontend/frontpart.h"
+#include "frontend/guardian.h"
 #include "frontend/hostfile.h"
 #include "frontend/launcher.h"
 #include "frontend/limits.h"
 #include "frontend/options.h"
 #include "frontend/runningjob.h"
+#include "frontend/sessionlist.h"
 #include "frontend/tracing.h"
 
 #include <cerrno>
@@ -17,6 +20,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <sys/prctl.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -65,16 +69,12 @@ void prepareLaunch(Options& options) {
     options.tasks = 0;
 }
 
-int session(Options options) {
-    if (::getuid() == 0 || ::geteuid() == 0)
-        throw std::runtime_error(
-            "does not run as root. Start it as an ordinary user, for instance: "
-            "su - USER -c 'vex ...'");
+// What the session needs, looked for before it is started: its user is told on the terminal.
+void prepare(Options& options) {
     const bool attaches = options.attaches();
     if (!attaches) options.program[0] = Executables::program(options.program[0]);
     // A launched one is looked for in PATH where it is started.
     if (!options.launches()) options.debugger = Executables::debugger(options.debugger);
-    options.console = Executables::console(options.console);
     if (attaches)
         findTargets(options);
     else if (options.launches())
@@ -86,14 +86,62 @@ int session(Options options) {
     Limits::liftDescriptors();
     if (const auto problem = Limits::refusal(options.tasks, Limits::facts()))
         throw std::runtime_error(*problem);
-    // The keys of the terminal are the console's business.
-    for (int number : {SIGINT, SIGQUIT, SIGPIPE, SIGTTOU})
-        std::signal(number, SIG_IGN);
+}
+
+// The session's own process.
+int serve(const Options& options, Session& session, Channel line) {
+    FrontPart::leaveTerminal(STDOUT_FILENO);
     // What the debugged programs leave behind becomes a child of this process, not of init: it is
     // found at the end, and reaped.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    Frontend frontend(options);
+    Frontend frontend(options, session, std::move(line));
     return frontend.run();
+}
+
+int start(Options options) {
+    prepare(options);
+    Session session;
+    auto [ours, theirs] = Channel::pair();
+    const pid_t guardian = ::fork();
+    if (guardian == -1)
+        throw std::system_error(errno, std::generic_category(), "cannot start the session");
+    if (guardian == 0) {
+        ours.close();
+        return Guardian::run(session, std::move(theirs), options.targets,
+                             [&options](Session& claimed, Channel line) {
+                                 return serve(options, claimed, std::move(line));
+                             });
+    }
+    theirs.close();
+    const int number = session.number();
+    session.abandon();
+    return FrontPart({number, options.console, guardian, !options.interactive}, std::move(ours))
+        .run();
+}
+
+int join(const Options& options) {
+    auto line = Session::reach(options.join);
+    if (!line)
+        throw std::runtime_error("you have no session " + std::to_string(options.join) +
+                                 "; vex --list shows those that you have.");
+    return FrontPart({options.join, options.console}, std::move(*line)).run();
+}
+
+int run(Options options) {
+    if (options.list) {
+        std::fputs(SessionList::text().c_str(), stdout);
+        return 0;
+    }
+    if (::getuid() == 0 || ::geteuid() == 0)
+        throw std::runtime_error(
+            "does not run as root. Start it as an ordinary user, for instance: "
+            "su - USER -c 'vex ...'");
+    options.console = Executables::console(options.console);
+    options.interactive = ::isatty(STDIN_FILENO);
+    // The keys of the terminal are the console's business.
+    for (int number : {SIGINT, SIGQUIT, SIGPIPE, SIGTTOU})
+        std::signal(number, SIG_IGN);
+    return options.join != 0 ? join(options) : start(std::move(options));
 }
 
 } // namespace
@@ -106,7 +154,7 @@ int main(int argc, char** argv) {
         return outcome.status;
     }
     try {
-        return session(std::move(options));
+        return run(std::move(options));
     } catch (const Error& error) {
         std::fprintf(stderr, "vex: %s", error.getErrMsg());
     } catch (const std::exception& error) {

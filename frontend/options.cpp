@@ -41,6 +41,10 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     app.add_option("--agent", agent,
                    "With --launch: the path of vexagent where the tasks run (default: as here)")
         ->needs(launcher);
+    CLI::Option* listing = app.add_flag("--list", list, "Show your sessions");
+    app.add_option("--join", join, "Open another console of your session of this number")
+        ->check(CLI::Range(1, 99999))
+        ->excludes(listing);
     app.add_option("--consoles", consoles, "How many consoles may be open at a time")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
@@ -58,7 +62,10 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     std::ostringstream out, err;
     try {
         app.parse(argc, argv);
-        if (program.empty() && !attaches()) throw CLI::RequiredError("program");
+        const bool starts = !list && join == 0;
+        if (starts && program.empty() && !attaches()) throw CLI::RequiredError("program");
+        if (!starts && (!program.empty() || attaches() || launches()))
+            throw CLI::ValidationError("No program can be given with --list and --join");
         if (!program.empty() && attaches())
             throw CLI::ValidationError("No program can be given to attach to what runs already");
     } catch (const CLI::ParseError& error) {

@@ -29,6 +29,12 @@ struct Options {
     std::string debugger = "gdb";
     /// How many consoles a session has at most.
     std::size_t consoles = 32;
+    /// Whether a person sits at the first console: the session then lives on without consoles.
+    bool interactive = true;
+    /// Show this user's sessions instead.
+    bool list = false;
+    /// Open a console of this session instead; 0: none.
+    int join = 0;
     /// The console program; empty: the one beside this program, else the one in PATH.
     std::string console;
     /// The program to debug, as a path, and its arguments.

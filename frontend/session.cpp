@@ -2,9 +2,12 @@
 
 #include "common/error.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -35,6 +38,8 @@ bool answers(const std::string& path) {
            errno == EAGAIN || errno == EACCES || errno == EPERM;
 }
 
+std::string controlName(int number) { return "vex-control-" + std::to_string(number); }
+
 } // namespace
 
 std::string Session::pathOf(int number) { return "/tmp/.vexsock." + std::to_string(number); }
@@ -50,6 +55,8 @@ bool Session::take(int number) {
     const std::string path = pathOf(number);
     Descriptor name = claimName("vex-session-" + std::to_string(number));
     if (!name || answers(path)) return false;
+    Descriptor entrance = Channel::listenAs(controlName(number));
+    if (!entrance) return false;
     socket.emplace();
     try {
         socket->bind(path.c_str());
@@ -61,11 +68,45 @@ bool Session::take(int number) {
     id = number;
     file = path;
     claim = std::move(name);
+    door = std::move(entrance);
     return true;
 }
 
 Session::~Session() {
     if (!file.empty()) ::unlink(file.c_str());
+}
+
+void Session::stopListening() {
+    socket->drop();
+    door.reset();
+}
+
+void Session::abandon() {
+    stopListening();
+    claim.reset();
+    file.clear();
+}
+
+std::optional<Channel> Session::reach(int number) { return Channel::to(controlName(number)); }
+
+std::vector<int> Session::candidates() {
+    std::vector<int> numbers;
+    const std::string prefix = pathOf(0).substr(0, pathOf(0).size() - 1);
+    std::error_code fault;
+    for (std::filesystem::directory_iterator at("/tmp", fault), end; !fault && at != end;
+         at.increment(fault)) {
+        const std::string path = at->path().string();
+        int number = 0;
+        const char* const last = path.data() + path.size();
+        if (!path.starts_with(prefix)) continue;
+        const auto [stop, error] = std::from_chars(path.data() + prefix.size(), last, number);
+        struct stat status {};
+        if (error == std::errc() && stop == last && ::lstat(path.c_str(), &status) == 0 &&
+            S_ISSOCK(status.st_mode) && status.st_uid == ::getuid())
+            numbers.push_back(number);
+    }
+    std::ranges::sort(numbers);
+    return numbers;
 }
 
 std::unique_ptr<UnixSocket> Session::accept() {

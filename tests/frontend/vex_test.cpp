@@ -138,38 +138,47 @@ TEST_F(VexTest, TheProgramWritesWhereItsCommandLineSays) {
 
 TEST_F(VexTest, NothingIsLeftBehind) {
     std::unique_ptr<Peer> console;
+    pid_t guardian = -1, session = -1;
     const struct {
         const char* name;
         std::function<void()> end;
         int status;
-        bool removesItsFile = true;
+        bool terminal = true;
     } ways[] = {
         {"kquit", [&] { console->send(Command::QUIT, "all"); }, 0},
         {"SIGTERM", [&] { vex->signal(SIGTERM); }, 128 + SIGTERM},
-        {"SIGHUP", [&] { vex->hangUp(); }, 128 + SIGHUP},
-        {"SIGKILL", [&] { vex->signal(SIGKILL); }, 128 + SIGKILL, false},
-        {"the last console is killed",
-         [&] {
-             killConsole();
-             console.reset();
-         },
-         0},
+        {"SIGTERM to the session", [&] { ::kill(session, SIGTERM); }, 128 + SIGTERM},
+        {"SIGTERM to its guardian", [&] { ::kill(guardian, SIGTERM); }, 128 + SIGTERM},
+        {"SIGKILL", [&] { vex->signal(SIGKILL); }, 128 + SIGKILL},
+        {"SIGKILL to the session", [&] { ::kill(session, SIGKILL); }, 128 + SIGKILL},
+        {"SIGKILL to its guardian", [&] { ::kill(guardian, SIGKILL); }, 128 + SIGKILL},
+        {"SIGHUP without a terminal as input", [&] { vex->hangUp(); }, 128 + SIGHUP, false},
+        {"the last console is killed, without a terminal as input", [] {}, 0, false},
     };
     for (const auto& way : ways) {
         SCOPED_TRACE(way.name);
         std::filesystem::remove(folder.path("session"));
+        input = way.terminal ? std::nullopt : std::optional<std::string>("");
         const std::string path = begin(3);
         console = std::make_unique<Peer>(path);
         console->begin();
         runIntoTheHang(*console, 3);
         const pid_t sleeper = consolePid();
         ASSERT_GT(sleeper, 0);
+        guardian = childOf(vex->pid(), "vex");
+        session = childOf(guardian, "vex");
+        ASSERT_GT(session, 0);
         way.end();
+        if (way.terminal) {
+            // A console that left before that would let the session go on.
+            const Deadline deadline;
+            while (Processes::lives(session) && deadline.left() > 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
         ::kill(sleeper, SIGKILL);
-        EXPECT_EQ(vex->exitStatus(), way.status);
-        expectNothingLeft(way.removesItsFile ? path : "");
-        if (!way.removesItsFile) ::unlink(path.c_str());
         console.reset();
+        EXPECT_EQ(vex->exitStatus(), way.status);
+        expectNothingLeft(path);
     }
 }
 

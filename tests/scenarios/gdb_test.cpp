@@ -51,10 +51,10 @@ class RealDebuggers : public Session {
 TEST_F(RealDebuggers, ASessionOfThreeClients) {
     start();
     EXPECT_NE(answerTo("break simulate").find("Breakpoint 1 at 0x"), std::string::npos);
-    EXPECT_NE(answerTo("run").find("Breakpoint 1, simulate (stray=1) at "), std::string::npos);
-    collapsedAnswer(
-        "where",
-        "0:2 \\| #0  simulate \\(stray=1\\) at [^\n]*\n0:2 \\| #1  [^\n]* in main \\([^\n]*\n");
+    EXPECT_NE(answerTo("run").find("Breakpoint 1, simulate (stray=1, crashing=-1) at "),
+              std::string::npos);
+    collapsedAnswer("where", "0:2 \\| #0  simulate \\(stray=1, crashing=-1\\) at [^\n]*\n0:2 \\| "
+                             "#1  [^\n]* in main \\([^\n]*\n");
     // Each its own rank, each in a line of its own.
     const std::string ranks = "printf \"rank %d\\n\", rank";
     collapsedAnswer(ranks, "0 \\| rank 0\n1 \\| rank 1\n2 \\| rank 2\n");

@@ -43,6 +43,8 @@ std::vector<pid_t> Processes::descendants(pid_t ancestor) {
     return found;
 }
 
+pid_t Processes::parent(pid_t pid) { return statOf(pid).parent; }
+
 std::string Processes::name(pid_t pid) {
     const std::string text = content(pid, "comm");
     return text.substr(0, text.find('\n'));

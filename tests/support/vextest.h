@@ -19,6 +19,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/stat.h>
@@ -138,7 +139,8 @@ class VexTest : public testing::Test {
     TempDir folder;
     std::unique_ptr<Terminal> vex;
     const std::string mark = "VEX_TEST=" + folder.path();
-    long long socketTime = 1; // of the session begun last
+    long long socketTime = 1;         // of the session begun last
+    std::optional<std::string> input; // in place of the terminal
 
     void SetUp() override {
         if (::getuid() == 0) GTEST_SKIP() << "vex refuses root; run as an ordinary user";
@@ -154,6 +156,7 @@ class VexTest : public testing::Test {
     }
     void launch(const Lines& arguments) {
         Terminal::Start start;
+        start.input = input;
         start.argv = {program("vex")};
         start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
         start.environment["VEX_TEST"] = folder.path();
@@ -180,7 +183,7 @@ class VexTest : public testing::Test {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         const std::string path =
             "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
-        socketTime = timeOf(path);
+        socketTime = std::max(1LL, timeOf(path)); // it may have ended
         return path;
     }
     // When a file was made or changed last, in ns; 0: there is none.
@@ -206,6 +209,12 @@ class VexTest : public testing::Test {
             std::string name;
             std::getline(file, name);
             if (name == "sleep") return id;
+        }
+        return -1;
+    }
+    static pid_t childOf(pid_t parent, const std::string& name) {
+        for (const pid_t id : Processes::descendants(parent)) {
+            if (Processes::name(id) == name && Processes::parent(id) == parent) return id;
         }
         return -1;
     }

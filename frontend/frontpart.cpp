@@ -1,0 +1,150 @@
+#include "frontend/frontpart.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+void FrontPart::leaveTerminal(int last) {
+    const Descriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    for (int fd = 0; fd <= last; ++fd)
+        ::dup2(nowhere.get(), fd);
+}
+
+FrontPart::FrontPart(Start what, Channel end)
+    : start(std::move(what)),
+      line(std::move(end)),
+      stream(loop, line.fd()),
+      signals(loop, SIGCHLD, SIGTERM, SIGUSR1),
+      timer(loop),
+      guarded(start.guardian != -1) {
+    // Who started this with SIGHUP ignored wants it to go on without the terminal.
+    struct sigaction found {};
+    ::sigaction(SIGHUP, nullptr, &found);
+    if (found.sa_handler != SIG_IGN) signals.add(SIGHUP);
+}
+
+int FrontPart::run() {
+    awaitSignals();
+    waitToHear();
+    line.say("attend");
+    try {
+        console.start(start.console, start.session);
+        loop.run();
+    } catch (...) {
+        stream.release();
+        line.say(guarded ? "end 1" : "left");
+        if (guarded) ::waitpid(start.guardian, nullptr, 0);
+        throw;
+    }
+    stream.release();
+    return signalled != 0 ? 128 + signalled : status;
+}
+
+void FrontPart::awaitSignals() {
+    signals.async_wait([this](const asio::error_code& fault, int number) {
+        if (fault) return;
+        onSignal(number);
+        awaitSignals();
+    });
+}
+
+void FrontPart::onSignal(int number) {
+    switch (number) {
+    case SIGCHLD:
+        onChild();
+        break;
+    case SIGUSR1:
+        line.say("give up");
+        break;
+    case SIGTERM:
+        signalled = number;
+        if (guarded) {
+            line.say("end " + std::to_string(128 + number));
+        } else {
+            console.signal(SIGTERM);
+            endConsole(1);
+        }
+        break;
+    default: // The terminal is gone.
+        signalled = number;
+        console.signal(SIGHUP);
+        endConsole(0);
+    }
+}
+
+void FrontPart::onChild() {
+    int ended = 0;
+    if (guarded && ::waitpid(start.guardian, &ended, WNOHANG) == start.guardian) {
+        guarded = false;
+        status = WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended);
+    }
+    if (console.ended()) onConsoleEnded();
+    finishIfOver();
+}
+
+void FrontPart::onConsoleEnded() {
+    timer.cancel();
+    const bool hungUp = signalled == SIGHUP ||
+                        (WIFSIGNALED(console.status()) && WTERMSIG(console.status()) == SIGHUP);
+    line.say(hungUp ? "hung up" : "left");
+    // The keys are the user's again: there is only an answer left to wait for.
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGQUIT, SIG_DFL);
+}
+
+void FrontPart::waitToHear() {
+    stream.async_wait(stream.wait_read, [this](const asio::error_code& fault) {
+        if (fault) return;
+        bool over = false;
+        if (const auto text = line.hear(over)) onText(*text);
+        if (!over) {
+            waitToHear();
+            return;
+        }
+        connected = false;
+        // Its connection is closed, and it ends by itself; one that does not is helped along.
+        if (console.running()) endConsole(0);
+        finishIfOver();
+    });
+}
+
+// "goes on", and how many consoles the session has.
+void FrontPart::onText(const std::string& text) {
+    if (!text.starts_with("goes on ")) return;
+    const int consoles = std::atoi(text.c_str() + std::strlen("goes on "));
+    const std::string others = consoles == 0   ? "without a console"
+                               : consoles == 1 ? "with another console"
+                                               : "with " + std::to_string(consoles) + " consoles";
+    if (start.waits) {
+        std::fprintf(stderr, "vex: session %d goes on %s; waiting for its end\n", start.session,
+                     others.c_str());
+        return;
+    }
+    std::fprintf(stderr, "vex: session %d goes on %s; come back with: vex --join %d\n",
+                 start.session, others.c_str(), start.session);
+    loop.stop();
+}
+
+void FrontPart::endConsole(int patience) {
+    timer.expires_after(std::chrono::milliseconds(1500));
+    timer.async_wait([this, patience](const asio::error_code& fault) {
+        if (fault || !console.running()) return;
+        console.signal(SIGCONT);
+        console.signal(patience == 0 ? SIGTERM : SIGKILL);
+        endConsole(patience + 1);
+    });
+}
+
+void FrontPart::finishIfOver() {
+    if (connected || guarded || console.running()) return;
+    if (start.guardian == -1)
+        std::fprintf(stderr, "vex: session %d has ended\n", start.session);
+    else if (status == 128 + SIGKILL && signalled == 0)
+        std::fprintf(stderr, "vex: session %d was killed\n", start.session);
+    loop.stop();
+}

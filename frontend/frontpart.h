@@ -1,0 +1,60 @@
+#pragma once
+
+#include "frontend/channel.h"
+#include "frontend/consoleprocess.h"
+
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <string>
+#include <sys/types.h>
+
+/// What stands on the user's terminal: runs a console of a session there, and tells the user what
+/// becomes of the session behind it. The session is another process without a terminal, see
+/// Guardian; what is said between the two is told in Attendants. One thread.
+class FrontPart {
+  public:
+    struct Start {
+        int session;
+        /// The console program.
+        std::string console;
+        /// The session's guardian, a child of this process; -1: joins a session that runs.
+        pid_t guardian = -1;
+        /// Whether to stay until the session ends, although its console has ended.
+        bool waits = false;
+    };
+
+    FrontPart(Start start, Channel line);
+
+    /// Until the console has ended and it is known what becomes of the session. Gives the exit
+    /// status. Throws std::system_error.
+    int run();
+
+    /// In a process that shall not hold the terminal, or whatever its standard descriptors are:
+    /// lets go of those from 0 to `last`.
+    static void leaveTerminal(int last = 2);
+
+  private:
+    const Start start;
+    asio::io_context loop;
+    Channel line;
+    asio::posix::stream_descriptor stream;
+    asio::signal_set signals;
+    asio::steady_timer timer;
+    ConsoleProcess console;
+    int status = 0;
+    int signalled = 0;     // the signal that ends this process
+    bool connected = true; // with the session
+    bool guarded;          // the guardian lives
+
+    void awaitSignals();
+    void onSignal(int number);
+    void onChild();
+    void onConsoleEnded();
+    void waitToHear();
+    void onText(const std::string& text);
+    void endConsole(int patience);
+    void finishIfOver();
+};

@@ -1,0 +1,173 @@
+// What becomes of a session when its consoles come and go: vex, its consoles on terminals, and real
+// debuggers.
+#include "tests/support/processes.h"
+#include "tests/support/session.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
+
+class Sessions : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (::getuid() == 0) GTEST_SKIP() << "run the scenarios as an ordinary user";
+    }
+    void TearDown() override {
+        // A test that failed leaves its session behind.
+        for (const pid_t id : living())
+            ::kill(id, SIGKILL);
+    }
+
+    TempDir home;
+
+    static std::string program(const std::string& name) {
+        return std::string(VEX_BIN_DIR) + "/" + name;
+    }
+    std::unique_ptr<Terminal> run(std::vector<std::string> arguments,
+                                  std::optional<std::string> input = std::nullopt) const {
+        Terminal::Start start;
+        arguments.insert(arguments.begin(), program("vex"));
+        start.argv = std::move(arguments);
+        start.environment = {{"HOME", home.path()},
+                             {"TERM", "xterm"},
+                             {"LC_ALL", "C"},
+                             {"VEX_SESSIONS_TEST", home.path()}};
+        start.input = std::move(input);
+        return std::make_unique<Terminal>(start);
+    }
+    // A session of two tasks, at its prompt.
+    std::unique_ptr<Terminal> begin() {
+        auto vex = run({"-n", "2", program("halo")});
+        prompt(*vex);
+        answer(*vex, "option session", "current session number is ");
+        number = vex->until(".\n");
+        socketTime = timeOf("/tmp/.vexsock." + number);
+        prompt(*vex);
+        return vex;
+    }
+    std::string number;
+    long long socketTime = 0;
+
+    // When a file was made or changed last, in ns; 0: there is none.
+    static long long timeOf(const std::string& path) {
+        struct stat status {};
+        if (::stat(path.c_str(), &status) == -1) return 0;
+        return status.st_ctim.tv_sec * 1000000000LL + status.st_ctim.tv_nsec;
+    }
+    static void prompt(Terminal& at) {
+        at.until("(all) ");
+        at.untilEcho(false);
+    }
+    static void answer(Terminal& at, const std::string& line, const std::string& expected) {
+        at.type(line + "\n");
+        at.until(line + "\n");
+        at.until(expected);
+    }
+    static void leave(Terminal& at, const std::string& how) {
+        answer(at, how, "(y/n) ");
+        at.untilEcho(false);
+        at.type("y\n");
+    }
+    std::unique_ptr<Terminal> join() {
+        auto console = run({"--join", number});
+        prompt(*console);
+        return console;
+    }
+    // The line of this session in the list: "1 4 0 /path/halo", without its age; empty when it is
+    // not there.
+    std::string listed() const {
+        auto list = run({"--list"});
+        EXPECT_EQ(list->exitStatus(), 0);
+        std::istringstream text(list->screen());
+        for (std::string line; std::getline(text, line);) {
+            std::istringstream words(line);
+            std::string session, tasks, consoles, age, unit, name;
+            words >> session >> tasks >> consoles >> age >> unit >> name;
+            if (session == number) return tasks + " " + consoles + " " + name;
+        }
+        return "";
+    }
+    std::vector<pid_t> living() const {
+        std::vector<pid_t> found;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            std::ifstream file(entry.path() / "environ", std::ios::binary);
+            const std::string all{std::istreambuf_iterator<char>(file), {}};
+            if (all.find("VEX_SESSIONS_TEST=" + home.path()) != std::string::npos)
+                found.push_back(std::atoi(entry.path().filename().c_str()));
+        }
+        return found;
+    }
+    void expectNothingLeft() const {
+        const Deadline deadline;
+        while (!living().empty() && deadline.left() > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_TRUE(living().empty());
+        // The number may be another session's by now.
+        EXPECT_NE(timeOf("/tmp/.vexsock." + number), socketTime);
+    }
+};
+
+TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
+    auto first = begin();
+    answer(*first, "print 10 + 1", "0:1 | $1 = 11");
+    prompt(*first);
+    EXPECT_EQ(listed(), "2 1 " + program("halo"));
+
+    // Another console comes and goes; the last one goes by exit.
+    auto second = join();
+    EXPECT_EQ(listed(), "2 2 " + program("halo"));
+    leave(*second, "exit");
+    second->until("vex: session " + number +
+                  " goes on with another console; come back with: vex --join " + number + "\n");
+    EXPECT_EQ(second->exitStatus(), 0);
+    leave(*first, "exit");
+    first->until("vex: session " + number +
+                 " goes on without a console; come back with: vex --join " + number + "\n");
+    EXPECT_EQ(first->exitStatus(), 0);
+    EXPECT_EQ(listed(), "2 0 " + program("halo"));
+
+    // What the debuggers had is there still; then the window is closed.
+    first = join();
+    answer(*first, "print $ + 1", "0:1 | $2 = 12");
+    prompt(*first);
+    first->hangUp();
+    EXPECT_EQ(first->exitStatus(), 128 + SIGHUP);
+    EXPECT_EQ(listed(), "2 0 " + program("halo"));
+
+    // A script comes and goes; killing the front part of a console that joined ends that alone.
+    auto script = run({"--join", number}, "print $ + 1\n");
+    script->until("0:1 | $3 = 13");
+    EXPECT_EQ(script->exitStatus(), 0);
+    first = join();
+    first->signal(SIGKILL);
+    first->exitStatus();
+
+    first = join();
+    second = join();
+    leave(*second, "kquit");
+    second->until("vex: session " + number + " has ended\n");
+    EXPECT_EQ(second->exitStatus(), 0);
+    EXPECT_EQ(first->exitStatus(), 0);
+    expectNothingLeft();
+
+    auto lost = run({"--join", "99998"});
+    lost->until("vex: you have no session 99998; vex --list shows those that you have.\n");
+    EXPECT_EQ(lost->exitStatus(), 1);
+}
+
+TEST_F(Sessions, AClosedWindowIsAnExit) {
+    auto first = begin();
+    answer(*first, "run", "still waits");
+    first->hangUp();
+    EXPECT_EQ(first->exitStatus(), 128 + SIGHUP);
+    // It is kept whole: the terminal that is gone is not written to.
+    EXPECT_EQ(listed(), "2 0 " + program("halo"));
+    first = join();
+    leave(*first, "kquit");
+    EXPECT_EQ(first->exitStatus(), 0);
+    expectNothingLeft();
+}
