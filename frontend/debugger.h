@@ -14,6 +14,8 @@ class Debugger {
     struct Launch {
         /// The running process to attach to; 0: it starts the program.
         pid_t attach = 0;
+        /// That process ends with the debugger, as a program does that it started.
+        bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.
         std::vector<std::string> program;
         /// Nonce of this client: letters and digits.
@@ -50,6 +52,9 @@ class Debugger {
     virtual std::string interruptEcho() const = 0;
     /// Whether this line shows that an interrupt was taken.
     virtual bool showsInterrupt(std::string_view line) const = 0;
+    /// What it prints in front of the process id of a child that the program has forked and that
+    /// it does not debug; empty: it prints nothing of the kind.
+    virtual std::string forkMark() const = 0;
     /// Whether this line of the start-up is of no interest to the user.
     virtual bool isGreeting(std::string_view line) const = 0;
     /// Whether this command line takes bars as its own, a pipe of the debugger, say.

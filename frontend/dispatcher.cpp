@@ -24,6 +24,10 @@ Dispatcher::Dispatcher(int count, const Debugger& driver, Outlet& out, Listener&
       clients(static_cast<std::size_t>(count)),
       requests([this](int console, const Data& record) { outlet.toConsole(console, record); }) {}
 
+void Dispatcher::addClient(int id) {
+    clients.resize(std::max(clients.size(), static_cast<std::size_t>(id) + 1));
+}
+
 void Dispatcher::consoleLeft(int console) {
     requests.consoleLeft(console);
     for (std::size_t i = 0; i < clients.size(); ++i) {
@@ -238,15 +242,13 @@ void Dispatcher::prompted(int id, Clock::time_point now) {
         settling.emplace_back(client.turn.settledAt(), id);
 }
 
-bool Dispatcher::clientGone(int id) {
+void Dispatcher::clientGone(int id) {
     Client& client = at(id);
-    if (client.gone) return false;
     if (client.helped) stopHelper(id);
     takePartial(id);
     if (client.request || !requests.noConsoles()) requests.flush(requestFor(client));
     client.gone = true;
     client.turn.end();
-    return true;
 }
 
 void Dispatcher::remove(int id) {

@@ -57,6 +57,8 @@ class Dispatcher {
     /// Other clients than the constructor was told, all idle; before a console has joined.
     void setClients(int count) { clients = std::vector<Client>(static_cast<std::size_t>(count)); }
 
+    /// A new client, idle; no number is used twice.
+    void addClient(int id);
     void consoleJoined(int console) { requests.consoleJoined(console); }
     /// What it started goes on and keeps its clients busy, but its own programs end with it.
     void consoleLeft(int console);
@@ -72,7 +74,7 @@ class Dispatcher {
     /// The request that the client works on; null: none.
     const Request* requestOf(int client) const { return at(client).request; }
     /// The console for which the client works, or worked last; 0 for none.
-    int consoleOf(int client) const { return at(client).console; }
+    int consoleOf(int client) const { return has(client) ? at(client).console : 0; }
     /// Sends all that was gathered for a console's requests.
     void flushAll(int console) { requests.flushAll(console); }
     /// Says something about clients to one console.
@@ -87,8 +89,8 @@ class Dispatcher {
     void helperEnded(int client, const std::string& problem, Clock::time_point now);
     bool helperMayTalk(int client) const;
     /// The client's debugger has ended: sends what it still said, then nothing more is heard of it.
-    /// Whether it was still there. Its request waits for it until it is removed.
-    bool clientGone(int client);
+    /// Its request waits for it until it is removed.
+    void clientGone(int client);
     void remove(int client);
 
     std::optional<Clock::time_point> deadline() const;
@@ -118,6 +120,7 @@ class Dispatcher {
     /// still named.
     std::deque<std::pair<Clock::time_point, int>> settling;
 
+    bool has(int client) const { return static_cast<std::size_t>(client) < clients.size(); }
     Client& at(int client) { return clients[static_cast<std::size_t>(client)]; }
     const Client& at(int client) const { return clients[static_cast<std::size_t>(client)]; }
 

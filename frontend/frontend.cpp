@@ -4,6 +4,7 @@
 #include "frontend/executables.h"
 #include "frontend/frontpart.h"
 #include "frontend/identity.h"
+#include "frontend/limits.h"
 #include "frontend/localclient.h"
 #include "frontend/processtree.h"
 #include "frontend/tracing.h"
@@ -18,12 +19,16 @@
 #include <iterator>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 #include <unistd.h>
 
 using asio::posix::descriptor_base;
 
 namespace {
+
+// So many forked processes are debugged, or as many as there are tasks.
+constexpr std::size_t fewForks = 16;
 
 std::string randomText() {
     static constexpr char letters[] = "0123456789abcdefghijklmnopqrstuvwxyz";
@@ -79,7 +84,12 @@ Frontend::Frontend(const Options& wanted, Session& claimed, Channel line)
                          schedule();
                      },
                      [this](int id) { return mayRead(id) && board.helperMayTalk(id); }}),
-      identityTimer(loop) {
+      identityTimer(loop),
+      forks(loop,
+            {[this](const Forks::Child& child) { return adopt(child); },
+             [this](int parent, const std::string& text) { board.tell(parent, text); }},
+            wanted.forks ? debugger->forkMark() : "",
+            std::max(fewForks, static_cast<std::size_t>(wanted.tasks))) {
     clients.resize(static_cast<std::size_t>(wanted.tasks));
 }
 
@@ -286,12 +296,21 @@ void Frontend::startHelper(int id, const std::string& command, const std::string
 bool Frontend::isProgram(const std::string& name) { return Executables::find(name).has_value(); }
 
 std::string Frontend::describe(int id) {
-    const auto index = static_cast<std::size_t>(id);
-    if (const auto* remote = dynamic_cast<const RemoteClient*>(clients[index].get()))
+    if (const auto* remote =
+            dynamic_cast<const RemoteClient*>(clients[static_cast<std::size_t>(id)].get()))
         return remote->identity();
-    return (attaches() ? Identity::ofProcess(options.targets[index].pid)
-                       : Identity::underDebugger(clients[index]->pid()))
+    const pid_t process = processOf(id);
+    return (process != 0 ? Identity::ofProcess(process)
+                         : Identity::underDebugger(clients[static_cast<std::size_t>(id)]->pid()))
         .str();
+}
+
+// What the client's debugger has attached to; 0: it starts its program.
+pid_t Frontend::processOf(int id) const {
+    const auto index = static_cast<std::size_t>(id);
+    if (index < options.targets.size()) return options.targets[index].pid;
+    const Forks::Child* child = forks.childOf(id);
+    return child ? child->pid : 0;
 }
 
 // --- debuggers
@@ -415,16 +434,21 @@ DebuggerStart Frontend::debuggerStart(int id) const {
 }
 
 void Frontend::onOutput(int id, std::string_view text) {
-    if (phase == SERVING) {
+    if (phase == SERVING && !forks.isStarting(id)) {
+        forks.heard(id, clients[static_cast<std::size_t>(id)]->pid(), text);
         board.output(id, text, Clock::now());
         schedule();
-    } else if (phase == STARTING) {
+    } else if (phase != ENDING) {
         greetings[static_cast<std::size_t>(id)] += text;
     }
 }
 
 void Frontend::onPrompt(int id) {
-    if (phase == SERVING) {
+    if (phase == SERVING && forks.isStarting(id)) {
+        onAdopted(id, *forks.childOf(id));
+        forks.started(id);
+        schedule();
+    } else if (phase == SERVING) {
         board.prompted(id, Clock::now());
         schedule();
         helpers.resume();
@@ -447,11 +471,42 @@ void Frontend::onClientEnded(int id) {
     alive[static_cast<std::size_t>(id)] = false;
     if (phase == SERVING) {
         board.clientGone(id, Clock::now());
+        forks.ended(id);
         schedule();
     } else if (phase == STARTING) {
         greetings[static_cast<std::size_t>(id)] += "\nthe debugger ended during the start\n";
         onStarted();
     }
+}
+
+// A forked child of a task gets the next free number.
+int Frontend::adopt(const Forks::Child& child) {
+    const auto running = static_cast<int>(board.groups().all().size());
+    if (const auto problem = Limits::refusal(running + 1, Limits::facts(), running))
+        throw std::runtime_error(*problem);
+    const int id = static_cast<int>(clients.size());
+    Debugger::Launch launch;
+    launch.attach = child.pid;
+    launch.owned = !attaches();
+    launch.nonce = randomText();
+    auto client = std::make_unique<LocalClient>(loop, handlerOf(id),
+                                                DebuggerStart::of(*debugger, launch, {}));
+    clients.push_back(std::move(client));
+    greetings.emplace_back();
+    alive.push_back(true);
+    attached.push_back(true);
+    return id;
+}
+
+void Frontend::onAdopted(int id, const Forks::Child& child) {
+    Client& client = *clients[static_cast<std::size_t>(id)];
+    if (Tracing::tracerOf(child.pid) == client.pid()) {
+        board.clientForked(id, Identity::ofProcess(child.pid).str() + "  forked by client " +
+                                   std::to_string(child.parent));
+        return;
+    }
+    if (Tracing::tracerOf(child.pid) != -1) forks.refuse(child, "the debugger could not attach");
+    client.release();
 }
 
 void Frontend::allStarted() {
@@ -537,6 +592,7 @@ void Frontend::sessionOver() { end(0); }
 void Frontend::end(int exitStatus) {
     if (phase == ENDING) return;
     phase = ENDING;
+    forks.stop();
     status = exitStatus;
     boardTimer.cancel();
     helpers.stopAll();
@@ -574,7 +630,7 @@ void Frontend::releaseTasks(int patience) {
     }
     // A program that blocks SIGINT does not stop by it, but by this.
     for (std::size_t i = 0; patience == 1 && i < clients.size(); ++i) {
-        if (clients[i] && clients[i]->running()) stopped.push_back(options.targets[i].pid);
+        if (clients[i] && clients[i]->running()) stopped.push_back(processOf(static_cast<int>(i)));
     }
     for (pid_t each : stopped)
         ::kill(each, SIGSTOP);

@@ -5,6 +5,7 @@
 #include "frontend/consolelink.h"
 #include "frontend/debugger.h"
 #include "frontend/debuggerstart.h"
+#include "frontend/forks.h"
 #include "frontend/helpers.h"
 #include "frontend/launchedjob.h"
 #include "frontend/options.h"
@@ -72,6 +73,7 @@ class Frontend : private Switchboard::Outlet {
     std::vector<std::pair<int, Command>> asking; // consoles that want to know who is who
     int identities = 0;                          // that agents have not told yet
     asio::steady_timer identityTimer;            // patience with them
+    Forks forks;
 
     // Switchboard::Outlet
     void toConsole(int console, const Reply& reply) override;
@@ -110,6 +112,9 @@ class Frontend : private Switchboard::Outlet {
     void onOutput(int id, std::string_view text);
     void onPrompt(int id);
     void onStarted();
+    pid_t processOf(int id) const;
+    int adopt(const Forks::Child& child);
+    void onAdopted(int id, const Forks::Child& child);
     void onClientEnded(int id);
     void allStarted();
     void tellGreetings() const;

@@ -72,6 +72,10 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("set " + setting);
     }
     if (launch.attach != 0) {
+        // The end of its input makes it quit, too.
+        if (launch.owned)
+            words.insert(words.end(),
+                         {"-iex", R"(python gdb.execute("define hook-quit\nkill\nend"))"});
         words.insert(words.end(), {"-p", std::to_string(launch.attach)});
         return words;
     }
@@ -101,6 +105,9 @@ bool Gdb::showsInterrupt(std::string_view line) const {
     return line == "Quit" || line.find("received signal SIG") != std::string_view::npos ||
            line.find("stopped.") != std::string_view::npos;
 }
+
+// Not that of a vfork, whose child executes another program at once.
+std::string Gdb::forkMark() const { return "[Detaching after fork from child process "; }
 
 bool Gdb::isGreeting(std::string_view line) const {
     return line.empty() || line.starts_with("Reading symbols from ");

@@ -14,6 +14,7 @@ class Gdb : public Debugger {
     bool asks(std::string_view tail) const override;
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
+    std::string forkMark() const override;
     bool isGreeting(std::string_view line) const override;
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;

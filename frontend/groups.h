@@ -27,6 +27,8 @@ class Groups {
 
     void setPending(int console, ClientSet ids) { pending[console] = std::move(ids); }
 
+    /// A client that is new, and a member of "all" only.
+    void addClient(int id) { everyone.insert(id); }
     void removeClient(int id);
     void removeConsole(int console) {
         filtered.erase(console);

@@ -34,9 +34,9 @@ Limits::Facts Limits::facts() {
     return facts;
 }
 
-std::optional<std::string> Limits::refusal(int tasks, const Facts& facts) {
+std::optional<std::string> Limits::refusal(int tasks, const Facts& facts, int running) {
     const std::string number = std::to_string(tasks);
-    const long terminals = long{tasks} * terminalsOfTask;
+    const long terminals = long{tasks - running} * terminalsOfTask;
     if (terminals > facts.terminals)
         return number + " tasks need " + std::to_string(terminals) +
                " pseudo-terminals, and only " + std::to_string(facts.terminals) +

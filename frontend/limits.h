@@ -16,8 +16,8 @@ struct Facts {
 /// As the system says at this moment. What it does not tell is taken to be no limit.
 Facts facts();
 /// Why a session of so many tasks does not fit and what to do about it, as a sentence; nothing when
-/// it fits.
-std::optional<std::string> refusal(int tasks, const Facts& facts);
+/// it fits. So many of them run already and hold their terminals.
+std::optional<std::string> refusal(int tasks, const Facts& facts, int running = 0);
 
 /// Lets this process have as many descriptors as it may. What it starts finds its own limit.
 void liftDescriptors();

@@ -15,6 +15,9 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                               ->capture_default_str();
     app.add_option("--debugger", debugger, "The debugger: gdb, or the path of one")
         ->capture_default_str();
+    app.add_option("--forks", forks,
+                   "Whether processes that the tasks fork become clients: yes or no")
+        ->default_str("yes");
     app.add_option("--console", console,
                    "The console program (default: the vexconsole beside vex, else in PATH)");
     app.add_option("--attach", attach, "Attach to these running processes: PID,PID,...")

@@ -27,6 +27,8 @@ struct Options {
     /// The tasks to attach to, found from the above; empty: start the program.
     std::vector<Target> targets;
     std::string debugger = "gdb";
+    /// Whether what the tasks fork is debugged, too.
+    bool forks = true;
     /// How many consoles a session has at most.
     std::size_t consoles = 32;
     /// Whether a person sits at the first console: the session then lives on without consoles.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,19 +33,33 @@ std::vector<pid_t> everyone() {
     return ids;
 }
 
-// The fourth field of /proc/PID/stat; the second, a name in brackets, may hold anything. 0: it is
-// gone, or dead and not reaped.
-pid_t parentOf(pid_t id) {
+// A field of /proc/PID/stat, counted as proc(5) does, from the third on; the second, a name in
+// brackets, may hold anything. Empty: it is gone, or dead and not reaped.
+std::string statField(pid_t id, int number) {
     const std::string stat = contents("/proc/" + std::to_string(id) + "/stat");
     const std::size_t bracket = stat.rfind(')');
-    if (bracket == std::string::npos || bracket + 4 >= stat.size()) return 0;
-    if (stat[bracket + 2] == 'Z' || stat[bracket + 2] == 'X') return 0;
-    pid_t parent = 0;
-    std::from_chars(stat.data() + bracket + 4, stat.data() + stat.size(), parent);
-    return parent;
+    if (bracket == std::string::npos) return "";
+    std::istringstream fields(stat.substr(bracket + 1));
+    std::string state, field;
+    fields >> state;
+    if (state == "Z" || state == "X") return "";
+    for (int at = 3; at < number; ++at)
+        fields >> field;
+    return field;
 }
 
 } // namespace
+
+pid_t ProcessTree::parentOf(pid_t id) { return std::atoi(statField(id, 4).c_str()); }
+
+unsigned long long ProcessTree::startOf(pid_t id) {
+    return std::strtoull(statField(id, 22).c_str(), nullptr, 10);
+}
+
+std::string ProcessTree::executableOf(pid_t id) {
+    std::error_code fault;
+    return std::filesystem::read_symlink("/proc/" + std::to_string(id) + "/exe", fault).string();
+}
 
 std::vector<pid_t> ProcessTree::descendants(pid_t root, pid_t except) {
     std::multimap<pid_t, pid_t> children;

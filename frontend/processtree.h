@@ -14,6 +14,13 @@ namespace ProcessTree {
 std::vector<pid_t> descendants(pid_t root, pid_t except);
 /// The living children of a process.
 std::vector<pid_t> children(pid_t parent);
+/// The parent of a process; 0: it is gone, or dead and not reaped.
+pid_t parentOf(pid_t id);
+/// When it was started, in the kernel's units: tells it from a later one of the same number. 0: it
+/// is gone.
+unsigned long long startOf(pid_t id);
+/// The file that it executes; empty when it is gone or does not show it.
+std::string executableOf(pid_t id);
 /// The name of the program that a process runs, at most 15 bytes; empty when it is gone.
 std::string nameOf(pid_t id);
 /// A variable of the environment that a process was started with; nothing when it has none or does

@@ -276,8 +276,21 @@ void Switchboard::checkInterrupt(int number, Console& console) {
     sendReady(number, console);
 }
 
+void Switchboard::clientForked(int id, const std::string& who) {
+    dispatcher.addClient(id);
+    table.addClient(id);
+    for (const auto& [number, console] : consoles)
+        outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + who));
+}
+
+void Switchboard::tell(int id, const std::string& text) {
+    for (const auto& [number, console] : consoles)
+        dispatcher.announce(number, {id}, text);
+}
+
 void Switchboard::clientGone(int id, Clock::time_point) {
-    if (!dispatcher.clientGone(id)) return;
+    if (!table.all().contains(id)) return; // never announced, or gone before
+    dispatcher.clientGone(id);
     table.removeClient(id);
     for (const auto& [number, console] : consoles)
         outlet.toConsole(number, answer(Reply::CLIENT_REMOVE, id));

@@ -51,6 +51,10 @@ class Switchboard : private Dispatcher::Listener {
         dispatcher.output(client, text, now);
     }
     void prompted(int client, Clock::time_point now) { dispatcher.prompted(client, now); }
+    /// A new client is there, idle; the text says who it is. Its number was never used.
+    void clientForked(int client, const std::string& who);
+    /// Something to know about a client, for every console.
+    void tell(int client, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
     void clientGone(int client, Clock::time_point now);
 

@@ -433,6 +433,25 @@ TEST_F(SwitchboardTest, ADyingClientIsAnnouncedAfterItsLastWords) {
               (Events{"1 REMOVE 1", "2 REMOVE 1", "1 FAILED 803", "2 FAILED 803", "over"}));
 }
 
+TEST_F(SwitchboardTest, AForkedClientIsAnnouncedAndBelongsToAll) {
+    group(1, GroupCommand::ASSIGN, "g", {0, 1});
+    running("g");
+    board.clientForked(5, "who"); // 4 is still starting
+    prints({5}, "hello\n");
+    group(2, GroupCommand::QUERY, "");
+    EXPECT_EQ(happened(), (Events{"1 CLIENT_ADD 5  who", "2 CLIENT_ADD 5  who",
+                                  "2 QUERY all (5): 0:3 5\ng (2): 0:1\n"}));
+    EXPECT_EQ(board.ownerOf(6), 0);
+    send(2, Command::CLIENT, "5", "where");
+    EXPECT_EQ(happened(), (Events{"1 0@5 hello", "type 5 where"}));
+    prompts({5});
+    board.clientGone(4, now); // it could not be attached to
+    board.clientGone(5, now);
+    EXPECT_EQ(happened(), (Events{"2 READY 2", "1 REMOVE 5", "2 REMOVE 5"}));
+    board.tell(1, "a word");
+    EXPECT_EQ(happened(), (Events{"1 0@1 a word", "2 0@1 a word"}));
+}
+
 TEST_F(SwitchboardTest, WhoseGroupIsGoneIsSentToAllWhenItWaitsForNothing) {
     group(1, GroupCommand::ASSIGN, "g", {2});
     send(1, Command::ON, "all", "g");

@@ -1,3 +1,4 @@
+#include "frontend/tracing.h"
 #include "tests/support/vextest.h"
 
 #include <cstdlib>
@@ -314,6 +315,57 @@ TEST_F(VexTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
         for (const Walker& walker : walkers)
             EXPECT_TRUE(walker.walks());
         console.reset();
+    }
+}
+
+TEST_F(VexTest, WhatTheTasksForkBecomesClients) {
+    const std::string path = beginWith({"-n", "2", program("forker")});
+    Peer first(path), second(path), third(path);
+    for (Peer* each : {&first, &second, &third})
+        each->begin();
+    first.send(Command::CLIENT, "all", "run");
+    EXPECT_EQ(third.forked(2), (ClientSet{2, 3}));
+    second.forked(2);
+    // It stands where it was attached to; when it goes on, it forks as well.
+    second.command("print hold = 0", "2");
+    second.send(Command::CLIENT, "2", "continue");
+    EXPECT_EQ(third.forked(1), ClientSet{4});
+    // Neither the shell's command nor what became another program is one.
+    EXPECT_EQ(third.command("vex who").size(), 6u);
+    third.command("print hold = 0", "4");
+    const auto says = [](const Lines& lines, const std::string& end) {
+        return std::ranges::any_of(lines, [&end](const auto& each) { return each.ends_with(end); });
+    };
+    EXPECT_TRUE(says(third.command("continue", "4"), "exited with code 01]"));
+    EXPECT_TRUE(says(second.finish(), "exited with code 02]"));
+    while (!says(first.next(), "| generations: 2")) {
+    }
+    vex->signal(SIGKILL);
+    killConsole();
+    expectNothingLeft("");
+    ::unlink(path.c_str());
+}
+
+TEST_F(VexTest, WhatAnAttachedTaskHasForkedRunsOn) {
+    Terminal::Start start;
+    start.argv = {program("forker"), "wait"};
+    Terminal task(start);
+    const std::string path = beginWith({"--attach", std::to_string(task.pid())});
+    Peer first(path), second(path);
+    first.begin();
+    second.begin();
+    first.command("print hold = 0");
+    first.send(Command::CLIENT, "all", "continue");
+    EXPECT_EQ(second.forked(1), ClientSet{1});
+    const std::vector<pid_t> children = tasksOf(task.pid(), "forker");
+    ASSERT_EQ(children.size(), 1u);
+    EXPECT_GT(Tracing::tracerOf(children[0]), 0);
+    second.send(Command::QUIT, "all");
+    killConsole();
+    EXPECT_EQ(vex->exitStatus(), 0);
+    for (pid_t each : {task.pid(), children[0]}) {
+        EXPECT_TRUE(Processes::lives(each));
+        EXPECT_EQ(Tracing::tracerOf(each), 0);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/clientset.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/frame.h"
@@ -85,9 +86,25 @@ class Peer {
             Command command;
             command.init(id, "all", Command::GROUP, body.get(), length);
             command.send(&socket);
-            EXPECT_EQ(next(), Lines{"REPLY 0 0"});
+            // Output of other consoles' commands may come in between.
+            Lines reply = next();
+            while (!reply.empty() && !reply[0].starts_with("REPLY"))
+                reply = next();
+            EXPECT_EQ(reply, Lines{"REPLY 0 0"});
         }
         return answer;
+    }
+    // Waits for the announcement of so many forked clients: their numbers.
+    ClientSet forked(int number) {
+        ClientSet found;
+        while (number > 0) {
+            const Lines record = next();
+            if (!record.empty() && record[0].starts_with("REPLY 4 ")) {
+                found.insert(std::stoi(record[0].substr(8)));
+                --number;
+            }
+        }
+        return found;
     }
     bool closed() {
         try {
