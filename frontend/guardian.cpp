@@ -2,6 +2,7 @@
 
 #include "frontend/frontpart.h"
 #include "frontend/processtree.h"
+#include "frontend/rendezvous.h"
 #include "frontend/tracing.h"
 
 #include <algorithm>
@@ -91,5 +92,6 @@ int Guardian::run(Session& session, Channel line, const std::vector<Target>& tar
     letGoOf(targets);
     ProcessTree::killDescendants(::getpid(), -1);
     reapAll();
+    RendezvousFile::removeOf(child);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

@@ -6,10 +6,12 @@
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <sys/random.h>
@@ -47,21 +49,28 @@ std::string hostName() {
     return name;
 }
 
-// Files are named "HOST,PID,RANDOM". One whose front end lives no more was left behind; a young one
-// may belong to another machine that calls itself the same.
-void removeStale(const fs::path& folder) {
+// Files are named "HOST,PID,RANDOM". Calls this for those of this host, with the process' id.
+void forOwnFiles(const fs::path& folder,
+                 const std::function<void(const fs::directory_entry&, pid_t)>& call) {
     std::error_code fault;
-    for (const auto& entry : fs::directory_iterator(folder, fault)) {
-        std::istringstream name(entry.path().filename().string());
+    for (fs::directory_iterator at(folder, fault), end; !fault && at != end; at.increment(fault)) {
+        std::istringstream name(at->path().filename().string());
         std::string host, pid;
-        if (!std::getline(name, host, ',') || !std::getline(name, pid, ',') || host != hostName())
-            continue;
-        const int id = std::atoi(pid.c_str());
-        const auto age = fs::file_time_type::clock::now() - entry.last_write_time(fault);
-        if (fault || id <= 0 || ::kill(id, 0) == 0 || errno != ESRCH || age < std::chrono::hours(1))
-            continue;
-        fs::remove(entry.path(), fault);
+        if (std::getline(name, host, ',') && std::getline(name, pid, ',') && host == hostName())
+            call(*at, std::atoi(pid.c_str()));
     }
+}
+
+// One whose front end lives no more was left behind; a young one may belong to another machine that
+// calls itself the same.
+void removeStale(const fs::path& folder) {
+    forOwnFiles(folder, [](const fs::directory_entry& entry, pid_t pid) {
+        std::error_code fault;
+        const auto age = fs::file_time_type::clock::now() - entry.last_write_time(fault);
+        if (!fault && pid > 0 && ::kill(pid, 0) == -1 && errno == ESRCH &&
+            age > std::chrono::hours(1))
+            fs::remove(entry.path(), fault);
+    });
 }
 
 [[noreturn]] void fail(const fs::path& path) {
@@ -144,6 +153,17 @@ RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content
 
 RendezvousFile::~RendezvousFile() {
     if (!file.empty()) ::unlink(file.c_str());
+}
+
+void RendezvousFile::removeOf(pid_t pid) {
+    try {
+        forOwnFiles(defaultFolder(), [pid](const fs::directory_entry& entry, pid_t owner) {
+            std::error_code fault;
+            if (owner == pid) fs::remove(entry.path(), fault);
+        });
+    } catch (const std::runtime_error&) {
+        // Without a home there is no file.
+    }
 }
 
 fs::path RendezvousFile::defaultFolder() {

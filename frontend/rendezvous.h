@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <istream>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 /// Where and how agents find their front end. As a text it has one "name value" a line.
@@ -42,6 +43,9 @@ class RendezvousFile {
     RendezvousFile& operator=(const RendezvousFile&) = delete;
 
     const std::filesystem::path& path() const { return file; }
+
+    /// Removes the files of a process of this machine that was killed.
+    static void removeOf(pid_t pid);
 
     /// VEX_LAUNCH_DIR, else ~/.vex/launch. Throws std::runtime_error when there is no home.
     static std::filesystem::path defaultFolder();

@@ -138,5 +138,5 @@ sourceFiles() {
 
 packagesToBuild=(g++ cmake ninja-build libasio-dev libcli11-dev)
 packagesToRun=(gdb ncurses-bin)
-packagesToTest=(libgtest-dev libc-bin)
+packagesToTest=(libgtest-dev libc-bin openmpi-bin libopenmpi-dev mpich libmpich-dev)
 packagesForChecks=(clang clang-format libclang-rt-14-dev libbenchmark-dev)

@@ -97,7 +97,7 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
                 EXPECT_TRUE(line == "READY" || line.ends_with(each.program)) << line;
             }
             if (killed) {
-                vex->signal(SIGKILL);
+                vex->signal(SIGKILL); // its terminal's hang-up ends the console
             } else {
                 // The others go on, though a launcher ends a job when one of its tasks ends so.
                 console.send(Command::CLIENT, "1", "quit");
@@ -105,8 +105,8 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
                 EXPECT_EQ(console.command("print 1"), (Lines{"0 2 | $2 = 1", "READY"}));
                 console.send(Command::QUIT, "all");
                 EXPECT_TRUE(console.closed());
+                killConsole();
             }
-            killConsole();
             const int status = vex->exitStatus();
             EXPECT_TRUE(killed || status == 0) << status;
             expectNothingLeft(killed ? "" : path);
@@ -271,18 +271,29 @@ TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
     }
 }
 
-// The user gives up while the launcher waits, for an allocation, say.
-TEST_F(LaunchTest, TheStartCanBeGivenUp) {
-    const std::string path = beginWith({"--launch", handMade(2), program("halo")});
-    const Deadline deadline;
-    while (folder.read("copy").empty() && deadline.left() > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    vex->signal(SIGUSR1);
-    vex->until("the start was given up");
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 1);
-    expectNothingLeft(path);
-    EXPECT_EQ(rendezvousFiles(), 0u);
+// While the launcher waits, for an allocation, say, the user gives up, or the session is killed.
+TEST_F(LaunchTest, AStartThatDoesNotEndLeavesNothing) {
+    for (const bool killed : {false, true}) {
+        std::filesystem::remove(folder.path("session"));
+        std::filesystem::remove(folder.path("copy"));
+        const std::string path = beginWith({"--launch", handMade(2), program("halo")});
+        const Deadline deadline;
+        while (folder.read("copy").empty() && deadline.left() > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_EQ(rendezvousFiles(), 1u);
+        if (killed) {
+            const pid_t session = childOf(childOf(vex->pid(), "vex"), "vex");
+            ASSERT_GT(session, 0);
+            ::kill(session, SIGKILL);
+        } else {
+            vex->signal(SIGUSR1);
+            vex->until("the start was given up");
+        }
+        killConsole();
+        EXPECT_EQ(vex->exitStatus(), killed ? 128 + SIGKILL : 1);
+        expectNothingLeft(path);
+        EXPECT_EQ(rendezvousFiles(), 0u);
+    }
 }
 
 } // namespace
