@@ -47,6 +47,7 @@ void printDetail(int brief, int detail) {
 } // namespace
 
 void Console::reportError(const char* message, const char* rest) {
+    ++mistakes;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     // The catalog gives out only texts with the conversions of "%s Error near: %s<END>\n".
@@ -68,6 +69,7 @@ void Console::parseCommandLine(const char* line) {
     case QUOTATION:
         break;
     default:
+        ++mistakes;
         std::puts("Undefined token.");
     }
     int matches = 0;
@@ -242,6 +244,7 @@ bool Console::confirm(const char* question) {
 void Console::quitCommand(Token& t) {
     if (t.Next() != END) t.Throw(CMD_INTERRUPT_EXTRA);
     if (!confirm("Really want to quit (all processes)? (y/n) ")) return;
+    complete = true;
     quitWanted = true;
     machine.parseConsole(StateMachine::ACTIVE_QUIT_EVENT);
     sendQuit();
@@ -249,7 +252,9 @@ void Console::quitCommand(Token& t) {
 
 void Console::exitCommand(Token& t) {
     if (t.Next() != END) t.Throw(CMD_INTERRUPT_EXTRA);
-    if (confirm("Really want to quit (current console only)? (y/n) ")) leaveSession();
+    if (!confirm("Really want to quit (current console only)? (y/n) ")) return;
+    complete = true;
+    leaveSession();
 }
 
 void Console::leaveSession() {
@@ -389,7 +394,9 @@ void Console::onCommand(Token& t) {
 
 void Console::optionCommand(Token& t) {
     const Turn turn = takeTurn();
-    if (!applyOption(t)) printDetail(HELP_OPTION_BRIEF, HELP_OPTION_DETAIL);
+    if (applyOption(t)) return;
+    ++mistakes;
+    printDetail(HELP_OPTION_BRIEF, HELP_OPTION_DETAIL);
 }
 
 bool Console::applyOption(Token& t) {
@@ -507,7 +514,7 @@ void Console::matchCommand(Token& t) {
     const Turn turn = takeTurn();
     if (!machine.isNormal()) t.Throw(CMD_IN_INTERRUPT);
     t.Next();
-    display(lastData, c_ecolor, c_scolor, c_dcolor, t.Cursor());
+    if (!display(lastData, c_ecolor, c_scolor, c_dcolor, t.Cursor())) ++mistakes;
 }
 
 // Completion words.

@@ -9,6 +9,7 @@
 #include "console/readline.h"
 #include "console/term.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cctype>
 #include <cerrno>
@@ -17,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -67,6 +69,19 @@ class InterruptHold {
 };
 
 bool processLives(int pid) { return ::kill(pid, 0) == 0 || errno != ESRCH; }
+
+// Whether nothing but blanks is left to be read, as far as can be told without waiting.
+bool inputIsOver() {
+    for (;;) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        char text[4096];
+        if (::poll(&input, 1, 0) != 1) return false;
+        const ssize_t got = ::read(STDIN_FILENO, text, sizeof text);
+        if (got <= 0) return got == 0;
+        if (!std::all_of(text, text + got, [](unsigned char c) { return std::isspace(c); }))
+            return false;
+    }
+}
 
 } // namespace
 
@@ -177,6 +192,17 @@ void Console::init(Argument& args) {
         machine.setState(StateMachine::TOQUIT);
     }
     client.close();
+    tellReport();
+}
+
+// To a descriptor that the front part reads: the numbers of refused commands and of lines with a
+// mistake, and whether the input was read to its end.
+void Console::tellReport() const {
+    const char* place = std::getenv("VEX_CONSOLE_REPORT");
+    if (!place) return;
+    const std::string text = std::to_string(refusals) + " " + std::to_string(mistakes) + " " +
+                             (complete || inputIsOver() ? "1" : "0") + "\n";
+    (void)!::write(std::atoi(place), text.data(), text.size());
 }
 
 void Console::runSession() {
@@ -322,7 +348,10 @@ void Console::watchInput() {
             atPrompt = false;
         }
         if (!line) {
-            if (Readline::line.isClosed()) leaveSession();
+            if (!Readline::line.isClosed()) continue;
+            complete = true;
+            if (std::getenv("VEX_CONSOLE_REPORT")) std::puts("");
+            leaveSession();
             continue;
         }
         const char* text = line;
@@ -383,6 +412,8 @@ void Console::actOnReply() {
     const std::string& text = curReply.getRetInfo();
     switch (curReply.getRetValue()) {
     case Reply::FAILED:
+        // That the last client has gone refuses nothing.
+        if (curReply.getErrCode() != INFO_ALL_CLIENTS_BROKEN) ++refusals;
         // A command in flight is not in the queue of requests.
         if (!machine.setState(StateMachine::NORMAL, {StateMachine::RUNNING})) {
             open.pop();
@@ -521,12 +552,16 @@ void Console::handleText() {
     addNewTabContext(curData);
 }
 
-void Console::display(Data& data, int ecolor, int scolor, int dcolor, const char* pattern) {
+bool Console::display(Data& data, int ecolor, int scolor, int dcolor, const char* pattern) {
     Parser parser;
-    parser.setColor(colorList[ecolor].detail, Parser::EQUAL_COLOR);
-    parser.setColor(colorList[scolor].detail, Parser::SIMILAR_COLOR);
-    parser.setColor(colorList[dcolor].detail, Parser::DIFFERENT_COLOR);
-    parser.dump(&data, static_cast<Parser::Mode>(c_dmode), pattern);
+    if (Term::isPlain()) {
+        parser.setPlain();
+    } else {
+        parser.setColor(colorList[ecolor].detail, Parser::EQUAL_COLOR);
+        parser.setColor(colorList[scolor].detail, Parser::SIMILAR_COLOR);
+        parser.setColor(colorList[dcolor].detail, Parser::DIFFERENT_COLOR);
+    }
+    return parser.dump(&data, static_cast<Parser::Mode>(c_dmode), pattern);
 }
 
 void Console::writeHistoryFile(const std::string& line) {

@@ -99,6 +99,12 @@ class Console {
     /// The input thread has prompted and waits for a line.
     bool atPrompt = false;
 
+    // What was not carried out, for who asked for it by VEX_CONSOLE_REPORT. The first is the main
+    // thread's, the others are the input thread's.
+    long refusals = 0;
+    long mistakes = 0;
+    bool complete = false; // the input was read to its end, or left by a command
+
     // Input thread only.
     GroupCommand subCmd;
     std::string badField;
@@ -112,6 +118,7 @@ class Console {
     void openSettings();
     void runSession();
     void sendBatchCommand();
+    void tellReport() const;
     void sendQuit();
 
     using Turn = std::unique_lock<StateMachine>;
@@ -135,7 +142,7 @@ class Console {
     void handleData();
     void handleReady(Turn& turn);
     void handleText();
-    void display(Data& data, int ecolor, int scolor, int dcolor, const char* pattern);
+    bool display(Data& data, int ecolor, int scolor, int dcolor, const char* pattern);
 
     // Command history file.
     void writeHistoryFile(const std::string& line);
@@ -143,7 +150,7 @@ class Console {
     void readHistoryFile(const std::string& count) const;
 
     // Commands.
-    static void reportError(const char* message, const char* rest);
+    void reportError(const char* message, const char* rest);
     void dispatch(int id, Token& t);
     void helpCommand(Token& t);
     void LumahelpCommand(Token& t);
@@ -165,7 +172,7 @@ class Console {
     bool confirm(const char* question);
     void forward(Command::Type type, Token& t);
     void forwardText(Command::Type type, Turn& turn, const char* text);
-    static void printUseSend(Token& t);
+    void printUseSend(Token& t);
     void groupSubcommand(const std::string& name, Token& t);
     bool parseGroupExpression(Token& t);
     void sendGroupCmd();

@@ -89,8 +89,9 @@ void Parser::parse(Data* data) {
     }
 }
 
-void Parser::dump(Data* data, Mode mode, const char* pattern) {
+bool Parser::dump(Data* data, Mode mode, const char* pattern) {
     assert(data);
+    bool valid = true;
     try {
         switch (mode) {
         case AUTO:
@@ -104,12 +105,14 @@ void Parser::dump(Data* data, Mode mode, const char* pattern) {
             break;
         }
     } catch (const BadPattern&) {
-        out += END_COLOR;
+        valid = false;
+        out += endColor;
         out.append(Catalog::get(HELP_MATCH_BRIEF)).append("\n\n");
         out += Catalog::get(HELP_MATCH_DETAIL);
     }
     flush(0);
     std::fflush(stdout);
+    return valid;
 }
 
 void Parser::dumpCollapsed(Data* data, const char* pattern) {
@@ -227,7 +230,7 @@ void Parser::printText(const std::string& text, const char* pattern) {
     } else {
         out += text;
     }
-    out += END_COLOR;
+    out += endColor;
     if (printed) out += '\n';
     flush(outputChunk);
 }

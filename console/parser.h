@@ -36,9 +36,12 @@ class Parser {
     enum ColorT { EQUAL_COLOR = 0, SIMILAR_COLOR = 1, DIFFERENT_COLOR = 2 };
 
     void setColor(const char* color, ColorT type);
+    /// Prints the texts alone: no colours, and nothing that resets them.
+    void setPlain() { endColor = ""; }
     /// Prints the record. A pattern (null or empty for none) lets only those lines through that
     /// match its cascade; a malformed one shows the usage of match once a line was to be printed.
-    void dump(Data* data, Mode mode, const char* pattern);
+    /// False for a malformed one.
+    bool dump(Data* data, Mode mode, const char* pattern);
 
     void dumpAuto(Data* data, const char* pattern);
     void dumpCollapsed(Data* data, const char* pattern);
@@ -60,6 +63,7 @@ class Parser {
     std::vector<int> leaders;
     std::vector<int> weights;
     std::string ecolor, scolor, dcolor;
+    const char* endColor = END_COLOR;
 
     std::optional<Pattern> filter;
     std::string out;

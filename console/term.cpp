@@ -158,7 +158,13 @@ void Term::setEcho(bool on) {
     apply(now);
 }
 
+bool Term::isPlain() {
+    const char* wish = std::getenv("VEX_COLOUR");
+    return wish && std::strcmp(wish, "never") == 0;
+}
+
 void Term::setWraparound(bool on) {
+    if (isPlain()) return;
     std::fputs(on ? "\x1b[?7h\x1b[?45h" : "\x1b[?7l\x1b[?45l", stdout);
 }
 

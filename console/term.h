@@ -44,6 +44,10 @@ class Term {
     Term(const Term&) = delete;
     Term& operator=(const Term&) = delete;
 
+    /// Whether the output is to hold neither colours nor other control sequences: the variable
+    /// VEX_COLOUR says "never".
+    static bool isPlain();
+
     void setCanonical(bool on);
     void setEcho(bool on);
     void setWraparound(bool on);

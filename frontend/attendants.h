@@ -15,7 +15,8 @@
 ///   attend       a front part whose console has been started
 ///   left         its console has ended; the answer is "goes on", a blank and the number of
 ///   consoles
-///                left, or the line is closed when the session has ended
+///                left, or "is full" and that number when it has as many as it may have and so did
+///                not take that one; or the line is closed when the session has ended
 ///   hung up      the same, because the terminal is gone
 ///   give up      the start is to be given up
 ///   end N        the session is to end, with exit status N

@@ -6,9 +6,11 @@
 
 ConsoleProcess::ConsoleProcess() : isTerminal(::tcgetattr(STDIN_FILENO, &before) == 0) {}
 
-void ConsoleProcess::start(const std::string& executable, int session) {
-    process.start(
-        {{executable, "-s", std::to_string(session), "-b", std::to_string(::getpid())}, {}, -1});
+void ConsoleProcess::start(const std::string& executable, int session,
+                           const Environment& environment) {
+    process.start({{executable, "-s", std::to_string(session), "-b", std::to_string(::getpid())},
+                   environment,
+                   -1});
 }
 
 bool ConsoleProcess::ended() {

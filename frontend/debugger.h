@@ -24,6 +24,9 @@ class Debugger {
         std::string terminal;
         /// The terminal that the program reads from.
         std::string inputTerminal;
+        /// What it shall print once at its start and behind the message of each error, before the
+        /// prompt: letters, digits and control bytes. Empty: nothing.
+        std::string errorMark;
     };
 
     /// What a line of a backtrace of all threads says.
@@ -55,6 +58,10 @@ class Debugger {
     /// What it prints in front of the process id of a child that the program has forked and that
     /// it does not debug; empty: it prints nothing of the kind.
     virtual std::string forkMark() const = 0;
+    /// Whether it can print an error mark.
+    virtual bool marksErrors() const { return false; }
+    /// Whether this line is the message of an error, for a debugger that prints no marks.
+    virtual bool reportsError(std::string_view) const { return false; }
     /// Whether this line of the start-up is of no interest to the user.
     virtual bool isGreeting(std::string_view line) const = 0;
     /// Whether this command line takes bars as its own, a pipe of the debugger, say.

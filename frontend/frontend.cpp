@@ -90,6 +90,8 @@ Frontend::Frontend(const Options& wanted, Session& claimed, Channel line)
              [this](int parent, const std::string& text) { board.tell(parent, text); }},
             wanted.forks ? debugger->forkMark() : "",
             std::max(fewForks, static_cast<std::size_t>(wanted.tasks))) {
+    if (!options.script.empty())
+        errors = std::make_unique<ErrorWatch>(*debugger, '\002' + randomText() + '\002');
     clients.resize(static_cast<std::size_t>(wanted.tasks));
 }
 
@@ -118,7 +120,10 @@ int Frontend::run() {
         startClients();
     sayWhoIsMissing();
     loop.run();
-    return status;
+    const auto verdict = errors ? errors->verdict() : std::nullopt;
+    if (status != 0 || !verdict) return status;
+    std::fprintf(stderr, "vex: %s\n", verdict->c_str());
+    return FrontPart::refused;
 }
 
 // --- the world outside
@@ -243,7 +248,10 @@ std::string Frontend::onConsoleLeft(bool first, Attendants::Leave how) {
     } else {
         endIfDeserted();
     }
-    return phase == ENDING ? "" : "goes on " + std::to_string(openConsoles());
+    if (phase == ENDING) return "";
+    const int open = openConsoles();
+    return (open < static_cast<int>(options.consoles) ? "goes on " : "is full ") +
+           std::to_string(open);
 }
 
 // What vex --list shows: the tasks that are left, the open consoles, the age in seconds, the
@@ -427,6 +435,7 @@ DebuggerStart Frontend::debuggerStart(int id) const {
     if (attaches()) launch.attach = options.targets[static_cast<std::size_t>(id)].pid;
     launch.program = options.program;
     launch.nonce = randomText();
+    if (errors && debugger->marksErrors()) launch.errorMark = errors->mark();
     return DebuggerStart::of(*debugger, launch,
                              {{"VEX_TASK", std::to_string(id)},
                               {"VEX_NTASKS", std::to_string(clients.size())},
@@ -434,6 +443,8 @@ DebuggerStart Frontend::debuggerStart(int id) const {
 }
 
 void Frontend::onOutput(int id, std::string_view text) {
+    std::string plain;
+    if (errors) text = plain = errors->pass(id, text);
     if (phase == SERVING && !forks.isStarting(id)) {
         forks.heard(id, clients[static_cast<std::size_t>(id)]->pid(), text);
         board.output(id, text, Clock::now());
@@ -470,6 +481,7 @@ void Frontend::onStarted() {
 void Frontend::onClientEnded(int id) {
     alive[static_cast<std::size_t>(id)] = false;
     if (phase == SERVING) {
+        if (errors) errors->ended(id);
         board.clientGone(id, Clock::now());
         forks.ended(id);
         schedule();
@@ -489,6 +501,7 @@ int Frontend::adopt(const Forks::Child& child) {
     launch.attach = child.pid;
     launch.owned = !attaches();
     launch.nonce = randomText();
+    if (errors && debugger->marksErrors()) launch.errorMark = errors->mark();
     auto client = std::make_unique<LocalClient>(loop, handlerOf(id),
                                                 DebuggerStart::of(*debugger, launch, {}));
     clients.push_back(std::move(client));
@@ -519,6 +532,13 @@ void Frontend::allStarted() {
     }
     if (attaches() && std::ranges::find(attached, true) == attached.end()) {
         std::fprintf(stderr, "vex: no debugger could attach\n");
+        end(1);
+        return;
+    }
+    for (std::size_t i = 0; errors && i < alive.size(); ++i) {
+        if (!alive[i] || errors->begins(static_cast<int>(i))) continue;
+        std::fprintf(stderr, "vex: the debuggers cannot tell their errors, which --script needs: "
+                             "is this a gdb without Python?\n");
         end(1);
         return;
     }
@@ -565,6 +585,7 @@ void Frontend::sayWhoIsMissing() {
 }
 
 void Frontend::toClient(int id, const std::string& line) {
+    if (errors) errors->typed(id, line);
     clients[static_cast<std::size_t>(id)]->type(debugger->whole(line));
 }
 

@@ -5,6 +5,7 @@
 #include "frontend/consolelink.h"
 #include "frontend/debugger.h"
 #include "frontend/debuggerstart.h"
+#include "frontend/errorwatch.h"
 #include "frontend/forks.h"
 #include "frontend/helpers.h"
 #include "frontend/launchedjob.h"
@@ -63,6 +64,7 @@ class Frontend : private Switchboard::Outlet {
     std::unique_ptr<LaunchedJob> launched; // null: the debuggers are this machine's
     std::vector<std::unique_ptr<Client>> clients;
     std::vector<std::string> greetings; // what each debugger said before its first prompt
+    std::unique_ptr<ErrorWatch> errors; // for a script; else null
     std::vector<bool> alive;
     std::vector<bool> attached; // holds its task of a running job
     std::vector<pid_t> stopped; // tasks that must be continued once they are released

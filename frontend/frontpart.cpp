@@ -1,12 +1,15 @@
 #include "frontend/frontpart.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sstream>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 void FrontPart::leaveTerminal(int last) {
@@ -33,7 +36,7 @@ int FrontPart::run() {
     waitToHear();
     line.say("attend");
     try {
-        console.start(start.console, start.session);
+        startConsole();
         loop.run();
     } catch (...) {
         stream.release();
@@ -42,7 +45,44 @@ int FrontPart::run() {
         throw;
     }
     stream.release();
-    return signalled != 0 ? 128 + signalled : status;
+    if (signalled != 0) return 128 + signalled;
+    const bool mayJudge = report && (status == 0 || status == refused);
+    return mayJudge && !succeeded() ? refused : status;
+}
+
+void FrontPart::startConsole() {
+    ConsoleProcess::Environment environment;
+    // A report in a file is read as it stands; but who asked for colours gets them.
+    if (!::isatty(STDOUT_FILENO) && !std::getenv("VEX_COLOUR"))
+        environment.emplace_back("VEX_COLOUR", "never");
+    Descriptor writer;
+    if (start.script) {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) == -1)
+            throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
+        report.reset(ends[0]);
+        writer.reset(::fcntl(ends[1], F_DUPFD, 0)); // for the console alone: without O_CLOEXEC
+        ::close(ends[1]);
+        environment.emplace_back("VEX_CONSOLE_REPORT", std::to_string(writer.get()));
+    }
+    console.start(start.console, start.session, environment);
+}
+
+// Whether the console carried out every line of the script; says what it did not.
+bool FrontPart::succeeded() const {
+    char text[256];
+    const ssize_t got = ::read(report.get(), text, sizeof text);
+    std::istringstream words(std::string(text, got > 0 ? static_cast<std::size_t>(got) : 0));
+    long refusals = 0, mistakes = 0;
+    bool complete = false;
+    words >> refusals >> mistakes >> complete;
+    const auto say = [](long number, const char* one, const char* many) {
+        if (number > 0) std::fprintf(stderr, "vex: %ld %s\n", number, number == 1 ? one : many);
+    };
+    say(refusals, "command of the script was refused", "commands of the script were refused");
+    say(mistakes, "line of the script had a mistake", "lines of the script had mistakes");
+    if (!complete) std::fprintf(stderr, "vex: the script did not come to its end\n");
+    return refusals == 0 && mistakes == 0 && complete;
 }
 
 void FrontPart::awaitSignals() {
@@ -113,10 +153,18 @@ void FrontPart::waitToHear() {
     });
 }
 
-// "goes on", and how many consoles the session has.
+// "goes on" or "is full", and how many consoles the session has.
 void FrontPart::onText(const std::string& text) {
-    if (!text.starts_with("goes on ")) return;
     const int consoles = std::atoi(text.c_str() + std::strlen("goes on "));
+    if (text.starts_with("is full ")) {
+        std::fprintf(stderr,
+                     "vex: session %d has its %d consoles, as many as it may have; leave one of "
+                     "them, or start a session with a larger --consoles\n",
+                     start.session, consoles);
+        status = 1;
+        loop.stop();
+        return;
+    }
     const std::string others = consoles == 0   ? "without a console"
                                : consoles == 1 ? "with another console"
                                                : "with " + std::to_string(consoles) + " consoles";

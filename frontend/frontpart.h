@@ -22,9 +22,14 @@ class FrontPart {
         std::string console;
         /// The session's guardian, a child of this process; -1: joins a session that runs.
         pid_t guardian = -1;
+        /// Whether its standard input is a script whose success is wanted.
+        bool script = false;
         /// Whether to stay until the session ends, although its console has ended.
         bool waits = false;
     };
+
+    /// The exit status when a script's commands were not all carried out.
+    static constexpr int refused = 3;
 
     FrontPart(Start start, Channel line);
 
@@ -44,6 +49,7 @@ class FrontPart {
     asio::signal_set signals;
     asio::steady_timer timer;
     ConsoleProcess console;
+    Descriptor report; // of a script's console; see VEX_CONSOLE_REPORT in vex(5)
     int status = 0;
     int signalled = 0;     // the signal that ends this process
     bool connected = true; // with the session
@@ -57,4 +63,6 @@ class FrontPart {
     void onText(const std::string& text);
     void endConsole(int patience);
     void finishIfOver();
+    void startConsole();
+    bool succeeded() const;
 };

@@ -37,6 +37,66 @@ std::size_t nameEnd(std::string_view text) {
     return text.size();
 }
 
+// What gdb writes to its standard error, errors, warnings and a few notices, goes to a file in
+// memory. A thread shows it as it comes; when a command is done, all is shown, and the mark behind
+// it if there is an error. A breakpoint that waits for a library was made, whatever was said of it.
+constexpr const char* errorHook = R"(
+import gdb, os, signal, threading, time
+mark = bytes([MARK])
+terminal = os.dup(2)
+messages = os.memfd_create("messages")
+lock = threading.Lock()
+shown = 0
+waiting = set()
+harmless = ("Quit", "warning: ", "Do you need ", "[")
+def write(text):
+    while text: text = text[os.write(terminal, text):]
+def show():
+    global shown
+    with lock:
+        text = os.pread(messages, os.fstat(messages).st_size - shown, shown)
+        shown += len(text)
+        write(text)
+def show_always():
+    while True:
+        time.sleep(0.1)
+        show()
+def tell():
+    global shown, waiting
+    now = {each.number for each in gdb.breakpoints() if each.pending}
+    new = now - waiting
+    waiting = now
+    gdb.flush()
+    show()
+    with lock:
+        text = os.pread(messages, shown, 0).decode("utf-8", "replace")
+        os.ftruncate(messages, 0)
+        os.lseek(messages, 0, os.SEEK_SET)
+        shown = 0
+    lines = [each for each in text.splitlines() if each and not each.startswith(harmless)]
+    if lines and not new: write(mark)
+before = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
+threading.Thread(target=show_always, daemon=True).start()
+signal.pthread_sigmask(signal.SIG_SETMASK, before)
+gdb.events.before_prompt.connect(tell)
+gdb.flush()
+write(mark)
+os.dup2(messages, 2)
+)";
+
+// As one line: gdb takes no other.
+std::string errorHookFor(const std::string& mark) {
+    std::string bytes, line;
+    for (const char c : mark)
+        bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
+    const std::string text = errorHook;
+    const std::size_t at = text.find("MARK");
+    for (const char c : text.substr(0, at) + bytes + text.substr(at + 4))
+        c == '\n' ? line += "\\n" : line += c;
+    // Names of its own, so that it does not meet the user's.
+    return "python exec('" + line + "', {})";
+}
+
 } // namespace
 
 std::unique_ptr<Debugger> makeDebugger(const std::string& executable) {
@@ -70,6 +130,10 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
     for (const std::string& setting : settings) {
         words.push_back("-iex");
         words.push_back("set " + setting);
+    }
+    if (!launch.errorMark.empty()) {
+        words.push_back("-iex");
+        words.push_back(errorHookFor(launch.errorMark));
     }
     if (launch.attach != 0) {
         // The end of its input makes it quit, too.

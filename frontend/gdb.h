@@ -15,6 +15,7 @@ class Gdb : public Debugger {
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;
+    bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;

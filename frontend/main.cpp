@@ -16,10 +16,12 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -115,7 +117,9 @@ int start(Options options) {
     theirs.close();
     const int number = session.number();
     session.abandon();
-    return FrontPart({number, options.console, guardian, !options.interactive}, std::move(ours))
+    return FrontPart(
+               {number, options.console, guardian, !options.script.empty(), !options.interactive},
+               std::move(ours))
         .run();
 }
 
@@ -125,6 +129,19 @@ int join(const Options& options) {
         throw std::runtime_error("you have no session " + std::to_string(options.join) +
                                  "; vex --list shows those that you have.");
     return FrontPart({options.join, options.console}, std::move(*line)).run();
+}
+
+// Makes it the standard input.
+void openScript(const std::string& path) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) == -1)
+        throw std::runtime_error("cannot read the script '" + path + "': " + std::strerror(errno) +
+                                 ". It is a file of console commands, one a line.");
+    if (S_ISDIR(status.st_mode))
+        throw std::runtime_error("'" + path +
+                                 "' is a directory, not a file of console commands, one a line.");
+    ::dup2(file.get(), STDIN_FILENO);
 }
 
 int run(Options options) {
@@ -137,6 +154,7 @@ int run(Options options) {
             "does not run as root. Start it as an ordinary user, for instance: "
             "su - USER -c 'vex ...'");
     options.console = Executables::console(options.console);
+    if (!options.script.empty()) openScript(options.script);
     options.interactive = ::isatty(STDIN_FILENO);
     // The keys of the terminal are the console's business.
     for (int number : {SIGINT, SIGQUIT, SIGPIPE, SIGTTOU})

@@ -44,10 +44,13 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     app.add_option("--agent", agent,
                    "With --launch: the path of vexagent where the tasks run (default: as here)")
         ->needs(launcher);
+    CLI::Option* file =
+        app.add_option("--script", script, "Run the console commands of this file, then end");
     CLI::Option* listing = app.add_flag("--list", list, "Show your sessions");
     app.add_option("--join", join, "Open another console of your session of this number")
         ->check(CLI::Range(1, 99999))
-        ->excludes(listing);
+        ->excludes(listing)
+        ->excludes(file);
     app.add_option("--consoles", consoles, "How many consoles may be open at a time")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();

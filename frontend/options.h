@@ -37,6 +37,8 @@ struct Options {
     bool list = false;
     /// Open a console of this session instead; 0: none.
     int join = 0;
+    /// The file of console commands to run instead of what a person types; empty: none.
+    std::string script;
     /// The console program; empty: the one beside this program, else the one in PATH.
     std::string console;
     /// The program to debug, as a path, and its arguments.

@@ -29,9 +29,13 @@ class Sessions : public testing::Test {
     }
     std::unique_ptr<Terminal> run(std::vector<std::string> arguments,
                                   std::optional<std::string> input = std::nullopt) const {
-        Terminal::Start start;
         arguments.insert(arguments.begin(), program("vex"));
-        start.argv = std::move(arguments);
+        return runProgram(std::move(arguments), std::move(input));
+    }
+    std::unique_ptr<Terminal> runProgram(std::vector<std::string> argv,
+                                         std::optional<std::string> input = std::nullopt) const {
+        Terminal::Start start;
+        start.argv = std::move(argv);
         start.environment = {{"HOME", home.path()},
                              {"TERM", "xterm"},
                              {"LC_ALL", "C"},
@@ -107,13 +111,15 @@ class Sessions : public testing::Test {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         EXPECT_TRUE(living().empty());
         // The number may be another session's by now.
-        EXPECT_NE(timeOf("/tmp/.vexsock." + number), socketTime);
+        if (!number.empty()) {
+            EXPECT_NE(timeOf("/tmp/.vexsock." + number), socketTime);
+        }
     }
 };
 
 TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
     auto first = begin();
-    answer(*first, "print 10 + 1", "0:1 | $1 = 11");
+    answer(*first, "print 10 + 1", "| $1 = 11");
     prompt(*first);
     EXPECT_EQ(listed(), "2 1 " + program("halo"));
 
@@ -132,7 +138,7 @@ TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
 
     // What the debuggers had is there still; then the window is closed.
     first = join();
-    answer(*first, "print $ + 1", "0:1 | $2 = 12");
+    answer(*first, "print $ + 1", "| $2 = 12");
     prompt(*first);
     first->hangUp();
     EXPECT_EQ(first->exitStatus(), 128 + SIGHUP);
@@ -140,7 +146,7 @@ TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
 
     // A script comes and goes; killing the front part of a console that joined ends that alone.
     auto script = run({"--join", number}, "print $ + 1\n");
-    script->until("0:1 | $3 = 13");
+    script->until("| $3 = 13");
     EXPECT_EQ(script->exitStatus(), 0);
     first = join();
     first->signal(SIGKILL);
@@ -169,5 +175,43 @@ TEST_F(Sessions, AClosedWindowIsAnExit) {
     first = join();
     leave(*first, "kquit");
     EXPECT_EQ(first->exitStatus(), 0);
+    expectNothingLeft();
+}
+
+// The exit status tells whether all of the script was carried out, and standard error what was not.
+TEST_F(Sessions, AScriptIsJudged) {
+    const struct {
+        const char *script, *shown, *said;
+        int status;
+    } cases[] = {
+        // The last line lacks its newline; that the program crashes is no error of the debugger.
+        {"break simulate\nrun\nsignal SIGSEGV\nprint 6 * 7", "| $1 = 42", "", 0},
+        {"break not_loaded_yet\ngroup odd = 1\non odd\nprint 5", "1 | $1 = 5", "", 0},
+        {"print 1\nprint nosuch\n", "No symbol \"nosuch\"",
+         "vex: 2 errors were reported by the debuggers of 0:1\n", 3},
+        {"on nowhere\n", "3917-511", "vex: 1 command of the script was refused\n", 3},
+        {"s\noption frobnicate\n", "3917-501", "vex: 2 lines of the script had mistakes\n", 3},
+        {"on 1\nshell kill -9 $PPID\n", "Client 1 was terminated", "by the debuggers of 1\n", 3},
+        {"quit\n\n", "3917-803", "", 0},
+        {"kquit\ny\nnever read\n", "(y/n) y", "", 0},
+        {"quit\nprint 1\n", "(all) quit", "vex: ", 3},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.script);
+        const std::string output = home.path("output");
+        const std::string command = program("vex") + " -n 2 --script " +
+                                    home.write("script", each.script) + " " + program("halo") +
+                                    " >" + output;
+        auto vex = runProgram({"/bin/sh", "-c", command});
+        EXPECT_EQ(vex->exitStatus(), each.status);
+        EXPECT_NE(vex->screen().find(each.said), std::string::npos) << vex->screen();
+        EXPECT_EQ(vex->screen().empty(), each.status == 0) << vex->screen();
+        const std::string text = home.read("output");
+        EXPECT_NE(text.find(each.shown), std::string::npos) << text;
+        EXPECT_EQ(text.find('\x1b'), std::string::npos) << text;
+    }
+    auto lost = run({"--script", home.path("nosuch"), program("halo")});
+    lost->until("vex: cannot read the script '" + home.path("nosuch") + "': No such file");
+    EXPECT_EQ(lost->exitStatus(), 1);
     expectNothingLeft();
 }

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "common/clientset.h"
+#include "frontend/debugger.h"
+#include "frontend/promptmatcher.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Notices in the output of the clients that a debugger reported an error, and takes the marks out
+/// that tell it (Debugger::Launch::errorMark). Also an error: a debugger that ends without having
+/// been told to. Does no I/O.
+class ErrorWatch {
+  public:
+    /// The driver must live as long as this. The mark is the same for all clients.
+    ErrorWatch(const Debugger& driver, std::string mark)
+        : debugger(driver), errorMark(std::move(mark)) {}
+
+    const std::string& mark() const { return errorMark; }
+    /// The output without marks.
+    std::string pass(int client, std::string_view text);
+    /// A client is ready for its first command. False when it cannot tell errors.
+    bool begins(int client);
+    void typed(int client, const std::string& line);
+    void ended(int client);
+
+    /// "3 errors were reported by the debuggers of 0:1 4"; nothing when there was none.
+    std::optional<std::string> verdict() const;
+
+  private:
+    struct Seen {
+        explicit Seen(const std::string& mark) : matcher(mark) {}
+        PromptMatcher matcher;
+        std::string partial; // line
+        std::string last;    // typed
+        long marks = 0;
+    };
+    const Debugger& debugger;
+    const std::string errorMark;
+    std::map<int, Seen> clients;
+    long errors = 0;
+    ClientSet culprits;
+
+    Seen& seen(int client) { return clients.try_emplace(client, errorMark).first->second; }
+    void count(int client);
+};
