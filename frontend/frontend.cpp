@@ -306,7 +306,9 @@ bool Frontend::isProgram(const std::string& name) { return Executables::find(nam
 std::string Frontend::describe(int id) {
     if (const auto* remote =
             dynamic_cast<const RemoteClient*>(clients[static_cast<std::size_t>(id)].get()))
-        return remote->identity();
+        return remote->identity().empty()
+                   ? "rank " + std::to_string(id) + "  its agent does not answer"
+                   : remote->identity();
     const pid_t process = processOf(id);
     return (process != 0 ? Identity::ofProcess(process)
                          : Identity::underDebugger(clients[static_cast<std::size_t>(id)]->pid()))
@@ -407,7 +409,7 @@ void Frontend::command(int id, const Command& command) {
             if (remote && remote->running() && remote->askIdentity()) ++identities;
         }
         if (identities == 0) return allIdentified();
-        identityTimer.expires_after(std::chrono::seconds(1));
+        identityTimer.expires_after(Wait::answer);
         identityTimer.async_wait([this](const asio::error_code& fault) {
             if (!fault) allIdentified();
         });

@@ -2,6 +2,7 @@
 #include "common/command.h"
 #include "common/data.h"
 #include "common/reply.h"
+#include "frontend/agentrecord.h"
 #include "fuzz/fuzz.h"
 
 #include <filesystem>
@@ -65,6 +66,15 @@ int main(int argc, char** argv) {
         seed("token", line);
         seed("split", std::string(" ,:") + '\0' + line);
     }
+    AgentHello hello;
+    hello.secret = "secret";
+    hello.host = "node1";
+    seed("agent", hello.record().frame() + AgentRecord{AgentRecord::OUTPUT, "x\n"}.frame());
+    DebuggerStart start;
+    start.argv = {"gdb", "-q"};
+    start.environment = {{"VEX_TASK", "0"}};
+    start.prompt = start.terminal = start.inputTerminal = "x";
+    seed("agent", AgentRecords::start(start).frame());
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");
     return 0;
