@@ -69,7 +69,11 @@ class Debugger {
     /// The command that prints the stacks of all threads, at most so many calls of each.
     virtual std::string backtraceCommand(int calls) const = 0;
     virtual StackLine parseStackLine(std::string_view line) const = 0;
+
+  protected:
+    /// The bare name of a call as debuggers print it: without its arguments and parameter types.
+    static std::string functionName(std::string_view call);
 };
 
-/// The driver for an executable.
+/// The driver for an executable: lldb when its name begins so, else gdb.
 std::unique_ptr<Debugger> makeDebugger(const std::string& executable);

@@ -184,6 +184,8 @@ void Dispatcher::output(int id, std::string_view text, Clock::time_point now) {
 
 void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
     Client& client = at(id);
+    // Of a program's terminal that is not raw.
+    if (text.ends_with('\r')) text.pop_back();
     switch (client.turn.line(text, debugger, now)) {
     case Turn::TOO_LATE:
         return;

@@ -469,7 +469,7 @@ void Frontend::onPrompt(int id) {
         const auto index = static_cast<std::size_t>(id);
         // What a debugger says while it attaches is of interest only when it could not.
         attached[index] =
-            attaches() && Tracing::tracerOf(options.targets[index].pid) == clients[index]->pid();
+            attaches() && Tracing::isTracedBy(clients[index]->pid(), options.targets[index].pid);
         if (attached[index]) greetings[index].clear();
         onStarted();
     }

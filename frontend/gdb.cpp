@@ -1,41 +1,8 @@
 #include "frontend/gdb.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace {
-
-// The end of a function's name: where its parameter types or its arguments begin. Brackets of
-// templates and of "(anonymous namespace)" belong to the name, and so do those of operators.
-std::size_t nameEnd(std::string_view text) {
-    constexpr std::string_view anonymous = "(anonymous namespace)", word = "operator";
-    int depth = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const std::string_view rest = text.substr(i);
-        const bool starts = i == 0 || (!std::isalnum(static_cast<unsigned char>(text[i - 1])) &&
-                                       text[i - 1] != '_');
-        if (rest.starts_with(anonymous)) {
-            i += anonymous.size() - 1;
-        } else if (starts && rest.starts_with(word)) {
-            i += word.size();
-            if (text.substr(i).starts_with("()")) i += 2;
-            while (i < text.size() &&
-                   std::string_view("<>-=!+*/%^&|~[],").find(text[i]) != std::string_view::npos)
-                ++i;
-            --i;
-        } else if (text[i] == '<') {
-            ++depth;
-        } else if (text[i] == '>') {
-            --depth;
-        } else if (text[i] == '(') {
-            if (depth <= 0) return i;
-            ++depth; // "function<void (int)>"
-        } else if (text[i] == ')') {
-            --depth;
-        }
-    }
-    return text.size();
-}
 
 // What gdb writes to its standard error, errors, warnings and a few notices, goes to a file in
 // memory. A thread shows it as it comes; when a command is done, all is shown, and the mark behind
@@ -98,10 +65,6 @@ std::string errorHookFor(const std::string& mark) {
 }
 
 } // namespace
-
-std::unique_ptr<Debugger> makeDebugger(const std::string& executable) {
-    return std::make_unique<Gdb>(executable);
-}
 
 std::vector<std::string> Gdb::argv(const Launch& launch) const {
     std::vector<std::string> settings{
@@ -205,10 +168,7 @@ Debugger::StackLine Gdb::parseStackLine(std::string_view line) const {
         result.function = line;
         return result;
     }
-    std::string_view name = line.substr(0, nameEnd(line));
-    while (name.ends_with(' '))
-        name.remove_suffix(1);
-    result.function = name;
+    result.function = functionName(line);
     for (const std::string_view key : {") at ", ") from "}) {
         at = line.rfind(key);
         if (at == std::string_view::npos) continue;

@@ -1,5 +1,7 @@
 #include "frontend/identity.h"
 
+#include "frontend/tracing.h"
+
 #include <climits>
 
 #include <filesystem>
@@ -8,6 +10,7 @@
 #include <sstream>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -31,6 +34,12 @@ std::string rankOf(pid_t pid) {
     return "";
 }
 
+std::vector<pid_t> childrenOf(pid_t pid) {
+    const std::string id = std::to_string(pid);
+    std::istringstream text(contents("/proc/" + id + "/task/" + id + "/children"));
+    return {std::istream_iterator<pid_t>(text), {}};
+}
+
 } // namespace
 
 Identity Identity::ofProcess(pid_t pid) {
@@ -48,11 +57,14 @@ Identity Identity::ofProcess(pid_t pid) {
 }
 
 Identity Identity::underDebugger(pid_t debugger) {
-    const std::string id = std::to_string(debugger);
-    std::istringstream children(contents("/proc/" + id + "/task/" + id + "/children"));
-    pid_t pid = -1;
-    children >> pid;
-    return ofProcess(children ? pid : -1);
+    for (pid_t child : childrenOf(debugger)) {
+        if (Tracing::tracerOf(child) > 0) return ofProcess(child);
+        // A debugger may leave it to a server that it has started.
+        for (pid_t below : childrenOf(child)) {
+            if (Tracing::tracerOf(below) == child) return ofProcess(below);
+        }
+    }
+    return ofProcess(-1);
 }
 
 std::string Identity::str() const {

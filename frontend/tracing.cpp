@@ -1,5 +1,7 @@
 #include "frontend/tracing.h"
 
+#include "frontend/processtree.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <pwd.h>
@@ -93,3 +95,8 @@ void Tracing::checkAttach(pid_t pid) {
 }
 
 pid_t Tracing::tracerOf(pid_t pid) { return std::atoi(statusField(pid, "TracerPid").c_str()); }
+
+bool Tracing::isTracedBy(pid_t debugger, pid_t pid) {
+    const pid_t tracer = tracerOf(pid);
+    return tracer > 0 && (tracer == debugger || ProcessTree::parentOf(tracer) == debugger);
+}

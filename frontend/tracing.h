@@ -28,5 +28,7 @@ std::string refusal(pid_t pid, const Facts& facts);
 void checkAttach(pid_t pid);
 /// Who traces a process; 0: nobody, or there is no such process.
 pid_t tracerOf(pid_t pid);
+/// Whether a debugger traces a process, itself or by a server that it has started.
+bool isTracedBy(pid_t debugger, pid_t pid);
 
 } // namespace Tracing

@@ -318,6 +318,45 @@ TEST_F(VexTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     }
 }
 
+TEST_F(VexTest, ASessionWithLldb) {
+    if (::access("/usr/bin/lldb", X_OK) != 0) GTEST_SKIP() << "there is no lldb (Debian: lldb)";
+    const auto contains = [](const Lines& lines, const std::string& text) {
+        return std::ranges::any_of(lines, [&text](const std::string& each) {
+            return each.find(text) != std::string::npos;
+        });
+    };
+    const std::string path = begin(2, {"--debugger", "/usr/bin/lldb"});
+    Peer console(path);
+    console.begin();
+    EXPECT_EQ(console.command("print 6 * 7"), (Lines{"0:1 | (int) $0 = 42", "READY"}));
+    console.command("breakpoint set -n simulate");
+    // It answers when the program has stopped, not before.
+    EXPECT_TRUE(contains(console.command("run"), "stop reason = breakpoint 1.1"));
+    EXPECT_EQ(console.command("print rank"),
+              (Lines{"0 | (int) $1 = 0", "1 | (int) $1 = 1", "READY"}));
+    EXPECT_TRUE(contains(console.command("vex who"), "halo"));
+    console.send(Command::STATCLIENT, "all", "stat -i");
+    EXPECT_EQ(console.finish()[0], "0:1 | 2 clients in simulate, called by main");
+    console.command("breakpoint delete");
+    for (int round = 0; round < 3; ++round) {
+        console.send(Command::CLIENT, "all", "continue");
+        for (int told = 0; round == 0 && told < 2;) {
+            for (const std::string& line : console.next())
+                told += line.find("still waits") != std::string::npos ||
+                        line.find("does not settle") != std::string::npos;
+        }
+        console.send(Command::INTERRUPT, "all");
+        EXPECT_TRUE(contains(console.finish(), "stop reason = signal SIG"));
+        EXPECT_EQ(console.command("print 1").size(), 2u);
+    }
+    console.send(Command::CLIENT, "1", "quit");
+    EXPECT_EQ(console.finish(), (Lines{"REPLY 5 1", "READY"}));
+    console.send(Command::QUIT, "all");
+    killConsole();
+    EXPECT_EQ(vex->exitStatus(), 0);
+    expectNothingLeft(path);
+}
+
 TEST_F(VexTest, WhatTheTasksForkBecomesClients) {
     const std::string path = beginWith({"-n", "2", program("forker")});
     Peer first(path), second(path), third(path);
