@@ -76,12 +76,12 @@ bool FrontPart::succeeded() const {
     long refusals = 0, mistakes = 0;
     bool complete = false;
     words >> refusals >> mistakes >> complete;
-    const auto say = [](long number, const char* one, const char* many) {
-        if (number > 0) std::fprintf(stderr, "vex: %ld %s\n", number, number == 1 ? one : many);
+    const auto tell = [this](long number, const char* one, const char* many) {
+        if (number > 0) say(std::to_string(number) + (number == 1 ? one : many));
     };
-    say(refusals, "command of the script was refused", "commands of the script were refused");
-    say(mistakes, "line of the script had a mistake", "lines of the script had mistakes");
-    if (!complete) std::fprintf(stderr, "vex: the script did not come to its end\n");
+    tell(refusals, " command of the script was refused", " commands of the script were refused");
+    tell(mistakes, " line of the script had a mistake", " lines of the script had mistakes");
+    if (!complete) say("the script did not come to its end");
     return refusals == 0 && mistakes == 0 && complete;
 }
 
@@ -131,6 +131,7 @@ void FrontPart::onConsoleEnded() {
     timer.cancel();
     const bool hungUp = signalled == SIGHUP ||
                         (WIFSIGNALED(console.status()) && WTERMSIG(console.status()) == SIGHUP);
+    midLine = !connected || WIFSIGNALED(console.status());
     line.say(hungUp ? "hung up" : "left");
     // The keys are the user's again: there is only an answer left to wait for.
     std::signal(SIGINT, SIG_DFL);
@@ -156,11 +157,11 @@ void FrontPart::waitToHear() {
 // "goes on" or "is full", and how many consoles the session has.
 void FrontPart::onText(const std::string& text) {
     const int consoles = std::atoi(text.c_str() + std::strlen("goes on "));
+    const std::string name = "session " + std::to_string(start.session);
     if (text.starts_with("is full ")) {
-        std::fprintf(stderr,
-                     "vex: session %d has its %d consoles, as many as it may have; leave one of "
-                     "them, or start a session with a larger --consoles\n",
-                     start.session, consoles);
+        say(name + " has its " + std::to_string(consoles) +
+            " consoles, as many as it may have; leave one of them, or start a session with a "
+            "larger --consoles");
         status = 1;
         loop.stop();
         return;
@@ -169,13 +170,17 @@ void FrontPart::onText(const std::string& text) {
                                : consoles == 1 ? "with another console"
                                                : "with " + std::to_string(consoles) + " consoles";
     if (start.waits) {
-        std::fprintf(stderr, "vex: session %d goes on %s; waiting for its end\n", start.session,
-                     others.c_str());
+        say(name + " goes on " + others + "; waiting for its end");
         return;
     }
-    std::fprintf(stderr, "vex: session %d goes on %s; come back with: vex --join %d\n",
-                 start.session, others.c_str(), start.session);
+    say(name + " goes on " + others + "; come back with: vex --join " +
+        std::to_string(start.session));
     loop.stop();
+}
+
+void FrontPart::say(const std::string& sentence) const {
+    const bool newLine = midLine && ::isatty(STDERR_FILENO);
+    std::fprintf(stderr, "%svex: %s\n", newLine ? "\n" : "", sentence.c_str());
 }
 
 void FrontPart::endConsole(int patience) {
@@ -190,9 +195,10 @@ void FrontPart::endConsole(int patience) {
 
 void FrontPart::finishIfOver() {
     if (connected || guarded || console.running()) return;
+    const std::string name = "session " + std::to_string(start.session);
     if (start.guardian == -1)
-        std::fprintf(stderr, "vex: session %d has ended\n", start.session);
+        say(name + " has ended");
     else if (status == 128 + SIGKILL && signalled == 0)
-        std::fprintf(stderr, "vex: session %d was killed\n", start.session);
+        say(name + " was killed");
     loop.stop();
 }

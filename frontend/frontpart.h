@@ -54,6 +54,7 @@ class FrontPart {
     int signalled = 0;     // the signal that ends this process
     bool connected = true; // with the session
     bool guarded;          // the guardian lives
+    bool midLine = false;  // the console ended at its prompt, without having been told to
 
     void awaitSignals();
     void onSignal(int number);
@@ -63,6 +64,7 @@ class FrontPart {
     void onText(const std::string& text);
     void endConsole(int patience);
     void finishIfOver();
+    void say(const std::string& sentence) const;
     void startConsole();
     bool succeeded() const;
 };

@@ -185,7 +185,8 @@ TEST_F(Sessions, AScriptIsJudged) {
         int status;
     } cases[] = {
         // The last line lacks its newline; that the program crashes is no error of the debugger.
-        {"break simulate\nrun\nsignal SIGSEGV\nprint 6 * 7", "| $1 = 42", "", 0},
+        {"break simulate\nbreak write\nrun\ncontinue\nsignal SIGSEGV\nprint 6 * 7", "| $1 = 42", "",
+         0},
         {"break not_loaded_yet\ngroup odd = 1\non odd\nprint 5", "1 | $1 = 5", "", 0},
         {"print 1\nprint nosuch\n", "No symbol \"nosuch\"",
          "vex: 2 errors were reported by the debuggers of 0:1\n", 3},
