@@ -17,6 +17,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <limits>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -60,7 +61,9 @@ Frontend::Frontend(const Options& wanted, Session& claimed, Channel line)
       debugger(makeDebugger(wanted.debugger)),
       session(claimed),
       job(std::to_string(session.number()) + "-" + randomText()),
+      program(attaches() ? Identity::ofProcess(wanted.targets[0].pid).program : wanted.program[0]),
       listener(loop, session.listener()),
+      listenTimer(loop),
       signals(loop, SIGCHLD, SIGUSR1),
       boardTimer(loop),
       phaseTimer(loop),
@@ -131,8 +134,15 @@ int Frontend::run() {
 void Frontend::listen() {
     listener.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
         if (fault || phase == ENDING) return;
-        if (auto connection = session.accept()) join(std::move(connection));
-        listen();
+        if (auto connection = session.accept()) {
+            join(std::move(connection));
+            return listen();
+        }
+        // One that cannot be accepted, for want of descriptors, goes on asking.
+        listenTimer.expires_after(std::chrono::milliseconds(100));
+        listenTimer.async_wait([this](const asio::error_code& cancelled) {
+            if (!cancelled) listen();
+        });
     });
 }
 
@@ -260,8 +270,7 @@ std::string Frontend::facts() const {
     using namespace std::chrono;
     std::ostringstream text;
     text << std::ranges::count(alive, true) << ' ' << openConsoles() << ' '
-         << duration_cast<seconds>(Clock::now() - begin).count() << ' '
-         << (attaches() ? Identity::ofProcess(options.targets[0].pid).program : options.program[0]);
+         << duration_cast<seconds>(Clock::now() - begin).count() << ' ' << program;
     return text.str();
 }
 
@@ -328,19 +337,19 @@ pid_t Frontend::processOf(int id) const {
 void Frontend::startClients() {
     if (launched) {
         // They come by themselves.
-        if (phase == STARTING && nextToStart == clients.size() && starting == 0) allStarted();
+        if (phase == STARTING && nextToStart == clients.size() && pending.empty()) allStarted();
         return;
     }
     // Starting reads symbols: more at a time than there are processors makes nothing faster.
     const std::size_t limit = std::max(2u, std::thread::hardware_concurrency());
-    while (phase == STARTING && nextToStart < clients.size() && starting < limit)
+    while (phase == STARTING && nextToStart < clients.size() && pending.size() < limit)
         startClient(static_cast<int>(nextToStart++));
-    if (phase == STARTING && nextToStart == clients.size() && starting == 0) allStarted();
+    if (phase == STARTING && nextToStart == clients.size() && pending.empty()) allStarted();
 }
 
 void Frontend::startClient(int id) {
     const std::size_t index = static_cast<std::size_t>(id);
-    ++starting;
+    pending.insert(id);
     clients[index] = std::make_unique<LocalClient>(loop, handlerOf(id), debuggerStart(id));
 }
 
@@ -370,6 +379,13 @@ void Frontend::launch() {
 }
 
 void Frontend::setTasks(int count) {
+    // Their terminals are their agents'.
+    Limits::Facts facts = Limits::facts();
+    facts.terminals = std::numeric_limits<long>::max();
+    if (const auto problem = Limits::refusal(count, facts)) {
+        std::fprintf(stderr, "vex: %s\n", problem->c_str());
+        return end(1);
+    }
     const auto number = static_cast<std::size_t>(count);
     clients.resize(number);
     greetings.resize(number);
@@ -384,7 +400,7 @@ void Frontend::onAgent(int rank, std::shared_ptr<AgentLink> link) {
     // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
     if (!options.hostOfTask.empty()) start.folder = std::filesystem::current_path().string();
     ++nextToStart;
-    ++starting;
+    pending.insert(rank);
     clients[static_cast<std::size_t>(rank)] =
         std::make_unique<RemoteClient>(std::move(link), handlerOf(rank),
                                        RemoteClient::Watch{[this, rank] { onClientEnded(rank); },
@@ -414,6 +430,11 @@ void Frontend::command(int id, const Command& command) {
             if (!fault) allIdentified();
         });
         return;
+    }
+    // Who no longer waits for that answer must not get it behind the answer to this.
+    for (const auto type : {Command::INTERRUPT, Command::PROMPT, Command::ON}) {
+        if (command.getType() == type)
+            std::erase_if(asking, [id](const auto& each) { return each.first == id; });
     }
     board.command(id, command, Clock::now());
     schedule();
@@ -471,12 +492,13 @@ void Frontend::onPrompt(int id) {
         attached[index] =
             attaches() && Tracing::isTracedBy(clients[index]->pid(), options.targets[index].pid);
         if (attached[index]) greetings[index].clear();
-        onStarted();
+        onStarted(id);
     }
 }
 
-void Frontend::onStarted() {
-    --starting;
+// It has prompted for the first time, or ended before; it may end, or prompt again, later.
+void Frontend::onStarted(int id) {
+    if (!pending.erase(id)) return;
     startClients();
 }
 
@@ -489,7 +511,7 @@ void Frontend::onClientEnded(int id) {
         schedule();
     } else if (phase == STARTING) {
         greetings[static_cast<std::size_t>(id)] += "\nthe debugger ended during the start\n";
-        onStarted();
+        onStarted(id);
     }
 }
 
@@ -581,7 +603,7 @@ void Frontend::sayWhoIsMissing() {
             std::fprintf(stderr, "vex: the launcher has not started a task yet; Ctrl-C gives up\n");
         else
             std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
-                         nextToStart - starting, clients.size());
+                         nextToStart - pending.size(), clients.size());
         sayWhoIsMissing();
     });
 }

@@ -21,6 +21,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,12 +46,14 @@ class Frontend : private Switchboard::Outlet {
     const std::unique_ptr<Debugger> debugger;
     asio::io_context loop;
     Session& session;
-    const std::string job; // names this session in the environment of what it starts
+    const std::string job;     // names this session in the environment of what it starts
+    const std::string program; // for vex --list
     Phase phase = STARTING;
     int status = 0;
     bool closing = false; // of ENDING the part after the tasks were released
 
     asio::posix::stream_descriptor listener;
+    asio::steady_timer listenTimer;
     asio::signal_set signals;
     asio::steady_timer boardTimer; // the switchboard's next deadline
     std::optional<Clock::time_point> armed;
@@ -69,7 +72,7 @@ class Frontend : private Switchboard::Outlet {
     std::vector<bool> attached; // holds its task of a running job
     std::vector<pid_t> stopped; // tasks that must be continued once they are released
     std::size_t nextToStart = 0;
-    std::size_t starting = 0; // started, and not at its first prompt yet
+    std::set<int> pending; // started, and neither at their first prompt yet nor ended
     Switchboard board;
     Helpers helpers;
     std::vector<std::pair<int, Command>> asking; // consoles that want to know who is who
@@ -113,7 +116,7 @@ class Frontend : private Switchboard::Outlet {
     DebuggerStart debuggerStart(int id) const;
     void onOutput(int id, std::string_view text);
     void onPrompt(int id);
-    void onStarted();
+    void onStarted(int id);
     pid_t processOf(int id) const;
     int adopt(const Forks::Child& child);
     void onAdopted(int id, const Forks::Child& child);
