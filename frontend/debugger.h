@@ -64,6 +64,8 @@ class Debugger {
     virtual bool reportsError(std::string_view) const { return false; }
     /// Whether this line of the start-up is of no interest to the user.
     virtual bool isGreeting(std::string_view line) const = 0;
+    /// What to do about a line of the start-up; empty: nothing is known.
+    virtual std::string hintFor(std::string_view) const { return ""; }
     /// Whether this command line takes bars as its own, a pipe of the debugger, say.
     virtual bool keepsBars(std::string_view line) const = 0;
     /// The command that prints the stacks of all threads, at most so many calls of each.

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -29,6 +30,33 @@ std::string companion(const std::string& name, const std::string& option) {
                              option + ".");
 }
 
+// The beginning of a file: as much of an ELF header as tells the machine (elf(5)).
+std::string headOf(const std::string& path) {
+    std::string head(20, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<std::size_t>(file.gcount()));
+    return head;
+}
+
+// A debugger would say it once for each task, and in its own words.
+void checkFormat(const std::string& path, const std::string& name) {
+    const std::string head = headOf(path), own = headOf("/proc/self/exe");
+    if (head.empty()) return; // it may be executed and not read
+    if (head.starts_with("#!"))
+        throw std::runtime_error("'" + name +
+                                 "' is a script, which no debugger can run. Give the program that "
+                                 "runs it, and the script as its argument, or the program that it "
+                                 "starts.");
+    if (!head.starts_with("\177ELF"))
+        throw std::runtime_error("'" + name + "' is no program for this system. See: file " + name);
+    if (head.size() == own.size() && head.compare(18, 2, own, 18, 2) != 0)
+        throw std::runtime_error("'" + name +
+                                 "' is a program for another kind of processor. Build it for this "
+                                 "one. See: file " +
+                                 name);
+}
+
 } // namespace
 
 std::optional<std::string> Executables::find(const std::string& name) {
@@ -46,9 +74,14 @@ std::optional<std::string> Executables::find(const std::string& name) {
 std::string Executables::program(const std::string& name) {
     const bool bare = name.find('/') == std::string::npos;
     const std::string here = bare ? "./" + name : name;
-    if (isExecutable(here)) return here;
-    if (bare) {
-        if (const auto found = find(name)) return *found;
+    std::optional<std::string> found;
+    if (isExecutable(here))
+        found = here;
+    else if (bare)
+        found = find(name);
+    if (found) {
+        checkFormat(*found, name);
+        return *found;
     }
     struct stat status {};
     if (::stat(here.c_str(), &status) == -1) {
@@ -76,7 +109,8 @@ std::string Executables::agent() {
 
 std::string Executables::debugger(const std::string& name) {
     if (const auto found = find(name)) return *found;
+    const bool lldb = name.substr(name.rfind('/') + 1).starts_with("lldb");
     throw std::runtime_error("cannot find the debugger '" + name +
-                             "'. Install it (Debian: apt-get install gdb), or name one with "
-                             "--debugger.");
+                             "'. Install it (Debian: apt-get install " + (lldb ? "lldb" : "gdb") +
+                             "), or name one with --debugger.");
 }

@@ -592,7 +592,8 @@ void Frontend::tellGreetings() const {
         }
     }
     for (const auto& [text, ids] : texts)
-        std::fprintf(stderr, "vex: %s | %s\n", list(ids).c_str(), text.c_str());
+        std::fprintf(stderr, "vex: %s | %s%s%s\n", list(ids).c_str(), text.c_str(),
+                     debugger->hintFor(text).empty() ? "" : " ", debugger->hintFor(text).c_str());
 }
 
 void Frontend::sayWhoIsMissing() {

@@ -142,6 +142,12 @@ bool Gdb::isGreeting(std::string_view line) const {
     return line.empty() || line.starts_with("Reading symbols from ");
 }
 
+std::string Gdb::hintFor(std::string_view line) const {
+    return line.starts_with("(No debugging symbols found")
+               ? "Compile with -g to see source lines, arguments and variables."
+               : "";
+}
+
 bool Gdb::keepsBars(std::string_view line) const {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     return word == "pipe" || word == "shell" || word.starts_with("|") || word.starts_with("!");

@@ -17,6 +17,7 @@ class Gdb : public Debugger {
     std::string forkMark() const override;
     bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;
+    std::string hintFor(std::string_view line) const override;
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
