@@ -542,7 +542,7 @@ void Frontend::onAdopted(int id, const Forks::Child& child) {
                                    std::to_string(child.parent));
         return;
     }
-    if (Tracing::tracerOf(child.pid) != -1) forks.refuse(child, "the debugger could not attach");
+    if (ProcessTree::parentOf(child.pid) != 0) forks.refuse(child, "the debugger could not attach");
     client.release();
 }
 

@@ -380,7 +380,6 @@ TEST_F(VexTest, WhatTheTasksForkBecomesClients) {
     while (!says(first.next(), "| generations: 2")) {
     }
     vex->signal(SIGKILL);
-    killConsole();
     expectNothingLeft("");
     ::unlink(path.c_str());
 }
