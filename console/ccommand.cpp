@@ -145,6 +145,7 @@ void Console::printUseSend(Token& t) {
 }
 
 void Console::forwardText(Command::Type type, Turn& turn, const char* text) {
+    unanswered = true;
     if (machine.isToQuit()) return;
     // Running, with an empty store, before the clients can answer.
     machine.parseConsole(StateMachine::COMMON_CMD_EVENT);

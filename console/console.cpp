@@ -201,7 +201,7 @@ void Console::tellReport() const {
     const char* place = std::getenv("VEX_CONSOLE_REPORT");
     if (!place) return;
     const std::string text = std::to_string(refusals) + " " + std::to_string(mistakes) + " " +
-                             (complete || inputIsOver() ? "1" : "0") + "\n";
+                             (complete || (!unanswered && inputIsOver()) ? "1" : "0") + "\n";
     (void)!::write(std::atoi(place), text.data(), text.size());
 }
 
@@ -412,6 +412,7 @@ void Console::actOnReply() {
     const std::string& text = curReply.getRetInfo();
     switch (curReply.getRetValue()) {
     case Reply::FAILED:
+        unanswered = false;
         // That the last client has gone refuses nothing.
         if (curReply.getErrCode() != INFO_ALL_CLIENTS_BROKEN) ++refusals;
         // A command in flight is not in the queue of requests.
@@ -520,6 +521,7 @@ void Console::handleData() {
 void Console::handleReady(Turn& turn) {
     const bool lastCommand = isLuma && !isInteractive;
     if (curData.getConsoleID() == myId) {
+        unanswered = false;
         if (lastCommand) {
             machine.parseConsole(StateMachine::EXEC_OVER_EVENT);
         } else {

@@ -96,6 +96,8 @@ class Console {
     int toBcast = 0;
     /// The next ON reply prints the prompt, because the input thread waits at an old one.
     bool needToPrompt = false;
+    /// A client command has had neither its READY nor a refusal.
+    bool unanswered = false;
     /// The input thread has prompted and waits for a line.
     bool atPrompt = false;
 
