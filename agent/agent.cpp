@@ -1,6 +1,7 @@
 #include "agent/agent.h"
 
 #include "common/brokenconnection.h"
+#include "frontend/handshake.h"
 #include "frontend/identity.h"
 #include "frontend/processtree.h"
 #include "frontend/tracing.h"
@@ -88,23 +89,50 @@ void Agent::introduce() {
         return end(1);
     }
     link->start({[this](const AgentRecord& record) { onRecord(record); },
-                 [this] { end(0); },
+                 [this] { onClosed(); },
                  {},
                  [this] {
                      if (client) client->resume();
                  }});
     AgentHello hello;
-    hello.secret = where.secret;
+    hello.nonce = Rendezvous::newSecret();
     hello.rank = place.rank;
     hello.size = place.size;
     char name[HOST_NAME_MAX + 1] = "";
     ::gethostname(name, sizeof name - 1);
     hello.host = name;
     hello.pid = ::getpid();
-    link->send(hello.record());
+    greeting = hello.record();
+    link->send(greeting);
+    patience.expires_after(std::chrono::seconds(5));
+    patience.async_wait([weak = std::weak_ptr(link)](const asio::error_code& cancelled) {
+        const auto silent = weak.lock();
+        if (!cancelled && silent) silent->close();
+    });
+}
+
+// Nothing is done for anybody who has not shown to know the secret.
+void Agent::onChallenge(const AgentRecord& record) {
+    const AgentChallenge challenge = AgentChallenge::of(record);
+    if (!Handshake::equal(challenge.proof, Handshake::proof(Handshake::FRONT_END, where.secret,
+                                                            greeting.body, challenge.nonce)))
+        throw BrokenConnection();
+    patience.cancel();
+    trusted = true;
+    link->send({AgentRecord::PROOF,
+                Handshake::proof(Handshake::AGENT, where.secret, greeting.body, challenge.nonce)});
+}
+
+// Whoever was there, it was not the front end: somebody may have its port on another machine.
+void Agent::onClosed() {
+    if (trusted) return end(0);
+    patience.cancel();
+    problem = "who listens there is not the front end";
+    connect();
 }
 
 void Agent::onRecord(const AgentRecord& record) {
+    if (!trusted) return onChallenge(record);
     switch (record.type) {
     case AgentRecord::START:
         if (client) throw BrokenConnection();

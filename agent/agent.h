@@ -36,6 +36,8 @@ class Agent {
     std::size_t nextCandidate = 0;
     std::optional<AgentLink::Socket> socket;
     std::shared_ptr<AgentLink> link;
+    AgentRecord greeting; // what it said first
+    bool trusted = false; // the front end has proved to be the one
     std::unique_ptr<LocalClient> client;
     std::string problem; // with the address that was tried last
     int status = 0;
@@ -43,6 +45,8 @@ class Agent {
     void awaitSignals();
     void connect();
     void introduce();
+    void onChallenge(const AgentRecord& record);
+    void onClosed();
     void onRecord(const AgentRecord& record);
     void start(DebuggerStart start);
     void tellIdentity();

@@ -1,6 +1,7 @@
 #include "frontend/agentport.h"
 
 #include "common/brokenconnection.h"
+#include "frontend/handshake.h"
 
 #include <asio/ip/address.hpp>
 #include <asio/ip/v6_only.hpp>
@@ -20,9 +21,17 @@ constexpr auto silence = std::chrono::seconds(5);
 // Agents of the largest job that connect all at once, and some strangers.
 constexpr std::size_t mostPending = 4200;
 
+// The networks of this machine's own containers and virtual machines, which no other one reaches.
+bool isInternal(const std::string& interface) {
+    for (const char* prefix : {"docker", "br-", "virbr", "veth", "lxc", "cni", "podman"}) {
+        if (interface.starts_with(prefix)) return true;
+    }
+    return false;
+}
+
 // What other machines can reach this one by; its own loopback only when there is nothing else.
 std::vector<std::string> ownAddresses() {
-    std::vector<std::string> found;
+    std::vector<std::string> found, internal;
     ifaddrs* all = nullptr;
     if (::getifaddrs(&all) == -1) all = nullptr;
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, ::freeifaddrs);
@@ -31,16 +40,19 @@ std::vector<std::string> ownAddresses() {
             continue;
         if (each->ifa_addr->sa_family == AF_INET) {
             const auto* address = reinterpret_cast<const sockaddr_in*>(each->ifa_addr);
-            found.push_back(asio::ip::address_v4(ntohl(address->sin_addr.s_addr)).to_string());
+            (isInternal(each->ifa_name) ? internal : found)
+                .push_back(asio::ip::address_v4(ntohl(address->sin_addr.s_addr)).to_string());
         } else if (each->ifa_addr->sa_family == AF_INET6) {
             const auto* address = reinterpret_cast<const sockaddr_in6*>(each->ifa_addr);
             asio::ip::address_v6::bytes_type bytes;
             std::copy(std::begin(address->sin6_addr.s6_addr), std::end(address->sin6_addr.s6_addr),
                       bytes.begin());
             const asio::ip::address_v6 plain(bytes);
-            if (!plain.is_link_local()) found.push_back(plain.to_string());
+            if (!plain.is_link_local())
+                (isInternal(each->ifa_name) ? internal : found).push_back(plain.to_string());
         }
     }
+    found.insert(found.end(), internal.begin(), internal.end());
     if (found.empty()) found.push_back("127.0.0.1");
     return found;
 }
@@ -101,23 +113,37 @@ void AgentPort::take(AgentLink::Socket socket) {
     AgentLink* const key = link.get();
     const long user = link->peerUser();
     auto& waiting =
-        pending.emplace(key, Pending{link, asio::steady_timer(loop, silence)}).first->second;
+        pending.emplace(key, Pending{link, asio::steady_timer(loop, silence), {}}).first->second;
     waiting.patience.async_wait([link](const asio::error_code& fault) {
         if (!fault) link->close();
     });
-    link->start({[this, key](const AgentRecord& record) { onHello(key, record); },
+    link->start({[this, key](const AgentRecord& record) { onRecord(key, record); },
                  [this, key] { pending.erase(key); },
                  {},
                  {}});
     if (user != -1 && user != static_cast<long>(::geteuid())) link->close();
 }
 
-void AgentPort::onHello(AgentLink* from, const AgentRecord& record) {
-    const AgentHello hello = AgentHello::of(record);
-    if (!Rendezvous::equalSecrets(hello.secret, where.secret)) throw BrokenConnection();
+void AgentPort::onRecord(AgentLink* from, const AgentRecord& record) {
     const auto at = pending.find(from);
-    if (at == pending.end()) throw BrokenConnection(); // a second one
-    const auto link = at->second.link;
+    if (at == pending.end()) throw BrokenConnection(); // it came through and may not talk yet
+    Pending& waiting = at->second;
+    if (waiting.nonce.empty()) {
+        AgentHello::of(record);
+        waiting.hello = record;
+        waiting.nonce = Rendezvous::newSecret();
+        waiting.link->send(
+            AgentChallenge{waiting.nonce, Handshake::proof(Handshake::FRONT_END, where.secret,
+                                                           record.body, waiting.nonce)}
+                .record());
+        return;
+    }
+    const std::string proof =
+        Handshake::proof(Handshake::AGENT, where.secret, waiting.hello.body, waiting.nonce);
+    if (record.type != AgentRecord::PROOF || !Handshake::equal(record.body, proof))
+        throw BrokenConnection();
+    const AgentHello hello = AgentHello::of(waiting.hello);
+    const auto link = waiting.link;
     pending.erase(at);
     link->rely({[](const AgentRecord&) {}, [] {}, {}, {}}, AgentRecord::largest);
     arrived(hello, link);

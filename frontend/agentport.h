@@ -12,9 +12,9 @@
 #include <map>
 #include <memory>
 
-/// Where agents connect: a local socket for those of this machine, and TCP. Only a peer that knows
-/// the secret, and of the local socket one of the same user, comes through; any other is dropped,
-/// also one that says nothing for a few seconds. One thread.
+/// Where agents connect: a local socket for those of this machine, and TCP. Only a peer that proves
+/// to know the secret (Handshake), and of the local socket one of the same user, comes through; any
+/// other is dropped, also one that says nothing for a few seconds. One thread.
 class AgentPort {
   public:
     using Arrived = std::function<void(const AgentHello&, std::shared_ptr<AgentLink>)>;
@@ -32,6 +32,8 @@ class AgentPort {
     struct Pending {
         std::shared_ptr<AgentLink> link;
         asio::steady_timer patience;
+        AgentRecord hello;      // as it came; its body is empty before
+        std::string nonce = {}; // that it was challenged with
     };
     using Local = asio::local::stream_protocol;
     using Tcp = asio::ip::tcp;
@@ -48,5 +50,5 @@ class AgentPort {
     template <typename Acceptor>
     void accept(Acceptor& acceptor);
     void take(AgentLink::Socket socket);
-    void onHello(AgentLink* from, const AgentRecord& record);
+    void onRecord(AgentLink* from, const AgentRecord& record);
 };

@@ -54,7 +54,7 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
     Packer packer;
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
-    if (!(type >= HELLO && type <= IDENTITY) && !(type >= START && type <= WHO))
+    if (!(type >= HELLO && type <= PROOF) && !(type >= START && type <= CHALLENGE))
         throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};
 }
@@ -62,7 +62,7 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
 AgentRecord AgentHello::record() const {
     Packer packer;
     packer.packInt(protocol);
-    pack(packer, secret);
+    pack(packer, nonce);
     packer.packInt(rank);
     packer.packInt(size);
     pack(packer, host);
@@ -74,13 +74,29 @@ AgentHello AgentHello::of(const AgentRecord& record) {
     Packer packer = reader(record, AgentRecord::HELLO);
     AgentHello hello;
     hello.protocol = packer.unpackInt();
-    hello.secret = unpackText(packer);
+    hello.nonce = unpackText(packer);
     hello.rank = packer.unpackInt();
     hello.size = packer.unpackInt();
     hello.host = unpackWord(packer);
     hello.pid = packer.unpackInt();
     expectEnd(packer);
     return hello;
+}
+
+AgentRecord AgentChallenge::record() const {
+    Packer packer;
+    pack(packer, nonce);
+    pack(packer, proof);
+    return finished(AgentRecord::CHALLENGE, packer);
+}
+
+AgentChallenge AgentChallenge::of(const AgentRecord& record) {
+    Packer packer = reader(record, AgentRecord::CHALLENGE);
+    AgentChallenge challenge;
+    challenge.nonce = unpackText(packer);
+    challenge.proof = unpackText(packer);
+    expectEnd(packer);
+    return challenge;
 }
 
 AgentRecord AgentRecords::start(const DebuggerStart& start) {

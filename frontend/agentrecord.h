@@ -16,11 +16,13 @@ struct AgentRecord {
         PROMPT,
         ENDED,    // the debugger has ended; all its output has gone before
         IDENTITY, // the answer to WHO: one line
+        PROOF,    // the answer to CHALLENGE: that it knows the secret (Handshake)
         // From the front end.
         START = 101, // DebuggerStart
         TYPE,        // a line for the debugger
         INTERRUPT,
         WHO,
+        CHALLENGE, // the answer to HELLO: AgentChallenge
     };
 
     Type type = HELLO;
@@ -42,7 +44,8 @@ struct AgentHello {
     static constexpr int version = 1;
 
     int protocol = version;
-    std::string secret;
+    /// Chosen for this connection.
+    std::string nonce;
     /// -1: the launcher does not tell.
     int rank = -1;
     int size = -1;
@@ -51,6 +54,15 @@ struct AgentHello {
 
     AgentRecord record() const;
     static AgentHello of(const AgentRecord& record);
+};
+
+/// How the front end shows that it is the one, and asks the agent for the same.
+struct AgentChallenge {
+    std::string nonce;
+    std::string proof;
+
+    AgentRecord record() const;
+    static AgentChallenge of(const AgentRecord& record);
 };
 
 namespace AgentRecords {

@@ -117,14 +117,6 @@ Rendezvous Rendezvous::parse(std::istream& in) {
 
 std::string Rendezvous::newSecret() { return randomDigits(32); }
 
-bool Rendezvous::equalSecrets(const std::string& one, const std::string& other) {
-    if (one.size() != other.size()) return false;
-    volatile unsigned char difference = 0;
-    for (std::size_t i = 0; i < one.size(); ++i)
-        difference = static_cast<unsigned char>(difference | (one[i] ^ other[i]));
-    return difference == 0;
-}
-
 RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content) {
     // The settings directory above it is as private.
     for (const fs::path& each : {folder.parent_path(), folder}) {

@@ -26,8 +26,6 @@ struct Rendezvous {
 
     /// A secret of 256 random bits, printable.
     static std::string newSecret();
-    /// Compares in a time that does not tell where they differ.
-    static bool equalSecrets(const std::string& one, const std::string& other);
 };
 
 /// The file that tells it to agents: private to its user, in a directory that all hosts of a job

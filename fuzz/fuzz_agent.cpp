@@ -14,6 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             const AgentRecord record = AgentRecord::unpack(*body);
             if (record.type == AgentRecord::HELLO)
                 assert(AgentHello::of(record).record().body == record.body);
+            if (record.type == AgentRecord::CHALLENGE)
+                assert(AgentChallenge::of(record).record().body == record.body);
             if (record.type == AgentRecord::START)
                 assert(AgentRecords::start(AgentRecords::startOf(record)).body == record.body);
         }

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
         seed("split", std::string(" ,:") + '\0' + line);
     }
     AgentHello hello;
-    hello.secret = "secret";
+    hello.nonce = "nonce";
     hello.host = "node1";
     seed("agent", hello.record().frame() + AgentRecord{AgentRecord::OUTPUT, "x\n"}.frame());
     DebuggerStart start;

@@ -136,7 +136,7 @@ sourceFiles() {
     (cd "$top" && find ./* -path "./build*" -prune -o -name '*.cpp' -print -o -name '*.h' -print | sort)
 }
 
-packagesToBuild=(g++ cmake ninja-build libasio-dev libcli11-dev)
+packagesToBuild=(g++ cmake ninja-build libasio-dev libcli11-dev libssl-dev)
 packagesToRun=(gdb ncurses-bin)
 packagesToTest=(libgtest-dev libc-bin openmpi-bin libopenmpi-dev mpich libmpich-dev)
 packagesForChecks=(clang clang-format libclang-rt-14-dev libbenchmark-dev)

@@ -1,4 +1,5 @@
 #include "frontend/agentrecord.h"
+#include "frontend/handshake.h"
 #include "frontend/rendezvous.h"
 #include "tests/support/vextest.h"
 
@@ -160,13 +161,20 @@ class Stranger {
         ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
     }
+    // Introduces itself as an agent does.
     void hello(const std::string& secret, int rank, int size) const {
         AgentHello hello;
-        hello.secret = secret;
+        hello.nonce = "once";
         hello.rank = rank;
         hello.size = size;
         hello.host = "elsewhere";
         send(hello.record().frame());
+        const auto challenge = AgentChallenge::of(AgentRecord::unpack(receive(receiveLength())));
+        const auto proof = [&](Handshake::Side side) {
+            return Handshake::proof(side, secret, hello.record().body, challenge.nonce);
+        };
+        EXPECT_EQ(challenge.proof == proof(Handshake::FRONT_END), size > 0);
+        send(AgentRecord{AgentRecord::PROOF, proof(Handshake::AGENT)}.frame());
     }
     // Whether the other side hangs up, after whatever it had to say.
     bool dropped() const {
@@ -184,6 +192,18 @@ class Stranger {
 
   private:
     const int fd;
+
+    std::string receive(std::size_t size) const {
+        std::string bytes(size, '\0');
+        EXPECT_EQ(::recv(fd, bytes.data(), size, MSG_WAITALL), static_cast<ssize_t>(size));
+        return bytes;
+    }
+    std::size_t receiveLength() const {
+        std::size_t length = 0;
+        for (const char byte : receive(4))
+            length = length << 8 | static_cast<unsigned char>(byte);
+        return length;
+    }
 };
 
 TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
@@ -197,7 +217,7 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
 
     const Stranger silent(where.port), huge(where.port), wrong(where.port), lying(where.port);
     huge.send(std::string("\x00\x10\x00\x00", 4));
-    wrong.hello(std::string(where.secret.size(), 'f'), 0, 2);
+    wrong.hello(std::string(where.secret.size(), 'f'), 0, -1);
     lying.send(std::string("\0\0\0\x08\0\0\0\x01\0\0\0\x01", 12));
     EXPECT_TRUE(huge.dropped());
     EXPECT_TRUE(wrong.dropped());
@@ -234,6 +254,37 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     killConsole();
     EXPECT_EQ(vex->exitStatus(), 0);
     expectNothingLeft(path);
+}
+
+// Somebody else may have got the front end's port, on another machine that has its address.
+TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(::listen(listener, 1), 0);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    const std::string rendezvous = folder.write(
+        "rendezvous", "address 127.0.0.1\nport " + std::to_string(ntohs(address.sin_port)) +
+                          "\nsecret S\nrank 0\nsize 1\nend .\n");
+    Terminal::Start what;
+    what.argv = {program("vexagent"), "--rendezvous", rendezvous};
+    Terminal agent(what);
+    const int peer = ::accept(listener, nullptr, nullptr);
+    DebuggerStart start;
+    start.argv = {"/bin/touch", folder.path("obeyed")};
+    start.prompt = start.terminal = start.inputTerminal = "x";
+    const std::string lies = AgentChallenge{"n", std::string(32, 'x')}.record().frame() +
+                             AgentRecords::start(start).frame();
+    EXPECT_EQ(::send(peer, lies.data(), lies.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(lies.size()));
+    agent.until("who listens there is not the front end");
+    EXPECT_EQ(agent.exitStatus(), 1);
+    EXPECT_FALSE(std::filesystem::exists(folder.path("obeyed")));
+    ::close(peer);
+    ::close(listener);
 }
 
 TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {

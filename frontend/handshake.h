@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+/// How a front end and an agent show each other that they know the secret of a launch without
+/// sending it: each a keyed hash of what the two have said, HMAC-SHA-256 (RFC 2104, RFC 6234).
+namespace Handshake {
+
+enum Side { FRONT_END, AGENT };
+
+/// What one side sends as its proof, in 32 bytes: the agent's hello as it was sent, and the front
+/// end's nonce, both of which are made anew for each connection.
+std::string proof(Side side, const std::string& secret, const std::string& hello,
+                  const std::string& nonce);
+/// Compares in a time that does not tell where they differ.
+bool equal(const std::string& one, const std::string& other);
+
+} // namespace Handshake
