@@ -1,6 +1,7 @@
 #include "agent/agent.h"
 
 #include "common/brokenconnection.h"
+#include "frontend/executables.h"
 #include "frontend/handshake.h"
 #include "frontend/identity.h"
 #include "frontend/processtree.h"
@@ -160,6 +161,7 @@ void Agent::start(DebuggerStart start) {
     try {
         if (!Tracing::works())
             throw std::runtime_error("tracing processes (ptrace) is refused there");
+        start.argv.at(0) = Executables::debugger(start.argv.at(0));
         client = std::make_unique<LocalClient>(
             loop,
             Client::Handler{[this](std::string_view text) {

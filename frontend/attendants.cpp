@@ -74,7 +74,7 @@ void Attendants::act(int id, const std::string& text) {
         const std::string answer = handle.left(id == 0, text == "left" ? LEFT : HUNG_UP);
         if (!answer.empty()) line.channel.say(answer);
     } else if (text == "give up") {
-        handle.giveUp();
+        if (id == 0) handle.giveUp();
     } else if (text.starts_with("end ")) {
         handle.end(std::atoi(text.c_str() + 4));
     } else if (text == "facts") {

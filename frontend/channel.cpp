@@ -47,8 +47,13 @@ std::pair<Channel, Channel> Channel::pair() {
 std::optional<Channel> Channel::to(const std::string& name) {
     const Address address(name);
     Descriptor socket(::socket(AF_UNIX, kind, 0));
-    if (::connect(socket.get(), address.get(), address.size) == -1 || !isFriend(socket, false))
-        return std::nullopt;
+    int tries = 100;
+    // Full when many come at once.
+    while (::connect(socket.get(), address.get(), address.size) == -1) {
+        if (errno != EAGAIN || --tries == 0) return std::nullopt;
+        ::usleep(10000);
+    }
+    if (!isFriend(socket, false)) return std::nullopt;
     return Channel(std::move(socket));
 }
 

@@ -20,6 +20,17 @@ namespace {
     throw std::system_error(reason, std::generic_category(), what);
 }
 
+int deathSignal(ChildProcess::Start::Orphan orphan) {
+    switch (orphan) {
+    case ChildProcess::Start::INTERRUPTED:
+        return SIGINT;
+    case ChildProcess::Start::TERMINATED:
+        return SIGTERM;
+    default:
+        return SIGKILL;
+    }
+}
+
 // Runs in the child and returns only when something failed, errno set.
 void become(char* const* argv, char* const* environment, const ChildProcess::Start& what,
             pid_t parent) {
@@ -41,7 +52,7 @@ void become(char* const* argv, char* const* environment, const ChildProcess::Sta
     if (piped || what.terminal != -1) {
         // The terminal's hang-up reaches the debugger when the front end is gone; this also reaches
         // one that has stopped listening.
-        if (::prctl(PR_SET_PDEATHSIG, interrupted ? SIGINT : SIGKILL) == -1) return;
+        if (::prctl(PR_SET_PDEATHSIG, deathSignal(what.orphan)) == -1) return;
         if (interrupted) std::signal(SIGHUP, SIG_IGN);
         if (::getppid() != parent) ::_exit(1);
         if (::setsid() == -1) return;

@@ -18,8 +18,9 @@ class ChildProcess {
         /// this process.
         int terminal = -1;
         /// What happens to one with a terminal of its own when this process ends. INTERRUPTED: it
-        /// gets SIGINT, and no SIGHUP from the terminal; the end of its input tells it.
-        enum Orphan { KILLED, INTERRUPTED } orphan = KILLED;
+        /// gets SIGINT, and no SIGHUP from the terminal; the end of its input tells it. TERMINATED:
+        /// it gets SIGTERM.
+        enum Orphan { KILLED, INTERRUPTED, TERMINATED } orphan = KILLED;
         /// In a session of its own without a terminal: its standard input and its outputs; -1: as
         /// those of this process.
         int input = -1;

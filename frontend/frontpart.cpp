@@ -24,6 +24,7 @@ FrontPart::FrontPart(Start what, Channel end)
       stream(loop, line.fd()),
       signals(loop, SIGCHLD, SIGTERM, SIGUSR1),
       timer(loop),
+      lastResort(loop),
       guarded(start.guardian != -1) {
     // Who started this with SIGHUP ignored wants it to go on without the terminal.
     struct sigaction found {};
@@ -99,16 +100,25 @@ void FrontPart::onSignal(int number) {
         onChild();
         break;
     case SIGUSR1:
-        line.say("give up");
-        break;
-    case SIGTERM:
-        signalled = number;
+        // The start is given up by the one whose start it is.
         if (guarded) {
-            line.say("end " + std::to_string(128 + number));
+            line.say("give up");
         } else {
             console.signal(SIGTERM);
             endConsole(1);
         }
+        break;
+    case SIGTERM:
+        if (guarded && signalled == 0) {
+            line.say("end " + std::to_string(128 + number));
+            insist();
+        } else if (guarded) {
+            ::kill(start.guardian, SIGQUIT);
+        } else {
+            console.signal(SIGTERM);
+            endConsole(1);
+        }
+        signalled = number;
         break;
     default: // The terminal is gone.
         signalled = number;
@@ -193,12 +203,20 @@ void FrontPart::endConsole(int patience) {
     });
 }
 
+// A session that does not end, stopped by somebody, say, is ended by its guardian.
+void FrontPart::insist() {
+    lastResort.expires_after(std::chrono::seconds(15));
+    lastResort.async_wait([this](const asio::error_code& fault) {
+        if (!fault && guarded) ::kill(start.guardian, SIGQUIT);
+    });
+}
+
 void FrontPart::finishIfOver() {
     if (connected || guarded || console.running()) return;
     const std::string name = "session " + std::to_string(start.session);
     if (start.guardian == -1)
         say(name + " has ended");
     else if (status == 128 + SIGKILL && signalled == 0)
-        say(name + " was killed");
+        say(name + " was killed, and what it had started has ended");
     loop.stop();
 }

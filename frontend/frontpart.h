@@ -48,6 +48,7 @@ class FrontPart {
     asio::posix::stream_descriptor stream;
     asio::signal_set signals;
     asio::steady_timer timer;
+    asio::steady_timer lastResort; // patience with a session that is to end
     ConsoleProcess console;
     Descriptor report; // of a script's console; see VEX_CONSOLE_REPORT in vex(5)
     int status = 0;
@@ -63,6 +64,7 @@ class FrontPart {
     void waitToHear();
     void onText(const std::string& text);
     void endConsole(int patience);
+    void insist();
     void finishIfOver();
     void say(const std::string& sentence) const;
     void startConsole();

@@ -54,13 +54,13 @@ void letGoOf(const std::vector<Target>& targets) {
 
 } // namespace
 
-int Guardian::run(Session& session, Channel line, const std::vector<Target>& targets,
+int Guardian::run(Session& session, Channel line, const std::vector<Target>& targets, bool launched,
                   const std::function<int(Session& session, Channel line)>& serve) {
     ::setsid();
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     sigset_t heard, before;
     ::sigemptyset(&heard);
-    for (const int number : {SIGCHLD, SIGTERM, SIGINT})
+    for (const int number : {SIGCHLD, SIGTERM, SIGINT, SIGQUIT})
         ::sigaddset(&heard, number);
     ::sigprocmask(SIG_BLOCK, &heard, &before);
     std::signal(SIGHUP, SIG_IGN);
@@ -83,13 +83,14 @@ int Guardian::run(Session& session, Channel line, const std::vector<Target>& tar
         int number = 0;
         ::sigwait(&heard, &number);
         if (number != SIGCHLD) {
-            ::kill(child, SIGTERM);
+            ::kill(child, number == SIGQUIT ? SIGKILL : SIGTERM);
             continue;
         }
         // The session's own children come here only when it has ended.
         if (::waitpid(child, &status, WNOHANG) == child) break;
     }
     letGoOf(targets);
+    if (launched) nothingLeftWithin(patience);
     ProcessTree::killDescendants(::getpid(), -1);
     reapAll();
     RendezvousFile::removeOf(child);

@@ -70,6 +70,7 @@ void LaunchedJob::launch(std::vector<std::string> argv, const std::string& input
         launchers.push_back(std::make_unique<Launcher>(
             loop, argv, input,
             Launcher::Handler{[this, prefix](const std::string& line) {
+                                  spoke = true;
                                   if (!over) handle.said(prefix + line);
                               },
                               [this, number](const std::string& how) { onEnded(number, how); }}));
@@ -137,7 +138,8 @@ void LaunchedJob::collect() {
 
 void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
     const bool there = perHost() ? present[number] : size() > 0 && arrivals == size();
-    if (over || there) return;
+    if (over) return;
+    if (there) return handle.said("(" + how + "; tasks that end with it are removed)");
     if (perHost())
         return fail(plan.launcher[0] + " for host " + plan.hosts[number] + " " + how +
                     " before its task was there. Does this work: " + joined(plan.launcher) + " " +
@@ -145,7 +147,9 @@ void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
     fail("the launcher " + how + " before all tasks were there (" +
          (size() == 0 ? std::string("none was")
                       : std::to_string(arrivals) + " of " + std::to_string(size())) +
-         "). Does this work: " + joined(plan.launcher) + " " + plan.agent + " --version");
+         "). " +
+         (spoke ? "What it said stands above; options of its own go into --launch."
+                : "Does this work: " + joined(plan.launcher) + " " + plan.agent + " --version"));
 }
 
 bool LaunchedJob::running() const {

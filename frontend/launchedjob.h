@@ -67,7 +67,8 @@ class LaunchedJob {
     std::vector<std::unique_ptr<Launcher>> launchers;
     std::vector<bool> present;
     int arrivals = 0;
-    bool over = false; // stopped, or failed
+    bool spoke = false; // a launcher has printed something
+    bool over = false;  // stopped, or failed
 
     bool perHost() const { return !plan.hosts.empty(); }
     void startNext();

@@ -48,6 +48,8 @@ Launcher::Launcher(asio::io_context& loop, const std::vector<std::string>& argv,
     what.argv = argv;
     what.input = toIt.out.get();
     what.output = fromIt.in.get();
+    // It has files of its own to remove.
+    what.orphan = ChildProcess::Start::TERMINATED;
     process.start(what);
     output.assign(fromIt.out.release());
     waitToRead();

@@ -71,10 +71,21 @@ void prepareLaunch(Options& options) {
     options.tasks = 0;
 }
 
+// A launched one may be on the machines of its tasks only.
+void findProgram(Options& options) {
+    std::string& program = options.program[0];
+    try {
+        program = Executables::program(program);
+    } catch (const std::runtime_error& error) {
+        if (!options.launches() || program.find('/') == std::string::npos) throw;
+        std::fprintf(stderr, "vex: on this machine: %s\n", error.what());
+    }
+}
+
 // What the session needs, looked for before it is started: its user is told on the terminal.
 void prepare(Options& options) {
     const bool attaches = options.attaches();
-    if (!attaches) options.program[0] = Executables::program(options.program[0]);
+    if (!attaches) findProgram(options);
     // A launched one is looked for in PATH where it is started.
     if (!options.launches()) options.debugger = Executables::debugger(options.debugger);
     if (attaches)
@@ -109,7 +120,7 @@ int start(Options options) {
         throw std::system_error(errno, std::generic_category(), "cannot start the session");
     if (guardian == 0) {
         ours.close();
-        return Guardian::run(session, std::move(theirs), options.targets,
+        return Guardian::run(session, std::move(theirs), options.targets, options.launches(),
                              [&options](Session& claimed, Channel line) {
                                  return serve(options, claimed, std::move(line));
                              });

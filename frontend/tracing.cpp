@@ -68,6 +68,7 @@ std::string Tracing::refusal(pid_t pid, const Facts& facts) {
     if (facts.processOf > 0)
         return start + "it is a thread of process " + std::to_string(facts.processOf) +
                "; name that one.";
+    if (facts.owner == "root") return start + "it belongs to root, as which vex does not run.";
     if (!facts.owner.empty())
         return start + "it belongs to " + facts.owner + ". Run vex as " + facts.owner + ".";
     if (facts.tracer > 0)

@@ -299,7 +299,7 @@ TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
         {{"--launch", "nosuchlauncher -np 4"}, {"cannot find the launcher 'nosuchlauncher'"}},
         {{"--launch", shouting + " -np 4"},
          {"vex: launcher: no slots for you", "the launcher ended with status 3",
-          "Does this work: " + shouting + " -np 4 "}},
+          "What it said stands above; options of its own go into --launch."}},
         {{"--launch", shouting, "--hosts", hosts},
          {"launcher: node1: no slots for you", "for host node1 ended with status 3"}},
         {{"--launch", "env"}, {"does not tell its tasks their ranks"}},
@@ -307,7 +307,8 @@ TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
         {{"--launch", fakeSsh()}, {"ssh needs the hosts of the tasks: --hosts FILE"}},
         {{"--launch", "env", "--hosts", folder.path("none")}, {"cannot read the host file"}},
         {{"--debugger", "nosuchdebugger", "--launch", "env PMI_RANK=0 PMI_SIZE=1"},
-         {"vex: 0 | cannot start the debugger: nosuchdebugger", "no debugger is left"}},
+         {"vex: 0 | cannot start the debugger: cannot find the debugger 'nosuchdebugger'. Install",
+          "no debugger is left"}},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.texts[0]);

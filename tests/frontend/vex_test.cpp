@@ -493,7 +493,7 @@ TEST_F(VexTest, SaysWhatIsWrongAndWhatToDo) {
         {{"--attach", number, "-n", "2"}, "excludes"},
         {{"--attach", number + ",x"}, "x"},
         {{"--attach", "4194304"}, "there is no such process"},
-        {{"--attach", "1"}, "it belongs to root. Run vex as root."},
+        {{"--attach", "1"}, "it belongs to root, as which vex does not run."},
         {{"--attach-config", "/nosuch"}, "/nosuch"},
     };
     for (const auto& each : cases) {
