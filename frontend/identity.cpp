@@ -1,11 +1,11 @@
 #include "frontend/identity.h"
 
+#include "frontend/processtree.h"
 #include "frontend/tracing.h"
 
 #include <climits>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string_view>
@@ -14,15 +14,9 @@
 
 namespace {
 
-std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // The launchers' own variables first: a job under one of them may itself run under a session.
 std::string rankOf(pid_t pid) {
-    const std::string environment =
-        std::string(1, '\0') + contents("/proc/" + std::to_string(pid) + "/environ");
+    const std::string environment = std::string(1, '\0') + ProcessTree::fileOf(pid, "environ");
     for (const char* name :
          {"OMPI_COMM_WORLD_RANK", "PMIX_RANK", "PMI_RANK", "SLURM_PROCID", "VEX_TASK"}) {
         const std::string key = std::string(1, '\0') + name + "=";
@@ -35,8 +29,7 @@ std::string rankOf(pid_t pid) {
 }
 
 std::vector<pid_t> childrenOf(pid_t pid) {
-    const std::string id = std::to_string(pid);
-    std::istringstream text(contents("/proc/" + id + "/task/" + id + "/children"));
+    std::istringstream text(ProcessTree::fileOf(pid, "task/" + std::to_string(pid) + "/children"));
     return {std::istream_iterator<pid_t>(text), {}};
 }
 

@@ -6,18 +6,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-std::string contents(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // All process ids, as /proc lists them at this moment.
 std::vector<pid_t> everyone() {
@@ -36,7 +30,7 @@ std::vector<pid_t> everyone() {
 // A field of /proc/PID/stat, counted as proc(5) does, from the third on; the second, a name in
 // brackets, may hold anything. Empty: it is gone, or dead and not reaped.
 std::string statField(pid_t id, int number) {
-    const std::string stat = contents("/proc/" + std::to_string(id) + "/stat");
+    const std::string stat = ProcessTree::fileOf(id, "stat");
     const std::size_t bracket = stat.rfind(')');
     if (bracket == std::string::npos) return "";
     std::istringstream fields(stat.substr(bracket + 1));
@@ -49,6 +43,14 @@ std::string statField(pid_t id, int number) {
 }
 
 } // namespace
+
+std::string ProcessTree::fileOf(pid_t id, const std::string& name) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/" + name, std::ios::binary);
+    std::ostringstream text;
+    // Inserting stops where the process vanishes; iterators over the buffer would throw.
+    text << file.rdbuf();
+    return text.str();
+}
 
 pid_t ProcessTree::parentOf(pid_t id) { return std::atoi(statField(id, 4).c_str()); }
 
@@ -84,12 +86,12 @@ std::vector<pid_t> ProcessTree::children(pid_t parent) {
 }
 
 std::string ProcessTree::nameOf(pid_t id) {
-    const std::string text = contents("/proc/" + std::to_string(id) + "/comm");
+    const std::string text = fileOf(id, "comm");
     return text.substr(0, text.find('\n'));
 }
 
 std::optional<std::string> ProcessTree::variable(pid_t id, const std::string& name) {
-    std::istringstream all(contents("/proc/" + std::to_string(id) + "/environ"));
+    std::istringstream all(fileOf(id, "environ"));
     for (std::string entry; std::getline(all, entry, '\0');) {
         if (entry.starts_with(name + "=")) return entry.substr(name.size() + 1);
     }

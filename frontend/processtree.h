@@ -10,6 +10,9 @@
 /// reaper, see PR_SET_CHILD_SUBREAPER in prctl(2).
 namespace ProcessTree {
 
+/// A file of /proc/PID as it stands; empty when the process is gone, or does not show it.
+std::string fileOf(pid_t id, const std::string& name);
+
 /// The descendants of a process, the deepest first, without itself and without those of `except`.
 std::vector<pid_t> descendants(pid_t root, pid_t except);
 /// The living children of a process.

@@ -131,9 +131,7 @@ TEST_F(LaunchTest, HostsOfAFile) {
     EXPECT_EQ(folder.read("hosts.log"), "node1\nnode1\nnode2\n");
     // The secret is in no command line.
     for (pid_t id : living()) {
-        std::ifstream file("/proc/" + std::to_string(id) + "/cmdline");
-        const std::string words{std::istreambuf_iterator<char>(file), {}};
-        EXPECT_EQ(words.find("secret"), std::string::npos);
+        EXPECT_EQ(Processes::content(id, "cmdline").find("secret"), std::string::npos);
     }
     vex->signal(SIGTERM);
     EXPECT_TRUE(console.closed());

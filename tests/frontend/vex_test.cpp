@@ -45,7 +45,7 @@ TEST_F(VexTest, ASessionWithRealDebuggers) {
     EXPECT_EQ(end, (Lines{"REPLY 5 0", "REPLY 5 1", "REPLY 5 2", "REPLY -1 803"}));
     EXPECT_TRUE(console.closed());
     killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0);
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
     expectNothingLeft(path);
 }
 
@@ -197,7 +197,7 @@ TEST_F(VexTest, TheLastConsoleDoesNotEndTheSessionOfAnother) {
     first.send(Command::QUIT, "all");
     EXPECT_TRUE(first.closed());
     killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0);
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
     expectNothingLeft(path);
 }
 
@@ -353,7 +353,7 @@ TEST_F(VexTest, ASessionWithLldb) {
     EXPECT_EQ(console.finish(), (Lines{"REPLY 5 1", "READY"}));
     console.send(Command::QUIT, "all");
     killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0);
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
     expectNothingLeft(path);
 }
 
@@ -400,7 +400,7 @@ TEST_F(VexTest, WhatAnAttachedTaskHasForkedRunsOn) {
     EXPECT_GT(Tracing::tracerOf(children[0]), 0);
     second.send(Command::QUIT, "all");
     killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0);
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
     for (pid_t each : {task.pid(), children[0]}) {
         EXPECT_TRUE(Processes::lives(each));
         EXPECT_EQ(Tracing::tracerOf(each), 0);
@@ -442,7 +442,7 @@ TEST_F(VexTest, AttachesToTheTasksOfAnMpiJob) {
         console.command("print lost = 0");
         console.send(Command::QUIT, "all");
         killConsole();
-        EXPECT_EQ(vex->exitStatus(), 0);
+        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
         // Released, they come to their end.
         EXPECT_EQ(job.exitStatus(), 0);
     }
@@ -503,7 +503,7 @@ TEST_F(VexTest, SaysWhatIsWrongAndWhatToDo) {
                                                                        << vex->screen();
     }
     launch({"--version"});
-    EXPECT_EQ(vex->exitStatus(), 0);
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
     EXPECT_EQ(vex->screen(), "vex " VEX_VERSION "\n");
 }
 

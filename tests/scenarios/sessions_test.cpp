@@ -96,14 +96,7 @@ class Sessions : public testing::Test {
         return "";
     }
     std::vector<pid_t> living() const {
-        std::vector<pid_t> found;
-        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-            std::ifstream file(entry.path() / "environ", std::ios::binary);
-            const std::string all{std::istreambuf_iterator<char>(file), {}};
-            if (all.find("VEX_SESSIONS_TEST=" + home.path()) != std::string::npos)
-                found.push_back(std::atoi(entry.path().filename().c_str()));
-        }
-        return found;
+        return Processes::startedWith("VEX_SESSIONS_TEST=" + home.path());
     }
     void expectNothingLeft() const {
         const Deadline deadline;

@@ -5,14 +5,17 @@
 #include <fstream>
 #include <sstream>
 
-namespace {
-
-std::string content(pid_t pid, const char* file) {
+std::string Processes::content(pid_t pid, const char* file) {
     std::ifstream stream("/proc/" + std::to_string(pid) + "/" + file, std::ios::binary);
     std::ostringstream text;
+    // Inserting stops where the process vanishes; iterators over the buffer would throw.
     text << stream.rdbuf();
     return text.str();
 }
+
+using Processes::content;
+
+namespace {
 
 struct Stat {
     char state = 'X';
@@ -39,6 +42,16 @@ std::vector<pid_t> Processes::descendants(pid_t ancestor) {
         while (at > 1 && (at == pid || at != ancestor))
             at = statOf(at).parent;
         if (pid > 0 && at == ancestor) found.push_back(pid);
+    }
+    return found;
+}
+
+std::vector<pid_t> Processes::startedWith(const std::string& entry) {
+    std::vector<pid_t> found;
+    for (const auto& each : std::filesystem::directory_iterator("/proc")) {
+        const pid_t pid = std::atoi(each.path().filename().c_str());
+        if (pid > 0 && content(pid, "environ").find(entry + '\0') != std::string::npos)
+            found.push_back(pid);
     }
     return found;
 }

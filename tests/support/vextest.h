@@ -210,22 +210,10 @@ class VexTest : public testing::Test {
         return status.st_ctim.tv_sec * 1000000000LL + status.st_ctim.tv_nsec;
     }
     // The living processes that descend from this test's vex, itself included.
-    std::vector<pid_t> living() const {
-        std::vector<pid_t> found;
-        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-            std::ifstream file(entry.path() / "environ", std::ios::binary);
-            const std::string all{std::istreambuf_iterator<char>(file), {}};
-            if (all.find(mark) != std::string::npos)
-                found.push_back(std::atoi(entry.path().filename().c_str()));
-        }
-        return found;
-    }
+    std::vector<pid_t> living() const { return Processes::startedWith(mark); }
     pid_t consolePid() const {
         for (pid_t id : living()) {
-            std::ifstream file("/proc/" + std::to_string(id) + "/comm");
-            std::string name;
-            std::getline(file, name);
-            if (name == "sleep") return id;
+            if (Processes::name(id) == "sleep") return id;
         }
         return -1;
     }
