@@ -375,7 +375,8 @@ TEST_F(VexTest, WhatTheTasksForkBecomesClients) {
     const auto says = [](const Lines& lines, const std::string& end) {
         return std::ranges::any_of(lines, [&end](const auto& each) { return each.ends_with(end); });
     };
-    EXPECT_TRUE(says(third.command("continue", "4"), "exited with code 01]"));
+    const Lines last = third.command("continue", "4");
+    EXPECT_TRUE(says(last, "exited with code 01]")) << testing::PrintToString(last);
     EXPECT_TRUE(says(second.finish(), "exited with code 02]"));
     while (!says(first.next(), "| generations: 2")) {
     }
