@@ -62,6 +62,12 @@ class Peer {
             const Lines some = next(pieces);
             const bool ready = some == Lines{"READY"};
             if (!ready && !(some.size() == 1 && some[0].starts_with("REPLY"))) continue;
+            // Not all have stopped within a second; a debugger on a busy machine may have dropped
+            // the interrupt. A user tries again.
+            if (some == Lines{"REPLY 0 0"}) {
+                send(Command::INTERRUPT, "all");
+                continue;
+            }
             others.push_back(some[0]);
             if (!ready && !some[0].starts_with("REPLY -1")) continue;
             pieces.merge();
