@@ -310,8 +310,7 @@ TEST_F(VexTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
         each.end();
         ::kill(sleeper, SIGKILL);
         vex->exitStatus();
-        expectNothingLeft("");
-        ::unlink(path.c_str());
+        expectNothingLeft(path);
         for (const Walker& walker : walkers)
             EXPECT_TRUE(walker.walks());
         console.reset();
@@ -381,8 +380,7 @@ TEST_F(VexTest, WhatTheTasksForkBecomesClients) {
     while (!says(first.next(), "| generations: 2")) {
     }
     vex->signal(SIGKILL);
-    expectNothingLeft("");
-    ::unlink(path.c_str());
+    expectNothingLeft(path);
 }
 
 TEST_F(VexTest, WhatAnAttachedTaskHasForkedRunsOn) {
