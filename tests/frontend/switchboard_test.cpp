@@ -23,50 +23,66 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
         board.consoleJoined(2);
     }
 
-    // What happened since the last call; of the typing, only whether there was any.
+    // What happened since the last look, which most of what follows is as well.
     Events happened() { return std::exchange(log, {}); }
 
-    void send(int console, Command::Type type, const std::string& group,
-              const std::string& text = "") {
+    Events send(int console, Command::Type type, const std::string& group,
+                const std::string& content, int length = -1) {
         Command command;
-        command.init(console, group, type, text.c_str(),
-                     type == Command::INTERRUPT || type == Command::QUIT ? 0 : -1);
+        command.init(console, group, type, content.c_str(), length);
         board.command(console, command, now);
+        return happened();
     }
-    void group(int console, GroupCommand::Type type, const std::string& base,
-               const ClientSet& ids = {}) {
+    Events types(int console, const std::string& group, const std::string& line) {
+        return send(console, Command::CLIENT, group, line);
+    }
+    Events replies(const std::string& text) { return send(1, Command::PROMPT, "all", text); }
+    Events interrupts(const std::string& group, int console = 1) {
+        return send(console, Command::INTERRUPT, group, "", 0);
+    }
+    Events on(int console, const std::string& group, const std::string& from = "all") {
+        return send(console, Command::ON, from, group);
+    }
+    Events group(int console, GroupCommand::Type type, const std::string& base,
+                 const ClientSet& ids = {}) {
         GroupCommand operation;
         operation.setOpType(type);
         operation.setBase(base);
         if (!ids.empty()) operation.addOperands(ids);
         int length = 0;
         const auto body = operation.pack(&length);
-        Command command;
-        command.init(console, "all", Command::GROUP, body.get(), length);
-        board.command(console, command, now);
+        return send(console, Command::GROUP, "all", {body.get(), static_cast<std::size_t>(length)},
+                    length);
     }
-    void filtered(int console) { group(console, GroupCommand::ASSIGN, "FILTERED", {0}); }
+    Events filtered() { return group(1, GroupCommand::ASSIGN, "FILTERED", {0}); }
     void prints(const ClientSet& ids, const std::string& text) {
         for (int id : ids)
             board.output(id, text, now);
     }
-    void prompts(const ClientSet& ids) {
+    Events prompts(const ClientSet& ids) {
         for (int id : ids)
             board.prompted(id, now);
+        return happened();
     }
-    void pass(std::chrono::milliseconds time) {
+    Events answers(const ClientSet& ids, const std::string& text) {
+        prints(ids, text);
+        return prompts(ids);
+    }
+    Events dies(int client) {
+        board.clientGone(client, now);
+        return happened();
+    }
+    Events pass(std::chrono::milliseconds time) {
         const auto end = now + time;
         while (board.deadline() && *board.deadline() <= end) {
             now = std::max(now, *board.deadline());
             board.tick(now);
         }
         now = end;
+        return happened();
     }
-    // A command of console 1 to a group, with what it does by itself.
-    void running(const std::string& name = "all") {
-        send(1, Command::CLIENT, name, "continue");
-        log.clear();
-    }
+    // A command of console 1 to a group.
+    void running(const std::string& name = "all") { types(1, name, "continue"); }
 
   private:
     void toConsole(int console, const Reply& reply) override {
@@ -106,30 +122,26 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
 
 TEST_F(SwitchboardTest, ACommandGoesToTheGroupAndItsAnswersComeBackMerged) {
     group(1, GroupCommand::ASSIGN, "odd", {1, 3});
-    happened();
-    send(1, Command::CLIENT, "odd", "print 1");
-    EXPECT_EQ(happened(), (Events{"type 1 print 1", "type 3 print 1"}));
-    prints({1, 3}, "$1 = 1\n");
-    prints({3}, "and more");
-    prompts({1});
-    EXPECT_EQ(happened(), Events());
-    prompts({3});
-    EXPECT_EQ(happened(), (Events{"1 0@1 3 $1 = 1", "1 1@3 and more", "1 READY 1"}));
-    filtered(1);
-    EXPECT_EQ(happened(), Events{"1 SUCCESS"});
+    for (int round = 0; round < 2; ++round) { // line numbers begin anew
+        EXPECT_EQ(types(1, "odd", "print 1"), (Events{"type 1 print 1", "type 3 print 1"}));
+        prints({1, 3}, "$1 = 1\n");
+        prints({3}, "and more");
+        EXPECT_EQ(prompts({1}), Events());
+        EXPECT_EQ(prompts({3}), (Events{"1 0@1 3 $1 = 1", "1 1@3 and more", "1 READY 1"}));
+        EXPECT_EQ(filtered(), Events{"1 SUCCESS"});
+    }
+    EXPECT_EQ(send(1, Command::INSTANT, "all", "inst  info line")[0], "type 0 info line");
+    prints({0, 1}, "x\n");
+    EXPECT_EQ(happened(), (Events{"1 0@0 x", "1 0@1 x"}));
+    EXPECT_EQ(prompts({0, 1, 2, 3}), Events{"1 READY 1"});
 }
 
 TEST_F(SwitchboardTest, ASlowClientDoesNotHoldBackTheOthers) {
     running();
-    prints({0, 1, 2}, "ready\n");
-    prompts({0, 1, 2});
-    pass(199ms);
-    EXPECT_EQ(happened(), Events());
-    pass(1ms);
-    EXPECT_EQ(happened(), Events{"1 0@0:2 ready"});
-    prints({3}, "late\n");
-    prompts({3});
-    EXPECT_EQ(happened(), (Events{"1 0@3 late", "1 READY 1"}));
+    EXPECT_EQ(answers({0, 1, 2}, "ready\n"), Events());
+    EXPECT_EQ(pass(199ms), Events());
+    EXPECT_EQ(pass(1ms), Events{"1 0@0:2 ready"});
+    EXPECT_EQ(answers({3}, "late\n"), (Events{"1 0@3 late", "1 READY 1"}));
 }
 
 TEST_F(SwitchboardTest, MuchThatAllSayIsShownOnceAndDoesNotWaitForTheSlow) {
@@ -137,16 +149,16 @@ TEST_F(SwitchboardTest, MuchThatAllSayIsShownOnceAndDoesNotWaitForTheSlow) {
     std::string text;
     for (int i = 0; i < 20000; ++i)
         text += "equal\n"; // 1.5 MB when gathered
+    Events all;
     for (int id = 0; id < 4; ++id) {
         prints({id}, text);
-        pass(20ms);
+        EXPECT_EQ(all, Events());
+        all = pass(20ms);
     }
-    const auto all = happened();
     EXPECT_EQ(all.size(), 20000u);
     EXPECT_EQ(all.back(), "1 19999@0:3 equal");
     prints({0, 1, 2}, text);
-    pass(200ms);
-    EXPECT_EQ(happened().size(), 20000u);
+    EXPECT_EQ(pass(200ms).size(), 20000u);
     // All that is kept back is 16 MB.
     for (int i = 0; i < 12; ++i)
         prints({0}, text);
@@ -156,280 +168,182 @@ TEST_F(SwitchboardTest, MuchThatAllSayIsShownOnceAndDoesNotWaitForTheSlow) {
 TEST_F(SwitchboardTest, AnUnfinishedLineWaitsAndIsThenSentAsItStands) {
     running();
     prints({0}, "a\nhalf");
-    pass(100ms);
+    EXPECT_EQ(pass(100ms), Events());
     prints({1}, "younger");
-    pass(100ms);
-    EXPECT_EQ(happened(), (Events{"1 0@0 a", "1 1@0 half"}));
+    EXPECT_EQ(pass(100ms), (Events{"1 0@0 a", "1 1@0 half"}));
     prints({0}, " more\n");
-    pass(100ms);
-    EXPECT_EQ(happened(), (Events{"1 0@1 younger", "1 2@0  more"}));
+    EXPECT_EQ(pass(100ms), (Events{"1 0@1 younger", "1 2@0  more"}));
     EXPECT_GT(board.deadline(), now + 4s);
 }
 
-TEST_F(SwitchboardTest, LineNumbersBeginAnewWithEachCommand) {
-    for (int round = 0; round < 2; ++round) {
-        running("0");
-        prints({0}, "x\ny\n");
-        prompts({0});
-        EXPECT_EQ(happened(), (Events{"1 0@0 x", "1 1@0 y", "1 READY 1"}));
-        filtered(1);
-        happened();
-    }
-}
-
-TEST_F(SwitchboardTest, RefusesWhatCannotStart) {
-    send(1, Command::CLIENT, "nosuch", "where");
-    EXPECT_EQ(happened(), Events{"1 FAILED 511"});
+TEST_F(SwitchboardTest, RefusesWhatCannotStartAndWhatNoConsoleSends) {
+    EXPECT_EQ(types(1, "nosuch", "where"), Events{"1 FAILED 511"});
+    EXPECT_EQ(on(1, "nosuch"), Events{"1 FAILED 511"});
     running("2");
-    send(2, Command::CLIENT, "all", "where");
-    EXPECT_EQ(happened(), Events{"2 FAILED 519"});
-    send(2, Command::CLIENT, "3", "where");
-    EXPECT_EQ(happened(), Events{"type 3 where"});
-    send(1, Command::CLIENT, "2", "where");
-    EXPECT_EQ(happened(), Events{"1 FAILED 519"});
-    send(1, Command::STATCLIENT, "0", "stat -s | nosuch");
-    EXPECT_EQ(happened(), (Events{"1 0@0 cannot find the program 'nosuch'", "1 FAILED"}));
-    send(1, Command::SCRIPTCLIENT, "0", "script it");
-    EXPECT_EQ(happened(), (Events{"1 0@0 cannot run 'it': a program of this directory needs its "
-                                  "path, ./it",
-                                  "1 FAILED"}));
-    send(1, Command::ON, "all", "nosuch");
-    EXPECT_EQ(happened(), Events{"1 FAILED 511"});
+    EXPECT_EQ(types(2, "all", "where"), Events{"2 FAILED 519"});
+    EXPECT_EQ(types(2, "3", "where\nquit"), Events{"type 3 where"}); // a line is one line
+    EXPECT_EQ(types(1, "2", "where"), Events{"1 FAILED 519"});
+    EXPECT_EQ(types(2, "2", "vex who"), (Events{"2 0@2 task of 2", "2 READY 2"}));
+    EXPECT_EQ(send(1, Command::STATCLIENT, "0", "stat -s | nosuch"),
+              (Events{"1 0@0 cannot find the program 'nosuch'", "1 FAILED"}));
+    const char* path = "1 0@0 cannot run 'it': a program of this directory needs its path, ./it";
+    EXPECT_EQ(send(1, Command::SCRIPTCLIENT, "0", "script it"), (Events{path, "1 FAILED"}));
+    Command foreign;
+    foreign.init(2, "all", Command::CLIENT, "where", -1);
+    EXPECT_THROW(board.command(1, foreign, now), BrokenConnection);
+    for (const int type : {int{Command::CONFIG}, int{Command::GROUP}, 77})
+        EXPECT_THROW(send(1, static_cast<Command::Type>(type), "all", "x"), BrokenConnection);
+    EXPECT_EQ(send(1, Command::QUIT, "all", "", 0), Events{"over"});
 }
 
-TEST_F(SwitchboardTest, InstantSendsEachClientsOutputAsItComes) {
-    send(1, Command::INSTANT, "all", "inst  info line");
-    EXPECT_EQ(happened()[0], "type 0 info line");
-    prints({0, 1}, "x\n");
-    EXPECT_EQ(happened(), (Events{"1 0@0 x", "1 0@1 x"}));
-    prompts({0, 1, 2, 3});
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
-}
-
-TEST_F(SwitchboardTest, AnInterruptThatStopsAllIsAnsweredByReadyAlone) {
+TEST_F(SwitchboardTest, AnInterruptIsAnsweredByReadyAloneOrAfterASecond) {
     running();
     prompts({3});
-    send(1, Command::INTERRUPT, "all");
-    EXPECT_EQ(happened(), (Events{"SIGINT 0", "SIGINT 1", "SIGINT 2"}));
-    prints({0, 1, 2}, "Program received signal SIGINT, Interrupt.\n");
-    prompts({0, 1, 2});
-    EXPECT_EQ(happened(),
-              (Events{"1 0@0:2 Program received signal SIGINT, Interrupt.", "1 READY 1"}));
-    pass(5s);
-    EXPECT_EQ(happened(), Events());
-}
-
-TEST_F(SwitchboardTest, AnInterruptThatDoesNotIsAnsweredAfterASecond) {
+    EXPECT_EQ(interrupts("all"), (Events{"SIGINT 0", "SIGINT 1", "SIGINT 2"}));
+    EXPECT_EQ(answers({0, 1, 2}, "received signal SIGINT\n"),
+              (Events{"1 0@0:2 received signal SIGINT", "1 READY 1"}));
+    EXPECT_EQ(pass(5s), Events());
+    filtered();
     running();
-    send(1, Command::INTERRUPT, "all");
-    happened();
-    pass(999ms);
-    EXPECT_EQ(happened(), Events());
-    pass(1ms);
-    EXPECT_EQ(happened(), Events{"1 SUCCESS"});
-    prints({0, 1, 2, 3}, "received signal SIGINT\n");
-    prompts({0, 1, 2, 3});
-    EXPECT_EQ(happened(), (Events{"1 0@0:3 received signal SIGINT", "1 READY 1"}));
+    interrupts("all");
+    EXPECT_EQ(pass(999ms), Events());
+    EXPECT_EQ(pass(1ms), Events{"1 SUCCESS"});
+    EXPECT_EQ(answers({0, 1, 2, 3}, "received signal SIGINT\n"),
+              (Events{"1 0@0:3 received signal SIGINT", "1 READY 1"}));
 }
 
 TEST_F(SwitchboardTest, ASecondInterruptDoesNotReachTheNextCommand) {
     running("0");
-    send(1, Command::INTERRUPT, "0");
+    EXPECT_EQ(interrupts("0"), Events{"SIGINT 0"});
     pass(499ms);
-    send(1, Command::INTERRUPT, "0");
-    EXPECT_EQ(happened(), Events{"SIGINT 0"});
+    EXPECT_EQ(interrupts("0"), Events());
     pass(1ms);
-    send(1, Command::INTERRUPT, "0");
-    EXPECT_EQ(happened(), Events{"SIGINT 0"});
+    EXPECT_EQ(interrupts("0"), Events{"SIGINT 0"});
     // One stopped the program; the prompt of the other is waited for.
-    prints({0}, "received signal SIGINT\n");
-    prompts({0});
-    EXPECT_EQ(happened(), Events());
-    prints({0}, "Quit\n");
-    prompts({0});
-    EXPECT_EQ(happened(), (Events{"1 0@0 received signal SIGINT", "1 READY 1"}));
-    filtered(1);
+    EXPECT_EQ(answers({0}, "received signal SIGINT\n"), Events());
+    EXPECT_EQ(answers({0}, "Quit\n"), (Events{"1 0@0 received signal SIGINT", "1 READY 1"}));
+    filtered();
     // The next command can be interrupted at once.
     running("0");
-    send(1, Command::INTERRUPT, "0");
-    EXPECT_EQ(happened(), Events{"SIGINT 0"});
+    EXPECT_EQ(interrupts("0"), Events{"SIGINT 0"});
     // Two whose prompts are both late.
     pass(500ms);
-    send(1, Command::INTERRUPT, "0");
-    prompts({0});
-    prompts({0});
-    EXPECT_EQ(happened(), Events{"SIGINT 0"});
-    prompts({0});
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
+    EXPECT_EQ(interrupts("0"), Events{"SIGINT 0"});
+    EXPECT_EQ(prompts({0}), Events());
+    EXPECT_EQ(prompts({0}), Events());
+    EXPECT_EQ(prompts({0}), Events{"1 READY 1"});
 }
 
 TEST_F(SwitchboardTest, EachOpenInterruptIsAnswered) {
     running();
-    send(1, Command::INTERRUPT, "0");
+    interrupts("0");
     pass(300ms);
-    send(1, Command::INTERRUPT, "1");
-    happened();
-    pass(700ms);
-    EXPECT_EQ(happened(), Events{"1 SUCCESS"});
-    pass(300ms);
-    EXPECT_EQ(happened(), Events{"1 SUCCESS"});
+    interrupts("1");
+    EXPECT_EQ(pass(700ms), Events{"1 SUCCESS"});
+    EXPECT_EQ(pass(300ms), Events{"1 SUCCESS"});
     pass(200ms);
     // READY is the answer to both, so both parts must have stopped.
-    send(1, Command::INTERRUPT, "0");
-    send(1, Command::INTERRUPT, "1");
+    interrupts("0");
+    interrupts("1");
     prints({0, 1}, "received signal SIGINT\nreceived signal SIGINT\n");
     prompts({1});
     pass(200ms);
-    happened();
-    prompts({0});
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
-    pass(2s);
-    EXPECT_EQ(happened(), Events());
+    EXPECT_EQ(prompts({0}), Events{"1 READY 1"});
+    EXPECT_EQ(pass(2s), Events());
 }
 
 TEST_F(SwitchboardTest, AnInterruptOfAPartFreesTheConsoleWhenThatPartHasStopped) {
     group(1, GroupCommand::ASSIGN, "odd", {1, 3});
     running();
-    send(1, Command::ON, "all", "odd");
-    EXPECT_EQ(happened(), Events{"1 ON_INTERRUPT odd"});
-    send(1, Command::INTERRUPT, "odd");
-    prints({1, 3}, "received signal SIGINT\n");
-    happened();
-    prompts({1, 3});
-    EXPECT_EQ(happened(), (Events{"1 0@1 3 received signal SIGINT", "1 READY 1"}));
-    filtered(1);
-    send(1, Command::CLIENT, "odd", "where");
-    happened();
+    EXPECT_EQ(on(1, "odd"), Events{"1 ON_INTERRUPT odd"});
+    interrupts("odd");
+    EXPECT_EQ(answers({1, 3}, "received signal SIGINT\n"),
+              (Events{"1 0@1 3 received signal SIGINT", "1 READY 1"}));
+    filtered();
+    running("odd");
     // The rest of the first command ends unheard: its READY would end the second one's wait.
-    prompts({0, 2});
-    EXPECT_EQ(happened(), Events());
-    prompts({1, 3});
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
+    EXPECT_EQ(prompts({0, 2}), Events());
+    EXPECT_EQ(prompts({1, 3}), Events{"1 READY 1"});
 }
 
-TEST_F(SwitchboardTest, AnInterruptWithNothingInFlight) {
-    send(1, Command::INTERRUPT, "all");
-    EXPECT_EQ(happened(), Events{"1 ON_NORMAL all"});
+TEST_F(SwitchboardTest, InterruptsThatComeTooLateOrTooEarly) {
+    EXPECT_EQ(interrupts("all"), Events{"1 ON_NORMAL all"});
     // It crossed a READY: nothing may pass for the answer to FILTERED.
     running("0");
-    prompts({0});
-    send(1, Command::INTERRUPT, "0");
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
-    filtered(1);
-    EXPECT_EQ(happened(), Events{"1 SUCCESS"});
-}
-
-TEST_F(SwitchboardTest, ALateInterruptsPromptIsNotTheNextCommands) {
+    EXPECT_EQ(prompts({0}), Events{"1 READY 1"});
+    EXPECT_EQ(interrupts("0"), Events());
+    EXPECT_EQ(filtered(), Events{"1 SUCCESS"});
+    // The command has just ended by itself: the interrupt's own prompt is not the next command's.
     running("0");
-    send(1, Command::INTERRUPT, "0");
-    happened();
-    // The command has just ended by itself.
-    prints({0}, "[Inferior 1 exited normally]\n");
-    prompts({0});
-    EXPECT_EQ(happened(), Events());
-    prints({0}, "Quit\n");
-    prompts({0});
-    EXPECT_EQ(happened(), (Events{"1 0@0 [Inferior 1 exited normally]", "1 READY 1"}));
-    filtered(1);
+    interrupts("0");
+    EXPECT_EQ(answers({0}, "exited\n"), Events());
+    EXPECT_EQ(answers({0}, "Quit\n"), (Events{"1 0@0 exited", "1 READY 1"}));
+    filtered();
     // And when no second prompt comes, nobody waits for it for long.
     running("0");
-    send(1, Command::INTERRUPT, "0");
+    interrupts("0");
     prompts({0});
-    happened();
-    pass(1s);
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
-}
-
-TEST_F(SwitchboardTest, AnInterruptThatComesTooEarlyIsRepeated) {
+    EXPECT_EQ(pass(1s), Events{"1 READY 1"});
+    filtered();
+    // The debugger drops the interrupt, and then takes up the command: it is repeated.
     running("0");
-    send(1, Command::INTERRUPT, "0");
-    happened();
-    // The debugger drops the interrupt, and then takes up the command.
-    prints({0}, "Quit\n");
-    prompts({0});
+    interrupts("0");
+    answers({0}, "Quit\n");
     prints({0}, "Continuing.\n");
     EXPECT_EQ(happened(), Events{"SIGINT 0"});
-    prints({0}, "Program received signal SIGINT, Interrupt.\n");
-    prompts({0});
-    EXPECT_EQ(happened(),
-              (Events{"1 0@0 Quit", "1 1@0 Continuing.",
-                      "1 2@0 Program received signal SIGINT, Interrupt.", "1 READY 1"}));
+    EXPECT_EQ(
+        answers({0}, "received signal SIGINT\n"),
+        (Events{"1 0@0 Quit", "1 1@0 Continuing.", "1 2@0 received signal SIGINT", "1 READY 1"}));
 }
 
 TEST_F(SwitchboardTest, SendAnswersThoseWhoAsk) {
     running();
     prints({0, 1}, "End with \"end\".\n>");
-    pass(200ms);
-    const std::string waits = "1 2@0:1 waits for an answer to '>'; give it by: send ...";
-    EXPECT_EQ(happened(),
-              (Events{"1 0@0:1 End with \"end\".", "1 1@0:1 >", waits, "1 ON_INTERRUPT all"}));
+    const std::string asks = "waits for an answer to '>'; give it by: send ...";
+    EXPECT_EQ(pass(200ms), (Events{"1 0@0:1 End with \"end\".", "1 1@0:1 >", "1 2@0:1 " + asks,
+                                   "1 ON_INTERRUPT all"}));
     // Those who ask have been named; the others have not answered.
-    pass(5s);
-    EXPECT_EQ(happened(), Events{"1 0@2:3 No answer yet from 2:3"});
-    send(1, Command::PROMPT, "all", "'print 1'");
-    EXPECT_EQ(happened(), (Events{"type 0 print 1", "type 1 print 1"}));
-    prints({0}, " >");
-    pass(200ms);
-    EXPECT_EQ(happened(),
-              (Events{"1 2@0  >", "1 3@0 waits for an answer to ' >'; give it by: send ...",
-                      "1 ON_INTERRUPT all"}));
-    send(1, Command::PROMPT, "all", "end");
-    EXPECT_EQ(happened(), Events{"type 0 end"});
-    send(1, Command::PROMPT, "all", "end");
-    EXPECT_EQ(happened(),
+    EXPECT_EQ(pass(5s), Events{"1 0@2:3 No answer yet from 2:3"});
+    EXPECT_EQ(replies("'print 1'"), (Events{"type 0 print 1", "type 1 print 1"}));
+    prints({0}, ">");
+    EXPECT_EQ(pass(200ms), (Events{"1 2@0 >", "1 3@0 " + asks, "1 ON_INTERRUPT all"}));
+    EXPECT_EQ(replies("end"), Events{"type 0 end"});
+    EXPECT_EQ(replies("end"),
               (Events{"1 0@0:3 waits for no answer; nothing was sent", "1 ON_INTERRUPT all"}));
-    prompts({0, 1, 2, 3});
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
-    send(1, Command::PROMPT, "all", "y"); // crosses READY
-    EXPECT_EQ(happened(), Events());
-    filtered(1);
-    send(1, Command::PROMPT, "all", "y");
-    EXPECT_EQ(happened(), (Events{"1 SUCCESS", "1 FAILED 502"}));
+    EXPECT_EQ(prompts({0, 1, 2, 3}), Events{"1 READY 1"});
+    EXPECT_EQ(replies("y"), Events()); // crosses READY
+    filtered();
+    EXPECT_EQ(replies("y"), Events{"1 FAILED 502"});
 }
 
 TEST_F(SwitchboardTest, OnTellsWhetherACommandStillRunsThere) {
     running("2");
-    send(1, Command::ON, "2", "0");
-    EXPECT_EQ(happened(), Events{"1 ON_NORMAL 0"});
-    send(1, Command::ON, "0", "all");
-    EXPECT_EQ(happened(), Events{"1 ON_INTERRUPT all"});
-    // Another console's command is not this console's.
-    send(2, Command::ON, "all", "2");
-    EXPECT_EQ(happened(), Events{"2 ON_NORMAL 2"});
-    send(1, Command::ON, "all", "3");
-    happened();
-    prompts({2});
-    EXPECT_EQ(happened(), Events{"1 READY 1"});
-}
-
-TEST_F(SwitchboardTest, ACommandWithoutItsConsoleGoesToTheFirstThatLooksAfterIt) {
+    EXPECT_EQ(on(1, "0"), Events{"1 ON_NORMAL 0"});
+    EXPECT_EQ(on(1, "all"), Events{"1 ON_INTERRUPT all"});
+    EXPECT_EQ(on(2, "2"), Events{"2 ON_NORMAL 2"}); // another console's is not its own
+    on(1, "3");
+    EXPECT_EQ(prompts({2}), Events{"1 READY 1"});
+    filtered();
+    // A command without its console goes to the first that looks after it.
     running("2");
     board.consoleLeft(1);
-    send(2, Command::CLIENT, "2", "where");
-    EXPECT_EQ(happened(), Events{"2 FAILED 519"});
-    send(2, Command::ON, "all", "2");
-    EXPECT_EQ(happened(), Events{"2 ON_INTERRUPT 2"});
-    send(2, Command::INTERRUPT, "2");
-    prints({2}, "received signal SIGINT\n");
-    prompts({2});
-    EXPECT_EQ(happened(), (Events{"SIGINT 2", "2 0@2 received signal SIGINT", "2 READY 2"}));
+    EXPECT_EQ(types(2, "2", "where"), Events{"2 FAILED 519"});
+    EXPECT_EQ(on(2, "2"), Events{"2 ON_INTERRUPT 2"});
+    EXPECT_EQ(interrupts("2", 2), Events{"SIGINT 2"});
+    EXPECT_EQ(answers({2}, "received signal SIGINT\n"),
+              (Events{"2 0@2 received signal SIGINT", "2 READY 2"}));
 }
 
 TEST_F(SwitchboardTest, ADyingClientIsAnnouncedAfterItsLastWords) {
     running();
     prompts({0, 1});
     prints({2}, "last words");
-    board.clientGone(2, now);
-    EXPECT_EQ(happened(), (Events{"1 0@2 last words", "1 REMOVE 2", "2 REMOVE 2"}));
-    board.clientGone(3, now);
-    EXPECT_EQ(happened(), (Events{"1 REMOVE 3", "2 REMOVE 3", "1 READY 1"}));
-    filtered(1);
-    happened();
+    EXPECT_EQ(dies(2), (Events{"1 0@2 last words", "1 REMOVE 2", "2 REMOVE 2"}));
+    EXPECT_EQ(dies(3), (Events{"1 REMOVE 3", "2 REMOVE 3", "1 READY 1"}));
+    filtered();
     running();
-    board.clientGone(0, now);
-    happened();
-    board.clientGone(1, now);
-    EXPECT_EQ(happened(),
+    dies(0);
+    EXPECT_EQ(dies(1),
               (Events{"1 REMOVE 1", "2 REMOVE 1", "1 FAILED 803", "2 FAILED 803", "over"}));
 }
 
@@ -438,138 +352,106 @@ TEST_F(SwitchboardTest, AForkedClientIsAnnouncedAndBelongsToAll) {
     running("g");
     board.clientForked(5, "who"); // 4 is still starting
     prints({5}, "hello\n");
-    group(2, GroupCommand::QUERY, "");
-    EXPECT_EQ(happened(), (Events{"1 CLIENT_ADD 5  who", "2 CLIENT_ADD 5  who",
-                                  "2 QUERY all (5): 0:3 5\ng (2): 0:1\n"}));
+    EXPECT_EQ(group(2, GroupCommand::QUERY, ""),
+              (Events{"1 CLIENT_ADD 5  who", "2 CLIENT_ADD 5  who",
+                      "2 QUERY all (5): 0:3 5\ng (2): 0:1\n"}));
     EXPECT_EQ(board.ownerOf(6), 0);
-    send(2, Command::CLIENT, "5", "where");
-    EXPECT_EQ(happened(), (Events{"1 0@5 hello", "type 5 where"}));
-    prompts({5});
-    board.clientGone(4, now); // it could not be attached to
-    board.clientGone(5, now);
-    EXPECT_EQ(happened(), (Events{"2 READY 2", "1 REMOVE 5", "2 REMOVE 5"}));
+    EXPECT_EQ(types(2, "5", "where"), (Events{"1 0@5 hello", "type 5 where"}));
+    EXPECT_EQ(prompts({5}), Events{"2 READY 2"});
+    EXPECT_EQ(dies(4), Events()); // it could not be attached to
+    EXPECT_EQ(dies(5), (Events{"1 REMOVE 5", "2 REMOVE 5"}));
     board.tell(1, "a word");
     EXPECT_EQ(happened(), (Events{"1 0@1 a word", "2 0@1 a word"}));
 }
 
 TEST_F(SwitchboardTest, WhoseGroupIsGoneIsSentToAllWhenItWaitsForNothing) {
     group(1, GroupCommand::ASSIGN, "g", {2});
-    send(1, Command::ON, "all", "g");
-    send(2, Command::ON, "all", "g");
+    on(1, "g");
+    on(2, "g");
     running("g");
     // Console 2 has nothing open, console 1 waits for its command.
-    board.clientGone(2, now);
-    EXPECT_EQ(happened(), (Events{"1 REMOVE 2", "2 REMOVE 2", "1 READY 1", "2 QUIT 0"}));
-    filtered(1);
-    EXPECT_EQ(happened(), Events{"1 SUCCESS NULL"});
+    EXPECT_EQ(dies(2), (Events{"1 REMOVE 2", "2 REMOVE 2", "1 READY 1", "2 QUIT 0"}));
+    EXPECT_EQ(filtered(), Events{"1 SUCCESS NULL"});
 
     group(1, GroupCommand::ASSIGN, "h", {0});
-    send(1, Command::ON, "all", "h");
-    send(2, Command::ON, "all", "h");
-    happened();
-    group(1, GroupCommand::DELETE, "h", {0});
-    EXPECT_EQ(happened(), (Events{"1 SUCCESS NULL", "2 QUIT 0"}));
+    on(1, "h");
+    on(2, "h");
+    EXPECT_EQ(group(1, GroupCommand::DELETE, "h", {0}), (Events{"1 SUCCESS NULL", "2 QUIT 0"}));
     group(1, GroupCommand::ASSIGN, "k", {0});
-    group(1, GroupCommand::DELETE, "k", {0});
-    EXPECT_EQ(happened(), (Events{"1 SUCCESS", "1 FAILED 600 k"}));
-}
+    EXPECT_EQ(group(1, GroupCommand::DELETE, "k", {0}), Events{"1 FAILED 600 k"});
 
-TEST_F(SwitchboardTest, AnInterruptForAGroupThatIsGoneMovesItsConsoleOnce) {
-    group(1, GroupCommand::ASSIGN, "g", {2});
+    // An interrupt for a group that is gone moves its console once.
+    group(1, GroupCommand::ASSIGN, "g", {3});
     running();
-    send(1, Command::ON, "all", "g");
-    board.clientGone(2, now);
-    happened();
-    send(1, Command::INTERRUPT, "g");
-    EXPECT_EQ(happened(), Events{"1 SUCCESS NULL"});
-    prompts({0, 1, 3});
-    filtered(1);
-    EXPECT_EQ(happened(), (Events{"1 READY 1", "1 SUCCESS"}));
+    on(1, "g");
+    dies(3);
+    EXPECT_EQ(interrupts("g"), Events{"1 SUCCESS NULL"});
+    EXPECT_EQ(prompts({0, 1}), Events{"1 READY 1"});
+    EXPECT_EQ(filtered(), Events{"1 SUCCESS"});
 }
 
 TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
-    send(1, Command::CLIENT, "0", "where | grep main");
-    EXPECT_EQ(happened(), Events{"type 0 where"});
+    EXPECT_EQ(types(1, "0", "where | grep main"), Events{"type 0 where"});
     prints({0}, "#0 f\n#1 ma");
-    pass(300ms); // the time cuts no line that goes to a program
+    EXPECT_EQ(pass(300ms), Events()); // the time cuts no line that goes to a program
     prints({0}, "in\n");
-    EXPECT_EQ(happened(), Events());
-    prompts({0});
-    EXPECT_EQ(happened(), Events{"start 0 grep main < #0 f\n#1 main\n"});
-    send(2, Command::CLIENT, "0", "print 1");
-    EXPECT_EQ(happened(), Events{"2 FAILED 519"});
+    EXPECT_EQ(prompts({0}), Events{"start 0 grep main < #0 f\n#1 main\n"});
+    EXPECT_EQ(types(2, "0", "print 1"), Events{"2 FAILED 519"});
     board.helperOutput(0, "#1 main\nvex_cmd kill\nhalf", now);
     board.helperEnded(0, "ended with status 1", now);
     EXPECT_EQ(happened(),
               (Events{"1 0@0 #1 main", "1 1@0 vex_cmd kill", "1 2@0 half", "1 READY 1"}));
-    filtered(1);
-    happened();
-    send(1, Command::CLIENT, "0", ":print 1 | grep 2");
-    EXPECT_EQ(happened(), Events{"type 0 print 1 | grep 2"});
-    prompts({0});
-    filtered(1);
-    happened();
-    send(1, Command::CLIENT, "0", "pipe where | grep 2");
-    EXPECT_EQ(happened(), Events{"type 0 pipe where | grep 2"});
+    for (const std::string line : {"print 1 | grep 2", "pipe where | grep 2"}) {
+        filtered();
+        EXPECT_EQ(types(1, "0", (line[1] == 'r' ? ":" : "") + line), Events{"type 0 " + line});
+        prompts({0});
+    }
 }
 
 TEST_F(SwitchboardTest, AScriptsCommandsAreAnsweredInTheirPlace) {
-    send(1, Command::SCRIPTCLIENT, "0", "script ./it x");
-    EXPECT_EQ(happened(), Events{"start 0 exec ./it x < "});
+    EXPECT_EQ(send(1, Command::SCRIPTCLIENT, "0", "script ./it x"),
+              Events{"start 0 exec ./it x < "});
     board.helperOutput(0, "hello\nvex_cmd print 1\nvex_cmdx\nvex_cmd\nvex_cmd  where\nend", now);
     EXPECT_EQ(happened(), Events{"type 0 print 1"});
     prints({0}, "$1 = 1\n");
     board.helperEnded(0, "ended with status 3", now);
     EXPECT_EQ(happened(), Events());
-    prompts({0});
-    EXPECT_EQ(happened(), Events{"type 0 where"});
-    prints({0}, "#0 main\n");
-    prompts({0});
-    EXPECT_EQ(happened(), (Events{"1 0@0 hello", "1 1@0 $1 = 1", "1 2@0 vex_cmdx", "1 3@0 vex_cmd",
-                                  "1 4@0 #0 main", "1 5@0 end",
-                                  "1 6@0 the script ended with status 3", "1 READY 1"}));
+    EXPECT_EQ(prompts({0}), Events{"type 0 where"});
+    EXPECT_EQ(
+        answers({0}, "#0 main\n"),
+        (Events{"1 0@0 hello", "1 1@0 $1 = 1", "1 2@0 vex_cmdx", "1 3@0 vex_cmd", "1 4@0 #0 main",
+                "1 5@0 end", "1 6@0 the script ended with status 3", "1 READY 1"}));
 }
 
 TEST_F(SwitchboardTest, WhatWorksForAClientEndsWithTheInterruptTheClientAndTheConsole) {
     send(1, Command::SCRIPTCLIENT, "all", "script ./it");
-    happened();
     board.helperOutput(1, "vex_cmd continue\nvex_cmd never\n", now);
-    board.clientGone(2, now);
-    EXPECT_EQ(happened(), (Events{"type 1 continue", "stop 2", "1 REMOVE 2", "2 REMOVE 2"}));
-    send(1, Command::INTERRUPT, "all");
-    EXPECT_EQ(happened(), (Events{"stop 0", "SIGINT 1", "stop 1", "stop 3"}));
-    prints({1}, "received signal SIGINT\n");
-    prompts({1});
-    EXPECT_EQ(happened(), (Events{"1 0@1 received signal SIGINT", "1 READY 1"}));
-    filtered(1);
-    happened();
+    EXPECT_EQ(dies(2), (Events{"type 1 continue", "stop 2", "1 REMOVE 2", "2 REMOVE 2"}));
+    EXPECT_EQ(interrupts("all"), (Events{"stop 0", "SIGINT 1", "stop 1", "stop 3"}));
+    EXPECT_EQ(answers({1}, "received signal SIGINT\n"),
+              (Events{"1 0@1 received signal SIGINT", "1 READY 1"}));
+    filtered();
     send(1, Command::SCRIPTCLIENT, "0", "script ./it");
     board.consoleLeft(1);
-    EXPECT_EQ(happened(), (Events{"start 0 exec ./it < ", "stop 0"}));
-    send(2, Command::CLIENT, "0", "print 1");
-    EXPECT_EQ(happened(), Events{"type 0 print 1"});
+    EXPECT_EQ(happened(), Events{"stop 0"});
+    EXPECT_EQ(types(2, "0", "print 1"), Events{"type 0 print 1"});
 }
 
 TEST_F(SwitchboardTest, StatIsOneReportOfAll) {
     const std::string command = gdb.backtraceCommand(500);
-    send(1, Command::STATCLIENT, "all", "stat");
-    EXPECT_EQ(happened()[3], "type 3 " + command);
+    EXPECT_EQ(send(1, Command::STATCLIENT, "all", "stat")[3], "type 3 " + command);
     prints({0, 1}, "\nThread 1 (LWP 1):\n#0  poll () at p.c:1\n#1  0x1 in main () at m.c:2\n");
-    prints({2}, "\nThread 1 (LWP 1):\n#0  main () at m.c:1\n");
-    prompts({0, 2, 3});
-    EXPECT_EQ(happened(), Events());
-    prompts({1});
+    const std::string inMain = "\nThread 1 (LWP 1):\n#0  main () at m.c:1\n";
+    prints({2}, inMain);
+    EXPECT_EQ(prompts({0, 2, 3}), Events());
     EXPECT_EQ(
-        happened(),
+        prompts({1}),
         (Events{"1 0@2 1 client in main", "1 0@0:1 2 clients in poll, called by main",
                 "1 1@3 no stack: no process", "1 2@0:2 main", "1 3@0:1   poll", "1 READY 1"}));
-    filtered(1);
-    happened();
-    send(1, Command::STATCLIENT, "2", "stat -s -i | grep x");
-    prints({2}, "\nThread 1 (LWP 1):\n#0  main () at m.c:1\n");
-    prompts({2});
-    EXPECT_EQ(happened(),
-              (Events{"type 2 " + command, "start 2 grep x < 2 | 1 client in main at m.c:1\n"}));
+    filtered();
+    EXPECT_EQ(send(1, Command::STATCLIENT, "2", "stat -s -i | grep x"),
+              Events{"type 2 " + command});
+    EXPECT_EQ(answers({2}, inMain), Events{"start 2 grep x < 2 | 1 client in main at m.c:1\n"});
     // A line that comes back keeps its clients, another is about all.
     board.helperOutput(2, "2 | 1 client in main at m.c:1\n1 line\n", now);
     board.helperEnded(2, "", now);
@@ -579,77 +461,36 @@ TEST_F(SwitchboardTest, StatIsOneReportOfAll) {
 TEST_F(SwitchboardTest, PendingHoldsWhomTheConsoleWaitsFor) {
     running();
     prompts({0, 1});
-    group(1, GroupCommand::QUERY, "PENDING");
-    group(2, GroupCommand::QUERY, "PENDING");
-    group(1, GroupCommand::ASSIGN, "PENDING", {0});
-    EXPECT_EQ(happened(), (Events{"1 QUERY PENDING (2): 2:3\n", "2 FAILED 511", "1 FAILED 513"}));
-    send(1, Command::ON, "all", "PENDING");
-    send(1, Command::INTERRUPT, "PENDING");
-    prints({2, 3}, "received signal SIGINT\n");
-    happened();
-    prompts({2, 3});
-    filtered(1);
+    EXPECT_EQ(pass(4999ms), Events());
+    EXPECT_EQ(pass(10s), Events{"1 0@2:3 No answer yet from 2:3"});
+    EXPECT_EQ(group(1, GroupCommand::QUERY, "PENDING"), Events{"1 QUERY PENDING (2): 2:3\n"});
+    EXPECT_EQ(group(2, GroupCommand::QUERY, "PENDING"), Events{"2 FAILED 511"});
+    EXPECT_EQ(group(1, GroupCommand::ASSIGN, "PENDING", {0}), Events{"1 FAILED 513"});
+    on(1, "PENDING");
+    interrupts("PENDING");
+    EXPECT_EQ(answers({2, 3}, "received signal SIGINT\n"),
+              (Events{"1 0@2:3 received signal SIGINT", "1 READY 1"}));
+    filtered();
     // Who stands there can go on with them.
-    EXPECT_EQ(happened(), (Events{"1 0@2:3 received signal SIGINT", "1 READY 1", "1 SUCCESS"}));
-    send(1, Command::CLIENT, "PENDING", "where");
-    EXPECT_EQ(happened(), (Events{"type 2 where", "type 3 where"}));
+    EXPECT_EQ(types(1, "PENDING", "where"), (Events{"type 2 where", "type 3 where"}));
     prompts({2, 3});
-    filtered(1);
-    send(1, Command::ON, "PENDING", "all");
-    happened();
-    send(1, Command::ON, "all", "PENDING");
-    EXPECT_EQ(happened(), Events{"1 FAILED 511"});
-}
-
-TEST_F(SwitchboardTest, TellsOnceWhoHasNotAnswered) {
-    running();
-    prompts({0, 2});
-    pass(4999ms);
-    EXPECT_EQ(happened(), Events());
-    pass(10s);
-    EXPECT_EQ(happened(), Events{"1 0@1 3 No answer yet from 1 3"});
-}
-
-TEST_F(SwitchboardTest, WhoIsAskedAtAnyTime) {
-    running("1");
-    send(2, Command::CLIENT, "all", "vex who");
-    EXPECT_EQ(happened(), (Events{"2 0@0 task of 0", "2 1@1 task of 1", "2 2@2 task of 2",
-                                  "2 3@3 task of 3", "2 READY 2"}));
+    filtered();
+    on(1, "all", "PENDING");
+    EXPECT_EQ(on(1, "PENDING"), Events{"1 FAILED 511"});
 }
 
 TEST_F(SwitchboardTest, StrayPromptsAndOutputOfIdleClients) {
-    prompts({0, 1});
-    EXPECT_EQ(happened(), Events());
+    EXPECT_EQ(prompts({0, 1}), Events());
     running("0");
     prompts({0});
-    filtered(1);
-    happened();
+    filtered();
     // A program that was let go speaks: the console that let it go hears it.
     prints({0}, "from afar\n");
-    pass(200ms);
-    EXPECT_EQ(happened(), Events{"1 0@0 from afar"});
+    EXPECT_EQ(pass(200ms), Events{"1 0@0 from afar"});
     // What came in before the next command is no part of its answer.
     prints({0}, "early\n");
     running("0");
-    prints({0}, "answer\n");
-    prompts({0});
-    EXPECT_EQ(happened(), (Events{"1 0@0 answer", "1 READY 1"}));
-}
-
-TEST_F(SwitchboardTest, ALineIsOneLine) {
-    send(1, Command::CLIENT, "0", "print 1\nquit");
-    EXPECT_EQ(happened(), Events{"type 0 print 1"});
-}
-
-TEST_F(SwitchboardTest, RefusesRecordsThatNoConsoleSends) {
-    Command command;
-    command.init(2, "all", Command::CLIENT, "where", -1);
-    EXPECT_THROW(board.command(1, command, now), BrokenConnection);
-    EXPECT_THROW(send(1, Command::CONFIG, "all", "x"), BrokenConnection);
-    EXPECT_THROW(send(1, static_cast<Command::Type>(77), "all", "x"), BrokenConnection);
-    EXPECT_THROW(send(1, Command::GROUP, "all", "no group command"), BrokenConnection);
-    send(1, Command::QUIT, "all");
-    EXPECT_EQ(happened(), Events{"over"});
+    EXPECT_EQ(answers({0}, "answer\n"), (Events{"1 0@0 answer", "1 READY 1"}));
 }
 
 } // namespace
