@@ -6,8 +6,6 @@
 #include <map>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -47,94 +45,76 @@ void merge(Model& model) {
     }
 }
 
-std::string described(int number, const ClientSet& clients, const std::string& content, int min,
-                      int max, int state) {
+std::string described(const Data& data) {
     std::ostringstream out;
-    out << number << ' ' << content << ' ' << min << ' ' << max << ' ' << state << ": "
-        << clients.str() << '\n';
+    for (const auto& [number, slot] : data.slots())
+        for (const auto& line : slot.lines)
+            out << number << ' ' << line->getContent() << ' ' << line->getMinBEId() << ' '
+                << line->getMaxBEId() << ' ' << line->getState() << ": " << line->clients().str();
     return out.str();
 }
 
-std::string described(const Data& data) {
-    std::string text;
-    for (const auto& [number, slot] : data.slots()) {
-        for (const auto& line : slot.lines)
-            text += described(number, line->clients(), line->getContent(), line->getMinBEId(),
-                              line->getMaxBEId(), line->getState());
-    }
-    return text;
-}
-
 std::string described(const Model& model) {
-    std::string text;
-    for (const auto& [number, lines] : model) {
-        for (const ModelLine& l : lines)
-            text += described(number, l.clients, l.content, l.min, l.max, l.state);
-    }
-    return text;
-}
-
-struct Mix {
-    unsigned seed;
-    int texts;    // how many different ones
-    int lowestId; // negative ids give lines a rank of their own
-    int perMerge; // lines between two merges
-};
-
-void foldOneByOne(const Mix& mix) {
-    std::mt19937 random(mix.seed);
-    const auto pick = [&](int below) {
-        return static_cast<int>(random() % static_cast<unsigned>(below));
-    };
-    // These two have the same key.
-    ASSERT_EQ(hashStr("ab"), hashStr("b]"));
-    std::vector<std::string> texts = {"ab", "b]", ""};
-    while (static_cast<int>(texts.size()) < mix.texts)
-        texts.push_back("text " + std::to_string(texts.size()));
-    Data kept;
-    Model model;
-    for (int round = 0; round < 60; ++round) {
-        Data arrived;
-        for (int i = pick(mix.perMerge); i >= 0; --i) {
-            const int number = pick(3) * 1000;
-            ModelLine line;
-            line.content = texts[static_cast<std::size_t>(pick(mix.texts))];
-            line.state = static_cast<Line::State>(pick(3));
-            Line real(number, line.state);
-            for (int n = pick(4); n > 0; --n) {
-                const int id = mix.lowestId + pick(20);
-                line.add(id);
-                real.addBE(id);
-            }
-            real.setContent(line.content);
-            real.generateKey();
-            arrived.addLine(&real);
-            model[number].push_back(line);
-        }
-        // Lines of one record come slot by slot, in the order in which they were added.
-        kept.addData(&arrived);
-        if (pick(4) == 0) continue;
-        kept.merge();
-        merge(model);
-        ASSERT_EQ(described(kept), described(model)) << "round " << round;
-    }
+    std::ostringstream out;
+    for (const auto& [number, lines] : model)
+        for (const ModelLine& line : lines)
+            out << number << ' ' << line.content << ' ' << line.min << ' ' << line.max << ' '
+                << line.state << ": " << line.clients.str();
+    return out.str();
 }
 
 TEST(Data, MergeEqualsFoldingOneByOne) {
-    for (const Mix& mix : {Mix{1, 4, 0, 6}, {2, 40, 0, 60}, {3, 12, -10, 6}, {4, 9, -2, 3}})
-        foldOneByOne(mix);
-}
-
-void fill(Data& data, int from, int to) {
-    for (int i = from; i < to; ++i) {
-        Line line(i, Line::EQUAL);
-        data.addLine(&line);
+    ASSERT_EQ(hashStr("ab"), hashStr("b]"));
+    ASSERT_EQ(hashStr("\xfe"), 0xfeu); // bytes have no sign
+    const struct {
+        unsigned seed, texts; // how many different ones
+        int lowestId;         // negative ids give lines a rank of their own
+        unsigned perMerge;    // lines between two merges
+    } mixes[] = {{1, 4, 0, 6}, {2, 40, 0, 60}, {3, 12, -10, 6}, {4, 9, -2, 3}};
+    for (const auto& mix : mixes) {
+        std::mt19937 random(mix.seed);
+        const auto pick = [&](unsigned below) { return static_cast<int>(random() % below); };
+        Data kept;
+        Model model;
+        for (int round = 0; round < 60; ++round) {
+            Data arrived;
+            for (int i = pick(mix.perMerge); i >= 0; --i) {
+                const int number = pick(3) * 1000, text = pick(mix.texts);
+                ModelLine line;
+                // The first two have the same key.
+                if (text < 2)
+                    line.content = text == 0 ? "ab" : "b]";
+                else
+                    line.content = std::string(static_cast<std::size_t>(text - 2), 'x');
+                line.state = static_cast<Line::State>(pick(3));
+                Line real(number, line.state);
+                for (int n = pick(4); n > 0; --n) {
+                    const int id = mix.lowestId + pick(20);
+                    line.add(id);
+                    real.addBE(id);
+                }
+                real.setContent(line.content);
+                real.generateKey();
+                arrived.addLine(&real);
+                model[number].push_back(line);
+            }
+            // Lines of one record come slot by slot, in the order in which they were added.
+            kept.addData(&arrived);
+            if (pick(4) == 0) continue;
+            kept.merge();
+            merge(model);
+            ASSERT_EQ(described(kept), described(model)) << mix.seed << " round " << round;
+        }
     }
 }
 
 TEST(Data, TruncateReleasesTheOldestTenth) {
     Data data;
-    fill(data, 0, 40);
+    const auto fill = [&](int from, int to) {
+        for (Line line(from, Line::EQUAL); from < to; line = Line(++from, Line::EQUAL))
+            data.addLine(&line);
+    };
+    fill(0, 40);
     // A tenth of nine is none, and so it is while all lines fit.
     for (const auto& [limit, released] : {std::pair{9, 0}, {41, 0}, {25, 2}, {38, 5}, {36, 5}}) {
         data.truncate(limit);
@@ -144,17 +124,10 @@ TEST(Data, TruncateReleasesTheOldestTenth) {
     }
     // The count outlives the output, so that the next one loses its lines from there on.
     data.clearLine();
-    fill(data, 3, 16);
+    fill(3, 16);
     data.truncate(11);
     EXPECT_EQ(data.slots().size(), 12u);
     EXPECT_FALSE(data.slots().contains(5));
-}
-
-TEST(HashStr, IsModuloTwoToThe64) {
-    std::uint64_t h = 0;
-    for (int i = 0; i < 64; ++i)
-        h = h * 5 + 0xfe;
-    EXPECT_EQ(hashStr(std::string(64, '\xfe').c_str()), h);
 }
 
 } // namespace

@@ -14,20 +14,13 @@ TEST(CommandRecord, Wire) {
     EXPECT_EQ(hex(packed(command)), hex(where));
     EXPECT_EQ(hex(Frame::wrap(where.data(), 30)), hex(bytes("0000001e") + where));
     expectEveryCutRefused<Command>(where);
-
     Command received;
-    unpackFrom(received, where);
-    EXPECT_EQ(hex(packed(received)), hex(where));
-    command.reset();
-    command.init(1, "g", Command::QUIT, nullptr, 0);
-    const std::string quit = bytes("00000001 0000000a 00000002 'g' 00 00000000");
-    EXPECT_EQ(hex(packed(command)), hex(quit));
-    unpackFrom(received, quit);
-    EXPECT_EQ(received.getContent(), nullptr);
-    EXPECT_EQ(received.getLength(), 0);
-    command.init(1, "g", Command::GROUP, "a\0b", 3);
-    EXPECT_EQ(hex(packed(command)),
-              hex(bytes("00000001 00000007 00000002 'g' 00 00000003 00000003 'a' 00 'b'")));
+    for (const std::string& each :
+         {where, bytes("00000001 0000000a 00000002 'g' 00 00000000"),
+          bytes("00000001 00000007 00000002 'g' 00 00000003 00000003 'a' 00 'b'")}) {
+        unpackFrom(received, each);
+        EXPECT_EQ(hex(packed(received)), hex(each));
+    }
     expectRefused<Command>({
         "00000001 00000002 00000002 'g' 00 ffffffff",
         "00000001 00000002 00000002 'g' 00 00000003 00000002 'abc'", // the two lengths differ
@@ -71,9 +64,7 @@ TEST(ReplyRecord, Wire) {
     reply.addRetInfo("0:3");
     EXPECT_EQ(hex(packed(reply)), hex(bytes("00000000 00000000 00000008 'g1: 0:3' 00")));
     unpackFrom(reply, failed);
-    EXPECT_EQ(reply.getRetInfo(), ""); // replaced
-    EXPECT_EQ(reply.getRetValue(), Reply::FAILED);
-    EXPECT_EQ(reply.getErrCode(), 511);
+    EXPECT_EQ(hex(packed(reply)), hex(failed)); // replaced
 }
 
 TEST(DataRecord, EmptySlotsAreCounted) {
@@ -96,8 +87,7 @@ TEST(DataRecord, Lies) {
     const std::string head = "00000000 00000000 00000001 ";
     const std::string tail = " 00000001 00000000 00000000 00000001 00";
     for (const char* slots : {
-             "ffffffff",                                                      // slots
-             "7fffffff",                                                      //
+             "ffffffff", "7fffffff",                                          // slots
              "00000002 00000001 00000000 00000000 00000001 00 00000000",      // an empty last slot
              "00000001 7fffffff 00000000 00000000 00000001 00 00000000",      // lines of a slot
              "00000002 ffffffff ffffffff 00000000 00000000 00000001 00",      // behind a skip

@@ -23,10 +23,8 @@ std::string scanned(const std::string& line) {
 
 TEST(Token, Scanning) {
     const struct {
-        const char* line;
-        const char* tokens;
+        const char *line, *tokens;
     } cases[] = {
-        {"", ""},
         {" \t\v\r\n", ""},
         {"_a1_", "1:_a1_"},
         {"a:b", "1:a 3:: 1:b"},

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -20,28 +19,19 @@
 
 namespace {
 
-using std::chrono::milliseconds;
-
 // Two connected ends.
 struct Link {
+    std::unique_ptr<UnixSocket> near, far;
     explicit Link(int type = SOCK_STREAM) {
         int fds[2];
         if (::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, fds) == -1) std::abort();
         near = std::make_unique<UnixSocket>(fds[0]);
         far = std::make_unique<UnixSocket>(fds[1]);
     }
-    std::unique_ptr<UnixSocket> near, far;
+    void send(const std::string& data) const {
+        far->write(data.data(), static_cast<int>(data.size()));
+    }
 };
-
-void send(UnixSocket& socket, const std::string& data) {
-    socket.write(data.data(), static_cast<int>(data.size()));
-}
-
-std::string received(UnixSocket& socket, std::size_t size) {
-    std::string data(size, '?');
-    socket.read(data.data(), static_cast<int>(size));
-    return data;
-}
 
 TEST(UnixSocket, ConnectAndAccept) {
     TempDir dir;
@@ -55,15 +45,17 @@ TEST(UnixSocket, ConnectAndAccept) {
     std::string peer;
     const auto served = listener.accept(peer);
     EXPECT_EQ(served->peerUser(), ::getuid());
-    send(*served, "hello");
-    EXPECT_EQ(received(client, 5), "hello");
+    served->write("hello", 5);
+    char got[6] = "";
+    client.read(got, 5);
+    EXPECT_STREQ(got, "hello");
     client.close();
-    EXPECT_THROW(received(*served, 1), BrokenConnection);
+    EXPECT_THROW(served->read(got, 1), BrokenConnection);
     // What an earlier session left behind is no obstacle to the next, nor does it answer.
     UnixSocket().bind(path.c_str());
     EXPECT_EQ(client.connect(path.c_str(), 1), 111);
     const std::string odd = dir.write("file", "") + "/socket";
-    EXPECT_EQ(raised([&] { UnixSocket().connect(odd.c_str(), 1); }).second,
+    EXPECT_EQ(raised([&] { client.connect(odd.c_str(), 1); }).second,
               "3917-200  System call failed: error when connecting to a unix domain socket: Not a "
               "directory.\n");
 }
@@ -71,16 +63,16 @@ TEST(UnixSocket, ConnectAndAccept) {
 TEST(UnixSocket, ThePeerClosesWithinAFrame) {
     for (const char* sent : {"", "0000", "00000005 'abcd'", "7fffffff 'abcd'", "ffffffff"}) {
         Link link;
-        send(*link.far, bytes(sent));
+        link.send(bytes(sent));
         link.far.reset();
         EXPECT_THROW(Frame::recv(link.near.get()), BrokenConnection) << sent;
     }
     Link link;
-    send(*link.far, bytes("00000000 00000002 'ab' 'c'"));
+    link.send(bytes("00000000 00000002 'ab' 'c'"));
     EXPECT_EQ(Frame::recv(link.near.get()).size(), 0u);
     EXPECT_EQ(Frame::recv(link.near.get()), (std::vector<char>{'a', 'b'}));
     link.far.reset();
-    EXPECT_THROW(send(*link.near, "x"), BrokenConnection); // and no SIGPIPE
+    EXPECT_THROW(link.near->write("x", 1), BrokenConnection); // and no SIGPIPE
 }
 
 TEST(UnixSocket, AFrameArrivesWholeThroughSmallBuffersAndSignals) {
@@ -95,23 +87,15 @@ TEST(UnixSocket, AFrameArrivesWholeThroughSmallBuffersAndSignals) {
     std::string body(3'000'000, '\0');
     for (std::size_t i = 0; i < body.size(); ++i)
         body[i] = static_cast<char>(i * 2654435761u >> 13);
-    std::atomic<bool> done{false};
-    std::thread sender([&] {
-        Frame::send(link.far.get(), body.data(), static_cast<int>(body.size()));
-        done = true;
-        while (done)
-            std::this_thread::yield();
-    });
-    std::thread disturber([&] {
-        while (!done) {
+    std::thread sender(
+        [&] { Frame::send(link.far.get(), body.data(), static_cast<int>(body.size())); });
+    std::jthread disturber([&](const std::stop_token& over) {
+        for (; !over.stop_requested(); std::this_thread::sleep_for(std::chrono::milliseconds(1)))
             ::pthread_kill(sender.native_handle(), SIGUSR1);
-            std::this_thread::sleep_for(milliseconds(1));
-        }
     });
     const std::vector<char> got = Frame::recv(link.near.get());
     EXPECT_TRUE(std::equal(got.begin(), got.end(), body.begin(), body.end()));
-    disturber.join();
-    done = false;
+    disturber = {};
     sender.join();
     ::sigaction(SIGUSR1, &before, nullptr);
 }
@@ -119,7 +103,7 @@ TEST(UnixSocket, AFrameArrivesWholeThroughSmallBuffersAndSignals) {
 TEST(UnixSocket, LinesAndRequests) {
     Link link(SOCK_SEQPACKET); // each send is what one read delivers
     for (const char* chunk : {"a\nb", "c\n", "ab\n\ncd\n", "\nxyz"})
-        send(*link.far, chunk);
+        link.send(chunk);
     link.far.reset();
     std::string line, request;
     link.near->readST(line);

@@ -1,5 +1,6 @@
 #include "console/cline.h"
 #include "console/term.h"
+#include "tests/support/printed.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr char up[] = "\x1b[A", down[] = "\x1b[B";
+const std::string up = "\x1b[A", down = "\x1b[B";
 
 // A pool of three words, walked to its end.
 std::string complete(std::string prefix, int state) {
@@ -17,7 +18,7 @@ std::string complete(std::string prefix, int state) {
     if (state == 0) next = 0;
     while (next < std::size(words)) {
         const std::string word = words[next++];
-        if (word.compare(0, prefix.size(), prefix) == 0) return word;
+        if (word.starts_with(prefix)) return word;
     }
     return "";
 }
@@ -26,10 +27,31 @@ std::string complete(std::string prefix, int state) {
 // the buffer, and nothing behind it, with its cursor where the editor's is.
 class Editor {
   public:
+    Readline::Line line;
+    std::string entered;
+
     explicit Editor(int bytes = 1024, int historyLines = 200)
         : line(bytes, historyLines, complete) {
-        start();
+        line.start();
     }
+    Editor& type(const std::string& typed) {
+        std::size_t at = 0;
+        while (at < typed.size())
+            press(term.getKey([&] { return static_cast<unsigned char>(typed[at++]); }));
+        return *this;
+    }
+    // The line with a bar at the cursor.
+    std::string state() const {
+        std::string text = line.text();
+        return text.insert(static_cast<std::size_t>(line.getCursor()), "|");
+    }
+    std::string history() const {
+        return printed([this] { line.dumpHistory(); });
+    }
+
+  private:
+    std::string screen;
+    std::size_t column = 0;
 
     void press(int key) {
         const bool ended = line.handleKey(key);
@@ -37,46 +59,14 @@ class Editor {
         if (!ended) return;
         entered = line.text();
         line.finish();
-        start();
-    }
-
-    Editor& type(const std::string& typed) {
-        std::size_t at = 0;
-        while (at < typed.size())
-            press(term.getKey([&] { return static_cast<unsigned char>(typed[at++]); }));
-        return *this;
-    }
-
-    // The line with a bar at the cursor.
-    std::string state() const {
-        std::string text = line.text();
-        return text.insert(static_cast<std::size_t>(line.getCursor()), "|");
-    }
-
-    std::string history() const {
-        testing::internal::CaptureStdout();
-        line.dumpHistory();
-        return testing::internal::GetCapturedStdout();
-    }
-
-    Readline::Line line;
-    std::string entered;
-
-  private:
-    std::string screen;
-    std::size_t column = 0;
-
-    void start() {
         line.start();
         screen.clear();
         column = 0;
     }
-
     void show() {
         for (const char c : line.takeEcho()) {
             if (c == '\b') {
-                ASSERT_GT(column, 0u) << "left of the prompt's end";
-                --column;
+                ASSERT_GT(column--, 0u) << "left of the prompt's end";
                 continue;
             }
             ASSERT_FALSE(std::iscntrl(static_cast<unsigned char>(c)));
@@ -98,7 +88,6 @@ struct Case {
 
 TEST(Editing, KeysInLineOut) {
     const Case cases[] = {
-        {"abc\x01", "|abc"},
         {"abc\x01\x04", "|bc"},                // Ctrl-D
         {"\x04\x7f\x0b\x02\x06\x01\x05", "|"}, // nothing to act on
         {"abc\x02\x02\x06X", "abX|c"},
@@ -107,31 +96,37 @@ TEST(Editing, KeysInLineOut) {
         {"abc\x1b[H\x1b[C\x0b", "a|"}, // Ctrl-K
         {"abc\x1bOH\x1bOFx", "abcx|"},
         {"abc\x02\x02\x15", "|"},                 // Ctrl-U
-        {"abc\x01\x1b[2~XY", "XY|c"},             // overwrite
-        {"abc\x01\x1b[2~X\x1b[2~Y", "XY|bc"},     // and back to insert
+        {"abc\x01\x1b[2~X\x1b[2~Y", "XY|bc"},     // overwrite, and back to insert
         {"a\rb\x1b[5~\x1b[6~\x03\x1b?c", "abc|"}, // ignored
         {"\xc3\xa4", "\xc3\xa4|"},
         // The forms in which terminals send their keys, and what is none of them.
         {"ab\x1bODX\x1b[0DY\x1b[1~Z\x1b[4~!\x1bOw?", "ZaYXb!?|"},
         {"ab\x1bxy\x1b[xy\x1b[3xz\x1b[F~", "abyyz~|"},
+        // Completion.
+        {"pri\t\t\t\t", "print|"},
+        {"pri\t x\x1b[D\x1b[D\t", "print| x"},
+        {"a,b:pri\t)", "a,b:print)|"},
+        {"\t", "|"},
+        {"pri\x02\t", "pr|i"},
+        {"pri(x\x01\x06\x06\x06\t", "print|(x"},
+        {"se\t\t", "se|"},
+        {"pri\tx\t", "printx|"}, // a run of tabs ends with another key
     };
     for (const auto& [typed, state] : cases)
         EXPECT_EQ(Editor().type(typed).state(), state) << typed;
-    Editor editor;
-    EXPECT_EQ(editor.type("  \t x\x01\n").entered, "   x"); // whole, wherever the cursor is
+    EXPECT_EQ(Editor().type("  \t x\x01\n").entered, "   x"); // whole, wherever the cursor is
+    // A completion that does not fit is dropped whole, and the word with it.
+    EXPECT_EQ(Editor(10).type("abcd pri\t").state(), "abcd |");
+    EXPECT_EQ(Editor(11).type("abcd pri\t").state(), "abcd print|");
 }
 
 TEST(Editing, TheBufferHolds1023Characters) {
     Editor editor;
-    editor.type(std::string(1022, 'x') + "yz");
-    EXPECT_EQ(editor.state().substr(1020), "xxy|");
-    editor.type("\x01z\x1b[2~z");
-    EXPECT_EQ(editor.state().substr(0, 4), "z|xx");
-    editor.type("\x05\x7fw\n");
-    EXPECT_EQ(editor.entered, "z" + std::string(1021, 'x') + "w");
+    EXPECT_EQ(editor.type(std::string(1022, 'x') + "yz").state().substr(1020), "xxy|");
+    EXPECT_EQ(editor.type("\x01z\x1b[2~z").state().substr(0, 4), "z|xx");
+    EXPECT_EQ(editor.type("\x05\x7fw\n").entered, "z" + std::string(1021, 'x') + "w");
     // Also as history, and as what an earlier session left.
-    editor.type(up);
-    EXPECT_EQ(editor.line.getLength(), 1023);
+    EXPECT_EQ(editor.type(up).line.getLength(), 1023);
     editor.type("\n");
     editor.line.recall(std::string(1024, 'r'));
     editor.line.recall(std::string(1023, 's'));
@@ -140,65 +135,34 @@ TEST(Editing, TheBufferHolds1023Characters) {
 }
 
 TEST(Editing, RecallingLines) {
-    const std::string entered = "one\n  \ntwo\n\nthree\n";
     const Case cases[] = {
-        {up, "three|"},
-        {up + std::string(up) + up + up, "one|"},
-        {"draft" + std::string(up) + down + down, "draft|"},
-        {"\x10\x10\x0e", "three|"},                               // Ctrl-P, Ctrl-N
-        {std::string(up) + "!" + up + "?" + down, "three!|"},     // edits stay in the history
-        {std::string(up) + "!" + up + "?" + down + up, "two?|"},  //
-        {std::string(up) + "!\x15", "three|"},                    // Ctrl-U takes them back
-        {std::string(up) + "!" + up + down + "?\x15", "three!|"}, // to where they were stored
-        {std::string(up) + "\x01\x0b" + up + down, "three|"},     // an emptied line is not stored
-        {"draft" + std::string(up) + down + "!\x15", "draft|"},
+        {up + up + up + up, "one|"},
+        {"draft" + up + down + down, "draft|"},
+        {"\x10\x10\x0e", "three|"},                  // Ctrl-P, Ctrl-N
+        {up + "!" + up + "?" + down, "three!|"},     // edits stay in the history
+        {up + "!" + up + "?" + down + up, "two?|"},  //
+        {up + "!\x15", "three|"},                    // Ctrl-U takes them back
+        {up + "!" + up + down + "?\x15", "three!|"}, // to where they were stored
+        {up + "\x01\x0b" + up + down, "three|"},     // an emptied line is not stored
+        {"draft" + up + down + "!\x15", "draft|"},
+        // Ctrl-R searches backwards.
+        {"  \x12", "  |"},
+        {"t\x12\x12\x12", "t|"}, // past the top to the line being typed
+        {"t\x12\x12\x12\x12", "three|"},
+        {"zz\x12\x12", "zz|"},
+        {"t\x12 \x12", "three |"}, // another key begins a new search
+        {"o\x12\x1b[A", "one|"},   // the recalled line is where it stands
     };
     for (const auto& [typed, state] : cases)
-        EXPECT_EQ(Editor().type(entered).type(typed).state(), state) << typed;
-    Editor editor;
-    EXPECT_EQ(editor.type(entered).history(), "one\ntwo\nthree\n\n");
-    editor.type(std::string(up) + up + "2\n");
-    EXPECT_EQ(editor.entered, "two2");
+        EXPECT_EQ(Editor().type("one\n  \ntwo\n\nthree\n" + typed).state(), state) << typed;
     // The recalled line keeps its old text: it was entered, not stored where it stood.
+    Editor editor;
+    EXPECT_EQ(editor.type("one\n\ntwo\nthree\n" + up + up + "2\n").entered, "two2");
     EXPECT_EQ(editor.history(), "one\ntwo\nthree\ntwo2\n\n");
     // A full list drops its oldest line.
     Editor small(64, 3);
     EXPECT_EQ(small.type("a\nb\nc\nd\n").history(), "c\nd\n\n");
-    EXPECT_EQ(small.type(std::string(up) + up + up).state(), "c|");
-}
-
-TEST(Editing, SearchingBackwards) {
-    const std::string entered = "break a\nrun\nbreak b\nwhere\n";
-    const Case cases[] = {
-        {"  \x12", "  |"},
-        {"brea\x12\x12\x12", "brea|"}, // past the top to the line being typed
-        {"brea\x12\x12\x12\x12", "break b|"},
-        {"zz\x12\x12", "zz|"},
-        {"brea\x12 \x12", "break b |"}, // another key begins a new search
-        {"r\x12\x1b[A", "break b|"},
-    };
-    for (const auto& [typed, state] : cases)
-        EXPECT_EQ(Editor().type(entered).type(typed).state(), state) << typed;
-}
-
-TEST(Editing, Completing) {
-    const Case cases[] = {
-        {"pri\t", "print|"},
-        {"pri\t\t\t\t", "print|"},
-        {"pri\t x\x1b[D\x1b[D\t", "print| x"},
-        {"a,b:pri\t)", "a,b:print)|"},
-        {"\t", "|"},
-        {"pri\x02\t", "pr|i"},
-        {"pri(x\x01\x06\x06\x06\t", "print|(x"},
-        {"xyz\t\t", "xyz|"},
-        {"se\t\t", "se|"},
-        {"pri\tx\t", "printx|"}, // a run of tabs ends with another key
-    };
-    for (const auto& [typed, state] : cases)
-        EXPECT_EQ(Editor().type(typed).state(), state) << typed;
-    // A completion that does not fit is dropped whole, and the word with it.
-    EXPECT_EQ(Editor(10).type("abcd pri\t").state(), "abcd |");
-    EXPECT_EQ(Editor(11).type("abcd pri\t").state(), "abcd print|");
+    EXPECT_EQ(small.type(up + up + up).state(), "c|");
 }
 
 } // namespace

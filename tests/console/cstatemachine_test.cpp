@@ -6,14 +6,10 @@
 #include <csignal>
 #include <poll.h>
 #include <thread>
-#include <vector>
 
 namespace {
 
 using SM = StateMachine;
-
-constexpr SM::STATE states[] = {SM::NORMAL, SM::RUNNING, SM::INTERRUPTED, SM::TOQUIT,
-                                SM::TEMP,   SM::INTTEMP, SM::INIT};
 
 bool rung(int fd) {
     pollfd entry{fd, POLLIN, 0};
@@ -34,7 +30,8 @@ TEST(StateMachine, EventsLeadToTheSameStateFromEverywhere) {
         {SM::ACTIVE_QUIT_EVENT, SM::TOQUIT, false},
         {SM::PASSIVE_QUIT_EVENT, SM::TOQUIT, false},
     };
-    for (const SM::STATE from : states) {
+    for (int number = SM::NORMAL; number <= SM::INIT; ++number) {
+        const auto from = static_cast<SM::STATE>(number);
         for (const auto& [event, next, saves] : table) {
             SM machine;
             machine.setState(SM::INTERRUPTED);
@@ -46,8 +43,7 @@ TEST(StateMachine, EventsLeadToTheSameStateFromEverywhere) {
             EXPECT_EQ(rung(machine.quitFd()), expected == SM::TOQUIT);
             if (expected == SM::TOQUIT) continue;
             machine.parseConsole(SM::GROUP_REPLY_EVENT);
-            EXPECT_EQ(machine.getState(), saves ? from : SM::INTERRUPTED)
-                << from << " by " << event;
+            EXPECT_EQ(machine.getState(), saves ? from : SM::INTERRUPTED) << from << event;
         }
     }
 }
@@ -69,13 +65,9 @@ TEST(StateMachine, TheEndIsFinalUntilReset) {
 TEST(StateMachine, OneOfManyWinsEachStep) {
     static SM machine;
     static std::atomic<int> interrupts{0};
-    struct sigaction action {
-    }, before{};
-    action.sa_handler = [](int) {
+    const auto before = std::signal(SIGUSR1, [](int) {
         if (machine.setState(SM::INTERRUPTED, {SM::RUNNING})) ++interrupts;
-    };
-    action.sa_flags = SA_RESTART;
-    ::sigaction(SIGUSR1, &action, &before);
+    });
     constexpr int rounds = 5000;
     std::atomic<int> commands{0}, finished{0}, left{0};
     const auto race = [&] {
@@ -88,15 +80,10 @@ TEST(StateMachine, OneOfManyWinsEachStep) {
             const std::lock_guard again(machine);
         }
     };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i)
-        threads.emplace_back(race);
-    for (std::thread& thread : threads)
-        thread.join();
-    ::sigaction(SIGUSR1, &before, nullptr);
-    const int open = machine.isNormal() ? 0 : 1;
+    { const std::jthread one(race), two(race), three(race); }
+    std::signal(SIGUSR1, before);
     EXPECT_GT(commands, 0);
-    EXPECT_EQ(commands, finished + left + open);
+    EXPECT_EQ(commands, finished + left + (machine.isNormal() ? 0 : 1));
     EXPECT_EQ(interrupts, left + (machine.isInterrupted() ? 1 : 0));
 }
 

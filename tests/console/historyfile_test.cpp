@@ -3,20 +3,17 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <functional>
-#include <memory>
-#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 class HistoryOnDisk : public testing::Test {
   protected:
@@ -30,26 +27,26 @@ class HistoryOnDisk : public testing::Test {
         return text;
     }
     void fill(const std::string& text) { dir.write("history", text); }
-    std::string content() const { return dir.read("history"); }
-    mode_t mode() const {
-        struct stat status {};
-        return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+    // What the file holds after one more write to it.
+    std::string with(const std::string& line) {
+        HistoryFile::write(path, line);
+        return content();
     }
-    // The directory holds the history file and nothing besides.
+    std::string content() const { return dir.read("history"); }
+    // The directory holds the history file and nothing besides, and nobody else may read it.
     void expectNoLeftovers(std::ptrdiff_t files = 1) const {
-        std::filesystem::directory_iterator entries(dir.path());
-        EXPECT_EQ(std::distance(begin(entries), end(entries)), files);
+        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), files);
+        EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
     }
     // Runs the action in a process of its own, as an ordinary user.
     [[nodiscard]] pid_t start(const std::function<void()>& action) const {
         constexpr uid_t nobody = 65534;
-        if (::geteuid() == 0) {
-            EXPECT_EQ(::chown(dir.path().c_str(), nobody, nobody), 0);
-            EXPECT_TRUE(::chown(path.c_str(), nobody, nobody) == 0 || errno == ENOENT);
-        }
+        const bool root = ::geteuid() == 0;
+        for (const std::string& each : {dir.path(), path})
+            EXPECT_TRUE(!root || ::chown(each.c_str(), nobody, nobody) == 0 || errno == ENOENT);
         const pid_t child = ::fork();
         if (child != 0) return child;
-        if (::geteuid() == 0 && ::setuid(nobody) != 0) ::_exit(1);
+        if (root && ::setuid(nobody) != 0) ::_exit(1);
         action();
         ::_exit(0);
     }
@@ -62,38 +59,29 @@ class HistoryOnDisk : public testing::Test {
 
 TEST_F(HistoryOnDisk, SwingsBetween801And1001Lines) {
     fill(numbered(0, 1000));
-    HistoryFile::write(path, "a\n");
-    EXPECT_EQ(content(), numbered(0, 1000) + "a\n");
-    EXPECT_EQ(mode(), 0600u); // whatever it was before
-    HistoryFile::write(path, "b\n");
-    EXPECT_EQ(content(), numbered(201, 1000) + "a\nb\n");
+    EXPECT_EQ(with("a\n"), numbered(0, 1000) + "a\n");
+    EXPECT_EQ(with("b\n"), numbered(201, 1000) + "a\nb\n");
     // One line of 255 characters counts as two, as reads of 255 bytes would have it.
     const std::string wide = std::string(255, 'w') + "\n";
     fill(numbered(0, 999) + wide);
-    HistoryFile::write(path, "a\n");
-    EXPECT_EQ(content(), numbered(200, 999) + wide + "a\n");
+    EXPECT_EQ(with("a\n"), numbered(200, 999) + wide + "a\n");
     expectNoLeftovers();
-}
-
-TEST_F(HistoryOnDisk, LastLines) {
     fill("a\n\nc");
     EXPECT_EQ(HistoryFile::tail(path, 2), "\nc");
     EXPECT_EQ(HistoryFile::tail(path, 9), "a\n\nc");
-    HistoryFile::write(path, "d\n");
-    EXPECT_EQ(content(), "a\n\nc\nd\n");
-    EXPECT_EQ(HistoryFile::tail(path, 1), "d\n");
+    EXPECT_EQ(with("d\n"), "a\n\nc\nd\n");
 }
 
 TEST_F(HistoryOnDisk, ALinkStaysALinkAndWhatIsNewIsPrivate) {
     const mode_t mask = ::umask(0);
-    HistoryFile::write(path, "secret\n");
+    EXPECT_EQ(with("secret\n"), "secret\n");
     ::umask(mask);
-    EXPECT_EQ(mode(), 0600u);
+    expectNoLeftovers();
     const std::string link = dir.path("link 'with \"quotes\" and $(blanks)");
     fill(numbered(0, 1001));
-    std::filesystem::create_symlink("history", link);
+    fs::create_symlink("history", link);
     HistoryFile::write(link, "a\n");
-    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_EQ(content(), numbered(201, 1001) + "a\n");
     expectNoLeftovers(2);
 }
@@ -131,23 +119,21 @@ TEST_F(HistoryOnDisk, ConsolesThatTrimAtOnceLoseAndTearNothing) {
     for (int round = 0; round < rounds; ++round) {
         fill(numbered(0, 996 + round));
         std::vector<pid_t> children;
-        for (int c = 0; c < consoles; ++c) {
-            children.push_back(start([this, c, lineOf] {
+        for (int c = 0; c < consoles; ++c)
+            children.push_back(start([&] {
                 for (int i = 0; i < lines; ++i)
                     HistoryFile::write(path, lineOf(c, i));
             }));
-        }
-        std::for_each(children.begin(), children.end(), await);
+        for (const pid_t child : children)
+            await(child);
         const std::string text = content();
-        for (int c = 0; c < consoles; ++c) {
-            std::size_t at = 0;
-            for (int i = 0; i < lines; ++i) {
-                const std::string line = "\n" + lineOf(c, i);
+        for (int c = 0; c < consoles; ++c)
+            for (std::size_t i = 0, at = 0; i < lines; ++i) {
+                const std::string line = "\n" + lineOf(c, static_cast<int>(i));
                 at = text.find(line, at);
                 ASSERT_NE(at, std::string::npos) << "round " << round << line;
                 ASSERT_EQ(text.find(line, at + 1), std::string::npos);
             }
-        }
         // The old lines end where they ended, and are whole.
         ASSERT_NE(text.find("line " + std::to_string(995 + round) + "\n"), std::string::npos);
         ASSERT_TRUE(text.starts_with("line "));

@@ -3,22 +3,26 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
 namespace {
 
+// By the matrix, of which one row is kept.
 int matrixDistance(const std::string& a, const std::string& b) {
-    std::vector<std::vector<int>> cell(a.size() + 1, std::vector<int>(b.size() + 1));
-    for (std::size_t i = 0; i <= a.size(); ++i) {
-        for (std::size_t j = 0; j <= b.size(); ++j)
-            cell[i][j] = i == 0 || j == 0
-                             ? static_cast<int>(i + j)
-                             : std::min({cell[i][j - 1] + 1, cell[i - 1][j] + 1,
-                                         cell[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+    std::vector<int> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), 0);
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        int diagonal = row[0]++;
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const int replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+        }
     }
-    return cell[a.size()][b.size()];
+    return row.back();
 }
 
 void expectExact(const std::string& a, const std::string& b) {
@@ -36,12 +40,10 @@ TEST(Levenshtein, EqualsTheMatrix) {
         return s;
     };
     // Both ends differ, so that no common head or tail shortens the texts: every length is met.
-    for (std::size_t a : {1, 2, 62, 63, 64, 65, 66, 127, 128, 129, 192, 193, 300}) {
-        for (std::size_t b : {1, 63, 64, 65, 128, 129, 257}) {
+    for (std::size_t a : {1, 2, 62, 63, 64, 65, 66, 127, 128, 129, 192, 193, 300})
+        for (std::size_t b : {1, 63, 64, 65, 128, 129, 257})
             for (std::size_t letters : {2, 4, 30})
                 expectExact('<' + text(a - 1, letters) + '1', '>' + text(b - 1, letters) + '2');
-        }
-    }
     // Texts that are a few edits apart, as lines of output are.
     for (int round = 0; round < 300; ++round) {
         const std::string one = text(200, 3);
@@ -50,9 +52,7 @@ TEST(Levenshtein, EqualsTheMatrix) {
             other.replace(pick(180), pick(3), "xy", pick(3));
         expectExact(one, other);
     }
-    const std::string longer = text(5000, 20);
-    EXPECT_EQ(Levenshtein::Distance(longer, longer.substr(40, 4900) + "++"), 100);
-    EXPECT_EQ(Levenshtein::Distance("", longer), 5000);
+    EXPECT_EQ(Levenshtein::Distance("", text(5000, 20)), 5000);
     EXPECT_EQ(Levenshtein::Distance({"a\0b", 3}, {"a\0c", 3}), 1);
 }
 

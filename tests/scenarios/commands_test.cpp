@@ -19,7 +19,7 @@ class Commands : public Session {
         const char* line;
         std::string shown;
     };
-    using Record = std::vector<ScriptedFrontEnd::Output>;
+    using Record = std::vector<Output>;
 
     void expectAnswers(std::initializer_list<Row> rows) {
         for (const auto& [line, shown] : rows)

@@ -115,22 +115,6 @@ bool ScriptedFrontEnd::waitForCommand(std::chrono::milliseconds span) const {
     return readable(console->getFd(), static_cast<int>(span.count()));
 }
 
-Data ScriptedFrontEnd::text(int id, const std::vector<Output>& lines, const std::string& command) {
-    Data data = status(Data::TEXT, id);
-    ClientSet all;
-    for (const Output& output : lines) {
-        Line line(output.line, Line::EQUAL);
-        line.addBEs(output.clients);
-        line.setContent(output.text);
-        line.generateKey();
-        data.addLine(&line);
-        all.insert(output.clients);
-    }
-    if (!all.empty()) data.setBounds(all.front(), all.back(), static_cast<int>(all.size()));
-    data.setConsoleCmd(command);
-    return data;
-}
-
 void ScriptedFrontEnd::finish(int id) {
     ready(id);
     expectFiltered();

@@ -5,6 +5,7 @@
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
+#include "tests/support/output.h"
 
 #include <chrono>
 #include <functional>
@@ -58,14 +59,13 @@ class ScriptedFrontEnd {
     /// The same within a time.
     bool waitForCommand(std::chrono::milliseconds span) const;
 
-    /// One line of output: its number, the clients that printed it, and the text.
-    struct Output {
-        int line;
-        ClientSet clients;
-        std::string text;
-    };
     /// A TEXT record for the console's id, whose bounds and client count follow from the lines.
-    static Data text(int id, const std::vector<Output>& lines, const std::string& command = "");
+    static Data text(int id, const std::vector<Output>& lines, const std::string& command = "") {
+        Data data = Output::record(lines);
+        data.setConsoleID(id);
+        data.setConsoleCmd(command);
+        return data;
+    }
     /// A record without lines.
     static Data status(Data::Type type, int id) {
         Data data;
