@@ -26,13 +26,21 @@ TEST(LineCutter, CutsWhereverTheReadsFall) {
 
 TEST(LineCutter, ALineTakenUnfinishedGoesOnAsAnother) {
     LineCutter cutter;
-    EXPECT_TRUE(cutter.feed("half", start).empty());
+    EXPECT_EQ(cutter.feed("half", start), Lines());
     EXPECT_EQ(cutter.takePartial(), "half");
-    // The newline alone ends what was taken; an empty line of its own is one.
-    EXPECT_EQ(cutter.feed("\n\n", start), (Lines{""}));
-    cutter.feed("half", start);
-    cutter.takePartial();
+    // The newline alone ends what was taken; an empty line of its own is one. NUL bytes are none.
+    EXPECT_EQ(cutter.feed({"\n\n\0", 3}, start), (Lines{""}));
+    cutter.feed({"ha\0lf", 5}, start);
+    EXPECT_EQ(cutter.takePartial(), "half");
     EXPECT_EQ(cutter.feed(" more\n", start), (Lines{" more"}));
+    // The line that the cursor stands on is known still, up to a length.
+    cutter.feed("text\nQuestion? (y or n) ", start);
+    cutter.takePartial();
+    EXPECT_EQ(cutter.tail(), "Question? (y or n) ");
+    cutter.breakLine();
+    EXPECT_EQ(cutter.tail(), "");
+    cutter.feed(std::string(100000, 'x') + ">", start);
+    EXPECT_EQ(cutter.tail(), std::string(255, 'x') + ">");
 }
 
 TEST(LineCutter, TellsSinceWhenALineWaits) {
@@ -43,29 +51,10 @@ TEST(LineCutter, TellsSinceWhenALineWaits) {
     EXPECT_EQ(cutter.since(), start);
     cutter.feed("\nc", later);
     EXPECT_EQ(cutter.since(), later);
-    cutter.feed("\n", later);
-    EXPECT_EQ(cutter.since(), std::nullopt);
-    cutter.feed("d", start);
     cutter.takePartial();
     EXPECT_EQ(cutter.since(), std::nullopt);
-}
-
-TEST(LineCutter, RemembersTheLineThatTheCursorStandsOn) {
-    LineCutter cutter;
-    cutter.feed("text\nQuestion? (y or n) ", start);
-    EXPECT_EQ(cutter.tail(), "Question? (y or n) ");
-    cutter.takePartial();
-    EXPECT_EQ(cutter.tail(), "Question? (y or n) ");
-    cutter.breakLine();
-    EXPECT_EQ(cutter.tail(), "");
-    cutter.feed(std::string(100000, 'x') + ">", start);
-    EXPECT_EQ(cutter.tail().size(), 256u);
-    EXPECT_EQ(cutter.tail().back(), '>');
-}
-
-TEST(LineCutter, LeavesOutNulBytes) {
-    LineCutter cutter;
-    EXPECT_EQ(cutter.feed(std::string("a\0b\n\0\n", 6), start), (Lines{"ab", ""}));
+    cutter.feed("d\n", later);
+    EXPECT_EQ(cutter.since(), std::nullopt);
 }
 
 } // namespace

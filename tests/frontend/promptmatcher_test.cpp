@@ -14,12 +14,9 @@ Pieces inChunks(const std::string& text, std::size_t size) {
     Pieces all;
     for (std::size_t at = 0; at < text.size(); at += size) {
         for (const auto& piece : matcher.feed(std::string_view(text).substr(at, size))) {
-            if (!all.empty() && !all.back().prompt) {
-                all.back().text += piece.text;
-                all.back().prompt = piece.prompt;
-            } else {
-                all.push_back(piece);
-            }
+            if (all.empty() || all.back().prompt) all.emplace_back();
+            all.back().text += piece.text;
+            all.back().prompt = piece.prompt;
         }
     }
     if (const std::string rest = matcher.rest(); !rest.empty()) all.push_back({rest, false});
@@ -27,12 +24,8 @@ Pieces inChunks(const std::string& text, std::size_t size) {
 }
 
 TEST(PromptMatcher, FindsPromptsHoweverTheyAreCut) {
-    const struct {
-        std::string text;
-        Pieces pieces;
-    } cases[] = {
+    const std::pair<std::string, Pieces> cases[] = {
         {"a\n" + prompt, {{"a\n", true}}},
-        {prompt, {{"", true}}},
         {prompt + prompt, {{"", true}, {"", true}}},
         {"no newline" + prompt + "b", {{"no newline", true}, {"b", false}}},
         // Beginnings that come to nothing.
@@ -40,10 +33,9 @@ TEST(PromptMatcher, FindsPromptsHoweverTheyAreCut) {
         {"\1\1\1" + prompt, {{"\1\1\1", true}}},
         {"\1nonce \n", {{"\1nonce \n", false}}},
     };
-    for (const auto& each : cases) {
-        for (std::size_t size = 1; size <= each.text.size(); ++size)
-            EXPECT_EQ(inChunks(each.text, size), each.pieces) << each.text << " by " << size;
-    }
+    for (const auto& [text, pieces] : cases)
+        for (std::size_t size = 1; size <= text.size(); ++size)
+            EXPECT_EQ(inChunks(text, size), pieces) << text << " by " << size;
 }
 
 TEST(PromptMatcher, KeepsBackOnlyWhatMayBecomeAPrompt) {

@@ -4,34 +4,22 @@
 
 namespace {
 
-Tracing::Facts facts(pid_t tracer = 0, const std::string& owner = "", int yama = 0) {
-    Tracing::Facts known;
-    known.exists = true;
-    known.tracer = tracer;
-    known.tracerName = "gdb";
-    known.owner = owner;
-    known.yamaScope = yama;
-    return known;
-}
-
 // The reason that can be acted on first comes first.
 TEST(Tracing, ARefusalNamesItsReasonAndTheWayOut) {
-    Tracing::Facts zombie = facts(0, "", 1), thread = facts();
-    zombie.zombie = true;
-    thread.processOf = 41;
     const struct {
+        // Whether it exists and is a zombie, its process, owner, tracer and its name, yama's scope.
         Tracing::Facts known;
         const char* text;
     } cases[] = {
         {{}, "no such process"},
-        {zombie, "has ended"},
-        {thread, "thread of process 41"},
-        {facts(0, "eva", 1), "belongs to eva. Run vex as eva."},
-        {facts(7, "", 1), "process 7 (gdb) traces it already"},
-        {facts(0, "", 1), "sudo sysctl kernel.yama.ptrace_scope=0"},
-        {facts(0, "", 2), "only administrators"},
-        {facts(0, "", 3), "booted again"},
-        {facts(), "--cap-add=SYS_PTRACE"},
+        {{true, true, -1, "", 0, "", 1}, "has ended"},
+        {{true, false, 41, "", 0, "", 0}, "thread of process 41"},
+        {{true, false, -1, "eva", 0, "", 1}, "belongs to eva. Run vex as eva."},
+        {{true, false, -1, "", 7, "gdb", 1}, "process 7 (gdb) traces it already"},
+        {{true, false, -1, "", 0, "", 1}, "sudo sysctl kernel.yama.ptrace_scope=0"},
+        {{true, false, -1, "", 0, "", 2}, "only administrators"},
+        {{true, false, -1, "", 0, "", 3}, "booted again"},
+        {{true, false, -1, "", 0, "", 0}, "--cap-add=SYS_PTRACE"},
     };
     for (const auto& each : cases) {
         const std::string text = Tracing::refusal(42, each.known);

@@ -15,13 +15,9 @@ std::string helpOn(int brief, int detail) {
 
 class Commands : public Session {
   protected:
-    struct Row {
-        const char* line;
-        std::string shown;
-    };
     using Record = std::vector<Output>;
 
-    void expectAnswers(std::initializer_list<Row> rows) {
+    void expectAnswers(const std::vector<std::pair<const char*, std::string>>& rows) {
         for (const auto& [line, shown] : rows)
             EXPECT_EQ(answerTo(line), shown) << line;
     }

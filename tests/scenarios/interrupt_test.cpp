@@ -26,19 +26,12 @@ TEST_F(Interrupt, CtrlCAtThePromptDoesNothing) {
 TEST_F(Interrupt, LinesRefusedBehindIt) {
     begin();
     interrupted();
-    const std::string useSend = "3917-503  Use 'send %s' to send secondary prompt messages. Error "
-                                "near: ";
-    const struct {
-        const char* line;
-        std::string shown;
-    } refused[] = {
-        {" print %d", useSend + "print %d<END>\n"},
-        {"instant", "3917-551  Must specify actual debugger command as argument for instant "
-                    "command. Error near: instant<END>\n"},
-        {"match x", "3917-500  This command cannot run in interrupt state. Error near: "
-                    "match x<END>\n"},
-        {"option broadcast on", "3917-500  This command cannot run in interrupt state. Error "
-                                "near: broadcast on<END>\n"},
+    const std::string useSend = "3917-503  Use 'send %s' to send secondary prompt messages.";
+    const std::string notHere = "3917-500  This command cannot run in interrupt state.";
+    const std::pair<const char*, std::string> refused[] = {
+        {" print %d", useSend + " Error near: print %d<END>\n"},
+        {"match x", notHere + " Error near: match x<END>\n"},
+        {"option broadcast on", notHere + " Error near: broadcast on<END>\n"},
         {"option ecolor red", "set color to red.\n"},
         {"send", "3917-501  Ambiguous command. Error near: <END>\n"},
         {"leave now", "3917-540  Extra parameters. Error near: now<END>\n"},
@@ -49,7 +42,6 @@ TEST_F(Interrupt, LinesRefusedBehindIt) {
 }
 
 TEST_F(Interrupt, RequestsAndTheirAnswers) {
-    const std::string normal = "(all) ";
     const struct {
         const char* line;
         Command::Type sent;
@@ -62,18 +54,17 @@ TEST_F(Interrupt, RequestsAndTheirAnswers) {
         {"on nowhere", Command::ON, "nowhere", Reply::FAILED, "(g1:int) "},
         {"on all", Command::ON, "all", Reply::ON_INTERRUPT, "(all:int) "},
         // With nothing in flight, or nobody who asks, it comes back to normal.
-        {"interrupt", Command::INTERRUPT, "", Reply::ON_NORMAL, normal},
-        {"send y", Command::PROMPT, "y", Reply::FAILED, normal},
+        {"interrupt", Command::INTERRUPT, "", Reply::ON_NORMAL, "(all) "},
+        {"send y", Command::PROMPT, "y", Reply::FAILED, "(all) "},
     };
     begin();
     interrupted();
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.line);
-        ask(row.line, row.sent, row.text);
-        const bool failed = row.value == Reply::FAILED;
-        frontEnd.reply(row.value, failed ? 511 : 0, row.text.empty() ? "all" : row.text);
-        EXPECT_EQ(prompt(row.prompt), failed ? "3917-511  Group not found.\n" : "");
-        if (row.prompt == normal) interrupted();
+    for (const auto& [line, sent, text, value, next] : cases) {
+        ask(line, sent, text);
+        const bool failed = value == Reply::FAILED;
+        frontEnd.reply(value, failed ? 511 : 0, text.empty() ? "all" : text);
+        EXPECT_EQ(prompt(next), failed ? "3917-511  Group not found.\n" : "") << line;
+        if (next == "(all) ") interrupted();
     }
     // READY instead of an answer: the members have stopped.
     ask("interrupt", Command::INTERRUPT, "");

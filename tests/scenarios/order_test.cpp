@@ -3,36 +3,32 @@
 
 using Order = Session;
 
-namespace {
-
-std::string number(int i) { return std::to_string(i); }
-
-} // namespace
-
 // Every answer is on its way before the console can have looked: it must neither clear the first
 // output nor lose the reply, and the script's lines follow one after the other.
 TEST_F(Order, AScriptAgainstAFrontEndThatAnswersAtOnce) {
     constexpr int rounds = 300;
     std::string script, screen = "\x1b[?7h\x1b[?45h";
     for (int i = 0; i < rounds; ++i)
-        script += "print " + number(i) + "\ngroup g = " + number(i) + "\n";
+        script += "print " + std::to_string(i) + "\ngroup g = " + std::to_string(i) + "\n";
     launch(script);
     frontEnd.accept(id);
     for (int i = 0; i < rounds; ++i) {
-        frontEnd.expectCommand(Command::CLIENT, "print " + number(i));
+        frontEnd.expectCommand(Command::CLIENT, "print " + std::to_string(i));
         const int client = i % 8;
-        frontEnd.raw(frontEnd.bytes(frontEnd.text(id, {{0, {client}, "out " + number(i)}})) +
-                     frontEnd.bytes(frontEnd.status(Data::READY, id)));
+        frontEnd.raw(
+            frontEnd.bytes(frontEnd.text(id, {{0, {client}, "out " + std::to_string(i)}})) +
+            frontEnd.bytes(frontEnd.status(Data::READY, id)));
         // Only this command's output counts, and all of it.
-        ASSERT_EQ(frontEnd.expectFiltered(), number(client) + " ");
+        ASSERT_EQ(frontEnd.expectFiltered(), std::to_string(client) + " ");
         ASSERT_FALSE(frontEnd.hasCommand());
         frontEnd.success();
-        ASSERT_EQ(frontEnd.expectGroup().ids().str(), number(i) + " ");
+        ASSERT_EQ(frontEnd.expectGroup().ids().str(), std::to_string(i) + " ");
         ASSERT_FALSE(frontEnd.hasCommand());
-        const std::string members = i % 2 ? "" : "g: " + number(i) + "\n";
+        const std::string members = i % 2 ? "" : "g: " + std::to_string(i) + "\n";
         frontEnd.reply(i % 2 ? Reply::SUCCESS : Reply::GROUP_QUERY, 0, members);
-        screen += "(all) print " + number(i) + "\n" + green + number(client) + " | out " +
-                  number(i) + eol + "(all) group g = " + number(i) + "\n" + members;
+        screen += "(all) print " + std::to_string(i) + "\n" + green + std::to_string(client) +
+                  " | out " + std::to_string(i) + eol + "(all) group g = " + std::to_string(i) +
+                  "\n" + members;
     }
     frontEnd.expectClosed();
     expectEnd();
@@ -90,14 +86,14 @@ TEST_F(Order, TwoThreadsNeverMixTheirFrames) {
     const std::string padding(1000, 'x');
     std::string script;
     for (int i = 0; i < rounds; ++i)
-        script += "p" + number(i) + " " + padding + "\n";
+        script += "p" + std::to_string(i) + " " + padding + "\n";
     launch(script);
     frontEnd.accept(id);
     const std::string quit = frontEnd.bytes(frontEnd.status(Data::QUIT, id + 1));
     for (int seen = 0, asked = 0; seen < rounds || asked < rounds;) {
         const Command next = frontEnd.expectCommand();
         if (next.getType() == Command::CLIENT) {
-            ASSERT_EQ(next.getContent(), "p" + number(seen++) + " " + padding);
+            ASSERT_EQ(next.getContent(), "p" + std::to_string(seen++) + " " + padding);
             frontEnd.raw(frontEnd.bytes(frontEnd.status(Data::READY, id)) + quit);
         } else if (next.getType() == Command::GROUP) {
             frontEnd.success();

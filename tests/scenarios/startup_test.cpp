@@ -1,8 +1,8 @@
 // From the command line to the first prompt, and the ways in which that goes wrong.
+#include "tests/support/processes.h"
 #include "tests/support/session.h"
 
 #include <filesystem>
-#include <fstream>
 #include <sys/wait.h>
 
 class Startup : public Session {
@@ -10,26 +10,15 @@ class Startup : public Session {
     // The number of a session that nobody serves.
     const std::string nobodys = std::to_string(frontEnd.session() + 1);
 
-    void launchAlone(const std::vector<std::string>& arguments) {
-        Terminal::Start start;
-        start.argv = {program("vexconsole")};
-        start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
-        start.environment = environment;
-        start.environment["HOME"] = home.path();
-        console = std::make_unique<Terminal>(start);
-    }
     // A console that connects to nobody gets a Ctrl-C. It ignores SIGXFSZ once its own handler for
     // that is in place.
-    void interruptConnecting(const std::vector<std::string>& more) {
-        std::vector<std::string> arguments{"-s", nobodys};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        launchAlone(arguments);
-        const std::string path = "/proc/" + std::to_string(console->pid()) + "/status";
+    void interruptConnecting(const std::vector<std::string>& arguments) {
+        start("vexconsole", arguments);
+        const std::string mark = "SigIgn:\t";
         for (unsigned long long set = 0; (set >> (SIGXFSZ - 1) & 1) == 0; ::usleep(1000)) {
-            std::ifstream status(path);
-            for (std::string word; status >> word && word != "SigIgn:";) {
-            }
-            status >> std::hex >> set;
+            const std::string status = Processes::content(console->pid(), "status");
+            ASSERT_NE(status.find(mark), std::string::npos);
+            set = std::stoull(status.substr(status.find(mark) + mark.size()), nullptr, 16);
             ASSERT_TRUE(console->running());
         }
         console->signal(SIGINT);
@@ -42,32 +31,30 @@ class Startup : public Session {
 };
 
 TEST_F(Startup, MistakesInTheCommandLine) {
-    const std::string noSession =
-        "ERROR: 152 3917-152  '%' requires <session number> after -s.\n\n";
-    const struct {
-        std::vector<std::string> arguments;
-        std::string shown;
-    } mistakes[] = {
+    const std::string noSession = "152 3917-152  '%' requires <session number> after -s.\n\n";
+    const std::pair<std::vector<std::string>, std::string> mistakes[] = {
         {{"-s", "x"}, noSession},
         {{"-s"}, noSession},
         // A number that does not fit is nobody else's session.
         {{"-s", "100000"}, noSession},
         {{"-s", "4294967297"}, noSession},
-        {{"-q"}, "ERROR: 151 3917-151  '%' does not recognize option '-q'.\n\n"},
-        {{"word"}, "ERROR: 153 3917-153  Extra argument 'word' to '%'.\n\n"},
-        {{"-h"},
-         "Usage: %\nOptional:\n"
-         "  -s <session number>\t-- Which debug session to connect to.\n"
-         "  -u <use luma>\t-- Whether use luma or not. \n"
-         "  -p <command line file>\t-- Command under batch mode file. \n"
-         "  -h\t\t\t-- Show help information.\n"
-         "  -b <frontend process pid>\t-- Abort which frontend process when break\n"},
+        {{"-q"}, "151 3917-151  '%' does not recognize option '-q'.\n\n"},
+        {{"word"}, "153 3917-153  Extra argument 'word' to '%'.\n\n"},
     };
     for (auto [arguments, shown] : mistakes) {
-        launchAlone(arguments);
+        start("vexconsole", arguments);
         shown.replace(shown.find('%'), 1, program("vexconsole"));
-        EXPECT_EQ(output(), shown);
+        EXPECT_EQ(output(), "ERROR: " + shown);
     }
+    start("vexconsole", {"-h"});
+    EXPECT_EQ(output(),
+              "Usage: " + program("vexconsole") +
+                  "\nOptional:\n"
+                  "  -s <session number>\t-- Which debug session to connect to.\n"
+                  "  -u <use luma>\t-- Whether use luma or not. \n"
+                  "  -p <command line file>\t-- Command under batch mode file. \n"
+                  "  -h\t\t\t-- Show help information.\n"
+                  "  -b <frontend process pid>\t-- Abort which frontend process when break\n");
 }
 
 TEST_F(Startup, NobodyListens) {
@@ -77,11 +64,11 @@ TEST_F(Startup, NobodyListens) {
     // A front end that is gone is not waited for.
     for (const auto& [timeout, pid] : {std::pair{"1", ::getpid()}, {"600", gone}}) {
         environment["VEX_CONSOLE_TIMEOUT"] = timeout;
-        launchAlone({"-s", nobodys, "-b", std::to_string(pid)});
+        start("vexconsole", {"-s", nobodys, "-b", std::to_string(pid)});
         EXPECT_EQ(output(), "ERROR: 120 3917-120  Connection time-out after 1 seconds.\n\n");
     }
     environment["VEX_CONSOLE_TIMEOUT"] = "-5";
-    launchAlone({"-s", nobodys});
+    start("vexconsole", {"-s", nobodys});
     EXPECT_EQ(output(), "ERROR: \"VEX_CONSOLE_TIMEOUT\"(-5) should be positive value.\n");
 }
 
@@ -101,11 +88,11 @@ TEST_F(Startup, CtrlCWhileConnectingAsksTheFrontEndToStopOrEndsTheConsole) {
     sigemptyset(&set);
     sigaddset(&set, SIGUSR1);
     ::sigprocmask(SIG_BLOCK, &set, nullptr);
-    interruptConnecting({"-b", std::to_string(::getpid())});
+    interruptConnecting({"-s", nobodys, "-b", std::to_string(::getpid())});
     const timespec limit{60, 0};
     EXPECT_EQ(::sigtimedwait(&set, nullptr, &limit), SIGUSR1);
     EXPECT_TRUE(console->running());
-    interruptConnecting({});
+    interruptConnecting({"-s", nobodys});
     EXPECT_EQ(console->exitStatus(), 1);
 }
 

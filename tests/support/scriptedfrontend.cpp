@@ -9,9 +9,12 @@
 
 namespace {
 
+[[noreturn]] void expected(const std::string& what) {
+    throw std::runtime_error("expected " + what);
+}
+
 std::string textOf(const Command& command) {
-    const char* content = command.getContent();
-    return content ? std::string(content, static_cast<std::size_t>(command.getLength())) : "";
+    return {command.getContent(), static_cast<std::size_t>(command.getLength())};
 }
 
 } // namespace
@@ -39,53 +42,45 @@ ScriptedFrontEnd::ScriptedFrontEnd() {
 }
 
 void ScriptedFrontEnd::connected() {
-    if (!readable(listener.getFd(), Deadline().left()))
-        throw std::runtime_error("expected a console to connect to " + name);
+    if (!readable(listener.getFd(), Deadline().left())) expected("a console to connect to " + name);
     std::string peer;
     console = listener.accept(peer);
 }
 
 // Reads with a deadline of its own, so that a frame which never ends fails the test.
-std::string ScriptedFrontEnd::take(std::size_t size, const char* what) {
+std::string ScriptedFrontEnd::take(std::size_t size) {
     const Deadline deadline;
-    std::string data;
-    while (data.size() < size) {
-        if (!readable(console->getFd(), deadline.left()))
-            throw std::runtime_error(std::string("expected ") + what + " from the console");
-        char buffer[65536];
-        const ssize_t got =
-            ::read(console->getFd(), buffer, std::min(size - data.size(), sizeof buffer));
-        if (got <= 0)
-            throw std::runtime_error(std::string("expected ") + what +
-                                     ", but the console closed the connection");
-        data.append(buffer, static_cast<std::size_t>(got));
+    std::string data(size, '\0');
+    for (std::size_t at = 0; at < size;) {
+        if (!readable(console->getFd(), deadline.left())) expected("a command from the console");
+        const ssize_t got = ::read(console->getFd(), data.data() + at, size - at);
+        if (got <= 0) expected("a command, but the console closed the connection");
+        at += static_cast<std::size_t>(got);
     }
     return data;
 }
 
 Command ScriptedFrontEnd::expectCommand() {
-    const int length = Frame::length(take(4, "a command").data());
+    const int length = Frame::length(take(4).data());
     if (length < 0 || length > (1 << 24))
-        throw std::runtime_error("a command frame of " + std::to_string(length) + " bytes");
-    const std::string body = take(static_cast<std::size_t>(length), "the rest of a command");
+        expected("a command, got a frame of " + std::to_string(length) + " bytes");
     Command command;
-    command.unpack(body.data(), length);
+    command.unpack(take(static_cast<std::size_t>(length)).data(), length);
     return command;
 }
 
 Command ScriptedFrontEnd::expectCommand(Command::Type type) {
     Command command = expectCommand();
     if (command.getType() != type)
-        throw std::runtime_error("expected a command of type " + std::to_string(type) + ", got " +
-                                 std::to_string(command.getType()) + ": " + textOf(command));
+        expected("a command of type " + std::to_string(type) + ", got " +
+                 std::to_string(command.getType()) + ": " + textOf(command));
     return command;
 }
 
 void ScriptedFrontEnd::expectCommand(Command::Type type, const std::string& text) {
     // A text travels with its NUL; an empty one stands for no content at all.
     const std::string got = textOf(expectCommand(type));
-    if (got != (text.empty() ? "" : text + '\0'))
-        throw std::runtime_error("expected the text \"" + text + "\", got \"" + got + "\"");
+    if (got != (text.empty() ? "" : text + '\0')) expected("\"" + text + "\", got \"" + got + "\"");
 }
 
 GroupCommand ScriptedFrontEnd::expectGroup() {
@@ -99,16 +94,14 @@ std::string ScriptedFrontEnd::expectFiltered() {
     const GroupCommand group = expectGroup();
     if (group.getBase() != "FILTERED" || group.getOpType() != GroupCommand::ASSIGN ||
         group.numOfName() != 0)
-        throw std::runtime_error("expected FILTERED to be assigned, got group " + group.getBase());
+        expected("FILTERED to be assigned, got group " + group.getBase());
     return group.ids().str();
 }
 
 void ScriptedFrontEnd::expectClosed() {
     char byte;
-    if (!readable(console->getFd(), Deadline().left()))
-        throw std::runtime_error("expected the console to close the connection");
-    if (::read(console->getFd(), &byte, 1) > 0)
-        throw std::runtime_error("expected the end of the connection, got another command");
+    if (!readable(console->getFd(), Deadline().left()) || ::read(console->getFd(), &byte, 1) > 0)
+        expected("the console to close the connection");
 }
 
 bool ScriptedFrontEnd::waitForCommand(std::chrono::milliseconds span) const {

@@ -114,5 +114,5 @@ class ScriptedFrontEnd {
     std::function<void()> readScreen;
 
     bool readable(int fd, int timeout) const;
-    std::string take(std::size_t size, const char* what);
+    std::string take(std::size_t size);
 };

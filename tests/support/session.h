@@ -43,23 +43,24 @@ class Session : public testing::Test {
     std::vector<std::string> options;
     std::vector<int> ignored;
 
-    /// Starts the console without waiting for anything; input takes the terminal's place as
-    /// standard input.
-    void launch(std::optional<std::string> input = std::nullopt) {
-        Terminal::Start start;
-        start.argv = {program("vexconsole"), "-s", std::to_string(frontEnd.session())};
-        start.argv.insert(start.argv.end(), options.begin(), options.end());
-        start.environment = environment;
-        start.environment.try_emplace("HOME", home.path());
-        start.environment.try_emplace("TERM", "xterm");
-        start.environment.try_emplace("LC_ALL", "C");
+    /// Starts a program as the console, without waiting for anything; input takes the terminal's
+    /// place as standard input.
+    void start(const std::string& name, const std::vector<std::string>& arguments,
+               std::optional<std::string> input = std::nullopt) {
+        Terminal::Start start{{program(name)}, environment, std::move(input), ignored};
+        start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
+        start.environment.insert({{"HOME", home.path()}, {"TERM", "xterm"}, {"LC_ALL", "C"}});
         for (const char* own : {"VEX_HISTORY_LINES", "VEX_CONSOLE_TIMEOUT", "VEX_DEBUG_TIMEOUT"})
             start.environment.try_emplace(own, "");
-        start.input = std::move(input);
-        start.ignored = ignored;
         frontEnd.watch(-1, nullptr);
         console = std::make_unique<Terminal>(start);
         frontEnd.watch(console->fd(), [this] { console->screen(); });
+    }
+    /// Starts the console for the scripted front end.
+    void launch(std::optional<std::string> input = std::nullopt) {
+        std::vector<std::string> arguments = options;
+        arguments.insert(arguments.end(), {"-s", std::to_string(frontEnd.session())});
+        start("vexconsole", arguments, std::move(input));
     }
 
     /// Starts the console and waits until it stands at its prompt.

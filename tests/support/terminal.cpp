@@ -2,6 +2,7 @@
 
 #include "tests/support/deadline.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -22,26 +23,6 @@ namespace {
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-std::vector<std::string> environmentWith(const std::map<std::string, std::string>& changes) {
-    std::vector<std::string> all;
-    for (char** entry = environ; *entry; ++entry) {
-        const std::string text = *entry;
-        if (!changes.contains(text.substr(0, text.find('=')))) all.push_back(text);
-    }
-    for (const auto& [name, value] : changes) {
-        if (!value.empty()) all.push_back(name + "=" + value);
-    }
-    return all;
-}
-
-std::vector<char*> pointers(const std::vector<std::string>& texts) {
-    std::vector<char*> all;
-    for (const std::string& text : texts)
-        all.push_back(const_cast<char*>(text.c_str()));
-    all.push_back(nullptr);
-    return all;
-}
-
 // A file without a name that holds the text, at its start.
 int fileOf(const std::string& text) {
     const int fd = ::memfd_create("input", MFD_CLOEXEC);
@@ -60,9 +41,17 @@ Terminal::Terminal(const Start& start) {
     ::fcntl(master, F_SETFD, FD_CLOEXEC);
     ::fcntl(slave, F_SETFD, FD_CLOEXEC);
     const int input = start.input ? fileOf(*start.input) : -1;
-    const auto texts = environmentWith(start.environment);
-    const auto environment = pointers(texts);
-    const auto argv = pointers(start.argv);
+    std::vector<std::string> words{"/usr/bin/env"};
+    for (const auto& [name, value] : start.environment)
+        words.push_back(value.empty() ? "--unset=" + name : name + "=" + value);
+    // Its options stand in front.
+    std::stable_partition(words.begin() + 1, words.end(),
+                          [](const std::string& word) { return word.starts_with("--"); });
+    words.insert(words.end(), start.argv.begin(), start.argv.end());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
 
     child = ::fork();
     if (child == -1) raise("fork");
@@ -79,7 +68,7 @@ Terminal::Terminal(const Start& start) {
         ::setrlimit(RLIMIT_CORE, &noCore);
         ::login_tty(::dup(slave));
         if (input != -1) ::dup2(input, STDIN_FILENO);
-        ::execve(argv[0], argv.data(), environment.data());
+        ::execv(argv[0], argv.data());
         ::_exit(127);
     }
     if (input != -1) ::close(input);
@@ -137,18 +126,15 @@ bool Terminal::readSome(int timeout) {
 
 std::string Terminal::until(const std::string& text) {
     const Deadline deadline;
-    for (std::size_t from = mark;;) {
-        const std::size_t at = output.find(text, from);
-        if (at != std::string::npos) {
-            const std::string between = output.substr(mark, at - mark);
-            mark = at + text.size();
-            return between;
-        }
-        from = output.size() > mark + text.size() ? output.size() - text.size() : mark;
+    std::size_t at = 0;
+    while ((at = output.find(text, mark)) == std::string::npos) {
         const std::size_t had = output.size();
         if (!readSome(deadline.left()) && had == output.size() && (status || deadline.left() == 0))
             fail("\"" + visible(text) + "\"");
     }
+    const std::string between = output.substr(mark, at - mark);
+    mark = at + text.size();
+    return between;
 }
 
 void Terminal::untilEcho(bool on) {

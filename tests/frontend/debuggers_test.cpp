@@ -1,0 +1,84 @@
+#include "frontend/gdb.h"
+#include "frontend/lldb.h"
+
+#include <gtest/gtest.h>
+
+#include <span>
+
+namespace {
+
+using enum Debugger::StackLine::Kind;
+
+struct Call {
+    const char *line, *function, *place;
+};
+
+void expectRead(const Debugger& debugger, std::span<const Call> calls) {
+    for (const auto& [line, function, place] : calls) {
+        SCOPED_TRACE(line);
+        const auto said = debugger.parseStackLine(line);
+        EXPECT_EQ(said.kind, CALL);
+        EXPECT_EQ(said.function, function);
+        EXPECT_EQ(said.place, place);
+    }
+}
+
+// The lines are those of gdb 13.
+TEST(Gdb, FindsFunctionsInStackLines) {
+    const Call calls[] = {
+        {"#0  relax () at /src/examples/halo.cpp:150", "relax", "halo.cpp:150"},
+        {"#12 0x00007e96 in main (argc=..., argv=...) at halo.cpp:186", "main", "halo.cpp:186"},
+        {"#3  0x0000a1ca in __poll (fds=..., n=1) from /lib/x86_64/libc.so.6", "__poll",
+         "libc.so.6"},
+        {"#4  0x00007ffff7d2a1ca in ?? ()", "??", ""},
+        {"#5  <signal handler called>", "<signal handler called>", ""},
+        {"#1  (anonymous namespace)::step (x=...) at a b/c.cpp:3", "(anonymous namespace)::step",
+         "c.cpp:3"},
+        {"#1  ns::(anonymous namespace)::Box<int (*)(int)>::put(int) const (this=...) at b.h:9",
+         "ns::(anonymous namespace)::Box<int (*)(int)>::put", "b.h:9"},
+        {"#2  std::function<void (int)>::operator()(int) const (this=...) at f.h:1",
+         "std::function<void (int)>::operator()", "f.h:1"},
+        {"#2  operator<< (out=..., value=...) at o.cpp:7", "operator<<", "o.cpp:7"},
+        {"#2  Set<int>::operator-> (this=...) at o.cpp:8", "Set<int>::operator->", "o.cpp:8"},
+        {"#2  cooperator (a=...) at o.cpp:9", "cooperator", "o.cpp:9"},
+        {"#2  0x1 in operator new (size=...) at n.cpp:9", "operator new", "n.cpp:9"},
+    };
+    const Gdb gdb("gdb");
+    expectRead(gdb, calls);
+    EXPECT_EQ(gdb.parseStackLine("Thread 2 (Thread 0x7ff (LWP 12) \"a (b)\"):").kind, THREAD);
+    for (const char* line : {"", "#", "#x", "#1", "#1 ", "#1  0x12", "No threads.", "Thread 2 left",
+                             "(More stack frames follow...)"})
+        EXPECT_EQ(gdb.parseStackLine(line).kind, OTHER) << line;
+}
+
+TEST(Lldb, ReadsTheLinesOfABacktraceAndKnowsWhatAsks) {
+    const Call calls[] = {
+        {"  * frame #0: 0x00005555555551f1 f`main at f.c:7:5", "main", "f.c:7"},
+        {"    frame #12: 0x1 libc.so.6`__GI___wait4(pid=2, usage=0x0) at wait4.c:30:10",
+         "__GI___wait4", "wait4.c:30"},
+        {"    frame #4: 0x0000555555555121 f`_start + 33", "_start", "f"},
+        {"    frame #2: 0x1 a`V<int, A<int>>::at(this=0x1, n=(unsigned)3) at v.h:3:1 [opt]",
+         "V<int, A<int>>::at", "v.h:3"},
+        {"    frame #3: 0x1 a`main [inlined] solve(x=1) at s.cpp:9", "solve", "s.cpp:9"},
+        {"    frame #5: 0x00007fffffffe6dc", "??", ""},
+    };
+    const Lldb lldb("lldb");
+    expectRead(lldb, calls);
+    for (const char* line :
+         {"* thread #1, name = 'f', stop reason = 1.1", "  thread #2, name = 'f'"})
+        EXPECT_EQ(lldb.parseStackLine(line).kind, THREAD) << line;
+    EXPECT_EQ(lldb.parseStackLine("error: invalid process").kind, OTHER);
+    for (const char* tail : {"Quit? [Y/n] ", "> ", ">>> ", "  3: "})
+        EXPECT_TRUE(lldb.asks(tail)) << tail;
+    for (const char* tail : {"", "a > ", "x 3: ", "rank: "})
+        EXPECT_FALSE(lldb.asks(tail)) << tail;
+}
+
+TEST(Debugger, IsChosenByTheNameOfTheProgram) {
+    for (const char* path : {"lldb", "/usr/bin/lldb-14"})
+        EXPECT_EQ(makeDebugger(path)->name(), "lldb");
+    for (const char* path : {"gdb", "/x/lldb/gdb-12"})
+        EXPECT_EQ(makeDebugger(path)->name(), "gdb");
+}
+
+} // namespace
