@@ -1,23 +1,23 @@
 #pragma once
 
 #include "agent/place.h"
-#include "frontend/agentlink.h"
-#include "frontend/localclient.h"
+#include "agent/station.h"
+#include "frontend/forks.h"
+#include "frontend/release.h"
 #include "frontend/rendezvous.h"
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
-#include <asio/steady_timer.hpp>
 
-#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
-/// Runs the debugger of one task for a front end, which may be on another machine: connects,
-/// introduces itself, starts the debugger that it is told to, and carries bytes. When the
-/// connection ends, in whatever way, or a signal asks it to end, it kills everything below this
+/// Runs the debugger of one task for a front end, which may be on another machine, and further ones
+/// for what the task forks. When the task's connection ends, in whatever way, or a signal asks it
+/// to end, its debuggers let go of what they attached to, and it kills everything below this
 /// process. One thread, one event loop.
 class Agent {
   public:
@@ -31,26 +31,21 @@ class Agent {
     const Place place;
     asio::io_context loop;
     asio::signal_set signals;
-    asio::steady_timer patience; // with one address
-    std::vector<asio::generic::stream_protocol::endpoint> candidates;
-    std::size_t nextCandidate = 0;
-    std::optional<AgentLink::Socket> socket;
-    std::shared_ptr<AgentLink> link;
-    AgentRecord greeting; // what it said first
-    bool trusted = false; // the front end has proved to be the one
-    std::unique_ptr<LocalClient> client;
-    std::string problem; // with the address that was tried last
+    std::map<int, std::unique_ptr<Station>> stations; // the task's is 0
+    std::map<int, int> clients;                       // their numbers in the session
+    std::optional<Forks> forks;                       // none: of no interest
+    bool attached = false;                            // the task was there before its debugger
+    Release releasing;
+    bool ending = false;
     int status = 0;
 
     void awaitSignals();
-    void connect();
-    void introduce();
-    void onChallenge(const AgentRecord& record);
-    void onClosed();
-    void onRecord(const AgentRecord& record);
-    void start(DebuggerStart start);
-    void tellIdentity();
+    void open(int id, const AgentHello& hello);
+    void onStart(int id, const DebuggerStart& start);
+    void onOutput(int id, std::string_view text);
+    void onOver(int id, const std::string& problem);
+    int adopt(const Forks::Child& child);
     void onChild();
-    void say(const std::string& text);
+    bool running() const;
     void end(int exitStatus);
 };

@@ -1,5 +1,6 @@
 #include "agent/agent.h"
-#include "frontend/processtree.h"
+#include "frontend/release.h"
+#include "frontend/remotetasks.h"
 
 #include <CLI/CLI.hpp>
 
@@ -28,7 +29,7 @@ int serve(const std::string& path) {
 }
 
 // Waits for the agent and passes signals on to it. When it was killed, what it ran is now below
-// this process, and goes as well.
+// this process, and goes as well, once it has let go of what it attached to.
 int guard(pid_t agent, const sigset_t& watched) {
     int status = 0;
     for (;;) {
@@ -40,7 +41,7 @@ int guard(pid_t agent, const sigset_t& watched) {
         }
         for (pid_t ended; (ended = ::waitpid(-1, &status, WNOHANG)) > 0;) {
             if (ended != agent) continue;
-            ProcessTree::killDescendants(::getpid(), -1);
+            Aftermath::clear(false);
             return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
         }
     }
@@ -76,12 +77,19 @@ int main(int argc, char** argv) {
         "Runs the debugger of one task for vex. Started by vex through the launcher of a job.",
         "vexagent");
     app.set_version_flag("-V,--version", "vexagent " VEX_VERSION);
-    std::string path;
-    app.add_option("--rendezvous", path,
-                   "The file that says how to reach vex; - for the standard input")
-        ->required();
+    std::string path, manager;
+    CLI::Option_group* what = app.add_option_group("what to do");
+    what->add_option("--rendezvous", path,
+                     "The file that says how to reach vex; - for the standard input");
+    what->add_option("--tasks-of", manager,
+                     "List the tasks of this process manager of MPICH's: host:port/number");
+    what->require_option(1);
     CLI11_PARSE(app, argc, argv);
     try {
+        if (!manager.empty()) {
+            RemoteTasks::list(manager, std::cout);
+            return 0;
+        }
         return run(path);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vexagent: %s\n", error.what());

@@ -36,6 +36,11 @@ Packer reader(const AgentRecord& record, AgentRecord::Type type) {
     return packer;
 }
 
+constexpr std::string DebuggerStart::*startTexts[] = {
+    &DebuggerStart::prompt,  &DebuggerStart::terminal, &DebuggerStart::inputTerminal,
+    &DebuggerStart::process, &DebuggerStart::folder,   &DebuggerStart::forkMark,
+};
+
 void expectEnd(const Packer& packer) {
     if (packer.remaining() != 0) throw BrokenConnection();
 }
@@ -54,7 +59,7 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
     Packer packer;
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
-    if (!(type >= HELLO && type <= PROOF) && !(type >= START && type <= CHALLENGE))
+    if (!(type >= HELLO && type <= TELL) && !(type >= START && type <= CHALLENGE))
         throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};
 }
@@ -67,6 +72,7 @@ AgentRecord AgentHello::record() const {
     packer.packInt(size);
     pack(packer, host);
     packer.packInt(pid);
+    packer.packInt(forked);
     return finished(AgentRecord::HELLO, packer);
 }
 
@@ -74,11 +80,13 @@ AgentHello AgentHello::of(const AgentRecord& record) {
     Packer packer = reader(record, AgentRecord::HELLO);
     AgentHello hello;
     hello.protocol = packer.unpackInt();
+    if (hello.protocol != AgentHello::version) return hello; // its host and pid are unknown
     hello.nonce = unpackText(packer);
     hello.rank = packer.unpackInt();
     hello.size = packer.unpackInt();
     hello.host = unpackWord(packer);
     hello.pid = packer.unpackInt();
+    hello.forked = packer.unpackInt();
     expectEnd(packer);
     return hello;
 }
@@ -109,9 +117,11 @@ AgentRecord AgentRecords::start(const DebuggerStart& start) {
         pack(packer, name);
         pack(packer, value);
     }
-    for (const std::string* each :
-         {&start.prompt, &start.terminal, &start.inputTerminal, &start.folder})
-        pack(packer, *each);
+    for (const auto text : startTexts)
+        pack(packer, start.*text);
+    packer.packInt(start.attach);
+    packer.packInt(start.throughShells);
+    packer.packInt(start.client);
     return finished(AgentRecord::START, packer);
 }
 
@@ -125,11 +135,16 @@ DebuggerStart AgentRecords::startOf(const AgentRecord& record) {
         std::string value = unpackWord(packer);
         start.environment.emplace_back(std::move(name), std::move(value));
     }
-    for (std::string* each : {&start.prompt, &start.terminal, &start.inputTerminal, &start.folder})
-        *each = unpackWord(packer);
+    for (const auto text : startTexts)
+        start.*text = unpackWord(packer);
+    start.attach = packer.unpackInt();
+    const int throughShells = packer.unpackInt();
+    start.throughShells = throughShells == 1;
+    start.client = packer.unpackInt();
     expectEnd(packer);
     if (start.argv.empty() || start.prompt.empty() || start.terminal.empty() ||
-        start.inputTerminal.empty())
+        start.inputTerminal.empty() || start.process.empty() || start.attach < 0 ||
+        (throughShells & ~1) != 0)
         throw BrokenConnection();
     return start;
 }

@@ -17,6 +17,8 @@ struct AgentRecord {
         ENDED,    // the debugger has ended; all its output has gone before
         IDENTITY, // the answer to WHO: one line
         PROOF,    // the answer to CHALLENGE: that it knows the secret (Handshake)
+        HOLDS,    // the debugger has attached to its process; before its first PROMPT
+        TELL,     // one line for the user
         // From the front end.
         START = 101, // DebuggerStart
         TYPE,        // a line for the debugger
@@ -41,7 +43,7 @@ struct AgentRecord {
 
 /// How an agent introduces itself.
 struct AgentHello {
-    static constexpr int version = 1;
+    static constexpr int version = 2;
 
     int protocol = version;
     /// Chosen for this connection.
@@ -51,6 +53,9 @@ struct AgentHello {
     int size = -1;
     std::string host;
     pid_t pid = 0;
+    /// Of one that is for a process that a task has forked: that process, and the task's client in
+    /// place of the rank. 0: it is for a task.
+    pid_t forked = 0;
 
     AgentRecord record() const;
     static AgentHello of(const AgentRecord& record);

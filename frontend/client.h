@@ -32,6 +32,13 @@ class Client {
     /// Looks whether the debugger has ended. When it has, hands over what it still said and says
     /// true, once.
     virtual bool ended() = 0;
+    /// Whether it holds the process that it was to attach to. Known when it prompts first.
+    virtual bool holds() const = 0;
+    /// Which process its task is, in one line (Identity); one of another machine's as it was told
+    /// last.
+    virtual std::string identity() const = 0;
+    /// Asks for that whoever knows; false when there is nobody to ask.
+    virtual bool askIdentity() { return false; }
     /// The debugger's process on this machine; -1: it is none of this machine's, or none at all.
     virtual pid_t pid() const = 0;
     virtual bool running() const = 0;

@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
 
 /// What the front end must know about one kind of debugger; another debugger is another subclass.
@@ -12,8 +11,9 @@ class Debugger {
   public:
     /// What one debugger is started with.
     struct Launch {
-        /// The running process to attach to; 0: it starts the program.
-        pid_t attach = 0;
+        /// The running process to attach to, as its command line names it; empty: it starts the
+        /// program.
+        std::string attach;
         /// That process ends with the debugger, as a program does that it started.
         bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.

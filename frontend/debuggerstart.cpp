@@ -10,14 +10,16 @@ void replaceAll(std::string& text, const std::string& what, const std::string& w
 } // namespace
 
 DebuggerStart DebuggerStart::of(const Debugger& driver, Debugger::Launch launch,
-                                Environment environment) {
+                                Environment environment, pid_t attach) {
     DebuggerStart start;
     // No word of the user's holds the nonce.
     start.terminal = launch.terminal = "terminal-" + launch.nonce;
     start.inputTerminal = launch.inputTerminal = "input-" + launch.nonce;
+    start.process = "process-" + launch.nonce;
+    if (attach != 0) launch.attach = start.process;
     start.argv = driver.argv(launch);
     start.prompt = driver.prompt(launch.nonce);
-    start.attaches = launch.attach != 0;
+    start.attach = attach;
     start.environment = std::move(environment);
     start.environment.insert(start.environment.end(), {{"TERM", "dumb"}, {"DEBUGINFOD_URLS", ""}});
     return start;
@@ -29,6 +31,7 @@ std::vector<std::string> DebuggerStart::argvFor(const std::string& ownTerminal,
     for (std::string& word : words) {
         replaceAll(word, terminal, ownTerminal);
         replaceAll(word, inputTerminal, programsTerminal);
+        replaceAll(word, process, std::to_string(attach));
     }
     return words;
 }

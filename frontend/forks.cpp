@@ -43,12 +43,6 @@ void Forks::heard(int client, pid_t debugger, std::string_view text) {
 // A program can print anything: only children of what this debugger traces are believed, or what
 // has lost such a parent and come to this process.
 void Forks::see(const Child& child, pid_t debugger) {
-    if (debugger <= 0) {
-        if (!std::exchange(remoteTold, true))
-            handle.tell(child.parent,
-                        "forked processes of a launched job run on without a debugger");
-        return;
-    }
     const pid_t parent = ProcessTree::parentOf(child.pid);
     const bool orphan = parent == ::getpid();
     if (child.pid <= 0 || parent == 0 || (!orphan && Tracing::tracerOf(parent) != debugger)) return;
@@ -123,11 +117,6 @@ void Forks::ended(int client) {
     tails.erase(client);
     clients.erase(client);
     started(client);
-}
-
-const Forks::Child* Forks::childOf(int client) const {
-    const auto child = clients.find(client);
-    return child == clients.end() ? nullptr : &child->second;
 }
 
 void Forks::stop() {

@@ -35,17 +35,12 @@ class Forks {
     /// at most so many children are debugged at a time.
     Forks(asio::io_context& loop, Handler handler, std::string mark, std::size_t limit);
 
-    /// What a client printed, whose debugger is this process; -1: one of another machine, whose
-    /// children are out of reach.
+    /// What a client printed, whose debugger is this process.
     void heard(int client, pid_t debugger, std::string_view text);
-    /// Whether the client is a forked child whose debugger has not prompted yet.
-    bool isStarting(int client) const { return starting.contains(client); }
-    /// That start is over.
+    /// The start of the debugger of an adopted child is over.
     void started(int client);
     /// The client's debugger has ended.
     void ended(int client);
-    /// The child that a client is; null: it is none.
-    const Child* childOf(int client) const;
     /// Says that a child is not debugged, and why: each reason once for the client that forked it.
     void refuse(const Child& child, const std::string& reason);
     /// No child is taken any more.
@@ -71,7 +66,6 @@ class Forks {
     std::set<int> starting;
     std::set<std::pair<int, std::string>> told;
     bool stopped = false;
-    bool remoteTold = false;
 
     void see(const Child& child, pid_t debugger);
     void wait();

@@ -81,7 +81,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         "breakpoint pending on",
         "prompt \\001" + launch.nonce + "\\n",
     };
-    if (launch.attach == 0) {
+    if (launch.attach.empty()) {
         // The program reads from a terminal of its own, never the debugger's commands; it writes to
         // the debugger's, so that both outputs stay in order, unless its command line says where
         // else.
@@ -100,12 +100,12 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("-iex");
         words.push_back(errorHookFor(launch.errorMark));
     }
-    if (launch.attach != 0) {
+    if (!launch.attach.empty()) {
         // The end of its input makes it quit, too.
         if (launch.owned)
             words.insert(words.end(),
                          {"-iex", R"(python gdb.execute("define hook-quit\nkill\nend"))"});
-        words.insert(words.end(), {"-p", std::to_string(launch.attach)});
+        words.insert(words.end(), {"-p", launch.attach});
         return words;
     }
     words.push_back("--args");

@@ -1,60 +1,17 @@
 #include "frontend/guardian.h"
 
 #include "frontend/frontpart.h"
-#include "frontend/processtree.h"
+#include "frontend/release.h"
 #include "frontend/rendezvous.h"
-#include "frontend/tracing.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
-namespace {
-
-using Time = std::chrono::steady_clock;
-constexpr auto patience = std::chrono::seconds(3);
-
-void reapAll() {
-    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
-    }
-}
-
-bool nothingLeftWithin(Time::duration span) {
-    const auto end = Time::now() + span;
-    for (;;) {
-        reapAll();
-        if (ProcessTree::descendants(::getpid(), -1).empty()) return true;
-        if (Time::now() >= end) return false;
-        ::usleep(20000);
-    }
-}
-
-// The debuggers were interrupted by the end of the session's process. A task that blocks the
-// interrupt and runs stops by SIGSTOP; a debugger that were killed now would leave its breakpoints.
-void letGoOf(const std::vector<Target>& targets) {
-    if (targets.empty() || nothingLeftWithin(patience)) return;
-    const auto ours = ProcessTree::descendants(::getpid(), -1);
-    std::vector<pid_t> stopped;
-    for (const Target& target : targets) {
-        const pid_t tracer = Tracing::tracerOf(target.pid);
-        if (tracer != 0 && std::ranges::find(ours, tracer) != ours.end())
-            stopped.push_back(target.pid);
-    }
-    for (const pid_t each : stopped)
-        ::kill(each, SIGSTOP);
-    nothingLeftWithin(patience);
-    for (const pid_t each : stopped)
-        ::kill(each, SIGCONT);
-}
-
-} // namespace
-
-int Guardian::run(Session& session, Channel line, const std::vector<Target>& targets, bool launched,
+int Guardian::run(Session& session, Channel line, bool agents,
                   const std::function<int(Session& session, Channel line)>& serve) {
     ::setsid();
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -89,10 +46,7 @@ int Guardian::run(Session& session, Channel line, const std::vector<Target>& tar
         // The session's own children come here only when it has ended.
         if (::waitpid(child, &status, WNOHANG) == child) break;
     }
-    letGoOf(targets);
-    if (launched) nothingLeftWithin(patience);
-    ProcessTree::killDescendants(::getpid(), -1);
-    reapAll();
+    Aftermath::clear(agents);
     RendezvousFile::removeOf(child);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

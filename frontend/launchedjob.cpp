@@ -6,7 +6,7 @@
 namespace {
 
 // Logins that may be under way at a time: a host turns more away.
-constexpr int mostLogins = 8;
+constexpr std::size_t mostLogins = 8;
 
 std::string plural(int number, const std::string& what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
@@ -17,14 +17,6 @@ std::string joined(const std::vector<std::string>& words) {
     for (const std::string& word : words)
         text += (text.empty() ? "" : " ") + word;
     return text;
-}
-
-// One word of a shell's command line: ssh has its words read by a shell on the other side.
-std::string quoted(const std::string& word) {
-    std::string text = "'";
-    for (const char c : word)
-        text += c == '\'' ? "'\\''" : std::string(1, c);
-    return text + "'";
 }
 
 } // namespace
@@ -40,6 +32,9 @@ void LaunchedJob::start() {
         throw std::runtime_error(std::string("cannot listen for the tasks: ") + error.what());
     }
     if (perHost()) {
+        for (std::size_t i = 0; i < plan.hosts.size(); ++i) {
+            if (!plan.hosts[i].empty()) remote.push_back(static_cast<int>(i));
+        }
         setSize(static_cast<int>(plan.hosts.size()));
         startNext();
         return;
@@ -51,21 +46,20 @@ void LaunchedJob::start() {
 }
 
 void LaunchedJob::startNext() {
-    while (!over && launchers.size() < plan.hosts.size() &&
-           static_cast<int>(launchers.size()) < arrivals + mostLogins) {
+    while (!over && launchers.size() < remote.size() && launchers.size() < arrivals + mostLogins) {
         Rendezvous where = port->rendezvous();
-        where.rank = static_cast<int>(launchers.size());
+        where.rank = remote[launchers.size()];
         where.size = size();
         std::vector<std::string> argv = plan.launcher;
         argv.insert(argv.end(),
-                    {plan.hosts[launchers.size()], quoted(plan.agent), "--rendezvous", "-"});
+                    {hostOf(launchers.size()), Launcher::quoted(plan.agent), "--rendezvous", "-"});
         launch(std::move(argv), where.str());
     }
 }
 
 void LaunchedJob::launch(std::vector<std::string> argv, const std::string& input) {
     const std::size_t number = launchers.size();
-    const std::string prefix = perHost() ? plan.hosts[number] + ": " : "";
+    const std::string prefix = perHost() ? hostOf(number) + ": " : "";
     try {
         launchers.push_back(std::make_unique<Launcher>(
             loop, argv, input,
@@ -81,12 +75,11 @@ void LaunchedJob::launch(std::vector<std::string> argv, const std::string& input
 
 void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
     if (over) return link->close();
-    const std::string who =
-        "the agent of host " + hello.host + ", process " + std::to_string(hello.pid);
     if (hello.protocol != AgentHello::version) {
         link->close();
-        return fail(who + ", is of another version of VEX; --agent names another one.");
+        return fail("an agent is of another version of VEX; --agent names another one.");
     }
+    if (hello.forked > 0) return onForked(hello, link);
     if (hello.rank == -1) {
         link->close();
         return fail("the launcher does not tell its tasks their ranks by " +
@@ -100,6 +93,8 @@ void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLi
     }
     if (size() == 0) setSize(hello.size);
     const auto rank = static_cast<std::size_t>(hello.rank);
+    const std::string who =
+        "the agent of host " + hello.host + ", process " + std::to_string(hello.pid);
     if (hello.size != size() || hello.rank < 0 || hello.rank >= size() || present[rank]) {
         link->close();
         handle.said(who + ", was refused: it says that it is rank " + std::to_string(hello.rank) +
@@ -110,8 +105,20 @@ void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLi
         return;
     }
     present[rank] = true;
-    ++arrivals;
     handle.connected(hello.rank, link);
+    count();
+}
+
+void LaunchedJob::onForked(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
+    if (plan.forks && !over)
+        handle.forked(hello.rank, hello.forked, link);
+    else
+        link->close();
+}
+
+// One more is there, or will not come.
+void LaunchedJob::count() {
+    ++arrivals;
     if (perHost()) {
         try {
             startNext();
@@ -119,14 +126,16 @@ void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLi
             return fail(error.what());
         }
     }
-    if (arrivals == size()) {
-        file.reset();
-        port->close();
-    }
+    if (arrivals < expected) return;
+    file.reset();
+    if (!plan.forks) port->close();
 }
 
 void LaunchedJob::setSize(int size) {
-    present.assign(static_cast<std::size_t>(size), false);
+    present.assign(static_cast<std::size_t>(size), perHost());
+    for (const int each : remote)
+        present[static_cast<std::size_t>(each)] = false;
+    expected = perHost() ? remote.size() : present.size();
     handle.sized(size);
 }
 
@@ -137,16 +146,24 @@ void LaunchedJob::collect() {
 }
 
 void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
-    const bool there = perHost() ? present[number] : size() > 0 && arrivals == size();
+    const bool there = perHost() ? present[static_cast<std::size_t>(remote[number])]
+                                 : expected > 0 && arrivals == expected;
     if (over) return;
     if (there) return handle.said("(" + how + "; tasks that end with it are removed)");
-    if (perHost())
-        return fail(plan.launcher[0] + " for host " + plan.hosts[number] + " " + how +
-                    " before its task was there. Does this work: " + joined(plan.launcher) + " " +
-                    plan.hosts[number] + " " + plan.agent + " --version");
+    if (perHost()) {
+        const std::string& host = hostOf(number);
+        const std::string problem =
+            plan.launcher[0] + " for host " + host + " " + how +
+            " before its task was there. Does this work: " + joined(plan.launcher) + " " + host +
+            " " + plan.agent + " --version";
+        if (!plan.lenient) return fail(problem);
+        present[static_cast<std::size_t>(remote[number])] = true;
+        handle.missing(remote[number], problem);
+        return count();
+    }
     fail("the launcher " + how + " before all tasks were there (" +
          (size() == 0 ? std::string("none was")
-                      : std::to_string(arrivals) + " of " + std::to_string(size())) +
+                      : std::to_string(arrivals) + " of " + std::to_string(expected)) +
          "). " +
          (spoke ? "What it said stands above; options of its own go into --launch."
                 : "Does this work: " + joined(plan.launcher) + " " + plan.agent + " --version"));

@@ -110,3 +110,10 @@ std::vector<std::string> Launcher::split(const std::string& line) {
     if (words.empty()) throw std::runtime_error("the launcher is empty.");
     return words;
 }
+
+std::string Launcher::quoted(const std::string& word) {
+    std::string text = "'";
+    for (const char c : word)
+        text += c == '\'' ? "'\\''" : std::string(1, c);
+    return text + "'";
+}

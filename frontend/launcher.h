@@ -36,6 +36,8 @@ class Launcher {
     /// Cuts a command line into words as a shell does: quotes, backslashes, variables, "~" and
     /// patterns, but neither commands nor anything that is no word. Throws std::runtime_error.
     static std::vector<std::string> split(const std::string& line);
+    /// One word of a shell's command line: ssh has its words read by a shell on the other side.
+    static std::string quoted(const std::string& word);
 
   private:
     Handler handle;

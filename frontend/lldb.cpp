@@ -11,14 +11,14 @@ std::vector<std::string> Lldb::argv(const Launch& launch) const {
     };
     // The program reads from a terminal of its own. What it writes must go through the debugger:
     // only then does that keep its prompt back until the program stops.
-    if (launch.attach == 0) settings.push_back("target.input-path " + launch.inputTerminal);
+    if (launch.attach.empty()) settings.push_back("target.input-path " + launch.inputTerminal);
     std::vector<std::string> words{executable, "--no-lldbinit", "--no-use-colors"};
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-O", "settings set " + setting});
     // Last of all: it echoes every command of its command line behind a prompt.
     words.insert(words.end(), {"-o", "settings set prompt \"\\x01" + launch.nonce + "\\n\""});
-    if (launch.attach != 0) {
-        words.insert(words.end(), {"-p", std::to_string(launch.attach)});
+    if (!launch.attach.empty()) {
+        words.insert(words.end(), {"-p", launch.attach});
         return words;
     }
     words.push_back("--");

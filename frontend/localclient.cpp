@@ -1,5 +1,8 @@
 #include "frontend/localclient.h"
 
+#include "frontend/identity.h"
+#include "frontend/tracing.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -21,14 +24,14 @@ LocalClient::LocalClient(asio::io_context& loop, Handler handler, const Debugger
       stream(loop, terminal.master()),
       inputStream(loop, inputTerminal.master()),
       matcher(start.prompt),
-      attached(start.attaches),
+      target(start.attach),
       patience(loop) {
     ChildProcess::Start what;
     what.argv = start.argvFor(terminal.name(), inputTerminal.name());
     what.environment = start.environment;
     what.terminal = terminal.terminal();
     what.inherits = start.inherits;
-    if (attached) what.orphan = ChildProcess::Start::INTERRUPTED;
+    if (target != 0) what.orphan = ChildProcess::Start::INTERRUPTED;
     process.start(what);
     terminal.closeTerminal();
     waitToRead();
@@ -41,29 +44,25 @@ LocalClient::~LocalClient() {
     inputStream.release();
 }
 
-void LocalClient::waitToRead() {
-    stream.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
-        if (fault) return;
-        if (!handle.mayRead())
-            paused = true;
-        else if (readSome())
-            waitToRead();
-    });
+void LocalClient::waitToRead() { wait(stream, paused, &LocalClient::readSome); }
+
+void LocalClient::waitToReadInput() { wait(inputStream, inputPaused, &LocalClient::readInput); }
+
+void LocalClient::wait(asio::posix::stream_descriptor& from, bool& held,
+                       bool (LocalClient::*read)()) {
+    from.async_wait(descriptor_base::wait_read,
+                    [this, &from, &held, read](const asio::error_code& fault) {
+                        if (fault) return;
+                        if (!handle.mayRead())
+                            held = true;
+                        else if ((this->*read)())
+                            wait(from, held, read);
+                    });
 }
 
 void LocalClient::resume() {
     if (std::exchange(paused, false)) waitToRead();
     if (std::exchange(inputPaused, false)) waitToReadInput();
-}
-
-void LocalClient::waitToReadInput() {
-    inputStream.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
-        if (fault) return;
-        if (!handle.mayRead())
-            inputPaused = true;
-        else if (readInput())
-            waitToReadInput();
-    });
 }
 
 // Reads what is there at the moment, once; false when no more will come.
@@ -127,11 +126,17 @@ void LocalClient::interrupt() {
 }
 
 void LocalClient::release() {
-    if (!attached || terminal.master() == -1) return;
+    if (target == 0 || terminal.master() == -1) return;
     patience.cancel();
     process.signal(SIGINT);
     stream.release();
     terminal.closeMaster();
+}
+
+bool LocalClient::holds() const { return target != 0 && Tracing::isTracedBy(pid(), target); }
+
+std::string LocalClient::identity() const {
+    return (target != 0 ? Identity::ofProcess(target) : Identity::underDebugger(pid())).str();
 }
 
 bool LocalClient::ended() {

@@ -34,6 +34,8 @@ class LocalClient : public Client {
     /// this process is killed, the same happens.
     void release() override;
     bool ended() override;
+    bool holds() const override;
+    std::string identity() const override;
     pid_t pid() const override { return process.pid(); }
     bool running() const override { return process.running(); }
 
@@ -44,8 +46,8 @@ class LocalClient : public Client {
     asio::posix::stream_descriptor stream;
     asio::posix::stream_descriptor inputStream;
     PromptMatcher matcher;
-    std::string typed; // waits to be written
-    const bool attached;
+    std::string typed;  // waits to be written
+    const pid_t target; // what it attaches to; 0: nothing
     asio::steady_timer patience;
     Clock::time_point typedAt;
     bool heard = false; // it has said something since
@@ -56,6 +58,7 @@ class LocalClient : public Client {
 
     void waitToRead();
     void waitToReadInput();
+    void wait(asio::posix::stream_descriptor& from, bool& held, bool (LocalClient::*read)());
     void writeSome();
     bool readSome();
     bool readInput();

@@ -7,10 +7,12 @@
 #include "frontend/launcher.h"
 #include "frontend/limits.h"
 #include "frontend/options.h"
+#include "frontend/remotetasks.h"
 #include "frontend/runningjob.h"
 #include "frontend/sessionlist.h"
 #include "frontend/tracing.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -27,6 +29,16 @@
 
 namespace {
 
+// Agents are started by this command line.
+void prepareAgents(Options& options, const std::string& commandLine) {
+    options.launcherWords = Launcher::split(commandLine);
+    const std::string& launcher = options.launcherWords[0];
+    if (!Executables::find(launcher))
+        throw std::runtime_error("cannot find the launcher '" + launcher +
+                                 "'. Is it installed, its module loaded? The path works, too.");
+    if (options.agent.empty()) options.agent = Executables::agent();
+}
+
 // Finds the tasks to attach to, and that it can be done.
 void findTargets(Options& options) {
     RunningJob running;
@@ -37,25 +49,36 @@ void findTargets(Options& options) {
         running.addEntries(config);
     }
     if (options.mpiLauncher != 0) running.addJob(options.mpiLauncher);
+    if (!running.managers().empty()) {
+        prepareAgents(options, options.rsh);
+        RemoteTasks::addTo(running, options.launcherWords, options.agent);
+    }
     options.targets = running.targets();
     for (const std::string& note : running.notes())
         std::fprintf(stderr, "vex: %s\n", note.c_str());
     if (options.targets.empty()) throw std::runtime_error("there is no task to attach to.");
     if (options.targets.size() > Options::maxTasks)
         throw std::runtime_error("that are more than 4096 tasks.");
-    for (const Target& target : options.targets)
-        Tracing::checkAttach(target.pid);
+    bool remote = false;
+    for (const Target& target : options.targets) {
+        options.hostOfTask.push_back(target.host);
+        if (target.host.empty())
+            Tracing::checkAttach(target.pid);
+        else
+            remote = true;
+    }
     options.tasks = static_cast<int>(options.targets.size());
+    if (remote)
+        prepareAgents(options, options.rsh);
+    else
+        options.launcherWords.clear();
 }
 
 // Finds what a launcher needs, before anything is started.
 void prepareLaunch(Options& options) {
     namespace fs = std::filesystem;
-    options.launcherWords = Launcher::split(options.launch);
+    prepareAgents(options, options.launch);
     const std::string& launcher = options.launcherWords[0];
-    if (!Executables::find(launcher))
-        throw std::runtime_error("cannot find the launcher '" + launcher +
-                                 "'. Is it installed, its module loaded? The path works, too.");
     if (!options.hosts.empty()) {
         std::ifstream file(options.hosts);
         if (!file)
@@ -65,7 +88,6 @@ void prepareLaunch(Options& options) {
     } else if (fs::path(launcher).filename() == "ssh") {
         throw std::runtime_error("ssh needs the hosts of the tasks: --hosts FILE, one a line.");
     }
-    if (options.agent.empty()) options.agent = Executables::agent();
     // The agents may stand elsewhere.
     options.program[0] = fs::absolute(options.program[0]).lexically_normal().string();
     options.tasks = 0;
@@ -97,7 +119,11 @@ void prepare(Options& options) {
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
     Limits::liftDescriptors();
-    if (const auto problem = Limits::refusal(options.tasks, Limits::facts()))
+    // Those of other hosts have their terminals there.
+    const auto elsewhere = std::ranges::count_if(
+        options.targets, [](const Target& each) { return !each.host.empty(); });
+    if (const auto problem =
+            Limits::refusal(options.tasks, Limits::facts(), static_cast<int>(elsewhere)))
         throw std::runtime_error(*problem);
 }
 
@@ -120,7 +146,7 @@ int start(Options options) {
         throw std::system_error(errno, std::generic_category(), "cannot start the session");
     if (guardian == 0) {
         ours.close();
-        return Guardian::run(session, std::move(theirs), options.targets, options.launches(),
+        return Guardian::run(session, std::move(theirs), !options.launcherWords.empty(),
                              [&options](Session& claimed, Channel line) {
                                  return serve(options, claimed, std::move(line));
                              });

@@ -42,8 +42,10 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     app.add_option("--hosts", hosts, "With --launch ssh: the file that names the tasks' hosts")
         ->needs(launcher);
     app.add_option("--agent", agent,
-                   "With --launch: the path of vexagent where the tasks run (default: as here)")
-        ->needs(launcher);
+                   "The path of vexagent on the tasks' hosts (default: as on this one)");
+    app.add_option("--rsh", rsh,
+                   "The command that starts a program on another host, to attach to a task there")
+        ->capture_default_str();
     CLI::Option* file =
         app.add_option("--script", script, "Run the console commands of this file, then end");
     CLI::Option* listing = app.add_flag("--list", list, "Show your sessions");

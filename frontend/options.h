@@ -21,7 +21,10 @@ struct Options {
     std::string hosts;
     /// The agent, as it is called where the tasks run; empty: as on this machine.
     std::string agent;
-    /// The launcher's words and the host of each task, found from the above.
+    /// The command that starts a program on another host, to attach to a task there.
+    std::string rsh = "ssh";
+    /// The words of the launcher or of that command, and the host of each task, found from the
+    /// above. No words: all debuggers are this machine's.
     std::vector<std::string> launcherWords;
     std::vector<std::string> hostOfTask;
     /// The tasks to attach to, found from the above; empty: start the program.

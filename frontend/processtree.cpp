@@ -7,25 +7,12 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-// All process ids, as /proc lists them at this moment.
-std::vector<pid_t> everyone() {
-    std::vector<pid_t> ids;
-    std::error_code fault;
-    for (std::filesystem::directory_iterator at("/proc", fault), end; !fault && at != end;
-         at.increment(fault)) {
-        const std::string name = at->path().filename();
-        pid_t id = 0;
-        const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), id);
-        if (error == std::errc() && stop == name.data() + name.size()) ids.push_back(id);
-    }
-    return ids;
-}
 
 // A field of /proc/PID/stat, counted as proc(5) does, from the third on; the second, a name in
 // brackets, may hold anything. Empty: it is gone, or dead and not reaped.
@@ -43,6 +30,19 @@ std::string statField(pid_t id, int number) {
 }
 
 } // namespace
+
+std::vector<pid_t> ProcessTree::everyone() {
+    std::vector<pid_t> ids;
+    std::error_code fault;
+    for (std::filesystem::directory_iterator at("/proc", fault), end; !fault && at != end;
+         at.increment(fault)) {
+        const std::string name = at->path().filename();
+        pid_t id = 0;
+        const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), id);
+        if (error == std::errc() && stop == name.data() + name.size()) ids.push_back(id);
+    }
+    return ids;
+}
 
 std::string ProcessTree::fileOf(pid_t id, const std::string& name) {
     std::ifstream file("/proc/" + std::to_string(id) + "/" + name, std::ios::binary);
@@ -88,6 +88,24 @@ std::vector<pid_t> ProcessTree::children(pid_t parent) {
 std::string ProcessTree::nameOf(pid_t id) {
     const std::string text = fileOf(id, "comm");
     return text.substr(0, text.find('\n'));
+}
+
+pid_t ProcessTree::programOf(pid_t task) {
+    static const std::set<std::string> shells{"sh", "bash", "dash", "ksh", "zsh", "csh", "tcsh"};
+    while (shells.contains(nameOf(task))) {
+        const std::vector<pid_t> below = ProcessTree::children(task);
+        if (below.size() != 1) break;
+        task = below[0];
+    }
+    return task;
+}
+
+std::vector<std::string> ProcessTree::wordsOf(pid_t id) {
+    std::istringstream text(fileOf(id, "cmdline"));
+    std::vector<std::string> words;
+    for (std::string word; std::getline(text, word, '\0');)
+        words.push_back(word);
+    return words;
 }
 
 std::optional<std::string> ProcessTree::variable(pid_t id, const std::string& name) {

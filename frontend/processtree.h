@@ -13,6 +13,8 @@ namespace ProcessTree {
 /// A file of /proc/PID as it stands; empty when the process is gone, or does not show it.
 std::string fileOf(pid_t id, const std::string& name);
 
+/// All process ids, as /proc lists them at this moment.
+std::vector<pid_t> everyone();
 /// The descendants of a process, the deepest first, without itself and without those of `except`.
 std::vector<pid_t> descendants(pid_t root, pid_t except);
 /// The living children of a process.
@@ -24,8 +26,13 @@ pid_t parentOf(pid_t id);
 unsigned long long startOf(pid_t id);
 /// The file that it executes; empty when it is gone or does not show it.
 std::string executableOf(pid_t id);
+/// Its command line; empty when it is gone or does not show it.
+std::vector<std::string> wordsOf(pid_t id);
 /// The name of the program that a process runs, at most 15 bytes; empty when it is gone.
 std::string nameOf(pid_t id);
+/// The program of a task: what a shell runs that its launcher may have started it by, else the
+/// task.
+pid_t programOf(pid_t task);
 /// A variable of the environment that a process was started with; nothing when it has none or does
 /// not show it.
 std::optional<std::string> variable(pid_t id, const std::string& name);

@@ -4,6 +4,14 @@
 
 #include <utility>
 
+namespace {
+
+std::string lineOf(const std::string& text) {
+    return text.substr(0, text.find_first_of(std::string("\0\n", 2)));
+}
+
+} // namespace
+
 RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Handler handler, Watch observer,
                            const DebuggerStart& start)
     : link(std::move(connection)), handle(std::move(handler)), watch(std::move(observer)) {
@@ -24,6 +32,10 @@ void RemoteClient::type(const std::string& line) { link->send({AgentRecord::TYPE
 
 void RemoteClient::interrupt() { link->send({AgentRecord::INTERRUPT, ""}); }
 
+std::string RemoteClient::identity() const {
+    return known.empty() ? "its agent does not answer" : known;
+}
+
 bool RemoteClient::askIdentity() {
     if (!link->open()) return false;
     ++asked;
@@ -36,6 +48,12 @@ void RemoteClient::onRecord(const AgentRecord& record) {
     case AgentRecord::OUTPUT:
         if (alive) handle.output(record.body);
         break;
+    case AgentRecord::HOLDS:
+        attached = true;
+        break;
+    case AgentRecord::TELL:
+        if (alive) watch.told(lineOf(record.body));
+        break;
     case AgentRecord::PROMPT:
         if (alive) handle.prompt();
         break;
@@ -46,7 +64,7 @@ void RemoteClient::onRecord(const AgentRecord& record) {
     case AgentRecord::IDENTITY:
         if (asked == 0) throw BrokenConnection();
         --asked;
-        known = record.body.substr(0, record.body.find_first_of(std::string("\0\n", 2)));
+        known = lineOf(record.body);
         watch.identified();
         break;
     default:

@@ -9,8 +9,8 @@
 #include <string>
 
 /// A debugger behind an agent, which runs it where its task is. Ends it when destroyed: the agent
-/// takes down everything of its task when its connection closes. One thread. Outlives the loop's
-/// last turn.
+/// takes down everything of its task when its connection closes, or lets go of what it attached to.
+/// One thread. Outlives the loop's last turn.
 class RemoteClient : public Client {
   public:
     struct Watch {
@@ -18,6 +18,8 @@ class RemoteClient : public Client {
         std::function<void()> gone;
         /// The agent has told which process its task is, or will not.
         std::function<void()> identified;
+        /// The agent has something to say about its task to the user.
+        std::function<void(const std::string& text)> told;
     };
 
     RemoteClient(std::shared_ptr<AgentLink> link, Handler handler, Watch watch,
@@ -27,18 +29,16 @@ class RemoteClient : public Client {
     void type(const std::string& line) override;
     void interrupt() override;
     void resume() override { link->resume(); }
-    /// Ends the debugger.
+    /// Ends the debugger; what it has attached to runs on.
     void release() override { link->close(); }
     /// Never: it is told by the handler.
     bool ended() override { return false; }
     pid_t pid() const override { return -1; }
     bool running() const override { return alive; }
-
-    /// Asks the agent which process its task is; false when there is nobody to ask. `identified`
-    /// comes once for each time that this said true.
-    bool askIdentity();
-    /// What it told last, in one line.
-    const std::string& identity() const { return known; }
+    bool holds() const override { return attached; }
+    std::string identity() const override;
+    /// The agent; `identified` comes once for each time that this said true.
+    bool askIdentity() override;
 
   private:
     const std::shared_ptr<AgentLink> link;
@@ -46,6 +46,7 @@ class RemoteClient : public Client {
     const Watch watch;
     std::string known;
     int asked = 0;
+    bool attached = false;
     bool alive = true;
 
     void onRecord(const AgentRecord& record);

@@ -18,6 +18,22 @@ namespace {
 
 std::string shortName(const std::string& host) { return host.substr(0, host.find('.')); }
 
+std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// MPICH's process manager: one on each host, the parent of the tasks there.
+constexpr const char* manager = "hydra_pmi_proxy";
+
+// The word behind this one; empty when it is not there.
+std::string behind(const std::vector<std::string>& words, const std::string& option) {
+    const auto at = std::ranges::find(words, option);
+    return words.end() - at < 2 ? "" : at[1];
+}
+
+// The name of the process manager with this command line.
+std::string nameIn(const std::vector<std::string>& words) {
+    return behind(words, "--control-port") + "/" + behind(words, "--proxy-id");
+}
+
 // The address as this machine writes it; empty when the text is none.
 std::string canonicalAddress(const std::string& text) {
     unsigned char bytes[sizeof(in6_addr)];
@@ -65,17 +81,6 @@ int rankOf(pid_t task) {
     return -1;
 }
 
-// A launcher may have started a shell script that runs the program: then the program.
-pid_t programOf(pid_t task) {
-    static const std::set<std::string> shells{"sh", "bash", "dash", "ksh", "zsh", "csh", "tcsh"};
-    while (shells.contains(ProcessTree::nameOf(task))) {
-        const std::vector<pid_t> children = ProcessTree::children(task);
-        if (children.size() != 1) break;
-        task = children[0];
-    }
-    return task;
-}
-
 } // namespace
 
 bool RunningJob::isThisMachine(const std::string& host) {
@@ -90,8 +95,15 @@ bool RunningJob::isThisMachine(const std::string& host) {
 }
 
 void RunningJob::add(const Target& target) {
-    if (std::ranges::find(found, target.pid, &Target::pid) != found.end())
-        throw std::runtime_error("process " + std::to_string(target.pid) + " is named twice.");
+    const auto same = [&target](const Target& each) {
+        return each.pid == target.pid && each.host == target.host;
+    };
+    if (std::ranges::any_of(found, same))
+        throw std::runtime_error("process " + std::to_string(target.pid) +
+                                 (target.host.empty() ? "" : " of " + target.host) +
+                                 " is named twice.");
+    // It would be an option of the command that it is given to.
+    if (target.host.starts_with('-')) throw std::runtime_error("'" + target.host + "' is no host.");
     found.push_back(target);
 }
 
@@ -107,10 +119,11 @@ void RunningJob::addEntries(const TALConfig& config) {
         const std::string& address = config.getIP(i);
         if (config.getPid(i) <= 0)
             remarks.push_back(start + "it has no process");
-        else if (!(name.empty() && address.empty()) && !here(name) && !here(address))
-            remarks.push_back(start + "it runs on " + (name.empty() ? address : name));
-        else
+        else if ((name.empty() && address.empty()) || here(name) || here(address))
             add({config.getTask(i), config.getPid(i)});
+        else
+            add({config.getTask(i), config.getPid(i), name.empty() ? address : name,
+                 baseName(config.getExe(i))});
     }
 }
 
@@ -119,22 +132,39 @@ bool RunningJob::addTable(pid_t launcher) {
     for (std::size_t i = 0; i < table.size(); ++i) {
         const int rank = static_cast<int>(i);
         if (here(table[i].host))
-            add({rank, programOf(table[i].pid)});
+            add({rank, ProcessTree::programOf(table[i].pid)});
         else
-            remarks.push_back("task " + std::to_string(i) + " is left out: it runs on " +
-                              table[i].host);
+            add({rank, table[i].pid, table[i].host, baseName(table[i].executable)});
     }
     return !table.empty();
 }
 
 bool RunningJob::addByManagers(const std::vector<pid_t>& processes) {
     const std::size_t before = found.size();
-    for (pid_t manager : processes) {
-        if (ProcessTree::nameOf(manager) != "hydra_pmi_proxy") continue;
-        for (pid_t task : ProcessTree::children(manager))
-            add({rankOf(task), programOf(task)});
+    for (pid_t each : processes) {
+        if (ProcessTree::nameOf(each) != manager) continue;
+        for (pid_t task : ProcessTree::children(each))
+            add({rankOf(task), ProcessTree::programOf(task)});
     }
     return found.size() > before;
+}
+
+void RunningJob::addManaged(const std::string& name) {
+    std::vector<pid_t> processes = ProcessTree::everyone();
+    std::erase_if(processes,
+                  [&name](pid_t id) { return nameIn(ProcessTree::wordsOf(id)) != name; });
+    addByManagers(processes);
+}
+
+// Started by "ssh -x HOST "/usr/bin/hydra_pmi_proxy" --control-port HOST:PORT ...".
+void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
+    for (const pid_t id : processes) {
+        const std::vector<std::string> words = ProcessTree::wordsOf(id);
+        const auto at = std::ranges::find_if(
+            words, [](const std::string& word) { return word.find(manager) != word.npos; });
+        if (at - words.begin() < 2 || at == words.end() || at[-1].starts_with('-')) continue;
+        elsewhere.push_back({at[-1], nameIn(words)});
+    }
 }
 
 bool RunningJob::addByRank(const std::vector<pid_t>& processes) {
@@ -143,7 +173,7 @@ bool RunningJob::addByRank(const std::vector<pid_t>& processes) {
         const int rank = rankOf(id);
         // What a task has started inherits its rank; the task itself comes first.
         if (rank >= 0 && std::ranges::find(found, rank, &Target::rank) == found.end())
-            add({rank, programOf(id)});
+            add({rank, ProcessTree::programOf(id)});
     }
     return found.size() > before;
 }
@@ -165,7 +195,8 @@ void RunningJob::addJob(pid_t launcher) {
     for (pid_t each : launchers) {
         if (addTable(each)) return;
     }
-    if (addByManagers(below) || addByRank(below)) return;
+    noteManagers(below);
+    if (addByManagers(below) || !elsewhere.empty() || addByRank(below)) return;
     throw std::runtime_error("process " + number + " (" + ProcessTree::nameOf(launcher) +
                              ") has no tasks of a parallel job. Name the job's mpirun, mpiexec or "
                              "srun, or the tasks themselves with --attach.");

@@ -2,8 +2,10 @@
 
 #include "frontend/processtree.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <pwd.h>
 #include <sstream>
 #include <stdexcept>
@@ -100,4 +102,15 @@ pid_t Tracing::tracerOf(pid_t pid) { return std::atoi(statusField(pid, "TracerPi
 bool Tracing::isTracedBy(pid_t debugger, pid_t pid) {
     const pid_t tracer = tracerOf(pid);
     return tracer > 0 && (tracer == debugger || ProcessTree::parentOf(tracer) == debugger);
+}
+
+std::vector<pid_t> Tracing::heldFrom(pid_t root) {
+    std::vector<pid_t> ours = ProcessTree::descendants(root, -1);
+    std::ranges::sort(ours);
+    const auto isOurs = [&ours](pid_t pid) { return std::ranges::binary_search(ours, pid); };
+    std::vector<pid_t> held;
+    if (ours.empty()) return held;
+    std::ranges::copy_if(ProcessTree::everyone(), std::back_inserter(held),
+                         [&isOurs](pid_t pid) { return !isOurs(pid) && isOurs(tracerOf(pid)); });
+    return held;
 }

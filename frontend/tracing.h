@@ -2,6 +2,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// What this system lets a debugger do, found out before one is started.
 namespace Tracing {
@@ -30,5 +31,9 @@ void checkAttach(pid_t pid);
 pid_t tracerOf(pid_t pid);
 /// Whether a debugger traces a process, itself or by a server that it has started.
 bool isTracedBy(pid_t debugger, pid_t pid);
+
+/// What is traced from below a process without being below it: tasks that were there before their
+/// debuggers.
+std::vector<pid_t> heldFrom(pid_t root);
 
 } // namespace Tracing

@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
     DebuggerStart start;
     start.argv = {"gdb", "-q"};
     start.environment = {{"VEX_TASK", "0"}};
-    start.prompt = start.terminal = start.inputTerminal = "x";
+    start.prompt = start.terminal = start.inputTerminal = start.process = "x";
     seed("agent", AgentRecords::start(start).frame());
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");

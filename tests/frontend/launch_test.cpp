@@ -27,11 +27,6 @@ class LaunchTest : public VexTest {
     static bool installed(const std::string& name) {
         return ::access(("/usr/bin/" + name).c_str(), X_OK) == 0;
     }
-    // Runs what it is given behind the name of a host, on this one, and notes the host.
-    std::string fakeSsh() {
-        return script("ssh", "#!/bin/sh\necho \"$1\" >>" + folder.path("hosts.log") +
-                                 "\nshift\ncd /\nexec sh -c \"$*\"\n");
-    }
     // Starts tasks 1 to n - 1 of a job, as PMI has it, when the file "go" is there; they find task
     // 0 by the copy that it leaves.
     std::string handMade(int n) {
@@ -204,7 +199,7 @@ class Stranger {
 };
 
 TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
-    const std::string path = beginWith({"--launch", handMade(2), program("halo")});
+    const std::string path = beginWith({"--launch", handMade(2), "--forks", "no", program("halo")});
     const Deadline deadline;
     while (folder.read("copy").empty() && deadline.left() > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -272,7 +267,7 @@ TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
     const int peer = ::accept(listener, nullptr, nullptr);
     DebuggerStart start;
     start.argv = {"/bin/touch", folder.path("obeyed")};
-    start.prompt = start.terminal = start.inputTerminal = "x";
+    start.prompt = start.terminal = start.inputTerminal = start.process = "x";
     const std::string lies = AgentChallenge{"n", std::string(32, 'x')}.record().frame() +
                              AgentRecords::start(start).frame();
     EXPECT_EQ(::send(peer, lies.data(), lies.size(), MSG_NOSIGNAL),

@@ -120,11 +120,16 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     start.prompt = "\001x\n";
     start.terminal = "t";
     start.inputTerminal = "i";
+    start.process = "p";
+    start.attach = 77;
+    start.throughShells = true;
     const AgentRecord record = AgentRecords::start(start);
     const DebuggerStart copy = AgentRecords::startOf(AgentRecord::unpack(bodyOf(record)));
     EXPECT_EQ(copy.argv, start.argv);
     EXPECT_EQ(copy.environment, start.environment);
     EXPECT_EQ(copy.prompt, start.prompt);
+    EXPECT_EQ(copy.attach, start.attach);
+    EXPECT_TRUE(copy.throughShells);
 
     AgentHello hello;
     hello.nonce = std::string("a\0b", 3);
@@ -133,6 +138,9 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     hello.host = "node";
     EXPECT_EQ(AgentHello::of(hello.record()).nonce, hello.nonce);
     EXPECT_EQ(AgentHello::of(hello.record()).rank, 3);
+    AgentHello other = hello;
+    other.protocol = AgentHello::version + 1;
+    EXPECT_EQ(AgentHello::of({AgentRecord::HELLO, other.record().body.substr(0, 4)}).rank, -1);
 
     // Cut short, too long, or of another type: refused, and nothing is read beyond the end.
     for (const AgentRecord& each : {record, hello.record()}) {
@@ -153,7 +161,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     hello.host = std::string("no\0de", 5);
     EXPECT_THROW(AgentHello::of(hello.record()), BrokenConnection);
     for (const std::string& body : {std::string(), std::string("\0\0\0", 3), std::string(4, '\0'),
-                                    std::string("\0\0\0\x07", 4), std::string(4, '\xff')})
+                                    std::string("\0\0\0\x09", 4), std::string(4, '\xff')})
         EXPECT_THROW(AgentRecord::unpack(body), BrokenConnection);
 }
 

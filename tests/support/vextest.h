@@ -177,6 +177,11 @@ class VexTest : public testing::Test {
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
         return path;
     }
+    // Runs what it is given behind the name of a host, on this one, and notes the host.
+    std::string fakeSsh() {
+        return script("ssh", "#!/bin/sh\necho \"$1\" >>" + folder.path("hosts.log") +
+                                 "\nshift\ncd /\nexec sh -c \"$*\"\n");
+    }
     void launch(const Lines& arguments) {
         Terminal::Start start;
         start.input = input;

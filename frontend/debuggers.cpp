@@ -1,0 +1,391 @@
+#include "frontend/debuggers.h"
+
+#include "frontend/executables.h"
+#include "frontend/limits.h"
+#include "frontend/localclient.h"
+#include "frontend/processtree.h"
+#include "frontend/remoteclient.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+// So many forked processes of this machine are debugged, or as many as there are tasks.
+constexpr std::size_t fewForks = 16;
+
+// Letters and digits.
+std::string nonce() { return Rendezvous::newSecret().substr(0, 16); }
+
+} // namespace
+
+Debuggers::Debuggers(asio::io_context& eventLoop, const Options& wanted, const Debugger& kind,
+                     std::string sessionsJob, Handler handler)
+    : loop(eventLoop),
+      options(wanted),
+      driver(kind),
+      job(std::move(sessionsJob)),
+      handle(std::move(handler)),
+      seats(static_cast<std::size_t>(wanted.tasks)),
+      forks(loop,
+            {[this](const Forks::Child& child) { return adopt(child); },
+             [this](int parent, const std::string& text) { handle.tell(parent, text); }},
+            wanted.forks ? driver.forkMark() : "", std::max(fewForks, seats.size())),
+      patience(loop) {
+    if (!options.script.empty())
+        errors = std::make_unique<ErrorWatch>(driver, '\002' + nonce() + '\002');
+}
+
+Debuggers::~Debuggers() = default;
+
+// --- the start
+
+void Debuggers::start() {
+    sayWhoIsMissing();
+    if (!options.launcherWords.empty()) callAgents();
+    startLocal();
+}
+
+void Debuggers::callAgents() {
+    LaunchedJob::Plan plan;
+    plan.launcher = options.launcherWords;
+    plan.agent = options.agent;
+    plan.hosts = options.hostOfTask;
+    plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
+    plan.lenient = options.attaches();
+    plan.forks = options.forks;
+    agents = std::make_unique<LaunchedJob>(
+        loop, plan,
+        LaunchedJob::Handler{
+            [this](int count) { setSize(count); },
+            [this](int client, auto link) { onAgent(client, std::move(link)); },
+            [this](int parent, pid_t process, auto link) {
+                onForkedAgent(parent, process, std::move(link));
+            },
+            [this](int client, const std::string& problem) { onMissing(client, problem); },
+            [this](const std::string& line) { onLauncherSaid(line); },
+            [this](const std::string& problem) { fail(problem); }});
+    try {
+        agents->start();
+    } catch (const std::runtime_error& error) {
+        fail(error.what());
+    }
+}
+
+void Debuggers::setSize(int count) {
+    if (options.attaches()) return;
+    // Their terminals are their agents'.
+    Limits::Facts facts = Limits::facts();
+    facts.terminals = std::numeric_limits<long>::max();
+    if (const auto problem = Limits::refusal(count, facts)) return fail(*problem);
+    seats.resize(static_cast<std::size_t>(count));
+    handle.sized(count);
+}
+
+bool Debuggers::isLocal(std::size_t client) const {
+    return !agents || (options.attaches() && options.targets[client].host.empty());
+}
+
+// Starting reads symbols: more at a time than there are processors makes nothing faster.
+void Debuggers::startLocal() {
+    const auto limit = std::max(2u, std::thread::hardware_concurrency());
+    const auto busy = [this] {
+        return std::ranges::count_if(
+            starting, [this](int each) { return isLocal(static_cast<std::size_t>(each)); });
+    };
+    for (; phase == STARTING && nextLocal < seats.size() && busy() < limit; ++nextLocal) {
+        if (!isLocal(nextLocal)) continue;
+        const int id = static_cast<int>(nextLocal);
+        ++begun;
+        starting.insert(id);
+        at(id).debugger = std::make_unique<LocalClient>(loop, handlerOf(id), startOf(id));
+    }
+}
+
+void Debuggers::onAgent(int id, std::shared_ptr<AgentLink> link) {
+    if (phase != STARTING) return link->close();
+    DebuggerStart start = startOf(id);
+    // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
+    if (!options.hostOfTask.empty() && !options.attaches())
+        start.folder = std::filesystem::current_path().string();
+    ++begun;
+    starting.insert(id);
+    at(id).debugger = remote(id, std::move(link), start);
+}
+
+void Debuggers::onMissing(int id, const std::string& problem) {
+    if (phase != STARTING) return;
+    std::fprintf(stderr, "vex: client %d is left out: %s\n", id, problem.c_str());
+    at(id).alive = false;
+    ++begun;
+    starting.insert(id);
+    onStarted(id);
+}
+
+void Debuggers::onLauncherSaid(const std::string& line) {
+    const std::string text = "launcher: " + line;
+    if (phase == STARTING) std::fprintf(stderr, "vex: %s\n", text.c_str());
+    if (phase == RUNNING) handle.announce(text);
+}
+
+// It has prompted for the first time, or ended before; it may end, or prompt again, later.
+void Debuggers::onStarted(int id) {
+    if (!starting.erase(id)) return;
+    startLocal();
+    if (phase == STARTING && begun == seats.size() && starting.empty()) allStarted();
+}
+
+void Debuggers::allStarted() {
+    std::fputs(greetings.report(driver).c_str(), stderr);
+    if (const auto problem = defect()) return fail(*problem);
+    phase = RUNNING;
+    patience.cancel();
+    handle.started();
+}
+
+std::optional<std::string> Debuggers::defect() const {
+    if (living() == 0)
+        return "no debugger is left; try: " + options.debugger + " " +
+               (options.attaches() ? "-p PID" : options.program[0]);
+    if (options.attaches() && std::ranges::find(seats, true, &Seat::attached) == seats.end())
+        return "no debugger could attach";
+    for (std::size_t i = 0; errors && i < seats.size(); ++i) {
+        if (seats[i].alive && !errors->begins(static_cast<int>(i)))
+            return "the debuggers cannot tell their errors, which --script needs: is this a gdb "
+                   "without Python?";
+    }
+    return std::nullopt;
+}
+
+void Debuggers::sayWhoIsMissing() {
+    patience.expires_after(std::chrono::seconds(10));
+    patience.async_wait([this](const asio::error_code& fault) {
+        if (fault || phase != STARTING) return;
+        if (seats.empty())
+            std::fprintf(stderr, "vex: the launcher has not started a task yet; Ctrl-C gives up\n");
+        else
+            std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
+                         begun - starting.size(), seats.size());
+        sayWhoIsMissing();
+    });
+}
+
+void Debuggers::fail(const std::string& problem) {
+    if (phase == OVER) return;
+    std::fprintf(stderr, "vex: %s\n", problem.c_str());
+    handle.failed();
+}
+
+Debugger::Launch Debuggers::newLaunch() const {
+    Debugger::Launch launch;
+    launch.nonce = nonce();
+    if (errors && driver.marksErrors()) launch.errorMark = errors->mark();
+    return launch;
+}
+
+DebuggerStart Debuggers::startOf(int id) const {
+    Debugger::Launch launch = newLaunch();
+    launch.program = options.program;
+    DebuggerStart start = DebuggerStart::of(
+        driver, launch,
+        {{"VEX_TASK", std::to_string(id)},
+         {"VEX_NTASKS", std::to_string(seats.size())},
+         {"VEX_JOB", job}},
+        options.attaches() ? options.targets[static_cast<std::size_t>(id)].pid : 0);
+    start.throughShells = options.mpiLauncher != 0;
+    start.client = id;
+    if (options.forks) start.forkMark = driver.forkMark();
+    return start;
+}
+
+// --- while they run
+
+Client::Handler Debuggers::handlerOf(int id) {
+    return {[this, id](std::string_view text) { onOutput(id, text); }, [this, id] { onPrompt(id); },
+            [this, id] { return phase != RUNNING || handle.mayRead(id); }};
+}
+
+std::unique_ptr<Client> Debuggers::remote(int id, std::shared_ptr<AgentLink> link,
+                                          const DebuggerStart& start) {
+    return std::make_unique<RemoteClient>(
+        std::move(link), handlerOf(id),
+        RemoteClient::Watch{[this, id] { onEnded(id); }, [this, id] { onIdentified(id); },
+                            [this, id](const std::string& text) {
+                                if (phase == RUNNING)
+                                    handle.tell(at(id).joining ? at(id).parent : id, text);
+                            }},
+        start);
+}
+
+void Debuggers::onOutput(int id, std::string_view text) {
+    std::string plain;
+    if (errors) text = plain = errors->pass(id, text);
+    if (phase == STARTING) greetings.add(id, text);
+    if (phase != RUNNING || at(id).joining) return;
+    if (const pid_t process = at(id).debugger->pid(); process != -1) forks.heard(id, process, text);
+    handle.output(id, text);
+}
+
+void Debuggers::onPrompt(int id) {
+    if (phase == OVER) return;
+    Seat& seat = at(id);
+    if (phase == RUNNING) return seat.joining ? onForkPrompted(id) : handle.prompted(id);
+    seat.attached = seat.debugger->holds();
+    // What a debugger says while it attaches is of interest only when it could not.
+    if (seat.attached) greetings.drop(id);
+    onStarted(id);
+}
+
+void Debuggers::onEnded(int id) {
+    Seat& seat = at(id);
+    seat.alive = false;
+    if (phase == RUNNING) {
+        forks.ended(id);
+        if (seat.joining) return;
+        if (errors) errors->ended(id);
+        handle.ended(id);
+    } else if (phase == STARTING) {
+        greetings.add(id, "\nthe debugger ended during the start\n");
+        onStarted(id);
+    }
+}
+
+void Debuggers::onIdentified(int id) {
+    if (phase != RUNNING) return;
+    if (at(id).joining)
+        joinFork(id);
+    else
+        handle.identified();
+}
+
+void Debuggers::collect() {
+    for (std::size_t i = 0; i < seats.size(); ++i) {
+        if (seats[i].debugger && seats[i].debugger->ended()) onEnded(static_cast<int>(i));
+    }
+    if (agents) agents->collect();
+}
+
+void Debuggers::listPids(std::vector<pid_t>& pids) const {
+    for (const Seat& seat : seats) {
+        if (seat.debugger) pids.push_back(seat.debugger->pid());
+    }
+    if (agents) agents->listPids(pids);
+}
+
+void Debuggers::type(int id, const std::string& line) {
+    if (errors) errors->typed(id, line);
+    at(id).debugger->type(driver.whole(line));
+}
+
+void Debuggers::resume() {
+    for (const Seat& seat : seats) {
+        if (seat.debugger) seat.debugger->resume();
+    }
+}
+
+int Debuggers::askIdentities() {
+    return static_cast<int>(std::ranges::count_if(seats, [](const Seat& seat) {
+        return seat.alive && seat.debugger && !seat.joining && seat.debugger->askIdentity();
+    }));
+}
+
+int Debuggers::living() const {
+    return static_cast<int>(
+        std::ranges::count_if(seats, [](const Seat& seat) { return seat.alive && !seat.joining; }));
+}
+
+// --- forked processes
+
+int Debuggers::newSeat(int parent, pid_t process) {
+    Seat seat;
+    seat.parent = parent;
+    seat.process = process;
+    seat.joining = true;
+    seats.push_back(std::move(seat));
+    return static_cast<int>(seats.size()) - 1;
+}
+
+DebuggerStart Debuggers::startOfFork(int id, pid_t process) const {
+    Debugger::Launch launch = newLaunch();
+    launch.owned = !options.attaches();
+    DebuggerStart start = DebuggerStart::of(driver, launch, {}, process);
+    start.client = id;
+    start.forkMark = driver.forkMark();
+    return start;
+}
+
+// A forked child of a task gets the next free number.
+int Debuggers::adopt(const Forks::Child& child) {
+    if (const auto problem = Limits::refusal(living() + 1, Limits::facts(), living()))
+        throw std::runtime_error(*problem);
+    const int id = static_cast<int>(seats.size());
+    auto client = std::make_unique<LocalClient>(loop, handlerOf(id), startOfFork(id, child.pid));
+    newSeat(child.parent, child.pid);
+    at(id).debugger = std::move(client);
+    return id;
+}
+
+void Debuggers::onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) {
+    const bool known = parent >= 0 && parent < static_cast<int>(seats.size()) && at(parent).alive;
+    if (phase != RUNNING || !known) return link->close();
+    Limits::Facts facts = Limits::facts();
+    facts.terminals = std::numeric_limits<long>::max();
+    if (const auto problem = Limits::refusal(living() + 1, facts)) {
+        handle.tell(parent, "forked process " + std::to_string(process) +
+                                " runs on without a debugger: " + *problem);
+        return link->close();
+    }
+    const int id = newSeat(parent, process);
+    at(id).debugger = remote(id, std::move(link), startOfFork(id, process));
+}
+
+void Debuggers::onForkPrompted(int id) {
+    Seat& seat = at(id);
+    if (seat.debugger->holds()) {
+        if (!seat.debugger->askIdentity()) joinFork(id);
+        return;
+    }
+    // Of one behind an agent, that tells why.
+    if (seat.debugger->pid() != -1 && ProcessTree::parentOf(seat.process) != 0)
+        forks.refuse({seat.parent, seat.process}, "the debugger could not attach");
+    forks.started(id);
+    seat.debugger->release();
+}
+
+void Debuggers::joinFork(int id) {
+    Seat& seat = at(id);
+    if (!seat.alive) return;
+    seat.joining = false;
+    handle.joined(id,
+                  seat.debugger->identity() + "  forked by client " + std::to_string(seat.parent));
+    forks.started(id);
+}
+
+// --- the end
+
+void Debuggers::end() {
+    phase = OVER;
+    patience.cancel();
+    forks.stop();
+    if (agents) agents->stop();
+    for (const Seat& seat : seats) {
+        if (seat.debugger) seat.debugger->release();
+    }
+}
+
+bool Debuggers::releasing() const {
+    if (agents && begun > 0 && agents->running()) return true;
+    return options.attaches() && std::ranges::any_of(seats, [](const Seat& seat) {
+               return seat.debugger && seat.debugger->pid() != -1 && seat.debugger->running();
+           });
+}
+
+std::optional<std::string> Debuggers::verdict() const {
+    return errors ? errors->verdict() : std::nullopt;
+}

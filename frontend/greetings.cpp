@@ -1,0 +1,29 @@
+#include "frontend/greetings.h"
+
+#include "common/clientset.h"
+#include "frontend/text.h"
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+std::string Greetings::report(const Debugger& debugger) const {
+    std::vector<std::pair<std::string, ClientSet>> lines; // in the order in which they came
+    for (const auto& [client, text] : texts) {
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) {
+            if (debugger.isGreeting(line)) continue;
+            auto at = std::ranges::find(lines, line, &std::pair<std::string, ClientSet>::first);
+            if (at == lines.end()) at = lines.insert(at, {line, {}});
+            at->second.insert(client);
+        }
+    }
+    std::string report;
+    for (const auto& [line, clients] : lines) {
+        const std::string hint = debugger.hintFor(line);
+        report.append("vex: ").append(Text::list(clients)).append(" | ").append(line);
+        report.append(hint.empty() ? "" : " ").append(hint).append("\n");
+    }
+    return report;
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "frontend/debugger.h"
+
+#include <map>
+#include <string>
+#include <string_view>
+
+/// What the debuggers print at their start, before their first prompts.
+class Greetings {
+  public:
+    void add(int client, std::string_view text) { texts[client] += text; }
+    void drop(int client) { texts.erase(client); }
+    /// What they had to say beyond the usual greeting of their kind, each line once and with its
+    /// clients, and what to do about it.
+    std::string report(const Debugger& debugger) const;
+
+  private:
+    std::map<int, std::string> texts;
+};

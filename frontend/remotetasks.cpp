@@ -1,0 +1,101 @@
+#include "frontend/remotetasks.h"
+
+#include "frontend/launcher.h"
+#include "frontend/processtree.h"
+
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <utility>
+
+namespace {
+
+// Logins that may be under way at a time: a host turns more away.
+constexpr std::size_t mostLogins = 8;
+
+// Asks all hosts, some at a time.
+class Search {
+  public:
+    Search(RunningJob& running, const std::vector<std::string>& rsh, const std::string& path)
+        : job(running), words(rsh), agent(path), signals(loop, SIGCHLD) {}
+
+    void run() {
+        awaitChildren();
+        next();
+        loop.run();
+    }
+
+  private:
+    RunningJob& job;
+    const std::vector<std::string>& words;
+    const std::string& agent;
+    asio::io_context loop;
+    asio::signal_set signals;
+    std::vector<std::unique_ptr<Launcher>> launchers;
+    std::size_t ended = 0;
+
+    void awaitChildren() {
+        signals.async_wait([this](const asio::error_code& fault, int) {
+            if (fault) return;
+            // What is said of one may start another.
+            for (std::size_t i = 0; i < launchers.size(); ++i)
+                launchers[i]->collect();
+            awaitChildren();
+        });
+    }
+    void next() {
+        const auto& managers = job.managers();
+        while (launchers.size() < managers.size() && launchers.size() < ended + mostLogins) {
+            const auto& [host, name] = managers[launchers.size()];
+            std::vector<std::string> argv = words;
+            argv.insert(argv.end(),
+                        {host, Launcher::quoted(agent), "--tasks-of", Launcher::quoted(name)});
+            launchers.push_back(std::make_unique<Launcher>(
+                loop, argv, "",
+                Launcher::Handler{
+                    [this, where = host](const std::string& line) { hear(where, line); },
+                    [this, where = host](const std::string& how) { over(where, how); }}));
+        }
+        if (ended == managers.size()) loop.stop();
+    }
+    void hear(const std::string& host, const std::string& line) {
+        std::istringstream text(line);
+        std::string word, program;
+        int rank = -1;
+        pid_t pid = 0;
+        if (text >> word >> rank >> pid && word == "task" && pid > 0 &&
+            std::getline(text >> std::ws, program))
+            job.addRemote({rank, pid, host, program});
+        else
+            std::fprintf(stderr, "vex: %s: %s\n", host.c_str(), line.c_str());
+    }
+    void over(const std::string& host, const std::string& how) {
+        if (how != "ended with status 0")
+            std::fprintf(stderr, "vex: the tasks of host %s are left out: %s %s\n", host.c_str(),
+                         words[0].c_str(), how.c_str());
+        ++ended;
+        next();
+    }
+};
+
+} // namespace
+
+void RemoteTasks::addTo(RunningJob& job, const std::vector<std::string>& rsh,
+                        const std::string& agent) {
+    Search(job, rsh, agent).run();
+}
+
+void RemoteTasks::list(const std::string& manager, std::ostream& out) {
+    RunningJob job;
+    job.addManaged(manager);
+    for (const Target& task : job.targets()) {
+        const std::string path = ProcessTree::executableOf(task.pid);
+        out << "task " << task.rank << ' ' << task.pid << ' ' << path.substr(path.rfind('/') + 1)
+            << '\n';
+    }
+}

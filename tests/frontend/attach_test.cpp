@@ -1,0 +1,267 @@
+#include "frontend/tracing.h"
+#include "tests/support/vextest.h"
+
+#include <fcntl.h>
+#include <functional>
+#include <sys/wait.h>
+
+namespace {
+
+// vex with tasks that run before it is there, and what tasks fork.
+class AttachTest : public VexTest {};
+
+// A process that is there before the session and after it; counts on its standard output.
+class Walker {
+  public:
+    explicit Walker(const Lines& arguments = {}) {
+        if (::pipe2(ends, O_CLOEXEC) == -1) throw std::runtime_error("no pipe");
+        id = ::fork();
+        if (id == 0) {
+            ::dup2(ends[1], 1);
+            std::string name = std::string(VEX_BIN_DIR) + "/steadily";
+            Lines words = arguments;
+            std::vector<char*> argv{name.data()};
+            for (std::string& word : words)
+                argv.push_back(word.data());
+            argv.push_back(nullptr);
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
+        }
+        ::close(ends[1]);
+    }
+    ~Walker() {
+        ::kill(id, SIGKILL);
+        ::waitpid(id, nullptr, 0);
+        ::close(ends[0]);
+    }
+    Walker(const Walker&) = delete;
+    Walker& operator=(const Walker&) = delete;
+
+    pid_t pid() const { return id; }
+    std::string number() const { return std::to_string(id); }
+    // Whether it counts: what it has said so far is thrown away, then it must say more, for so long
+    // that all its threads have come by every place where a breakpoint can be left.
+    bool walks() const {
+        char text[65536];
+        for (int lines = 0; lines < 20; ++lines) {
+            pollfd ready{ends[0], POLLIN, 0};
+            if (::poll(&ready, 1, 5000) != 1 || ::read(ends[0], text, sizeof text) <= 0)
+                return false;
+        }
+        return Processes::lives(id);
+    }
+
+  private:
+    int ends[2];
+    pid_t id;
+};
+
+TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
+    std::unique_ptr<Peer> console;
+    const auto kquit = [&] { console->send(Command::QUIT, "all"); };
+    const auto freeRun = [&] { console->send(Command::CLIENT, "all", "continue"); };
+    const auto killAgents = [&] {
+        for (const pid_t each : living()) {
+            // The inner one of its two processes.
+            if (Processes::name(each) == "vexagent" && childOf(each, "vexagent") == -1)
+                ::kill(each, SIGKILL);
+        }
+        kquit();
+    };
+    const struct {
+        const char* name;
+        Lines walker;
+        std::function<void()> before, end;
+        bool remote = false; // the second one, as far as vex knows
+    } cases[] = {
+        {"idle, kquit", {}, [] {}, kquit, true},
+        {"idle, SIGKILL", {}, [] {}, [&] { vex->signal(SIGKILL); }},
+        {"running, kquit", {"threads"}, freeRun, kquit},
+        {"running, SIGTERM", {"threads"}, freeRun, [&] { vex->signal(SIGTERM); }, true},
+        {"running, SIGKILL", {"threads"}, freeRun, [&] { vex->signal(SIGKILL); }, true},
+        {"running, agents killed, kquit", {"threads"}, freeRun, killAgents, true},
+        {"running, SIGINT blocked, kquit", {"deaf"}, freeRun, kquit, true},
+        {"with a question, kquit",
+         {},
+         [&] { console->send(Command::CLIENT, "all", "commands"); },
+         kquit},
+        {"the debuggers' own quit",
+         {"threads"},
+         [] {},
+         [&] { console->send(Command::CLIENT, "all", "quit"); },
+         true},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const Walker walkers[2]{Walker(each.walker), Walker(each.walker)};
+        std::filesystem::remove(folder.path("session"));
+        const std::string file = folder.write(
+            "attach.cfg", "5100\n2\n0 0 127.0.0.1 localhost " + walkers[0].number() +
+                              " 1 /bin/x \n1 0 " +
+                              (each.remote ? "198.51.100.7 node1 " : "127.0.0.1 localhost ") +
+                              walkers[1].number() + " 1 /bin/x \n");
+        const std::string path = beginWith({"--attach-config", file, "--rsh", fakeSsh()});
+        console = std::make_unique<Peer>(path);
+        console->begin();
+        // The first one steps on its breakpoint all the time, and goes on.
+        console->command("break step");
+        console->command("ignore 1 1000000");
+        each.before();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        const pid_t sleeper = consolePid();
+        each.end();
+        ::kill(sleeper, SIGKILL);
+        vex->exitStatus();
+        expectNothingLeft(path);
+        for (const Walker& walker : walkers)
+            EXPECT_TRUE(walker.walks());
+        console.reset();
+    }
+}
+
+// Two tasks of this host, one of another, one of a host that cannot be reached.
+TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
+    const Walker walkers[3];
+    const std::string file = folder.write(
+        "attach.cfg", "5100\n5\n2 0 127.0.0.1 localhost " + walkers[1].number() + " 1 /bin/x \n" +
+                          "0 0 127.0.0.1 localhost " + walkers[0].number() + " 1 /bin/x \n" +
+                          "1 0 127.0.0.1 localhost -1 1 /bin/x \n" + "3 0 198.51.100.7 node1 " +
+                          walkers[2].number() + " 1 /bin/x \n" +
+                          "4 0 198.51.100.8 nowhere 77 1 /bin/x \n");
+    const std::string reach =
+        script("reach", "#!/bin/sh\ncase $1 in nowhere) echo no route; exit 255; esac\nexec " +
+                            fakeSsh() + " \"$@\"\n");
+    const std::string path = beginWith({"--attach-config", file, "--rsh", reach});
+    vex->until("vex: task 1 is left out: it has no process\n");
+    vex->until("vex: client 3 is left out: " + reach +
+               " for host nowhere ended with status 255 before its task was there.");
+    Peer console(path);
+    console.begin();
+    EXPECT_EQ(console.command("python print(gdb.selected_inferior().pid)"),
+              (Lines{"0 | " + walkers[0].number(), "1 | " + walkers[1].number(),
+                     "2 | " + walkers[2].number(), "READY"}));
+    EXPECT_TRUE(
+        console.command("vex who")[2].ends_with("pid " + walkers[2].number() + "  steadily"));
+    console.send(Command::QUIT, "all");
+    killConsole();
+    EXPECT_EQ(vex->exitStatus(), 0);
+    expectNothingLeft(path);
+    EXPECT_TRUE(walkers[2].walks());
+}
+
+// Also where agents run the debuggers.
+TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
+    const std::string hosts = folder.write("hosts", "node1\nnode2\n");
+    const Lines starts[] = {{"-n", "2"}, {"--launch", fakeSsh(), "--hosts", hosts}};
+    for (const Lines& start : starts) {
+        std::filesystem::remove(folder.path("session"));
+        Lines arguments = start;
+        arguments.push_back(program("forker"));
+        const std::string path = beginWith(arguments);
+        Peer first(path), second(path), third(path);
+        for (Peer* each : {&first, &second, &third})
+            each->begin();
+        first.send(Command::CLIENT, "all", "run");
+        EXPECT_EQ(third.forked(2), (ClientSet{2, 3}));
+        second.forked(2);
+        // It stands where it was attached to; when it goes on, it forks as well.
+        second.command("print hold = 0", "2");
+        second.send(Command::CLIENT, "2", "continue");
+        EXPECT_EQ(third.forked(1), ClientSet{4});
+        // Neither the shell's command nor what became another program is one.
+        EXPECT_EQ(third.command("vex who").size(), 6u);
+        third.command("print hold = 0", "4");
+        const auto says = [](const Lines& lines, const std::string& end) {
+            return std::ranges::any_of(lines,
+                                       [&end](const auto& each) { return each.ends_with(end); });
+        };
+        const Lines last = third.command("continue", "4");
+        EXPECT_TRUE(says(last, "exited with code 01]")) << testing::PrintToString(last);
+        EXPECT_TRUE(says(second.finish(), "exited with code 02]"));
+        while (!says(first.next(), "| generations: 2")) {
+        }
+        vex->signal(SIGKILL);
+        expectNothingLeft(path);
+    }
+}
+
+TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
+    for (const char* place : {"127.0.0.1 localhost ", "198.51.100.7 node1 "}) {
+        Terminal::Start start;
+        start.argv = {program("forker"), "wait"};
+        Terminal task(start);
+        std::filesystem::remove(folder.path("session"));
+        const std::string file =
+            folder.write("attach.cfg", "5100\n1\n0 0 " + std::string(place) +
+                                           std::to_string(task.pid()) + " 1 /bin/x \n");
+        const std::string path = beginWith({"--attach-config", file, "--rsh", fakeSsh()});
+        Peer first(path), second(path);
+        first.begin();
+        second.begin();
+        first.command("print hold = 0");
+        first.send(Command::CLIENT, "all", "continue");
+        EXPECT_EQ(second.forked(1), ClientSet{1});
+        const std::vector<pid_t> children = tasksOf(task.pid(), "forker");
+        ASSERT_EQ(children.size(), 1u);
+        EXPECT_GT(Tracing::tracerOf(children[0]), 0);
+        second.send(Command::QUIT, "all");
+        killConsole();
+        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        for (pid_t each : {task.pid(), children[0]}) {
+            EXPECT_TRUE(Processes::lives(each));
+            EXPECT_EQ(Tracing::tracerOf(each), 0);
+        }
+    }
+}
+
+TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
+    // The task of another host is not below its launcher.
+    const std::string away = script("away", "#!/bin/sh\nshift 2\nsetsid --fork sh -c \"$*; touch " +
+                                                folder.path("done") + "\"\nuntil [ -e " +
+                                                folder.path("done") + " ]; do sleep 0.05; done\n");
+    // The launchers of the MPI libraries that this system has, each with the example built for it.
+    const struct {
+        const char* program;
+        Lines launcher;
+        std::size_t below = 2;
+    } mpis[] = {
+        {"ring.openmpi", {"mpirun.openmpi", "--oversubscribe", "-np", "2"}},
+        {"ring.mpich", {"mpiexec.mpich", "-n", "2"}},
+        {"ring.mpich",
+         {"mpiexec.mpich", "-launcher", "ssh", "-launcher-exec", away, "-hosts", "localhost,node1",
+          "-n", "2"},
+         1},
+    };
+    int tried = 0;
+    for (const auto& mpi : mpis) {
+        SCOPED_TRACE(mpi.program);
+        if (::access(program(mpi.program).c_str(), X_OK) != 0) continue;
+        ++tried;
+        Terminal::Start start;
+        start.argv = {"/usr/bin/env"};
+        start.argv.insert(start.argv.end(), mpi.launcher.begin(), mpi.launcher.end());
+        start.argv.push_back(program(mpi.program));
+        Terminal job(start);
+        // Time for MPI_Init, behind which a task knows its rank.
+        const Deadline deadline;
+        while (deadline.left() > 0 && tasksOf(job.pid(), mpi.program).size() < mpi.below)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ASSERT_EQ(tasksOf(job.pid(), mpi.program).size(), mpi.below) << job.screen();
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        std::filesystem::remove(folder.path("session"));
+        const std::string path =
+            beginWith({"--mpi", std::to_string(job.pid()), "--rsh", fakeSsh()});
+        Peer console(path);
+        console.begin();
+        EXPECT_EQ(console.command("print rank"), (Lines{"0 | $1 = 0", "1 | $1 = 1", "READY"}));
+        console.command("print lost = 0");
+        console.send(Command::QUIT, "all");
+        killConsole();
+        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        // Released, they come to their end.
+        EXPECT_EQ(job.exitStatus(), 0);
+    }
+    if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
+}
+
+} // namespace
