@@ -2,7 +2,7 @@
 _vex() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} i
     local values=' -n --tasks --forks --debugger --console --attach --attach-config --mpi --launch --hosts
-        --agent --forks --script --join --consoles '
+        --agent --rsh --script --join --consoles '
     COMPREPLY=()
     for ((i = 1; i < COMP_CWORD; ++i)); do
         if [[ $values == *[[:space:]]"${COMP_WORDS[i]}"[[:space:]]* ]]; then
@@ -28,7 +28,7 @@ _vex() {
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --debugger | --console | --agent)
+    --debugger | --console | --agent | --rsh)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(
             compgen -c -- "$current"
@@ -47,7 +47,7 @@ _vex() {
     -n | --tasks | --consoles) return ;;
     esac
     if [[ $current == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --launch --hosts --agent
+        mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --launch --hosts --agent --rsh
             --tasks --debugger --console --consoles --script --list --join --help --version' -- "$current")
         return
     fi
