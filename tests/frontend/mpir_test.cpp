@@ -39,34 +39,25 @@ TEST(Mpir, ReadsTheTableOfALivingProcess) {
     MPIR_proctable = procs;
 }
 
-// Memory of 4096 bytes at address 4096, where nothing else can be read.
-struct Page {
-    std::string bytes = std::string(4096, 'x');
-    Mpir::Memory memory() const {
-        return [this](std::uint64_t address, void* into, std::size_t length) {
-            if (address < 4096 || address + length > 8192) return false;
-            std::memcpy(into, bytes.data() + address - 4096, length);
-            return true;
-        };
-    }
-    void entry(std::size_t at, std::uint64_t host, std::int32_t pid) {
-        const std::uint64_t words[] = {host, 0, static_cast<std::uint32_t>(pid)};
-        std::memcpy(bytes.data() + at, words, sizeof words);
-    }
-};
-
 TEST(Mpir, StopsAtTheEdgesOfMemory) {
-    Page page;
-    page.entry(4072, 4096 + 4000, 7);
-    page.bytes[4010] = '\0';
-    EXPECT_EQ(Mpir::read(page.memory(), 4096 + 4072, 1), (Entries{{std::string(10, 'x'), "", 7}}));
-    EXPECT_EQ(Mpir::read(page.memory(), 4096 + 4072, 2), Entries{});
-    // A text that runs over the edge, and one that is nowhere.
-    Page endless;
-    endless.entry(0, 4096 + 24, 7);
-    EXPECT_EQ(Mpir::read(endless.memory(), 4096, 1), (Entries{{"", "", 7}}));
-    endless.entry(0, 1 << 20, 7);
-    EXPECT_EQ(Mpir::read(endless.memory(), 4096, 1), (Entries{{"", "", 7}}));
+    // A page at address 4096, where nothing else can be read.
+    std::string page(4096, 'x');
+    const auto memory = [&page](std::uint64_t address, void* into, std::size_t length) {
+        if (address < 4096 || address + length > 8192) return false;
+        std::memcpy(into, page.data() + address - 4096, length);
+        return true;
+    };
+    const auto read = [&](std::size_t at, std::uint64_t host, int count) {
+        const std::uint64_t entry[] = {host, 0, 7};
+        std::memcpy(page.data() + at, entry, sizeof entry);
+        return Mpir::read(memory, 4096 + at, count);
+    };
+    // A text that runs over the edge, one that is nowhere, one that ends; an entry that does not.
+    EXPECT_EQ(read(0, 4096 + 24, 1), (Entries{{"", "", 7}}));
+    EXPECT_EQ(read(0, 1 << 20, 1), (Entries{{"", "", 7}}));
+    page[4010] = '\0';
+    EXPECT_EQ(read(4072, 4096 + 4000, 1), (Entries{{std::string(10, 'x'), "", 7}}));
+    EXPECT_EQ(read(4072, 4096 + 4000, 2), Entries{});
 }
 
 TEST(Mpir, TakesNoHarmFromABrokenFile) {

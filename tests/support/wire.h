@@ -50,19 +50,26 @@ void unpackFrom(Record& record, const std::string& data) {
     record.unpack(exact.data(), static_cast<int>(exact.size()));
 }
 
-/// Every proper beginning of a record is refused.
+/// Each of these, in the notation of bytes, is unpacked and packed again unchanged, also by a
+/// record that held another one, and every proper beginning of it is refused.
 template <class Record>
-void expectEveryCutRefused(const std::string& data) {
-    for (std::size_t size = 0; size < data.size(); ++size) {
-        Record record;
-        EXPECT_THROW(unpackFrom(record, data.substr(0, size)), BrokenConnection) << size;
+void expectWire(std::initializer_list<std::string> wholes) {
+    Record used;
+    for (const std::string& whole : wholes) {
+        const std::string data = bytes(whole);
+        unpackFrom(used, data);
+        EXPECT_EQ(hex(packed(used)), hex(data));
+        for (std::size_t size = 0; size < data.size(); ++size) {
+            Record record;
+            EXPECT_THROW(unpackFrom(record, data.substr(0, size)), BrokenConnection) << size;
+        }
     }
 }
 
 /// Each of these, in the notation of bytes, is refused.
 template <class Record>
-void expectRefused(std::initializer_list<const char*> lies) {
-    for (const char* lie : lies) {
+void expectRefused(std::initializer_list<std::string> lies) {
+    for (const std::string& lie : lies) {
         Record record;
         EXPECT_THROW(unpackFrom(record, bytes(lie)), BrokenConnection) << lie;
     }
