@@ -10,12 +10,10 @@
 #include <csignal>
 #include <filesystem>
 #include <pthread.h>
-#include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 

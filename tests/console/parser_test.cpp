@@ -6,9 +6,6 @@
 #include <climits>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 namespace {
 
 // The bytes that a record's display writes; the colours are [=, [~ and [!, the reset is ].

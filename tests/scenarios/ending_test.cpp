@@ -5,12 +5,6 @@
 
 class Ending : public Session {
   protected:
-    struct Way {
-        const char* name;
-        std::function<void()> go;
-        int status = 0;
-    };
-
     void question(const std::string& line, const std::string& what) {
         EXPECT_EQ(answerTo(line, "(y/n) "), "Really want to quit (" + what + ")? ");
     }
@@ -76,21 +70,22 @@ TEST_F(Ending, WhateverEndsItTheTerminalIsAsItWasFound) {
         console->type(keys);
         console->until(keys);
     };
-    const Way ways[] = {
-        {"SIGTERM at the prompt", [this] { console->signal(SIGTERM); }, 128 + SIGTERM},
-        {"SIGTERM while a command runs",
-         [this] {
-             command("run");
-             console->signal(SIGTERM);
-         },
-         128 + SIGTERM},
+    const std::function<void()> atQuestion = [this] { question("kquit", "all processes"); },
+                                running = [this] { command("run"); },
+                                terminated = [this] { console->signal(SIGTERM); };
+    const struct {
+        const char* name;
+        std::function<void()> go;
+        int status = 0; // 0: the front end goes
+    } ways[] = {
+        {"SIGTERM at the prompt", terminated, 128 + SIGTERM},
+        {"SIGTERM while a command runs", [&] { running(), terminated(); }, 128 + SIGTERM},
         {"SIGQUIT from the keyboard", [this] { console->type("\x1c"); }, 128 + SIGQUIT},
         {"a failed assertion", [this] { frontEnd.raw(std::string(4, '\x7f')); }, 128 + SIGABRT},
-        // In all others the front end goes.
         {"behind kquit", [this] { kquit(); }},
         {"in the middle of a line", [&] { typed("whe"); }},
-        {"at a question", [this] { question("kquit", "all processes"); }},
-        {"while a command runs", [this] { command("run"); }},
+        {"at a question", atQuestion},
+        {"while a command runs", running},
         {"while a group request is open", [&] { typed("group\n"); }},
         {"interrupted", [this] { interrupted(); }},
         {"within a record", [this] { frontEnd.raw(std::string(3, '\0')); }},

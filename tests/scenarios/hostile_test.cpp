@@ -1,8 +1,7 @@
 // Records that lie about themselves end the session as a broken connection does.
+#include "tests/support/processes.h"
 #include "tests/support/session.h"
 #include "tests/support/wire.h"
-
-#include <fstream>
 
 using Hostile = Session;
 
@@ -18,35 +17,19 @@ std::string framed(const std::string& length, const std::string& body = "") {
     return record(KIND_DATA, "").substr(0, 4) + bytes(length) + body;
 }
 
-long residentKilobytes(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; status >> word;) {
-        long size = 0;
-        if (word == "VmRSS:" && status >> size) return size;
-    }
-    return 0;
-}
-
 } // namespace
 
 TEST_F(Hostile, EveryLieEndsTheSession) {
-    const struct {
-        const char* lie;
-        std::string bytes;
-    } lies[] = {
-        {"a frame of negative length", framed("ffffffff")},
-        {"an empty record", framed("00000000")},
-        {"an empty reply", record(KIND_REPLY, "")},
-        {"a reply whose text has no NUL", record(KIND_REPLY, "00000000 00000000 00000001 'a'")},
-        {"slots that are not there", record(KIND_DATA, "00000000 00000001 00000007 7fffffff")},
-        {"the largest line number",
-         record(KIND_DATA, "00000000 00000001 00000007 00000001 00000001 7fffffff 00000001 "
-                           "00000000 00000001 00 00000000")},
-    };
-    for (const auto& [lie, bytes] : lies) {
-        SCOPED_TRACE(lie);
+    for (const std::string& lie :
+         {framed("ffffffff"), framed("00000000"), record(KIND_REPLY, ""),
+          record(KIND_REPLY, "00000000 00000000 00000001 'a'"), // a text without its NUL
+          record(KIND_DATA, "00000000 00000001 00000007 7fffffff"),
+          // The largest line number.
+          record(KIND_DATA, "00000000 00000001 00000007 00000001 00000001 7fffffff 00000001 "
+                            "00000000 00000001 00 00000000")}) {
+        SCOPED_TRACE(hex(lie));
         begin();
-        frontEnd.raw(bytes);
+        frontEnd.raw(lie);
         frontEnd.expectClosed();
         expectEnd();
         EXPECT_TRUE(console->screen().ends_with("(all) "));
@@ -54,15 +37,19 @@ TEST_F(Hostile, EveryLieEndsTheSession) {
 }
 
 TEST_F(Hostile, ALengthAloneTakesNoMemory) {
+    const auto residentKilobytes = [this] {
+        const std::string status = Processes::content(console->pid(), "status");
+        return std::stol(status.substr(status.find("VmRSS:") + 6));
+    };
     begin();
     command("run");
-    const long before = residentKilobytes(console->pid());
+    const long before = residentKilobytes();
     // Two gigabytes are announced, a little comes, and no more.
     frontEnd.raw(framed("7fffffff", std::string(300000, '\0')));
     // The console's thread at the keyboard is not held up by it.
     console->signal(SIGINT);
     prompt("(all:int) ");
-    EXPECT_LT(residentKilobytes(console->pid()) - before, 64 * 1024);
+    EXPECT_LT(residentKilobytes() - before, 64 * 1024);
     frontEnd.close();
     expectEnd();
 }

@@ -24,53 +24,46 @@ TEST_F(Replies, AFailedRequestShowsItsMessageBeforeThePrompt) {
         EXPECT_EQ(prompt("(all) "), shown) << error;
     }
     command("run");
-    frontEnd.reply(Reply::FAILED, 519);
-    EXPECT_EQ(prompt("(all) "), "3917-519  Group busy.\n");
-}
-
-TEST_F(Replies, NewsOfClientsArePrintedAndChangeNothing) {
-    begin();
-    command("run");
+    // News of clients are printed and change nothing, those of a newer front end are ignored.
     frontEnd.reply(Reply::CLIENT_ADD, 8, "node1:4711");
     frontEnd.reply(Reply::CLIENT_REMOVE, 3, "ignored");
-    frontEnd.reply(static_cast<Reply::Value>(6), 1, "ignored"); // of a newer front end
-    EXPECT_EQ(finish(), "A new client 8 was forked:node1:4711\nClient 3 was terminated\n");
+    frontEnd.reply(static_cast<Reply::Value>(6), 1, "ignored");
+    frontEnd.reply(Reply::FAILED, 519);
+    EXPECT_EQ(prompt("(all) "), "A new client 8 was forked:node1:4711\nClient 3 was terminated\n"
+                                "3917-519  Group busy.\n");
 }
 
 TEST_F(Replies, LinesThatNeverReachTheFrontEnd) {
     const struct {
-        const char* line;
-        const char* shown;
+        const char *line, *problem, *near;
     } lines[] = {
-        {"   ", ""},
-        {":", ""},
-        {"interrupt", ""},
-        {"leave", ""},
-        {"h", "3917-501  Ambiguous command. Error near: h<END>\n"},
-        {"s -x", "3917-501  Ambiguous command. Error near: s -x<END>\n"},
-        {"on", "3917-550  Must specify an existing group. Error near: <END>\n"},
-        {"group 5 = 1", "3917-512  Cannot create or change a number-named group. Error near: "
-                        "5 = 1<END>\n"},
-        {"group all = 1", "3917-513  Cannot change a predefined group. Error near: "
-                          "all = 1<END>\n"},
-        {"group g1 * 1", "3917-514  Invalid group operation. Error near: * 1<END>\n"},
-        {"group g1 = 0:99999999", "3917-515  Invalid client ID. Error near: 99999999<END>\n"},
-        {"group g1 = 99999999999", "3917-515  Invalid client ID. Error near: 99999999999<END>\n"},
-        {"group g1 = 3:3 4", "3917-516  Reversed range. Error near: 3 4<END>\n"},
-        {"group g1 = 1,2", "3917-517  Invalid symbol. Error near: ,2<END>\n"},
-        {"group g1 = 'x'", "3917-517  Invalid symbol. Error near: 'x'<END>\n"},
-        {"group g1 = 1:", "3917-518  Invalid open range. Error near: :<END>\n"},
-        {"kquit now", "3917-540  Extra parameters. Error near: now<END>\n"},
-        {"instant", "3917-551  Must specify actual debugger command as argument for instant "
-                    "command. Error near: instant<END>\n"},
-        {"script", "3917-552  Must specify actual external shell script or binary file as "
-                   "argument for script command. Error near: script<END>\n"},
-        {"stat -s -x y",
-         "3917-553  Not a valid option for \"stat\" command. Error near: -x<END>\n"},
+        {"h", "501  Ambiguous command.", "h"},
+        {"s -x", "501  Ambiguous command.", "s -x"},
+        {"on", "550  Must specify an existing group.", ""},
+        {"group 5 = 1", "512  Cannot create or change a number-named group.", "5 = 1"},
+        {"group all = 1", "513  Cannot change a predefined group.", "all = 1"},
+        {"group g1 * 1", "514  Invalid group operation.", "* 1"},
+        {"group g1 = 0:99999999", "515  Invalid client ID.", "99999999"},
+        {"group g1 = 99999999999", "515  Invalid client ID.", "99999999999"},
+        {"group g1 = 3:3 4", "516  Reversed range.", "3 4"},
+        {"group g1 = 1,2", "517  Invalid symbol.", ",2"},
+        {"group g1 = 'x'", "517  Invalid symbol.", "'x'"},
+        {"group g1 = 1:", "518  Invalid open range.", ":"},
+        {"kquit now", "540  Extra parameters.", "now"},
+        {"stat -s -x y", "553  Not a valid option for \"stat\" command.", "-x"},
+        {"instant", "551  Must specify actual debugger command as argument for instant command.",
+         "instant"},
+        {"script",
+         "552  Must specify actual external shell script or binary file as argument for "
+         "script command.",
+         "script"},
     };
     begin();
-    for (const auto& [line, shown] : lines)
-        EXPECT_EQ(answerTo(line), shown) << line;
+    for (const auto& [line, problem, near] : lines)
+        EXPECT_EQ(answerTo(line),
+                  std::string("3917-") + problem + " Error near: " + near + "<END>\n");
+    for (const char* line : {"   ", ":", "interrupt", "leave"})
+        EXPECT_EQ(answerTo(line), "") << line;
     EXPECT_FALSE(frontEnd.hasCommand());
 }
 

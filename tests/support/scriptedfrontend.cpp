@@ -1,7 +1,5 @@
 #include "tests/support/scriptedfrontend.h"
 
-#include "tests/support/deadline.h"
-
 #include <algorithm>
 #include <poll.h>
 #include <stdexcept>

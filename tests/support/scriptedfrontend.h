@@ -5,15 +5,12 @@
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
+#include "tests/support/deadline.h"
 #include "tests/support/output.h"
 
-#include <chrono>
 #include <functional>
-#include <memory>
-#include <string>
 #include <type_traits>
 #include <unistd.h>
-#include <vector>
 
 /// The other end of a console's socket, played by a test: it listens on a session number of its
 /// own, takes one console, and sends and expects records one by one.

@@ -7,14 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstring>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
 #include <unistd.h>
-#include <vector>
 
 using namespace Colour;
 
