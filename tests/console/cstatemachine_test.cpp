@@ -10,6 +10,8 @@
 namespace {
 
 using SM = StateMachine;
+using enum SM::STATE;
+using enum SM::EVENT;
 
 bool rung(int fd) {
     pollfd entry{fd, POLLIN, 0};
@@ -20,41 +22,34 @@ TEST(StateMachine, EventsLeadToTheSameStateFromEverywhere) {
     const struct {
         SM::EVENT event;
         SM::STATE next;
-        bool saves;
-    } table[] = {
-        {SM::COMMON_CMD_EVENT, SM::RUNNING, false},
-        {SM::SPECIAL_CMD_EVENT, SM::TEMP, true},
-        {SM::INTSTATUS_CMD_EVENT, SM::INTTEMP, true},
-        {SM::EXEC_OVER_EVENT, SM::NORMAL, false},
-        {SM::GROUP_REPLY_EVENT, SM::INTERRUPTED, false}, // the state saved below
-        {SM::ACTIVE_QUIT_EVENT, SM::TOQUIT, false},
-        {SM::PASSIVE_QUIT_EVENT, SM::TOQUIT, false},
-    };
-    for (int number = SM::NORMAL; number <= SM::INIT; ++number) {
+        bool saves = false;
+    } table[] = {{COMMON_CMD_EVENT, RUNNING},          {SPECIAL_CMD_EVENT, TEMP, true},
+                 {INTSTATUS_CMD_EVENT, INTTEMP, true}, {EXEC_OVER_EVENT, NORMAL},
+                 {GROUP_REPLY_EVENT, INTERRUPTED}, // the state saved below
+                 {ACTIVE_QUIT_EVENT, TOQUIT},          {PASSIVE_QUIT_EVENT, TOQUIT}};
+    for (int number = NORMAL; number <= INIT; ++number) {
         const auto from = static_cast<SM::STATE>(number);
         for (const auto& [event, next, saves] : table) {
             SM machine;
-            machine.setState(SM::INTERRUPTED);
-            machine.parseConsole(SM::SPECIAL_CMD_EVENT);
+            machine.setState(INTERRUPTED);
+            machine.parseConsole(SPECIAL_CMD_EVENT);
             machine.setState(from);
             machine.parseConsole(event);
-            const SM::STATE expected = from == SM::TOQUIT ? SM::TOQUIT : next;
+            const SM::STATE expected = from == TOQUIT ? TOQUIT : next;
             EXPECT_EQ(machine.getState(), expected) << from << " by " << event;
-            EXPECT_EQ(rung(machine.quitFd()), expected == SM::TOQUIT);
-            if (expected == SM::TOQUIT) continue;
-            machine.parseConsole(SM::GROUP_REPLY_EVENT);
-            EXPECT_EQ(machine.getState(), saves ? from : SM::INTERRUPTED) << from << event;
+            EXPECT_EQ(rung(machine.quitFd()), expected == TOQUIT);
+            if (expected == TOQUIT) continue;
+            machine.parseConsole(GROUP_REPLY_EVENT);
+            EXPECT_EQ(machine.getState(), saves ? from : INTERRUPTED) << from << event;
         }
     }
-}
-
-TEST(StateMachine, TheEndIsFinalUntilReset) {
+    // The end is final until it is reset.
     SM machine;
-    machine.parseConsole(SM::PASSIVE_QUIT_EVENT);
-    machine.setState(SM::NORMAL);
+    machine.parseConsole(PASSIVE_QUIT_EVENT);
+    machine.setState(NORMAL);
     machine.finishAndRequest();
-    EXPECT_FALSE(machine.setState(SM::NORMAL, {SM::TOQUIT}));
-    EXPECT_FALSE(machine.parseConsole(SM::COMMON_CMD_EVENT, SM::NORMAL));
+    EXPECT_FALSE(machine.setState(NORMAL, {TOQUIT}));
+    EXPECT_FALSE(machine.parseConsole(COMMON_CMD_EVENT, NORMAL));
     EXPECT_TRUE(machine.isToQuit());
     machine.reset();
     EXPECT_TRUE(machine.isNormal());
@@ -66,16 +61,15 @@ TEST(StateMachine, OneOfManyWinsEachStep) {
     static SM machine;
     static std::atomic<int> interrupts{0};
     const auto before = std::signal(SIGUSR1, [](int) {
-        if (machine.setState(SM::INTERRUPTED, {SM::RUNNING})) ++interrupts;
+        if (machine.setState(INTERRUPTED, {RUNNING})) ++interrupts;
     });
-    constexpr int rounds = 5000;
     std::atomic<int> commands{0}, finished{0}, left{0};
     const auto race = [&] {
-        for (int i = 0; i < rounds; ++i) {
-            if (machine.parseConsole(SM::COMMON_CMD_EVENT, SM::NORMAL)) ++commands;
+        for (int i = 0; i < 5000; ++i) {
+            if (machine.parseConsole(COMMON_CMD_EVENT, NORMAL)) ++commands;
             if (i % 7 == 0) ::raise(SIGUSR1);
-            if (machine.parseConsole(SM::EXEC_OVER_EVENT, SM::RUNNING)) ++finished;
-            if (machine.parseConsole(SM::EXEC_OVER_EVENT, SM::INTERRUPTED)) ++left;
+            if (machine.parseConsole(EXEC_OVER_EVENT, RUNNING)) ++finished;
+            if (machine.parseConsole(EXEC_OVER_EVENT, INTERRUPTED)) ++left;
             const std::lock_guard turn(machine);
             const std::lock_guard again(machine);
         }

@@ -69,6 +69,7 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
         prints(ids, text);
         return prompts(ids);
     }
+    std::string stops(const ClientSet& ids) { return answers(ids, "received signal SIGINT\n"); }
     std::string dies(int client) {
         board.clientGone(client, now);
         return happened();
@@ -203,16 +204,14 @@ TEST_F(SwitchboardTest, AnInterruptIsAnsweredByReadyAloneOrAfterASecond) {
     running();
     prompts({3});
     EXPECT_EQ(interrupts("all"), "SIGINT 0 / SIGINT 1 / SIGINT 2");
-    EXPECT_EQ(answers({0, 1, 2}, "received signal SIGINT\n"),
-              "1 0@0:2 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(stops({0, 1, 2}), "1 0@0:2 received signal SIGINT / 1 READY 1");
     EXPECT_EQ(pass(5s), "");
     filtered();
     running();
     interrupts("all");
     EXPECT_EQ(pass(999ms), "");
     EXPECT_EQ(pass(1ms), "1 SUCCESS");
-    EXPECT_EQ(answers({0, 1, 2, 3}, "received signal SIGINT\n"),
-              "1 0@0:3 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(stops({0, 1, 2, 3}), "1 0@0:3 received signal SIGINT / 1 READY 1");
 }
 
 TEST_F(SwitchboardTest, ASecondInterruptDoesNotReachTheNextCommand) {
@@ -223,7 +222,7 @@ TEST_F(SwitchboardTest, ASecondInterruptDoesNotReachTheNextCommand) {
     pass(1ms);
     EXPECT_EQ(interrupts("0"), "SIGINT 0");
     // One stopped the program; the prompt of the other is waited for.
-    EXPECT_EQ(answers({0}, "received signal SIGINT\n"), "");
+    EXPECT_EQ(stops({0}), "");
     EXPECT_EQ(answers({0}, "Quit\n"), "1 0@0 received signal SIGINT / 1 READY 1");
     filtered();
     // The next command can be interrupted at once.
@@ -260,8 +259,7 @@ TEST_F(SwitchboardTest, AnInterruptOfAPartFreesTheConsoleWhenThatPartHasStopped)
     running();
     EXPECT_EQ(on(1, "odd"), "1 ON_INTERRUPT odd");
     interrupts("odd");
-    EXPECT_EQ(answers({1, 3}, "received signal SIGINT\n"),
-              "1 0@1 3 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(stops({1, 3}), "1 0@1 3 received signal SIGINT / 1 READY 1");
     filtered();
     running("odd");
     // The rest of the first command ends unheard: its READY would end the second one's wait.
@@ -294,7 +292,7 @@ TEST_F(SwitchboardTest, InterruptsThatComeTooLateOrTooEarly) {
     answers({0}, "Quit\n");
     prints({0}, "Continuing.\n");
     EXPECT_EQ(happened(), "SIGINT 0");
-    EXPECT_EQ(answers({0}, "received signal SIGINT\n"),
+    EXPECT_EQ(stops({0}),
               "1 0@0 Quit / 1 1@0 Continuing. / 1 2@0 received signal SIGINT / 1 READY 1");
 }
 
@@ -331,7 +329,7 @@ TEST_F(SwitchboardTest, OnTellsWhetherACommandStillRunsThere) {
     EXPECT_EQ(types(2, "2", "where"), "2 FAILED 519");
     EXPECT_EQ(on(2, "2"), "2 ON_INTERRUPT 2");
     EXPECT_EQ(interrupts("2", 2), "SIGINT 2");
-    EXPECT_EQ(answers({2}, "received signal SIGINT\n"), "2 0@2 received signal SIGINT / 2 READY 2");
+    EXPECT_EQ(stops({2}), "2 0@2 received signal SIGINT / 2 READY 2");
 }
 
 TEST_F(SwitchboardTest, ADyingClientIsAnnouncedAfterItsLastWords) {
@@ -423,7 +421,7 @@ TEST_F(SwitchboardTest, WhatWorksForAClientEndsWithTheInterruptTheClientAndTheCo
     board.helperOutput(1, "vex_cmd continue\nvex_cmd never\n", now);
     EXPECT_EQ(dies(2), "type 1 continue / stop 2 / 1 REMOVE 2 / 2 REMOVE 2");
     EXPECT_EQ(interrupts("all"), "stop 0 / SIGINT 1 / stop 1 / stop 3");
-    EXPECT_EQ(answers({1}, "received signal SIGINT\n"), "1 0@1 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(stops({1}), "1 0@1 received signal SIGINT / 1 READY 1");
     filtered();
     send(1, SCRIPTCLIENT, "0", "script ./it");
     board.consoleLeft(1);
@@ -460,8 +458,7 @@ TEST_F(SwitchboardTest, PendingHoldsWhomTheConsoleWaitsFor) {
     EXPECT_EQ(group(1, ASSIGN, "PENDING", {0}), "1 FAILED 513");
     on(1, "PENDING");
     interrupts("PENDING");
-    EXPECT_EQ(answers({2, 3}, "received signal SIGINT\n"),
-              "1 0@2:3 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(stops({2, 3}), "1 0@2:3 received signal SIGINT / 1 READY 1");
     filtered();
     // Who stands there can go on with them.
     EXPECT_EQ(types(1, "PENDING", "where"), "type 2 where / type 3 where");

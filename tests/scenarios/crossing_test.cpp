@@ -19,9 +19,7 @@ TEST_F(Crossing, ReadyAndARequestOfTheUser) {
     begin();
     for (const auto& c : cases) {
         interrupted();
-        console->type(std::string(c.typed) + "\n");
-        console->until("\n");
-        frontEnd.expectCommand(c.sent);
+        ask(c.typed, c.sent);
         frontEnd.ready(id);
         frontEnd.expectFiltered();
         frontEnd.send(c.reply);

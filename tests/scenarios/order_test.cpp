@@ -13,26 +13,24 @@ TEST_F(Order, AScriptAgainstAFrontEndThatAnswersAtOnce) {
     launch(script);
     frontEnd.accept(id);
     for (int i = 0; i < rounds; ++i) {
-        frontEnd.expectCommand(Command::CLIENT, "print " + std::to_string(i));
-        const int client = i % 8;
-        frontEnd.raw(
-            frontEnd.bytes(frontEnd.text(id, {{0, {client}, "out " + std::to_string(i)}})) +
-            frontEnd.bytes(frontEnd.status(Data::READY, id)));
+        const std::string number = std::to_string(i), client = std::to_string(i % 8);
+        frontEnd.expectCommand(Command::CLIENT, "print " + number);
+        frontEnd.raw(frontEnd.bytes(frontEnd.text(id, {{0, {i % 8}, "out " + number}})) +
+                     frontEnd.bytes(frontEnd.status(Data::READY, id)));
         // Only this command's output counts, and all of it.
-        ASSERT_EQ(frontEnd.expectFiltered(), std::to_string(client) + " ");
+        ASSERT_EQ(frontEnd.expectFiltered(), client + " ");
         ASSERT_FALSE(frontEnd.hasCommand());
         frontEnd.success();
-        ASSERT_EQ(frontEnd.expectGroup().ids().str(), std::to_string(i) + " ");
+        ASSERT_EQ(frontEnd.expectGroup().ids().str(), number + " ");
         ASSERT_FALSE(frontEnd.hasCommand());
-        const std::string members = i % 2 ? "" : "g: " + std::to_string(i) + "\n";
+        const std::string members = i % 2 ? "" : "g: " + number + "\n";
         frontEnd.reply(i % 2 ? Reply::SUCCESS : Reply::GROUP_QUERY, 0, members);
-        screen += "(all) print " + std::to_string(i) + "\n" + green + std::to_string(client) +
-                  " | out " + std::to_string(i) + eol + "(all) group g = " + std::to_string(i) +
-                  "\n" + members;
+        screen += "(all) print " + number + "\n" + green + client + " | out " + number + eol +
+                  "(all) group g = " + number + "\n" + members;
     }
     frontEnd.expectClosed();
     expectEnd();
-    EXPECT_EQ(console->screen().substr(0, screen.size()), screen);
+    EXPECT_TRUE(console->screen().starts_with(screen));
 }
 
 TEST_F(Order, OutputOfOtherConsolesIsShownOnRequestOnly) {
@@ -63,19 +61,15 @@ TEST_F(Order, AQuitOfAnotherConsoleSwitchesToAllAndPromptsOnce) {
         EXPECT_EQ(prompt(next), "\n");
     };
     otherQuits(Reply::ON_NORMAL, "(all) ");
-    console->type("where\n");
-    EXPECT_EQ(frontEnd.expectCommand(Command::CLIENT).getGroup(), "all");
-    EXPECT_EQ(console->until("where\n"), "");
+    EXPECT_EQ(ask("where", Command::CLIENT).getGroup(), "all");
     otherQuits(Reply::ON_INTERRUPT, "(all:int) ");
     frontEnd.finish(id);
     EXPECT_EQ(answerTo(""), "");
     // A group that is gone leads back to all as well.
-    console->type("group g1 - 0:3\n");
-    EXPECT_EQ(frontEnd.expectGroup().getOpType(), GroupCommand::DELETE);
+    ask("group g1 - 0:3", Command::GROUP);
     frontEnd.reply(Reply::SUCCESS, 0, "NULL");
     frontEnd.expectCommand(Command::ON, "all");
     frontEnd.reply(Reply::ON_NORMAL, 0, "all");
-    console->until("group g1 - 0:3\n");
     EXPECT_EQ(prompt("(all) "), "");
 }
 

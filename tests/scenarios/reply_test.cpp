@@ -17,9 +17,7 @@ TEST_F(Replies, AFailedRequestShowsItsMessageBeforeThePrompt) {
     };
     begin();
     for (const auto& [error, text, shown] : failures) {
-        console->type("group\n");
-        EXPECT_EQ(frontEnd.expectGroup().getOpType(), GroupCommand::QUERY);
-        console->until("group\n");
+        ask("group", Command::GROUP);
         frontEnd.reply(Reply::FAILED, error, text);
         EXPECT_EQ(prompt("(all) "), shown) << error;
     }

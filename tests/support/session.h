@@ -78,11 +78,13 @@ class Session : public testing::Test {
         return prompt(next);
     }
 
-    /// Types a line and waits until the front end has what it makes of it.
-    void ask(const std::string& line, Command::Type type, const std::string& text) {
+    /// Types a line and waits until the front end has what it makes of it, with
+    /// this text.
+    template <class... Text>
+    auto ask(const std::string& line, Command::Type type, const Text&... text) {
         console->type(line + "\n");
         console->until(line + "\n");
-        frontEnd.expectCommand(type, text);
+        return frontEnd.expectCommand(type, text...);
     }
     /// The same for a client command.
     void command(const std::string& line) { ask(line, Command::CLIENT, line); }
