@@ -31,35 +31,31 @@ void merge(Model& model) {
     for (auto& [number, lines] : model) {
         std::stable_sort(lines.begin(), lines.end(),
                          [](const ModelLine& a, const ModelLine& b) { return a.min < b.min; });
-        for (std::size_t i = 0; i < lines.size(); ++i) {
-            for (std::size_t j = i + 1; j < lines.size();) {
-                if (lines[j].content != lines[i].content) {
-                    ++j;
-                    continue;
-                }
+        for (std::size_t i = 0; i < lines.size(); ++i)
+            for (std::size_t j = i + 1; j < lines.size(); ++j) {
+                if (lines[j].content != lines[i].content) continue;
                 for (int id : lines[j].clients)
                     lines[i].add(id);
-                lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(j));
+                lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(j--));
             }
-        }
     }
 }
 
 std::string described(const Data& data) {
     std::ostringstream out;
     for (const auto& [number, slot] : data.slots())
-        for (const auto& line : slot.lines)
-            out << number << ' ' << line->getContent() << ' ' << line->getMinBEId() << ' '
-                << line->getMaxBEId() << ' ' << line->getState() << ": " << line->clients().str();
+        for (const auto& l : slot.lines)
+            out << number << ' ' << l->getContent() << ' ' << l->getMinBEId() << ' '
+                << l->getMaxBEId() << ' ' << l->getState() << ": " << l->clients().str() << '\n';
     return out.str();
 }
 
 std::string described(const Model& model) {
     std::ostringstream out;
     for (const auto& [number, lines] : model)
-        for (const ModelLine& line : lines)
-            out << number << ' ' << line.content << ' ' << line.min << ' ' << line.max << ' '
-                << line.state << ": " << line.clients.str();
+        for (const auto& [clients, content, min, max, state] : lines)
+            out << number << ' ' << content << ' ' << min << ' ' << max << ' ' << state << ": "
+                << clients.str() << '\n';
     return out.str();
 }
 

