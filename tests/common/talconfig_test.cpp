@@ -1,6 +1,5 @@
 #include "common/talconfig.h"
-#include "tests/support/printed.h"
-#include "tests/support/raised.h"
+#include "tests/support/outcome.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/wire.h"
 

@@ -1,6 +1,6 @@
 #include "common/frame.h"
 #include "common/unixsock.h"
-#include "tests/support/raised.h"
+#include "tests/support/outcome.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/wire.h"
 

@@ -1,6 +1,6 @@
 #include "console/cline.h"
 #include "console/term.h"
-#include "tests/support/printed.h"
+#include "tests/support/outcome.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "common/catalog.h"
 #include "console/parser.h"
+#include "tests/support/outcome.h"
 #include "tests/support/output.h"
-#include "tests/support/printed.h"
 
 #include <climits>
 #include <gtest/gtest.h>

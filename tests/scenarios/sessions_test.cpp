@@ -2,7 +2,7 @@
 // debuggers.
 #include "tests/support/vextest.h"
 
-#include <sstream>
+#include <regex>
 
 class Sessions : public VexTest {
   protected:
@@ -54,19 +54,15 @@ class Sessions : public VexTest {
         if (!said.empty()) at.until("vex: " + said);
         EXPECT_EQ(at.exitStatus(), status);
     }
-    // Of this session in the list: "2 tasks, 1 consoles"; empty when it is not there.
+    // Of this session in the list: "2 tasks, 1 consoles"; the list when it is not there.
     std::string listed() const {
         auto list = run({program("vex"), "--list"});
         expectStatus(*list, 0);
-        std::istringstream text(list->screen());
-        for (std::string line; std::getline(text, line);) {
-            std::istringstream words(line);
-            std::string session, tasks, consoles, age, unit, name;
-            words >> session >> tasks >> consoles >> age >> unit >> name;
-            if (session == number && name == program("halo"))
-                return tasks + " tasks, " + consoles + " consoles";
-        }
-        return "";
+        const std::regex row("\\n *" + number + " +(\\d+) +(\\d+) .* " + program("halo") + "\\n");
+        std::smatch found;
+        const std::string text = list->screen();
+        if (!std::regex_search(text, found, row)) return text;
+        return found.str(1) + " tasks, " + found.str(2) + " consoles";
     }
 };
 

@@ -2,8 +2,18 @@
 
 #include "common/error.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <utility>
+
+/// What the action writes to standard output.
+template <typename Action>
+std::string printed(Action&& action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
 
 /// The number and the text of the Error that the action raises; {-1, ""} when it raises none.
 template <typename Action>
