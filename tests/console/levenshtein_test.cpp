@@ -50,6 +50,7 @@ TEST(Levenshtein, EqualsTheMatrix) {
             other.replace(pick(180), pick(3), "xy", pick(3));
         expectExact(one, other);
     }
+    expectExact("ab", "ba"); // a head that equals the other tail is none
     EXPECT_EQ(Levenshtein::Distance("", text(5000, 20)), 5000);
     EXPECT_EQ(Levenshtein::Distance({"a\0b", 3}, {"a\0c", 3}), 1);
 }

@@ -473,7 +473,7 @@ TEST_F(SwitchboardTest, StrayPromptsAndOutputOfIdleClients) {
     prints({0}, "from afar\n");
     EXPECT_EQ(pass(200ms), "1 0@0 from afar");
     // What came in before the next command is no part of its answer.
-    prints({0}, "early\n");
+    prints({0}, "early\nunfinished");
     running("0");
     EXPECT_EQ(answers({0}, "answer\n"), "1 0@0 answer / 1 READY 1");
 }
