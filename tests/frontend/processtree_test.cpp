@@ -24,6 +24,7 @@ TEST(ProcessTree, ProcessesMayVanishWhileTheyAreLookedAt) {
     EXPECT_GT(seen, 0u);
     ::kill(forker, SIGKILL);
     ::waitpid(forker, nullptr, 0);
+    EXPECT_EQ(ProcessTree::nameOf(forker), "");
 }
 
 } // namespace

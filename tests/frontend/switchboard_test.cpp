@@ -319,6 +319,13 @@ TEST_F(SwitchboardTest, OnTellsWhetherACommandStillRunsThere) {
     on(1, "3");
     EXPECT_EQ(prompts({2}), "1 READY 1");
     filtered();
+    // Of two, that of the one left behind would pass for the other's.
+    running("2");
+    on(1, "3");
+    running("3");
+    EXPECT_EQ(prompts({3}), "1 READY 1");
+    EXPECT_EQ(prompts({2}), "");
+    filtered();
     // A command without its console goes to the first that looks after it.
     running("2");
     board.consoleLeft(1);

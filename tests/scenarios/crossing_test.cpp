@@ -58,8 +58,7 @@ TEST_F(Crossing, CtrlCBeforeTheAnswerToFiltered) {
 // The input thread is stuck in a send that nobody reads when the data loop ends.
 TEST_F(Crossing, ABlockedSendEndsWithTheSession) {
     begin();
-    console->type("group g = 0:1000000\n");
-    console->until("group g = 0:1000000\n");
+    enter("group g = 0:1000000");
     ASSERT_TRUE(frontEnd.waitForCommand(std::chrono::seconds(60)));
     frontEnd.raw(Frame::wrap(KIND_DATA, "", 0));
     expectEnd();

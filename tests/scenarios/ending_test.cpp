@@ -66,10 +66,6 @@ TEST_F(Ending, AClosedTerminalEndsAlsoAConsoleThatIgnoresHangUps) {
 }
 
 TEST_F(Ending, WhateverEndsItTheTerminalIsAsItWasFound) {
-    const auto typed = [this](const char* keys) {
-        console->type(keys);
-        console->until(keys);
-    };
     const std::function<void()> atQuestion = [this] { question("kquit", "all processes"); },
                                 running = [this] { command("run"); },
                                 terminated = [this] { console->signal(SIGTERM); };
@@ -83,10 +79,10 @@ TEST_F(Ending, WhateverEndsItTheTerminalIsAsItWasFound) {
         {"SIGQUIT from the keyboard", [this] { console->type("\x1c"); }, 128 + SIGQUIT},
         {"a failed assertion", [this] { frontEnd.raw(std::string(4, '\x7f')); }, 128 + SIGABRT},
         {"behind kquit", [this] { kquit(); }},
-        {"in the middle of a line", [&] { typed("whe"); }},
+        {"in the middle of a line", [this] { console->type("whe"), console->until("whe"); }},
         {"at a question", atQuestion},
         {"while a command runs", running},
-        {"while a group request is open", [&] { typed("group\n"); }},
+        {"while a group request is open", [this] { enter("group"); }},
         {"interrupted", [this] { interrupted(); }},
         {"within a record", [this] { frontEnd.raw(std::string(3, '\0')); }},
     };

@@ -81,8 +81,7 @@ TEST_F(Interrupt, WhatIsPrintedMeanwhileIsKeptUnseen) {
     frontEnd.print(id, {{0, {0, 1}, "unseen"}});
     frontEnd.reply(Reply::CLIENT_REMOVE, 3);
     EXPECT_EQ(console->until("Client 3 was terminated\n"), "");
-    console->type("leave\n");
-    console->until("leave\n");
+    enter("leave");
     // The wait for the rest goes on; nothing was sent for it.
     EXPECT_FALSE(frontEnd.hasCommand());
     // It takes effect some time after its echo: what comes before that is kept unseen, too.

@@ -66,7 +66,8 @@ TEST_F(Order, AQuitOfAnotherConsoleSwitchesToAllAndPromptsOnce) {
     frontEnd.finish(id);
     EXPECT_EQ(answerTo(""), "");
     // A group that is gone leads back to all as well.
-    ask("group g1 - 0:3", Command::GROUP);
+    enter("group g1 - 0:3");
+    EXPECT_EQ(frontEnd.expectGroup().getOpType(), GroupCommand::DELETE);
     frontEnd.reply(Reply::SUCCESS, 0, "NULL");
     frontEnd.expectCommand(Command::ON, "all");
     frontEnd.reply(Reply::ON_NORMAL, 0, "all");

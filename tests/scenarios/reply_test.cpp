@@ -17,7 +17,8 @@ TEST_F(Replies, AFailedRequestShowsItsMessageBeforeThePrompt) {
     };
     begin();
     for (const auto& [error, text, shown] : failures) {
-        ask("group", Command::GROUP);
+        enter("group");
+        EXPECT_EQ(frontEnd.expectGroup().getOpType(), GroupCommand::QUERY);
         frontEnd.reply(Reply::FAILED, error, text);
         EXPECT_EQ(prompt("(all) "), shown) << error;
     }

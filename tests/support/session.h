@@ -71,10 +71,14 @@ class Session : public testing::Test {
         return before;
     }
 
-    /// Types a line at a prompt and gives what the console prints until the next one.
-    std::string answerTo(const std::string& line, const std::string& next = "(all) ") {
+    /// Types a line and waits for its echo.
+    void enter(const std::string& line) {
         console->type(line + "\n");
         console->until(line + "\n");
+    }
+    /// Types a line at a prompt and gives what the console prints until the next one.
+    std::string answerTo(const std::string& line, const std::string& next = "(all) ") {
+        enter(line);
         return prompt(next);
     }
 
@@ -82,8 +86,7 @@ class Session : public testing::Test {
     /// this text.
     template <class... Text>
     auto ask(const std::string& line, Command::Type type, const Text&... text) {
-        console->type(line + "\n");
-        console->until(line + "\n");
+        enter(line);
         return frontEnd.expectCommand(type, text...);
     }
     /// The same for a client command.
