@@ -47,18 +47,8 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
     wanted.waiting = wanted.members;
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
-    for (int id : request.members) {
-        Client& client = at(id);
-        assert(!client.request);
-        // What it said on its own account is no part of the answer.
-        takePartial(id);
-        client.cutter.breakLine();
-        client.lineNo = 0;
-        client.request = &request;
-        client.console = request.console;
-        client.filtered = false;
-        client.captured.clear();
-    }
+    for (int id : request.members)
+        assign(id, request);
     requests.flushIdle();
     for (int id : request.members) {
         if (request.kind == Command::SCRIPTCLIENT) {
@@ -69,6 +59,30 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
         }
     }
     return std::nullopt;
+}
+
+void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
+    const int id = wanted.members.front();
+    wanted.waiting = {id};
+    wanted.overdue = now + Wait::answer;
+    Request& request = requests.add(std::move(wanted));
+    assign(id, request);
+    requests.flushIdle();
+    at(id).filtered = true;
+    report(request, id);
+}
+
+void Dispatcher::assign(int id, Request& request) {
+    Client& client = at(id);
+    assert(!client.request);
+    // What it said on its own account is no part of the answer.
+    takePartial(id);
+    client.cutter.breakLine();
+    client.lineNo = 0;
+    client.request = &request;
+    client.console = request.console;
+    client.filtered = false;
+    client.captured.clear();
 }
 
 void Dispatcher::type(int id, const std::string& line) {
@@ -145,7 +159,7 @@ void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
     }
 }
 
-bool Dispatcher::reply(const ClientSet& ids, const std::string& text) {
+bool Dispatcher::reply(const ClientSet& ids, const std::string& text, Clock::time_point now) {
     bool any = false;
     for (int id : ids) {
         Client& client = at(id);
@@ -154,6 +168,8 @@ bool Dispatcher::reply(const ClientSet& ids, const std::string& text) {
         takePartial(id);
         client.cutter.breakLine();
         client.request->asking.erase(id);
+        client.request->overdue = now + Wait::answer;
+        requests.arm(*client.request);
         outlet.toClient(id, text);
     }
     return any;

@@ -65,10 +65,13 @@ class Dispatcher {
 
     /// Begins what a console asks for; all clients are idle. Gives back what is wrong with it.
     std::optional<std::string> start(Request request, Clock::time_point now);
+    /// Puts a request's report through its filter, for which the first of its clients is busy; that
+    /// one is idle.
+    void filterReport(Request request, Clock::time_point now);
     /// Interrupts the debuggers of those who work, and ends what works for them.
     void interrupt(const ClientSet& clients, Clock::time_point now);
     /// Gives an answer to those of the clients who wait for one; whether there were any.
-    bool reply(const ClientSet& clients, const std::string& text);
+    bool reply(const ClientSet& clients, const std::string& text, Clock::time_point now);
     /// Gives the client's request to another console.
     void adopt(int client, int console);
     /// The request that the client works on; null: none.
@@ -124,6 +127,7 @@ class Dispatcher {
     Client& at(int client) { return clients[static_cast<std::size_t>(client)]; }
     const Client& at(int client) const { return clients[static_cast<std::size_t>(client)]; }
 
+    void assign(int id, Request& request);
     void type(int client, const std::string& line);
     void advance(int client, Clock::time_point now);
     void stopHelper(int client);

@@ -4,6 +4,13 @@
 
 #include <sstream>
 
+namespace {
+
+// The system's largest process id.
+constexpr int maxPid = 4194304;
+
+} // namespace
+
 Options::Outcome Options::parse(int argc, const char* const* argv) {
     CLI::App app(
         "Debugs a parallel job: starts one debugger for each task of a program and opens a "
@@ -23,14 +30,14 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     app.add_option("--attach", attach, "Attach to these running processes: PID,PID,...")
         ->delimiter(',')
         ->allow_extra_args(false)
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, maxPid))
         ->excludes(number);
     app.add_option("--attach-config", attachConfig,
                    "Attach to the processes that the launcher's attach file names")
         ->excludes(number);
     app.add_option("--mpi", mpiLauncher,
                    "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, maxPid))
         ->excludes(number);
     CLI::Option* launcher =
         app.add_option("--launch", launch,
@@ -70,6 +77,12 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     std::ostringstream out, err;
     try {
         app.parse(argc, argv);
+        // With those of the program left alone, the parser passes over what it does not know.
+        std::vector<std::string> unknown = app.remaining();
+        std::erase(unknown, "--");
+        if (!unknown.empty()) throw CLI::ExtrasError({unknown[0]});
+        if (app.count("--launch") != 0 && launch.empty())
+            throw CLI::ValidationError("--launch", "the launcher is empty");
         const bool starts = !list && join == 0;
         if (starts && program.empty() && !attaches()) throw CLI::RequiredError("program");
         if (!starts && (!program.empty() || attaches() || launches()))

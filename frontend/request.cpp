@@ -44,13 +44,12 @@ Request::prepareScript(const std::function<bool(const std::string&)>& isProgram)
 std::optional<std::string>
 Request::prepareStat(const Debugger& debugger,
                      const std::function<bool(const std::string&)>& isProgram) {
-    line = Text::afterWord(text);
-    const std::size_t bar = line.find('|');
-    const std::string options = line.substr(0, bar);
+    const std::size_t bar = text.find('|');
+    const std::string options = Text::afterWord(text.substr(0, bar));
     stat.emplace(options.find("-s") != std::string::npos, options.find("-i") != std::string::npos);
     if (bar != std::string::npos) {
-        const std::size_t begin = line.find_first_not_of(" \t", bar + 1);
-        filter = begin == std::string::npos ? "" : line.substr(begin);
+        const std::size_t begin = text.find_first_not_of(" \t", bar + 1);
+        filter = begin == std::string::npos ? "" : text.substr(begin);
         const std::string program = Text::firstWord(filter);
         if (!isProgram(program)) return "cannot find the program '" + program + "'";
     }

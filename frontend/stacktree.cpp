@@ -18,7 +18,13 @@ void StackTree::add(int client, const std::vector<std::string>& calls) {
         node = &node->calls[*call];
         count(*node, client);
     }
-    count(innermost[calls.size() == 1 ? calls[0] : calls[0] + ", called by " + calls[1]], client);
+    // Of code without names the one that says most is the first caller with one.
+    const auto named = std::find_if(calls.begin() + 1, calls.end(), [](const std::string& call) {
+        return !call.starts_with("??");
+    });
+    const auto caller = named == calls.end() ? calls.begin() + 1 : named;
+    count(innermost[caller == calls.end() ? calls[0] : calls[0] + ", called by " + *caller],
+          client);
 }
 
 // Those of equal size in the order of their first clients.
@@ -49,7 +55,17 @@ std::vector<StackTree::RowGroup> StackTree::places() const {
                              place->first + threadsOf(place->second),
                          place->second.clients});
     }
-    if (!group.empty()) groups.push_back(std::move(group));
+    ClientSet all;
+    for (const auto& [call, node] : root.calls)
+        all.insert(node.clients);
+    for (const auto& [reason, clients] : without)
+        all.insert(clients);
+    if (group.size() > 1 && 2 * (group.size() - 1) > all.size() / 2) {
+        for (Row& row : group)
+            groups.push_back({std::move(row)});
+    } else if (!group.empty()) {
+        groups.push_back(std::move(group));
+    }
     for (const auto& [reason, clients] : without)
         groups.push_back({{reason, clients}});
     return groups;

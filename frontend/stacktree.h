@@ -24,8 +24,10 @@ class StackTree {
     /// Adds a client of which there is nothing to show, and why.
     void addWithout(int client, const std::string& reason) { without[reason].insert(client); }
 
-    /// Where the innermost calls are, the fewest clients first: one group, empty when there are no
-    /// stacks; then the clients without stacks, one group for each reason.
+    /// Where the innermost calls are, the fewest clients first; then the clients without stacks,
+    /// one group for each reason. The places are one group, so that a console colours those that
+    /// differ, but groups of their own when there are so many that it would show them client by
+    /// client.
     std::vector<RowGroup> places() const;
     /// The calls from the outermost inwards, a group of one row for each, indented by depth; of
     /// those side by side the one with the fewest clients first.

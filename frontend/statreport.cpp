@@ -37,6 +37,7 @@ std::vector<StackTree::RowGroup> StatReport::rows() const {
         for (auto& group : stacks.tree())
             groups.push_back(std::move(group));
     }
+    groups.insert(groups.end(), ready.begin(), ready.end());
     return groups;
 }
 

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-/// The report of stat: where the threads of all clients are. Does no I/O.
+/// The report of stat: where the threads of all clients are; or rows that are known already. Does
+/// no I/O.
 class StatReport {
   public:
     /// Whether calls are told apart by source line, too, and whether the tree is left out.
@@ -17,6 +18,10 @@ class StatReport {
 
     /// Adds what a client's debugger answered when it was asked for the stacks.
     void add(int client, const std::string& answer, const Debugger& debugger);
+    /// Adds a row as it is.
+    void addRow(const std::string& text, const ClientSet& clients) {
+        ready.push_back({{text, clients}});
+    }
     /// All rows, by line.
     std::vector<StackTree::RowGroup> rows() const;
     /// The same as a text for a program, "0:3 | row" each, of which find then knows the rows.
@@ -28,5 +33,6 @@ class StatReport {
     const bool places;
     const bool innermost;
     StackTree stacks;
+    std::vector<StackTree::RowGroup> ready;
     std::map<std::string, StackTree::Row> fed;
 };

@@ -3,6 +3,7 @@
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "frontend/aggregator.h"
+#include "frontend/pipeline.h"
 #include "frontend/text.h"
 
 #include <algorithm>
@@ -59,7 +60,7 @@ void Switchboard::command(int number, const Command& command, Clock::time_point 
         clientCommand(number, command, now);
         break;
     case Command::PROMPT:
-        answerQuestion(number, command);
+        answerQuestion(number, command, now);
         break;
     case Command::GROUP:
         groupCommand(number, command);
@@ -91,10 +92,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     request.text = Text::of(command);
     request.kind = command.getType();
     request.members = *members;
-    if (asksWho(command)) {
-        tellWho(number, request.text, *members);
-        return;
-    }
+    if (asksWho(command)) return tellWho(std::move(request), now);
     if (std::any_of(members->begin(), members->end(),
                     [this](int id) { return dispatcher.requestOf(id); })) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
@@ -105,27 +103,50 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
-    Console& console = consoles[number];
+    count(*dispatcher.requestOf(members->front()));
+}
+
+void Switchboard::count(const Request& request) {
+    Console& console = consoles[request.console];
     ++console.open;
-    console.awaited.insert(dispatcher.requestOf(members->front())->number);
+    console.awaited.insert(request.number);
 }
 
 bool Switchboard::asksWho(const Command& command) {
     return command.getType() == Command::CLIENT && Text::firstWord(Text::of(command)) == "vex";
 }
 
-void Switchboard::tellWho(int number, const std::string& text, const ClientSet& members) {
-    if (Text::afterWord(text) != "who") {
-        dispatcher.say(number, text, members, "the one command that begins with 'vex' is: vex who");
+void Switchboard::tellWho(Request request, Clock::time_point now) {
+    const int number = request.console;
+    const ClientSet& members = request.members;
+    const auto pipeline = Pipeline::parse(
+        request.text, [this](const std::string& name) { return outlet.isProgram(name); });
+    if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
+        dispatcher.say(number, request.text, members,
+                       "the one command that begins with 'vex' is: vex who");
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
-    Aggregator rows;
-    int lineNo = 0;
+    if (!pipeline) {
+        Aggregator rows;
+        int lineNo = 0;
+        for (int id : members)
+            rows.addRow({id}, lineNo++, outlet.describe(id));
+        if (const auto record = rows.take(number, request.text)) outlet.toConsole(number, *record);
+        sendReady(number, consoles[number]);
+        return;
+    }
+    const int first = members.front();
+    if (dispatcher.requestOf(first)) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
+        return;
+    }
+    request.stat.emplace(false, false);
     for (int id : members)
-        rows.addRow({id}, lineNo++, outlet.describe(id));
-    if (const auto record = rows.take(number, text)) outlet.toConsole(number, *record);
-    sendReady(number, consoles[number]);
+        request.stat->addRow(outlet.describe(id), {id});
+    request.filter = pipeline->filter;
+    dispatcher.filterReport(std::move(request), now);
+    count(*dispatcher.requestOf(first));
 }
 
 void Switchboard::groupCommand(int number, const Command& command) {
@@ -215,7 +236,7 @@ void Switchboard::interruptMembers(int number, const Command& command, Clock::ti
     dispatcher.interrupt(*members, now);
 }
 
-void Switchboard::answerQuestion(int number, const Command& command) {
+void Switchboard::answerQuestion(int number, const Command& command, Clock::time_point now) {
     if (consoles[number].filteredDue > 0) return;
     const auto members = table.members(command.getGroup(), number);
     const ClientSet running = workingFor(number, members.value_or(ClientSet()));
@@ -224,7 +245,7 @@ void Switchboard::answerQuestion(int number, const Command& command) {
         return;
     }
     const std::string text = Text::of(command);
-    if (dispatcher.reply(running, Text::unquoted(text))) return;
+    if (dispatcher.reply(running, Text::unquoted(text), now)) return;
     dispatcher.say(number, "send " + text, running, "waits for no answer; nothing was sent");
     outlet.toConsole(number, answer(Reply::ON_INTERRUPT, 0, command.getGroup()));
 }
@@ -237,6 +258,14 @@ void Switchboard::answered(int id, const Request& request) {
     auto& [number, console] = *owner;
     console.interrupted.erase(id);
     if (!request.waiting.empty()) {
+        // What is left of it may work in another group than the one that the console is in now.
+        if (console.awaited.contains(request.number) && !worksHere(request, number, console)) {
+            console.awaited.erase(request.number);
+            if (console.awaited.empty()) {
+                dispatcher.flushAll(number);
+                return sendReady(number, console);
+            }
+        }
         checkInterrupt(number, console);
         return;
     }
@@ -247,6 +276,12 @@ void Switchboard::answered(int id, const Request& request) {
         sendReady(number, console);
     else
         checkInterrupt(number, console);
+}
+
+bool Switchboard::worksHere(const Request& request, int number, const Console& console) const {
+    const auto members = table.members(console.group, number);
+    return !members || std::any_of(request.waiting.begin(), request.waiting.end(),
+                                   [&members](int id) { return members->contains(id); });
 }
 
 void Switchboard::asks(const Request& request) {

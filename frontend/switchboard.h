@@ -102,9 +102,10 @@ class Switchboard : private Dispatcher::Listener {
     Dispatcher dispatcher;
 
     void clientCommand(int console, const Command& command, Clock::time_point now);
-    void tellWho(int console, const std::string& text, const ClientSet& members);
+    void tellWho(Request request, Clock::time_point now);
+    void count(const Request& request);
     void interruptMembers(int console, const Command& command, Clock::time_point now);
-    void answerQuestion(int console, const Command& command);
+    void answerQuestion(int console, const Command& command, Clock::time_point now);
     void switchGroup(int console, const std::string& name);
     void groupCommand(int console, const Command& command);
     ClientSet pendingOf(int console) const;
@@ -114,6 +115,7 @@ class Switchboard : private Dispatcher::Listener {
     void answered(int client, const Request& request) override;
     void asks(const Request& request) override;
 
+    bool worksHere(const Request& request, int number, const Console& console) const;
     void sendReady(int number, Console& console);
     void checkInterrupt(int number, Console& console);
     void leaveVanishedGroup(int number, Console& console);

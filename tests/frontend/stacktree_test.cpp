@@ -32,9 +32,9 @@ TEST(StackTree, CountsThreadsAndToleratesEveryShape) {
     // Recursion, and the same call in another place, are calls of their own.
     stacks.add(1, {"f", "f", "main"});
     stacks.addWithout(2, "no stack: no process");
-    EXPECT_EQ(stacks.places(), (Groups{{{"1 client in main", {0}},
-                                        {"1 client in wait, called by worker (2 threads)", {0}},
-                                        {"1 client in f, called by f", {1}}},
+    EXPECT_EQ(stacks.places(), (Groups{{{"1 client in main", {0}}},
+                                       {{"1 client in wait, called by worker (2 threads)", {0}}},
+                                       {{"1 client in f, called by f", {1}}},
                                        {{"no stack: no process", {2}}}}));
     EXPECT_EQ(stacks.tree(), (Groups{{{"worker (2 threads)", {0}}},
                                      {{"  wait (2 threads)", {0}}},

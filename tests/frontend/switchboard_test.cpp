@@ -38,7 +38,9 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
     std::string types(int console, const std::string& group, const std::string& line) {
         return send(console, CLIENT, group, line);
     }
-    std::string replies(const std::string& text) { return send(1, PROMPT, "all", text); }
+    std::string replies(const std::string& text, const std::string& group = "all") {
+        return send(1, PROMPT, group, text);
+    }
     std::string interrupts(const std::string& group, int console = 1) {
         return send(console, INTERRUPT, group, "", 0);
     }
@@ -311,6 +313,25 @@ TEST_F(SwitchboardTest, SendAnswersThoseWhoAsk) {
     EXPECT_EQ(replies("y"), "1 FAILED 502");
 }
 
+TEST_F(SwitchboardTest, ItIsFreeAgainWhenItsGroupHasAnswered) {
+    running();
+    prints({0, 1}, "(y or n) ");
+    prompts({2, 3});
+    pass(200ms);
+    EXPECT_EQ(on(1, "0"), "1 ON_INTERRUPT 0");
+    EXPECT_EQ(replies("y", "0"), "type 0 y");
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+    filtered();
+    types(1, "0", "where");
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+    filtered();
+    // The other one still asks, and its answer is waited for again, and then missed.
+    EXPECT_EQ(on(1, "PENDING"), "1 ON_INTERRUPT PENDING");
+    EXPECT_EQ(replies("y", "1"), "type 1 y");
+    EXPECT_TRUE(pass(5s).ends_with("1 1@1 No answer yet from 1"));
+    EXPECT_EQ(prompts({1}), "1 READY 1");
+}
+
 TEST_F(SwitchboardTest, OnTellsWhetherACommandStillRunsThere) {
     running("2");
     EXPECT_EQ(on(1, "0"), "1 ON_NORMAL 0");
@@ -443,12 +464,17 @@ TEST_F(SwitchboardTest, StatIsOneReportOfAll) {
               "1 0@2 1 client in main / 1 0@0:1 2 clients in poll, called by main / 1 1@3 no "
               "stack: no process / 1 2@0:2 main / 1 3@0:1   poll / 1 READY 1");
     filtered();
-    EXPECT_EQ(send(1, STATCLIENT, "2", "stat -s -i | grep x"), "type 2 " + command);
+    EXPECT_EQ(send(1, STATCLIENT, "2", "stat -s -i|grep x"), "type 2 " + command);
     EXPECT_EQ(answers({2}, inMain), "start 2 grep x < 2 | 1 client in main at m.c:1\n");
     // A line that comes back keeps its clients, another is about all.
     board.helperOutput(2, "2 | 1 client in main at m.c:1\n1 line\n", now);
     board.helperEnded(2, "", now);
     EXPECT_EQ(happened(), "1 0@2 1 client in main at m.c:1 / 1 1@2 1 line / 1 READY 1");
+    filtered();
+    EXPECT_EQ(types(1, "1", "vex who | grep 1"), "start 1 grep 1 < 1 | task of 1\n");
+    board.helperOutput(1, "1 | task of 1\n", now);
+    board.helperEnded(1, "", now);
+    EXPECT_EQ(happened(), "1 0@1 task of 1 / 1 READY 1");
 }
 
 TEST_F(SwitchboardTest, PendingHoldsWhomTheConsoleWaitsFor) {
