@@ -18,7 +18,8 @@ constexpr std::size_t mostForks = 16;
 Agent::Agent(Rendezvous rendezvous, Place task)
     : where(std::move(rendezvous)),
       place(task),
-      signals(loop, SIGCHLD, SIGTERM, SIGINT),
+      signals(loop, {SIGCHLD, SIGTERM, SIGINT, SIGHUP},
+              [this](int number) { number == SIGCHLD ? onChild() : end(0); }),
       releasing(
           loop,
           [this] {
@@ -32,25 +33,12 @@ Agent::Agent(Rendezvous rendezvous, Place task)
           }) {}
 
 int Agent::run() {
-    signals.add(SIGHUP);
-    awaitSignals();
     AgentHello hello;
     hello.rank = place.rank;
     hello.size = place.size;
     open(0, hello);
     loop.run();
     return status;
-}
-
-void Agent::awaitSignals() {
-    signals.async_wait([this](const asio::error_code& fault, int number) {
-        if (fault) return;
-        if (number == SIGCHLD)
-            onChild();
-        else
-            end(0);
-        awaitSignals();
-    });
 }
 
 void Agent::open(int id, const AgentHello& hello) {

@@ -5,9 +5,9 @@
 #include "frontend/forks.h"
 #include "frontend/release.h"
 #include "frontend/rendezvous.h"
+#include "frontend/signals.h"
 
 #include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
 
 #include <map>
 #include <memory>
@@ -30,7 +30,7 @@ class Agent {
     const Rendezvous where;
     const Place place;
     asio::io_context loop;
-    asio::signal_set signals;
+    Signals signals;
     std::map<int, std::unique_ptr<Station>> stations; // the task's is 0
     std::map<int, int> clients;                       // their numbers in the session
     std::optional<Forks> forks;                       // none: of no interest
@@ -39,7 +39,6 @@ class Agent {
     bool ending = false;
     int status = 0;
 
-    void awaitSignals();
     void open(int id, const AgentHello& hello);
     void onStart(int id, const DebuggerStart& start);
     void onOutput(int id, std::string_view text);

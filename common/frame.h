@@ -17,6 +17,14 @@ std::string wrap(const char* body, int len);
 /// The same, behind a message kind, as the front end sends it.
 std::string wrap(MessageKind kind, const char* body, int len);
 
+/// The packed form of a record.
+template <class Record>
+std::string packed(const Record& record) {
+    int length = 0;
+    const auto body = record.pack(&length);
+    return {body.get(), static_cast<std::size_t>(length)};
+}
+
 /// Writes one frame. Throws BrokenConnection.
 void send(UnixSocket* socket, const char* body, int len);
 /// Reads one frame's body. Memory grows with the bytes that arrive, never with the length alone.

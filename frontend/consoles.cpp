@@ -12,9 +12,8 @@ namespace {
 
 template <typename Record>
 std::string frameOf(MessageKind kind, const Record& record) {
-    int length = 0;
-    const auto body = record.pack(&length);
-    return Frame::wrap(kind, body.get(), length);
+    const std::string body = Frame::packed(record);
+    return Frame::wrap(kind, body.data(), static_cast<int>(body.size()));
 }
 
 std::string bytesOf(int number) {

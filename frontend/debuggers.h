@@ -75,6 +75,10 @@ class Debuggers {
     /// Whether something is to be waited for after that.
     bool releasing() const;
 
+    /// A script that ran for the client has failed.
+    void scriptFailed(int client) {
+        if (errors) errors->scriptFailed(client);
+    }
     /// What a script's end is to be told of errors; nothing when there were none.
     std::optional<std::string> verdict() const;
 

@@ -38,7 +38,11 @@ void ErrorWatch::count(int client) {
 }
 
 std::optional<std::string> ErrorWatch::verdict() const {
-    if (errors == 0) return std::nullopt;
-    return (errors == 1 ? "1 error was" : std::to_string(errors) + " errors were") +
-           std::string(" reported by the debuggers of ") + Text::list(culprits);
+    std::string text;
+    if (errors > 0)
+        text = (errors == 1 ? "1 error was" : std::to_string(errors) + " errors were") +
+               std::string(" reported by the debuggers of ") + Text::list(culprits);
+    if (!failed.empty())
+        text += (text.empty() ? "" : "; ") + ("scripts failed of " + Text::list(failed));
+    return text.empty() ? std::nullopt : std::optional(text);
 }

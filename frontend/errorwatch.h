@@ -25,6 +25,8 @@ class ErrorWatch {
     bool begins(int client);
     void typed(int client, const std::string& line);
     void ended(int client);
+    /// A script that ran for the client has failed.
+    void scriptFailed(int client) { failed.insert(client); }
 
     /// "3 errors were reported by the debuggers of 0:1 4"; nothing when there was none.
     std::optional<std::string> verdict() const;
@@ -42,6 +44,7 @@ class ErrorWatch {
     std::map<int, Seen> clients;
     long errors = 0;
     ClientSet culprits;
+    ClientSet failed; // whose scripts have
 
     Seen& seen(int client) { return clients.try_emplace(client, errorMark).first->second; }
     void count(int client);

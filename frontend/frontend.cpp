@@ -28,7 +28,7 @@ Frontend::Frontend(const Options& wanted, Session& session, Channel line)
     : options(wanted),
       debugger(makeDebugger(wanted.debugger)),
       program(programOf(wanted)),
-      signals(loop, SIGCHLD, SIGUSR1, SIGTERM),
+      signals(loop, {SIGCHLD, SIGUSR1, SIGTERM}, [this](int number) { onSignal(number); }),
       boardTimer(loop),
       closeTimer(loop),
       attendants(loop, std::move(line), session.control(), attendantsHandler()),
@@ -60,7 +60,6 @@ Frontend::~Frontend() {
 
 int Frontend::run() {
     consoles.listen();
-    awaitSignals();
     debuggers.start();
     loop.run();
     const auto verdict = debuggers.verdict();
@@ -70,14 +69,6 @@ int Frontend::run() {
 }
 
 // --- the world outside
-
-void Frontend::awaitSignals() {
-    signals.async_wait([this](const asio::error_code& fault, int number) {
-        if (fault) return;
-        onSignal(number);
-        awaitSignals();
-    });
-}
 
 void Frontend::onSignal(int number) {
     switch (number) {
@@ -231,6 +222,7 @@ Helpers::Handler Frontend::helpersHandler() {
             },
             [this](int id, const std::string& problem) {
                 if (phase != SERVING) return;
+                if (!problem.empty() && board.runsScript(id)) debuggers.scriptFailed(id);
                 board.helperEnded(id, problem, Clock::now());
                 schedule();
             },

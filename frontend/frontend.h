@@ -8,10 +8,10 @@
 #include "frontend/options.h"
 #include "frontend/release.h"
 #include "frontend/session.h"
+#include "frontend/signals.h"
 #include "frontend/switchboard.h"
 
 #include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
 
 #include <memory>
@@ -44,7 +44,7 @@ class Frontend : private Switchboard::Outlet {
     int status = 0;
     bool closing = false; // of ENDING the part after the tasks were released
 
-    asio::signal_set signals;
+    Signals signals;
     asio::steady_timer boardTimer; // the switchboard's next deadline
     std::optional<Clock::time_point> armed;
     asio::steady_timer closeTimer; // patience with consoles that do not read to the end
@@ -72,7 +72,6 @@ class Frontend : private Switchboard::Outlet {
     Debuggers::Handler debuggersHandler();
     Helpers::Handler helpersHandler();
 
-    void awaitSignals();
     void onSignal(int number);
     void onChild();
     void giveUp();

@@ -22,7 +22,7 @@ FrontPart::FrontPart(Start what, Channel end)
     : start(std::move(what)),
       line(std::move(end)),
       stream(loop, line.fd()),
-      signals(loop, SIGCHLD, SIGTERM, SIGUSR1),
+      signals(loop, {SIGCHLD, SIGTERM, SIGUSR1}, [this](int number) { onSignal(number); }),
       timer(loop),
       lastResort(loop),
       guarded(start.guardian != -1) {
@@ -33,7 +33,6 @@ FrontPart::FrontPart(Start what, Channel end)
 }
 
 int FrontPart::run() {
-    awaitSignals();
     waitToHear();
     line.say("attend");
     try {
@@ -84,14 +83,6 @@ bool FrontPart::succeeded() const {
     tell(mistakes, " line of the script had a mistake", " lines of the script had mistakes");
     if (!complete) say("the script did not come to its end");
     return refusals == 0 && mistakes == 0 && complete;
-}
-
-void FrontPart::awaitSignals() {
-    signals.async_wait([this](const asio::error_code& fault, int number) {
-        if (fault) return;
-        onSignal(number);
-        awaitSignals();
-    });
 }
 
 void FrontPart::onSignal(int number) {

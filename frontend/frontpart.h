@@ -2,10 +2,10 @@
 
 #include "frontend/channel.h"
 #include "frontend/consoleprocess.h"
+#include "frontend/signals.h"
 
 #include <asio/io_context.hpp>
 #include <asio/posix/stream_descriptor.hpp>
-#include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
 
 #include <string>
@@ -46,7 +46,7 @@ class FrontPart {
     asio::io_context loop;
     Channel line;
     asio::posix::stream_descriptor stream;
-    asio::signal_set signals;
+    Signals signals;
     asio::steady_timer timer;
     asio::steady_timer lastResort; // patience with a session that is to end
     ConsoleProcess console;
@@ -57,7 +57,6 @@ class FrontPart {
     bool guarded;          // the guardian lives
     bool midLine = false;  // the console ended at its prompt, without having been told to
 
-    void awaitSignals();
     void onSignal(int number);
     void onChild();
     void onConsoleEnded();

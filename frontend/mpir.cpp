@@ -151,7 +151,8 @@ std::vector<Mpir::Entry> Mpir::tableOf(pid_t launcher) {
     const Descriptor mem(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!mem)
         throw std::runtime_error("cannot read the memory of process " + std::to_string(launcher) +
-                                 ": " + std::strerror(errno));
+                                 ": " + std::strerror(errno) +
+                                 ". Is it the mpirun, mpiexec or srun of a job of yours?");
     const Memory memory = [&mem](std::uint64_t address, void* into, std::size_t length) {
         return ::pread64(mem.get(), into, length, static_cast<off64_t>(address)) ==
                static_cast<ssize_t>(length);

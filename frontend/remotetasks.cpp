@@ -2,9 +2,9 @@
 
 #include "frontend/launcher.h"
 #include "frontend/processtree.h"
+#include "frontend/signals.h"
 
 #include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
 
 #include <csignal>
 #include <cstdio>
@@ -22,10 +22,12 @@ constexpr std::size_t mostLogins = 8;
 class Search {
   public:
     Search(RunningJob& running, const std::vector<std::string>& rsh, const std::string& path)
-        : job(running), words(rsh), agent(path), signals(loop, SIGCHLD) {}
+        : job(running),
+          words(rsh),
+          agent(path),
+          signals(loop, {SIGCHLD}, [this](int) { collect(); }) {}
 
     void run() {
-        awaitChildren();
         next();
         loop.run();
     }
@@ -35,18 +37,14 @@ class Search {
     const std::vector<std::string>& words;
     const std::string& agent;
     asio::io_context loop;
-    asio::signal_set signals;
+    Signals signals;
     std::vector<std::unique_ptr<Launcher>> launchers;
     std::size_t ended = 0;
 
-    void awaitChildren() {
-        signals.async_wait([this](const asio::error_code& fault, int) {
-            if (fault) return;
-            // What is said of one may start another.
-            for (std::size_t i = 0; i < launchers.size(); ++i)
-                launchers[i]->collect();
-            awaitChildren();
-        });
+    // What is said of one may start another.
+    void collect() {
+        for (std::size_t i = 0; i < launchers.size(); ++i)
+            launchers[i]->collect();
     }
     void next() {
         const auto& managers = job.managers();

@@ -65,6 +65,11 @@ class Switchboard : private Dispatcher::Listener {
     void helperEnded(int client, const std::string& problem, Clock::time_point now) {
         dispatcher.helperEnded(client, problem, now);
     }
+    /// Whether it is a script.
+    bool runsScript(int client) const {
+        const Request* request = dispatcher.requestOf(client);
+        return request && request->kind == Command::SCRIPTCLIENT;
+    }
     /// Whether there is room for more of its output.
     bool helperMayTalk(int client) const { return dispatcher.helperMayTalk(client); }
 

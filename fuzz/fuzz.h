@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/brokenconnection.h"
+#include "common/frame.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,12 +18,7 @@ inline void expect(bool condition) {
     if (!condition) std::abort();
 }
 
-template <class Record>
-std::string packed(const Record& record) {
-    int len = 0;
-    const auto body = record.pack(&len);
-    return {body.get(), static_cast<std::size_t>(len)};
-}
+using Frame::packed;
 
 /// False when the bytes are no such record; any other end of unpack is a fault.
 template <class Record>

@@ -138,6 +138,7 @@ TEST_F(Sessions, AScriptIsJudged) {
         {"on nowhere\n", "3917-511", "vex: 1 command of the script was refused\n", 3},
         {"s\noption frobnicate\n", "3917-501", "vex: 2 lines of the script had mistakes\n", 3},
         {"on 1\nshell kill -9 $PPID\n", "Client 1 was terminated", "by the debuggers of 1\n", 3},
+        {"script false\n", "the script ended with status 1", "vex: scripts failed of 0:1\n", 3},
         {"quit\n\n", "3917-803", "", 0},
         {"kquit\ny\nnever read\n", "(y/n) y", "", 0},
         {"quit\nprint 1\n", "(all) quit", "vex: ", 3},

@@ -87,10 +87,9 @@ class Peer {
             GroupCommand filtered;
             filtered.setOpType(GroupCommand::ASSIGN);
             filtered.setBase("FILTERED");
-            int length = 0;
-            const auto body = filtered.pack(&length);
+            const std::string body = Frame::packed(filtered);
             Command command;
-            command.init(id, "all", Command::GROUP, body.get(), length);
+            command.init(id, "all", Command::GROUP, body.data(), static_cast<int>(body.size()));
             command.send(&socket);
             // Output of other consoles' commands may come in between.
             Lines reply = next();

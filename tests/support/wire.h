@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/brokenconnection.h"
+#include "common/frame.h"
 
 #include <gtest/gtest.h>
 
@@ -32,13 +33,7 @@ inline std::string hex(const std::string& data) {
     return text.str();
 }
 
-/// A record's packed form.
-template <class Record>
-std::string packed(const Record& record) {
-    int len = 0;
-    const auto body = record.pack(&len);
-    return {body.get(), static_cast<std::size_t>(len)};
-}
+using Frame::packed;
 
 /// Unpacks a record from a buffer of exactly these bytes, so that a read past them is found.
 template <class Record>
