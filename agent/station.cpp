@@ -102,8 +102,7 @@ void Station::onPrompt() {
 }
 
 void Station::tellIdentity() {
-    Identity task = target != 0 ? Identity::ofProcess(target)
-                                : Identity::underDebugger(running() ? client->pid() : -1);
+    Identity task = client ? client->who() : Identity::ofProcess(target != 0 ? target : -1);
     if (task.rank.empty() && target == 0) task.rank = std::to_string(rank);
     send(AgentRecord::IDENTITY, task.str());
 }

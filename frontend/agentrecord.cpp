@@ -37,8 +37,9 @@ Packer reader(const AgentRecord& record, AgentRecord::Type type) {
 }
 
 constexpr std::string DebuggerStart::*startTexts[] = {
-    &DebuggerStart::prompt,  &DebuggerStart::terminal, &DebuggerStart::inputTerminal,
-    &DebuggerStart::process, &DebuggerStart::folder,   &DebuggerStart::forkMark,
+    &DebuggerStart::prompt,   &DebuggerStart::terminal, &DebuggerStart::inputTerminal,
+    &DebuggerStart::process,  &DebuggerStart::program,  &DebuggerStart::folder,
+    &DebuggerStart::forkMark,
 };
 
 void expectEnd(const Packer& packer) {

@@ -9,6 +9,9 @@ namespace Wait {
 
 /// Output waits at most so long for more of its kind before it is sent.
 constexpr auto window = std::chrono::milliseconds(200);
+/// A line without its end may still get it; after so long it is shown as it is, unless it is a
+/// question.
+constexpr auto halfLine = std::chrono::milliseconds(500);
 /// An interrupt is answered after so long at the latest, stopped or not.
 constexpr auto interrupt = std::chrono::milliseconds(1000);
 /// A client that got an interrupt gets no other before this time has passed.

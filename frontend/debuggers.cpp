@@ -155,6 +155,9 @@ std::optional<std::string> Debuggers::defect() const {
                (options.attaches() ? "-p PID" : options.program[0]);
     if (options.attaches() && std::ranges::find(seats, true, &Seat::attached) == seats.end())
         return "no debugger could attach";
+    if (options.launches() &&
+        greetings.allSaid(options.program[0] + ": No such file or directory", seats.size()))
+        return "no task's host has the program; is its file system shared, its path right there?";
     for (std::size_t i = 0; errors && i < seats.size(); ++i) {
         if (seats[i].alive && !errors->begins(static_cast<int>(i)))
             return "the debuggers cannot tell their errors, which --script needs: is this a gdb "

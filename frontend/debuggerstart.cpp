@@ -20,6 +20,8 @@ DebuggerStart DebuggerStart::of(const Debugger& driver, Debugger::Launch launch,
     start.argv = driver.argv(launch);
     start.prompt = driver.prompt(launch.nonce);
     start.attach = attach;
+    if (!launch.program.empty())
+        start.program = launch.program[0].substr(launch.program[0].rfind('/') + 1);
     start.environment = std::move(environment);
     start.environment.insert(start.environment.end(), {{"TERM", "dumb"}, {"DEBUGINFOD_URLS", ""}});
     return start;

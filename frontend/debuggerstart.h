@@ -27,6 +27,8 @@ struct DebuggerStart {
     bool throughShells = false;
     /// Whether it gets the descriptors that this process was started with.
     bool inherits = false;
+    /// The program's name, for its users.
+    std::string program;
     /// The directory to start it in; empty: as it is.
     std::string folder;
     /// For an agent: the number of its client, and what the debugger prints in front of the process

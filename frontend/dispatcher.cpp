@@ -97,9 +97,10 @@ void Dispatcher::advance(int id, Clock::time_point now) {
     while (!client.turn.open() && !client.script.empty()) {
         std::string line = std::move(client.script.front());
         client.script.pop_front();
-        if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(line) == scriptCommand &&
-            !Text::afterWord(line).empty())
-            type(id, Text::afterWord(line));
+        const std::string words = line.substr(std::min(line.size(), line.find_first_not_of(" \t")));
+        if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(words) == scriptCommand &&
+            !Text::afterWord(words).empty())
+            type(id, Text::afterWord(words));
         else
             deliver(id, std::move(line), now);
     }
@@ -324,8 +325,10 @@ void Dispatcher::flushDue(Request& request, Clock::time_point now) {
         const auto since = client.cutter.since();
         if (client.gone || !since || &requestFor(client) != &request) return;
         // What is captured is not cut into lines by the time.
-        if (*since + Wait::window > now)
-            young = young ? std::min(*young, *since) : *since;
+        const auto patience = debugger.asks(client.cutter.tail()) ? Wait::window : Wait::halfLine;
+        const Clock::time_point asIf = *since + patience - Wait::window;
+        if (asIf + Wait::window > now)
+            young = young ? std::min(*young, asIf) : asIf;
         else if (!captures(client))
             takePartial(id);
     };

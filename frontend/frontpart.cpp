@@ -209,5 +209,7 @@ void FrontPart::finishIfOver() {
         say(name + " has ended");
     else if (status == 128 + SIGKILL && signalled == 0)
         say(name + " was killed, and what it had started has ended");
+    else if (status == 0 && !start.script && !start.waits)
+        say(name + " has ended");
     loop.stop();
 }

@@ -66,6 +66,13 @@ std::string errorHookFor(const std::string& mark) {
     return "python exec('" + line + "', {})";
 }
 
+// What ends the process that it has attached to asks first; all else goes without a question.
+constexpr const char* askHook =
+    R"(python [gdb.execute("define hook-%s\nset $_vex_asks = 1\nset confirm on\nend" % each) )"
+    R"(for each in ("run", "start", "starti", "kill")]; gdb.events.before_prompt.connect(lambda: )"
+    R"(gdb.convenience_variable("_vex_asks") and (gdb.set_convenience_variable("_vex_asks", )"
+    R"(None), gdb.execute("set confirm off"))))";
+
 } // namespace
 
 std::vector<std::string> Gdb::argv(const Launch& launch) const {
@@ -102,9 +109,9 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
     }
     if (!launch.attach.empty()) {
         // The end of its input makes it quit, too.
-        if (launch.owned)
-            words.insert(words.end(),
-                         {"-iex", R"(python gdb.execute("define hook-quit\nkill\nend"))"});
+        words.insert(words.end(),
+                     {"-iex", launch.owned ? R"(python gdb.execute("define hook-quit\nkill\nend"))"
+                                           : askHook});
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }

@@ -8,6 +8,13 @@
 #include <utility>
 #include <vector>
 
+bool Greetings::allSaid(std::string_view text, std::size_t clients) const {
+    return clients > 0 && clients == static_cast<std::size_t>(
+                                         std::ranges::count_if(texts, [text](const auto& each) {
+                                             return each.second.find(text) != std::string::npos;
+                                         }));
+}
+
 std::string Greetings::report(const Debugger& debugger) const {
     std::vector<std::pair<std::string, ClientSet>> lines; // in the order in which they came
     for (const auto& [client, text] : texts) {

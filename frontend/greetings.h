@@ -10,6 +10,8 @@
 class Greetings {
   public:
     void add(int client, std::string_view text) { texts[client] += text; }
+    /// Whether all so many clients have said this.
+    bool allSaid(std::string_view text, std::size_t clients) const;
     void drop(int client) { texts.erase(client); }
     /// What they had to say beyond the usual greeting of their kind, each line once and with its
     /// clients, and what to do about it.

@@ -62,5 +62,8 @@ Identity Identity::underDebugger(pid_t debugger) {
 
 std::string Identity::str() const {
     return "rank " + (rank.empty() ? "-" : rank) + "  host " + host + "  pid " +
-           (pid == -1 ? "-" : std::to_string(pid)) + "  " + (pid == -1 ? "no process" : program);
+           (pid == -1 ? "-" : std::to_string(pid)) + "  " +
+           (pid != -1         ? program
+            : program.empty() ? "no process"
+                              : program + ", not running");
 }

@@ -1,6 +1,5 @@
 #include "frontend/localclient.h"
 
-#include "frontend/identity.h"
 #include "frontend/tracing.h"
 
 #include <array>
@@ -25,7 +24,11 @@ LocalClient::LocalClient(asio::io_context& loop, Handler handler, const Debugger
       inputStream(loop, inputTerminal.master()),
       matcher(start.prompt),
       target(start.attach),
+      program(start.program),
       patience(loop) {
+    for (const auto& [name, value] : start.environment) {
+        if (name == "VEX_TASK") task = value;
+    }
     ChildProcess::Start what;
     what.argv = start.argvFor(terminal.name(), inputTerminal.name());
     what.environment = start.environment;
@@ -135,8 +138,13 @@ void LocalClient::release() {
 
 bool LocalClient::holds() const { return target != 0 && Tracing::isTracedBy(pid(), target); }
 
-std::string LocalClient::identity() const {
-    return (target != 0 ? Identity::ofProcess(target) : Identity::underDebugger(pid())).str();
+Identity LocalClient::who() const {
+    if (target != 0) return Identity::ofProcess(target);
+    Identity found = Identity::underDebugger(pid());
+    if (found.pid != -1) return found;
+    found.rank = task;
+    found.program = program;
+    return found;
 }
 
 bool LocalClient::ended() {

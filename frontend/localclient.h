@@ -4,6 +4,7 @@
 #include "frontend/client.h"
 #include "frontend/clock.h"
 #include "frontend/debuggerstart.h"
+#include "frontend/identity.h"
 #include "frontend/promptmatcher.h"
 #include "frontend/pty.h"
 
@@ -35,7 +36,8 @@ class LocalClient : public Client {
     void release() override;
     bool ended() override;
     bool holds() const override;
-    std::string identity() const override;
+    std::string identity() const override { return who().str(); }
+    Identity who() const;
     pid_t pid() const override { return process.pid(); }
     bool running() const override { return process.running(); }
 
@@ -48,6 +50,8 @@ class LocalClient : public Client {
     PromptMatcher matcher;
     std::string typed;  // waits to be written
     const pid_t target; // what it attaches to; 0: nothing
+    const std::string program;
+    std::string task; // its number in the session
     asio::steady_timer patience;
     Clock::time_point typedAt;
     bool heard = false; // it has said something since

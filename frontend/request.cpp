@@ -32,12 +32,14 @@ Request::prepareScript(const std::function<bool(const std::string&)>& isProgram)
     line = Text::afterWord(text);
     const std::string file = Text::firstWord(line);
     // A word that the shell reads in its own way is left to it.
-    if (file.find_first_of("'\"\\$`*?[~;&|<>(){}") == std::string::npos && !isProgram(file))
+    constexpr const char* shells = "'\"\\$`*?[~;&|<>(){}";
+    if (file.find_first_of(shells) == std::string::npos && !isProgram(file))
         return "cannot run '" + file + "': " +
                (isProgram("./" + file)
                     ? "a program of this directory needs its path, ./" + file
                     : "there is no such program, or it may not be executed (chmod +x)");
-    line = "exec " + line;
+    // One that is more than a command is the shell's own.
+    if (line.find_first_of(";&|") == std::string::npos) line = "exec " + line;
     return std::nullopt;
 }
 

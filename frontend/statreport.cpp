@@ -19,8 +19,7 @@ void StatReport::add(int client, const std::string& answer, const Debugger& debu
             break;
         case Debugger::StackLine::CALL:
             any = true;
-            calls.push_back(places && !said.place.empty() ? said.function + " at " + said.place
-                                                          : said.function);
+            calls.push_back(nameOf(said));
             break;
         case Debugger::StackLine::OTHER:
             if (first.empty()) first = line;
@@ -29,6 +28,14 @@ void StatReport::add(int client, const std::string& answer, const Debugger& debu
     }
     stacks.add(client, calls);
     if (!any) stacks.addWithout(client, "no stack: " + (first.empty() ? "no process" : first));
+}
+
+// Code without a name is told by its library.
+std::string StatReport::nameOf(const Debugger::StackLine& call) const {
+    const std::string file = call.place.substr(call.place.rfind('/') + 1);
+    if (call.place.empty()) return call.function;
+    if (call.function == "??") return call.function + " of " + file;
+    return places ? call.function + " at " + call.place : call.function;
 }
 
 std::vector<StackTree::RowGroup> StatReport::rows() const {

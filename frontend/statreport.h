@@ -35,4 +35,6 @@ class StatReport {
     StackTree stacks;
     std::vector<StackTree::RowGroup> ready;
     std::map<std::string, StackTree::Row> fed;
+
+    std::string nameOf(const Debugger::StackLine& call) const;
 };

@@ -106,10 +106,11 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     count(*dispatcher.requestOf(members->front()));
 }
 
+// Who sends a command waits for nothing else.
 void Switchboard::count(const Request& request) {
     Console& console = consoles[request.console];
     ++console.open;
-    console.awaited.insert(request.number);
+    console.awaited = {request.number};
 }
 
 bool Switchboard::asksWho(const Command& command) {
@@ -154,9 +155,14 @@ void Switchboard::groupCommand(int number, const Command& command) {
     operation.unpack(command.getContent(), command.getLength());
     Console& console = consoles[number];
     const bool before = table.members(console.group, number).has_value();
-    const Reply reply = table.apply(operation, number, console.group);
     const bool filtered =
         operation.getOpType() == GroupCommand::ASSIGN && operation.getBase() == "FILTERED";
+    // After a READY it is the console's own, else the user's.
+    if (filtered && console.filteredDue == 0) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_PREDEFINED));
+        return;
+    }
+    const Reply reply = table.apply(operation, number, console.group);
     if (filtered) console.filteredDue = std::max(0, console.filteredDue - 1);
     const bool gone = !table.members(console.group, number);
     // The group under its own feet: lost by this command, or while a command ran.
@@ -241,6 +247,7 @@ void Switchboard::answerQuestion(int number, const Command& command, Clock::time
     const auto members = table.members(command.getGroup(), number);
     const ClientSet running = workingFor(number, members.value_or(ClientSet()));
     if (running.empty()) {
+        consoles[number].awaited.clear();
         outlet.toConsole(number, answer(Reply::FAILED, CMD_IN_NORMAL));
         return;
     }

@@ -148,9 +148,10 @@ TEST_F(SwitchboardTest, NeitherASlowClientNorAnUnfinishedLineHoldsBackTheOthers)
     prints({0}, "a\nhalf");
     EXPECT_EQ(pass(100ms), "");
     prints({1}, "younger");
-    EXPECT_EQ(pass(100ms), "1 0@0 a / 1 1@0 half");
+    EXPECT_EQ(pass(100ms), "1 0@0 a");
+    EXPECT_EQ(pass(300ms), "1 1@0 half");
     prints({0}, " more\n");
-    EXPECT_EQ(pass(100ms), "1 0@1 younger / 1 2@0  more");
+    EXPECT_EQ(pass(200ms), "1 0@1 younger / 1 2@0  more");
     EXPECT_GT(board.deadline(), now + 4s);
 }
 
