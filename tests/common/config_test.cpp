@@ -53,7 +53,7 @@ TEST(Config, PackedForm) {
     config.addVariable("a=11");
     const std::string both = "00000002 00000002 'a' 00 00000003 '11' 00 "
                              "00000002 'b' 00 00000002 '2' 00";
-    EXPECT_EQ(hex(packed(config)), hex(bytes(both)));
+    EXPECT_EQ(packed(config), bytes(both));
     expectWire<Config>({both});
     expectRefused<Config>({"ffffffff", "7fffffff"});
 }

@@ -9,7 +9,7 @@ TEST(CommandRecord, Wire) {
     Command command;
     command.init(7, "all", Command::CLIENT, "where", -1);
     const std::string where = "00000007 00000002 00000004 'all' 00 00000006 00000006 'where' 00";
-    EXPECT_EQ(hex(packed(command)), hex(bytes(where)));
+    EXPECT_EQ(packed(command), bytes(where));
     expectWire<Command>({
         where,
         "00000001 0000000a 00000002 'g' 00 00000000",
@@ -33,7 +33,7 @@ TEST(GroupRecord, Wire) {
     group.addOperand(1);
     const std::string ids =
         "00000001 00000003 'g1' 00 00000001 00000003 'g0' 00 00000002 00000001 00000003";
-    EXPECT_EQ(hex(packed(group)), hex(bytes(ids)));
+    EXPECT_EQ(packed(group), bytes(ids));
     expectWire<GroupCommand>({ids});
     expectRefused<GroupCommand>({
         "00000001 00000002 'g' 00 00000000 40000001 00000003",
@@ -47,7 +47,7 @@ TEST(ReplyRecord, Wire) {
     reply.addRetInfo("g1: ");
     reply.addRetInfo("0:3");
     const std::string failed = "ffffffff 000001ff 00000008 'g1: 0:3' 00";
-    EXPECT_EQ(hex(packed(reply)), hex(bytes(failed)));
+    EXPECT_EQ(packed(reply), bytes(failed));
     expectWire<Reply>({failed, "00000000 00000000 00000001 00"});
     expectRefused<Reply>({"00000000 00000000 00000001 'x'", "00000000 00000000 00000000"});
 }

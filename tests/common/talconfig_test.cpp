@@ -33,8 +33,7 @@ TEST(AttachFile, TaskLinesAndTheirPackedForm) {
                               "2 0 10.0.0.3 n3 2147483647 13 'a.out '\n");
     config.setMjid(77);
     const std::string data = packed(config), head = "00000003 00000000 00000001 00000009";
-    EXPECT_EQ(hex(data.substr(0, 36)),
-              hex(bytes(head + "'10.0.0.1' 00 00000003 'n1' 00 000000 65")));
+    EXPECT_EQ(data.substr(0, 36), bytes(head + "'10.0.0.1' 00 00000003 'n1' 00 000000 65"));
     EXPECT_THROW(unpackFrom(other, data.substr(0, data.size() - 1)), BrokenConnection);
     unpackFrom(other, data);
     EXPECT_EQ(dumped(other), dumped(config));

@@ -1,47 +1,35 @@
-#include "common/brokenconnection.h"
-#include "common/frame.h"
 #include "frontend/framereader.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/wire.h"
 
 namespace {
 
-std::string frameOf(const std::string& text) {
-    Command command;
-    command.init(7, "all", Command::CLIENT, text.c_str(), -1);
-    int length = 0;
-    const auto body = command.pack(&length);
-    return Frame::wrap(body.get(), length);
-}
+const std::string command = "00000007 00000002 00000004 'all' 00 00000006 00000006 'where' 00";
 
 TEST(FrameReader, CutsCommandsHoweverTheyArrive) {
-    const std::string bytes = frameOf("where") + frameOf("") + frameOf("print 1");
-    for (std::size_t size = 1; size <= bytes.size(); ++size) {
+    const std::string where = bytes("0000001e " + command), both = where + where;
+    for (std::size_t size = 1; size <= both.size(); ++size) {
         FrameReader reader;
-        std::vector<std::string> texts;
-        for (std::size_t at = 0; at < bytes.size(); at += size) {
-            reader.feed(std::string_view(bytes).substr(at, size));
-            while (const auto command = reader.next())
-                texts.emplace_back(command->getContent());
+        std::string texts;
+        for (std::size_t at = 0; at < both.size(); at += size) {
+            reader.feed(std::string_view(both).substr(at, size));
+            while (const auto next = reader.next())
+                texts += std::string(next->getContent()) + " in " + next->getGroup() + "\n";
         }
-        EXPECT_EQ(texts, (std::vector<std::string>{"where", "", "print 1"})) << size;
+        EXPECT_EQ(texts, "where in all\nwhere in all\n") << size;
     }
 }
 
 TEST(FrameReader, RefusesFramesThatLie) {
-    std::string longer = frameOf("where"), shorter = longer;
-    ++longer[3];
-    --shorter[3];
-    const std::string beyond("\0\0\0\x0c\0\0\0\x07\0\0\0\x02\0\0\x10\0", 16);
-    for (const std::string& lie : {std::string("\xff\xff\xff\xff"), std::string("\x7f\xff\xff\xff"),
-                                   std::string(4, '\0'), shorter, beyond}) {
+    const std::string lies[] = {"ffffffff", "7fffffff", "00000000", "0000001d " + command,
+                                "0000000c 00000007 00000002 00001000"};
+    for (const std::string& lie : lies) {
         FrameReader reader;
-        reader.feed(lie);
-        EXPECT_THROW(reader.next(), BrokenConnection);
+        reader.feed(bytes(lie));
+        EXPECT_THROW(reader.next(), BrokenConnection) << lie;
     }
     // A frame whose end has not come yet is only that.
     FrameReader reader;
-    reader.feed(longer);
+    reader.feed(bytes("0000001f " + command));
     EXPECT_FALSE(reader.next());
 }
 

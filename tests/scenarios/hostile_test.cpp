@@ -27,7 +27,7 @@ TEST_F(Hostile, EveryLieEndsTheSession) {
           // The largest line number.
           record(KIND_DATA, "00000000 00000001 00000007 00000001 00000001 7fffffff 00000001 "
                             "00000000 00000001 00 00000000")}) {
-        SCOPED_TRACE(hex(lie));
+        SCOPED_TRACE(testing::PrintToString(lie));
         begin();
         frontEnd.raw(lie);
         frontEnd.expectClosed();

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <sstream>
 #include <string>
 
 /// Bytes written as pairs of hexadecimal digits and 'text', with blanks anywhere between them:
@@ -23,14 +21,6 @@ inline std::string bytes(const std::string& notation) {
         }
     }
     return data;
-}
-
-/// Bytes made visible, for comparisons whose failure can be read.
-inline std::string hex(const std::string& data) {
-    std::ostringstream text;
-    for (const unsigned char byte : data)
-        text << std::hex << byte / 16 << byte % 16 << ' ';
-    return text.str();
 }
 
 using Frame::packed;
@@ -50,7 +40,7 @@ void expectWire(std::initializer_list<std::string> wholes) {
     for (const std::string& whole : wholes) {
         const std::string data = bytes(whole);
         unpackFrom(used, data);
-        EXPECT_EQ(hex(packed(used)), hex(data));
+        EXPECT_EQ(packed(used), data);
         for (std::size_t size = 0; size < data.size(); ++size) {
             Record record;
             EXPECT_THROW(unpackFrom(record, data.substr(0, size)), BrokenConnection) << size;
