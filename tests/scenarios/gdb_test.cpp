@@ -51,12 +51,19 @@ TEST_F(RealDebuggers, ASessionOfThreeClients) {
 
 TEST_F(RealDebuggers, CtrlCAndInterruptStopTasksThatRunOn) {
     begin();
-    console->type("run\n");
+    enter("run");
     console->until("still waits");
     console->type("\x03");
     prompt("(all:int) ");
     EXPECT_NE(answerTo("where", "(all:int) ").find("3917-503"), std::string::npos);
-    EXPECT_NE(answerTo("interrupt").find("received signal SIGINT"), std::string::npos);
+    // A debugger on a busy machine may drop the interrupt: a user tries again.
+    const Deadline deadline;
+    do {
+        enter("interrupt");
+        console->until("(all");
+    } while (console->until(") ") == ":int" && deadline.left() > 0);
+    console->untilEcho(false);
+    EXPECT_NE(answerTo("match SIGINT").find("received signal SIGINT"), std::string::npos);
     const std::string where = answerTo("where");
     EXPECT_NE(where.find("relax ()"), std::string::npos) << where;
     kquit();
