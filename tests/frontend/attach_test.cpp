@@ -142,10 +142,7 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
                      "2 | " + walkers[2].number(), "READY"}));
     EXPECT_TRUE(
         console.command("vex who")[2].ends_with("pid " + walkers[2].number() + "  steadily"));
-    console.send(Command::QUIT, "all");
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0);
-    expectNothingLeft(path);
+    quit(console);
     EXPECT_TRUE(walkers[2].walks());
 }
 
@@ -204,9 +201,7 @@ TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
         const std::vector<pid_t> children = tasksOf(task.pid(), "forker");
         ASSERT_EQ(children.size(), 1u);
         EXPECT_GT(Tracing::tracerOf(children[0]), 0);
-        second.send(Command::QUIT, "all");
-        killConsole();
-        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        quit(second);
         for (pid_t each : {task.pid(), children[0]}) {
             EXPECT_TRUE(Processes::lives(each));
             EXPECT_EQ(Tracing::tracerOf(each), 0);
@@ -255,9 +250,7 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         console.begin();
         EXPECT_EQ(console.command("print rank"), (Lines{"0 | $1 = 0", "1 | $1 = 1", "READY"}));
         console.command("print lost = 0");
-        console.send(Command::QUIT, "all");
-        killConsole();
-        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        quit(console);
         // Released, they come to their end.
         EXPECT_EQ(job.exitStatus(), 0);
     }

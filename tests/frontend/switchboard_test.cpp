@@ -316,7 +316,7 @@ TEST_F(SwitchboardTest, SendAnswersThoseWhoAsk) {
 
 TEST_F(SwitchboardTest, ItIsFreeAgainWhenItsGroupHasAnswered) {
     running();
-    prints({0, 1}, "(y or n) ");
+    prints({0}, "(y or n) ");
     prompts({2, 3});
     pass(200ms);
     EXPECT_EQ(on(1, "0"), "1 ON_INTERRUPT 0");
@@ -324,9 +324,12 @@ TEST_F(SwitchboardTest, ItIsFreeAgainWhenItsGroupHasAnswered) {
     EXPECT_EQ(prompts({0}), "1 READY 1");
     filtered();
     types(1, "0", "where");
+    // Who asks elsewhere is named, and does not interrupt.
+    prints({1}, "(y or n) ");
+    EXPECT_TRUE(pass(200ms).ends_with("'(y or n)'; give it by: send ..."));
     EXPECT_EQ(prompts({0}), "1 READY 1");
     filtered();
-    // The other one still asks, and its answer is waited for again, and then missed.
+    // Its answer is waited for again, and then missed.
     EXPECT_EQ(on(1, "PENDING"), "1 ON_INTERRUPT PENDING");
     EXPECT_EQ(replies("y", "1"), "type 1 y");
     EXPECT_TRUE(pass(5s).ends_with("1 1@1 No answer yet from 1"));

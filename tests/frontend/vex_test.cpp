@@ -62,9 +62,7 @@ TEST_F(VexTest, AnInterruptStopsWhoComputesAndWhoWaits) {
         EXPECT_EQ(console.command("print ntasks").back(), "READY");
     }
     EXPECT_EQ(console.command("print 1").size(), 2u);
-    console.send(Command::QUIT, "all");
-    killConsole();
-    vex->exitStatus();
+    quit(console);
 }
 
 // What the debugger itself waits for; the program, which waits too, is told once and only then.
@@ -88,9 +86,7 @@ TEST_F(VexTest, AnInterruptStopsWhatTheDebuggerRunsForIt) {
         EXPECT_TRUE(line.find("Pnd:") == std::string::npos || line.ends_with("0000")) << line;
     }
     EXPECT_EQ(console.command("print 1").size(), 2u);
-    console.send(Command::QUIT, "all");
-    killConsole();
-    vex->exitStatus();
+    quit(console);
 }
 
 // More clients than the user's limit has room for; what they run keeps that limit.
@@ -104,9 +100,7 @@ TEST_F(VexTest, ALowLimitOfOpenFilesIsNoObstacle) {
     Peer console(path);
     console.begin();
     EXPECT_EQ(console.command("shell ulimit -Sn"), (Lines{"0:9 | 24", "READY"}));
-    console.send(Command::QUIT, "all");
-    killConsole();
-    vex->exitStatus();
+    quit(console);
 }
 
 TEST_F(VexTest, TheProgramWritesWhereItsCommandLineSays) {
@@ -132,9 +126,7 @@ TEST_F(VexTest, TheProgramWritesWhereItsCommandLineSays) {
         EXPECT_EQ(std::count(lines.begin(), lines.end(), "0 | err"), each.err);
         EXPECT_EQ(folder.read("file"), each.filed);
     }
-    console.send(Command::QUIT, "all");
-    killConsole();
-    vex->exitStatus();
+    quit(console);
 }
 
 TEST_F(VexTest, NothingIsLeftBehind) {
@@ -194,11 +186,7 @@ TEST_F(VexTest, TheLastConsoleDoesNotEndTheSessionOfAnother) {
     // What it started stays busy.
     EXPECT_EQ(first.command("print 1").back(), "REPLY -1 519");
     EXPECT_EQ(first.command("print 1", "0").back(), "READY");
-    first.send(Command::QUIT, "all");
-    EXPECT_TRUE(first.closed());
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
-    expectNothingLeft(path);
+    quit(first);
 }
 
 TEST_F(VexTest, AStartThatHangsCanBeGivenUp) {
@@ -256,10 +244,7 @@ TEST_F(VexTest, ASessionWithLldb) {
     }
     console.send(Command::CLIENT, "1", "quit");
     EXPECT_EQ(console.finish(), (Lines{"REPLY 5 1", "READY"}));
-    console.send(Command::QUIT, "all");
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
-    expectNothingLeft(path);
+    quit(console);
 }
 
 TEST_F(VexTest, SaysWhatIsWrongAndWhatToDo) {

@@ -161,6 +161,7 @@ class VexTest : public testing::Test {
     TempDir folder;
     std::unique_ptr<Terminal> vex;
     const std::string mark = "VEX_TEST=" + folder.path();
+    std::string socketPath;           // of the session begun last
     long long socketTime = 1;         // of the session begun last
     std::optional<std::string> input; // in place of the terminal
 
@@ -211,7 +212,7 @@ class VexTest : public testing::Test {
         const std::string path =
             "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
         socketTime = std::max(1LL, timeOf(path)); // it may have ended
-        return path;
+        return socketPath = path;
     }
     // When a file was made or changed last, in ns; 0: there is none.
     static long long timeOf(const std::string& path) {
@@ -255,6 +256,14 @@ class VexTest : public testing::Test {
         if (!path.empty()) {
             EXPECT_NE(timeOf(path), socketTime) << path;
         }
+    }
+    // Ends the session by kquit; nothing is left of it.
+    void quit(Peer& console) {
+        console.send(Command::QUIT, "all");
+        EXPECT_TRUE(console.closed());
+        killConsole();
+        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        expectNothingLeft(socketPath);
     }
     // Runs the example until it stands still: one task computes, the others wait for messages.
     static void runIntoTheHang(Peer& console, int n) {
