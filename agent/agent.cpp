@@ -49,6 +49,9 @@ void Agent::open(int id, const AgentHello& hello) {
                          [this, id] {
                              if (forks) forks->started(id);
                          },
+                         [this, id] {
+                             if (forks) forks->ended(id);
+                         },
                          [this, id](const std::string& problem) { onOver(id, problem); }});
 }
 
@@ -88,6 +91,9 @@ void Agent::onOver(int id, const std::string& problem) {
                          problem.c_str());
         return end(problem.empty() ? 0 : 1);
     }
+    if (!problem.empty())
+        stations[0]->tell(
+            "a forked process runs on without a debugger: its agent cannot connect: " + problem);
     stations[id]->release();
     if (forks && !stations[id]->running()) forks->ended(id);
 }
@@ -113,8 +119,9 @@ void Agent::end(int exitStatus) {
     if (std::exchange(ending, true)) return;
     status = exitStatus;
     if (forks) forks->stop();
-    for (const auto& [id, station] : stations) {
-        if (attached) station->release();
+    if (attached) {
+        for (const auto& [id, station] : stations)
+            station->release();
     }
     releasing.begin();
 }

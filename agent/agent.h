@@ -45,6 +45,5 @@ class Agent {
     void onOver(int id, const std::string& problem);
     int adopt(const Forks::Child& child);
     void onChild();
-    bool running() const;
     void end(int exitStatus);
 };

@@ -32,7 +32,10 @@ Station::~Station() {
 void Station::onLink(std::shared_ptr<AgentLink> arrived) {
     link = std::move(arrived);
     link->rely({[this](const AgentRecord& record) { onRecord(record); },
-                [this] { handle.over(""); },
+                [this] {
+                    link.reset();
+                    handle.over("");
+                },
                 {},
                 [this] {
                     if (client) client->resume();
@@ -81,11 +84,15 @@ void Station::start(DebuggerStart start) {
                                 send(AgentRecord::OUTPUT, std::string(text));
                                 handle.output(text);
                             },
-                            [this] { onPrompt(); }, [this] { return !link->congested(); }},
+                            [this] { onPrompt(); }, [this] { return !link || !link->congested(); }},
             start);
     } catch (const std::exception& error) {
         send(AgentRecord::OUTPUT, std::string("cannot start the debugger: ") + error.what() + "\n");
+        if (forked != 0 && ProcessTree::parentOf(forked) != 0)
+            tell("forked process " + std::to_string(forked) +
+                 " runs on without a debugger: " + error.what());
         send(AgentRecord::ENDED, "");
+        handle.failed();
     }
 }
 

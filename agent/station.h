@@ -22,6 +22,8 @@ class Station {
         std::function<void(std::string_view text)> output;
         /// The debugger holds what it was to attach to, or has found that it cannot.
         std::function<void()> prompted;
+        /// There will be no debugger.
+        std::function<void()> failed;
         /// The connection is over, or could not be made: then with a problem.
         std::function<void(const std::string& problem)> over;
     };
@@ -46,8 +48,8 @@ class Station {
     const int rank; // that the launcher has told; -1: none
     const pid_t forked;
     const Handler handle;
-    std::unique_ptr<Approach> approach; // null: the front end is there
-    std::shared_ptr<AgentLink> link;    // null: not yet
+    std::unique_ptr<Approach> approach;
+    std::shared_ptr<AgentLink> link; // null: not yet, or not any more
     std::unique_ptr<LocalClient> client;
     pid_t target = 0; // what the debugger attaches to
     bool prompted = false;

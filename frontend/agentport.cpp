@@ -18,8 +18,6 @@
 namespace {
 
 constexpr auto silence = std::chrono::seconds(5);
-// Agents of the largest job that connect all at once, and some strangers.
-constexpr std::size_t mostPending = 4200;
 
 // The networks of this machine's own containers and virtual machines, which no other one reaches.
 bool isInternal(const std::string& interface) {
@@ -60,7 +58,12 @@ std::vector<std::string> ownAddresses() {
 } // namespace
 
 AgentPort::AgentPort(asio::io_context& eventLoop, bool withLocal, Arrived handler)
-    : loop(eventLoop), arrived(std::move(handler)), local(loop), tcp(loop), pause(loop) {
+    : loop(eventLoop),
+      arrived(std::move(handler)),
+      local(loop),
+      tcp(loop),
+      localPause(loop),
+      tcpPause(loop) {
     where.secret = Rendezvous::newSecret();
     if (withLocal) {
         // An abstract name leaves no file behind. It is no secret, so it needs none of ours.
@@ -69,14 +72,14 @@ AgentPort::AgentPort(asio::io_context& eventLoop, bool withLocal, Arrived handle
         ::fcntl(local.native_handle(), F_SETFD, FD_CLOEXEC);
         local.bind(Local::endpoint(std::string(1, '\0') + where.socketName));
         local.listen();
-        accept(local);
+        accept(local, localPause);
     }
     openTcp();
     ::fcntl(tcp.native_handle(), F_SETFD, FD_CLOEXEC);
     tcp.listen();
     where.port = tcp.local_endpoint().port();
     where.addresses = ownAddresses();
-    accept(tcp);
+    accept(tcp, tcpPause);
 }
 
 // Both versions of IP, or what this machine has.
@@ -92,23 +95,23 @@ void AgentPort::openTcp() {
 }
 
 template <typename Acceptor>
-void AgentPort::accept(Acceptor& acceptor) {
-    acceptor.async_accept([this, &acceptor](const asio::error_code& fault, auto socket) {
+void AgentPort::accept(Acceptor& acceptor, asio::steady_timer& pause) {
+    acceptor.async_accept([this, &acceptor, &pause](const asio::error_code& fault, auto socket) {
         if (fault == asio::error::operation_aborted || !acceptor.is_open()) return;
         if (!fault) {
             take(std::move(socket));
-            return accept(acceptor);
+            return accept(acceptor, pause);
         }
         // No descriptors are left, say: whoever waits goes on waiting.
         pause.expires_after(std::chrono::milliseconds(100));
-        pause.async_wait([this, &acceptor](const asio::error_code&) {
-            if (acceptor.is_open()) accept(acceptor);
+        pause.async_wait([this, &acceptor, &pause](const asio::error_code&) {
+            if (acceptor.is_open()) accept(acceptor, pause);
         });
     });
 }
 
 void AgentPort::take(AgentLink::Socket socket) {
-    if (pending.size() >= mostPending) return;
+    if (pending.size() >= most) return;
     auto link = std::make_shared<AgentLink>(std::move(socket), AgentRecord::largestHello);
     AgentLink* const key = link.get();
     const long user = link->peerUser();

@@ -25,6 +25,8 @@ class AgentPort {
     ~AgentPort() { close(); }
 
     const Rendezvous& rendezvous() const { return where; }
+    /// From now on hardly anybody comes: leaves less room to strangers.
+    void expectFew() { most = 64; }
     /// Listens no more and drops who has not come through.
     void close();
 
@@ -44,11 +46,14 @@ class AgentPort {
     Local::acceptor local;
     Tcp::acceptor tcp;
     std::map<AgentLink*, Pending> pending;
-    asio::steady_timer pause; // after a failure to accept
+    asio::steady_timer localPause, tcpPause; // after a failure to accept
+    // Who has not proved anything yet: agents of the largest job that come all at once, and some
+    // strangers.
+    std::size_t most = 4200;
 
     void openTcp();
     template <typename Acceptor>
-    void accept(Acceptor& acceptor);
+    void accept(Acceptor& acceptor, asio::steady_timer& pause);
     void take(AgentLink::Socket socket);
     void onRecord(AgentLink* from, const AgentRecord& record);
 };

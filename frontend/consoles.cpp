@@ -1,5 +1,6 @@
 #include "frontend/consoles.h"
 
+#include "common/brokenconnection.h"
 #include "common/frame.h"
 
 #include <algorithm>
@@ -63,6 +64,7 @@ void Consoles::add(std::unique_ptr<UnixSocket> connection) {
     const int id = ++last;
     links[id] = link;
     link->start({[this, id](const Command& command) {
+                     if (command.getConsoleID() != id) throw BrokenConnection();
                      if (serving) handle.command(id, command);
                  },
                  [this, id] {

@@ -114,6 +114,8 @@ void Debuggers::onAgent(int id, std::shared_ptr<AgentLink> link) {
     // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
     if (!options.hostOfTask.empty() && !options.attaches())
         start.folder = std::filesystem::current_path().string();
+    // It is looked for there.
+    start.argv[0] = options.debuggerThere;
     ++begun;
     starting.insert(id);
     at(id).debugger = remote(id, std::move(link), start);
@@ -150,6 +152,8 @@ void Debuggers::allStarted() {
 }
 
 std::optional<std::string> Debuggers::defect() const {
+    if (begun > 0 && std::ranges::none_of(seats, [](const Seat& seat) { return !!seat.debugger; }))
+        return "no task could be reached";
     if (living() == 0)
         return "no debugger is left; try: " + options.debugger + " " +
                (options.attaches() ? "-p PID" : options.program[0]);
@@ -228,7 +232,7 @@ std::unique_ptr<Client> Debuggers::remote(int id, std::shared_ptr<AgentLink> lin
 
 void Debuggers::onOutput(int id, std::string_view text) {
     std::string plain;
-    if (errors) text = plain = errors->pass(id, text);
+    if (errors) text = plain = errors->pass(id, text, !at(id).joining);
     if (phase == STARTING) greetings.add(id, text);
     if (phase != RUNNING || at(id).joining) return;
     if (const pid_t process = at(id).debugger->pid(); process != -1) forks.heard(id, process, text);
@@ -249,6 +253,8 @@ void Debuggers::onEnded(int id) {
     Seat& seat = at(id);
     seat.alive = false;
     if (phase == RUNNING) {
+        // Its agent has nothing else to do.
+        if (seat.parent != -1) seat.debugger->release();
         forks.ended(id);
         if (seat.joining) return;
         if (errors) errors->ended(id);
@@ -323,10 +329,15 @@ DebuggerStart Debuggers::startOfFork(int id, pid_t process) const {
     return start;
 }
 
+// Why there cannot be one more; nothing when there can.
+std::optional<std::string> Debuggers::refusal(const Limits::Facts& facts) const {
+    const auto here = static_cast<int>(std::ranges::count(seats, true, &Seat::alive));
+    return Limits::refusal(here + 1, facts, here);
+}
+
 // A forked child of a task gets the next free number.
 int Debuggers::adopt(const Forks::Child& child) {
-    if (const auto problem = Limits::refusal(living() + 1, Limits::facts(), living()))
-        throw std::runtime_error(*problem);
+    if (const auto problem = refusal(Limits::facts())) throw std::runtime_error(*problem);
     const int id = static_cast<int>(seats.size());
     auto client = std::make_unique<LocalClient>(loop, handlerOf(id), startOfFork(id, child.pid));
     newSeat(child.parent, child.pid);
@@ -335,23 +346,26 @@ int Debuggers::adopt(const Forks::Child& child) {
 }
 
 void Debuggers::onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) {
-    const bool known = parent >= 0 && parent < static_cast<int>(seats.size()) && at(parent).alive;
+    const bool known = parent >= 0 && parent < static_cast<int>(seats.size()) && at(parent).alive &&
+                       !at(parent).joining;
     if (phase != RUNNING || !known) return link->close();
     Limits::Facts facts = Limits::facts();
     facts.terminals = std::numeric_limits<long>::max();
-    if (const auto problem = Limits::refusal(living() + 1, facts)) {
+    if (const auto problem = refusal(facts)) {
         handle.tell(parent, "forked process " + std::to_string(process) +
                                 " runs on without a debugger: " + *problem);
         return link->close();
     }
     const int id = newSeat(parent, process);
-    at(id).debugger = remote(id, std::move(link), startOfFork(id, process));
+    DebuggerStart start = startOfFork(id, process);
+    start.argv[0] = options.debuggerThere;
+    at(id).debugger = remote(id, std::move(link), start);
 }
 
 void Debuggers::onForkPrompted(int id) {
     Seat& seat = at(id);
     if (seat.debugger->holds()) {
-        if (!seat.debugger->askIdentity()) joinFork(id);
+        if (!std::exchange(seat.asked, true) && !seat.debugger->askIdentity()) joinFork(id);
         return;
     }
     // Of one behind an agent, that tells why.

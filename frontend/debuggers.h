@@ -7,11 +7,13 @@
 #include "frontend/forks.h"
 #include "frontend/greetings.h"
 #include "frontend/launchedjob.h"
+#include "frontend/limits.h"
 #include "frontend/options.h"
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -90,6 +92,7 @@ class Debuggers {
         int parent = -1;       // the client that has forked it
         pid_t process = 0;     // the forked process
         bool joining = false;  // it has not become a client yet
+        bool asked = false;    // who it is
     };
     enum Phase { STARTING, RUNNING, OVER };
 
@@ -99,7 +102,7 @@ class Debuggers {
     const std::string job; // names this session in the environment of what it starts
     const Handler handle;
     Phase phase = STARTING;
-    std::vector<Seat> seats;
+    std::deque<Seat> seats;              // they stay where they are
     std::unique_ptr<LaunchedJob> agents; // null: all debuggers are this machine's
     std::size_t nextLocal = 0;
     std::size_t begun = 0;
@@ -137,6 +140,7 @@ class Debuggers {
     void onIdentified(int client);
 
     int newSeat(int parent, pid_t process);
+    std::optional<std::string> refusal(const Limits::Facts& facts) const;
     int adopt(const Forks::Child& child);
     void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link);
     void onForkPrompted(int client);

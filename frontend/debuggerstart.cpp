@@ -1,5 +1,7 @@
 #include "frontend/debuggerstart.h"
 
+#include "frontend/text.h"
+
 namespace {
 
 void replaceAll(std::string& text, const std::string& what, const std::string& with) {
@@ -20,8 +22,7 @@ DebuggerStart DebuggerStart::of(const Debugger& driver, Debugger::Launch launch,
     start.argv = driver.argv(launch);
     start.prompt = driver.prompt(launch.nonce);
     start.attach = attach;
-    if (!launch.program.empty())
-        start.program = launch.program[0].substr(launch.program[0].rfind('/') + 1);
+    if (!launch.program.empty()) start.program = Text::baseName(launch.program[0]);
     start.environment = std::move(environment);
     start.environment.insert(start.environment.end(), {{"TERM", "dumb"}, {"DEBUGINFOD_URLS", ""}});
     return start;

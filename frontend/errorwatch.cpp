@@ -2,19 +2,20 @@
 
 #include "frontend/text.h"
 
-std::string ErrorWatch::pass(int client, std::string_view text) {
+std::string ErrorWatch::pass(int client, std::string_view text, bool counts) {
     Seen& each = seen(client);
     std::string plain;
     for (const auto& piece : each.matcher.feed(text)) {
         plain += piece.text;
         // The first one only says that there are marks.
-        if (piece.prompt && ++each.marks > 1) count(client);
+        if (piece.prompt && ++each.marks > 1 && counts) count(client);
     }
     each.partial += plain;
     std::size_t from = 0;
     for (std::size_t end; (end = each.partial.find('\n', from)) != std::string::npos;
          from = end + 1) {
-        if (debugger.reportsError(std::string_view(each.partial).substr(from, end - from)))
+        if (counts &&
+            debugger.reportsError(std::string_view(each.partial).substr(from, end - from)))
             count(client);
     }
     each.partial.erase(0, from);

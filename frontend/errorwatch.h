@@ -19,8 +19,8 @@ class ErrorWatch {
         : debugger(driver), errorMark(std::move(mark)) {}
 
     const std::string& mark() const { return errorMark; }
-    /// The output without marks.
-    std::string pass(int client, std::string_view text);
+    /// The output without marks; whether what it tells counts.
+    std::string pass(int client, std::string_view text, bool counts = true);
     /// A client is ready for its first command. False when it cannot tell errors.
     bool begins(int client);
     void typed(int client, const std::string& line);

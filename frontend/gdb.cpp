@@ -53,25 +53,45 @@ write(mark)
 os.dup2(messages, 2)
 )";
 
-// As one line: gdb takes no other.
-std::string errorHookFor(const std::string& mark) {
-    std::string bytes, line;
-    for (const char c : mark)
-        bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
-    const std::string text = errorHook;
-    const std::size_t at = text.find("MARK");
-    for (const char c : text.substr(0, at) + bytes + text.substr(at + 4))
-        c == '\n' ? line += "\\n" : line += c;
+// What ends the process that it has attached to asks first; all else goes without a question.
+constexpr const char* askHook = R"(
+import gdb
+def define(command):
+    prefix, _, name = command.rpartition(" ")
+    gdb.execute("define %s hook-%s\nset $_vex_asks = 1\nset confirm on\nend" % (prefix, name))
+def settle():
+    if str(gdb.parse_and_eval("$_vex_asks")) == "1":
+        gdb.execute("set $_vex_asks = 0")
+        gdb.execute("set confirm off")
+for each in ("run", "start", "starti", "kill", "attach", "core-file", "target native",
+             "target remote", "target extended-remote", "target core"):
+    try: define(each)
+    except gdb.error: pass
+gdb.events.before_prompt.connect(settle)
+)";
+
+// A Python text as a command of gdb's, which takes one line only.
+std::string inOneLine(const std::string& python) {
+    std::string line;
+    for (const char c : python) {
+        if (c == '\n')
+            line += "\\n";
+        else if (c == '\\')
+            line += "\\\\";
+        else
+            line += c;
+    }
     // Names of its own, so that it does not meet the user's.
     return "python exec('" + line + "', {})";
 }
 
-// What ends the process that it has attached to asks first; all else goes without a question.
-constexpr const char* askHook =
-    R"(python [gdb.execute("define hook-%s\nset $_vex_asks = 1\nset confirm on\nend" % each) )"
-    R"(for each in ("run", "start", "starti", "kill")]; gdb.events.before_prompt.connect(lambda: )"
-    R"(gdb.convenience_variable("_vex_asks") and (gdb.set_convenience_variable("_vex_asks", )"
-    R"(None), gdb.execute("set confirm off"))))";
+std::string errorHookFor(const std::string& mark) {
+    std::string bytes;
+    for (const char c : mark)
+        bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
+    std::string text = errorHook;
+    return inOneLine(text.replace(text.find("MARK"), 4, bytes));
+}
 
 } // namespace
 
@@ -111,7 +131,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         // The end of its input makes it quit, too.
         words.insert(words.end(),
                      {"-iex", launch.owned ? R"(python gdb.execute("define hook-quit\nkill\nend"))"
-                                           : askHook});
+                                           : inOneLine(askHook)});
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }

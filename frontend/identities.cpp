@@ -23,7 +23,7 @@ void Identities::forget(int console) {
 }
 
 void Identities::answered() {
-    if (--due == 0) finish();
+    if (due > 0 && --due == 0) finish();
 }
 
 void Identities::finish() {

@@ -1,5 +1,6 @@
 #include "frontend/launchedjob.h"
 
+#include <chrono>
 #include <stdexcept>
 #include <system_error>
 
@@ -7,6 +8,8 @@ namespace {
 
 // Logins that may be under way at a time: a host turns more away.
 constexpr std::size_t mostLogins = 8;
+// For one of a lenient plan.
+constexpr auto longestLogin = std::chrono::seconds(30);
 
 std::string plural(int number, const std::string& what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
@@ -61,20 +64,40 @@ void LaunchedJob::launch(std::vector<std::string> argv, const std::string& input
     const std::size_t number = launchers.size();
     const std::string prefix = perHost() ? hostOf(number) + ": " : "";
     try {
-        launchers.push_back(std::make_unique<Launcher>(
+        Login login;
+        login.launcher = std::make_unique<Launcher>(
             loop, argv, input,
             Launcher::Handler{[this, prefix](const std::string& line) {
                                   spoke = true;
                                   if (!over) handle.said(prefix + line);
                               },
-                              [this, number](const std::string& how) { onEnded(number, how); }}));
+                              [this, number](const std::string& how) { onEnded(number, how); }});
+        launchers.push_back(std::move(login));
+        if (plan.lenient) limit(number);
     } catch (const std::system_error& error) {
         throw std::runtime_error(std::string("cannot start the launcher: ") + error.what());
     }
 }
 
+// The others do not wait for a host that does not answer.
+void LaunchedJob::limit(std::size_t number) {
+    auto& timer = launchers[number].patience;
+    timer = std::make_unique<asio::steady_timer>(loop, longestLogin);
+    timer->async_wait([this, number](const asio::error_code& fault) {
+        if (fault || isThere(number)) return;
+        launchers[number].late = true;
+        launchers[number].launcher->kill();
+    });
+}
+
+bool LaunchedJob::isThere(std::size_t number) const {
+    return perHost() ? present[static_cast<std::size_t>(remote[number])]
+                     : expected > 0 && arrivals == expected;
+}
+
 void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
-    if (over) return link->close();
+    // Of a session that runs only forked processes are missing.
+    if (over || (expected > 0 && arrivals == expected && hello.forked <= 0)) return link->close();
     if (hello.protocol != AgentHello::version) {
         link->close();
         return fail("an agent is of another version of VEX; --agent names another one.");
@@ -128,7 +151,10 @@ void LaunchedJob::count() {
     }
     if (arrivals < expected) return;
     file.reset();
-    if (!plan.forks) port->close();
+    if (plan.forks)
+        port->expectFew();
+    else
+        port->close();
 }
 
 void LaunchedJob::setSize(int size) {
@@ -142,18 +168,17 @@ void LaunchedJob::setSize(int size) {
 void LaunchedJob::collect() {
     // What is said of one may start another.
     for (std::size_t i = 0; i < launchers.size(); ++i)
-        launchers[i]->collect();
+        launchers[i].launcher->collect();
 }
 
 void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
-    const bool there = perHost() ? present[static_cast<std::size_t>(remote[number])]
-                                 : expected > 0 && arrivals == expected;
     if (over) return;
-    if (there) return handle.said("(" + how + "; tasks that end with it are removed)");
+    if (isThere(number)) return handle.said("(" + how + "; tasks that end with it are removed)");
     if (perHost()) {
         const std::string& host = hostOf(number);
         const std::string problem =
-            plan.launcher[0] + " for host " + host + " " + how +
+            plan.launcher[0] + " for host " + host + " " +
+            (launchers[number].late ? "was given up" : how) +
             " before its task was there. Does this work: " + joined(plan.launcher) + " " + host +
             " " + plan.agent + " --version";
         if (!plan.lenient) return fail(problem);
@@ -171,20 +196,24 @@ void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
 
 bool LaunchedJob::running() const {
     for (const auto& each : launchers) {
-        if (each->running()) return true;
+        if (each.launcher->running()) return true;
     }
     return false;
 }
 
 void LaunchedJob::listPids(std::vector<pid_t>& pids) const {
     for (const auto& each : launchers)
-        pids.push_back(each->pid());
+        pids.push_back(each.launcher->pid());
 }
 
 void LaunchedJob::stop() {
     over = true;
     file.reset();
     if (port) port->close();
+    for (std::size_t i = 0; i < launchers.size() && perHost(); ++i) {
+        if (launchers[i].patience) launchers[i].patience->cancel();
+        if (!isThere(i)) launchers[i].launcher->kill();
+    }
 }
 
 void LaunchedJob::fail(const std::string& problem) {

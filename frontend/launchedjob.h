@@ -4,6 +4,7 @@
 #include "frontend/launcher.h"
 
 #include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
 
 #include <functional>
 #include <memory>
@@ -60,7 +61,7 @@ class LaunchedJob {
     bool running() const;
     /// Adds the ids of the launchers' processes.
     void listPids(std::vector<pid_t>& pids) const;
-    /// Lets no further agent in, and says nothing more.
+    /// Lets no further agent in, and says nothing more. Ends logins that have brought no agent.
     void stop();
 
   private:
@@ -69,7 +70,12 @@ class LaunchedJob {
     const Handler handle;
     std::optional<AgentPort> port;
     std::optional<RendezvousFile> file;
-    std::vector<std::unique_ptr<Launcher>> launchers;
+    struct Login {
+        std::unique_ptr<Launcher> launcher;
+        std::unique_ptr<asio::steady_timer> patience; // of a lenient plan
+        bool late = false;
+    };
+    std::vector<Login> launchers;
     std::vector<int> remote; // the clients to start a launcher for, in their order
     std::vector<bool> present;
     std::size_t expected = 0; // agents; 0: not known yet
@@ -82,7 +88,9 @@ class LaunchedJob {
     const std::string& hostOf(std::size_t launcher) const {
         return plan.hosts[static_cast<std::size_t>(remote[launcher])];
     }
+    bool isThere(std::size_t launcher) const;
     void startNext();
+    void limit(std::size_t launcher);
     void count();
     void launch(std::vector<std::string> argv, const std::string& input);
     void onHello(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -112,6 +113,10 @@ std::vector<std::string> Launcher::split(const std::string& line) {
 }
 
 std::string Launcher::quoted(const std::string& word) {
+    if (!word.empty() && std::ranges::all_of(word, [](unsigned char c) {
+            return std::isalnum(c) || std::strchr("_./:@%+=,-", c);
+        }))
+        return word;
     std::string text = "'";
     for (const char c : word)
         text += c == '\'' ? "'\\''" : std::string(1, c);

@@ -6,6 +6,7 @@
 #include <asio/io_context.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <string>
@@ -30,13 +31,16 @@ class Launcher {
 
     /// Looks whether it has ended; call it on SIGCHLD.
     void collect();
+    /// Makes it end; collect sees that.
+    void kill() const { process.signal(SIGKILL); }
     pid_t pid() const { return process.pid(); }
     bool running() const { return process.running(); }
 
     /// Cuts a command line into words as a shell does: quotes, backslashes, variables, "~" and
     /// patterns, but neither commands nor anything that is no word. Throws std::runtime_error.
     static std::vector<std::string> split(const std::string& line);
-    /// One word of a shell's command line: ssh has its words read by a shell on the other side.
+    /// One word of a shell's command line: ssh has its words read by a shell on the other side. One
+    /// without special characters stays as it is, for launchers that have none there.
     static std::string quoted(const std::string& word);
 
   private:

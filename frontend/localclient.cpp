@@ -25,10 +25,8 @@ LocalClient::LocalClient(asio::io_context& loop, Handler handler, const Debugger
       matcher(start.prompt),
       target(start.attach),
       program(start.program),
+      task(std::to_string(start.client)),
       patience(loop) {
-    for (const auto& [name, value] : start.environment) {
-        if (name == "VEX_TASK") task = value;
-    }
     ChildProcess::Start what;
     what.argv = start.argvFor(terminal.name(), inputTerminal.name());
     what.environment = start.environment;
@@ -160,5 +158,12 @@ bool LocalClient::ended() {
     patience.cancel();
     if (stream.is_open()) stream.cancel();
     inputStream.cancel();
+    // What it has started may still write there; what it had attached to never did.
+    if (target != 0) {
+        if (stream.is_open()) stream.release();
+        inputStream.release();
+        terminal.closeMaster();
+        inputTerminal.closeMaster();
+    }
     return true;
 }

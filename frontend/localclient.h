@@ -51,7 +51,7 @@ class LocalClient : public Client {
     std::string typed;  // waits to be written
     const pid_t target; // what it attaches to; 0: nothing
     const std::string program;
-    std::string task; // its number in the session
+    const std::string task; // its number in the session
     asio::steady_timer patience;
     Clock::time_point typedAt;
     bool heard = false; // it has said something since

@@ -108,13 +108,15 @@ void findProgram(Options& options) {
 void prepare(Options& options) {
     const bool attaches = options.attaches();
     if (!attaches) findProgram(options);
-    // A launched one is looked for in PATH where it is started.
-    if (!options.launches()) options.debugger = Executables::debugger(options.debugger);
-    if (attaches)
-        findTargets(options);
-    else if (options.launches())
+    if (attaches) findTargets(options);
+    // Agents look for theirs where they are.
+    options.debuggerThere = options.debugger;
+    const bool local =
+        !options.launches() && (!attaches || std::ranges::count(options.hostOfTask, "") > 0);
+    if (local) options.debugger = Executables::debugger(options.debugger);
+    if (options.launches())
         prepareLaunch(options);
-    else if (!Tracing::works())
+    else if (!attaches && !Tracing::works())
         throw std::runtime_error(
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");

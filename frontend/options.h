@@ -30,6 +30,8 @@ struct Options {
     /// The tasks to attach to, found from the above; empty: start the program.
     std::vector<Target> targets;
     std::string debugger = "gdb";
+    /// The same as it was given: what agents look for where they are.
+    std::string debuggerThere = "gdb";
     /// Whether what the tasks fork is debugged, too.
     bool forks = true;
     /// How many consoles a session has at most.

@@ -59,7 +59,7 @@ void Release::look() {
 void Release::wait() {
     timer.expires_after(patience);
     timer.async_wait([this](const asio::error_code& fault) {
-        if (fault) return;
+        if (fault || !under) return;
         if (++rounds == 2) return look();
         stopped = Tracing::heldFrom(::getpid());
         signalAll(stopped, SIGSTOP);

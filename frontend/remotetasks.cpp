@@ -3,14 +3,19 @@
 #include "frontend/launcher.h"
 #include "frontend/processtree.h"
 #include "frontend/signals.h"
+#include "frontend/text.h"
 
 #include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <memory>
 #include <ostream>
+#include <set>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -25,11 +30,16 @@ class Search {
         : job(running),
           words(rsh),
           agent(path),
-          signals(loop, {SIGCHLD}, [this](int) { collect(); }) {}
+          signals(loop, {SIGCHLD, SIGINT},
+                  [this](int number) { number == SIGCHLD ? collect() : giveUp(); }),
+          patience(loop) {}
+    ~Search() { std::signal(SIGINT, SIG_IGN); }
 
     void run() {
+        sayWhoIsMissing();
         next();
         loop.run();
+        if (given) throw std::runtime_error("the search for the tasks was given up");
     }
 
   private:
@@ -38,6 +48,9 @@ class Search {
     const std::string& agent;
     asio::io_context loop;
     Signals signals;
+    asio::steady_timer patience; // of the user
+    bool given = false;          // up
+    std::set<std::string> missing;
     std::vector<std::unique_ptr<Launcher>> launchers;
     std::size_t ended = 0;
 
@@ -50,6 +63,7 @@ class Search {
         const auto& managers = job.managers();
         while (launchers.size() < managers.size() && launchers.size() < ended + mostLogins) {
             const auto& [host, name] = managers[launchers.size()];
+            missing.insert(host);
             std::vector<std::string> argv = words;
             argv.insert(argv.end(),
                         {host, Launcher::quoted(agent), "--tasks-of", Launcher::quoted(name)});
@@ -60,6 +74,20 @@ class Search {
                     [this, where = host](const std::string& how) { over(where, how); }}));
         }
         if (ended == managers.size()) loop.stop();
+    }
+    void giveUp() {
+        given = true;
+        loop.stop();
+    }
+    void sayWhoIsMissing() {
+        patience.expires_after(std::chrono::seconds(10));
+        patience.async_wait([this](const asio::error_code& fault) {
+            if (fault) return;
+            for (const std::string& host : missing)
+                std::fprintf(stderr, "vex: no answer yet from host %s; Ctrl-C gives up\n",
+                             host.c_str());
+            sayWhoIsMissing();
+        });
     }
     void hear(const std::string& host, const std::string& line) {
         std::istringstream text(line);
@@ -76,6 +104,7 @@ class Search {
         if (how != "ended with status 0")
             std::fprintf(stderr, "vex: the tasks of host %s are left out: %s %s\n", host.c_str(),
                          words[0].c_str(), how.c_str());
+        missing.erase(host);
         ++ended;
         next();
     }
@@ -92,8 +121,7 @@ void RemoteTasks::list(const std::string& manager, std::ostream& out) {
     RunningJob job;
     job.addManaged(manager);
     for (const Target& task : job.targets()) {
-        const std::string path = ProcessTree::executableOf(task.pid);
-        out << "task " << task.rank << ' ' << task.pid << ' ' << path.substr(path.rfind('/') + 1)
-            << '\n';
+        out << "task " << task.rank << ' ' << task.pid << ' '
+            << Text::baseName(ProcessTree::executableOf(task.pid)) << '\n';
     }
 }

@@ -2,6 +2,7 @@
 
 #include "frontend/mpir.h"
 #include "frontend/processtree.h"
+#include "frontend/text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -17,8 +18,6 @@
 namespace {
 
 std::string shortName(const std::string& host) { return host.substr(0, host.find('.')); }
-
-std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 // MPICH's process manager: one on each host, the parent of the tasks there.
 constexpr const char* manager = "hydra_pmi_proxy";
@@ -123,18 +122,20 @@ void RunningJob::addEntries(const TALConfig& config) {
             add({config.getTask(i), config.getPid(i)});
         else
             add({config.getTask(i), config.getPid(i), name.empty() ? address : name,
-                 baseName(config.getExe(i))});
+                 Text::baseName(config.getExe(i))});
     }
 }
 
 bool RunningJob::addTable(pid_t launcher) {
     const std::vector<Mpir::Entry> table = Mpir::tableOf(launcher);
+    // Of a srun that has started MPICH's managers: those are not the tasks.
+    if (!table.empty() && Text::baseName(table[0].executable) == manager) return false;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const int rank = static_cast<int>(i);
         if (here(table[i].host))
             add({rank, ProcessTree::programOf(table[i].pid)});
         else
-            add({rank, table[i].pid, table[i].host, baseName(table[i].executable)});
+            add({rank, table[i].pid, table[i].host, Text::baseName(table[i].executable)});
     }
     return !table.empty();
 }
@@ -163,7 +164,9 @@ void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
         const auto at = std::ranges::find_if(
             words, [](const std::string& word) { return word.find(manager) != word.npos; });
         if (at - words.begin() < 2 || at == words.end() || at[-1].starts_with('-')) continue;
-        elsewhere.push_back({at[-1], nameIn(words)});
+        // Also a wrapper around ssh has these words.
+        const Manager one{at[-1], nameIn(words)};
+        if (std::ranges::find(elsewhere, one) == elsewhere.end()) elsewhere.push_back(one);
     }
 }
 

@@ -34,6 +34,7 @@ class RunningJob {
     struct Manager {
         std::string host;
         std::string name; // where its launcher listens, and its number: "host:port/1"
+        bool operator==(const Manager&) const = default;
     };
     /// Those of the job that was added, whose tasks only they know.
     const std::vector<Manager>& managers() const { return elsewhere; }

@@ -32,9 +32,8 @@ void StatReport::add(int client, const std::string& answer, const Debugger& debu
 
 // Code without a name is told by its library.
 std::string StatReport::nameOf(const Debugger::StackLine& call) const {
-    const std::string file = call.place.substr(call.place.rfind('/') + 1);
     if (call.place.empty()) return call.function;
-    if (call.function == "??") return call.function + " of " + file;
+    if (call.function == "??") return call.function + " of " + Text::baseName(call.place);
     return places ? call.function + " at " + call.place : call.function;
 }
 

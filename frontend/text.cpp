@@ -27,3 +27,5 @@ std::string Text::list(const ClientSet& ids) {
     if (!text.empty()) text.pop_back();
     return text;
 }
+
+std::string Text::baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }

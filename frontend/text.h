@@ -17,5 +17,7 @@ std::string afterWord(const std::string& text);
 std::string unquoted(const std::string& text);
 /// "0:3 5 7:9".
 std::string list(const ClientSet& ids);
+/// The last part of a path.
+std::string baseName(const std::string& path);
 
 } // namespace Text

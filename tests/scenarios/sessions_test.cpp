@@ -2,7 +2,7 @@
 // debuggers.
 #include "tests/support/vextest.h"
 
-#include <regex>
+#include <sstream>
 
 class Sessions : public VexTest {
   protected:
@@ -58,11 +58,14 @@ class Sessions : public VexTest {
     std::string listed() const {
         auto list = run({program("vex"), "--list"});
         expectStatus(*list, 0);
-        const std::regex row("\\n *" + number + " +(\\d+) +(\\d+) .* " + program("halo") + "\\n");
-        std::smatch found;
-        const std::string text = list->screen();
-        if (!std::regex_search(text, found, row)) return text;
-        return found.str(1) + " tasks, " + found.str(2) + " consoles";
+        std::istringstream text(list->screen());
+        for (std::string line; std::getline(text, line);) {
+            std::string session, tasks, consoles;
+            std::istringstream(line) >> session >> tasks >> consoles;
+            if (session == number && line.ends_with(" " + program("halo")))
+                return tasks + " tasks, " + consoles + " consoles";
+        }
+        return "";
     }
 };
 
