@@ -179,6 +179,8 @@ void Debuggers::sayWhoIsMissing() {
         else
             std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
                          begun - starting.size(), seats.size());
+        for (const std::string& host : agents ? agents->awaitedHosts() : std::set<std::string>())
+            std::fprintf(stderr, "vex: no answer yet from host %s\n", host.c_str());
         sayWhoIsMissing();
     });
 }

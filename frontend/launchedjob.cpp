@@ -194,6 +194,14 @@ void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
                 : "Does this work: " + joined(plan.launcher) + " " + plan.agent + " --version"));
 }
 
+std::set<std::string> LaunchedJob::awaitedHosts() const {
+    std::set<std::string> hosts;
+    for (std::size_t i = 0; perHost() && i < launchers.size(); ++i) {
+        if (!isThere(i)) hosts.insert(hostOf(i));
+    }
+    return hosts;
+}
+
 bool LaunchedJob::running() const {
     for (const auto& each : launchers) {
         if (each.launcher->running()) return true;

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,8 @@ class LaunchedJob {
     void start();
     /// Looks which launchers have ended; call it on SIGCHLD.
     void collect();
+    /// The hosts that were asked for an agent and have not brought it yet, each once.
+    std::set<std::string> awaitedHosts() const;
     /// Whether a launcher still runs.
     bool running() const;
     /// Adds the ids of the launchers' processes.
