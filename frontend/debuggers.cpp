@@ -1,6 +1,5 @@
 #include "frontend/debuggers.h"
 
-#include "frontend/executables.h"
 #include "frontend/limits.h"
 #include "frontend/localclient.h"
 #include "frontend/processtree.h"
