@@ -1,6 +1,6 @@
 #include "agent/agent.h"
 
-#include "frontend/processtree.h"
+#include "backend/os/processtree.h"
 
 #include <algorithm>
 #include <csignal>
@@ -15,7 +15,7 @@ constexpr std::size_t mostForks = 16;
 
 } // namespace
 
-Agent::Agent(Rendezvous rendezvous, Place task)
+Agent::Agent(Rendezvous rendezvous, Rank task)
     : where(std::move(rendezvous)),
       place(task),
       signals(loop, {SIGCHLD, SIGTERM, SIGINT, SIGHUP},
@@ -23,7 +23,7 @@ Agent::Agent(Rendezvous rendezvous, Place task)
       releasing(
           loop,
           [this] {
-              return attached && std::ranges::any_of(stations, [](const auto& each) {
+              return attached && std::ranges::any_of(servers, [](const auto& each) {
                          return each.second->running();
                      });
           },
@@ -42,17 +42,17 @@ int Agent::run() {
 }
 
 void Agent::open(int id, const AgentHello& hello) {
-    stations[id] = std::make_unique<Station>(
+    servers[id] = std::make_unique<DebuggerServer>(
         loop, where, hello,
-        Station::Handler{[this, id](const DebuggerStart& start) { onStart(id, start); },
-                         [this, id](std::string_view text) { onOutput(id, text); },
-                         [this, id] {
-                             if (forks) forks->started(id);
-                         },
-                         [this, id] {
-                             if (forks) forks->ended(id);
-                         },
-                         [this, id](const std::string& problem) { onOver(id, problem); }});
+        DebuggerServer::Handler{[this, id](const DebuggerStart& start) { onStart(id, start); },
+                                [this, id](std::string_view text) { onOutput(id, text); },
+                                [this, id] {
+                                    if (forks) forks->started(id);
+                                },
+                                [this, id] {
+                                    if (forks) forks->ended(id);
+                                },
+                                [this, id](const std::string& problem) { onOver(id, problem); }});
 }
 
 void Agent::onStart(int id, const DebuggerStart& start) {
@@ -62,20 +62,19 @@ void Agent::onStart(int id, const DebuggerStart& start) {
     forks.emplace(loop,
                   Forks::Handler{[this](const Forks::Child& child) { return adopt(child); },
                                  [this](int parent, const std::string& text) {
-                                     if (const auto at = stations.find(parent);
-                                         at != stations.end())
+                                     if (const auto at = servers.find(parent); at != servers.end())
                                          at->second->tell(text);
                                  }},
                   start.forkMark, mostForks);
 }
 
 void Agent::onOutput(int id, std::string_view text) {
-    if (forks && !ending) forks->heard(id, stations[id]->pid(), text);
+    if (forks && !ending) forks->heard(id, servers[id]->pid(), text);
 }
 
 // Its debugger is asked for by the front end, or refused.
 int Agent::adopt(const Forks::Child& child) {
-    const int id = stations.rbegin()->first + 1;
+    const int id = servers.rbegin()->first + 1;
     AgentHello hello;
     hello.rank = clients[child.parent];
     hello.size = place.size;
@@ -92,21 +91,21 @@ void Agent::onOver(int id, const std::string& problem) {
         return end(problem.empty() ? 0 : 1);
     }
     if (!problem.empty())
-        stations[0]->tell(
-            "a forked process runs on without a debugger: its agent cannot connect: " + problem);
-    stations[id]->release();
-    if (forks && !stations[id]->running()) forks->ended(id);
+        servers[0]->tell("a forked process runs on without a debugger: its agent cannot connect: " +
+                         problem);
+    servers[id]->release();
+    if (forks && !servers[id]->running()) forks->ended(id);
 }
 
 void Agent::onChild() {
     std::vector<pid_t> known;
     bool some = false;
-    for (const auto& [id, station] : stations) {
-        if (station->ended()) {
+    for (const auto& [id, server] : servers) {
+        if (server->ended()) {
             some = true;
             if (forks) forks->ended(id);
         }
-        if (station->running()) known.push_back(station->pid());
+        if (server->running()) known.push_back(server->pid());
     }
     // What its program has started and left behind ends with the last debugger.
     if (some && known.empty()) ProcessTree::killDescendants(::getpid(), -1);
@@ -120,8 +119,8 @@ void Agent::end(int exitStatus) {
     status = exitStatus;
     if (forks) forks->stop();
     if (attached) {
-        for (const auto& [id, station] : stations)
-            station->release();
+        for (const auto& [id, server] : servers)
+            server->release();
     }
     releasing.begin();
 }

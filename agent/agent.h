@@ -1,11 +1,11 @@
 #pragma once
 
-#include "agent/place.h"
-#include "agent/station.h"
-#include "frontend/forks.h"
-#include "frontend/release.h"
-#include "frontend/rendezvous.h"
-#include "frontend/signals.h"
+#include "agent/debuggerserver.h"
+#include "backend/clients/detachment.h"
+#include "backend/clients/forks.h"
+#include "backend/jobs/rank.h"
+#include "backend/os/signals.h"
+#include "backend/wire/rendezvous.h"
 
 #include <asio/io_context.hpp>
 
@@ -21,21 +21,21 @@
 /// process. One thread, one event loop.
 class Agent {
   public:
-    Agent(Rendezvous where, Place place);
+    Agent(Rendezvous where, Rank place);
 
     /// Gives the exit status.
     int run();
 
   private:
     const Rendezvous where;
-    const Place place;
+    const Rank place;
     asio::io_context loop;
     Signals signals;
-    std::map<int, std::unique_ptr<Station>> stations; // the task's is 0
-    std::map<int, int> clients;                       // their numbers in the session
-    std::optional<Forks> forks;                       // none: of no interest
-    bool attached = false;                            // the task was there before its debugger
-    Release releasing;
+    std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's is 0
+    std::map<int, int> clients;                             // their numbers in the session
+    std::optional<Forks> forks;                             // none: of no interest
+    bool attached = false; // the task was there before its debugger
+    Detachment releasing;
     bool ending = false;
     int status = 0;
 

@@ -1,6 +1,6 @@
 #include "agent/agent.h"
-#include "frontend/release.h"
-#include "frontend/remotetasks.h"
+#include "backend/clients/detachment.h"
+#include "backend/jobs/remotetasks.h"
 
 #include <CLI/CLI.hpp>
 
@@ -25,7 +25,7 @@ Rendezvous readRendezvous(const std::string& path) {
 
 int serve(const std::string& path) {
     const Rendezvous where = readRendezvous(path);
-    return Agent(where, Place::find(where)).run();
+    return Agent(where, Rank::find(where)).run();
 }
 
 // Waits for the agent and passes signals on to it. When it was killed, what it ran is now below

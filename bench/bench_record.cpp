@@ -1,7 +1,7 @@
 // The road of a record: from the wire to the screen, into the kept output, and back out of it.
 #include "bench/records.h"
 #include "common/command.h"
-#include "console/parser.h"
+#include "display/parser.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,6 @@
 // What is done to single texts: the edit distance and the words for completion.
-#include "console/levenshtein.h"
 #include "console/readline.h"
+#include "display/levenshtein.h"
 
 #include <benchmark/benchmark.h>
 

@@ -2,9 +2,9 @@
 #include "common/error.h"
 #include "common/split.h"
 #include "console/console.h"
-#include "console/parser.h"
 #include "console/readline.h"
 #include "console/tables.h"
+#include "display/parser.h"
 
 #include <cassert>
 #include <cctype>
@@ -144,7 +144,7 @@ void Console::printUseSend(Token& t) {
     reportError(message.c_str(), t.Cursor());
 }
 
-void Console::forwardText(Command::Type type, Turn& turn, const char* text) {
+void Console::forwardText(Command::Type type, Lock& turn, const char* text) {
     unanswered = true;
     if (machine.isToQuit()) return;
     // Running, with an empty store, before the clients can answer.
@@ -156,7 +156,7 @@ void Console::forwardText(Command::Type type, Turn& turn, const char* text) {
 }
 
 void Console::forward(Command::Type type, Token& t) {
-    Turn turn = takeTurn();
+    Lock turn = takeTurn();
     if (machine.isInterrupted()) {
         printUseSend(t);
         return;
@@ -182,7 +182,7 @@ void Console::sendScriptCmd(Token& t) {
 }
 
 void Console::sendStatCmd(Token& t) {
-    Turn turn = takeTurn();
+    Lock turn = takeTurn();
     if (machine.isInterrupted()) {
         printUseSend(t);
         return;
@@ -206,7 +206,7 @@ void Console::sendStatCmd(Token& t) {
 }
 
 void Console::sendCommand(Token& t) {
-    Turn turn = takeTurn();
+    Lock turn = takeTurn();
     if (!machine.isInterrupted()) {
         turn.unlock();
         sendClientCmd(t);
@@ -221,7 +221,7 @@ void Console::sendCommand(Token& t) {
 }
 
 void Console::interruptCommand(Token& t) {
-    Turn turn = takeTurn();
+    Lock turn = takeTurn();
     if (!machine.isInterrupted()) return;
     if (t.Next() != END) t.Throw(CMD_INTERRUPT_EXTRA);
     openRequest(OpenRequests::INTERRUPT);
@@ -231,7 +231,7 @@ void Console::interruptCommand(Token& t) {
 }
 
 void Console::leaveCommand(Token& t) {
-    const Turn turn = takeTurn();
+    const Lock turn = takeTurn();
     if (!machine.isInterrupted()) return;
     if (t.Next() != END) t.Throw(CMD_INTERRUPT_EXTRA);
     machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
@@ -354,7 +354,7 @@ void Console::transmitGroup(const GroupCommand& command, const std::string& grou
 void Console::sendGroupCmd() {
     std::string group;
     {
-        const Turn turn = takeTurn();
+        const Lock turn = takeTurn();
         openRequest(OpenRequests::GROUP);
         group = curGroupName;
     }
@@ -362,7 +362,7 @@ void Console::sendGroupCmd() {
 }
 
 // The last thing that is done in a turn: the send must not keep the input thread waiting.
-void Console::createFilteredGroupCmd(Turn& turn) {
+void Console::createFilteredGroupCmd(Lock& turn) {
     std::vector<ClientSet::Range> ranges;
     for (const auto& [number, slot] : lastData.slots()) {
         for (const auto& line : slot.lines) {
@@ -384,7 +384,7 @@ void Console::onCommand(Token& t) {
     const std::string name = t;
     std::string group;
     {
-        const Turn turn = takeTurn();
+        const Lock turn = takeTurn();
         openRequest(OpenRequests::ON);
         group = curGroupName;
     }
@@ -394,7 +394,7 @@ void Console::onCommand(Token& t) {
 // Option, help, history and match.
 
 void Console::optionCommand(Token& t) {
-    const Turn turn = takeTurn();
+    const Lock turn = takeTurn();
     if (applyOption(t)) return;
     ++mistakes;
     printDetail(HELP_OPTION_BRIEF, HELP_OPTION_DETAIL);
@@ -512,7 +512,7 @@ void Console::historyCommand(Token& t) {
 }
 
 void Console::matchCommand(Token& t) {
-    const Turn turn = takeTurn();
+    const Lock turn = takeTurn();
     if (!machine.isNormal()) t.Throw(CMD_IN_INTERRUPT);
     t.Next();
     if (!display(lastData, c_ecolor, c_scolor, c_dcolor, t.Cursor())) ++mistakes;

@@ -5,9 +5,9 @@
 #include "common/error.h"
 #include "common/frame.h"
 #include "console/historyfile.h"
-#include "console/parser.h"
 #include "console/readline.h"
 #include "console/term.h"
+#include "display/parser.h"
 
 #include <algorithm>
 #include <cassert>
@@ -261,12 +261,12 @@ void* wthread(void* console) {
     return nullptr;
 }
 
-Console::Turn Console::takeTurn() {
+Console::Lock Console::takeTurn() {
     const bool waits = std::this_thread::get_id() != mainThread;
     using Clock = std::chrono::steady_clock;
     std::optional<Clock::time_point> deadline;
     for (;;) {
-        Turn turn(machine);
+        Lock turn(machine);
         if (!waits || machine.isToQuit()) return turn;
         int ms = -1;
         if (!machine.isBusy()) {
@@ -330,7 +330,7 @@ void Console::SignalHandler(int sig) {
 }
 
 bool Console::showPrompt() {
-    const Turn turn = takeTurn();
+    const Lock turn = takeTurn();
     if (machine.isToQuit()) return false;
     prompt = "(" + curGroupName + (machine.isInterrupted() ? ":int" : "") + ") ";
     Readline::showPrompt(prompt);
@@ -344,7 +344,7 @@ void Console::watchInput() {
     while (showPrompt()) {
         const char* line = Readline::line.read();
         {
-            const Turn turn(machine);
+            const Lock turn(machine);
             atPrompt = false;
         }
         if (!line) {
@@ -361,7 +361,7 @@ void Console::watchInput() {
         try {
             parseCommandLine(line);
         } catch (Token& token) {
-            const Turn turn(machine);
+            const Lock turn(machine);
             reportError(token.Error(), token.Cursor());
         }
         std::fflush(stdout);
@@ -404,7 +404,7 @@ void Console::handleReply() {
     curReply.reset();
     curReply.recv(&client);
     // The turn is held until the message of a failure is out: the prompt comes after it.
-    const Turn turn(machine);
+    const Lock turn(machine);
     actOnReply();
 }
 
@@ -496,7 +496,7 @@ void Console::switched(const char* suffix, StateMachine::STATE state) {
 
 void Console::handleData() {
     curData.recv(&client);
-    Turn turn(machine);
+    Lock turn(machine);
     switch (curData.getType()) {
     case Data::READY:
         handleReady(turn);
@@ -518,7 +518,7 @@ void Console::handleData() {
     }
 }
 
-void Console::handleReady(Turn& turn) {
+void Console::handleReady(Lock& turn) {
     const bool lastCommand = isLuma && !isInteractive;
     if (curData.getConsoleID() == myId) {
         unanswered = false;

@@ -123,10 +123,10 @@ class Console {
     void tellReport() const;
     void sendQuit();
 
-    using Turn = std::unique_lock<StateMachine>;
+    using Lock = std::unique_lock<StateMachine>;
     /// The turn, with no command or request in flight: the input thread waits for that, the main
     /// thread does not. A front end that owes an answer after Ctrl-C is waited for only so long.
-    Turn takeTurn();
+    Lock takeTurn();
     void transmit(Command::Type type, const std::string& group, const char* text, int n);
     /// Notes a group request as open and makes its state change, from the state that the turn's
     /// holder sees.
@@ -142,7 +142,7 @@ class Console {
     void switched(const char* suffix, StateMachine::STATE state);
     void promptAgain(const char* suffix);
     void handleData();
-    void handleReady(Turn& turn);
+    void handleReady(Lock& turn);
     void handleText();
     bool display(Data& data, int ecolor, int scolor, int dcolor, const char* pattern);
 
@@ -173,13 +173,13 @@ class Console {
     void leaveSession();
     bool confirm(const char* question);
     void forward(Command::Type type, Token& t);
-    void forwardText(Command::Type type, Turn& turn, const char* text);
+    void forwardText(Command::Type type, Lock& turn, const char* text);
     void printUseSend(Token& t);
     void groupSubcommand(const std::string& name, Token& t);
     bool parseGroupExpression(Token& t);
     void sendGroupCmd();
     void transmitGroup(const GroupCommand& command, const std::string& group);
-    void createFilteredGroupCmd(Turn& turn);
+    void createFilteredGroupCmd(Lock& turn);
     void listCommands() const;
     bool showDetail(Token& t) const;
     bool hasCommand(int id) const;

@@ -1,7 +1,7 @@
 #include "common/split.h"
 #include "console/console.h"
-#include "console/parser.h"
 #include "console/tables.h"
+#include "display/parser.h"
 
 #include <cstdio>
 #include <memory>

@@ -1,16 +1,17 @@
+#include "backend/jobs/hostfile.h"
+#include "backend/jobs/launcher.h"
+#include "backend/jobs/remotetasks.h"
+#include "backend/jobs/runningjob.h"
+#include "backend/os/executables.h"
+#include "backend/os/limits.h"
+#include "backend/os/standardstreams.h"
+#include "backend/os/tracing.h"
 #include "common/error.h"
-#include "frontend/executables.h"
-#include "frontend/frontend.h"
-#include "frontend/frontpart.h"
-#include "frontend/guardian.h"
-#include "frontend/hostfile.h"
-#include "frontend/launcher.h"
-#include "frontend/limits.h"
-#include "frontend/options.h"
-#include "frontend/remotetasks.h"
-#include "frontend/runningjob.h"
-#include "frontend/sessionlist.h"
-#include "frontend/tracing.h"
+#include "frontend/session/options.h"
+#include "frontend/session/sessionserver.h"
+#include "frontend/terminal/foreground.h"
+#include "frontend/terminal/guardian.h"
+#include "frontend/terminal/sessionlist.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -131,11 +132,11 @@ void prepare(Options& options) {
 
 // The session's own process.
 int serve(const Options& options, Session& session, Channel line) {
-    FrontPart::leaveTerminal(STDOUT_FILENO);
+    StandardStreams::detach(STDOUT_FILENO);
     // What the debugged programs leave behind becomes a child of this process, not of init: it is
     // found at the end, and reaped.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    Frontend frontend(options, session, std::move(line));
+    SessionServer frontend(options, session, std::move(line));
     return frontend.run();
 }
 
@@ -156,7 +157,7 @@ int start(Options options) {
     theirs.close();
     const int number = session.number();
     session.abandon();
-    return FrontPart(
+    return Foreground(
                {number, options.console, guardian, !options.script.empty(), !options.interactive},
                std::move(ours))
         .run();
@@ -167,7 +168,7 @@ int join(const Options& options) {
     if (!line)
         throw std::runtime_error("you have no session " + std::to_string(options.join) +
                                  "; vex --list shows those that you have.");
-    return FrontPart({options.join, options.console}, std::move(*line)).run();
+    return Foreground({options.join, options.console}, std::move(*line)).run();
 }
 
 // Makes it the standard input.

@@ -1,6 +1,6 @@
+#include "backend/wire/agentrecord.h"
 #include "common/brokenconnection.h"
-#include "frontend/agentrecord.h"
-#include "frontend/framereader.h"
+#include "common/framereader.h"
 #include "fuzz/fuzz.h"
 
 #include <cassert>

@@ -1,5 +1,5 @@
 #include "common/data.h"
-#include "console/parser.h"
+#include "display/parser.h"
 #include "fuzz/fuzz.h"
 
 #include <cstdio>

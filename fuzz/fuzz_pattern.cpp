@@ -1,4 +1,4 @@
-#include "common/pattern.h"
+#include "display/pattern.h"
 #include "fuzz/fuzz.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // Writes well-formed inputs for the fuzz targets, one directory a target: fuzz_seeds DIRECTORY
+#include "backend/wire/agentrecord.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/reply.h"
-#include "frontend/agentrecord.h"
 #include "fuzz/fuzz.h"
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "frontend/tracing.h"
+#include "backend/os/tracing.h"
 #include "tests/support/vextest.h"
 
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-#include "frontend/gdb.h"
-#include "frontend/lldb.h"
+#include "backend/drivers/gdb.h"
+#include "backend/drivers/lldb.h"
 
 #include <gtest/gtest.h>
 
@@ -7,13 +7,13 @@
 
 namespace {
 
-using enum Debugger::StackLine::Kind;
+using enum Driver::StackLine::Kind;
 
 struct Call {
     const char *line, *function, *place;
 };
 
-void expectRead(const Debugger& debugger, std::span<const Call> calls) {
+void expectRead(const Driver& debugger, std::span<const Call> calls) {
     for (const auto& [line, function, place] : calls) {
         SCOPED_TRACE(line);
         const auto said = debugger.parseStackLine(line);
@@ -74,11 +74,11 @@ TEST(Lldb, ReadsTheLinesOfABacktraceAndKnowsWhatAsks) {
         EXPECT_FALSE(lldb.asks(tail)) << tail;
 }
 
-TEST(Debugger, IsChosenByTheNameOfTheProgram) {
+TEST(Driver, IsChosenByTheNameOfTheProgram) {
     for (const char* path : {"lldb", "/usr/bin/lldb-14"})
-        EXPECT_EQ(makeDebugger(path)->name(), "lldb");
+        EXPECT_EQ(makeDriver(path)->name(), "lldb");
     for (const char* path : {"gdb", "/x/lldb/gdb-12"})
-        EXPECT_EQ(makeDebugger(path)->name(), "gdb");
+        EXPECT_EQ(makeDriver(path)->name(), "gdb");
 }
 
 } // namespace

@@ -1,6 +1,6 @@
-#include "frontend/agentrecord.h"
-#include "frontend/handshake.h"
-#include "frontend/rendezvous.h"
+#include "backend/wire/agentrecord.h"
+#include "backend/wire/handshake.h"
+#include "backend/wire/rendezvous.h"
 #include "tests/support/vextest.h"
 
 #include <arpa/inet.h>

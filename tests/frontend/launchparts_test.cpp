@@ -1,9 +1,9 @@
+#include "backend/jobs/hostfile.h"
+#include "backend/jobs/launcher.h"
+#include "backend/wire/agentrecord.h"
+#include "backend/wire/rendezvous.h"
 #include "common/brokenconnection.h"
 #include "common/frame.h"
-#include "frontend/agentrecord.h"
-#include "frontend/hostfile.h"
-#include "frontend/launcher.h"
-#include "frontend/rendezvous.h"
 #include "tests/support/tempdir.h"
 
 #include <gtest/gtest.h>

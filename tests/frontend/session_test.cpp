@@ -1,4 +1,4 @@
-#include "frontend/session.h"
+#include "frontend/session/session.h"
 
 #include <gtest/gtest.h>
 

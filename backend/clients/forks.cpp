@@ -1,0 +1,125 @@
+#include "backend/clients/forks.h"
+
+#include "backend/os/processtree.h"
+#include "backend/os/tracing.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+// Time for a child to execute another program.
+constexpr auto moment = std::chrono::milliseconds(150);
+// Debuggers that start at a time.
+constexpr std::size_t mostStarting = 2;
+// A mark and a process id.
+constexpr std::size_t longestMark = 128;
+// Children that are looked at; a program that forks more of them in that moment is not followed.
+constexpr std::size_t mostSeen = 1000;
+
+} // namespace
+
+Forks::Forks(asio::io_context& loop, Handler handler, std::string text, std::size_t most)
+    : handle(std::move(handler)), mark(std::move(text)), limit(most), timer(loop) {}
+
+void Forks::heard(int client, pid_t debugger, std::string_view text) {
+    if (mark.empty() || stopped) return;
+    std::string& kept = tails[client];
+    kept += text;
+    std::size_t done = 0;
+    for (std::size_t at; (at = kept.find(mark, done)) != std::string::npos;) {
+        const std::size_t begin = at + mark.size();
+        const std::size_t end = kept.find_first_not_of("0123456789", begin);
+        if (end == std::string::npos) break; // more digits may come
+        done = end;
+        if (end - begin < 10) see({client, std::atoi(kept.c_str() + begin)}, debugger);
+    }
+    kept.erase(0, std::max(done, kept.size() - std::min(kept.size(), longestMark)));
+}
+
+// A program can print anything: only children of what this debugger traces are believed, or what
+// has lost such a parent and come to this process.
+void Forks::see(const Child& child, pid_t debugger) {
+    const pid_t parent = ProcessTree::parentOf(child.pid);
+    const bool orphan = parent == ::getpid();
+    if (child.pid <= 0 || parent == 0 || (!orphan && Tracing::tracerOf(parent) != debugger)) return;
+    const auto before = std::find_if(seen.begin(), seen.end(), [&child](const Seen& each) {
+        return each.child.pid == child.pid;
+    });
+    if (seen.size() >= mostSeen || before != seen.end()) return;
+    seen.push_back({child, ProcessTree::startOf(child.pid),
+                    ProcessTree::executableOf(orphan ? child.pid : parent), Clock::now() + moment});
+    if (seen.size() == 1) wait();
+}
+
+void Forks::wait() {
+    timer.expires_at(seen.front().until);
+    timer.async_wait([this](const asio::error_code& fault) {
+        if (fault || stopped) return;
+        look();
+        if (!seen.empty()) wait();
+    });
+}
+
+void Forks::look() {
+    while (!seen.empty() && seen.front().until <= Clock::now()) {
+        const Seen one = std::move(seen.front());
+        seen.pop_front();
+        const pid_t pid = one.child.pid;
+        if (ProcessTree::parentOf(pid) == 0 || ProcessTree::startOf(pid) != one.start ||
+            ProcessTree::executableOf(pid) != one.executable || Tracing::tracerOf(pid) > 0)
+            continue;
+        if (clients.size() + wanted.size() >= limit)
+            refuse(one.child, std::to_string(limit) +
+                                  " forked processes have one. For programs that fork many: vex "
+                                  "--forks no");
+        else
+            wanted.push_back(one.child);
+    }
+    next();
+}
+
+void Forks::next() {
+    while (!stopped && !wanted.empty() && starting.size() < mostStarting) {
+        const Child child = wanted.front();
+        wanted.pop_front();
+        if (ProcessTree::parentOf(child.pid) == 0) continue;
+        try {
+            Tracing::checkAttach(child.pid);
+            const int id = handle.adopt(child);
+            clients[id] = child;
+            starting.insert(id);
+        } catch (const std::exception& problem) {
+            if (ProcessTree::parentOf(child.pid) != 0) refuse(child, problem.what());
+        }
+    }
+}
+
+void Forks::refuse(const Child& child, const std::string& reason) {
+    const std::string number = std::to_string(child.pid);
+    std::string kind = reason;
+    if (const std::size_t at = kind.find(number); at != std::string::npos)
+        kind.erase(at, number.size());
+    if (told.emplace(child.parent, kind).second)
+        handle.tell(child.parent,
+                    "forked process " + number + " runs on without a debugger: " + reason);
+}
+
+void Forks::started(int client) {
+    starting.erase(client);
+    next();
+}
+
+void Forks::ended(int client) {
+    tails.erase(client);
+    clients.erase(client);
+    started(client);
+}
+
+void Forks::stop() {
+    stopped = true;
+    timer.cancel();
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "backend/clients/client.h"
+#include "backend/clients/identity.h"
+#include "backend/drivers/debuggerstart.h"
+#include "backend/drivers/promptmatcher.h"
+#include "backend/os/childprocess.h"
+#include "backend/os/clock.h"
+#include "backend/os/pty.h"
+
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <string>
+
+/// A debugger of this machine on its pseudo-terminal, and the terminal that its program reads from.
+/// Kills the debugger when destroyed; one that has attached to its program must be released before.
+/// One thread. Outlives the loop's last turn.
+class LocalClient : public Client {
+  public:
+    /// Starts the debugger. Throws std::system_error.
+    LocalClient(asio::io_context& loop, Handler handler, const DebuggerStart& start);
+    ~LocalClient() override;
+
+    void type(const std::string& line) override;
+    /// Sends SIGINT to the debugger and to what it runs in its foreground, a shell's command; the
+    /// debugged program has a group of its own. But not before the debugger has begun with what was
+    /// typed: one that still reads its command drops the interrupt and runs the command after it. A
+    /// prompt that comes before that makes the interrupt void.
+    void interrupt() override;
+    void resume() override;
+    /// Makes a debugger that has attached to its program let it go, without breakpoints, and end:
+    /// what it runs is interrupted, then it finds the end of its input. Its output ends here. When
+    /// this process is killed, the same happens.
+    void release() override;
+    bool ended() override;
+    bool holds() const override;
+    std::string identity() const override { return who().str(); }
+    Identity who() const;
+    pid_t pid() const override { return process.pid(); }
+    bool running() const override { return process.running(); }
+
+  private:
+    Handler handle;
+    Pty terminal;      // the debugger's
+    Pty inputTerminal; // the program's
+    asio::posix::stream_descriptor stream;
+    asio::posix::stream_descriptor inputStream;
+    PromptMatcher matcher;
+    std::string typed;  // waits to be written
+    const pid_t target; // what it attaches to; 0: nothing
+    const std::string program;
+    const std::string task; // its number in the session
+    asio::steady_timer patience;
+    Clock::time_point typedAt;
+    bool heard = false; // it has said something since
+    bool writing = false;
+    bool paused = false; // mayRead said no
+    bool inputPaused = false;
+    ChildProcess process;
+
+    void waitToRead();
+    void waitToReadInput();
+    void wait(asio::posix::stream_descriptor& from, bool& held, bool (LocalClient::*read)());
+    void writeSome();
+    bool readSome();
+    bool readInput();
+};

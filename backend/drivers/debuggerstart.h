@@ -1,0 +1,46 @@
+#pragma once
+
+#include "backend/drivers/driver.h"
+
+#include <string>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
+/// All that is needed to start one debugger, on this machine or on another one. A value.
+struct DebuggerStart {
+    using Environment = std::vector<std::pair<std::string, std::string>>;
+
+    std::vector<std::string> argv;
+    /// Added to the environment.
+    Environment environment;
+    /// The prompt that it shows, byte for byte.
+    std::string prompt;
+    /// What stands in argv for the names of the debugger's terminal and of the program's, and for
+    /// the process that it attaches to: they are known only where it is started.
+    std::string terminal;
+    std::string inputTerminal;
+    std::string process;
+    /// The process to attach to, which then must outlive the debugger; 0: it starts its program.
+    pid_t attach = 0;
+    /// Whether that may be a shell that runs the program: the program is meant then.
+    bool throughShells = false;
+    /// Whether it gets the descriptors that this process was started with.
+    bool inherits = false;
+    /// The program's name, for its users.
+    std::string program;
+    /// The directory to start it in; empty: as it is.
+    std::string folder;
+    /// For an agent: the number of its client, and what the debugger prints in front of the process
+    /// id of a forked child; empty: those are of no interest.
+    int client = -1;
+    std::string forkMark;
+
+    /// The driver gives the command line. The launch needs neither names of terminals nor a
+    /// process.
+    static DebuggerStart of(const Driver& driver, Driver::Launch launch, Environment environment,
+                            pid_t attach = 0);
+    /// The command line with the names of real terminals and the process.
+    std::vector<std::string> argvFor(const std::string& ownTerminal,
+                                     const std::string& programsTerminal) const;
+};

@@ -1,0 +1,55 @@
+#include "backend/drivers/driver.h"
+
+#include "backend/drivers/gdb.h"
+#include "backend/drivers/lldb.h"
+
+#include <cctype>
+
+namespace {
+
+// The end of a function's name: where its parameter types or its arguments begin. Brackets of
+// templates and of "(anonymous namespace)" belong to the name, and so do those of operators.
+std::size_t nameEnd(std::string_view text) {
+    constexpr std::string_view anonymous = "(anonymous namespace)", word = "operator";
+    int depth = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const std::string_view rest = text.substr(i);
+        const bool starts = i == 0 || (!std::isalnum(static_cast<unsigned char>(text[i - 1])) &&
+                                       text[i - 1] != '_');
+        if (rest.starts_with(anonymous)) {
+            i += anonymous.size() - 1;
+        } else if (starts && rest.starts_with(word)) {
+            i += word.size();
+            if (text.substr(i).starts_with("()")) i += 2;
+            while (i < text.size() &&
+                   std::string_view("<>-=!+*/%^&|~[],").find(text[i]) != std::string_view::npos)
+                ++i;
+            --i;
+        } else if (text[i] == '<') {
+            ++depth;
+        } else if (text[i] == '>') {
+            --depth;
+        } else if (text[i] == '(') {
+            if (depth <= 0) return i;
+            ++depth; // "function<void (int)>"
+        } else if (text[i] == ')') {
+            --depth;
+        }
+    }
+    return text.size();
+}
+
+} // namespace
+
+std::string Driver::functionName(std::string_view call) {
+    call = call.substr(0, nameEnd(call));
+    while (call.ends_with(' '))
+        call.remove_suffix(1);
+    return std::string(call);
+}
+
+std::unique_ptr<Driver> makeDriver(const std::string& executable) {
+    const std::string name = executable.substr(executable.rfind('/') + 1);
+    if (name.starts_with("lldb")) return std::make_unique<Lldb>(executable);
+    return std::make_unique<Gdb>(executable);
+}

@@ -1,0 +1,49 @@
+#include "backend/drivers/errorwatch.h"
+
+#include "backend/os/text.h"
+
+std::string ErrorWatch::pass(int client, std::string_view text, bool counts) {
+    Seen& each = seen(client);
+    std::string plain;
+    for (const auto& piece : each.matcher.feed(text)) {
+        plain += piece.text;
+        // The first one only says that there are marks.
+        if (piece.prompt && ++each.marks > 1 && counts) count(client);
+    }
+    each.partial += plain;
+    std::size_t from = 0;
+    for (std::size_t end; (end = each.partial.find('\n', from)) != std::string::npos;
+         from = end + 1) {
+        if (counts &&
+            debugger.reportsError(std::string_view(each.partial).substr(from, end - from)))
+            count(client);
+    }
+    each.partial.erase(0, from);
+    return plain;
+}
+
+bool ErrorWatch::begins(int client) { return !debugger.marksErrors() || seen(client).marks > 0; }
+
+void ErrorWatch::typed(int client, const std::string& line) {
+    if (!line.empty()) seen(client).last = line;
+}
+
+void ErrorWatch::ended(int client) {
+    const std::string word = Text::firstWord(seen(client).last);
+    if (word != "q" && word != "quit" && word != "exit") count(client);
+}
+
+void ErrorWatch::count(int client) {
+    ++errors;
+    culprits.insert(client);
+}
+
+std::optional<std::string> ErrorWatch::verdict() const {
+    std::string text;
+    if (errors > 0)
+        text = (errors == 1 ? "1 error was" : std::to_string(errors) + " errors were") +
+               std::string(" reported by the debuggers of ") + Text::list(culprits);
+    if (!failed.empty())
+        text += (text.empty() ? "" : "; ") + ("scripts failed of " + Text::list(failed));
+    return text.empty() ? std::nullopt : std::optional(text);
+}

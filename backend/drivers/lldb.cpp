@@ -1,0 +1,95 @@
+#include "backend/drivers/lldb.h"
+
+#include <algorithm>
+
+std::vector<std::string> Lldb::argv(const Launch& launch) const {
+    std::vector<std::string> settings{
+        "auto-confirm true",
+        "use-color false",
+        "stop-line-count-before 0",
+        "stop-line-count-after 1",
+    };
+    // The program reads from a terminal of its own. What it writes must go through the debugger:
+    // only then does that keep its prompt back until the program stops.
+    if (launch.attach.empty()) settings.push_back("target.input-path " + launch.inputTerminal);
+    std::vector<std::string> words{executable, "--no-lldbinit", "--no-use-colors"};
+    for (const std::string& setting : settings)
+        words.insert(words.end(), {"-O", "settings set " + setting});
+    // Last of all: it echoes every command of its command line behind a prompt.
+    words.insert(words.end(), {"-o", "settings set prompt \"\\x01" + launch.nonce + "\\n\""});
+    if (!launch.attach.empty()) {
+        words.insert(words.end(), {"-p", launch.attach});
+        return words;
+    }
+    words.push_back("--");
+    words.insert(words.end(), launch.program.begin(), launch.program.end());
+    return words;
+}
+
+std::string Lldb::prompt(const std::string& nonce) const { return "\001" + nonce + "\n"; }
+
+bool Lldb::asks(std::string_view tail) const {
+    if (tail.ends_with("[Y/n] ") || tail.ends_with("[y/N] ")) return true;
+    // Commands of a breakpoint, of Python, the lines of an expression: "> ", ">>> ", "  2: ".
+    if (tail == "> " || tail == ">>> ") return true;
+    const std::size_t digit = tail.find_first_not_of(' ');
+    return digit != std::string_view::npos && tail.ends_with(": ") && tail.size() > digit + 2 &&
+           tail.substr(digit, tail.size() - digit - 2).find_first_not_of("0123456789") ==
+               std::string_view::npos;
+}
+
+bool Lldb::showsInterrupt(std::string_view line) const {
+    return line.find("stop reason = signal SIG") != std::string_view::npos;
+}
+
+bool Lldb::isGreeting(std::string_view line) const {
+    // One whose Python is not complete says so in a traceback, and can do without.
+    return line.empty() || line.starts_with("(lldb) ") ||
+           line.starts_with("Current executable set to ") || line.starts_with("Traceback ") ||
+           line.starts_with("  File \"<string>\"") || line.starts_with("ModuleNotFoundError") ||
+           line.starts_with("NameError: ");
+}
+
+bool Lldb::keepsBars(std::string_view line) const {
+    const std::string_view word = line.substr(0, line.find_first_of(" \t"));
+    return word == "shell" || word == "platform" || word == "script" || word == "regexp-tbreak";
+}
+
+std::string Lldb::backtraceCommand(int calls) const {
+    return "thread backtrace -c " + std::to_string(calls) + " all";
+}
+
+Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
+    StackLine result;
+    const std::size_t begin = line.find_first_not_of(" *");
+    if (begin == std::string_view::npos) return result;
+    line.remove_prefix(begin);
+    if (line.starts_with("thread #")) result.kind = StackLine::THREAD;
+    if (!line.starts_with("frame #")) return result;
+    result.kind = StackLine::CALL;
+    // "frame #1: 0x0000555555555200 f`main(argc=1) at f.c:7:5 [opt]", "... libm.so.6`sqrt + 9"
+    const std::size_t tick = line.find('`');
+    if (tick == std::string_view::npos) {
+        result.function = "??";
+        return result;
+    }
+    const std::string_view module = line.substr(0, tick);
+    std::string_view call = line.substr(tick + 1);
+    constexpr std::string_view inlined = "[inlined] ";
+    if (const std::size_t at = call.find(inlined); at != std::string_view::npos)
+        call.remove_prefix(at + inlined.size());
+    if (call.starts_with("::")) call.remove_prefix(2);
+    result.function = functionName(call.substr(0, std::min(call.find(" + "), call.find(" at "))));
+    const std::size_t at = call.rfind(" at ");
+    if (at == std::string_view::npos) {
+        result.place = module.substr(module.rfind(' ') + 1);
+        return result;
+    }
+    std::string_view place = call.substr(at + 4);
+    place = place.substr(0, place.find(' '));
+    // The column is of no interest: "f.c:7:5".
+    const std::size_t colon = place.find(':');
+    if (colon != std::string_view::npos) place = place.substr(0, place.find(':', colon + 1));
+    result.place = place;
+    return result;
+}

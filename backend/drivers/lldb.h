@@ -1,0 +1,27 @@
+#pragma once
+
+#include "backend/drivers/driver.h"
+
+/// The driver of lldb, version 14 or later. Needs none of its Python.
+class Lldb : public Driver {
+  public:
+    explicit Lldb(std::string path) : executable(std::move(path)) {}
+
+    std::string name() const override { return "lldb"; }
+    std::vector<std::string> argv(const Launch& launch) const override;
+    std::string prompt(const std::string& nonce) const override;
+    std::string whole(std::string line) const override { return line; }
+    bool asks(std::string_view tail) const override;
+    // One that is idle says nothing.
+    std::string interruptEcho() const override { return "\001"; }
+    bool showsInterrupt(std::string_view line) const override;
+    std::string forkMark() const override { return ""; }
+    bool reportsError(std::string_view line) const override { return line.starts_with("error: "); }
+    bool isGreeting(std::string_view line) const override;
+    bool keepsBars(std::string_view line) const override;
+    std::string backtraceCommand(int calls) const override;
+    StackLine parseStackLine(std::string_view line) const override;
+
+  private:
+    const std::string executable;
+};

@@ -1,0 +1,87 @@
+#include "backend/folding/stacktree.h"
+
+#include <algorithm>
+
+namespace {
+
+void count(auto& node, int client) {
+    node.clients.insert(client);
+    ++node.threads;
+}
+
+} // namespace
+
+void StackTree::add(int client, const std::vector<std::string>& calls) {
+    if (calls.empty()) return;
+    Node* node = &root;
+    for (auto call = calls.rbegin(); call != calls.rend(); ++call) {
+        node = &node->calls[*call];
+        count(*node, client);
+    }
+    // Of code without names the one that says most is the first caller with one.
+    const auto named = std::find_if(calls.begin() + 1, calls.end(), [](const std::string& call) {
+        return !call.starts_with("??");
+    });
+    const auto caller = named == calls.end() ? calls.begin() + 1 : named;
+    count(innermost[caller == calls.end() ? calls[0] : calls[0] + ", called by " + *caller],
+          client);
+}
+
+// Those of equal size in the order of their first clients.
+std::vector<const std::pair<const std::string, StackTree::Node>*>
+StackTree::byClients(const std::map<std::string, Node>& nodes) {
+    std::vector<const std::pair<const std::string, Node>*> sorted;
+    for (const auto& entry : nodes)
+        sorted.push_back(&entry);
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) {
+        const ClientSet &left = a->second.clients, &right = b->second.clients;
+        if (left.size() != right.size()) return left.size() < right.size();
+        return left.front() < right.front();
+    });
+    return sorted;
+}
+
+std::string StackTree::threadsOf(const Node& node) {
+    if (node.threads == node.clients.size()) return "";
+    return " (" + std::to_string(node.threads) + " threads)";
+}
+
+std::vector<StackTree::RowGroup> StackTree::places() const {
+    std::vector<RowGroup> groups;
+    RowGroup group;
+    for (const auto* place : byClients(innermost)) {
+        const std::size_t size = place->second.clients.size();
+        group.push_back({std::to_string(size) + (size == 1 ? " client in " : " clients in ") +
+                             place->first + threadsOf(place->second),
+                         place->second.clients});
+    }
+    ClientSet all;
+    for (const auto& [call, node] : root.calls)
+        all.insert(node.clients);
+    for (const auto& [reason, clients] : without)
+        all.insert(clients);
+    if (group.size() > 1 && 2 * (group.size() - 1) > all.size() / 2) {
+        for (Row& row : group)
+            groups.push_back({std::move(row)});
+    } else if (!group.empty()) {
+        groups.push_back(std::move(group));
+    }
+    for (const auto& [reason, clients] : without)
+        groups.push_back({{reason, clients}});
+    return groups;
+}
+
+std::vector<StackTree::RowGroup> StackTree::tree() const {
+    std::vector<RowGroup> rows;
+    walk(root, 0, rows);
+    return rows;
+}
+
+// Recursion ends: a stack's depth is bounded by what its debugger was asked for.
+void StackTree::walk(const Node& node, std::size_t depth, std::vector<RowGroup>& rows) {
+    for (const auto* call : byClients(node.calls)) {
+        rows.push_back({{std::string(2 * depth, ' ') + call->first + threadsOf(call->second),
+                         call->second.clients}});
+        walk(call->second, depth + 1, rows);
+    }
+}

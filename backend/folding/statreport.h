@@ -1,0 +1,40 @@
+#pragma once
+
+#include "backend/drivers/driver.h"
+#include "backend/folding/stacktree.h"
+#include "common/clientset.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// The report of stat: where the threads of all clients are; or rows that are known already. Does
+/// no I/O.
+class StatReport {
+  public:
+    /// Whether calls are told apart by source line, too, and whether the tree is left out.
+    StatReport(bool withPlaces, bool innermostOnly)
+        : places(withPlaces), innermost(innermostOnly) {}
+
+    /// Adds what a client's debugger answered when it was asked for the stacks.
+    void add(int client, const std::string& answer, const Driver& driver);
+    /// Adds a row as it is.
+    void addRow(const std::string& text, const ClientSet& clients) {
+        ready.push_back({{text, clients}});
+    }
+    /// All rows, by line.
+    std::vector<StackTree::RowGroup> rows() const;
+    /// The same as a text for a program, "0:3 | row" each, of which find then knows the rows.
+    std::string text();
+    /// The row that a line of the text was; null when it was none.
+    const StackTree::Row* find(const std::string& line) const;
+
+  private:
+    const bool places;
+    const bool innermost;
+    StackTree stacks;
+    std::vector<StackTree::RowGroup> ready;
+    std::map<std::string, StackTree::Row> fed;
+
+    std::string nameOf(const Driver::StackLine& call) const;
+};

@@ -1,0 +1,124 @@
+#include "backend/jobs/launcher.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <wordexp.h>
+
+namespace {
+
+// A line of this length is handed over in pieces.
+constexpr std::size_t longLine = 4096;
+
+struct Pipe {
+    Descriptor out, in;
+    Pipe() {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) == -1)
+            throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
+        out.reset(ends[0]);
+        in.reset(ends[1]);
+    }
+};
+
+std::string fate(int status) {
+    if (WIFSIGNALED(status)) return std::string("was ended by ") + ::strsignal(WTERMSIG(status));
+    return "ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+} // namespace
+
+Launcher::Launcher(asio::io_context& loop, const std::vector<std::string>& argv,
+                   const std::string& input, Handler handler)
+    : handle(std::move(handler)), output(loop) {
+    Pipe toIt, fromIt;
+    ::fcntl(fromIt.out.get(), F_SETFL, O_NONBLOCK);
+    // Short enough for the pipe's buffer.
+    if (::write(toIt.in.get(), input.data(), input.size()) != static_cast<ssize_t>(input.size()))
+        throw std::system_error(errno, std::generic_category(), "cannot write to a pipe");
+    ChildProcess::Start what;
+    what.argv = argv;
+    what.input = toIt.out.get();
+    what.output = fromIt.in.get();
+    // It has files of its own to remove.
+    what.orphan = ChildProcess::Start::TERMINATED;
+    process.start(what);
+    output.assign(fromIt.out.release());
+    waitToRead();
+}
+
+Launcher::~Launcher() = default;
+
+void Launcher::waitToRead() {
+    output.async_wait(asio::posix::descriptor_base::wait_read,
+                      [this](const asio::error_code& fault) {
+                          if (!fault && readSome()) waitToRead();
+                      });
+}
+
+// Reads what is there at the moment, once; false when no more will come.
+bool Launcher::readSome() {
+    std::array<char, 4096> buffer;
+    const ssize_t got = ::read(output.native_handle(), buffer.data(), buffer.size());
+    if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
+    partial.append(buffer.data(), static_cast<std::size_t>(got));
+    for (;;) {
+        const std::size_t end = partial.find('\n');
+        if (end == std::string::npos && partial.size() < longLine) break;
+        std::string line = partial.substr(0, std::min(end, longLine));
+        partial.erase(0, line.size() + (end == line.size() ? 1 : 0));
+        while (line.ends_with('\r') || line.ends_with(' '))
+            line.pop_back();
+        if (!line.empty()) handle.said(line);
+    }
+    return true;
+}
+
+void Launcher::collect() {
+    if (process.poll() != ChildProcess::ENDED) return;
+    // What it has started may keep the pipe open, so its end is not waited for.
+    pollfd ready{output.native_handle(), POLLIN, 0};
+    for (int round = 0; round < 1000 && ::poll(&ready, 1, 0) == 1 && readSome(); ++round) {
+    }
+    if (!partial.empty()) handle.said(std::exchange(partial, {}));
+    output.close();
+    handle.ended(fate(process.status()));
+}
+
+std::vector<std::string> Launcher::split(const std::string& line) {
+    wordexp_t found{};
+    const int fault = ::wordexp(line.c_str(), &found, WRDE_NOCMD);
+    const std::unique_ptr<wordexp_t, decltype(&::wordfree)> owner(
+        fault == 0 || fault == WRDE_NOSPACE ? &found : nullptr, ::wordfree);
+    if (fault == WRDE_BADCHAR)
+        throw std::runtime_error("the launcher '" + line +
+                                 "' has one of |&;<>(){} outside quotes.");
+    if (fault == WRDE_CMDSUB)
+        throw std::runtime_error("the launcher '" + line +
+                                 "' would run a command by itself; put its result there.");
+    if (fault != 0)
+        throw std::runtime_error("the launcher '" + line + "' has a quote that is not closed.");
+    std::vector<std::string> words(found.we_wordv, found.we_wordv + found.we_wordc);
+    if (words.empty()) throw std::runtime_error("the launcher is empty.");
+    return words;
+}
+
+std::string Launcher::quoted(const std::string& word) {
+    if (!word.empty() && std::ranges::all_of(word, [](unsigned char c) {
+            return std::isalnum(c) || std::strchr("_./:@%+=,-", c);
+        }))
+        return word;
+    std::string text = "'";
+    for (const char c : word)
+        text += c == '\'' ? "'\\''" : std::string(1, c);
+    return text + "'";
+}

@@ -1,0 +1,212 @@
+#include "backend/jobs/runningjob.h"
+
+#include "backend/jobs/mpir.h"
+#include "backend/os/processtree.h"
+#include "backend/os/text.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <charconv>
+#include <cstring>
+#include <ifaddrs.h>
+#include <iterator>
+#include <netinet/in.h>
+#include <set>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace {
+
+std::string shortName(const std::string& host) { return host.substr(0, host.find('.')); }
+
+// MPICH's process manager: one on each host, the parent of the tasks there.
+constexpr const char* manager = "hydra_pmi_proxy";
+
+// The word behind this one; empty when it is not there.
+std::string behind(const std::vector<std::string>& words, const std::string& option) {
+    const auto at = std::ranges::find(words, option);
+    return words.end() - at < 2 ? "" : at[1];
+}
+
+// The name of the process manager with this command line.
+std::string nameIn(const std::vector<std::string>& words) {
+    return behind(words, "--control-port") + "/" + behind(words, "--proxy-id");
+}
+
+// The address as this machine writes it; empty when the text is none.
+std::string canonicalAddress(const std::string& text) {
+    unsigned char bytes[sizeof(in6_addr)];
+    char canonical[INET6_ADDRSTRLEN];
+    for (int family : {AF_INET, AF_INET6}) {
+        if (::inet_pton(family, text.c_str(), bytes) == 1 &&
+            ::inet_ntop(family, bytes, canonical, sizeof canonical))
+            return canonical;
+    }
+    return "";
+}
+
+bool isOwnAddress(const std::string& address) {
+    ifaddrs* first = nullptr;
+    if (::getifaddrs(&first) == -1) return false;
+    bool own = false;
+    for (const ifaddrs* each = first; each; each = each->ifa_next) {
+        if (!each->ifa_addr) continue;
+        char text[INET6_ADDRSTRLEN] = "";
+        const int family = each->ifa_addr->sa_family;
+        if (family == AF_INET) {
+            sockaddr_in socket;
+            std::memcpy(&socket, each->ifa_addr, sizeof socket);
+            ::inet_ntop(family, &socket.sin_addr, text, sizeof text);
+        } else if (family == AF_INET6) {
+            sockaddr_in6 socket;
+            std::memcpy(&socket, each->ifa_addr, sizeof socket);
+            ::inet_ntop(family, &socket.sin6_addr, text, sizeof text);
+        }
+        own |= address == text;
+    }
+    ::freeifaddrs(first);
+    return own;
+}
+
+// The number of a task in its job, as the launcher has told it; -1: it has none.
+int rankOf(pid_t task) {
+    for (const char* name : {"OMPI_COMM_WORLD_RANK", "PMIX_RANK", "PMI_RANK", "SLURM_PROCID"}) {
+        const auto value = ProcessTree::variable(task, name);
+        int rank = -1;
+        if (value &&
+            std::from_chars(value->data(), value->data() + value->size(), rank).ec == std::errc())
+            return rank;
+    }
+    return -1;
+}
+
+} // namespace
+
+bool RunningJob::isThisMachine(const std::string& host) {
+    if (host == "localhost") return true;
+    if (const std::string address = canonicalAddress(host); !address.empty())
+        return isOwnAddress(address);
+    char name[256] = "";
+    if (::gethostname(name, sizeof name - 1) == -1) return false;
+    // One of the two may be without its domain.
+    return host == name || ((host.find('.') == std::string::npos || !std::strchr(name, '.')) &&
+                            shortName(host) == shortName(name));
+}
+
+void RunningJob::add(const Target& target) {
+    const auto same = [&target](const Target& each) {
+        return each.pid == target.pid && each.host == target.host;
+    };
+    if (std::ranges::any_of(found, same))
+        throw std::runtime_error("process " + std::to_string(target.pid) +
+                                 (target.host.empty() ? "" : " of " + target.host) +
+                                 " is named twice.");
+    // It would be an option of the command that it is given to.
+    if (target.host.starts_with('-')) throw std::runtime_error("'" + target.host + "' is no host.");
+    found.push_back(target);
+}
+
+void RunningJob::addPids(const std::vector<pid_t>& pids) {
+    for (pid_t pid : pids)
+        add({-1, pid});
+}
+
+void RunningJob::addEntries(const TALConfig& config) {
+    for (int i = 0; i < config.getEntryNum(); ++i) {
+        const std::string start = "task " + std::to_string(config.getTask(i)) + " is left out: ";
+        const std::string& name = config.getHostName(i);
+        const std::string& address = config.getIP(i);
+        if (config.getPid(i) <= 0)
+            remarks.push_back(start + "it has no process");
+        else if ((name.empty() && address.empty()) || here(name) || here(address))
+            add({config.getTask(i), config.getPid(i)});
+        else
+            add({config.getTask(i), config.getPid(i), name.empty() ? address : name,
+                 Text::baseName(config.getExe(i))});
+    }
+}
+
+bool RunningJob::addTable(pid_t launcher) {
+    const std::vector<Mpir::Entry> table = Mpir::tableOf(launcher);
+    // Of a srun that has started MPICH's managers: those are not the tasks.
+    if (!table.empty() && Text::baseName(table[0].executable) == manager) return false;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        const int rank = static_cast<int>(i);
+        if (here(table[i].host))
+            add({rank, ProcessTree::programOf(table[i].pid)});
+        else
+            add({rank, table[i].pid, table[i].host, Text::baseName(table[i].executable)});
+    }
+    return !table.empty();
+}
+
+bool RunningJob::addByManagers(const std::vector<pid_t>& processes) {
+    const std::size_t before = found.size();
+    for (pid_t each : processes) {
+        if (ProcessTree::nameOf(each) != manager) continue;
+        for (pid_t task : ProcessTree::children(each))
+            add({rankOf(task), ProcessTree::programOf(task)});
+    }
+    return found.size() > before;
+}
+
+void RunningJob::addManaged(const std::string& name) {
+    std::vector<pid_t> processes = ProcessTree::everyone();
+    std::erase_if(processes,
+                  [&name](pid_t id) { return nameIn(ProcessTree::wordsOf(id)) != name; });
+    addByManagers(processes);
+}
+
+// Started by "ssh -x HOST "/usr/bin/hydra_pmi_proxy" --control-port HOST:PORT ...".
+void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
+    for (const pid_t id : processes) {
+        const std::vector<std::string> words = ProcessTree::wordsOf(id);
+        const auto at = std::ranges::find_if(
+            words, [](const std::string& word) { return word.find(manager) != word.npos; });
+        if (at - words.begin() < 2 || at == words.end() || at[-1].starts_with('-')) continue;
+        // Also a wrapper around ssh has these words.
+        const Manager one{at[-1], nameIn(words)};
+        if (std::ranges::find(elsewhere, one) == elsewhere.end()) elsewhere.push_back(one);
+    }
+}
+
+bool RunningJob::addByRank(const std::vector<pid_t>& processes) {
+    const std::size_t before = found.size();
+    for (pid_t id : processes) {
+        const int rank = rankOf(id);
+        // What a task has started inherits its rank; the task itself comes first.
+        if (rank >= 0 && std::ranges::find(found, rank, &Target::rank) == found.end())
+            add({rank, ProcessTree::programOf(id)});
+    }
+    return found.size() > before;
+}
+
+void RunningJob::addJob(pid_t launcher) {
+    const std::string number = std::to_string(launcher);
+    if (ProcessTree::nameOf(launcher).empty())
+        throw std::runtime_error("there is no process " + number +
+                                 ". Look for the job's launcher with: ps -u $USER");
+    std::vector<pid_t> below = ProcessTree::descendants(launcher, -1);
+    std::ranges::reverse(below);
+    std::vector<pid_t> launchers{launcher};
+    // A script may have started it.
+    std::ranges::copy_if(below, std::back_inserter(launchers), [](pid_t id) {
+        static const std::set<std::string> names{"mpirun", "mpiexec", "orterun", "prterun", "srun"};
+        const std::string name = ProcessTree::nameOf(id);
+        return names.contains(name.substr(0, name.find('.')));
+    });
+    for (pid_t each : launchers) {
+        if (addTable(each)) return;
+    }
+    noteManagers(below);
+    if (addByManagers(below) || !elsewhere.empty() || addByRank(below)) return;
+    throw std::runtime_error("process " + number + " (" + ProcessTree::nameOf(launcher) +
+                             ") has no tasks of a parallel job. Name the job's mpirun, mpiexec or "
+                             "srun, or the tasks themselves with --attach.");
+}
+
+std::vector<Target> RunningJob::targets() const {
+    std::vector<Target> ordered = found;
+    std::ranges::stable_sort(ordered, {}, &Target::rank);
+    return ordered;
+}

@@ -1,0 +1,116 @@
+#include "backend/os/executables.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool isExecutable(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           ::access(path.c_str(), X_OK) == 0;
+}
+
+// A program that is installed together with this one.
+std::string companion(const std::string& name, const std::string& option) {
+    std::error_code fault;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", fault);
+    const std::string beside = (self.parent_path() / name).string();
+    if (!fault && isExecutable(beside)) return beside;
+    if (const auto found = Executables::find(name)) return *found;
+    throw std::runtime_error("cannot find " + name +
+                             ", neither beside vex nor in PATH. Install it, or name it with " +
+                             option + ".");
+}
+
+// The beginning of a file: as much of an ELF header as tells the machine (elf(5)).
+std::string headOf(const std::string& path) {
+    std::string head(20, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<std::size_t>(file.gcount()));
+    return head;
+}
+
+// A debugger would say it once for each task, and in its own words.
+void checkFormat(const std::string& path, const std::string& name) {
+    const std::string head = headOf(path), own = headOf("/proc/self/exe");
+    if (head.empty()) return; // it may be executed and not read
+    if (head.starts_with("#!"))
+        throw std::runtime_error("'" + name +
+                                 "' is a script, which no debugger can run. Give the program that "
+                                 "runs it, and the script as its argument, or the program that it "
+                                 "starts.");
+    if (!head.starts_with("\177ELF"))
+        throw std::runtime_error("'" + name + "' is no program for this system. See: file " + name);
+    if (head.size() == own.size() && head.compare(18, 2, own, 18, 2) != 0)
+        throw std::runtime_error("'" + name +
+                                 "' is a program for another kind of processor. Build it for this "
+                                 "one. See: file " +
+                                 name);
+}
+
+} // namespace
+
+std::optional<std::string> Executables::find(const std::string& name) {
+    if (name.find('/') != std::string::npos)
+        return isExecutable(name) ? std::optional(name) : std::nullopt;
+    const char* path = std::getenv("PATH");
+    std::istringstream folders(path ? path : "/usr/local/bin:/usr/bin:/bin");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        const std::string file = (folder.empty() ? "." : folder) + "/" + name;
+        if (isExecutable(file)) return file;
+    }
+    return std::nullopt;
+}
+
+std::string Executables::program(const std::string& name) {
+    const bool bare = name.find('/') == std::string::npos;
+    const std::string here = bare ? "./" + name : name;
+    std::optional<std::string> found;
+    if (isExecutable(here))
+        found = here;
+    else if (bare)
+        found = find(name);
+    if (found) {
+        checkFormat(*found, name);
+        return *found;
+    }
+    struct stat status {};
+    if (::stat(here.c_str(), &status) == -1) {
+        throw std::runtime_error("cannot find the program '" + name + "': " + std::strerror(errno) +
+                                 (bare ? ". It is neither here nor in PATH; give its path."
+                                       : ". Check the path, or build it first."));
+    }
+    if (S_ISDIR(status.st_mode))
+        throw std::runtime_error("'" + name + "' is a directory; name the program in it.");
+    throw std::runtime_error("'" + name +
+                             "' is not executable. Is it the program? Then try: chmod +x " + name);
+}
+
+std::string Executables::console(const std::string& given) {
+    if (!given.empty()) {
+        if (const auto found = find(given)) return *found;
+        throw std::runtime_error("cannot find the console program '" + given + "'.");
+    }
+    return companion("vexconsole", "--console");
+}
+
+std::string Executables::agent() {
+    return std::filesystem::absolute(companion("vexagent", "--agent")).lexically_normal().string();
+}
+
+std::string Executables::debugger(const std::string& name) {
+    if (const auto found = find(name)) return *found;
+    const bool lldb = name.substr(name.rfind('/') + 1).starts_with("lldb");
+    throw std::runtime_error("cannot find the debugger '" + name +
+                             "'. Install it (Debian: apt-get install " + (lldb ? "lldb" : "gdb") +
+                             "), or name one with --debugger.");
+}

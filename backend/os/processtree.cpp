@@ -1,0 +1,139 @@
+#include "backend/os/processtree.h"
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// A field of /proc/PID/stat, counted as proc(5) does, from the third on; the second, a name in
+// brackets, may hold anything. Empty: it is gone, or dead and not reaped.
+std::string statField(pid_t id, int number) {
+    const std::string stat = ProcessTree::fileOf(id, "stat");
+    const std::size_t bracket = stat.rfind(')');
+    if (bracket == std::string::npos) return "";
+    std::istringstream fields(stat.substr(bracket + 1));
+    std::string state, field;
+    fields >> state;
+    if (state == "Z" || state == "X") return "";
+    for (int at = 3; at < number; ++at)
+        fields >> field;
+    return field;
+}
+
+} // namespace
+
+std::vector<pid_t> ProcessTree::everyone() {
+    std::vector<pid_t> ids;
+    std::error_code fault;
+    for (std::filesystem::directory_iterator at("/proc", fault), end; !fault && at != end;
+         at.increment(fault)) {
+        const std::string name = at->path().filename();
+        pid_t id = 0;
+        const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), id);
+        if (error == std::errc() && stop == name.data() + name.size()) ids.push_back(id);
+    }
+    return ids;
+}
+
+std::string ProcessTree::fileOf(pid_t id, const std::string& name) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/" + name, std::ios::binary);
+    std::ostringstream text;
+    // Inserting stops where the process vanishes; iterators over the buffer would throw.
+    text << file.rdbuf();
+    return text.str();
+}
+
+pid_t ProcessTree::parentOf(pid_t id) { return std::atoi(statField(id, 4).c_str()); }
+
+unsigned long long ProcessTree::startOf(pid_t id) {
+    return std::strtoull(statField(id, 22).c_str(), nullptr, 10);
+}
+
+std::string ProcessTree::executableOf(pid_t id) {
+    std::error_code fault;
+    return std::filesystem::read_symlink("/proc/" + std::to_string(id) + "/exe", fault).string();
+}
+
+std::vector<pid_t> ProcessTree::descendants(pid_t root, pid_t except) {
+    std::multimap<pid_t, pid_t> children;
+    for (pid_t id : everyone())
+        children.emplace(parentOf(id), id);
+    std::vector<pid_t> found{root};
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const auto [first, last] = children.equal_range(found[i]);
+        for (auto each = first; each != last; ++each) {
+            if (each->second != except) found.push_back(each->second);
+        }
+    }
+    std::reverse(found.begin(), found.end());
+    found.pop_back();
+    return found;
+}
+
+std::vector<pid_t> ProcessTree::children(pid_t parent) {
+    std::vector<pid_t> found = everyone();
+    std::erase_if(found, [parent](pid_t id) { return parentOf(id) != parent; });
+    return found;
+}
+
+std::string ProcessTree::nameOf(pid_t id) {
+    const std::string text = fileOf(id, "comm");
+    return text.substr(0, text.find('\n'));
+}
+
+pid_t ProcessTree::programOf(pid_t task) {
+    static const std::set<std::string> shells{"sh", "bash", "dash", "ksh", "zsh", "csh", "tcsh"};
+    while (shells.contains(nameOf(task))) {
+        const std::vector<pid_t> below = ProcessTree::children(task);
+        if (below.size() != 1) break;
+        task = below[0];
+    }
+    return task;
+}
+
+std::vector<std::string> ProcessTree::wordsOf(pid_t id) {
+    std::istringstream text(fileOf(id, "cmdline"));
+    std::vector<std::string> words;
+    for (std::string word; std::getline(text, word, '\0');)
+        words.push_back(word);
+    return words;
+}
+
+std::optional<std::string> ProcessTree::variable(pid_t id, const std::string& name) {
+    std::istringstream all(fileOf(id, "environ"));
+    for (std::string entry; std::getline(all, entry, '\0');) {
+        if (entry.starts_with(name + "=")) return entry.substr(name.size() + 1);
+    }
+    return std::nullopt;
+}
+
+void ProcessTree::killDescendants(pid_t root, pid_t except) {
+    // A process can start another one between the look and the blow, so look again.
+    for (int round = 0; round < 200; ++round) {
+        const std::vector<pid_t> living = descendants(root, except);
+        if (living.empty()) return;
+        for (pid_t id : living)
+            ::kill(id, SIGKILL);
+        ::usleep(5000);
+    }
+}
+
+void ProcessTree::reapStrangers(const std::vector<pid_t>& known) {
+    for (;;) {
+        siginfo_t what{};
+        if (::waitid(P_ALL, 0, &what, WEXITED | WNOHANG | WNOWAIT) == -1 || what.si_pid == 0)
+            return;
+        // Its owner waits for it; the others come after that.
+        if (std::binary_search(known.begin(), known.end(), what.si_pid)) return;
+        ::waitpid(what.si_pid, nullptr, WNOHANG);
+    }
+}

@@ -1,0 +1,168 @@
+#include "backend/wire/rendezvous.h"
+
+#include "common/descriptor.h"
+
+#include <climits>
+
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string randomDigits(std::size_t bytes) {
+    std::string raw(bytes, '\0');
+    if (::getrandom(raw.data(), raw.size(), 0) != static_cast<ssize_t>(raw.size()))
+        throw std::system_error(errno, std::generic_category(), "cannot get random bytes");
+    std::string text;
+    for (const char c : raw) {
+        text += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
+        text += "0123456789abcdef"[static_cast<unsigned char>(c) & 15];
+    }
+    return text;
+}
+
+int number(const std::string& text) {
+    int value = 0;
+    const auto [stop, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (fault != std::errc() || stop != text.data() + text.size())
+        throw std::runtime_error("the rendezvous has no number where one belongs");
+    return value;
+}
+
+std::string hostName() {
+    char name[HOST_NAME_MAX + 1] = "";
+    ::gethostname(name, sizeof name - 1);
+    return name;
+}
+
+// Files are named "HOST,PID,RANDOM". Calls this for those of this host, with the process' id.
+void forOwnFiles(const fs::path& folder,
+                 const std::function<void(const fs::directory_entry&, pid_t)>& call) {
+    std::error_code fault;
+    for (fs::directory_iterator at(folder, fault), end; !fault && at != end; at.increment(fault)) {
+        std::istringstream name(at->path().filename().string());
+        std::string host, pid;
+        if (std::getline(name, host, ',') && std::getline(name, pid, ',') && host == hostName())
+            call(*at, std::atoi(pid.c_str()));
+    }
+}
+
+// One whose front end lives no more was left behind; a young one may belong to another machine that
+// calls itself the same.
+void removeStale(const fs::path& folder) {
+    forOwnFiles(folder, [](const fs::directory_entry& entry, pid_t pid) {
+        std::error_code fault;
+        const auto age = fs::file_time_type::clock::now() - entry.last_write_time(fault);
+        if (!fault && pid > 0 && ::kill(pid, 0) == -1 && errno == ESRCH &&
+            age > std::chrono::hours(1))
+            fs::remove(entry.path(), fault);
+    });
+}
+
+[[noreturn]] void fail(const fs::path& path) {
+    const std::string reason = std::strerror(errno);
+    throw std::runtime_error("cannot write " + path.string() + ": " + reason +
+                             ". Agents find their way by a file there; VEX_LAUNCH_DIR can name "
+                             "another directory that all hosts of the job see.");
+}
+
+} // namespace
+
+std::string Rendezvous::str() const {
+    std::ostringstream text;
+    if (!socketName.empty()) text << "socket " << socketName << '\n';
+    for (const std::string& address : addresses)
+        text << "address " << address << '\n';
+    text << "port " << port << "\nsecret " << secret << '\n';
+    if (rank != -1) text << "rank " << rank << "\nsize " << size << '\n';
+    text << "end .\n";
+    return text.str();
+}
+
+Rendezvous Rendezvous::parse(std::istream& in) {
+    Rendezvous result;
+    for (std::string name, value; in >> name >> value;) {
+        if (name == "socket")
+            result.socketName = value;
+        else if (name == "address")
+            result.addresses.push_back(value);
+        else if (name == "port")
+            result.port = number(value);
+        else if (name == "secret")
+            result.secret = value;
+        else if (name == "rank")
+            result.rank = number(value);
+        else if (name == "size")
+            result.size = number(value);
+        else if (name == "end" && !result.secret.empty() && result.port >= 0 &&
+                 result.port <= 65535)
+            return result;
+    }
+    throw std::runtime_error("the rendezvous is not complete");
+}
+
+std::string Rendezvous::newSecret() { return randomDigits(32); }
+
+RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content) {
+    // The settings directory above it is as private.
+    for (const fs::path& each : {folder.parent_path(), folder}) {
+        if (::mkdir(each.c_str(), 0700) == -1 && errno != EEXIST) fail(each);
+    }
+    struct stat status {};
+    if (::lstat(folder.c_str(), &status) == -1) fail(folder);
+    if (!S_ISDIR(status.st_mode) || status.st_uid != ::geteuid() || (status.st_mode & 077) != 0)
+        throw std::runtime_error(folder.string() +
+                                 " must be a directory of yours that nobody else can read: chmod "
+                                 "700 " +
+                                 folder.string());
+    removeStale(folder);
+    file = folder / (hostName() + "," + std::to_string(::getpid()) + "," + randomDigits(4));
+    Descriptor out(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!out) fail(file);
+    const std::string text = content.str();
+    if (::write(out.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+        ::fsync(out.get()) == -1) {
+        const int reason = errno;
+        ::unlink(file.c_str());
+        errno = reason;
+        fail(file);
+    }
+}
+
+RendezvousFile::~RendezvousFile() {
+    if (!file.empty()) ::unlink(file.c_str());
+}
+
+void RendezvousFile::removeOf(pid_t pid) {
+    try {
+        forOwnFiles(defaultFolder(), [pid](const fs::directory_entry& entry, pid_t owner) {
+            std::error_code fault;
+            if (owner == pid) fs::remove(entry.path(), fault);
+        });
+    } catch (const std::runtime_error&) {
+        // Without a home there is no file.
+    }
+}
+
+fs::path RendezvousFile::defaultFolder() {
+    if (const char* given = std::getenv("VEX_LAUNCH_DIR"); given && *given)
+        return fs::absolute(given);
+    const char* home = std::getenv("HOME");
+    if (!home || !*home)
+        throw std::runtime_error("HOME is not set; agents find their way by a file in ~/.vex.");
+    return fs::path(home) / ".vex" / "launch";
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "common/data.h"
+#include "common/line.h"
+#include "display/pattern.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+/// One row of the colour table: the user's name for it, the terminal's sequence, its index.
+struct Color {
+    const char* name;
+    const char* detail;
+    int id;
+};
+
+constexpr int numColors = 10;
+extern const Color colorList[numColors];
+/// Resets the colour after every line.
+extern const char* const END_COLOR;
+
+/// The symmetric key of a pair of line keys: larger * 5 + smaller, modulo 2^64.
+std::size_t hash2Key(std::size_t a, std::size_t b);
+/// Decimal text.
+std::string itoa(int number);
+
+/// Compares the variants of each line position and prints them: once with all their clients, or per
+/// client, or as each position asks for. Made for one record: build a fresh one, set its three
+/// colours, call dump once. Prints on standard output, in few large writes.
+class Parser {
+  public:
+    enum Mode { AUTO = 0, COLLAPSED = 1, EXPANDED = 2 };
+    enum ColorT { EQUAL_COLOR = 0, SIMILAR_COLOR = 1, DIFFERENT_COLOR = 2 };
+
+    void setColor(const char* color, ColorT type);
+    /// Prints the texts alone: no colours, and nothing that resets them.
+    void setPlain() { endColor = ""; }
+    /// Prints the record. A pattern (null or empty for none) lets only those lines through that
+    /// match its cascade; a malformed one shows the usage of match once a line was to be printed.
+    /// False for a malformed one.
+    bool dump(Data* data, Mode mode, const char* pattern);
+
+    void dumpAuto(Data* data, const char* pattern);
+    void dumpCollapsed(Data* data, const char* pattern);
+    void dumpExpanded(Data* data, const char* pattern);
+    void dumpLine(Line* line, const char* pattern);
+    void dumpLine(Line* line, int id, const char* pattern);
+
+    /// The verdict on a pair of texts, remembered by the pair's key.
+    Line::State compare(Line* line1, Line* line2);
+    /// Chooses each position's leader and sets the state of every other variant.
+    void parse(Data* data);
+
+    const std::vector<int>& getLeaders() const { return leaders; }
+    const std::vector<int>& getWeights() const { return weights; }
+
+  private:
+    std::unordered_map<std::size_t, Line::State> distances;
+    // One entry per position that holds lines, in the order of the positions.
+    std::vector<int> leaders;
+    std::vector<int> weights;
+    std::string ecolor, scolor, dcolor;
+    const char* endColor = END_COLOR;
+
+    std::optional<Pattern> filter;
+    std::string out;
+
+    void printColor(const Line& line);
+    void printText(const std::string& text, const char* pattern);
+    void flush(std::size_t limit);
+    template <class Variants>
+    void printPerClient(const Variants& variants, Data* data, const char* pattern);
+};

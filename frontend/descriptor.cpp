@@ -1,8 +1,0 @@
-#include "frontend/descriptor.h"
-
-#include <unistd.h>
-
-void Descriptor::reset(int fd) {
-    if (number != -1 && number != fd) ::close(number);
-    number = fd;
-}

@@ -1,0 +1,79 @@
+#include "frontend/launch/remoteclient.h"
+
+#include "common/brokenconnection.h"
+
+#include <utility>
+
+namespace {
+
+std::string lineOf(const std::string& text) {
+    return text.substr(0, text.find_first_of(std::string("\0\n", 2)));
+}
+
+} // namespace
+
+RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Handler handler, Watch observer,
+                           const DebuggerStart& start)
+    : link(std::move(connection)), handle(std::move(handler)), watch(std::move(observer)) {
+    link->setHandler({[this](const AgentRecord& record) { onRecord(record); },
+                      [this] { onGone(); },
+                      handle.mayRead,
+                      {}},
+                     AgentRecord::largest);
+    link->send(AgentRecords::start(start));
+}
+
+RemoteClient::~RemoteClient() {
+    link->setHandler({}, 0);
+    link->close();
+}
+
+void RemoteClient::type(const std::string& line) { link->send({AgentRecord::TYPE, line}); }
+
+void RemoteClient::interrupt() { link->send({AgentRecord::INTERRUPT, ""}); }
+
+std::string RemoteClient::identity() const {
+    return known.empty() ? "its agent does not answer" : known;
+}
+
+bool RemoteClient::askIdentity() {
+    if (!link->open()) return false;
+    ++asked;
+    link->send({AgentRecord::WHO, ""});
+    return true;
+}
+
+void RemoteClient::onRecord(const AgentRecord& record) {
+    switch (record.type) {
+    case AgentRecord::OUTPUT:
+        if (alive) handle.output(record.body);
+        break;
+    case AgentRecord::HOLDS:
+        attached = true;
+        break;
+    case AgentRecord::TELL:
+        if (alive) watch.told(lineOf(record.body));
+        break;
+    case AgentRecord::PROMPT:
+        if (alive) handle.prompt();
+        break;
+    case AgentRecord::ENDED:
+        // The agent stays: a launcher takes the end of one task's process for the end of the job.
+        if (std::exchange(alive, false)) watch.gone();
+        break;
+    case AgentRecord::IDENTITY:
+        if (asked == 0) throw BrokenConnection();
+        --asked;
+        known = lineOf(record.body);
+        watch.identified();
+        break;
+    default:
+        throw BrokenConnection();
+    }
+}
+
+void RemoteClient::onGone() {
+    for (; asked > 0; --asked)
+        watch.identified();
+    if (std::exchange(alive, false)) watch.gone();
+}

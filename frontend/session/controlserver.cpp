@@ -1,0 +1,83 @@
+#include "frontend/session/controlserver.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+using asio::posix::descriptor_base;
+
+ControlServer::ControlServer(asio::io_context& eventLoop, Channel first, const Descriptor& entrance,
+                             Handler handler)
+    : handle(std::move(handler)),
+      loop(eventLoop),
+      listener(entrance),
+      door(eventLoop, entrance.get()) {
+    add(0, std::move(first));
+    lines[0]->attends = true;
+    listen();
+}
+
+ControlServer::~ControlServer() {
+    stopListening();
+    for (const auto& [id, line] : lines)
+        line->stream.release();
+}
+
+int ControlServer::present() const {
+    return static_cast<int>(
+        std::ranges::count_if(lines, [](const auto& each) { return each.second->attends; }));
+}
+
+void ControlServer::stopListening() {
+    if (door.is_open()) door.release();
+}
+
+void ControlServer::listen() {
+    door.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
+        if (fault) return;
+        if (auto channel = Channel::accept(listener)) add(++last, std::move(*channel));
+        listen();
+    });
+}
+
+void ControlServer::add(int id, Channel channel) {
+    lines[id] = std::make_unique<Line>(loop, std::move(channel));
+    waitToHear(id);
+}
+
+void ControlServer::waitToHear(int id) {
+    lines[id]->stream.async_wait(descriptor_base::wait_read,
+                                 [this, id](const asio::error_code& fault) {
+                                     if (!fault) hear(id);
+                                 });
+}
+
+void ControlServer::hear(int id) {
+    bool over = false;
+    if (const auto text = lines[id]->channel.hear(over)) act(id, *text);
+    if (!over) {
+        waitToHear(id);
+        return;
+    }
+    const bool vanished = lines[id]->attends;
+    lines[id]->stream.release();
+    lines.erase(id);
+    if (vanished) handle.left(id == 0, VANISHED);
+    if (id == 0) handle.alone();
+}
+
+void ControlServer::act(int id, const std::string& text) {
+    Line& line = *lines[id];
+    if (text == "attend") {
+        line.attends = true;
+    } else if (text == "left" || text == "hung up") {
+        line.attends = false;
+        const std::string answer = handle.left(id == 0, text == "left" ? LEFT : HUNG_UP);
+        if (!answer.empty()) line.channel.say(answer);
+    } else if (text == "give up") {
+        if (id == 0) handle.giveUp();
+    } else if (text.starts_with("end ")) {
+        handle.end(std::atoi(text.c_str() + 4));
+    } else if (text == "facts") {
+        line.channel.say(handle.facts());
+    }
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "backend/jobs/target.h"
+
+#include <string>
+#include <vector>
+
+/// What the user asked for on the command line.
+struct Options {
+    /// Number of clients.
+    int tasks = 1;
+    /// The processes to attach to, as they were given; empty: start the program.
+    std::vector<pid_t> attach;
+    /// The file that names them instead.
+    std::string attachConfig;
+    /// The launcher of a parallel job that runs already; 0: none.
+    pid_t mpiLauncher = 0;
+    /// The command line of the launcher that shall start the tasks; empty: none.
+    std::string launch;
+    /// The file that names the hosts to start the launcher for; empty: it starts all tasks.
+    std::string hosts;
+    /// The agent, as it is called where the tasks run; empty: as on this machine.
+    std::string agent;
+    /// The command that starts a program on another host, to attach to a task there.
+    std::string rsh = "ssh";
+    /// The words of the launcher or of that command, and the host of each task, found from the
+    /// above. No words: all debuggers are this machine's.
+    std::vector<std::string> launcherWords;
+    std::vector<std::string> hostOfTask;
+    /// The tasks to attach to, found from the above; empty: start the program.
+    std::vector<Target> targets;
+    std::string debugger = "gdb";
+    /// The same as it was given: what agents look for where they are.
+    std::string debuggerThere = "gdb";
+    /// Whether what the tasks fork is debugged, too.
+    bool forks = true;
+    /// How many consoles a session has at most.
+    std::size_t consoles = 32;
+    /// Whether a person sits at the first console: the session then lives on without consoles.
+    bool interactive = true;
+    /// Show this user's sessions instead.
+    bool list = false;
+    /// Open a console of this session instead; 0: none.
+    int join = 0;
+    /// The file of console commands to run instead of what a person types; empty: none.
+    std::string script;
+    /// The console program; empty: the one beside this program, else the one in PATH.
+    std::string console;
+    /// The program to debug, as a path, and its arguments.
+    std::vector<std::string> program;
+
+    static constexpr std::size_t maxTasks = 4096;
+
+    /// Whether a launcher starts the tasks.
+    bool launches() const { return !launch.empty(); }
+    /// Whether the program runs already.
+    bool attaches() const { return !attach.empty() || !attachConfig.empty() || mpiLauncher != 0; }
+
+    /// What to do with a command line: go on, or print a text and end.
+    struct Outcome {
+        bool proceed;
+        int status;
+        std::string text;
+    };
+
+    /// Fills in the options. The text of an outcome is an answer to --help or --version (status 0)
+    /// or says what is wrong.
+    Outcome parse(int argc, const char* const* argv);
+};

@@ -1,0 +1,123 @@
+#include "frontend/session/session.h"
+
+#include "common/error.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+// A socket with a name in the abstract namespace (unix(7)); none when the name is taken.
+Descriptor claimName(const std::string& name) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path + 1, name.data(), name.size());
+    Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    if (::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), length) == -1) socket.reset();
+    return socket;
+}
+
+// Whether somebody answers behind a socket file: the claim does not reach across containers that
+// share /tmp.
+bool answers(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    return ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ||
+           errno == EAGAIN || errno == EACCES || errno == EPERM;
+}
+
+std::string controlName(int number) { return "vex-control-" + std::to_string(number); }
+
+} // namespace
+
+std::string Session::pathOf(int number) { return "/tmp/.vexsock." + std::to_string(number); }
+
+Session::Session(int from) {
+    for (int number = from; number <= maxNumber; ++number) {
+        if (take(number)) return;
+    }
+    throw std::runtime_error("no free session number");
+}
+
+bool Session::take(int number) {
+    const std::string path = pathOf(number);
+    Descriptor name = claimName("vex-session-" + std::to_string(number));
+    if (!name || answers(path)) return false;
+    Descriptor entrance = Channel::listenAs(controlName(number));
+    if (!entrance) return false;
+    socket.emplace();
+    try {
+        socket->bind(path.c_str());
+        socket->async();
+    } catch (const ::Error&) {
+        // Most likely the file of another user.
+        return false;
+    }
+    id = number;
+    file = path;
+    claim = std::move(name);
+    door = std::move(entrance);
+    return true;
+}
+
+Session::~Session() {
+    if (!file.empty()) ::unlink(file.c_str());
+}
+
+void Session::stopListening() {
+    socket->drop();
+    door.reset();
+}
+
+void Session::abandon() {
+    stopListening();
+    claim.reset();
+    file.clear();
+}
+
+std::optional<Channel> Session::reach(int number) { return Channel::to(controlName(number)); }
+
+std::vector<int> Session::candidates() {
+    std::vector<int> numbers;
+    const std::string prefix = pathOf(0).substr(0, pathOf(0).size() - 1);
+    std::error_code fault;
+    for (std::filesystem::directory_iterator at("/tmp", fault), end; !fault && at != end;
+         at.increment(fault)) {
+        const std::string path = at->path().string();
+        int number = 0;
+        const char* const last = path.data() + path.size();
+        if (!path.starts_with(prefix)) continue;
+        const auto [stop, error] = std::from_chars(path.data() + prefix.size(), last, number);
+        struct stat status {};
+        if (error == std::errc() && stop == last && ::lstat(path.c_str(), &status) == 0 &&
+            S_ISSOCK(status.st_mode) && status.st_uid == ::getuid())
+            numbers.push_back(number);
+    }
+    std::ranges::sort(numbers);
+    return numbers;
+}
+
+std::unique_ptr<UnixSocket> Session::accept() {
+    try {
+        std::string peer;
+        std::unique_ptr<UnixSocket> connection = socket->accept(peer);
+        const unsigned user = connection->peerUser();
+        if (user != ::getuid() && user != 0) return nullptr;
+        connection->async();
+        return connection;
+    } catch (const ::Error&) {
+        return nullptr;
+    }
+}

@@ -1,0 +1,36 @@
+#include "frontend/session/startupoutput.h"
+
+#include "backend/os/text.h"
+#include "common/clientset.h"
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+bool StartupOutput::allSaid(std::string_view text, std::size_t clients) const {
+    return clients > 0 && clients == static_cast<std::size_t>(
+                                         std::ranges::count_if(texts, [text](const auto& each) {
+                                             return each.second.find(text) != std::string::npos;
+                                         }));
+}
+
+std::string StartupOutput::report(const Driver& debugger) const {
+    std::vector<std::pair<std::string, ClientSet>> lines; // in the order in which they came
+    for (const auto& [client, text] : texts) {
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) {
+            if (debugger.isGreeting(line)) continue;
+            auto at = std::ranges::find(lines, line, &std::pair<std::string, ClientSet>::first);
+            if (at == lines.end()) at = lines.insert(at, {line, {}});
+            at->second.insert(client);
+        }
+    }
+    std::string report;
+    for (const auto& [line, clients] : lines) {
+        const std::string hint = debugger.hintFor(line);
+        report.append("vex: ").append(Text::list(clients)).append(" | ").append(line);
+        report.append(hint.empty() ? "" : " ").append(hint).append("\n");
+    }
+    return report;
+}

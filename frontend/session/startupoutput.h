@@ -1,0 +1,22 @@
+#pragma once
+
+#include "backend/drivers/driver.h"
+
+#include <map>
+#include <string>
+#include <string_view>
+
+/// What the debuggers print at their start, before their first prompts.
+class StartupOutput {
+  public:
+    void add(int client, std::string_view text) { texts[client] += text; }
+    /// Whether all so many clients have said this.
+    bool allSaid(std::string_view text, std::size_t clients) const;
+    void drop(int client) { texts.erase(client); }
+    /// What they had to say beyond the usual greeting of their kind, each line once and with its
+    /// clients, and what to do about it.
+    std::string report(const Driver& debugger) const;
+
+  private:
+    std::map<int, std::string> texts;
+};

@@ -1,0 +1,424 @@
+#include "frontend/switchboard/dispatcher.h"
+
+#include "backend/os/text.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+namespace {
+
+// What is kept of one client's output for the program behind its bar.
+constexpr std::size_t largestCapture = 64 * 1024 * 1024;
+// Lines of a script that wait until its client's debugger has answered the one before.
+constexpr std::size_t longScript = 10000;
+
+constexpr const char* scriptCommand = "vex_cmd";
+
+} // namespace
+
+Dispatcher::Dispatcher(int count, const Driver& debuggersDriver, Outlet& out, Listener& told)
+    : driver(debuggersDriver),
+      outlet(out),
+      listener(told),
+      workers(static_cast<std::size_t>(count)),
+      requests([this](int console, const Data& record) { outlet.toConsole(console, record); }) {}
+
+void Dispatcher::addClient(int id) {
+    workers.resize(std::max(workers.size(), static_cast<std::size_t>(id) + 1));
+}
+
+void Dispatcher::consoleLeft(int console) {
+    requests.consoleLeft(console);
+    for (std::size_t i = 0; i < workers.size(); ++i) {
+        if (workers[i].console != console) continue;
+        workers[i].console = 0;
+        if (!workers[i].helped) continue;
+        stopHelper(static_cast<int>(i));
+        advance(static_cast<int>(i), Clock::time_point());
+    }
+}
+
+// --- what clients are to do
+
+std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point now) {
+    const auto isProgram = [this](const std::string& name) { return outlet.isProgram(name); };
+    if (auto problem = wanted.prepare(driver, isProgram)) return problem;
+    wanted.waiting = wanted.members;
+    wanted.overdue = now + Wait::answer;
+    Request& request = requests.add(std::move(wanted));
+    for (int id : request.members)
+        assign(id, request);
+    requests.flushIdle();
+    for (int id : request.members) {
+        if (request.kind == Command::SCRIPTCLIENT) {
+            at(id).helped = true;
+            outlet.startHelper(id, request.line, "");
+        } else {
+            type(id, request.line);
+        }
+    }
+    return std::nullopt;
+}
+
+void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
+    const int id = wanted.members.front();
+    wanted.waiting = {id};
+    wanted.overdue = now + Wait::answer;
+    Request& request = requests.add(std::move(wanted));
+    assign(id, request);
+    requests.flushIdle();
+    at(id).filtered = true;
+    report(request, id);
+}
+
+void Dispatcher::assign(int id, Request& request) {
+    Worker& worker = at(id);
+    assert(!worker.request);
+    // What it said on its own account is no part of the answer.
+    takePartial(id);
+    worker.cutter.breakLine();
+    worker.lineNo = 0;
+    worker.request = &request;
+    worker.console = request.console;
+    worker.filtered = false;
+    worker.captured.clear();
+}
+
+void Dispatcher::type(int id, const std::string& line) {
+    at(id).exchange.begin();
+    outlet.toClient(id, line);
+}
+
+// Carries out what is next for the client, until it must wait or has done its part of the request.
+void Dispatcher::advance(int id, Clock::time_point now) {
+    Worker& worker = at(id);
+    Request& request = *worker.request;
+    while (!worker.exchange.open() && !worker.script.empty()) {
+        std::string line = std::move(worker.script.front());
+        worker.script.pop_front();
+        const std::string words = line.substr(std::min(line.size(), line.find_first_not_of(" \t")));
+        if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(words) == scriptCommand &&
+            !Text::afterWord(words).empty())
+            type(id, Text::afterWord(words));
+        else
+            deliver(id, std::move(line), now);
+    }
+    requests.flushLarge(request, [&] { return commonLines(request); });
+    if (worker.exchange.open() || worker.helped) return;
+    if (captures(worker) && !worker.filtered) {
+        worker.filtered = true;
+        const std::string text = std::exchange(worker.captured, {});
+        if (request.stat) {
+            request.stat->add(id, text, driver);
+            if (request.waiting.size() == 1) report(request, id);
+        } else if (request.console != 0) {
+            worker.helped = true;
+            outlet.startHelper(id, request.filter, text);
+        }
+        if (worker.helped) return;
+    }
+    completed(id);
+}
+
+// The whole of stat, once all have answered; through its filter on behalf of the last client, when
+// there is one. The lines that come back as they went keep their clients.
+void Dispatcher::report(Request& request, std::optional<int> last) {
+    request.reported = true;
+    if (!request.filter.empty() && last && request.console != 0) {
+        at(*last).helped = true;
+        outlet.startHelper(*last, request.filter, request.stat->text());
+        return;
+    }
+    int lineNo = 0;
+    for (const auto& group : request.stat->rows()) {
+        for (const auto& row : group)
+            request.gathered.addRow(row.clients, lineNo, row.text);
+        ++lineNo;
+    }
+}
+
+void Dispatcher::completed(int id) {
+    Worker& worker = at(id);
+    Request& request = *std::exchange(worker.request, nullptr);
+    request.waiting.erase(id);
+    const bool over = request.waiting.empty();
+    if (over && request.stat && !request.reported) report(request, std::nullopt);
+    if (over) requests.flush(request);
+    listener.answered(id, request);
+    if (over) requests.forget(request);
+}
+
+void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
+    for (int id : ids) {
+        Worker& worker = at(id);
+        if (!worker.request || worker.exchange.settling()) continue;
+        if (worker.exchange.interrupt(now)) outlet.interrupt(id);
+        if (!worker.helped) continue;
+        stopHelper(id);
+        advance(id, now);
+    }
+}
+
+bool Dispatcher::reply(const ClientSet& ids, const std::string& text, Clock::time_point now) {
+    bool any = false;
+    for (int id : ids) {
+        Worker& worker = at(id);
+        if (!worker.exchange.open() || !driver.asks(worker.cutter.tail())) continue;
+        any = true;
+        takePartial(id);
+        worker.cutter.breakLine();
+        worker.request->asking.erase(id);
+        worker.request->overdue = now + Wait::answer;
+        requests.arm(*worker.request);
+        outlet.toClient(id, text);
+    }
+    return any;
+}
+
+void Dispatcher::adopt(int id, int console) {
+    Request& request = *at(id).request;
+    request.console = console;
+    for (int each : request.waiting)
+        at(each).console = console;
+}
+
+// --- what clients say
+
+Request& Dispatcher::requestFor(const Worker& worker) {
+    return worker.request ? *worker.request : requests.idleOf(worker.console);
+}
+
+void Dispatcher::output(int id, std::string_view text, Clock::time_point now) {
+    Worker& worker = at(id);
+    if (!worker.request && requests.noConsoles()) return;
+    for (std::string& line : worker.cutter.feed(text, now))
+        addLine(id, std::move(line), now);
+    Request& request = requestFor(worker);
+    if (worker.cutter.since()) requests.awaitWindow(request, *worker.cutter.since());
+    requests.flushLarge(request, [&] { return commonLines(request); });
+}
+
+void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
+    Worker& worker = at(id);
+    // Of a program's terminal that is not raw.
+    if (text.ends_with('\r')) text.pop_back();
+    switch (worker.exchange.line(text, driver, now)) {
+    case Exchange::TOO_LATE:
+        return;
+    case Exchange::TOO_EARLY:
+        outlet.interrupt(id);
+        break;
+    case Exchange::ANSWER:
+        break;
+    }
+    if (captures(worker))
+        capture(worker, text);
+    else
+        deliver(id, std::move(text), now);
+}
+
+void Dispatcher::deliver(int id, std::string text, Clock::time_point now) {
+    Worker& worker = at(id);
+    Request& request = requestFor(worker);
+    if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
+        request.gathered.addRow(row->clients, worker.lineNo++, row->text);
+    else if (request.stat)
+        request.gathered.addRow(request.members, worker.lineNo++, std::move(text));
+    else
+        request.gathered.add(id, worker.lineNo++, std::move(text), now);
+    requests.awaitWindow(request, now);
+}
+
+void Dispatcher::capture(Worker& worker, const std::string& text) {
+    if (worker.captured.size() < largestCapture) worker.captured += text + "\n";
+}
+
+void Dispatcher::takePartial(int id) {
+    Worker& worker = at(id);
+    const Clock::time_point since = worker.cutter.since().value_or(Clock::time_point());
+    auto text = worker.cutter.takePartial();
+    if (!text || (!worker.request && requests.noConsoles())) return;
+    if (captures(worker))
+        capture(worker, *text);
+    else
+        requestFor(worker).gathered.add(id, worker.lineNo++, std::move(*text), since);
+}
+
+void Dispatcher::prompted(int id, Clock::time_point now) {
+    Worker& worker = at(id);
+    if (!worker.exchange.open()) return;
+    // Behind the first prompt there is only what an interrupt makes it say.
+    const bool settled = worker.exchange.settling();
+    if (settled)
+        worker.cutter.takePartial();
+    else
+        takePartial(id);
+    worker.cutter.breakLine();
+    if (worker.exchange.prompt(now) == Exchange::ANSWERED)
+        advance(id, now);
+    else if (!settled)
+        settling.emplace_back(worker.exchange.settledAt(), id);
+}
+
+void Dispatcher::clientGone(int id) {
+    Worker& worker = at(id);
+    if (worker.helped) stopHelper(id);
+    takePartial(id);
+    if (worker.request || !requests.noConsoles()) requests.flush(requestFor(worker));
+    worker.gone = true;
+    worker.exchange.end();
+}
+
+void Dispatcher::remove(int id) {
+    if (at(id).request) completed(id);
+}
+
+// --- what works for clients
+
+void Dispatcher::stopHelper(int id) {
+    Worker& worker = at(id);
+    if (worker.helped) outlet.stopHelper(id);
+    worker.helped = false;
+    worker.script.clear();
+    worker.helperLines = LineCutter();
+}
+
+void Dispatcher::helperOutput(int id, std::string_view text, Clock::time_point now) {
+    Worker& worker = at(id);
+    for (std::string& line : worker.helperLines.feed(text, now))
+        worker.script.push_back(std::move(line));
+    advance(id, now);
+}
+
+void Dispatcher::helperEnded(int id, const std::string& problem, Clock::time_point now) {
+    Worker& worker = at(id);
+    if (auto line = worker.helperLines.takePartial()) worker.script.push_back(std::move(*line));
+    worker.helperLines = LineCutter();
+    worker.helped = false;
+    // A filter that finds nothing ends so; what else went wrong, it has said.
+    const bool silent = captures(worker) && problem.starts_with("ended with status");
+    if (!problem.empty() && !silent)
+        worker.script.push_back((captures(worker) ? worker.request->filter : "the script") + " " +
+                                problem);
+    advance(id, now);
+}
+
+bool Dispatcher::helperMayTalk(int id) const { return at(id).script.size() < longScript; }
+
+// --- what consoles get
+
+// How many lines all have said that are waited for.
+int Dispatcher::commonLines(const Request& request) const {
+    std::optional<int> least;
+    for (int id : request.waiting)
+        least = std::min(least.value_or(at(id).lineNo), at(id).lineNo);
+    return least.value_or(0);
+}
+
+void Dispatcher::flushDue(Request& request, Clock::time_point now) {
+    if (!request.due || *request.due > now) return;
+    std::optional<Clock::time_point> young;
+    // Of a command, only who still works on it; of what idle clients say, anybody.
+    const auto look = [&](int id) {
+        Worker& worker = at(id);
+        const auto since = worker.cutter.since();
+        if (worker.gone || !since || &requestFor(worker) != &request) return;
+        // What is captured is not cut into lines by the time.
+        const auto patience = driver.asks(worker.cutter.tail()) ? Wait::window : Wait::halfLine;
+        const Clock::time_point asIf = *since + patience - Wait::window;
+        if (asIf + Wait::window > now)
+            young = young ? std::min(*young, asIf) : asIf;
+        else if (!captures(worker))
+            takePartial(id);
+    };
+    for (int id : request.waiting)
+        look(id);
+    for (std::size_t i = 0; request.waiting.empty() && i < workers.size(); ++i)
+        look(static_cast<int>(i));
+    requests.flushDue(
+        request, [&] { return commonLines(request); }, now);
+    if (young) requests.awaitWindow(request, *young);
+    tellAsking(request, now);
+}
+
+void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
+                     const std::string& text, int lineNo) {
+    Aggregator line;
+    line.addRow(about, lineNo, text);
+    if (const auto record = line.take(console, cmd)) outlet.toConsole(console, *record);
+}
+
+// A word about some clients of a running request, behind what they have printed.
+void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
+    requests.flush(request);
+    say(request.console, request.text, about, text, lastLine(about));
+}
+
+void Dispatcher::announce(int console, const ClientSet& about, const std::string& text) {
+    say(console, "", about, text, lastLine(about));
+}
+
+int Dispatcher::lastLine(const ClientSet& ids) const {
+    int lineNo = 0;
+    for (int id : ids)
+        lineNo = std::max(lineNo, at(id).lineNo);
+    return lineNo;
+}
+
+// Who waits for an answer is named, and the console gets its prompt to give it.
+void Dispatcher::tellAsking(Request& request, Clock::time_point now) {
+    if (request.console == 0) return;
+    ClientSet fresh;
+    for (int id : request.waiting) {
+        const Worker& worker = at(id);
+        if (!worker.exchange.open() || request.asking.contains(id) ||
+            !driver.asks(worker.cutter.tail()))
+            continue;
+        // One that has just begun to ask is waited for, so that all are named together.
+        const auto since = worker.cutter.since();
+        if (since && *since + Wait::window > now) return;
+        fresh.insert(id);
+    }
+    if (fresh.empty()) return;
+    request.asking.insert(fresh);
+    std::string question = at(fresh.front()).cutter.tail();
+    while (question.ends_with(' '))
+        question.pop_back();
+    remark(request, fresh, "waits for an answer to '" + question + "'; give it by: send ...");
+    listener.asks(request);
+}
+
+void Dispatcher::tellOverdue(Request& request, Clock::time_point now) {
+    if (!request.overdue || *request.overdue > now) return;
+    request.overdue.reset();
+    ClientSet silent = request.waiting;
+    silent.erase(request.asking);
+    if (!silent.empty() && request.console != 0)
+        remark(request, silent, "No answer yet from " + Text::list(silent));
+}
+
+// --- time
+
+std::optional<Clock::time_point> Dispatcher::deadline() const {
+    std::optional<Clock::time_point> next = requests.deadline();
+    if (!settling.empty() && (!next || settling.front().first < *next))
+        next = settling.front().first;
+    return next;
+}
+
+void Dispatcher::tick(Clock::time_point now) {
+    while (!settling.empty() && settling.front().first <= now) {
+        const auto [until, id] = settling.front();
+        settling.pop_front();
+        Worker& worker = at(id);
+        if (!worker.exchange.settling() || worker.exchange.settledAt() != until) continue;
+        worker.exchange.end();
+        advance(id, now);
+    }
+    while (Request* request = requests.due(now)) {
+        flushDue(*request, now);
+        tellOverdue(*request, now);
+        requests.arm(*request);
+    }
+}

@@ -1,0 +1,141 @@
+#include "frontend/switchboard/groups.h"
+
+#include "common/catalog.h"
+
+#include <charconv>
+#include <iterator>
+
+namespace {
+
+constexpr const char* allName = "all";
+constexpr const char* filteredName = "FILTERED";
+constexpr const char* pendingName = "PENDING";
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The client that a number-named group stands for; -1 when the name is no number in its usual form.
+int clientOf(const std::string& name) {
+    int id = -1;
+    const char* end = name.data() + name.size();
+    const auto [stop, fault] = std::from_chars(name.data(), end, id);
+    return fault == std::errc() && stop == end && std::to_string(id) == name ? id : -1;
+}
+
+Reply failed(int number, const std::string& text = "") {
+    Reply reply(Reply::FAILED, number);
+    reply.addRetInfo(text.c_str());
+    return reply;
+}
+
+} // namespace
+
+Groups::Groups(int clients) {
+    if (clients > 0) everyone.insertRange(0, clients - 1);
+}
+
+std::optional<ClientSet> Groups::members(const std::string& name, int console) const {
+    const ClientSet* found = nullptr;
+    if (name == allName) {
+        found = &everyone;
+    } else if (name == filteredName) {
+        if (auto at = filtered.find(console); at != filtered.end()) found = &at->second;
+    } else if (name == pendingName) {
+        if (auto at = pending.find(console); at != pending.end()) found = &at->second;
+    } else if (const int id = clientOf(name); id >= 0) {
+        if (everyone.contains(id)) return ClientSet{id};
+    } else if (auto at = named.find(name); at != named.end()) {
+        found = &at->second;
+    }
+    if (!found || found->empty()) return std::nullopt;
+    return *found;
+}
+
+std::string Groups::describe(const std::string& name, const ClientSet& ids) {
+    std::string list = ids.str();
+    while (!list.empty() && list.back() == ' ')
+        list.pop_back();
+    return name + " (" + std::to_string(ids.size()) + "): " + list + "\n";
+}
+
+Reply Groups::query(const std::string& name, int console) const {
+    Reply reply(Reply::GROUP_QUERY, 0);
+    if (!name.empty()) {
+        const auto ids = members(name, console);
+        if (!ids) return failed(CMD_GROUP_NOT_FOUND);
+        reply.addRetInfo(describe(name, *ids).c_str());
+        return reply;
+    }
+    std::string text = describe(allName, everyone);
+    for (const char* own : {filteredName, pendingName}) {
+        if (const auto ids = members(own, console)) text += describe(own, *ids);
+    }
+    for (const auto& [key, ids] : named)
+        text += describe(key, ids);
+    reply.addRetInfo(text.c_str());
+    return reply;
+}
+
+Reply Groups::assignFiltered(const GroupCommand& command, int console, const std::string& current) {
+    ClientSet ids = command.ids().intersection(everyone);
+    for (const std::string& name : command.names()) {
+        if (const auto operand = members(name, console)) ids.insert(*operand);
+    }
+    // A step in which nobody spoke does not take the ground from under a console that stands in
+    // FILTERED: its next command would go to all clients.
+    if (!ids.empty() || current != filteredName) filtered[console] = std::move(ids);
+    return Reply(Reply::SUCCESS, 0);
+}
+
+Reply Groups::apply(const GroupCommand& command, int console, const std::string& current) {
+    const std::string& base = command.getBase();
+    if (command.getOpType() == GroupCommand::QUERY) return query(base, console);
+    if (base == filteredName && command.getOpType() == GroupCommand::ASSIGN)
+        return assignFiltered(command, console, current);
+    if (base.empty()) return failed(CMD_GROUP_NAME);
+    if (isDigit(base[0])) return failed(CMD_GROUP_NUMBER);
+    if (base == allName || base == filteredName || base == pendingName)
+        return failed(CMD_GROUP_PREDEFINED);
+
+    const auto before = members(base, console);
+    if (command.getOpType() == GroupCommand::DELETE && !before) return failed(CMD_GROUP_NOT_FOUND);
+    ClientSet ids = command.ids();
+    if (ids.intersection(everyone) != ids) return failed(CMD_GROUP_CLIENT_ID);
+    for (const std::string& name : command.names()) {
+        const auto operand = members(name, console);
+        if (!operand) return failed(CMD_GROUP_NOT_FOUND);
+        ids.insert(*operand);
+    }
+    ClientSet result = before.value_or(ClientSet());
+    switch (command.getOpType()) {
+    case GroupCommand::ASSIGN:
+        result = ids;
+        break;
+    case GroupCommand::ADD:
+        result.insert(ids);
+        break;
+    case GroupCommand::DELETE:
+        result.erase(ids);
+        break;
+    default:
+        return failed(CMD_GROUP_OPERATION);
+    }
+    if (!result.empty()) {
+        named[base] = std::move(result);
+        return Reply(Reply::SUCCESS, 0);
+    }
+    if (command.getOpType() != GroupCommand::DELETE) return failed(CMD_GROUP_ADD_EMPTY, base);
+    named.erase(base);
+    return failed(CMD_GROUP_DELETE_EMPTY, base);
+}
+
+void Groups::removeClient(int id) {
+    everyone.erase(id);
+    for (auto* own : {&filtered, &pending}) {
+        for (auto& [console, ids] : *own)
+            ids.erase(id);
+    }
+    for (auto entry = named.begin(); entry != named.end();) {
+        entry->second.erase(id);
+        entry = entry->second.empty() ? named.erase(entry) : std::next(entry);
+    }
+}

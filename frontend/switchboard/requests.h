@@ -1,0 +1,59 @@
+#pragma once
+
+#include "backend/os/clock.h"
+#include "common/data.h"
+#include "frontend/switchboard/request.h"
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <utility>
+
+/// The requests in flight and what the consoles' idle clients say: when each must be looked at, and
+/// the records that its output leaves in, which every console gets. Does no I/O.
+class Requests {
+  public:
+    using Send = std::function<void(int console, const Data& record)>;
+
+    explicit Requests(Send sender) : send(std::move(sender)) {}
+
+    void consoleJoined(int console);
+    /// Nobody owns any more what it started.
+    void consoleLeft(int console);
+    bool noConsoles() const { return idle.empty(); }
+
+    /// Takes a request up under a number of its own; it stays where it is until it is forgotten.
+    Request& add(Request request);
+    void forget(const Request& request);
+    /// Where goes what idle clients say that worked for this console last: to it, or to another
+    /// one when it has left. There must be a console.
+    Request& idleOf(int console);
+
+    /// Sends what was gathered.
+    void flush(Request& request);
+    void flushIdle();
+    void flushAll(int console);
+    /// Sends much output before its time, except lines that not all have said who are waited for;
+    /// common gives the number of those that they have.
+    void flushLarge(Request& request, const std::function<int()>& common);
+    /// Sends what has waited long enough, and sets when to look again.
+    void flushDue(Request& request, const std::function<int()>& common, Clock::time_point now);
+
+    /// The request is to be looked at when what it has said since then has waited long enough.
+    void awaitWindow(Request& request, Clock::time_point since);
+    /// Takes its deadlines as they are now.
+    void arm(Request& request);
+    std::optional<Clock::time_point> deadline() const;
+    /// One whose deadline has passed; null when there is none.
+    Request* due(Clock::time_point now);
+
+  private:
+    const Send send;
+    std::map<int, Request> requests; // by number
+    std::map<int, int> idle;         // the numbers of what idle clients say, by console
+    int lastNumber = 0;
+    std::set<std::pair<Clock::time_point, int>> deadlines;
+
+    void broadcast(const std::optional<Data>& record) const;
+};

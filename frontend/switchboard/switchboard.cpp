@@ -1,0 +1,385 @@
+#include "frontend/switchboard/switchboard.h"
+
+#include "backend/folding/aggregator.h"
+#include "backend/os/text.h"
+#include "common/brokenconnection.h"
+#include "common/catalog.h"
+#include "frontend/switchboard/pipeline.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+namespace {
+
+constexpr const char* pendingName = "PENDING";
+
+Reply answer(Reply::Value value, int number, const std::string& text = "") {
+    Reply reply(value, number);
+    reply.addRetInfo(text.c_str());
+    return reply;
+}
+
+} // namespace
+
+Switchboard::Switchboard(int count, const Driver& driver, Outlet& out)
+    : outlet(out), table(count), dispatcher(count, driver, out, *this) {}
+
+void Switchboard::setClients(int count) {
+    assert(consoles.empty());
+    table = Groups(count);
+    dispatcher.setClients(count);
+}
+
+void Switchboard::consoleJoined(int number) {
+    consoles[number] = Console();
+    dispatcher.consoleJoined(number);
+}
+
+void Switchboard::consoleLeft(int number) {
+    consoles.erase(number);
+    table.removeConsole(number);
+    dispatcher.consoleLeft(number);
+}
+
+// --- what consoles ask
+
+void Switchboard::command(int number, const Command& command, Clock::time_point now) {
+    assert(consoles.contains(number));
+    if (command.getConsoleID() != number) throw BrokenConnection();
+    Console& console = consoles[number];
+    // Who stands in the group keeps it as it was.
+    if (console.group != pendingName &&
+        (command.getType() == Command::GROUP || command.getGroup() == pendingName))
+        table.setPending(number, pendingOf(number));
+    switch (command.getType()) {
+    case Command::CLIENT:
+    case Command::INSTANT:
+    case Command::SCRIPTCLIENT:
+    case Command::STATCLIENT:
+        clientCommand(number, command, now);
+        break;
+    case Command::PROMPT:
+        answerQuestion(number, command, now);
+        break;
+    case Command::GROUP:
+        groupCommand(number, command);
+        break;
+    case Command::ON:
+        switchGroup(number, Text::of(command));
+        break;
+    case Command::INTERRUPT:
+        interruptMembers(number, command, now);
+        break;
+    case Command::QUIT:
+        outlet.sessionOver();
+        return;
+    default:
+        // No console sends these.
+        throw BrokenConnection();
+    }
+    leaveVanishedGroup(number, console);
+}
+
+void Switchboard::clientCommand(int number, const Command& command, Clock::time_point now) {
+    const auto members = table.members(command.getGroup(), number);
+    if (!members) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_NOT_FOUND));
+        return;
+    }
+    Request request;
+    request.console = number;
+    request.text = Text::of(command);
+    request.kind = command.getType();
+    request.members = *members;
+    if (asksWho(command)) return tellWho(std::move(request), now);
+    if (std::any_of(members->begin(), members->end(),
+                    [this](int id) { return dispatcher.requestOf(id); })) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
+        return;
+    }
+    if (const auto problem = dispatcher.start(request, now)) {
+        dispatcher.say(number, request.text, *members, *problem);
+        outlet.toConsole(number, answer(Reply::FAILED, 0));
+        return;
+    }
+    count(*dispatcher.requestOf(members->front()));
+}
+
+// Who sends a command waits for nothing else.
+void Switchboard::count(const Request& request) {
+    Console& console = consoles[request.console];
+    ++console.open;
+    console.awaited = {request.number};
+}
+
+bool Switchboard::asksWho(const Command& command) {
+    return command.getType() == Command::CLIENT && Text::firstWord(Text::of(command)) == "vex";
+}
+
+void Switchboard::tellWho(Request request, Clock::time_point now) {
+    const int number = request.console;
+    const ClientSet& members = request.members;
+    const auto pipeline = Pipeline::parse(
+        request.text, [this](const std::string& name) { return outlet.isProgram(name); });
+    if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
+        dispatcher.say(number, request.text, members,
+                       "the one command that begins with 'vex' is: vex who");
+        outlet.toConsole(number, answer(Reply::FAILED, 0));
+        return;
+    }
+    if (!pipeline) {
+        Aggregator rows;
+        int lineNo = 0;
+        for (int id : members)
+            rows.addRow({id}, lineNo++, outlet.describe(id));
+        if (const auto record = rows.take(number, request.text)) outlet.toConsole(number, *record);
+        sendReady(number, consoles[number]);
+        return;
+    }
+    const int first = members.front();
+    if (dispatcher.requestOf(first)) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
+        return;
+    }
+    request.stat.emplace(false, false);
+    for (int id : members)
+        request.stat->addRow(outlet.describe(id), {id});
+    request.filter = pipeline->filter;
+    dispatcher.filterReport(std::move(request), now);
+    count(*dispatcher.requestOf(first));
+}
+
+void Switchboard::groupCommand(int number, const Command& command) {
+    GroupCommand operation;
+    operation.unpack(command.getContent(), command.getLength());
+    Console& console = consoles[number];
+    const bool before = table.members(console.group, number).has_value();
+    const bool filtered =
+        operation.getOpType() == GroupCommand::ASSIGN && operation.getBase() == "FILTERED";
+    // After a READY it is the console's own, else the user's.
+    if (filtered && console.filteredDue == 0) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_PREDEFINED));
+        return;
+    }
+    const Reply reply = table.apply(operation, number, console.group);
+    if (filtered) console.filteredDue = std::max(0, console.filteredDue - 1);
+    const bool gone = !table.members(console.group, number);
+    // The group under its own feet: lost by this command, or while a command ran.
+    outlet.toConsole(number,
+                     gone && (filtered || before) ? answer(Reply::SUCCESS, 0, "NULL") : reply);
+    if (gone && (filtered || before)) console.group = "all";
+    for (auto& [other, its] : consoles)
+        leaveVanishedGroup(other, its);
+}
+
+void Switchboard::switchGroup(int number, const std::string& name) {
+    if (name == pendingName) {
+        const ClientSet waiting = pendingOf(number);
+        if (!waiting.empty() || consoles[number].group != pendingName)
+            table.setPending(number, waiting);
+    }
+    const auto members = table.members(name, number);
+    if (!members) {
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_NOT_FOUND));
+        return;
+    }
+    Console& console = consoles[number];
+    console.group = name;
+    console.interrupts.clear();
+    console.interrupted = {};
+    console.awaited.clear();
+    for (int id : *members) {
+        const Request* request = dispatcher.requestOf(id);
+        if (!request) continue;
+        // A command that nobody owns any more goes to the first console that comes to look after
+        // it.
+        if (request->console == 0) {
+            dispatcher.adopt(id, number);
+            ++console.open;
+        }
+        if (request->console == number) console.awaited.insert(request->number);
+    }
+    outlet.toConsole(
+        number, answer(console.awaited.empty() ? Reply::ON_NORMAL : Reply::ON_INTERRUPT, 0, name));
+}
+
+// A command that nobody owns any more is anybody's.
+ClientSet Switchboard::pendingOf(int number) const {
+    ClientSet waiting = workingFor(number, table.all());
+    waiting.insert(workingFor(0, table.all()));
+    return waiting;
+}
+
+ClientSet Switchboard::workingFor(int number, const ClientSet& members) const {
+    ClientSet working;
+    for (int id : members) {
+        const Request* request = dispatcher.requestOf(id);
+        if (request && request->console == number) working.insert(id);
+    }
+    return working;
+}
+
+void Switchboard::interruptMembers(int number, const Command& command, Clock::time_point now) {
+    Console& console = consoles[number];
+    // It crosses a READY: whatever was said now would be taken for the answer to FILTERED.
+    if (console.filteredDue > 0) return;
+    const auto members = table.members(command.getGroup(), number);
+    if (!members) {
+        // The console goes back to group all.
+        console.group = "all";
+        outlet.toConsole(number, answer(Reply::SUCCESS, 0, "NULL"));
+        return;
+    }
+    const ClientSet working = workingFor(number, *members);
+    if (!working.empty()) {
+        console.interrupted.insert(working);
+        console.interrupts.push_back(now + Wait::interrupt);
+    } else {
+        console.awaited.clear();
+        outlet.toConsole(number, answer(Reply::ON_NORMAL, 0, command.getGroup()));
+    }
+    dispatcher.interrupt(*members, now);
+}
+
+void Switchboard::answerQuestion(int number, const Command& command, Clock::time_point now) {
+    if (consoles[number].filteredDue > 0) return;
+    const auto members = table.members(command.getGroup(), number);
+    const ClientSet running = workingFor(number, members.value_or(ClientSet()));
+    if (running.empty()) {
+        consoles[number].awaited.clear();
+        outlet.toConsole(number, answer(Reply::FAILED, CMD_IN_NORMAL));
+        return;
+    }
+    const std::string text = Text::of(command);
+    if (dispatcher.reply(running, Text::unquoted(text), now)) return;
+    dispatcher.say(number, "send " + text, running, "waits for no answer; nothing was sent");
+    outlet.toConsole(number, answer(Reply::ON_INTERRUPT, 0, command.getGroup()));
+}
+
+// --- what becomes of it
+
+void Switchboard::answered(int id, const Request& request) {
+    auto owner = consoles.find(request.console);
+    if (owner == consoles.end()) return;
+    auto& [number, console] = *owner;
+    console.interrupted.erase(id);
+    if (!request.waiting.empty()) {
+        // What is left of it may work in another group than the one that the console is in now.
+        if (console.awaited.contains(request.number) && !worksHere(request, number, console)) {
+            console.awaited.erase(request.number);
+            if (console.awaited.empty()) {
+                dispatcher.flushAll(number);
+                return sendReady(number, console);
+            }
+        }
+        checkInterrupt(number, console);
+        return;
+    }
+    const bool awaited = console.awaited.erase(request.number) > 0;
+    --console.open;
+    // A command left behind in another group says READY only when no other can be mistaken for it.
+    if (console.awaited.empty() && (awaited || !(console.open > 0 || console.filteredDue > 0)))
+        sendReady(number, console);
+    else
+        checkInterrupt(number, console);
+}
+
+bool Switchboard::worksHere(const Request& request, int number, const Console& console) const {
+    const auto members = table.members(console.group, number);
+    return !members || std::any_of(request.waiting.begin(), request.waiting.end(),
+                                   [&members](int id) { return members->contains(id); });
+}
+
+void Switchboard::asks(const Request& request) {
+    const auto owner = consoles.find(request.console);
+    if (owner == consoles.end()) return;
+    auto& [number, console] = *owner;
+    if (console.awaited.contains(request.number) && console.filteredDue == 0 &&
+        console.interrupts.empty())
+        outlet.toConsole(number, answer(Reply::ON_INTERRUPT, 0, console.group));
+}
+
+void Switchboard::sendReady(int number, Console& console) {
+    Data ready;
+    ready.setType(Data::READY);
+    ready.setConsoleID(number);
+    console.interrupts.clear();
+    console.interrupted = {};
+    console.awaited.clear();
+    ++console.filteredDue;
+    outlet.toConsole(number, ready);
+}
+
+// All whom the interrupt was for have stopped: the console is free, whoever else still runs.
+void Switchboard::checkInterrupt(int number, Console& console) {
+    if (console.interrupts.empty() || !console.interrupted.empty()) return;
+    dispatcher.flushAll(number);
+    sendReady(number, console);
+}
+
+void Switchboard::clientForked(int id, const std::string& who) {
+    dispatcher.addClient(id);
+    table.addClient(id);
+    for (const auto& [number, console] : consoles)
+        outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + who));
+}
+
+void Switchboard::tell(int id, const std::string& text) {
+    for (const auto& [number, console] : consoles)
+        dispatcher.announce(number, {id}, text);
+}
+
+void Switchboard::clientGone(int id, Clock::time_point) {
+    if (!table.all().contains(id)) return; // never announced, or gone before
+    dispatcher.clientGone(id);
+    table.removeClient(id);
+    for (const auto& [number, console] : consoles)
+        outlet.toConsole(number, answer(Reply::CLIENT_REMOVE, id));
+    if (table.all().empty()) {
+        for (const auto& [number, console] : consoles)
+            outlet.toConsole(number, answer(Reply::FAILED, INFO_ALL_CLIENTS_BROKEN));
+        outlet.sessionOver();
+        return;
+    }
+    dispatcher.remove(id);
+    for (auto& [number, console] : consoles)
+        leaveVanishedGroup(number, console);
+}
+
+// A console whose group is gone is sent to group all, but not while it waits for something.
+void Switchboard::leaveVanishedGroup(int number, Console& console) {
+    if (table.members(console.group, number)) return;
+    if (!console.awaited.empty() || console.filteredDue > 0 || !console.interrupts.empty()) return;
+    console.group = "all";
+    Data quit;
+    quit.setType(Data::QUIT);
+    outlet.toConsole(number, quit);
+}
+
+void Switchboard::announce(const std::string& text) {
+    for (const auto& [number, console] : consoles)
+        dispatcher.announce(number, table.all(), text);
+}
+
+// --- time
+
+std::optional<Clock::time_point> Switchboard::deadline() const {
+    std::optional<Clock::time_point> next = dispatcher.deadline();
+    for (const auto& [number, console] : consoles) {
+        if (!console.interrupts.empty() && (!next || console.interrupts.front() < *next))
+            next = console.interrupts.front();
+    }
+    return next;
+}
+
+void Switchboard::tick(Clock::time_point now) {
+    dispatcher.tick(now);
+    for (auto& [number, console] : consoles) {
+        while (!console.interrupts.empty() && console.interrupts.front() <= now) {
+            console.interrupts.pop_front();
+            outlet.toConsole(number, answer(Reply::SUCCESS, 0));
+        }
+        if (console.interrupts.empty()) console.interrupted = {};
+    }
+}

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "backend/drivers/driver.h"
+#include "backend/os/clock.h"
+#include "common/clientset.h"
+#include "common/command.h"
+#include "common/data.h"
+#include "common/reply.h"
+#include "frontend/switchboard/dispatcher.h"
+#include "frontend/switchboard/groups.h"
+
+#include <deque>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+/// Connects consoles with clients: which groups there are, who may ask whom for what, and which
+/// single answer each console waits for. What the clients do is the Dispatcher's.
+///
+/// Does no I/O: it is told what happened and at what time, and acts through its Outlet. Calls that
+/// lead to calls of the Outlet must not come back into the switchboard.
+class Switchboard : private Dispatcher::Listener {
+  public:
+    /// What the switchboard does to the world.
+    class Outlet : public Dispatcher::Outlet {
+      public:
+        using Dispatcher::Outlet::toConsole;
+        virtual void toConsole(int console, const Reply& reply) = 0;
+        /// Which process the client's is, in one line.
+        virtual std::string describe(int client) = 0;
+        /// The session is over: a console asked for it, or the last client is gone.
+        virtual void sessionOver() = 0;
+    };
+
+    /// Clients 0 to clients - 1, all idle. The driver and the outlet must outlive this.
+    Switchboard(int clients, const Driver& driver, Outlet& out);
+
+    /// Other clients than the constructor was told, all idle; before a console has joined.
+    void setClients(int count);
+
+    /// Consoles have numbers from 1 up; a number is used once.
+    void consoleJoined(int console);
+    void consoleLeft(int console);
+    /// A record of this console.
+    void command(int console, const Command& command, Clock::time_point now);
+
+    /// What a client printed, without its prompts.
+    void output(int client, std::string_view text, Clock::time_point now) {
+        dispatcher.output(client, text, now);
+    }
+    void prompted(int client, Clock::time_point now) { dispatcher.prompted(client, now); }
+    /// A new client is there, idle; the text says who it is. Its number was never used.
+    void clientForked(int client, const std::string& who);
+    /// Something to know about a client, for every console.
+    void tell(int client, const std::string& text);
+    /// The client's debugger has ended; all its output was handed over before.
+    void clientGone(int client, Clock::time_point now);
+
+    /// What a program prints that works for a client, and its end.
+    void helperOutput(int client, std::string_view text, Clock::time_point now) {
+        dispatcher.helperOutput(client, text, now);
+    }
+    void helperEnded(int client, const std::string& problem, Clock::time_point now) {
+        dispatcher.helperEnded(client, problem, now);
+    }
+    /// Whether it is a script.
+    bool runsScript(int client) const {
+        const Request* request = dispatcher.requestOf(client);
+        return request && request->kind == Command::SCRIPTCLIENT;
+    }
+    /// Whether there is room for more of its output.
+    bool helperMayTalk(int client) const { return dispatcher.helperMayTalk(client); }
+
+    /// Tells all consoles something that is of no client in particular.
+    void announce(const std::string& text);
+    /// Whether a command asks which processes the tasks are; the answer calls describe.
+    static bool asksWho(const Command& command);
+
+    /// When tick wants to be called; nothing when it need not.
+    std::optional<Clock::time_point> deadline() const;
+    void tick(Clock::time_point now);
+
+    const Groups& groups() const { return table; }
+    /// The console for which the client works, or worked last; 0 for none.
+    int ownerOf(int client) const { return dispatcher.consoleOf(client); }
+
+  private:
+    struct Console {
+        std::string group = "all";
+        /// How many READYs were sent for which the console has not assigned its FILTERED yet.
+        int filteredDue = 0;
+        /// Interrupts without their answers: until when each, and who still works of those whom
+        /// they were for.
+        std::deque<Clock::time_point> interrupts;
+        ClientSet interrupted;
+        /// How many of its requests have not ended, and the numbers of those that it waits for: the
+        /// last one, or those whose clients are in its group.
+        int open = 0;
+        std::set<int> awaited;
+    };
+
+    Outlet& outlet;
+    Groups table;
+    std::map<int, Console> consoles;
+    Dispatcher dispatcher;
+
+    void clientCommand(int console, const Command& command, Clock::time_point now);
+    void tellWho(Request request, Clock::time_point now);
+    void count(const Request& request);
+    void interruptMembers(int console, const Command& command, Clock::time_point now);
+    void answerQuestion(int console, const Command& command, Clock::time_point now);
+    void switchGroup(int console, const std::string& name);
+    void groupCommand(int console, const Command& command);
+    ClientSet pendingOf(int console) const;
+    ClientSet workingFor(int console, const ClientSet& members) const;
+
+    // Dispatcher::Listener
+    void answered(int client, const Request& request) override;
+    void asks(const Request& request) override;
+
+    bool worksHere(const Request& request, int number, const Console& console) const;
+    void sendReady(int number, Console& console);
+    void checkInterrupt(int number, Console& console);
+    void leaveVanishedGroup(int number, Console& console);
+};

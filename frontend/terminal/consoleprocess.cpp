@@ -1,0 +1,29 @@
+#include "frontend/terminal/consoleprocess.h"
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+ConsoleProcess::ConsoleProcess() : isTerminal(::tcgetattr(STDIN_FILENO, &before) == 0) {}
+
+void ConsoleProcess::start(const std::string& executable, int session,
+                           const Environment& environment) {
+    process.start({{executable, "-s", std::to_string(session), "-b", std::to_string(::getpid())},
+                   environment,
+                   -1});
+}
+
+bool ConsoleProcess::ended() {
+    switch (process.poll()) {
+    case ChildProcess::STOPPED:
+        ::raise(SIGSTOP);
+        process.signal(SIGCONT);
+        return false;
+    case ChildProcess::ENDED:
+        if (isTerminal && WIFSIGNALED(process.status()))
+            ::tcsetattr(STDIN_FILENO, TCSADRAIN, &before);
+        return true;
+    default:
+        return false;
+    }
+}

@@ -1,0 +1,211 @@
+#include "frontend/terminal/foreground.h"
+
+#include "frontend/session/exitstatus.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+Foreground::Foreground(Start what, Channel end)
+    : start(std::move(what)),
+      line(std::move(end)),
+      stream(loop, line.fd()),
+      signals(loop, {SIGCHLD, SIGTERM, SIGUSR1}, [this](int number) { onSignal(number); }),
+      timer(loop),
+      lastResort(loop),
+      guarded(start.guardian != -1) {
+    // Who started this with SIGHUP ignored wants it to go on without the terminal.
+    struct sigaction found {};
+    ::sigaction(SIGHUP, nullptr, &found);
+    if (found.sa_handler != SIG_IGN) signals.add(SIGHUP);
+}
+
+int Foreground::run() {
+    waitToHear();
+    line.say("attend");
+    try {
+        startConsole();
+        loop.run();
+    } catch (...) {
+        stream.release();
+        line.say(guarded ? "end 1" : "left");
+        if (guarded) ::waitpid(start.guardian, nullptr, 0);
+        throw;
+    }
+    stream.release();
+    if (signalled != 0) return 128 + signalled;
+    const bool mayJudge = report && (status == 0 || status == ExitStatus::refused);
+    return mayJudge && !succeeded() ? ExitStatus::refused : status;
+}
+
+void Foreground::startConsole() {
+    ConsoleProcess::Environment environment;
+    // A report in a file is read as it stands; but who asked for colours gets them.
+    if (!::isatty(STDOUT_FILENO) && !std::getenv("VEX_COLOUR"))
+        environment.emplace_back("VEX_COLOUR", "never");
+    Descriptor writer;
+    if (start.script) {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) == -1)
+            throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
+        report.reset(ends[0]);
+        writer.reset(::fcntl(ends[1], F_DUPFD, 0)); // for the console alone: without O_CLOEXEC
+        ::close(ends[1]);
+        environment.emplace_back("VEX_CONSOLE_REPORT", std::to_string(writer.get()));
+    }
+    console.start(start.console, start.session, environment);
+}
+
+// Whether the console carried out every line of the script; says what it did not.
+bool Foreground::succeeded() const {
+    char text[256];
+    const ssize_t got = ::read(report.get(), text, sizeof text);
+    std::istringstream words(std::string(text, got > 0 ? static_cast<std::size_t>(got) : 0));
+    long refusals = 0, mistakes = 0;
+    bool complete = false;
+    words >> refusals >> mistakes >> complete;
+    const auto tell = [this](long number, const char* one, const char* many) {
+        if (number > 0) say(std::to_string(number) + (number == 1 ? one : many));
+    };
+    tell(refusals, " command of the script was refused", " commands of the script were refused");
+    tell(mistakes, " line of the script had a mistake", " lines of the script had mistakes");
+    if (!complete) say("the script did not come to its end");
+    return refusals == 0 && mistakes == 0 && complete;
+}
+
+void Foreground::onSignal(int number) {
+    switch (number) {
+    case SIGCHLD:
+        onChild();
+        break;
+    case SIGUSR1:
+        // The start is given up by the one whose start it is.
+        if (guarded) {
+            line.say("give up");
+        } else {
+            console.signal(SIGTERM);
+            endConsole(1);
+        }
+        break;
+    case SIGTERM:
+        if (guarded && signalled == 0) {
+            line.say("end " + std::to_string(128 + number));
+            insist();
+        } else if (guarded) {
+            ::kill(start.guardian, SIGQUIT);
+        } else {
+            console.signal(SIGTERM);
+            endConsole(1);
+        }
+        signalled = number;
+        break;
+    default: // The terminal is gone.
+        signalled = number;
+        console.signal(SIGHUP);
+        endConsole(0);
+    }
+}
+
+void Foreground::onChild() {
+    int ended = 0;
+    if (guarded && ::waitpid(start.guardian, &ended, WNOHANG) == start.guardian) {
+        guarded = false;
+        status = WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended);
+    }
+    if (console.ended()) onConsoleEnded();
+    finishIfOver();
+}
+
+void Foreground::onConsoleEnded() {
+    timer.cancel();
+    const bool hungUp = signalled == SIGHUP ||
+                        (WIFSIGNALED(console.status()) && WTERMSIG(console.status()) == SIGHUP);
+    midLine = !connected || WIFSIGNALED(console.status());
+    line.say(hungUp ? "hung up" : "left");
+    // The keys are the user's again: there is only an answer left to wait for.
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGQUIT, SIG_DFL);
+}
+
+void Foreground::waitToHear() {
+    stream.async_wait(stream.wait_read, [this](const asio::error_code& fault) {
+        if (fault) return;
+        bool over = false;
+        if (const auto text = line.hear(over)) onText(*text);
+        if (!over) {
+            waitToHear();
+            return;
+        }
+        connected = false;
+        // Its connection is closed, and it ends by itself; one that does not is helped along.
+        if (console.running()) endConsole(0);
+        finishIfOver();
+    });
+}
+
+// "goes on" or "is full", and how many consoles the session has.
+void Foreground::onText(const std::string& text) {
+    const int consoles = std::atoi(text.c_str() + std::strlen("goes on "));
+    const std::string name = "session " + std::to_string(start.session);
+    if (text.starts_with("is full ")) {
+        say(name + " has its " + std::to_string(consoles) +
+            " consoles, as many as it may have; leave one of them, or start a session with a "
+            "larger --consoles");
+        status = 1;
+        loop.stop();
+        return;
+    }
+    const std::string others = consoles == 0   ? "without a console"
+                               : consoles == 1 ? "with another console"
+                                               : "with " + std::to_string(consoles) + " consoles";
+    if (start.waits) {
+        say(name + " goes on " + others + "; waiting for its end");
+        return;
+    }
+    say(name + " goes on " + others + "; come back with: vex --join " +
+        std::to_string(start.session));
+    loop.stop();
+}
+
+void Foreground::say(const std::string& sentence) const {
+    const bool newLine = midLine && ::isatty(STDERR_FILENO);
+    std::fprintf(stderr, "%svex: %s\n", newLine ? "\n" : "", sentence.c_str());
+}
+
+void Foreground::endConsole(int patience) {
+    timer.expires_after(std::chrono::milliseconds(1500));
+    timer.async_wait([this, patience](const asio::error_code& fault) {
+        if (fault || !console.running()) return;
+        console.signal(SIGCONT);
+        console.signal(patience == 0 ? SIGTERM : SIGKILL);
+        endConsole(patience + 1);
+    });
+}
+
+// A session that does not end, stopped by somebody, say, is ended by its guardian.
+void Foreground::insist() {
+    lastResort.expires_after(std::chrono::seconds(15));
+    lastResort.async_wait([this](const asio::error_code& fault) {
+        if (!fault && guarded) ::kill(start.guardian, SIGQUIT);
+    });
+}
+
+void Foreground::finishIfOver() {
+    if (connected || guarded || console.running()) return;
+    const std::string name = "session " + std::to_string(start.session);
+    if (start.guardian == -1)
+        say(name + " has ended");
+    else if (status == 128 + SIGKILL && signalled == 0)
+        say(name + " was killed, and what it had started has ended");
+    else if (status == 0 && !start.script && !start.waits)
+        say(name + " has ended");
+    loop.stop();
+}

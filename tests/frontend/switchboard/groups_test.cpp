@@ -1,0 +1,114 @@
+#include "common/catalog.h"
+#include "frontend/switchboard/groups.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using enum GroupCommand::Type;
+using Names = std::vector<std::string>;
+
+class GroupsTest : public testing::Test {
+  protected:
+    Groups groups{8};
+
+    Reply apply(GroupCommand::Type type, const std::string& base, const ClientSet& ids = {},
+                const Names& names = {}, int from = 1, const std::string& current = "all") {
+        GroupCommand command;
+        command.setOpType(type);
+        command.setBase(base);
+        for (const std::string& name : names)
+            command.addOperand(name);
+        if (!ids.empty()) command.addOperands(ids);
+        return groups.apply(command, from, current);
+    }
+    std::string members(const std::string& name, int from = 1) {
+        const auto ids = groups.members(name, from);
+        return ids ? ids->str() : "none";
+    }
+    // The list, or what is wrong with it.
+    std::string list(const std::string& name = "") {
+        const Reply reply = apply(QUERY, name);
+        return reply.getErrCode() ? std::to_string(reply.getErrCode()) : reply.getRetInfo();
+    }
+};
+
+TEST_F(GroupsTest, AnswersByTheTable) {
+    const struct {
+        GroupCommand::Type type;
+        std::string base;
+        ClientSet ids;
+        Names names;
+        int error; // 0: SUCCESS
+        std::string members;
+    } steps[] = {
+        {ASSIGN, "g", {1, 3, 5}, {}, 0, "1 3 5 "},
+        {ADD, "g", {4}, {}, 0, "1 3:5 "},
+        {ASSIGN, "h", {0}, {"g"}, 0, "0:1 3:5 "},
+        {DELETE, "h", {0, 7}, {"2"}, 0, "1 3:5 "},
+        {ADD, "new", {2}, {"7"}, 0, "2 7 "},
+        // Refused, and nothing changes.
+        {ASSIGN, "g", {8}, {}, CMD_GROUP_CLIENT_ID, "1 3:5 "},
+        {ASSIGN, "g", {-1, 2}, {}, CMD_GROUP_CLIENT_ID, "1 3:5 "},
+        {DELETE, "g", {1, 99}, {}, CMD_GROUP_CLIENT_ID, "1 3:5 "},
+        {ASSIGN, "g", {}, {"nosuch"}, CMD_GROUP_NOT_FOUND, "1 3:5 "},
+        {ASSIGN, "g", {}, {"8"}, CMD_GROUP_NOT_FOUND, "1 3:5 "},
+        {ASSIGN, "g", {}, {}, CMD_GROUP_ADD_EMPTY, "1 3:5 "},
+        {ADD, "empty", {}, {}, CMD_GROUP_ADD_EMPTY, "none"},
+        {DELETE, "nosuch", {1}, {}, CMD_GROUP_NOT_FOUND, "none"},
+        {ASSIGN, "all", {1}, {}, CMD_GROUP_PREDEFINED, "0:7 "},
+        {DELETE, "FILTERED", {1}, {}, CMD_GROUP_PREDEFINED, "none"},
+        {ASSIGN, "3", {1}, {}, CMD_GROUP_NUMBER, "3 "},
+        {ASSIGN, "3x", {1}, {}, CMD_GROUP_NUMBER, "none"},
+        {ASSIGN, "", {1}, {}, CMD_GROUP_NAME, "none"},
+        // The last member leaves: the group is deleted.
+        {DELETE, "g", {}, {"all"}, CMD_GROUP_DELETE_EMPTY, "none"},
+    };
+    for (const auto& [type, base, ids, names, error, left] : steps) {
+        const Reply reply = apply(type, base, ids, names);
+        SCOPED_TRACE(base + " " + std::to_string(error));
+        EXPECT_EQ(reply.getRetValue(), error == 0 ? Reply::SUCCESS : Reply::FAILED);
+        EXPECT_EQ(reply.getErrCode(), error);
+        const bool named = error == CMD_GROUP_ADD_EMPTY || error == CMD_GROUP_DELETE_EMPTY;
+        EXPECT_EQ(reply.getRetInfo(), named ? base : "");
+        EXPECT_EQ(members(base), left);
+    }
+}
+
+TEST_F(GroupsTest, ListsReadablyAndTheDeadLeaveTheirGroups) {
+    EXPECT_EQ(list(), "all (8): 0:7\n");
+    apply(ASSIGN, "pair", {2, 3});
+    apply(ASSIGN, "FILTERED", {3, 5});
+    EXPECT_EQ(list(), "all (8): 0:7\nFILTERED (2): 3 5\npair (2): 2:3\n");
+    EXPECT_EQ(list("pair"), "pair (2): 2:3\n");
+    EXPECT_EQ(list("6"), "6 (1): 6\n");
+    EXPECT_EQ(list("nosuch"), "511");
+    EXPECT_EQ(list("06"), "511");
+    groups.removeClient(3);
+    groups.removeClient(5);
+    EXPECT_EQ(list(), "all (6): 0:2 4 6:7\npair (1): 2\n");
+    EXPECT_EQ(members("3"), "none");
+    EXPECT_EQ(apply(ADD, "pair", {3}).getErrCode(), CMD_GROUP_CLIENT_ID);
+    groups.removeClient(2);
+    EXPECT_EQ(list(), "all (5): 0:1 4 6:7\n");
+}
+
+TEST_F(GroupsTest, FilteredBelongsToEachConsoleAndNeverFails) {
+    const auto filter = [this](const ClientSet& ids, int from, const std::string& current) {
+        return apply(ASSIGN, "FILTERED", ids, {}, from, current).getRetValue();
+    };
+    EXPECT_EQ(filter({1, 2, 99}, 1, "all"), Reply::SUCCESS);
+    EXPECT_EQ(filter({5}, 2, "all"), Reply::SUCCESS);
+    EXPECT_EQ(members("FILTERED", 1), "1:2 ");
+    EXPECT_EQ(members("FILTERED", 2), "5 ");
+    EXPECT_EQ(members("FILTERED", 3), "none");
+    // Nobody spoke: a console that stands in it keeps its ground.
+    EXPECT_EQ(filter({}, 1, "FILTERED"), Reply::SUCCESS);
+    EXPECT_EQ(members("FILTERED", 1), "1:2 ");
+    EXPECT_EQ(filter({}, 1, "all"), Reply::SUCCESS);
+    EXPECT_EQ(members("FILTERED", 1), "none");
+    groups.removeConsole(2);
+    EXPECT_EQ(members("FILTERED", 2), "none");
+}
+
+} // namespace

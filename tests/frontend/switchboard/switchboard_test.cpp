@@ -1,0 +1,518 @@
+#include "backend/drivers/gdb.h"
+#include "common/brokenconnection.h"
+#include "frontend/switchboard/switchboard.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using enum Command::Type;
+using enum GroupCommand::Type;
+
+// A switchboard with four clients and consoles 1 and 2, whose acts are written down: "1 READY 1",
+// "2 FAILED 519", "1 0@0:3 hello" for a line and its number, "type 0 where" and so on, all with a
+// slash between them.
+class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
+  protected:
+    Gdb gdb{"gdb"};
+    Switchboard board{4, gdb, *this};
+    Clock::time_point now{};
+    std::string log;
+
+    SwitchboardTest() {
+        board.consoleJoined(1);
+        board.consoleJoined(2);
+    }
+
+    // What happened since the last look, which most of what follows is as well.
+    std::string happened() { return std::exchange(log, ""); }
+
+    std::string send(int console, Command::Type type, const std::string& group,
+                     const std::string& content, int length = -1) {
+        Command command;
+        command.init(console, group, type, content.c_str(), length);
+        board.command(console, command, now);
+        return happened();
+    }
+    std::string types(int console, const std::string& group, const std::string& line) {
+        return send(console, CLIENT, group, line);
+    }
+    std::string replies(const std::string& text, const std::string& group = "all") {
+        return send(1, PROMPT, group, text);
+    }
+    std::string interrupts(const std::string& group, int console = 1) {
+        return send(console, INTERRUPT, group, "", 0);
+    }
+    std::string on(int console, const std::string& group, const std::string& from = "all") {
+        return send(console, ON, from, group);
+    }
+    std::string group(int console, GroupCommand::Type type, const std::string& base,
+                      const ClientSet& ids = {}) {
+        GroupCommand operation;
+        operation.setOpType(type);
+        operation.setBase(base);
+        if (!ids.empty()) operation.addOperands(ids);
+        int length = 0;
+        const auto body = operation.pack(&length);
+        return send(console, GROUP, "all", {body.get(), static_cast<std::size_t>(length)}, length);
+    }
+    std::string filtered() { return group(1, ASSIGN, "FILTERED", {0}); }
+    void prints(const ClientSet& ids, const std::string& text) {
+        for (int id : ids)
+            board.output(id, text, now);
+    }
+    std::string prompts(const ClientSet& ids) {
+        for (int id : ids)
+            board.prompted(id, now);
+        return happened();
+    }
+    std::string answers(const ClientSet& ids, const std::string& text) {
+        prints(ids, text);
+        return prompts(ids);
+    }
+    std::string stops(const ClientSet& ids) { return answers(ids, "received signal SIGINT\n"); }
+    std::string dies(int client) {
+        board.clientGone(client, now);
+        return happened();
+    }
+    std::string pass(std::chrono::milliseconds time) {
+        const auto end = now + time;
+        while (board.deadline() && *board.deadline() <= end) {
+            now = std::max(now, *board.deadline());
+            board.tick(now);
+        }
+        now = end;
+        return happened();
+    }
+    // A command of console 1 to a group.
+    void running(const std::string& name = "all") { types(1, name, "continue"); }
+
+  private:
+    void note(const std::string& text) { log += (log.empty() ? "" : " / ") + text; }
+    void toConsole(int console, const Reply& reply) override {
+        static const char* const names[] = {"FAILED", "SUCCESS",    "ON_NORMAL", "ON_INTERRUPT",
+                                            "QUERY",  "CLIENT_ADD", "REMOVE"};
+        std::string text = std::to_string(console) + " " + names[reply.getRetValue() + 1];
+        if (reply.getErrCode() != 0) text += " " + std::to_string(reply.getErrCode());
+        note(text + (reply.getRetInfo().empty() ? "" : " ") + reply.getRetInfo());
+    }
+    void toConsole(int console, const Data& data) override {
+        const std::string to = std::to_string(console) + " ",
+                          its = std::to_string(data.getConsoleID());
+        if (data.getType() != Data::TEXT)
+            note(to + (data.getType() == Data::READY ? "READY " : "QUIT ") + its);
+        else if (console == 1 || its == "2")
+            for (const auto& [number, slot] : data.slots())
+                for (const auto& line : slot.lines)
+                    note(to + std::to_string(number) + "@" + line->clients().str() +
+                         line->getContent());
+    }
+    void toClient(int client, const std::string& line) override {
+        note("type " + std::to_string(client) + " " + line);
+    }
+    void startHelper(int client, const std::string& command, const std::string& input) override {
+        note("start " + std::to_string(client) + " " + command + " < " + input);
+    }
+    void stopHelper(int client) override { note("stop " + std::to_string(client)); }
+    bool isProgram(const std::string& name) override { return name == "grep" || name == "./it"; }
+    std::string describe(int client) override { return "task of " + std::to_string(client); }
+    void interrupt(int client) override { note("SIGINT " + std::to_string(client)); }
+    void sessionOver() override { note("over"); }
+};
+
+TEST_F(SwitchboardTest, ACommandGoesToTheGroupAndItsAnswersComeBackMerged) {
+    group(1, ASSIGN, "odd", {1, 3});
+    for (int round = 0; round < 2; ++round) { // line numbers begin anew
+        EXPECT_EQ(types(1, "odd", "print 1"), "type 1 print 1 / type 3 print 1");
+        prints({1, 3}, "$1 = 1\n");
+        prints({3}, "and more");
+        EXPECT_EQ(prompts({1}), "");
+        EXPECT_EQ(prompts({3}), "1 0@1 3 $1 = 1 / 1 1@3 and more / 1 READY 1");
+        EXPECT_EQ(filtered(), "1 SUCCESS");
+    }
+    EXPECT_TRUE(send(1, INSTANT, "all", "inst  info line").starts_with("type 0 info line / "));
+    prints({0, 1}, "x\n");
+    EXPECT_EQ(happened(), "1 0@0 x / 1 0@1 x");
+    EXPECT_EQ(prompts({0, 1, 2, 3}), "1 READY 1");
+}
+
+TEST_F(SwitchboardTest, NeitherASlowClientNorAnUnfinishedLineHoldsBackTheOthers) {
+    running();
+    EXPECT_EQ(answers({0, 1, 2}, "ready\n"), "");
+    EXPECT_EQ(pass(199ms), "");
+    EXPECT_EQ(pass(1ms), "1 0@0:2 ready");
+    EXPECT_EQ(answers({3}, "late\n"), "1 0@3 late / 1 READY 1");
+    filtered();
+    running();
+    prints({0}, "a\nhalf");
+    EXPECT_EQ(pass(100ms), "");
+    prints({1}, "younger");
+    EXPECT_EQ(pass(100ms), "1 0@0 a");
+    EXPECT_EQ(pass(300ms), "1 1@0 half");
+    prints({0}, " more\n");
+    EXPECT_EQ(pass(200ms), "1 0@1 younger / 1 2@0  more");
+    EXPECT_GT(board.deadline(), now + 4s);
+}
+
+TEST_F(SwitchboardTest, MuchThatAllSayIsShownOnceAndDoesNotWaitForTheSlow) {
+    running();
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += "equal\n"; // 1.5 MB when gathered
+    const auto lines = [](const std::string& events) {
+        return std::count(events.begin(), events.end(), '@');
+    };
+    std::string all;
+    for (int id = 0; id < 4; ++id) {
+        prints({id}, text);
+        EXPECT_EQ(all, "");
+        all = pass(20ms);
+    }
+    EXPECT_EQ(lines(all), 20000);
+    EXPECT_TRUE(all.ends_with(" / 1 19999@0:3 equal"));
+    prints({0, 1, 2}, text);
+    EXPECT_EQ(lines(pass(200ms)), 20000);
+    // All that is kept back is 16 MB.
+    for (int i = 0; i < 12; ++i)
+        prints({0}, text);
+    EXPECT_GT(lines(happened()), 200000);
+}
+
+TEST_F(SwitchboardTest, RefusesWhatCannotStartAndWhatNoConsoleSends) {
+    EXPECT_EQ(types(1, "nosuch", "where"), "1 FAILED 511");
+    EXPECT_EQ(on(1, "nosuch"), "1 FAILED 511");
+    running("2");
+    EXPECT_EQ(types(2, "all", "where"), "2 FAILED 519");
+    EXPECT_EQ(types(2, "3", "where\nquit"), "type 3 where"); // a line is one line
+    EXPECT_EQ(types(1, "2", "where"), "1 FAILED 519");
+    EXPECT_EQ(types(2, "2", "vex who"), "2 0@2 task of 2 / 2 READY 2");
+    EXPECT_EQ(send(1, STATCLIENT, "0", "stat -s | nosuch"),
+              "1 0@0 cannot find the program 'nosuch' / 1 FAILED");
+    EXPECT_EQ(send(1, SCRIPTCLIENT, "0", "script it"),
+              "1 0@0 cannot run 'it': a program of this directory needs its path, ./it / 1 FAILED");
+    Command foreign;
+    foreign.init(2, "all", CLIENT, "where", -1);
+    EXPECT_THROW(board.command(1, foreign, now), BrokenConnection);
+    for (const int type : {int{CONFIG}, int{GROUP}, 77})
+        EXPECT_THROW(send(1, static_cast<Command::Type>(type), "all", "x"), BrokenConnection);
+    EXPECT_EQ(send(1, QUIT, "all", "", 0), "over");
+}
+
+TEST_F(SwitchboardTest, AnInterruptIsAnsweredByReadyAloneOrAfterASecond) {
+    running();
+    prompts({3});
+    EXPECT_EQ(interrupts("all"), "SIGINT 0 / SIGINT 1 / SIGINT 2");
+    EXPECT_EQ(stops({0, 1, 2}), "1 0@0:2 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(pass(5s), "");
+    filtered();
+    running();
+    interrupts("all");
+    EXPECT_EQ(pass(999ms), "");
+    EXPECT_EQ(pass(1ms), "1 SUCCESS");
+    EXPECT_EQ(stops({0, 1, 2, 3}), "1 0@0:3 received signal SIGINT / 1 READY 1");
+}
+
+TEST_F(SwitchboardTest, ASecondInterruptDoesNotReachTheNextCommand) {
+    running("0");
+    EXPECT_EQ(interrupts("0"), "SIGINT 0");
+    pass(499ms);
+    EXPECT_EQ(interrupts("0"), "");
+    pass(1ms);
+    EXPECT_EQ(interrupts("0"), "SIGINT 0");
+    // One stopped the program; the prompt of the other is waited for.
+    EXPECT_EQ(stops({0}), "");
+    EXPECT_EQ(answers({0}, "Quit\n"), "1 0@0 received signal SIGINT / 1 READY 1");
+    filtered();
+    // The next command can be interrupted at once.
+    running("0");
+    EXPECT_EQ(interrupts("0"), "SIGINT 0");
+    // Two whose prompts are both late.
+    pass(500ms);
+    EXPECT_EQ(interrupts("0"), "SIGINT 0");
+    EXPECT_EQ(prompts({0}), "");
+    EXPECT_EQ(prompts({0}), "");
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+}
+
+TEST_F(SwitchboardTest, EachOpenInterruptIsAnswered) {
+    running();
+    interrupts("0");
+    pass(300ms);
+    interrupts("1");
+    EXPECT_EQ(pass(700ms), "1 SUCCESS");
+    EXPECT_EQ(pass(300ms), "1 SUCCESS");
+    pass(200ms);
+    // READY is the answer to both, so both parts must have stopped.
+    interrupts("0");
+    interrupts("1");
+    prints({0, 1}, "received signal SIGINT\nreceived signal SIGINT\n");
+    prompts({1});
+    pass(200ms);
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+    EXPECT_EQ(pass(2s), "");
+}
+
+TEST_F(SwitchboardTest, AnInterruptOfAPartFreesTheConsoleWhenThatPartHasStopped) {
+    group(1, ASSIGN, "odd", {1, 3});
+    running();
+    EXPECT_EQ(on(1, "odd"), "1 ON_INTERRUPT odd");
+    interrupts("odd");
+    EXPECT_EQ(stops({1, 3}), "1 0@1 3 received signal SIGINT / 1 READY 1");
+    filtered();
+    running("odd");
+    // The rest of the first command ends unheard: its READY would end the second one's wait.
+    EXPECT_EQ(prompts({0, 2}), "");
+    EXPECT_EQ(prompts({1, 3}), "1 READY 1");
+}
+
+TEST_F(SwitchboardTest, InterruptsThatComeTooLateOrTooEarly) {
+    EXPECT_EQ(interrupts("all"), "1 ON_NORMAL all");
+    // It crossed a READY: nothing may pass for the answer to FILTERED.
+    running("0");
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+    EXPECT_EQ(interrupts("0"), "");
+    EXPECT_EQ(filtered(), "1 SUCCESS");
+    // The command has just ended by itself: the interrupt's own prompt is not the next command's.
+    running("0");
+    interrupts("0");
+    EXPECT_EQ(answers({0}, "exited\n"), "");
+    EXPECT_EQ(answers({0}, "Quit\n"), "1 0@0 exited / 1 READY 1");
+    filtered();
+    // And when no second prompt comes, nobody waits for it for long.
+    running("0");
+    interrupts("0");
+    prompts({0});
+    EXPECT_EQ(pass(1s), "1 READY 1");
+    filtered();
+    // The debugger drops the interrupt, and then takes up the command: it is repeated.
+    running("0");
+    interrupts("0");
+    answers({0}, "Quit\n");
+    prints({0}, "Continuing.\n");
+    EXPECT_EQ(happened(), "SIGINT 0");
+    EXPECT_EQ(stops({0}),
+              "1 0@0 Quit / 1 1@0 Continuing. / 1 2@0 received signal SIGINT / 1 READY 1");
+}
+
+TEST_F(SwitchboardTest, SendAnswersThoseWhoAsk) {
+    running();
+    prints({0, 1}, "End with \"end\".\n>");
+    const std::string asks = "waits for an answer to '>'; give it by: send ...";
+    EXPECT_EQ(pass(200ms),
+              "1 0@0:1 End with \"end\". / 1 1@0:1 > / 1 2@0:1 " + asks + " / 1 ON_INTERRUPT all");
+    // Those who ask have been named; the others have not answered.
+    EXPECT_EQ(pass(5s), "1 0@2:3 No answer yet from 2:3");
+    EXPECT_EQ(replies("'print 1'"), "type 0 print 1 / type 1 print 1");
+    prints({0}, ">");
+    EXPECT_EQ(pass(200ms), "1 2@0 > / 1 3@0 " + asks + " / 1 ON_INTERRUPT all");
+    EXPECT_EQ(replies("end"), "type 0 end");
+    EXPECT_EQ(replies("end"), "1 0@0:3 waits for no answer; nothing was sent / 1 ON_INTERRUPT all");
+    EXPECT_EQ(prompts({0, 1, 2, 3}), "1 READY 1");
+    EXPECT_EQ(replies("y"), ""); // crosses READY
+    filtered();
+    EXPECT_EQ(replies("y"), "1 FAILED 502");
+}
+
+TEST_F(SwitchboardTest, ItIsFreeAgainWhenItsGroupHasAnswered) {
+    running();
+    prints({0}, "(y or n) ");
+    prompts({2, 3});
+    pass(200ms);
+    EXPECT_EQ(on(1, "0"), "1 ON_INTERRUPT 0");
+    EXPECT_EQ(replies("y", "0"), "type 0 y");
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+    filtered();
+    types(1, "0", "where");
+    // Who asks elsewhere is named, and does not interrupt.
+    prints({1}, "(y or n) ");
+    EXPECT_TRUE(pass(200ms).ends_with("'(y or n)'; give it by: send ..."));
+    EXPECT_EQ(prompts({0}), "1 READY 1");
+    filtered();
+    // Its answer is waited for again, and then missed.
+    EXPECT_EQ(on(1, "PENDING"), "1 ON_INTERRUPT PENDING");
+    EXPECT_EQ(replies("y", "1"), "type 1 y");
+    EXPECT_TRUE(pass(5s).ends_with("1 1@1 No answer yet from 1"));
+    EXPECT_EQ(prompts({1}), "1 READY 1");
+}
+
+TEST_F(SwitchboardTest, OnTellsWhetherACommandStillRunsThere) {
+    running("2");
+    EXPECT_EQ(on(1, "0"), "1 ON_NORMAL 0");
+    EXPECT_EQ(on(1, "all"), "1 ON_INTERRUPT all");
+    EXPECT_EQ(on(2, "2"), "2 ON_NORMAL 2"); // another console's is not its own
+    on(1, "3");
+    EXPECT_EQ(prompts({2}), "1 READY 1");
+    filtered();
+    // Of two, that of the one left behind would pass for the other's.
+    running("2");
+    on(1, "3");
+    running("3");
+    EXPECT_EQ(prompts({3}), "1 READY 1");
+    EXPECT_EQ(prompts({2}), "");
+    filtered();
+    // A command without its console goes to the first that looks after it.
+    running("2");
+    board.consoleLeft(1);
+    EXPECT_EQ(types(2, "2", "where"), "2 FAILED 519");
+    EXPECT_EQ(on(2, "2"), "2 ON_INTERRUPT 2");
+    EXPECT_EQ(interrupts("2", 2), "SIGINT 2");
+    EXPECT_EQ(stops({2}), "2 0@2 received signal SIGINT / 2 READY 2");
+}
+
+TEST_F(SwitchboardTest, ADyingClientIsAnnouncedAfterItsLastWords) {
+    running();
+    prompts({0, 1});
+    prints({2}, "last words");
+    EXPECT_EQ(dies(2), "1 0@2 last words / 1 REMOVE 2 / 2 REMOVE 2");
+    EXPECT_EQ(dies(3), "1 REMOVE 3 / 2 REMOVE 3 / 1 READY 1");
+    filtered();
+    running();
+    dies(0);
+    EXPECT_EQ(dies(1), "1 REMOVE 1 / 2 REMOVE 1 / 1 FAILED 803 / 2 FAILED 803 / over");
+}
+
+TEST_F(SwitchboardTest, AForkedClientIsAnnouncedAndBelongsToAll) {
+    group(1, ASSIGN, "g", {0, 1});
+    running("g");
+    board.clientForked(5, "who"); // 4 is still starting
+    prints({5}, "hello\n");
+    EXPECT_EQ(group(2, QUERY, ""),
+              "1 CLIENT_ADD 5  who / 2 CLIENT_ADD 5  who / 2 QUERY all (5): 0:3 5\ng (2): 0:1\n");
+    EXPECT_EQ(board.ownerOf(6), 0);
+    EXPECT_EQ(types(2, "5", "where"), "1 0@5 hello / type 5 where");
+    EXPECT_EQ(prompts({5}), "2 READY 2");
+    EXPECT_EQ(dies(4), ""); // it could not be attached to
+    EXPECT_EQ(dies(5), "1 REMOVE 5 / 2 REMOVE 5");
+    board.tell(1, "a word");
+    EXPECT_EQ(happened(), "1 0@1 a word / 2 0@1 a word");
+}
+
+TEST_F(SwitchboardTest, WhoseGroupIsGoneIsSentToAllWhenItWaitsForNothing) {
+    group(1, ASSIGN, "g", {2});
+    on(1, "g");
+    on(2, "g");
+    running("g");
+    // Console 2 has nothing open, console 1 waits for its command.
+    EXPECT_EQ(dies(2), "1 REMOVE 2 / 2 REMOVE 2 / 1 READY 1 / 2 QUIT 0");
+    EXPECT_EQ(filtered(), "1 SUCCESS NULL");
+
+    group(1, ASSIGN, "h", {0});
+    on(1, "h");
+    on(2, "h");
+    EXPECT_EQ(group(1, DELETE, "h", {0}), "1 SUCCESS NULL / 2 QUIT 0");
+    group(1, ASSIGN, "k", {0});
+    EXPECT_EQ(group(1, DELETE, "k", {0}), "1 FAILED 600 k");
+
+    // An interrupt for a group that is gone moves its console once.
+    group(1, ASSIGN, "g", {3});
+    running();
+    on(1, "g");
+    dies(3);
+    EXPECT_EQ(interrupts("g"), "1 SUCCESS NULL");
+    EXPECT_EQ(prompts({0, 1}), "1 READY 1");
+    EXPECT_EQ(filtered(), "1 SUCCESS");
+}
+
+TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
+    EXPECT_EQ(types(1, "0", "where | grep main"), "type 0 where");
+    prints({0}, "#0 f\n#1 ma");
+    EXPECT_EQ(pass(300ms), ""); // the time cuts no line that goes to a program
+    prints({0}, "in\n");
+    EXPECT_EQ(prompts({0}), "start 0 grep main < #0 f\n#1 main\n");
+    EXPECT_EQ(types(2, "0", "print 1"), "2 FAILED 519");
+    board.helperOutput(0, "#1 main\nvex_cmd kill\nhalf", now);
+    board.helperEnded(0, "ended with status 1", now);
+    EXPECT_EQ(happened(), "1 0@0 #1 main / 1 1@0 vex_cmd kill / 1 2@0 half / 1 READY 1");
+    for (const std::string line : {"print 1 | grep 2", "pipe where | grep 2"}) {
+        filtered();
+        EXPECT_EQ(types(1, "0", (line[1] == 'r' ? ":" : "") + line), "type 0 " + line);
+        prompts({0});
+    }
+}
+
+TEST_F(SwitchboardTest, AScriptsCommandsAreAnsweredInTheirPlace) {
+    EXPECT_EQ(send(1, SCRIPTCLIENT, "0", "script ./it x"), "start 0 exec ./it x < ");
+    board.helperOutput(0, "hello\nvex_cmd print 1\nvex_cmdx\nvex_cmd\nvex_cmd  where\nend", now);
+    EXPECT_EQ(happened(), "type 0 print 1");
+    prints({0}, "$1 = 1\n");
+    board.helperEnded(0, "ended with status 3", now);
+    EXPECT_EQ(happened(), "");
+    EXPECT_EQ(prompts({0}), "type 0 where");
+    EXPECT_EQ(answers({0}, "#0 main\n"),
+              "1 0@0 hello / 1 1@0 $1 = 1 / 1 2@0 vex_cmdx / 1 3@0 vex_cmd / 1 4@0 #0 main / 1 5@0 "
+              "end / 1 6@0 the script ended with status 3 / 1 READY 1");
+}
+
+TEST_F(SwitchboardTest, WhatWorksForAClientEndsWithTheInterruptTheClientAndTheConsole) {
+    send(1, SCRIPTCLIENT, "all", "script ./it");
+    board.helperOutput(1, "vex_cmd continue\nvex_cmd never\n", now);
+    EXPECT_EQ(dies(2), "type 1 continue / stop 2 / 1 REMOVE 2 / 2 REMOVE 2");
+    EXPECT_EQ(interrupts("all"), "stop 0 / SIGINT 1 / stop 1 / stop 3");
+    EXPECT_EQ(stops({1}), "1 0@1 received signal SIGINT / 1 READY 1");
+    filtered();
+    send(1, SCRIPTCLIENT, "0", "script ./it");
+    board.consoleLeft(1);
+    EXPECT_EQ(happened(), "stop 0");
+    EXPECT_EQ(types(2, "0", "print 1"), "type 0 print 1");
+}
+
+TEST_F(SwitchboardTest, StatIsOneReportOfAll) {
+    const std::string command = gdb.backtraceCommand(500);
+    EXPECT_TRUE(send(1, STATCLIENT, "all", "stat").ends_with(" / type 3 " + command));
+    prints({0, 1}, "\nThread 1 (LWP 1):\n#0  poll () at p.c:1\n#1  0x1 in main () at m.c:2\n");
+    const std::string inMain = "\nThread 1 (LWP 1):\n#0  main () at m.c:1\n";
+    prints({2}, inMain);
+    EXPECT_EQ(prompts({0, 2, 3}), "");
+    EXPECT_EQ(prompts({1}),
+              "1 0@2 1 client in main / 1 0@0:1 2 clients in poll, called by main / 1 1@3 no "
+              "stack: no process / 1 2@0:2 main / 1 3@0:1   poll / 1 READY 1");
+    filtered();
+    EXPECT_EQ(send(1, STATCLIENT, "2", "stat -s -i|grep x"), "type 2 " + command);
+    EXPECT_EQ(answers({2}, inMain), "start 2 grep x < 2 | 1 client in main at m.c:1\n");
+    // A line that comes back keeps its clients, another is about all.
+    board.helperOutput(2, "2 | 1 client in main at m.c:1\n1 line\n", now);
+    board.helperEnded(2, "", now);
+    EXPECT_EQ(happened(), "1 0@2 1 client in main at m.c:1 / 1 1@2 1 line / 1 READY 1");
+    filtered();
+    EXPECT_EQ(types(1, "1", "vex who | grep 1"), "start 1 grep 1 < 1 | task of 1\n");
+    board.helperOutput(1, "1 | task of 1\n", now);
+    board.helperEnded(1, "", now);
+    EXPECT_EQ(happened(), "1 0@1 task of 1 / 1 READY 1");
+}
+
+TEST_F(SwitchboardTest, PendingHoldsWhomTheConsoleWaitsFor) {
+    running();
+    prompts({0, 1});
+    EXPECT_EQ(pass(4999ms), "");
+    EXPECT_EQ(pass(10s), "1 0@2:3 No answer yet from 2:3");
+    EXPECT_EQ(group(1, QUERY, "PENDING"), "1 QUERY PENDING (2): 2:3\n");
+    EXPECT_EQ(group(2, QUERY, "PENDING"), "2 FAILED 511");
+    EXPECT_EQ(group(1, ASSIGN, "PENDING", {0}), "1 FAILED 513");
+    on(1, "PENDING");
+    interrupts("PENDING");
+    EXPECT_EQ(stops({2, 3}), "1 0@2:3 received signal SIGINT / 1 READY 1");
+    filtered();
+    // Who stands there can go on with them.
+    EXPECT_EQ(types(1, "PENDING", "where"), "type 2 where / type 3 where");
+    prompts({2, 3});
+    filtered();
+    on(1, "all", "PENDING");
+    EXPECT_EQ(on(1, "PENDING"), "1 FAILED 511");
+}
+
+TEST_F(SwitchboardTest, StrayPromptsAndOutputOfIdleClients) {
+    EXPECT_EQ(prompts({0, 1}), "");
+    running("0");
+    prompts({0});
+    filtered();
+    // A program that was let go speaks: the console that let it go hears it.
+    prints({0}, "from afar\n");
+    EXPECT_EQ(pass(200ms), "1 0@0 from afar");
+    // What came in before the next command is no part of its answer.
+    prints({0}, "early\nunfinished");
+    running("0");
+    EXPECT_EQ(answers({0}, "answer\n"), "1 0@0 answer / 1 READY 1");
+}
+
+} // namespace
