@@ -4,10 +4,9 @@
 #include "backend/clients/detachment.h"
 #include "backend/clients/forks.h"
 #include "backend/jobs/rank.h"
+#include "backend/os/eventloop.h"
 #include "backend/os/signals.h"
 #include "backend/wire/rendezvous.h"
-
-#include <asio/io_context.hpp>
 
 #include <map>
 #include <memory>
@@ -29,7 +28,7 @@ class Agent {
   private:
     const Rendezvous where;
     const Rank place;
-    asio::io_context loop;
+    EventLoop loop;
     Signals signals;
     std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's is 0
     std::map<int, int> clients;                             // their numbers in the session

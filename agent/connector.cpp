@@ -3,36 +3,34 @@
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
 
-#include <asio/ip/tcp.hpp>
-#include <asio/local/stream_protocol.hpp>
-#include <asio/post.hpp>
 #include <climits>
 
+#include <cerrno>
 #include <chrono>
-#include <fcntl.h>
+#include <cstring>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 
-Connector::Connector(asio::io_context& eventLoop, const Rendezvous& where, AgentHello introduction,
+Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello introduction,
                      Handler handler)
     : loop(eventLoop),
       secret(where.secret),
       hello(std::move(introduction)),
       handle(std::move(handler)),
-      patience(loop) {
+      patience(loop),
+      again(loop),
+      stream(loop) {
     char name[HOST_NAME_MAX + 1] = "";
     ::gethostname(name, sizeof name - 1);
     hello.host = name;
     hello.pid = ::getpid();
-    if (!where.socketName.empty())
-        candidates.emplace_back(
-            asio::local::stream_protocol::endpoint(std::string(1, '\0') + where.socketName));
-    for (const std::string& address : where.addresses) {
-        asio::error_code fault;
-        const auto number = asio::ip::make_address(address, fault);
-        if (!fault)
-            candidates.emplace_back(
-                asio::ip::tcp::endpoint(number, static_cast<asio::ip::port_type>(where.port)));
+    std::optional<SocketAddress> address;
+    if (!where.socketName.empty() && (address = SocketAddress::abstract(where.socketName)))
+        candidates.push_back(*address);
+    for (const std::string& figures : where.addresses) {
+        if ((address = SocketAddress::internet(figures, where.port)))
+            candidates.push_back(*address);
     }
     connect();
 }
@@ -46,33 +44,50 @@ Connector::~Connector() {
 void Connector::connect() {
     link.reset();
     if (nextCandidate == candidates.size()) {
-        asio::post(loop, [failed = handle.failed, text = problem] { failed(text); });
+        loop.post([failed = handle.failed, text = problem] { failed(text); });
         return;
     }
-    const auto& candidate = candidates[nextCandidate++];
-    socket.emplace(loop);
-    asio::error_code fault;
-    socket->open(candidate.protocol(), fault);
-    if (fault) {
-        problem = fault.message();
-        return connect();
+    const SocketAddress& candidate = candidates[nextCandidate++];
+    socket.reset(::socket(candidate.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket) return tryNext(std::strerror(errno));
+    patience.after(std::chrono::seconds(3), [this] { tryNext("no answer"); });
+    knock(candidate);
+}
+
+void Connector::knock(const SocketAddress& candidate) {
+    if (::connect(socket.get(), candidate.get(), candidate.length) == 0) return onConnected();
+    if (errno == EINPROGRESS || errno == EINTR) {
+        stream.watch(socket.get());
+        stream.whenWritable([this] { onConnected(); });
+    } else if (errno == EAGAIN) {
+        // Too many others wait at a local socket.
+        again.after(std::chrono::milliseconds(20), [this, &candidate] { knock(candidate); });
+    } else {
+        tryNext(std::strerror(errno));
     }
-    ::fcntl(socket->native_handle(), F_SETFD, FD_CLOEXEC);
-    patience.expires_after(std::chrono::seconds(3));
-    patience.async_wait([this](const asio::error_code& cancelled) {
-        asio::error_code ignored;
-        if (!cancelled) socket->close(ignored);
-    });
-    socket->async_connect(candidate, [this](const asio::error_code& failure) {
-        patience.cancel();
-        if (!failure && socket->is_open()) return introduce();
-        problem = failure == asio::error::operation_aborted ? "no answer" : failure.message();
-        connect();
-    });
+}
+
+void Connector::tryNext(const std::string& why) {
+    problem = why;
+    patience.cancel();
+    again.cancel();
+    stream.release();
+    socket.reset();
+    connect();
+}
+
+void Connector::onConnected() {
+    int fault = 0;
+    socklen_t length = sizeof fault;
+    ::getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &fault, &length);
+    if (fault != 0) return tryNext(std::strerror(fault));
+    patience.cancel();
+    stream.release();
+    introduce();
 }
 
 void Connector::introduce() {
-    link = std::make_shared<AgentLink>(std::move(*socket), AgentRecord::largest);
+    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::largest);
     const long user = link->peerUser();
     if (user != -1 && user != static_cast<long>(::geteuid()) && user != 0) {
         problem = "another user listens at the front end's socket";
@@ -92,10 +107,8 @@ void Connector::introduce() {
     hello.nonce = Rendezvous::newSecret();
     greeting = hello.record();
     link->send(greeting);
-    patience.expires_after(std::chrono::seconds(5));
-    patience.async_wait([weak = std::weak_ptr(link)](const asio::error_code& cancelled) {
-        const auto silent = weak.lock();
-        if (!cancelled && silent) silent->close();
+    patience.after(std::chrono::seconds(5), [weak = std::weak_ptr(link)] {
+        if (const auto silent = weak.lock()) silent->close();
     });
 }
 

@@ -1,10 +1,9 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
+#include "backend/os/socketaddress.h"
 #include "backend/wire/agentlink.h"
 #include "backend/wire/rendezvous.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <functional>
 #include <memory>
@@ -17,7 +16,6 @@
 /// thread.
 class Connector {
   public:
-    using Socket = AgentLink::Socket;
     struct Handler {
         /// The front end is there, and knows who this is. The link has no handlers yet.
         std::function<void(std::shared_ptr<AgentLink> link)> arrived;
@@ -26,23 +24,28 @@ class Connector {
     };
 
     /// Begins at once. What the hello says of this connection and this machine is filled in here.
-    Connector(asio::io_context& loop, const Rendezvous& where, AgentHello hello, Handler handler);
+    Connector(EventLoop& loop, const Rendezvous& where, AgentHello hello, Handler handler);
     ~Connector();
 
   private:
-    asio::io_context& loop;
+    EventLoop& loop;
     const std::string secret;
     AgentHello hello;
     const Handler handle;
-    std::vector<asio::generic::stream_protocol::endpoint> candidates;
+    std::vector<SocketAddress> candidates;
     std::size_t nextCandidate = 0;
-    asio::steady_timer patience;
-    std::optional<Socket> socket;
+    Timer patience;
+    Timer again;
+    Descriptor socket;
+    Stream stream; // of the socket, until it is connected
     std::shared_ptr<AgentLink> link;
     AgentRecord greeting; // what it said first
     std::string problem;  // with the address that was tried last
 
     void connect();
+    void knock(const SocketAddress& candidate);
+    void tryNext(const std::string& why);
+    void onConnected();
     void introduce();
     void onChallenge(const AgentRecord& record);
 };

@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
-DebuggerServer::DebuggerServer(asio::io_context& eventLoop, const Rendezvous& where,
+DebuggerServer::DebuggerServer(EventLoop& eventLoop, const Rendezvous& where,
                                const AgentHello& hello, Handler handler)
     : loop(eventLoop), rank(hello.rank), forked(hello.forked), handle(std::move(handler)) {
     connector =

@@ -2,8 +2,7 @@
 
 #include "agent/connector.h"
 #include "backend/clients/localclient.h"
-
-#include <asio/io_context.hpp>
+#include "backend/os/eventloop.h"
 
 #include <functional>
 #include <memory>
@@ -29,7 +28,7 @@ class DebuggerServer {
     };
 
     /// Connects at once.
-    DebuggerServer(asio::io_context& loop, const Rendezvous& where, const AgentHello& hello,
+    DebuggerServer(EventLoop& loop, const Rendezvous& where, const AgentHello& hello,
                    Handler handler);
     ~DebuggerServer();
 
@@ -44,7 +43,7 @@ class DebuggerServer {
     void tell(const std::string& text);
 
   private:
-    asio::io_context& loop;
+    EventLoop& loop;
     const int rank; // that the launcher has told; -1: none
     const pid_t forked;
     const Handler handle;

@@ -35,7 +35,7 @@ bool nothingLeftInTime() {
 
 } // namespace
 
-Detachment::Detachment(asio::io_context& loop, std::function<bool()> stillBusy,
+Detachment::Detachment(EventLoop& loop, std::function<bool()> stillBusy,
                        std::function<void()> whenDone)
     : busy(std::move(stillBusy)), done(std::move(whenDone)), timer(loop) {}
 
@@ -57,9 +57,8 @@ void Detachment::look() {
 
 // A task that blocks SIGINT does not stop by it, but by this.
 void Detachment::wait() {
-    timer.expires_after(patience);
-    timer.async_wait([this](const asio::error_code& fault) {
-        if (fault || !under) return;
+    timer.after(patience, [this] {
+        if (!under) return;
         if (++rounds == 2) return look();
         stopped = Tracing::heldFrom(::getpid());
         signalAll(stopped, SIGSTOP);

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
+#include "backend/os/eventloop.h"
 
 #include <functional>
 #include <sys/types.h>
@@ -12,7 +11,7 @@
 class Detachment {
   public:
     /// `busy` says whether a debugger still runs, or whatever else is waited for. `done` runs once.
-    Detachment(asio::io_context& loop, std::function<bool()> busy, std::function<void()> done);
+    Detachment(EventLoop& loop, std::function<bool()> busy, std::function<void()> done);
     /// Those that were stopped go on.
     ~Detachment();
 
@@ -24,7 +23,7 @@ class Detachment {
   private:
     const std::function<bool()> busy;
     const std::function<void()> done;
-    asio::steady_timer timer;
+    Timer timer;
     std::vector<pid_t> stopped;
     int rounds = 0;
     bool under = false;

@@ -22,7 +22,7 @@ constexpr std::size_t mostSeen = 1000;
 
 } // namespace
 
-Forks::Forks(asio::io_context& loop, Handler handler, std::string text, std::size_t most)
+Forks::Forks(EventLoop& loop, Handler handler, std::string text, std::size_t most)
     : handle(std::move(handler)), mark(std::move(text)), limit(most), timer(loop) {}
 
 void Forks::heard(int client, pid_t debugger, std::string_view text) {
@@ -56,9 +56,8 @@ void Forks::see(const Child& child, pid_t debugger) {
 }
 
 void Forks::wait() {
-    timer.expires_at(seen.front().until);
-    timer.async_wait([this](const asio::error_code& fault) {
-        if (fault || stopped) return;
+    timer.at(seen.front().until, [this] {
+        if (stopped) return;
         look();
         if (!seen.empty()) wait();
     });

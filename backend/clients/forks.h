@@ -1,9 +1,7 @@
 #pragma once
 
 #include "backend/os/clock.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
+#include "backend/os/eventloop.h"
 
 #include <deque>
 #include <functional>
@@ -33,7 +31,7 @@ class Forks {
 
     /// The mark is what debuggers print in front of a child's process id, empty to look for none;
     /// at most so many children are debugged at a time.
-    Forks(asio::io_context& loop, Handler handler, std::string mark, std::size_t limit);
+    Forks(EventLoop& loop, Handler handler, std::string mark, std::size_t limit);
 
     /// What a client printed, whose debugger is this process.
     void heard(int client, pid_t debugger, std::string_view text);
@@ -58,7 +56,7 @@ class Forks {
     Handler handle;
     const std::string mark;
     const std::size_t limit;
-    asio::steady_timer timer;
+    Timer timer;
     std::map<int, std::string> tails; // of each client's output: what may be cut in the mark
     std::deque<Seen> seen;
     std::deque<Child> wanted;

@@ -9,8 +9,6 @@
 #include <unistd.h>
 #include <utility>
 
-using asio::posix::descriptor_base;
-
 namespace {
 
 // A debugger that says nothing has read its command after so long.
@@ -18,7 +16,7 @@ constexpr auto deaf = std::chrono::milliseconds(50);
 
 } // namespace
 
-LocalClient::LocalClient(asio::io_context& loop, Handler handler, const DebuggerStart& start)
+LocalClient::LocalClient(EventLoop& loop, Handler handler, const DebuggerStart& start)
     : handle(std::move(handler)),
       stream(loop, terminal.master()),
       inputStream(loop, inputTerminal.master()),
@@ -39,26 +37,19 @@ LocalClient::LocalClient(asio::io_context& loop, Handler handler, const Debugger
     waitToReadInput();
 }
 
-LocalClient::~LocalClient() {
-    // The descriptors belong to the terminals.
-    stream.release();
-    inputStream.release();
-}
+LocalClient::~LocalClient() = default;
 
 void LocalClient::waitToRead() { wait(stream, paused, &LocalClient::readSome); }
 
 void LocalClient::waitToReadInput() { wait(inputStream, inputPaused, &LocalClient::readInput); }
 
-void LocalClient::wait(asio::posix::stream_descriptor& from, bool& held,
-                       bool (LocalClient::*read)()) {
-    from.async_wait(descriptor_base::wait_read,
-                    [this, &from, &held, read](const asio::error_code& fault) {
-                        if (fault) return;
-                        if (!handle.mayRead())
-                            held = true;
-                        else if ((this->*read)())
-                            wait(from, held, read);
-                    });
+void LocalClient::wait(Stream& from, bool& held, bool (LocalClient::*read)()) {
+    from.whenReadable([this, &from, &held, read] {
+        if (!handle.mayRead())
+            held = true;
+        else if ((this->*read)())
+            wait(from, held, read);
+    });
 }
 
 void LocalClient::resume() {
@@ -105,9 +96,7 @@ void LocalClient::writeSome() {
         if (put == -1 && errno != EAGAIN) return; // it has ended, which is seen elsewhere
         if (put == -1) {
             writing = true;
-            stream.async_wait(descriptor_base::wait_write, [this](const asio::error_code& fault) {
-                if (!fault) writeSome();
-            });
+            stream.whenWritable([this] { writeSome(); });
             return;
         }
         typed.erase(0, static_cast<std::size_t>(put));
@@ -120,10 +109,7 @@ void LocalClient::interrupt() {
         process.signalGroup(SIGINT);
         return;
     }
-    patience.expires_at(early);
-    patience.async_wait([this](const asio::error_code& fault) {
-        if (!fault) process.signalGroup(SIGINT);
-    });
+    patience.at(early, [this] { process.signalGroup(SIGINT); });
 }
 
 void LocalClient::release() {
@@ -156,11 +142,11 @@ bool LocalClient::ended() {
     const std::string rest = matcher.rest();
     if (!rest.empty()) handle.output(rest);
     patience.cancel();
-    if (stream.is_open()) stream.cancel();
+    stream.cancel();
     inputStream.cancel();
     // What it has started may still write there; what it had attached to never did.
     if (target != 0) {
-        if (stream.is_open()) stream.release();
+        stream.release();
         inputStream.release();
         terminal.closeMaster();
         inputTerminal.closeMaster();

@@ -6,11 +6,9 @@
 #include "backend/drivers/promptmatcher.h"
 #include "backend/os/childprocess.h"
 #include "backend/os/clock.h"
+#include "backend/os/eventloop.h"
 #include "backend/os/pty.h"
-
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/steady_timer.hpp>
+#include "backend/os/stream.h"
 
 #include <string>
 
@@ -20,7 +18,7 @@
 class LocalClient : public Client {
   public:
     /// Starts the debugger. Throws std::system_error.
-    LocalClient(asio::io_context& loop, Handler handler, const DebuggerStart& start);
+    LocalClient(EventLoop& loop, Handler handler, const DebuggerStart& start);
     ~LocalClient() override;
 
     void type(const std::string& line) override;
@@ -45,14 +43,14 @@ class LocalClient : public Client {
     Handler handle;
     Pty terminal;      // the debugger's
     Pty inputTerminal; // the program's
-    asio::posix::stream_descriptor stream;
-    asio::posix::stream_descriptor inputStream;
+    Stream stream;
+    Stream inputStream;
     PromptMatcher matcher;
     std::string typed;  // waits to be written
     const pid_t target; // what it attaches to; 0: nothing
     const std::string program;
     const std::string task; // its number in the session
-    asio::steady_timer patience;
+    Timer patience;
     Clock::time_point typedAt;
     bool heard = false; // it has said something since
     bool writing = false;
@@ -62,7 +60,7 @@ class LocalClient : public Client {
 
     void waitToRead();
     void waitToReadInput();
-    void wait(asio::posix::stream_descriptor& from, bool& held, bool (LocalClient::*read)());
+    void wait(Stream& from, bool& held, bool (LocalClient::*read)());
     void writeSome();
     bool readSome();
     bool readInput();

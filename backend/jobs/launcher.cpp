@@ -1,11 +1,12 @@
 #include "backend/jobs/launcher.h"
 
+#include "backend/os/pipe.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -19,17 +20,6 @@ namespace {
 // A line of this length is handed over in pieces.
 constexpr std::size_t longLine = 4096;
 
-struct Pipe {
-    Descriptor out, in;
-    Pipe() {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) == -1)
-            throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
-        out.reset(ends[0]);
-        in.reset(ends[1]);
-    }
-};
-
 std::string fate(int status) {
     if (WIFSIGNALED(status)) return std::string("was ended by ") + ::strsignal(WTERMSIG(status));
     return "ended with status " + std::to_string(WEXITSTATUS(status));
@@ -37,38 +27,39 @@ std::string fate(int status) {
 
 } // namespace
 
-Launcher::Launcher(asio::io_context& loop, const std::vector<std::string>& argv,
-                   const std::string& input, Handler handler)
+Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const std::string& input,
+                   Handler handler)
     : handle(std::move(handler)), output(loop) {
     Pipe toIt, fromIt;
-    ::fcntl(fromIt.out.get(), F_SETFL, O_NONBLOCK);
+    Pipe::unblock(fromIt.reader);
     // Short enough for the pipe's buffer.
-    if (::write(toIt.in.get(), input.data(), input.size()) != static_cast<ssize_t>(input.size()))
+    if (::write(toIt.writer.get(), input.data(), input.size()) !=
+        static_cast<ssize_t>(input.size()))
         throw std::system_error(errno, std::generic_category(), "cannot write to a pipe");
     ChildProcess::Start what;
     what.argv = argv;
-    what.input = toIt.out.get();
-    what.output = fromIt.in.get();
+    what.input = toIt.reader.get();
+    what.output = fromIt.writer.get();
     // It has files of its own to remove.
     what.orphan = ChildProcess::Start::TERMINATED;
     process.start(what);
-    output.assign(fromIt.out.release());
+    pipe = std::move(fromIt.reader);
+    output.watch(pipe.get());
     waitToRead();
 }
 
 Launcher::~Launcher() = default;
 
 void Launcher::waitToRead() {
-    output.async_wait(asio::posix::descriptor_base::wait_read,
-                      [this](const asio::error_code& fault) {
-                          if (!fault && readSome()) waitToRead();
-                      });
+    output.whenReadable([this] {
+        if (readSome()) waitToRead();
+    });
 }
 
 // Reads what is there at the moment, once; false when no more will come.
 bool Launcher::readSome() {
     std::array<char, 4096> buffer;
-    const ssize_t got = ::read(output.native_handle(), buffer.data(), buffer.size());
+    const ssize_t got = ::read(pipe.get(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
     partial.append(buffer.data(), static_cast<std::size_t>(got));
     for (;;) {
@@ -86,11 +77,12 @@ bool Launcher::readSome() {
 void Launcher::collect() {
     if (process.poll() != ChildProcess::ENDED) return;
     // What it has started may keep the pipe open, so its end is not waited for.
-    pollfd ready{output.native_handle(), POLLIN, 0};
+    pollfd ready{pipe.get(), POLLIN, 0};
     for (int round = 0; round < 1000 && ::poll(&ready, 1, 0) == 1 && readSome(); ++round) {
     }
     if (!partial.empty()) handle.said(std::exchange(partial, {}));
-    output.close();
+    output.release();
+    pipe.reset();
     handle.ended(fate(process.status()));
 }
 

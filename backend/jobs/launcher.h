@@ -1,10 +1,9 @@
 #pragma once
 
 #include "backend/os/childprocess.h"
+#include "backend/os/eventloop.h"
+#include "backend/os/stream.h"
 #include "common/descriptor.h"
-
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
 
 #include <csignal>
 #include <functional>
@@ -25,7 +24,7 @@ class Launcher {
     };
 
     /// Starts it, with a short text as its standard input. Throws std::system_error.
-    Launcher(asio::io_context& loop, const std::vector<std::string>& argv, const std::string& input,
+    Launcher(EventLoop& loop, const std::vector<std::string>& argv, const std::string& input,
              Handler handler);
     ~Launcher();
 
@@ -45,7 +44,8 @@ class Launcher {
 
   private:
     Handler handle;
-    asio::posix::stream_descriptor output;
+    Descriptor pipe; // from it
+    Stream output;   // of the pipe
     std::string partial;
     ChildProcess process;
 

@@ -1,12 +1,10 @@
 #include "backend/jobs/remotetasks.h"
 
 #include "backend/jobs/launcher.h"
+#include "backend/os/eventloop.h"
 #include "backend/os/processtree.h"
 #include "backend/os/signals.h"
 #include "backend/os/text.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <chrono>
 #include <csignal>
@@ -46,10 +44,10 @@ class Search {
     RunningJob& job;
     const std::vector<std::string>& words;
     const std::string& agent;
-    asio::io_context loop;
+    EventLoop loop;
     Signals signals;
-    asio::steady_timer patience; // of the user
-    bool given = false;          // up
+    Timer patience;     // of the user
+    bool given = false; // up
     std::set<std::string> missing;
     std::vector<std::unique_ptr<Launcher>> launchers;
     std::size_t ended = 0;
@@ -80,9 +78,7 @@ class Search {
         loop.stop();
     }
     void sayWhoIsMissing() {
-        patience.expires_after(std::chrono::seconds(10));
-        patience.async_wait([this](const asio::error_code& fault) {
-            if (fault) return;
+        patience.after(std::chrono::seconds(10), [this] {
             for (const std::string& host : missing)
                 std::fprintf(stderr, "vex: no answer yet from host %s; Ctrl-C gives up\n",
                              host.c_str());

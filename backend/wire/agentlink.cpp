@@ -2,24 +2,38 @@
 
 #include "common/brokenconnection.h"
 
-#include <asio/ip/tcp.hpp>
-#include <asio/post.hpp>
-#include <asio/socket_base.hpp>
-#include <asio/write.hpp>
-
+#include <array>
+#include <cerrno>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 #include <utility>
 
-AgentLink::AgentLink(Socket connected, int largest)
-    : socket(std::move(connected)), reader(largest) {
-    const int fd = socket.native_handle();
+namespace {
+
+int familyOf(const Descriptor& socket) {
+    sockaddr_storage own{};
+    socklen_t length = sizeof own;
+    if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&own), &length) == -1)
+        return AF_UNSPEC;
+    return own.ss_family;
+}
+
+} // namespace
+
+AgentLink::AgentLink(EventLoop& eventLoop, Descriptor connected, int largest)
+    : loop(eventLoop),
+      socket(std::move(connected)),
+      stream(loop, socket.get()),
+      reader(largest),
+      family(familyOf(socket)) {
+    const int fd = socket.get();
     // None of the programs that this process starts may hold it.
     ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-    asio::error_code fault;
-    const int family = socket.local_endpoint(fault).protocol().family();
-    if (fault || family == AF_UNIX) return;
+    ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    if (family != AF_INET && family != AF_INET6) return;
     // A command and its answer are small. A host that is gone without a word shows after a minute
     // and a half.
     const std::pair<int, int> settings[] = {
@@ -28,12 +42,13 @@ AgentLink::AgentLink(Socket connected, int largest)
     };
     for (const auto& [name, value] : settings)
         ::setsockopt(fd, IPPROTO_TCP, name, &value, sizeof value);
-    socket.set_option(asio::socket_base::keep_alive(true), fault);
+    const int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
 }
 
 void AgentLink::start(Handler handler) {
     handle = std::move(handler);
-    readSome();
+    waitToRead();
 }
 
 void AgentLink::setHandler(Handler handler, int largest) {
@@ -41,23 +56,21 @@ void AgentLink::setHandler(Handler handler, int largest) {
     reader.allow(largest);
 }
 
+void AgentLink::waitToRead() {
+    stream.whenReadable([self = shared_from_this()] { self->readSome(); });
+}
+
 void AgentLink::readSome() {
-    socket.async_read_some(
-        asio::buffer(buffer),
-        [self = shared_from_this()](const asio::error_code& fault, std::size_t got) {
-            if (self->over) return;
-            if (fault) {
-                self->close();
-                return;
-            }
-            self->reader.feed({self->buffer.data(), got});
-            self->takeRecords();
-        });
+    std::array<char, 65536> buffer;
+    const ssize_t got = ::read(socket.get(), buffer.data(), buffer.size());
+    if (got == 0 || (got == -1 && errno != EAGAIN && errno != EINTR)) return close();
+    if (got > 0) reader.feed({buffer.data(), static_cast<std::size_t>(got)});
+    takeRecords();
 }
 
 void AgentLink::takeRecords() {
     try {
-        while (!over && !finishing) {
+        while (!over) {
             if (handle.mayRead && !handle.mayRead()) {
                 paused = true;
                 return;
@@ -71,70 +84,51 @@ void AgentLink::takeRecords() {
     } catch (const BrokenConnection&) {
         close();
     }
-    if (!over) readSome();
+    if (!over) waitToRead();
 }
 
 void AgentLink::resume() {
     if (!std::exchange(paused, false)) return;
     // Never from within a call.
-    asio::post(socket.get_executor(), [self = shared_from_this()] {
+    loop.post([self = shared_from_this()] {
         if (!self->over) self->takeRecords();
     });
 }
 
 void AgentLink::send(const AgentRecord& record) {
-    if (over || finishing) return;
-    const bool idle = queue.empty() && sending.empty();
-    queue += record.frame();
-    full |= congested();
+    if (over) return;
+    queue.add(record.frame());
     // Together with what else this turn of the loop has to say.
-    if (idle) asio::post(socket.get_executor(), [self = shared_from_this()] { self->writeSome(); });
+    if (!writing) waitToWrite();
+}
+
+void AgentLink::waitToWrite() {
+    writing = true;
+    stream.whenWritable([self = shared_from_this()] { self->writeSome(); });
 }
 
 void AgentLink::writeSome() {
-    if (over) return;
-    if (queue.empty()) {
-        if (finishing) close();
-        return;
-    }
-    sending = std::exchange(queue, {});
-    asio::async_write(socket, asio::buffer(sending),
-                      [self = shared_from_this()](const asio::error_code& fault, std::size_t) {
-                          self->sending.clear();
-                          if (self->over) return;
-                          if (fault) {
-                              self->close();
-                              return;
-                          }
-                          self->writeSome();
-                          if (self->full && self->queue.size() + self->sending.size() < lowWater) {
-                              self->full = false;
-                              if (self->handle.drained) self->handle.drained();
-                          }
-                      });
-}
-
-void AgentLink::finish() {
-    finishing = true;
-    if (queue.empty() && sending.empty()) close();
+    writing = false;
+    if (!queue.send(socket.get())) return close();
+    if (!queue.empty()) waitToWrite();
+    if (queue.drained() && handle.drained) handle.drained();
 }
 
 void AgentLink::close() {
     if (std::exchange(over, true)) return;
-    asio::error_code fault;
-    socket.close(fault);
-    asio::post(socket.get_executor(), [self = shared_from_this()] {
+    stream.release();
+    socket.reset();
+    loop.post([self = shared_from_this()] {
         if (self->handle.closed) self->handle.closed();
         self->handle = {};
     });
 }
 
-long AgentLink::peerUser() {
+long AgentLink::peerUser() const {
     ucred peer{};
     socklen_t length = sizeof peer;
-    asio::error_code fault;
-    if (socket.local_endpoint(fault).protocol().family() != AF_UNIX || fault) return -1;
-    if (::getsockopt(socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1)
+    if (family != AF_UNIX ||
+        ::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1)
         return -1;
     return peer.uid;
 }

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "backend/os/sendqueue.h"
+#include "backend/os/stream.h"
 #include "backend/wire/agentrecord.h"
+#include "common/descriptor.h"
 #include "common/framereader.h"
 
-#include <asio/generic/stream_protocol.hpp>
-
-#include <array>
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,7 +15,6 @@
 /// from within a call.
 class AgentLink : public std::enable_shared_from_this<AgentLink> {
   public:
-    using Socket = asio::generic::stream_protocol::socket;
     struct Handler {
         std::function<void(const AgentRecord&)> record;
         /// The connection is over, by either side; the last call.
@@ -26,8 +25,8 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
         std::function<void()> drained;
     };
 
-    /// Takes a connected socket. Frames that come may have at most so many bytes.
-    AgentLink(Socket socket, int largest);
+    /// Takes a connected socket. Frames that come may have at most `largest` bytes.
+    AgentLink(EventLoop& loop, Descriptor socket, int largest);
 
     /// Begins to read. The link lives until its connection is closed.
     void start(Handler handler);
@@ -35,32 +34,29 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     void setHandler(Handler handler, int largest);
     void send(const AgentRecord& record);
     /// Whether so much waits that no more should be produced.
-    bool congested() const { return queue.size() + sending.size() > highWater; }
+    bool congested() const { return queue.congested(); }
     void resume();
-    /// Closes after what is queued was sent.
-    void finish();
     /// Closes at once.
     void close();
     bool open() const { return !over; }
     /// The user at the other end of a local socket (SO_PEERCRED); -1: it tells none.
-    long peerUser();
+    long peerUser() const;
 
   private:
-    static constexpr std::size_t highWater = 1024 * 1024;
-    static constexpr std::size_t lowWater = 128 * 1024;
-
-    Socket socket;
+    EventLoop& loop;
+    Descriptor socket;
+    Stream stream; // of the socket
     Handler handle;
     FrameReader reader;
-    std::array<char, 65536> buffer;
-    std::string queue;   // waits behind
-    std::string sending; // what is being sent
-    bool full = false;
+    SendQueue queue{1024 * 1024, 128 * 1024};
+    const int family; // of the socket's address
+    bool writing = false;
     bool paused = false;
-    bool finishing = false;
     bool over = false;
 
+    void waitToRead();
     void readSome();
     void takeRecords();
+    void waitToWrite();
     void writeSome();
 };

@@ -1,17 +1,18 @@
 #include "frontend/launch/agentport.h"
 
+#include "backend/os/socketaddress.h"
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
 
-#include <asio/ip/address.hpp>
-#include <asio/ip/v6_only.hpp>
-
-#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <optional>
+#include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -27,6 +28,21 @@ bool isInternal(const std::string& interface) {
     return false;
 }
 
+// An address that is good on other machines, too, in figures.
+std::optional<std::string> figuresOf(const sockaddr& address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    if (address.sa_family == AF_INET) {
+        ::inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address).sin_addr, text,
+                    sizeof text);
+        return text;
+    }
+    if (address.sa_family != AF_INET6) return std::nullopt;
+    const in6_addr& six = reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
+    if (IN6_IS_ADDR_LINKLOCAL(&six)) return std::nullopt;
+    ::inet_ntop(AF_INET6, &six, text, sizeof text);
+    return text;
+}
+
 // What other machines can reach this one by; its own loopback only when there is nothing else.
 std::vector<std::string> ownAddresses() {
     std::vector<std::string> found, internal;
@@ -36,90 +52,86 @@ std::vector<std::string> ownAddresses() {
     for (const ifaddrs* each = all; each; each = each->ifa_next) {
         if (!each->ifa_addr || !(each->ifa_flags & IFF_UP) || (each->ifa_flags & IFF_LOOPBACK))
             continue;
-        if (each->ifa_addr->sa_family == AF_INET) {
-            const auto* address = reinterpret_cast<const sockaddr_in*>(each->ifa_addr);
-            (isInternal(each->ifa_name) ? internal : found)
-                .push_back(asio::ip::address_v4(ntohl(address->sin_addr.s_addr)).to_string());
-        } else if (each->ifa_addr->sa_family == AF_INET6) {
-            const auto* address = reinterpret_cast<const sockaddr_in6*>(each->ifa_addr);
-            asio::ip::address_v6::bytes_type bytes;
-            std::copy(std::begin(address->sin6_addr.s6_addr), std::end(address->sin6_addr.s6_addr),
-                      bytes.begin());
-            const asio::ip::address_v6 plain(bytes);
-            if (!plain.is_link_local())
-                (isInternal(each->ifa_name) ? internal : found).push_back(plain.to_string());
-        }
+        const auto figures = figuresOf(*each->ifa_addr);
+        if (figures) (isInternal(each->ifa_name) ? internal : found).push_back(*figures);
     }
     found.insert(found.end(), internal.begin(), internal.end());
     if (found.empty()) found.push_back("127.0.0.1");
     return found;
 }
 
+[[noreturn]] void fail(const char* call) {
+    throw std::system_error(errno, std::generic_category(), call);
+}
+
+// A socket that does not block, at an address that nobody else has.
+Descriptor boundTo(const SocketAddress& address) {
+    Descriptor socket(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket) fail("socket");
+    const int off = 0;
+    if (address.family() == AF_INET6 &&
+        ::setsockopt(socket.get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off) == -1)
+        fail("setsockopt");
+    if (::bind(socket.get(), address.get(), address.length) == -1) fail("bind");
+    return socket;
+}
+
 } // namespace
 
-AgentPort::AgentPort(asio::io_context& eventLoop, bool withLocal, Arrived handler)
-    : loop(eventLoop),
-      arrived(std::move(handler)),
-      local(loop),
-      tcp(loop),
-      localPause(loop),
-      tcpPause(loop) {
+AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Arrived handler)
+    : loop(eventLoop), arrived(std::move(handler)), local(loop), tcp(loop) {
     where.secret = Rendezvous::newSecret();
     if (withLocal) {
         // An abstract name leaves no file behind. It is no secret, so it needs none of ours.
         where.socketName = "vex-agents-" + Rendezvous::newSecret().substr(0, 16);
-        local.open();
-        ::fcntl(local.native_handle(), F_SETFD, FD_CLOEXEC);
-        local.bind(Local::endpoint(std::string(1, '\0') + where.socketName));
-        local.listen();
-        accept(local, localPause);
+        local.socket = boundTo(*SocketAddress::abstract(where.socketName));
+        listen(local);
     }
     openTcp();
-    ::fcntl(tcp.native_handle(), F_SETFD, FD_CLOEXEC);
-    tcp.listen();
-    where.port = tcp.local_endpoint().port();
+    listen(tcp);
     where.addresses = ownAddresses();
-    accept(tcp, tcpPause);
 }
 
 // Both versions of IP, or what this machine has.
 void AgentPort::openTcp() {
-    asio::error_code fault;
-    tcp.open(Tcp::v6(), fault);
-    if (!fault) tcp.set_option(asio::ip::v6_only(false), fault);
-    if (!fault) tcp.bind({Tcp::v6(), 0}, fault);
-    if (!fault) return;
-    tcp.close(fault);
-    tcp.open(Tcp::v4());
-    tcp.bind({Tcp::v4(), 0});
+    try {
+        tcp.socket = boundTo(SocketAddress::anywhere(AF_INET6));
+    } catch (const std::system_error&) {
+        tcp.socket = boundTo(SocketAddress::anywhere(AF_INET));
+    }
+    sockaddr_storage own{};
+    socklen_t length = sizeof own;
+    ::getsockname(tcp.socket.get(), reinterpret_cast<sockaddr*>(&own), &length);
+    // The port stands at the same place in both.
+    where.port = ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port);
 }
 
-template <typename Acceptor>
-void AgentPort::accept(Acceptor& acceptor, asio::steady_timer& pause) {
-    acceptor.async_accept([this, &acceptor, &pause](const asio::error_code& fault, auto socket) {
-        if (fault == asio::error::operation_aborted || !acceptor.is_open()) return;
-        if (!fault) {
-            take(std::move(socket));
-            return accept(acceptor, pause);
-        }
+void AgentPort::listen(Door& door) {
+    if (::listen(door.socket.get(), SOMAXCONN) == -1) fail("listen");
+    door.stream.watch(door.socket.get());
+    accept(door);
+}
+
+void AgentPort::accept(Door& door) {
+    door.stream.whenReadable([this, &door] {
+        Descriptor socket(::accept4(door.socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const bool gone = !socket && (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED);
+        const bool came = static_cast<bool>(socket);
+        if (came) take(std::move(socket));
+        if (!door.stream.watching()) return;
+        if (came || gone) return accept(door);
         // No descriptors are left, say: whoever waits goes on waiting.
-        pause.expires_after(std::chrono::milliseconds(100));
-        pause.async_wait([this, &acceptor, &pause](const asio::error_code&) {
-            if (acceptor.is_open()) accept(acceptor, pause);
-        });
+        door.pause.after(std::chrono::milliseconds(100), [this, &door] { accept(door); });
     });
 }
 
-void AgentPort::take(AgentLink::Socket socket) {
+void AgentPort::take(Descriptor socket) {
     if (pending.size() >= most) return;
-    auto link = std::make_shared<AgentLink>(std::move(socket), AgentRecord::largestHello);
+    auto link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::largestHello);
     AgentLink* const key = link.get();
     const long user = link->peerUser();
-    auto& waiting =
-        pending.emplace(key, Pending{link, asio::steady_timer(loop, silence), {}}).first->second;
-    waiting.patience.async_wait([link](const asio::error_code& fault) {
-        if (!fault) link->close();
-    });
+    auto& waiting = pending.emplace(key, Pending{link, Timer(loop)}).first->second;
+    waiting.patience.after(silence, [link] { link->close(); });
     link->start({[this, key](const AgentRecord& record) { onRecord(key, record); },
                  [this, key] { pending.erase(key); },
                  {},
@@ -153,9 +165,11 @@ void AgentPort::onRecord(AgentLink* from, const AgentRecord& record) {
 }
 
 void AgentPort::close() {
-    asio::error_code fault;
-    local.close(fault);
-    tcp.close(fault);
+    for (Door* door : {&local, &tcp}) {
+        door->pause.cancel();
+        door->stream.release();
+        door->socket.reset();
+    }
     const auto dropped = std::exchange(pending, {});
     for (const auto& [key, each] : dropped) {
         each.link->setHandler({[](const AgentRecord&) {}, [] {}, {}, {}}, 0);

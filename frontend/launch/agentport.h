@@ -1,12 +1,8 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
 #include "backend/wire/agentlink.h"
 #include "backend/wire/rendezvous.h"
-
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
-#include <asio/local/stream_protocol.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <functional>
 #include <map>
@@ -21,7 +17,7 @@ class AgentPort {
 
     /// Listens at once. `arrived` runs from the event loop; it gives the link its handlers. Without
     /// a local socket, agents of this machine come by TCP, too. Throws std::system_error.
-    AgentPort(asio::io_context& loop, bool local, Arrived arrived);
+    AgentPort(EventLoop& loop, bool local, Arrived arrived);
     ~AgentPort() { close(); }
 
     const Rendezvous& rendezvous() const { return where; }
@@ -33,27 +29,30 @@ class AgentPort {
   private:
     struct Pending {
         std::shared_ptr<AgentLink> link;
-        asio::steady_timer patience;
-        AgentRecord hello;      // as it came; its body is empty before
+        Timer patience;
+        AgentRecord hello = {}; // as it came; its body is empty before
         std::string nonce = {}; // that it was challenged with
     };
-    using Local = asio::local::stream_protocol;
-    using Tcp = asio::ip::tcp;
+    /// A socket that listens.
+    struct Door {
+        explicit Door(EventLoop& loop) : stream(loop), pause(loop) {}
+        Descriptor socket;
+        Stream stream; // of the socket
+        Timer pause;   // after a failure to accept
+    };
 
-    asio::io_context& loop;
+    EventLoop& loop;
     const Arrived arrived;
     Rendezvous where;
-    Local::acceptor local;
-    Tcp::acceptor tcp;
+    Door local, tcp;
     std::map<AgentLink*, Pending> pending;
-    asio::steady_timer localPause, tcpPause; // after a failure to accept
     // Who has not proved anything yet: agents of the largest job that come all at once, and some
     // strangers.
     std::size_t most = 4200;
 
     void openTcp();
-    template <typename Acceptor>
-    void accept(Acceptor& acceptor, asio::steady_timer& pause);
-    void take(AgentLink::Socket socket);
+    void listen(Door& door);
+    void accept(Door& door);
+    void take(Descriptor socket);
     void onRecord(AgentLink* from, const AgentRecord& record);
 };

@@ -24,7 +24,7 @@ std::string joined(const std::vector<std::string>& words) {
 
 } // namespace
 
-LaunchedJob::LaunchedJob(asio::io_context& eventLoop, Plan wanted, Handler handler)
+LaunchedJob::LaunchedJob(EventLoop& eventLoop, Plan wanted, Handler handler)
     : loop(eventLoop), plan(std::move(wanted)), handle(std::move(handler)) {}
 
 void LaunchedJob::start() {
@@ -82,9 +82,9 @@ void LaunchedJob::launch(std::vector<std::string> argv, const std::string& input
 // The others do not wait for a host that does not answer.
 void LaunchedJob::limit(std::size_t number) {
     auto& timer = launchers[number].patience;
-    timer = std::make_unique<asio::steady_timer>(loop, longestLogin);
-    timer->async_wait([this, number](const asio::error_code& fault) {
-        if (fault || isThere(number)) return;
+    timer = std::make_unique<Timer>(loop);
+    timer->after(longestLogin, [this, number] {
+        if (isThere(number)) return;
         launchers[number].late = true;
         launchers[number].launcher->kill();
     });

@@ -1,10 +1,8 @@
 #pragma once
 
 #include "backend/jobs/launcher.h"
+#include "backend/os/eventloop.h"
 #include "frontend/launch/agentport.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <functional>
 #include <memory>
@@ -52,7 +50,7 @@ class LaunchedJob {
 
     static constexpr int maxSize = 4096;
 
-    LaunchedJob(asio::io_context& loop, Plan plan, Handler handler);
+    LaunchedJob(EventLoop& loop, Plan plan, Handler handler);
 
     /// Throws std::runtime_error with a sentence for the user.
     void start();
@@ -68,14 +66,14 @@ class LaunchedJob {
     void stop();
 
   private:
-    asio::io_context& loop;
+    EventLoop& loop;
     const Plan plan;
     const Handler handle;
     std::optional<AgentPort> port;
     std::optional<RendezvousFile> file;
     struct Login {
         std::unique_ptr<Launcher> launcher;
-        std::unique_ptr<asio::steady_timer> patience; // of a lenient plan
+        std::unique_ptr<Timer> patience; // of a lenient plan
         bool late = false;
     };
     std::vector<Login> launchers;

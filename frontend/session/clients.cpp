@@ -24,7 +24,7 @@ std::string nonce() { return Rendezvous::newSecret().substr(0, 16); }
 
 } // namespace
 
-Clients::Clients(asio::io_context& eventLoop, const Options& wanted, const Driver& kind,
+Clients::Clients(EventLoop& eventLoop, const Options& wanted, const Driver& kind,
                  std::string sessionsJob, Handler handler)
     : loop(eventLoop),
       options(wanted),
@@ -170,9 +170,8 @@ std::optional<std::string> Clients::defect() const {
 }
 
 void Clients::sayWhoIsMissing() {
-    patience.expires_after(std::chrono::seconds(10));
-    patience.async_wait([this](const asio::error_code& fault) {
-        if (fault || phase != STARTING) return;
+    patience.after(std::chrono::seconds(10), [this] {
+        if (phase != STARTING) return;
         if (seats.empty())
             std::fprintf(stderr, "vex: the launcher has not started a task yet; Ctrl-C gives up\n");
         else

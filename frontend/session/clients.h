@@ -5,13 +5,11 @@
 #include "backend/drivers/debuggerstart.h"
 #include "backend/drivers/driver.h"
 #include "backend/drivers/errorwatch.h"
+#include "backend/os/eventloop.h"
 #include "backend/os/limits.h"
 #include "frontend/launch/launchedjob.h"
 #include "frontend/session/options.h"
 #include "frontend/session/startupoutput.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <deque>
 #include <functional>
@@ -50,7 +48,7 @@ class Clients {
     };
 
     /// The options and the driver must live as long as this.
-    Clients(asio::io_context& loop, const Options& options, const Driver& driver, std::string job,
+    Clients(EventLoop& loop, const Options& options, const Driver& driver, std::string job,
             Handler handler);
     ~Clients();
 
@@ -96,7 +94,7 @@ class Clients {
     };
     enum Phase { STARTING, RUNNING, OVER };
 
-    asio::io_context& loop;
+    EventLoop& loop;
     const Options& options;
     const Driver& driver;
     const std::string job; // names this session in the environment of what it starts
@@ -110,7 +108,7 @@ class Clients {
     StartupOutput startupOutput;
     std::unique_ptr<ErrorWatch> errors; // for a script; else null
     Forks forks;
-    asio::steady_timer patience; // of the user
+    Timer patience; // of the user
 
     Seat& at(int client) { return seats[static_cast<std::size_t>(client)]; }
     const Seat& at(int client) const { return seats[static_cast<std::size_t>(client)]; }

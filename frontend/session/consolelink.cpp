@@ -1,18 +1,12 @@
 #include "frontend/session/consolelink.h"
 
-#include <asio/post.hpp>
-
 #include <array>
 #include <cerrno>
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-ConsoleLink::ConsoleLink(asio::io_context& loop, std::unique_ptr<UnixSocket> connection)
-    : socket(std::move(connection)),
-      // The event loop closes what it holds, and so does the socket: each has its own.
-      stream(loop, ::fcntl(socket->getFd(), F_DUPFD_CLOEXEC, 0)) {}
+ConsoleLink::ConsoleLink(EventLoop& eventLoop, std::unique_ptr<UnixSocket> connection)
+    : loop(eventLoop), socket(std::move(connection)), stream(loop, socket->getFd()) {}
 
 void ConsoleLink::start(Handler handler) {
     handle = std::move(handler);
@@ -20,10 +14,7 @@ void ConsoleLink::start(Handler handler) {
 }
 
 void ConsoleLink::waitToRead() {
-    stream.async_wait(asio::posix::descriptor_base::wait_read,
-                      [self = shared_from_this()](const asio::error_code& fault) {
-                          if (!fault && !self->over) self->readSome();
-                      });
+    stream.whenReadable([self = shared_from_this()] { self->readSome(); });
 }
 
 void ConsoleLink::readSome() {
@@ -49,43 +40,20 @@ void ConsoleLink::readSome() {
 
 void ConsoleLink::send(std::string bytes) {
     if (over || finishing) return;
-    waiting += bytes.size();
-    full |= congested();
-    queue.push_back(std::move(bytes));
+    queue.add(std::move(bytes));
     // Together with what else this turn of the loop has to say.
     if (!writing) waitToWrite();
 }
 
 void ConsoleLink::waitToWrite() {
     writing = true;
-    stream.async_wait(asio::posix::descriptor_base::wait_write,
-                      [self = shared_from_this()](const asio::error_code& fault) {
-                          self->writing = false;
-                          if (!fault && !self->over) self->writeSome();
-                      });
+    stream.whenWritable([self = shared_from_this()] { self->writeSome(); });
 }
 
 void ConsoleLink::writeSome() {
-    while (!queue.empty()) {
-        const std::string& first = queue.front();
-        const ssize_t put = ::send(socket->getFd(), first.data() + sent, first.size() - sent,
-                                   MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (put == -1 && errno == EINTR) continue;
-        if (put == -1 && errno == EAGAIN) break;
-        if (put == -1) {
-            close();
-            return;
-        }
-        sent += static_cast<std::size_t>(put);
-        waiting -= static_cast<std::size_t>(put);
-        if (sent < first.size()) continue;
-        queue.pop_front();
-        sent = 0;
-    }
-    if (full && waiting < lowWater) {
-        full = false;
-        handle.drained();
-    }
+    writing = false;
+    if (!queue.send(socket->getFd())) return close();
+    if (queue.drained()) handle.drained();
     if (!queue.empty())
         waitToWrite();
     else if (finishing)
@@ -105,9 +73,9 @@ void ConsoleLink::finish() {
 void ConsoleLink::close() {
     if (over) return;
     over = true;
-    stream.close();
+    stream.release();
     socket->close();
-    asio::post(stream.get_executor(), [self = shared_from_this()] {
+    loop.post([self = shared_from_this()] {
         self->handle.closed();
         self->handle = {};
     });

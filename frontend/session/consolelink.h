@@ -1,13 +1,12 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
+#include "backend/os/sendqueue.h"
+#include "backend/os/stream.h"
 #include "common/command.h"
 #include "common/framereader.h"
 #include "common/unixsock.h"
 
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,16 +23,14 @@ class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
         std::function<void()> drained;
     };
 
-    ConsoleLink(asio::io_context& loop, std::unique_ptr<UnixSocket> connection);
+    ConsoleLink(EventLoop& loop, std::unique_ptr<UnixSocket> connection);
 
     /// Begins to read. The link lives until its connection is closed.
     void start(Handler handler);
     /// Queues bytes.
     void send(std::string bytes);
-    /// Bytes that wait.
-    std::size_t queued() const { return waiting; }
     /// Whether so much waits that no more should be produced for this console.
-    bool congested() const { return waiting > highWater; }
+    bool congested() const { return queue.congested(); }
     /// Whether the console has closed its end, which may be seen before all is read that it sent.
     bool abandoned() const;
     /// Closes after what is queued was sent.
@@ -42,18 +39,13 @@ class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
     void close();
 
   private:
-    static constexpr std::size_t highWater = 4 * 1024 * 1024;
-    static constexpr std::size_t lowWater = 512 * 1024;
-
+    EventLoop& loop;
     std::unique_ptr<UnixSocket> socket;
-    asio::posix::stream_descriptor stream;
+    Stream stream;
     Handler handle;
     FrameReader reader;
-    std::deque<std::string> queue;
-    std::size_t waiting = 0;
-    std::size_t sent = 0; // of the queue's first
+    SendQueue queue{4 * 1024 * 1024, 512 * 1024};
     bool writing = false;
-    bool full = false;
     bool finishing = false;
     bool over = false;
 

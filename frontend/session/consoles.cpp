@@ -7,8 +7,6 @@
 #include <chrono>
 #include <cstring>
 
-using asio::posix::descriptor_base;
-
 namespace {
 
 template <typename Record>
@@ -25,8 +23,7 @@ std::string bytesOf(int number) {
 
 } // namespace
 
-Consoles::Consoles(asio::io_context& eventLoop, Session& claimed, std::size_t limit,
-                   Handler handler)
+Consoles::Consoles(EventLoop& eventLoop, Session& claimed, std::size_t limit, Handler handler)
     : loop(eventLoop),
       session(claimed),
       most(limit),
@@ -34,21 +31,17 @@ Consoles::Consoles(asio::io_context& eventLoop, Session& claimed, std::size_t li
       listener(loop, session.listener()),
       pause(loop) {}
 
-// The descriptor is the session's.
-Consoles::~Consoles() { listener.release(); }
+Consoles::~Consoles() = default;
 
 void Consoles::listen() {
-    listener.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
-        if (fault || closed) return;
+    listener.whenReadable([this] {
+        if (closed) return;
         if (auto connection = session.accept()) {
             add(std::move(connection));
             return listen();
         }
         // One that cannot be accepted, for want of descriptors, goes on asking.
-        pause.expires_after(std::chrono::milliseconds(100));
-        pause.async_wait([this](const asio::error_code& cancelled) {
-            if (!cancelled) listen();
-        });
+        pause.after(std::chrono::milliseconds(100), [this] { listen(); });
     });
 }
 

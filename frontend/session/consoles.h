@@ -1,14 +1,12 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
+#include "backend/os/stream.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/reply.h"
 #include "frontend/session/consolelink.h"
 #include "frontend/session/session.h"
-
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <functional>
 #include <map>
@@ -30,7 +28,7 @@ class Consoles {
     };
 
     /// At most so many at a time. The session must live as long as this.
-    Consoles(asio::io_context& loop, Session& session, std::size_t most, Handler handler);
+    Consoles(EventLoop& loop, Session& session, std::size_t most, Handler handler);
     ~Consoles();
 
     /// Lets consoles in; they wait for their numbers.
@@ -57,12 +55,12 @@ class Consoles {
     bool met() const { return last != 0; }
 
   private:
-    asio::io_context& loop;
+    EventLoop& loop;
     Session& session;
     const std::size_t most;
     const Handler handle;
-    asio::posix::stream_descriptor listener;
-    asio::steady_timer pause;
+    Stream listener;
+    Timer pause;
     std::map<int, std::shared_ptr<ConsoleLink>> links;
     int last = 0;
     bool serving = false;

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-using asio::posix::descriptor_base;
-
-ControlServer::ControlServer(asio::io_context& eventLoop, Channel first, const Descriptor& entrance,
+ControlServer::ControlServer(EventLoop& eventLoop, Channel first, const Descriptor& entrance,
                              Handler handler)
     : handle(std::move(handler)),
       loop(eventLoop),
@@ -16,24 +14,17 @@ ControlServer::ControlServer(asio::io_context& eventLoop, Channel first, const D
     listen();
 }
 
-ControlServer::~ControlServer() {
-    stopListening();
-    for (const auto& [id, line] : lines)
-        line->stream.release();
-}
+ControlServer::~ControlServer() = default;
 
 int ControlServer::present() const {
     return static_cast<int>(
         std::ranges::count_if(lines, [](const auto& each) { return each.second->attends; }));
 }
 
-void ControlServer::stopListening() {
-    if (door.is_open()) door.release();
-}
+void ControlServer::stopListening() { door.release(); }
 
 void ControlServer::listen() {
-    door.async_wait(descriptor_base::wait_read, [this](const asio::error_code& fault) {
-        if (fault) return;
+    door.whenReadable([this] {
         if (auto channel = Channel::accept(listener)) add(++last, std::move(*channel));
         listen();
     });
@@ -45,10 +36,7 @@ void ControlServer::add(int id, Channel channel) {
 }
 
 void ControlServer::waitToHear(int id) {
-    lines[id]->stream.async_wait(descriptor_base::wait_read,
-                                 [this, id](const asio::error_code& fault) {
-                                     if (!fault) hear(id);
-                                 });
+    lines[id]->stream.whenReadable([this, id] { hear(id); });
 }
 
 void ControlServer::hear(int id) {
@@ -59,7 +47,6 @@ void ControlServer::hear(int id) {
         return;
     }
     const bool vanished = lines[id]->attends;
-    lines[id]->stream.release();
     lines.erase(id);
     if (vanished) handle.left(id == 0, VANISHED);
     if (id == 0) handle.alone();

@@ -1,9 +1,8 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
+#include "backend/os/stream.h"
 #include "frontend/session/channel.h"
-
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
 
 #include <functional>
 #include <map>
@@ -37,8 +36,7 @@ class ControlServer {
     };
 
     /// The first front part's line, and where others come; the listener must live as long as this.
-    ControlServer(asio::io_context& loop, Channel first, const Descriptor& listener,
-                  Handler handler);
+    ControlServer(EventLoop& loop, Channel first, const Descriptor& listener, Handler handler);
     ~ControlServer();
 
     /// Front parts whose console runs.
@@ -48,17 +46,16 @@ class ControlServer {
 
   private:
     struct Line {
-        Line(asio::io_context& loop, Channel end)
-            : channel(std::move(end)), stream(loop, channel.fd()) {}
-        Channel channel; // after the stream, which must not close it
-        asio::posix::stream_descriptor stream;
+        Line(EventLoop& loop, Channel end) : channel(std::move(end)), stream(loop, channel.fd()) {}
+        Channel channel;
+        Stream stream;
         bool attends = false;
     };
 
     Handler handle;
-    asio::io_context& loop;
+    EventLoop& loop;
     const Descriptor& listener;
-    asio::posix::stream_descriptor door;
+    Stream door;
     std::map<int, std::unique_ptr<Line>> lines;
     int last = 0; // the first front part's is 0
 

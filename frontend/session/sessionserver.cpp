@@ -248,9 +248,8 @@ void SessionServer::schedule() {
     armed = next;
     boardTimer.cancel();
     if (!next) return;
-    boardTimer.expires_at(*next);
-    boardTimer.async_wait([this](const asio::error_code& fault) {
-        if (fault || phase != SERVING) return;
+    boardTimer.at(*next, [this] {
+        if (phase != SERVING) return;
         armed.reset();
         board.tick(Clock::now());
         schedule();
@@ -275,10 +274,7 @@ void SessionServer::closeSession() {
     consoles.finish();
     if (consoles.empty()) loop.stop();
     // A console closes by itself when it has read all; one that does not read is not waited for.
-    closeTimer.expires_after(std::chrono::milliseconds(1500));
-    closeTimer.async_wait([this](const asio::error_code& fault) {
-        if (!fault) loop.stop();
-    });
+    closeTimer.after(std::chrono::milliseconds(1500), [this] { loop.stop(); });
 }
 
 // The debugged programs first, then the debuggers, whatever they started in between, too.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/clients/detachment.h"
+#include "backend/os/eventloop.h"
 #include "backend/os/signals.h"
 #include "frontend/session/clients.h"
 #include "frontend/session/consoles.h"
@@ -10,9 +11,6 @@
 #include "frontend/session/userprograms.h"
 #include "frontend/session/whoqueries.h"
 #include "frontend/switchboard/switchboard.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <memory>
 #include <optional>
@@ -39,15 +37,15 @@ class SessionServer : private Switchboard::Outlet {
     const std::unique_ptr<Driver> driver;
     const std::string program; // for vex --list
     const Clock::time_point begin = Clock::now();
-    asio::io_context loop;
+    EventLoop loop;
     Phase phase = STARTING;
     int status = 0;
     bool closing = false; // of ENDING the part after the tasks were released
 
     Signals signals;
-    asio::steady_timer boardTimer; // the switchboard's next deadline
+    Timer boardTimer; // the switchboard's next deadline
     std::optional<Clock::time_point> armed;
-    asio::steady_timer closeTimer; // patience with consoles that do not read to the end
+    Timer closeTimer; // patience with consoles that do not read to the end
     ControlServer controls;
     Consoles consoles;
     Clients clients;

@@ -1,30 +1,32 @@
 #include "frontend/session/userprograms.h"
 
-#include <asio/post.hpp>
+#include "backend/os/pipe.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
 
-using asio::posix::descriptor_base;
-
-// The streams own the descriptors.
 struct UserPrograms::Running {
-    explicit Running(asio::io_context& loop) : output(loop), input(loop) {}
+    explicit Running(EventLoop& loop) : output(loop), input(loop) {}
 
     ChildProcess process;
-    asio::posix::stream_descriptor output;
-    asio::posix::stream_descriptor input;
+    Descriptor fromIt, toIt;
+    Stream output;
+    Stream input;
     std::string toWrite;
     bool paused = false;
+
+    void closeInput() {
+        input.release();
+        toIt.reset();
+    }
 };
 
 namespace {
@@ -36,19 +38,9 @@ std::string describe(int status) {
                                     : "ended with status " + std::to_string(WEXITSTATUS(status));
 }
 
-std::pair<Descriptor, Descriptor> makePipe() {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) == -1)
-        throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
-    return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-// Ours only: the other end is the program's, which need not expect a non-blocking one.
-void unblock(const Descriptor& end) { ::fcntl(end.get(), F_SETFL, O_NONBLOCK); }
-
 } // namespace
 
-UserPrograms::UserPrograms(asio::io_context& eventLoop, Handler handler)
+UserPrograms::UserPrograms(EventLoop& eventLoop, Handler handler)
     : loop(eventLoop),
       handle(std::move(handler)),
       most(std::max<std::size_t>(4, 2 * std::thread::hardware_concurrency())) {}
@@ -64,7 +56,7 @@ void UserPrograms::stopAll() {
 void UserPrograms::start(int client, Start what) {
     waiting.push_back({client, std::move(what)});
     // Not from within this call: who starts it is not done yet.
-    asio::post(loop, [this] { startNext(); });
+    loop.post([this] { startNext(); });
 }
 
 void UserPrograms::startNext() {
@@ -81,47 +73,44 @@ void UserPrograms::startNext() {
 }
 
 void UserPrograms::begin(int client, Start what) {
-    auto [inputReader, inputWriter] = makePipe();
-    auto [outputReader, outputWriter] = makePipe();
-    unblock(inputWriter);
-    unblock(outputReader);
+    Pipe input, output;
+    Pipe::unblock(input.writer);
+    Pipe::unblock(output.reader);
     const auto helper = std::make_shared<Running>(loop);
     running[client] = helper;
     ChildProcess::Start start;
     start.argv = {"/bin/sh", "-c", what.command};
     start.environment = std::move(what.environment);
-    start.input = inputReader.get();
-    start.output = outputWriter.get();
+    start.input = input.reader.get();
+    start.output = output.writer.get();
     helper->process.start(start);
     helper->toWrite = std::move(what.input);
-    helper->output.assign(outputReader.release());
-    helper->input.assign(inputWriter.release());
+    helper->fromIt = std::move(output.reader);
+    helper->toIt = std::move(input.writer);
+    helper->output.watch(helper->fromIt.get());
+    helper->input.watch(helper->toIt.get());
     waitToRead(client, helper);
     waitToWrite(helper);
 }
 
 void UserPrograms::waitToRead(int client, const std::shared_ptr<Running>& helper) {
-    const auto wait = descriptor_base::wait_read;
-    helper->output.async_wait(wait, [this, client, helper](const asio::error_code& fault) {
-        if (fault) return;
+    helper->output.whenReadable([this, client, helper] {
         if (!handle.mayRead(client))
             helper->paused = true;
-        else if (readSome(client, *helper) && helper->output.is_open())
+        else if (readSome(client, *helper) && helper->output.watching())
             waitToRead(client, helper);
     });
 }
 
 void UserPrograms::waitToWrite(const std::shared_ptr<Running>& helper) {
-    const auto wait = descriptor_base::wait_write;
-    helper->input.async_wait(wait, [this, helper](const asio::error_code& fault) {
-        if (fault) return;
+    helper->input.whenWritable([this, helper] {
         std::string& text = helper->toWrite;
-        const ssize_t put = ::write(helper->input.native_handle(), text.data(), text.size());
+        const ssize_t put = ::write(helper->toIt.get(), text.data(), text.size());
         if (put > 0) text.erase(0, static_cast<std::size_t>(put));
         // Who has read enough ("head") closes its end.
         const bool broken = put == -1 && errno != EAGAIN && errno != EINTR;
         if (text.empty() || broken)
-            helper->input.close();
+            helper->closeInput();
         else
             waitToWrite(helper);
     });
@@ -130,7 +119,7 @@ void UserPrograms::waitToWrite(const std::shared_ptr<Running>& helper) {
 // Reads what is there at the moment, once; false when no more will come.
 bool UserPrograms::readSome(int client, Running& helper) {
     std::array<char, 65536> buffer;
-    const ssize_t got = ::read(helper.output.native_handle(), buffer.data(), buffer.size());
+    const ssize_t got = ::read(helper.fromIt.get(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
     handle.output(client, {buffer.data(), static_cast<std::size_t>(got)});
     return true;
@@ -143,9 +132,10 @@ void UserPrograms::stop(int client) {
     const auto helper = found->second;
     running.erase(found);
     if (helper->process.running()) ::kill(-helper->process.pid(), SIGKILL);
-    helper->output.close();
-    helper->input.close();
-    asio::post(loop, [this] { startNext(); });
+    helper->output.release();
+    helper->fromIt.reset();
+    helper->closeInput();
+    loop.post([this] { startNext(); });
 }
 
 void UserPrograms::resume() {
@@ -164,8 +154,8 @@ void UserPrograms::collect() {
         if (found == running.end()) continue;
         const auto helper = found->second;
         // All that is left fits a pipe's buffer; what it has left behind may go on writing.
-        for (int round = 0; round < 64 && helper->output.is_open(); ++round) {
-            pollfd ready{helper->output.native_handle(), POLLIN, 0};
+        for (int round = 0; round < 64 && helper->output.watching(); ++round) {
+            pollfd ready{helper->fromIt.get(), POLLIN, 0};
             if (::poll(&ready, 1, 0) != 1 || !(ready.revents & POLLIN)) break;
             if (!readSome(client, *helper)) break;
         }

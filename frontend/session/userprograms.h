@@ -1,10 +1,9 @@
 #pragma once
 
 #include "backend/os/childprocess.h"
+#include "backend/os/eventloop.h"
+#include "backend/os/stream.h"
 #include "common/descriptor.h"
-
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
 
 #include <deque>
 #include <functional>
@@ -36,7 +35,7 @@ class UserPrograms {
         std::function<bool(int client)> mayRead;
     };
 
-    UserPrograms(asio::io_context& loop, Handler handler);
+    UserPrograms(EventLoop& loop, Handler handler);
     ~UserPrograms();
 
     void start(int client, Start what);
@@ -57,7 +56,7 @@ class UserPrograms {
         Start what;
     };
 
-    asio::io_context& loop;
+    EventLoop& loop;
     Handler handle;
     std::deque<Waiting> waiting;
     std::map<int, std::shared_ptr<Running>> running;

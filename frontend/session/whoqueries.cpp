@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-WhoQueries::WhoQueries(asio::io_context& loop, std::function<int()> asks,
+WhoQueries::WhoQueries(EventLoop& loop, std::function<int()> asks,
                        std::function<void(int console, const Command& command)> proceeds)
     : ask(std::move(asks)), proceed(std::move(proceeds)), patience(loop) {}
 
@@ -12,10 +12,7 @@ void WhoQueries::want(int console, const Command& command) {
     asking.emplace_back(console, command);
     due += ask();
     if (due == 0) return finish();
-    patience.expires_after(Wait::answer);
-    patience.async_wait([this](const asio::error_code& fault) {
-        if (!fault) finish();
-    });
+    patience.after(Wait::answer, [this] { finish(); });
 }
 
 void WhoQueries::forget(int console) {

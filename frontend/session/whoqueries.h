@@ -1,9 +1,7 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
 #include "common/command.h"
-
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <functional>
 #include <utility>
@@ -15,7 +13,7 @@ class WhoQueries {
   public:
     /// `ask` asks the agents and says how many will answer. `proceed` gets each command when all
     /// have, or a moment has passed.
-    WhoQueries(asio::io_context& loop, std::function<int()> ask,
+    WhoQueries(EventLoop& loop, std::function<int()> ask,
                std::function<void(int console, const Command& command)> proceed);
 
     void want(int console, const Command& command);
@@ -29,7 +27,7 @@ class WhoQueries {
     const std::function<void(int console, const Command& command)> proceed;
     std::vector<std::pair<int, Command>> asking;
     int due = 0;
-    asio::steady_timer patience;
+    Timer patience;
 
     void finish();
 };

@@ -136,8 +136,7 @@ void Foreground::onConsoleEnded() {
 }
 
 void Foreground::waitToHear() {
-    stream.async_wait(stream.wait_read, [this](const asio::error_code& fault) {
-        if (fault) return;
+    stream.whenReadable([this] {
         bool over = false;
         if (const auto text = line.hear(over)) onText(*text);
         if (!over) {
@@ -181,9 +180,8 @@ void Foreground::say(const std::string& sentence) const {
 }
 
 void Foreground::endConsole(int patience) {
-    timer.expires_after(std::chrono::milliseconds(1500));
-    timer.async_wait([this, patience](const asio::error_code& fault) {
-        if (fault || !console.running()) return;
+    timer.after(std::chrono::milliseconds(1500), [this, patience] {
+        if (!console.running()) return;
         console.signal(SIGCONT);
         console.signal(patience == 0 ? SIGTERM : SIGKILL);
         endConsole(patience + 1);
@@ -192,9 +190,8 @@ void Foreground::endConsole(int patience) {
 
 // A session that does not end, stopped by somebody, say, is ended by its guardian.
 void Foreground::insist() {
-    lastResort.expires_after(std::chrono::seconds(15));
-    lastResort.async_wait([this](const asio::error_code& fault) {
-        if (!fault && guarded) ::kill(start.guardian, SIGQUIT);
+    lastResort.after(std::chrono::seconds(15), [this] {
+        if (guarded) ::kill(start.guardian, SIGQUIT);
     });
 }
 

@@ -1,12 +1,10 @@
 #pragma once
 
+#include "backend/os/eventloop.h"
 #include "backend/os/signals.h"
+#include "backend/os/stream.h"
 #include "frontend/session/channel.h"
 #include "frontend/terminal/consoleprocess.h"
-
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <string>
 #include <sys/types.h>
@@ -36,12 +34,12 @@ class Foreground {
 
   private:
     const Start start;
-    asio::io_context loop;
+    EventLoop loop;
     Channel line;
-    asio::posix::stream_descriptor stream;
+    Stream stream;
     Signals signals;
-    asio::steady_timer timer;
-    asio::steady_timer lastResort; // patience with a session that is to end
+    Timer timer;
+    Timer lastResort; // patience with a session that is to end
     ConsoleProcess console;
     Descriptor report; // of a script's console; see VEX_CONSOLE_REPORT in vex(5)
     int status = 0;

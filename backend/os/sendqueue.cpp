@@ -1,0 +1,39 @@
+#include "backend/os/sendqueue.h"
+
+#include <cerrno>
+#include <sys/socket.h>
+#include <utility>
+
+namespace {
+
+// Short pieces leave together.
+constexpr std::size_t shortPiece = 64 * 1024;
+
+} // namespace
+
+void SendQueue::add(std::string bytes) {
+    waiting += bytes.size();
+    wasCongested |= congested();
+    if (!queue.empty() && queue.back().size() + bytes.size() <= shortPiece)
+        queue.back() += bytes;
+    else if (!bytes.empty())
+        queue.push_back(std::move(bytes));
+}
+
+bool SendQueue::send(int socket) {
+    while (!queue.empty()) {
+        const std::string& first = queue.front();
+        const ssize_t put =
+            ::send(socket, first.data() + sent, first.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (put == -1 && errno == EINTR) continue;
+        if (put == -1) return errno == EAGAIN;
+        sent += static_cast<std::size_t>(put);
+        waiting -= static_cast<std::size_t>(put);
+        if (sent < first.size()) continue;
+        queue.pop_front();
+        sent = 0;
+    }
+    return true;
+}
+
+bool SendQueue::drained() { return waiting < low && std::exchange(wasCongested, false); }

@@ -1,0 +1,37 @@
+#include "backend/os/signals.h"
+
+#include "backend/os/eventloopcontext.h"
+
+#include <asio/signal_set.hpp>
+
+#include <utility>
+
+struct Signals::State : std::enable_shared_from_this<State> {
+    State(asio::io_context& io, std::function<void(int number)> handler)
+        : set(io), handle(std::move(handler)) {}
+    asio::signal_set set;
+    std::function<void(int number)> handle;
+
+    void wait() {
+        set.async_wait([kept = shared_from_this()](const asio::error_code& fault, int number) {
+            if (fault || !kept->handle) return;
+            kept->handle(number);
+            kept->wait();
+        });
+    }
+};
+
+Signals::Signals(EventLoop& loop, std::initializer_list<int> numbers,
+                 std::function<void(int number)> handler)
+    : state(std::make_shared<State>(loop.context().io, std::move(handler))) {
+    for (const int number : numbers)
+        state->set.add(number);
+    state->wait();
+}
+
+Signals::~Signals() {
+    state->handle = nullptr;
+    state->set.clear();
+}
+
+void Signals::add(int number) { state->set.add(number); }
