@@ -25,6 +25,13 @@ std::string packed(const Record& record) {
     return {body.get(), static_cast<std::size_t>(length)};
 }
 
+/// The frame of a record behind its kind.
+template <class Record>
+std::string of(MessageKind kind, const Record& record) {
+    const std::string body = packed(record);
+    return wrap(kind, body.data(), static_cast<int>(body.size()));
+}
+
 /// Writes one frame. Throws BrokenConnection.
 void send(UnixSocket* socket, const char* body, int len);
 /// Reads one frame's body. Memory grows with the bytes that arrive, never with the length alone.

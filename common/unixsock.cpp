@@ -260,10 +260,15 @@ void UnixSocket::setRbuf(int bytes) {
         raise("error when setsockopt");
 }
 
-unsigned UnixSocket::peerUser() const {
+std::optional<unsigned> UnixSocket::peerUserOf(int fd) {
     ucred peer{};
     socklen_t length = sizeof peer;
-    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1)
-        raise("error when getsockopt");
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1) return std::nullopt;
     return peer.uid;
+}
+
+unsigned UnixSocket::peerUser() const {
+    const auto user = peerUserOf(socket);
+    if (!user) raise("error when getsockopt");
+    return *user;
 }

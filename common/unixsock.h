@@ -3,6 +3,7 @@
 #include "common/brokenconnection.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 /// The byte stream between a console and its front end: a local stream socket named after the
@@ -63,6 +64,8 @@ class UnixSocket {
 
     /// The user id of the process at the other end (SO_PEERCRED); raises Error 200.
     unsigned peerUser() const;
+    /// The same for any local socket; nothing when it cannot be told.
+    static std::optional<unsigned> peerUserOf(int fd);
 
   private:
     int socket = -1;

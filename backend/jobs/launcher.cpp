@@ -1,5 +1,6 @@
 #include "backend/jobs/launcher.h"
 
+#include "backend/os/drain.h"
 #include "backend/os/pipe.h"
 
 #include <algorithm>
@@ -7,9 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <poll.h>
 #include <stdexcept>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -19,11 +18,6 @@ namespace {
 
 // A line of this length is handed over in pieces.
 constexpr std::size_t longLine = 4096;
-
-std::string fate(int status) {
-    if (WIFSIGNALED(status)) return std::string("was ended by ") + ::strsignal(WTERMSIG(status));
-    return "ended with status " + std::to_string(WEXITSTATUS(status));
-}
 
 } // namespace
 
@@ -76,14 +70,12 @@ bool Launcher::readSome() {
 
 void Launcher::collect() {
     if (process.poll() != ChildProcess::ENDED) return;
-    // What it has started may keep the pipe open, so its end is not waited for.
-    pollfd ready{pipe.get(), POLLIN, 0};
-    for (int round = 0; round < 1000 && ::poll(&ready, 1, 0) == 1 && readSome(); ++round) {
-    }
+    // A process that it has started may keep the pipe open, so the pipe's end is not waited for.
+    drain(pipe.get(), [this] { return readSome(); });
     if (!partial.empty()) handle.said(std::exchange(partial, {}));
     output.release();
     pipe.reset();
-    handle.ended(fate(process.status()));
+    handle.ended(ChildProcess::describe(process.status(), "was ended by "));
 }
 
 std::vector<std::string> Launcher::split(const std::string& line) {

@@ -44,7 +44,7 @@ void become(char* const* argv, char* const* environment, const ChildProcess::Sta
     Limits::restoreDescriptors();
     const bool interrupted = what.orphan == ChildProcess::Start::INTERRUPTED;
     const bool piped = what.input != -1;
-    // One that shares the terminal goes with its front part.
+    // A console, which shares the terminal of its foreground, ends with it.
     if (!piped && what.terminal == -1) {
         if (::prctl(PR_SET_PDEATHSIG, SIGTERM) == -1) return;
         if (::getppid() != parent) ::_exit(1);
@@ -129,6 +129,11 @@ ChildProcess::Event ChildProcess::poll() {
     if (WIFSTOPPED(waitStatus)) return STOPPED;
     ended = true;
     return ENDED;
+}
+
+std::string ChildProcess::describe(int status, const std::string& bySignal) {
+    if (WIFSIGNALED(status)) return bySignal + ::strsignal(WTERMSIG(status));
+    return "ended with status " + std::to_string(WEXITSTATUS(status));
 }
 
 void ChildProcess::signal(int number) const {

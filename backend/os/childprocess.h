@@ -46,6 +46,8 @@ class ChildProcess {
     Event poll();
     /// As waitpid gave it; valid after poll has said ENDED.
     int status() const { return waitStatus; }
+    /// What such a status tells: "ended with status 3", or `bySignal` and the signal's name.
+    static std::string describe(int status, const std::string& bySignal);
     /// Does nothing when it has ended.
     void signal(int number) const;
     /// The same to all of its process group, as the key of a terminal does it. Only for one with a

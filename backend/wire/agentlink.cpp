@@ -1,6 +1,7 @@
 #include "backend/wire/agentlink.h"
 
 #include "common/brokenconnection.h"
+#include "common/unixsock.h"
 
 #include <array>
 #include <cerrno>
@@ -125,10 +126,6 @@ void AgentLink::close() {
 }
 
 long AgentLink::peerUser() const {
-    ucred peer{};
-    socklen_t length = sizeof peer;
-    if (family != AF_UNIX ||
-        ::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1)
-        return -1;
-    return peer.uid;
+    const auto user = family == AF_UNIX ? UnixSocket::peerUserOf(socket.get()) : std::nullopt;
+    return user ? long{*user} : -1;
 }

@@ -1,5 +1,7 @@
 #include "frontend/session/channel.h"
 
+#include "common/unixsock.h"
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -12,8 +14,8 @@
 
 namespace {
 
-constexpr int kind = SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK;
-constexpr std::size_t longest = 4096; // bytes of a text
+constexpr int socketType = SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK;
+constexpr std::size_t maxText = 4096; // bytes
 
 struct Address {
     sockaddr_un text{};
@@ -27,28 +29,26 @@ struct Address {
     const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&text); }
 };
 
-// Names of the abstract namespace have no owner: both sides look who the other one is.
+// Names of the abstract namespace have no owner: both sides check the other's user.
 bool isFriend(const Descriptor& socket, bool rootToo) {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return ::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-           (peer.uid == ::getuid() || (rootToo && peer.uid == 0));
+    const auto user = UnixSocket::peerUserOf(socket.get());
+    return user == ::getuid() || (rootToo && user == 0U);
 }
 
 } // namespace
 
 std::pair<Channel, Channel> Channel::pair() {
     int ends[2];
-    if (::socketpair(AF_UNIX, kind, 0, ends) == -1)
+    if (::socketpair(AF_UNIX, socketType, 0, ends) == -1)
         throw std::system_error(errno, std::generic_category(), "cannot make a pair of sockets");
     return {Channel(Descriptor(ends[0])), Channel(Descriptor(ends[1]))};
 }
 
 std::optional<Channel> Channel::to(const std::string& name) {
     const Address address(name);
-    Descriptor socket(::socket(AF_UNIX, kind, 0));
+    Descriptor socket(::socket(AF_UNIX, socketType, 0));
     int tries = 100;
-    // Full when many come at once.
+    // The listener's queue is full when many connect at once.
     while (::connect(socket.get(), address.get(), address.size) == -1) {
         if (errno != EAGAIN || --tries == 0) return std::nullopt;
         ::usleep(10000);
@@ -59,7 +59,7 @@ std::optional<Channel> Channel::to(const std::string& name) {
 
 Descriptor Channel::listenAs(const std::string& name) {
     const Address address(name);
-    Descriptor socket(::socket(AF_UNIX, kind, 0));
+    Descriptor socket(::socket(AF_UNIX, socketType, 0));
     if (::bind(socket.get(), address.get(), address.size) == -1 || ::listen(socket.get(), 16) == -1)
         socket.reset();
     return socket;
@@ -72,12 +72,12 @@ std::optional<Channel> Channel::accept(const Descriptor& listener) {
 }
 
 bool Channel::say(const std::string& text) const {
-    return ::send(socket.get(), text.data(), std::min(text.size(), longest),
+    return ::send(socket.get(), text.data(), std::min(text.size(), maxText),
                   MSG_NOSIGNAL | MSG_DONTWAIT) != -1;
 }
 
 std::optional<std::string> Channel::hear(bool& over) const {
-    std::array<char, longest> buffer;
+    std::array<char, maxText> buffer;
     ssize_t got;
     do
         got = ::recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);

@@ -1,5 +1,7 @@
 #include "frontend/session/options.h"
 
+#include "common/sessionfile.h"
+
 #include <CLI/CLI.hpp>
 
 #include <sstream>
@@ -18,7 +20,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         "vex");
     app.set_version_flag("-V,--version", "vex " VEX_VERSION);
     CLI::Option* number = app.add_option("-n,--tasks", tasks, "Number of tasks")
-                              ->check(CLI::Range(1, 4096))
+                              ->check(CLI::Range(1, Limits::maxTasks))
                               ->capture_default_str();
     app.add_option("--debugger", debugger, "The debugger: gdb, or the path of one")
         ->capture_default_str();
@@ -57,7 +59,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         app.add_option("--script", script, "Run the console commands of this file, then end");
     CLI::Option* listing = app.add_flag("--list", list, "Show your sessions");
     app.add_option("--join", join, "Open another console of your session of this number")
-        ->check(CLI::Range(1, 99999))
+        ->check(CLI::Range(1, SessionFile::maxNumber))
         ->excludes(listing)
         ->excludes(file);
     app.add_option("--consoles", consoles, "How many consoles may be open at a time")

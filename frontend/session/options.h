@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/jobs/target.h"
+#include "backend/os/limits.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +12,7 @@ struct Options {
     int tasks = 1;
     /// The processes to attach to, as they were given; empty: start the program.
     std::vector<pid_t> attach;
-    /// The file that names them instead.
+    /// The file that names the processes to attach to instead.
     std::string attachConfig;
     /// The launcher of a parallel job that runs already; 0: none.
     pid_t mpiLauncher = 0;
@@ -30,9 +31,9 @@ struct Options {
     /// The tasks to attach to, found from the above; empty: start the program.
     std::vector<Target> targets;
     std::string debugger = "gdb";
-    /// The same as it was given: what agents look for where they are.
+    /// The debugger as it was given: agents look for it where they are.
     std::string debuggerThere = "gdb";
-    /// Whether what the tasks fork is debugged, too.
+    /// Whether processes that the tasks fork are debugged, too.
     bool forks = true;
     /// How many consoles a session has at most.
     std::size_t consoles = 32;
@@ -49,14 +50,14 @@ struct Options {
     /// The program to debug, as a path, and its arguments.
     std::vector<std::string> program;
 
-    static constexpr std::size_t maxTasks = 4096;
+    static constexpr std::size_t maxTasks = Limits::maxTasks;
 
     /// Whether a launcher starts the tasks.
     bool launches() const { return !launch.empty(); }
     /// Whether the program runs already.
     bool attaches() const { return !attach.empty() || !attachConfig.empty() || mpiLauncher != 0; }
 
-    /// What to do with a command line: go on, or print a text and end.
+    /// What follows from a command line: go on, or print a text and end.
     struct Outcome {
         bool proceed;
         int status;

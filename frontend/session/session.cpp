@@ -1,6 +1,7 @@
 #include "frontend/session/session.h"
 
 #include "common/error.h"
+#include "common/sessionfile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -42,17 +43,15 @@ std::string controlName(int number) { return "vex-control-" + std::to_string(num
 
 } // namespace
 
-std::string Session::pathOf(int number) { return "/tmp/.vexsock." + std::to_string(number); }
-
 Session::Session(int from) {
-    for (int number = from; number <= maxNumber; ++number) {
+    for (int number = from; number <= SessionFile::maxNumber; ++number) {
         if (take(number)) return;
     }
     throw std::runtime_error("no free session number");
 }
 
 bool Session::take(int number) {
-    const std::string path = pathOf(number);
+    const std::string path = SessionFile::path(number);
     Descriptor name = claimName("vex-session-" + std::to_string(number));
     if (!name || answers(path)) return false;
     Descriptor entrance = Channel::listenAs(controlName(number));
@@ -91,15 +90,16 @@ std::optional<Channel> Session::reach(int number) { return Channel::to(controlNa
 
 std::vector<int> Session::candidates() {
     std::vector<int> numbers;
-    const std::string prefix = pathOf(0).substr(0, pathOf(0).size() - 1);
+    const std::filesystem::path prefix = SessionFile::prefix;
     std::error_code fault;
-    for (std::filesystem::directory_iterator at("/tmp", fault), end; !fault && at != end;
-         at.increment(fault)) {
+    for (std::filesystem::directory_iterator at(prefix.parent_path(), fault), end;
+         !fault && at != end; at.increment(fault)) {
         const std::string path = at->path().string();
         int number = 0;
         const char* const last = path.data() + path.size();
-        if (!path.starts_with(prefix)) continue;
-        const auto [stop, error] = std::from_chars(path.data() + prefix.size(), last, number);
+        if (!path.starts_with(SessionFile::prefix)) continue;
+        const auto [stop, error] =
+            std::from_chars(path.data() + prefix.native().size(), last, number);
         struct stat status {};
         if (error == std::errc() && stop == last && ::lstat(path.c_str(), &status) == 0 &&
             S_ISSOCK(status.st_mode) && status.st_uid == ::getuid())

@@ -9,15 +9,15 @@
 #include <string>
 #include <vector>
 
-/// A session's number and what it listens on: a socket for consoles, and one for those who ask
-/// about the session. The number is claimed first by a name that the kernel gives to one process
-/// only (and to those that it forks) and takes back when that ends, however it ends; so a socket
-/// file that a dead session left behind is no obstacle. Removes its file when destroyed.
+/// A session's number and the sockets that it listens on: one for consoles, and one for foregrounds
+/// and other programs that ask about the session. The number is claimed first, by a name that the
+/// kernel gives to one process only (and to those that it forks) and takes back when that ends,
+/// however it ends; so a socket file that a dead session left behind is no obstacle. Removes its
+/// file when destroyed.
 class Session {
   public:
-    static constexpr int maxNumber = 99999;
-
-    /// Takes the first free number from `from` up. Throws std::runtime_error when there is none.
+    /// Takes the first free number from `from` up (SessionFile). Throws std::runtime_error when
+    /// there is none.
     explicit Session(int from = 1);
     ~Session();
     Session(const Session&) = delete;
@@ -28,7 +28,7 @@ class Session {
     const std::string& path() const { return file; }
     /// The listening descriptor, non-blocking.
     int listener() const { return socket->getFd(); }
-    /// Where others than consoles come, through reach.
+    /// Where foregrounds and other programs come, by reach.
     const Descriptor& control() const { return door; }
     /// The next connection; null when nobody waits, or when the peer is neither this user nor root.
     std::unique_ptr<UnixSocket> accept();
@@ -36,10 +36,9 @@ class Session {
     /// In a process that shares this session with one that serves it: no longer listens, but keeps
     /// the number taken and removes the file.
     void stopListening();
-    /// The same in one that has nothing to do with it any more: leaves all to the others.
+    /// In a process that has nothing to do with this session any more: leaves all to the others.
     void abandon();
 
-    static std::string pathOf(int number);
     /// A line to the living session of that number; nothing when this user has none.
     static std::optional<Channel> reach(int number);
     /// The numbers of which this user has socket files, ascending; their sessions may be dead.

@@ -15,12 +15,12 @@ bool StartupOutput::allSaid(std::string_view text, std::size_t clients) const {
                                          }));
 }
 
-std::string StartupOutput::report(const Driver& debugger) const {
+std::string StartupOutput::report(const Driver& driver) const {
     std::vector<std::pair<std::string, ClientSet>> lines; // in the order in which they came
     for (const auto& [client, text] : texts) {
         std::istringstream in(text);
         for (std::string line; std::getline(in, line);) {
-            if (debugger.isGreeting(line)) continue;
+            if (driver.isGreeting(line)) continue;
             auto at = std::ranges::find(lines, line, &std::pair<std::string, ClientSet>::first);
             if (at == lines.end()) at = lines.insert(at, {line, {}});
             at->second.insert(client);
@@ -28,7 +28,7 @@ std::string StartupOutput::report(const Driver& debugger) const {
     }
     std::string report;
     for (const auto& [line, clients] : lines) {
-        const std::string hint = debugger.hintFor(line);
+        const std::string hint = driver.hintFor(line);
         report.append("vex: ").append(Text::list(clients)).append(" | ").append(line);
         report.append(hint.empty() ? "" : " ").append(hint).append("\n");
     }

@@ -10,12 +10,12 @@
 class StartupOutput {
   public:
     void add(int client, std::string_view text) { texts[client] += text; }
-    /// Whether all so many clients have said this.
+    /// Whether each of that many clients has said this.
     bool allSaid(std::string_view text, std::size_t clients) const;
     void drop(int client) { texts.erase(client); }
-    /// What they had to say beyond the usual greeting of their kind, each line once and with its
-    /// clients, and what to do about it.
-    std::string report(const Driver& debugger) const;
+    /// The lines beyond the debugger's usual greeting, each once with its clients, and what to do
+    /// about it.
+    std::string report(const Driver& driver) const;
 
   private:
     std::map<int, std::string> texts;

@@ -1,8 +1,8 @@
 #include "frontend/terminal/foreground.h"
 
+#include "backend/os/pipe.h"
 #include "frontend/session/exitstatus.h"
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -11,18 +11,17 @@
 #include <fcntl.h>
 #include <sstream>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
-Foreground::Foreground(Start what, Channel end)
-    : start(std::move(what)),
-      line(std::move(end)),
+Foreground::Foreground(Start plan, Channel toSession)
+    : start(std::move(plan)),
+      line(std::move(toSession)),
       stream(loop, line.fd()),
       signals(loop, {SIGCHLD, SIGTERM, SIGUSR1}, [this](int number) { onSignal(number); }),
-      timer(loop),
-      lastResort(loop),
+      consoleTimer(loop),
+      sessionTimer(loop),
       guarded(start.guardian != -1) {
-    // Who started this with SIGHUP ignored wants it to go on without the terminal.
+    // A user who started this with SIGHUP ignored wants it to go on without the terminal.
     struct sigaction found {};
     ::sigaction(SIGHUP, nullptr, &found);
     if (found.sa_handler != SIG_IGN) signals.add(SIGHUP);
@@ -48,23 +47,21 @@ int Foreground::run() {
 
 void Foreground::startConsole() {
     ConsoleProcess::Environment environment;
-    // A report in a file is read as it stands; but who asked for colours gets them.
+    // A report in a file is read as it stands; but a user who asked for colours gets them.
     if (!::isatty(STDOUT_FILENO) && !std::getenv("VEX_COLOUR"))
         environment.emplace_back("VEX_COLOUR", "never");
     Descriptor writer;
     if (start.script) {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) == -1)
-            throw std::system_error(errno, std::generic_category(), "cannot make a pipe");
-        report.reset(ends[0]);
-        writer.reset(::fcntl(ends[1], F_DUPFD, 0)); // for the console alone: without O_CLOEXEC
-        ::close(ends[1]);
+        Pipe pipe;
+        report = std::move(pipe.reader);
+        // For the console alone: not closed there.
+        writer.reset(::fcntl(pipe.writer.get(), F_DUPFD, 0));
         environment.emplace_back("VEX_CONSOLE_REPORT", std::to_string(writer.get()));
     }
     console.start(start.console, start.session, environment);
 }
 
-// Whether the console carried out every line of the script; says what it did not.
+// Whether the console carried out every line of the script; tells the user what it did not.
 bool Foreground::succeeded() const {
     char text[256];
     const ssize_t got = ::read(report.get(), text, sizeof text);
@@ -87,7 +84,7 @@ void Foreground::onSignal(int number) {
         onChild();
         break;
     case SIGUSR1:
-        // The start is given up by the one whose start it is.
+        // Only the foreground that started the session may give up the start.
         if (guarded) {
             line.say("give up");
         } else {
@@ -98,7 +95,7 @@ void Foreground::onSignal(int number) {
     case SIGTERM:
         if (guarded && signalled == 0) {
             line.say("end " + std::to_string(128 + number));
-            insist();
+            endSession();
         } else if (guarded) {
             ::kill(start.guardian, SIGQUIT);
         } else {
@@ -125,12 +122,12 @@ void Foreground::onChild() {
 }
 
 void Foreground::onConsoleEnded() {
-    timer.cancel();
+    consoleTimer.cancel();
     const bool hungUp = signalled == SIGHUP ||
                         (WIFSIGNALED(console.status()) && WTERMSIG(console.status()) == SIGHUP);
     midLine = !connected || WIFSIGNALED(console.status());
     line.say(hungUp ? "hung up" : "left");
-    // The keys are the user's again: there is only an answer left to wait for.
+    // The keys are the user's again: only an answer is left to wait for.
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGQUIT, SIG_DFL);
 }
@@ -144,7 +141,7 @@ void Foreground::waitToHear() {
             return;
         }
         connected = false;
-        // Its connection is closed, and it ends by itself; one that does not is helped along.
+        // The console's connection is closed, and it ends by itself; if not, it is made to.
         if (console.running()) endConsole(0);
         finishIfOver();
     });
@@ -179,18 +176,18 @@ void Foreground::say(const std::string& sentence) const {
     std::fprintf(stderr, "%svex: %s\n", newLine ? "\n" : "", sentence.c_str());
 }
 
-void Foreground::endConsole(int patience) {
-    timer.after(std::chrono::milliseconds(1500), [this, patience] {
+void Foreground::endConsole(int reminders) {
+    consoleTimer.after(std::chrono::milliseconds(1500), [this, reminders] {
         if (!console.running()) return;
         console.signal(SIGCONT);
-        console.signal(patience == 0 ? SIGTERM : SIGKILL);
-        endConsole(patience + 1);
+        console.signal(reminders == 0 ? SIGTERM : SIGKILL);
+        endConsole(reminders + 1);
     });
 }
 
 // A session that does not end, stopped by somebody, say, is ended by its guardian.
-void Foreground::insist() {
-    lastResort.after(std::chrono::seconds(15), [this] {
+void Foreground::endSession() {
+    sessionTimer.after(std::chrono::seconds(15), [this] {
         if (guarded) ::kill(start.guardian, SIGQUIT);
     });
 }

@@ -1,3 +1,4 @@
+#include "common/sessionfile.h"
 #include "frontend/session/session.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,7 @@ int someNumber() { return 50000 + 10 * static_cast<int>(::getpid() % 4000); }
 
 TEST(Session, TwoNeverShareANumberAndTheDeadAreNoObstacle) {
     const int number = someNumber();
-    std::ofstream(Session::pathOf(number)) << "left behind";
+    std::ofstream(SessionFile::path(number)) << "left behind";
     auto first = std::make_unique<Session>(number);
     const Session second(number);
     EXPECT_LT(first->number(), second.number());
@@ -24,7 +25,7 @@ TEST(Session, TwoNeverShareANumberAndTheDeadAreNoObstacle) {
     // The number is free again when its session has ended.
     const int freed = first->number();
     first.reset();
-    EXPECT_NE(::access(Session::pathOf(freed).c_str(), F_OK), 0);
+    EXPECT_NE(::access(SessionFile::path(freed).c_str(), F_OK), 0);
     Session session(number);
     EXPECT_EQ(session.number(), freed);
     // It gives connections and never waits for one.
@@ -39,12 +40,12 @@ TEST(Session, ANumberBehindWhichSomebodyAnswersIsTaken) {
     const int number = someNumber();
     // Another session of which only the socket file can be seen from here.
     UnixSocket elsewhere;
-    elsewhere.bind(Session::pathOf(number).c_str());
+    elsewhere.bind(SessionFile::path(number).c_str());
     EXPECT_GT(Session(number).number(), number);
-    EXPECT_EQ(::access(Session::pathOf(number).c_str(), F_OK), 0);
-    ::unlink(Session::pathOf(number).c_str());
-    const Session last(Session::maxNumber);
-    EXPECT_THROW(Session{Session::maxNumber}, std::runtime_error);
+    EXPECT_EQ(::access(SessionFile::path(number).c_str(), F_OK), 0);
+    ::unlink(SessionFile::path(number).c_str());
+    const Session last(SessionFile::maxNumber);
+    EXPECT_THROW(Session{SessionFile::maxNumber}, std::runtime_error);
 }
 
 } // namespace
