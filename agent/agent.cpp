@@ -28,7 +28,7 @@ Agent::Agent(Rendezvous rendezvous, Rank task)
                      });
           },
           [this] {
-              ProcessTree::killDescendants(::getpid(), -1);
+              ProcessTree::killDescendants(::getpid());
               loop.stop();
           }) {}
 
@@ -108,7 +108,7 @@ void Agent::onChild() {
         if (server->running()) known.push_back(server->pid());
     }
     // What its program has started and left behind ends with the last debugger.
-    if (some && known.empty()) ProcessTree::killDescendants(::getpid(), -1);
+    if (some && known.empty()) ProcessTree::killDescendants(::getpid());
     std::sort(known.begin(), known.end());
     ProcessTree::reapStrangers(known);
     releasing.look();

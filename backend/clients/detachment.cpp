@@ -27,7 +27,7 @@ bool nothingLeftInTime() {
     const auto end = std::chrono::steady_clock::now() + patience;
     for (;;) {
         reapAll();
-        if (ProcessTree::descendants(::getpid(), -1).empty()) return true;
+        if (ProcessTree::descendants(::getpid()).empty()) return true;
         if (std::chrono::steady_clock::now() >= end) return false;
         ::usleep(20000);
     }
@@ -74,6 +74,6 @@ void Aftermath::clear(bool patient) {
         nothingLeftInTime();
         signalAll(stopped, SIGCONT);
     }
-    ProcessTree::killDescendants(::getpid(), -1);
+    ProcessTree::killDescendants(::getpid());
     reapAll();
 }

@@ -186,7 +186,7 @@ void RunningJob::addJob(pid_t launcher) {
     if (ProcessTree::nameOf(launcher).empty())
         throw std::runtime_error("there is no process " + number +
                                  ". Look for the job's launcher with: ps -u $USER");
-    std::vector<pid_t> below = ProcessTree::descendants(launcher, -1);
+    std::vector<pid_t> below = ProcessTree::descendants(launcher);
     std::ranges::reverse(below);
     std::vector<pid_t> launchers{launcher};
     // A script may have started it.

@@ -63,16 +63,15 @@ std::string ProcessTree::executableOf(pid_t id) {
     return std::filesystem::read_symlink("/proc/" + std::to_string(id) + "/exe", fault).string();
 }
 
-std::vector<pid_t> ProcessTree::descendants(pid_t root, pid_t except) {
+std::vector<pid_t> ProcessTree::descendants(pid_t root) {
     std::multimap<pid_t, pid_t> children;
     for (pid_t id : everyone())
         children.emplace(parentOf(id), id);
     std::vector<pid_t> found{root};
     for (std::size_t i = 0; i < found.size(); ++i) {
         const auto [first, last] = children.equal_range(found[i]);
-        for (auto each = first; each != last; ++each) {
-            if (each->second != except) found.push_back(each->second);
-        }
+        for (auto each = first; each != last; ++each)
+            found.push_back(each->second);
     }
     std::reverse(found.begin(), found.end());
     found.pop_back();
@@ -116,10 +115,10 @@ std::optional<std::string> ProcessTree::variable(pid_t id, const std::string& na
     return std::nullopt;
 }
 
-void ProcessTree::killDescendants(pid_t root, pid_t except) {
+void ProcessTree::killDescendants(pid_t root) {
     // A process can start another one between the look and the blow, so look again.
     for (int round = 0; round < 200; ++round) {
-        const std::vector<pid_t> living = descendants(root, except);
+        const std::vector<pid_t> living = descendants(root);
         if (living.empty()) return;
         for (pid_t id : living)
             ::kill(id, SIGKILL);

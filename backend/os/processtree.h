@@ -15,8 +15,8 @@ std::string fileOf(pid_t id, const std::string& name);
 
 /// All process ids, as /proc lists them at this moment.
 std::vector<pid_t> everyone();
-/// The descendants of a process, the deepest first, without itself and without those of `except`.
-std::vector<pid_t> descendants(pid_t root, pid_t except);
+/// The descendants of a process, the deepest first, without itself.
+std::vector<pid_t> descendants(pid_t root);
 /// The living children of a process.
 std::vector<pid_t> children(pid_t parent);
 /// The parent of a process; 0: it is gone, or dead and not reaped.
@@ -38,7 +38,7 @@ pid_t programOf(pid_t task);
 std::optional<std::string> variable(pid_t id, const std::string& name);
 /// Kills the descendants by SIGKILL, the deepest first, until none is left; waits at most about a
 /// second.
-void killDescendants(pid_t root, pid_t except);
+void killDescendants(pid_t root);
 /// Reaps the ended children of this process that are not among `known` (ascending).
 void reapStrangers(const std::vector<pid_t>& known);
 

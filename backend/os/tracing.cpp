@@ -105,7 +105,7 @@ bool Tracing::isTracedBy(pid_t debugger, pid_t pid) {
 }
 
 std::vector<pid_t> Tracing::heldFrom(pid_t root) {
-    std::vector<pid_t> ours = ProcessTree::descendants(root, -1);
+    std::vector<pid_t> ours = ProcessTree::descendants(root);
     std::ranges::sort(ours);
     const auto isOurs = [&ours](pid_t pid) { return std::ranges::binary_search(ours, pid); };
     std::vector<pid_t> held;

@@ -278,4 +278,4 @@ void SessionServer::closeSession() {
 }
 
 // The debugged programs first, then the debuggers, whatever they started in between, too.
-void SessionServer::killAll() { ProcessTree::killDescendants(::getpid(), -1); }
+void SessionServer::killAll() { ProcessTree::killDescendants(::getpid()); }
