@@ -10,8 +10,8 @@
 
 namespace {
 
-// So many forked processes of one task are debugged.
-constexpr std::size_t mostForks = 16;
+// At most this many forked processes of one task are debugged at a time.
+constexpr std::size_t maxForks = 16;
 
 } // namespace
 
@@ -20,17 +20,7 @@ Agent::Agent(Rendezvous rendezvous, Rank task)
       place(task),
       signals(loop, {SIGCHLD, SIGTERM, SIGINT, SIGHUP},
               [this](int number) { number == SIGCHLD ? onChild() : end(0); }),
-      releasing(
-          loop,
-          [this] {
-              return attached && std::ranges::any_of(servers, [](const auto& each) {
-                         return each.second->running();
-                     });
-          },
-          [this] {
-              ProcessTree::killDescendants(::getpid());
-              loop.stop();
-          }) {}
+      detachment(loop, *this) {}
 
 int Agent::run() {
     AgentHello hello;
@@ -59,20 +49,14 @@ void Agent::onStart(int id, const DebuggerStart& start) {
     clients[id] = start.client;
     if (id == 0) attached = start.attach != 0;
     if (id != 0 || start.forkMark.empty()) return;
-    forks.emplace(loop,
-                  Forks::Handler{[this](const Forks::Child& child) { return adopt(child); },
-                                 [this](int parent, const std::string& text) {
-                                     if (const auto at = servers.find(parent); at != servers.end())
-                                         at->second->tell(text);
-                                 }},
-                  start.forkMark, mostForks);
+    forks.emplace(loop, *this, start.forkMark, maxForks);
 }
 
 void Agent::onOutput(int id, std::string_view text) {
     if (forks && !ending) forks->heard(id, servers[id]->pid(), text);
 }
 
-// Its debugger is asked for by the front end, or refused.
+// The front end asks for the child's debugger, or refuses it.
 int Agent::adopt(const Forks::Child& child) {
     const int id = servers.rbegin()->first + 1;
     AgentHello hello;
@@ -81,6 +65,10 @@ int Agent::adopt(const Forks::Child& child) {
     hello.forked = child.pid;
     open(id, hello);
     return id;
+}
+
+void Agent::tellOfForks(int parent, const std::string& text) {
+    if (const auto at = servers.find(parent); at != servers.end()) at->second->tell(text);
 }
 
 void Agent::onOver(int id, const std::string& problem) {
@@ -111,7 +99,7 @@ void Agent::onChild() {
     if (some && known.empty()) ProcessTree::killDescendants(::getpid());
     std::sort(known.begin(), known.end());
     ProcessTree::reapStrangers(known);
-    releasing.look();
+    detachment.look();
 }
 
 void Agent::end(int exitStatus) {
@@ -122,5 +110,12 @@ void Agent::end(int exitStatus) {
         for (const auto& [id, server] : servers)
             server->release();
     }
-    releasing.begin();
+    detachment.begin();
 }
+
+bool Agent::detaching() const {
+    return attached &&
+           std::ranges::any_of(servers, [](const auto& each) { return each.second->running(); });
+}
+
+void Agent::onDetached() { loop.stop(); }

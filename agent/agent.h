@@ -18,7 +18,7 @@
 /// for what the task forks. When the task's connection ends, in whatever way, or a signal asks it
 /// to end, its debuggers let go of what they attached to, and it kills everything below this
 /// process. One thread, one event loop.
-class Agent {
+class Agent : public Forks::Owner, private Detachment::Owner {
   public:
     Agent(Rendezvous where, Rank place);
 
@@ -34,7 +34,7 @@ class Agent {
     std::map<int, int> clients;                             // their numbers in the session
     std::optional<Forks> forks;                             // none: of no interest
     bool attached = false; // the task was there before its debugger
-    Detachment releasing;
+    Detachment detachment;
     bool ending = false;
     int status = 0;
 
@@ -42,7 +42,14 @@ class Agent {
     void onStart(int id, const DebuggerStart& start);
     void onOutput(int id, std::string_view text);
     void onOver(int id, const std::string& problem);
-    int adopt(const Forks::Child& child);
     void onChild();
     void end(int exitStatus);
+
+    // Forks::Owner
+    int adopt(const Forks::Child& child) override;
+    void tellOfForks(int parent, const std::string& text) override;
+
+    // Detachment::Owner
+    bool detaching() const override;
+    void onDetached() override;
 };

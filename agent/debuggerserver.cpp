@@ -78,14 +78,7 @@ void DebuggerServer::start(DebuggerStart start) {
         else if (!Tracing::works())
             throw std::runtime_error("tracing processes (ptrace) is refused there");
         start.argv.at(0) = Executables::debugger(start.argv.at(0));
-        client = std::make_unique<LocalClient>(
-            loop,
-            Client::Handler{[this](std::string_view text) {
-                                send(AgentRecord::OUTPUT, std::string(text));
-                                handle.output(text);
-                            },
-                            [this] { onPrompt(); }, [this] { return !link || !link->congested(); }},
-            start);
+        client = std::make_unique<LocalClient>(loop, *this, start);
     } catch (const std::exception& error) {
         send(AgentRecord::OUTPUT, std::string("cannot start the debugger: ") + error.what() + "\n");
         if (forked != 0 && ProcessTree::parentOf(forked) != 0)
@@ -96,7 +89,14 @@ void DebuggerServer::start(DebuggerStart start) {
     }
 }
 
-void DebuggerServer::onPrompt() {
+void DebuggerServer::onOutput(int /*number*/, std::string_view text) {
+    send(AgentRecord::OUTPUT, std::string(text));
+    handle.output(text);
+}
+
+bool DebuggerServer::mayRead(int /*number*/) { return !link || !link->congested(); }
+
+void DebuggerServer::onPrompt(int /*number*/) {
     if (!std::exchange(prompted, true) && target != 0) {
         if (client->holds())
             send(AgentRecord::HOLDS, "");

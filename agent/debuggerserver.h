@@ -12,7 +12,7 @@
 
 /// One debugger that an agent runs, and its own connection to the front end, which says what to do
 /// and gets what the debugger says. One thread; the handlers run from the event loop.
-class DebuggerServer {
+class DebuggerServer : public Client::Listener {
   public:
     struct Handler {
         /// The debugger may start: what the front end wants of it.
@@ -30,7 +30,7 @@ class DebuggerServer {
     /// Connects at once.
     DebuggerServer(EventLoop& loop, const Rendezvous& where, const AgentHello& hello,
                    Handler handler);
-    ~DebuggerServer();
+    ~DebuggerServer() override;
 
     /// Looks whether the debugger has ended, and tells the front end then.
     bool ended();
@@ -56,7 +56,11 @@ class DebuggerServer {
     void onLink(std::shared_ptr<AgentLink> arrived);
     void onRecord(const AgentRecord& record);
     void start(DebuggerStart start);
-    void onPrompt();
     void tellIdentity();
     void send(AgentRecord::Type type, const std::string& body);
+
+    // Client::Listener
+    void onOutput(int number, std::string_view text) override;
+    void onPrompt(int number) override;
+    bool mayRead(int number) override;
 };

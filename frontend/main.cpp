@@ -23,14 +23,13 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace {
 
-// Agents are started by this command line.
+// Finds the words of the command line that starts agents, and the agents' program.
 void prepareAgents(Options& options, const std::string& commandLine) {
     options.launcherWords = Launcher::split(commandLine);
     const std::string& launcher = options.launcherWords[0];
@@ -59,7 +58,8 @@ void findTargets(Options& options) {
         std::fprintf(stderr, "vex: %s\n", note.c_str());
     if (options.targets.empty()) throw std::runtime_error("there is no task to attach to.");
     if (options.targets.size() > Options::maxTasks)
-        throw std::runtime_error("that are more than 4096 tasks.");
+        throw std::runtime_error("that are more than " + std::to_string(Options::maxTasks) +
+                                 " tasks.");
     bool remote = false;
     for (const Target& target : options.targets) {
         options.hostOfTask.push_back(target.host);
@@ -133,11 +133,7 @@ void prepare(Options& options) {
 // The session's own process.
 int serve(const Options& options, Session& session, Channel line) {
     StandardStreams::detach(STDOUT_FILENO);
-    // What the debugged programs leave behind becomes a child of this process, not of init: it is
-    // found at the end, and reaped.
-    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    SessionServer frontend(options, session, std::move(line));
-    return frontend.run();
+    return SessionServer(options, session, std::move(line)).run();
 }
 
 int start(Options options) {
@@ -149,10 +145,8 @@ int start(Options options) {
         throw std::system_error(errno, std::generic_category(), "cannot start the session");
     if (guardian == 0) {
         ours.close();
-        return Guardian::run(session, std::move(theirs), !options.launcherWords.empty(),
-                             [&options](Session& claimed, Channel line) {
-                                 return serve(options, claimed, std::move(line));
-                             });
+        const auto status = Guardian::run(session, theirs, !options.launcherWords.empty());
+        return status ? *status : serve(options, session, std::move(theirs));
     }
     theirs.close();
     const int number = session.number();

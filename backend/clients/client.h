@@ -1,19 +1,22 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 
-/// One debugger as the session sees it, wherever it runs. The handlers run from the event loop or
-/// from ended, and must not destroy it.
+/// One debugger as the session sees it, wherever it runs.
 class Client {
   public:
-    struct Handler {
-        std::function<void(std::string_view)> output;
-        std::function<void()> prompt;
+    /// Hears of clients, by their numbers in the session; from the event loop or from ended. Must
+    /// not destroy the client from within a call.
+    class Listener {
+      public:
+        virtual ~Listener() = default;
+        /// The debugger printed something, without its prompts.
+        virtual void onOutput(int client, std::string_view text) = 0;
+        virtual void onPrompt(int client) = 0;
         /// Whether to go on reading; when not, resume begins again.
-        std::function<bool()> mayRead;
+        virtual bool mayRead(int client) = 0;
     };
 
     Client() = default;
@@ -34,12 +37,11 @@ class Client {
     virtual bool ended() = 0;
     /// Whether it holds the process that it was to attach to. Known when it prompts first.
     virtual bool holds() const = 0;
-    /// Which process its task is, in one line (Identity); one of another machine's as it was told
-    /// last.
+    /// Which process its task is, in one line (Identity); on another machine: as was told last.
     virtual std::string identity() const = 0;
-    /// Asks for that whoever knows; false when there is nobody to ask.
+    /// Asks the agent that knows it; false when there is none to ask.
     virtual bool askIdentity() { return false; }
-    /// The debugger's process on this machine; -1: it is none of this machine's, or none at all.
+    /// The debugger's process on this machine; -1: it runs on another machine, or not at all.
     virtual pid_t pid() const = 0;
     virtual bool running() const = 0;
 };

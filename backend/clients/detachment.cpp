@@ -3,7 +3,6 @@
 #include "backend/os/processtree.h"
 #include "backend/os/tracing.h"
 
-#include <chrono>
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,20 +10,14 @@
 
 namespace {
 
-constexpr auto patience = std::chrono::seconds(3);
-
-void signalAll(const std::vector<pid_t>& processes, int number) {
-    for (const pid_t each : processes)
-        ::kill(each, number);
-}
-
 void reapAll() {
     while (::waitpid(-1, nullptr, WNOHANG) > 0) {
     }
 }
 
-bool nothingLeftInTime() {
-    const auto end = std::chrono::steady_clock::now() + patience;
+// Whether everything below this process ends in this time.
+bool allEndWithin(std::chrono::seconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
     for (;;) {
         reapAll();
         if (ProcessTree::descendants(::getpid()).empty()) return true;
@@ -35,45 +28,61 @@ bool nothingLeftInTime() {
 
 } // namespace
 
-Detachment::Detachment(EventLoop& loop, std::function<bool()> stillBusy,
-                       std::function<void()> whenDone)
-    : busy(std::move(stillBusy)), done(std::move(whenDone)), timer(loop) {}
+Detachment::Rounds::~Rounds() { resumeTasks(); }
 
-Detachment::~Detachment() { signalAll(stopped, SIGCONT); }
+// A task that blocks SIGINT does not stop by it, but by SIGSTOP.
+void Detachment::Rounds::stopTasks() {
+    second = true;
+    stopped = Tracing::heldFrom(::getpid());
+    for (const pid_t task : stopped)
+        ::kill(task, SIGSTOP);
+}
+
+void Detachment::Rounds::resumeTasks() {
+    for (const pid_t task : std::exchange(stopped, {}))
+        ::kill(task, SIGCONT);
+}
+
+void Detachment::Rounds::finish() {
+    ProcessTree::killDescendants(::getpid());
+    resumeTasks();
+}
+
+Detachment::Detachment(EventLoop& loop, Owner& whose) : owner(whose), timer(loop) {}
 
 void Detachment::begin() {
-    under = true;
+    begun = true;
     wait();
     look();
 }
 
 void Detachment::look() {
-    if (!under || (rounds < 2 && busy())) return;
-    under = false;
-    timer.cancel();
-    done();
-    signalAll(std::exchange(stopped, {}), SIGCONT);
+    if (begun && !owner.detaching()) finish();
 }
 
-// A task that blocks SIGINT does not stop by it, but by this.
 void Detachment::wait() {
-    timer.after(patience, [this] {
-        if (!under) return;
-        if (++rounds == 2) return look();
-        stopped = Tracing::heldFrom(::getpid());
-        signalAll(stopped, SIGSTOP);
+    timer.after(Rounds::length, [this] {
+        if (!begun) return;
+        if (rounds.last()) return finish();
+        rounds.stopTasks();
         wait();
     });
 }
 
-void Aftermath::clear(bool patient) {
+void Detachment::finish() {
+    begun = false;
+    timer.cancel();
+    rounds.finish();
+    owner.onDetached();
+}
+
+void Detachment::complete(bool patient) {
+    Rounds rounds;
     const bool holding = !Tracing::heldFrom(::getpid()).empty();
-    if ((holding || patient) && !nothingLeftInTime() && holding) {
-        const auto stopped = Tracing::heldFrom(::getpid());
-        signalAll(stopped, SIGSTOP);
-        nothingLeftInTime();
-        signalAll(stopped, SIGCONT);
+    if ((holding || patient) && !allEndWithin(Rounds::length) && holding) {
+        rounds.stopTasks();
+        allEndWithin(Rounds::length);
     }
-    ProcessTree::killDescendants(::getpid());
+    rounds.finish();
     reapAll();
 }

@@ -2,40 +2,71 @@
 
 #include "backend/os/eventloop.h"
 
-#include <functional>
+#include <chrono>
 #include <sys/types.h>
 #include <vector>
 
-/// The time that debuggers get to let go of tasks which were there before them and run on after
-/// them, without breakpoints; a killed debugger would leave its breakpoints behind. One thread.
+/// The end of the debuggers below this process. Tasks that were there before their debuggers run on
+/// after them, without breakpoints, so debuggers get time to let go of them; a killed debugger
+/// would leave its breakpoints behind. One policy, in a form for the event loop and a blocking one:
+/// 3 s for the debuggers, which were told to let go before; then the tasks that are still held are
+/// stopped, and their debuggers get 3 s more; then everything below this process is killed, and the
+/// stopped tasks go on. One thread.
 class Detachment {
   public:
-    /// `busy` says whether a debugger still runs, or whatever else is waited for. `done` runs once.
-    Detachment(EventLoop& loop, std::function<bool()> busy, std::function<void()> done);
-    /// Those that were stopped go on.
-    ~Detachment();
+    /// An object that has debuggers to end.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// Whether a debugger still runs, or whatever else is waited for.
+        virtual bool detaching() const = 0;
+        /// Nothing is left below this process. Called once.
+        virtual void onDetached() = 0;
+    };
+
+    /// The owner must outlive this.
+    Detachment(EventLoop& loop, Owner& owner);
 
     /// The debuggers were told to let go.
     void begin();
     /// Something has ended.
     void look();
 
+    /// The same without a loop, for the reaper (PR_SET_CHILD_SUBREAPER) of a process that has ended
+    /// and whose debuggers were told to let go by that. Waits only where a task is held, or, when
+    /// `patient`, where anything is left. Reaps all children of this process.
+    static void complete(bool patient);
+
   private:
-    const std::function<bool()> busy;
-    const std::function<void()> done;
+    /// The policy: what happens when time is up.
+    class Rounds {
+      public:
+        static constexpr std::chrono::seconds length{3};
+
+        Rounds() = default;
+        /// The tasks that were stopped go on.
+        ~Rounds();
+        Rounds(const Rounds&) = delete;
+        Rounds& operator=(const Rounds&) = delete;
+
+        /// Stops the tasks that are held still, for the second and last round.
+        void stopTasks();
+        bool last() const { return second; }
+        /// Kills what is left below this process.
+        void finish();
+
+      private:
+        std::vector<pid_t> stopped;
+        bool second = false;
+
+        void resumeTasks();
+    };
+
+    Owner& owner;
     Timer timer;
-    std::vector<pid_t> stopped;
-    int rounds = 0;
-    bool under = false;
+    Rounds rounds;
+    bool begun = false; // and not over
 
     void wait();
+    void finish();
 };
-
-namespace Aftermath {
-
-/// In the reaper (PR_SET_CHILD_SUBREAPER) of a process that has ended, whose debuggers are told to
-/// let go by that: gives them time, then kills what is left below this process. When `patient`,
-/// also what holds no task gets time.
-void clear(bool patient);
-
-} // namespace Aftermath

@@ -14,16 +14,16 @@ namespace {
 // Time for a child to execute another program.
 constexpr auto moment = std::chrono::milliseconds(150);
 // Debuggers that start at a time.
-constexpr std::size_t mostStarting = 2;
-// A mark and a process id.
-constexpr std::size_t longestMark = 128;
-// Children that are looked at; a program that forks more of them in that moment is not followed.
-constexpr std::size_t mostSeen = 1000;
+constexpr std::size_t maxStarting = 2;
+// Bytes of a mark and a process id.
+constexpr std::size_t maxMark = 128;
+// Children that wait to be looked at; a program that forks more in that moment is not followed.
+constexpr std::size_t maxSeen = 1000;
 
 } // namespace
 
-Forks::Forks(EventLoop& loop, Handler handler, std::string text, std::size_t most)
-    : handle(std::move(handler)), mark(std::move(text)), limit(most), timer(loop) {}
+Forks::Forks(EventLoop& loop, Owner& whose, std::string markText, std::size_t maxChildren)
+    : owner(whose), mark(std::move(markText)), limit(maxChildren), timer(loop) {}
 
 void Forks::heard(int client, pid_t debugger, std::string_view text) {
     if (mark.empty() || stopped) return;
@@ -37,11 +37,11 @@ void Forks::heard(int client, pid_t debugger, std::string_view text) {
         done = end;
         if (end - begin < 10) see({client, std::atoi(kept.c_str() + begin)}, debugger);
     }
-    kept.erase(0, std::max(done, kept.size() - std::min(kept.size(), longestMark)));
+    kept.erase(0, std::max(done, kept.size() - std::min(kept.size(), maxMark)));
 }
 
-// A program can print anything: only children of what this debugger traces are believed, or what
-// has lost such a parent and come to this process.
+// A program can print anything: believed are only children of a process that this debugger traces,
+// and those that have lost such a parent and come to this process.
 void Forks::see(const Child& child, pid_t debugger) {
     const pid_t parent = ProcessTree::parentOf(child.pid);
     const bool orphan = parent == ::getpid();
@@ -49,7 +49,7 @@ void Forks::see(const Child& child, pid_t debugger) {
     const auto before = std::find_if(seen.begin(), seen.end(), [&child](const Seen& each) {
         return each.child.pid == child.pid;
     });
-    if (seen.size() >= mostSeen || before != seen.end()) return;
+    if (seen.size() >= maxSeen || before != seen.end()) return;
     seen.push_back({child, ProcessTree::startOf(child.pid),
                     ProcessTree::executableOf(orphan ? child.pid : parent), Clock::now() + moment});
     if (seen.size() == 1) wait();
@@ -82,13 +82,13 @@ void Forks::look() {
 }
 
 void Forks::next() {
-    while (!stopped && !wanted.empty() && starting.size() < mostStarting) {
+    while (!stopped && !wanted.empty() && starting.size() < maxStarting) {
         const Child child = wanted.front();
         wanted.pop_front();
         if (ProcessTree::parentOf(child.pid) == 0) continue;
         try {
             Tracing::checkAttach(child.pid);
-            const int id = handle.adopt(child);
+            const int id = owner.adopt(child);
             clients[id] = child;
             starting.insert(id);
         } catch (const std::exception& problem) {
@@ -99,12 +99,12 @@ void Forks::next() {
 
 void Forks::refuse(const Child& child, const std::string& reason) {
     const std::string number = std::to_string(child.pid);
-    std::string kind = reason;
-    if (const std::size_t at = kind.find(number); at != std::string::npos)
-        kind.erase(at, number.size());
-    if (told.emplace(child.parent, kind).second)
-        handle.tell(child.parent,
-                    "forked process " + number + " runs on without a debugger: " + reason);
+    std::string general = reason; // without the number: the same for each child
+    if (const std::size_t at = general.find(number); at != std::string::npos)
+        general.erase(at, number.size());
+    if (told.emplace(child.parent, general).second)
+        owner.tellOfForks(child.parent,
+                          "forked process " + number + " runs on without a debugger: " + reason);
 }
 
 void Forks::started(int client) {

@@ -4,7 +4,6 @@
 #include "backend/os/eventloop.h"
 
 #include <deque>
-#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -18,22 +17,24 @@
 class Forks {
   public:
     struct Child {
-        int parent = -1; // the client that it was forked by
+        int parent = -1; // the client whose task has forked it
         pid_t pid = 0;
     };
-    struct Handler {
-        /// Starts a debugger for it and gives the number of the new client; throws
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// Starts a debugger for the child and gives the number of the new client; throws
         /// std::exception when that cannot be.
-        std::function<int(const Child&)> adopt;
-        /// Something to know about the children of a client.
-        std::function<void(int parent, const std::string& text)> tell;
+        virtual int adopt(const Child& child) = 0;
+        /// Something for the user to know about the children of a client.
+        virtual void tellOfForks(int parent, const std::string& text) = 0;
     };
 
     /// The mark is what debuggers print in front of a child's process id, empty to look for none;
-    /// at most so many children are debugged at a time.
-    Forks(EventLoop& loop, Handler handler, std::string mark, std::size_t limit);
+    /// at most `limit` children are debugged at a time. The owner must outlive this.
+    Forks(EventLoop& loop, Owner& owner, std::string mark, std::size_t limit);
 
-    /// What a client printed, whose debugger is this process.
+    /// What a client printed; `debugger` is its debugger's process.
     void heard(int client, pid_t debugger, std::string_view text);
     /// The start of the debugger of an adopted child is over.
     void started(int client);
@@ -41,11 +42,11 @@ class Forks {
     void ended(int client);
     /// Says that a child is not debugged, and why: each reason once for the client that forked it.
     void refuse(const Child& child, const std::string& reason);
-    /// No child is taken any more.
+    /// Adopts no child any more.
     void stop();
 
   private:
-    /// One that was seen, and what must hold of it still when it is looked at again.
+    /// A child that was seen, and what must still hold of it when it is looked at again.
     struct Seen {
         Child child;
         unsigned long long start;
@@ -53,11 +54,11 @@ class Forks {
         Clock::time_point until;
     };
 
-    Handler handle;
+    Owner& owner;
     const std::string mark;
     const std::size_t limit;
     Timer timer;
-    std::map<int, std::string> tails; // of each client's output: what may be cut in the mark
+    std::map<int, std::string> tails; // of each client's output: may hold the beginning of a mark
     std::deque<Seen> seen;
     std::deque<Child> wanted;
     std::map<int, Child> clients;

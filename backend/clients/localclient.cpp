@@ -1,29 +1,29 @@
 #include "backend/clients/localclient.h"
 
+#include "backend/os/drain.h"
 #include "backend/os/tracing.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <poll.h>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
-// A debugger that says nothing has read its command after so long.
+// By then, a debugger that prints nothing has read its command.
 constexpr auto deaf = std::chrono::milliseconds(50);
 
 } // namespace
 
-LocalClient::LocalClient(EventLoop& loop, Handler handler, const DebuggerStart& start)
-    : handle(std::move(handler)),
+LocalClient::LocalClient(EventLoop& loop, Listener& hears, const DebuggerStart& start)
+    : listener(hears),
+      number(start.client),
       stream(loop, terminal.master()),
       inputStream(loop, inputTerminal.master()),
       matcher(start.prompt),
       target(start.attach),
       program(start.program),
-      task(std::to_string(start.client)),
       patience(loop) {
     ChildProcess::Start what;
     what.argv = start.argvFor(terminal.name(), inputTerminal.name());
@@ -45,7 +45,7 @@ void LocalClient::waitToReadInput() { wait(inputStream, inputPaused, &LocalClien
 
 void LocalClient::wait(Stream& from, bool& held, bool (LocalClient::*read)()) {
     from.whenReadable([this, &from, &held, read] {
-        if (!handle.mayRead())
+        if (!listener.mayRead(number))
             held = true;
         else if ((this->*read)())
             wait(from, held, read);
@@ -62,12 +62,12 @@ bool LocalClient::readSome() {
     std::array<char, 65536> buffer;
     const ssize_t got = ::read(terminal.master(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
-    heard = true;
+    answered = true;
     for (const auto& piece : matcher.feed({buffer.data(), static_cast<std::size_t>(got)})) {
-        if (!piece.text.empty()) handle.output(piece.text);
+        if (!piece.text.empty()) listener.onOutput(number, piece.text);
         if (!piece.prompt) continue;
         patience.cancel();
-        handle.prompt();
+        listener.onPrompt(number);
     }
     return true;
 }
@@ -77,35 +77,35 @@ bool LocalClient::readInput() {
     std::array<char, 4096> buffer;
     const ssize_t got = ::read(inputTerminal.master(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
-    handle.output({buffer.data(), static_cast<std::size_t>(got)});
+    listener.onOutput(number, {buffer.data(), static_cast<std::size_t>(got)});
     return true;
 }
 
 void LocalClient::type(const std::string& line) {
-    typed += line + '\n';
+    unwritten += line + '\n';
     typedAt = Clock::now();
-    heard = false;
+    answered = false;
     if (!writing) writeSome();
 }
 
 void LocalClient::writeSome() {
     writing = false;
-    while (!typed.empty() && terminal.master() != -1) {
-        const ssize_t put = ::write(terminal.master(), typed.data(), typed.size());
+    while (!unwritten.empty() && terminal.master() != -1) {
+        const ssize_t put = ::write(terminal.master(), unwritten.data(), unwritten.size());
         if (put == -1 && errno == EINTR) continue;
-        if (put == -1 && errno != EAGAIN) return; // it has ended, which is seen elsewhere
+        if (put == -1 && errno != EAGAIN) return; // ended sees to that
         if (put == -1) {
             writing = true;
             stream.whenWritable([this] { writeSome(); });
             return;
         }
-        typed.erase(0, static_cast<std::size_t>(put));
+        unwritten.erase(0, static_cast<std::size_t>(put));
     }
 }
 
 void LocalClient::interrupt() {
     const auto early = typedAt + deaf;
-    if (heard || Clock::now() >= early) {
+    if (answered || Clock::now() >= early) {
         process.signalGroup(SIGINT);
         return;
     }
@@ -126,25 +126,22 @@ Identity LocalClient::who() const {
     if (target != 0) return Identity::ofProcess(target);
     Identity found = Identity::underDebugger(pid());
     if (found.pid != -1) return found;
-    found.rank = task;
+    found.rank = std::to_string(number);
     found.program = program;
     return found;
 }
 
 bool LocalClient::ended() {
     if (process.poll() != ChildProcess::ENDED) return false;
-    // All that is left fits a terminal's buffer; a program that lives on may go on writing.
-    for (int round = 0; round < 64; ++round) {
-        pollfd ready{terminal.master(), POLLIN, 0};
-        if (::poll(&ready, 1, 0) != 1 || !(ready.revents & POLLIN) || !readSome()) break;
-    }
+    drain(terminal.master(), [this] { return readSome(); });
     readInput();
     const std::string rest = matcher.rest();
-    if (!rest.empty()) handle.output(rest);
+    if (!rest.empty()) listener.onOutput(number, rest);
     patience.cancel();
     stream.cancel();
     inputStream.cancel();
-    // What it has started may still write there; what it had attached to never did.
+    // A program that the debugger has started may still write to its terminals; a task that it
+    // attached to never did.
     if (target != 0) {
         stream.release();
         inputStream.release();

@@ -17,8 +17,8 @@
 /// One thread. Outlives the loop's last turn.
 class LocalClient : public Client {
   public:
-    /// Starts the debugger. Throws std::system_error.
-    LocalClient(EventLoop& loop, Handler handler, const DebuggerStart& start);
+    /// Starts the debugger. The listener must outlive this. Throws std::system_error.
+    LocalClient(EventLoop& loop, Listener& listener, const DebuggerStart& start);
     ~LocalClient() override;
 
     void type(const std::string& line) override;
@@ -40,21 +40,21 @@ class LocalClient : public Client {
     bool running() const override { return process.running(); }
 
   private:
-    Handler handle;
+    Listener& listener;
+    const int number;  // in the session
     Pty terminal;      // the debugger's
     Pty inputTerminal; // the program's
     Stream stream;
     Stream inputStream;
     PromptMatcher matcher;
-    std::string typed;  // waits to be written
-    const pid_t target; // what it attaches to; 0: nothing
+    std::string unwritten; // lines that the debugger's terminal has not taken yet
+    const pid_t target;    // the process to attach to; 0: none
     const std::string program;
-    const std::string task; // its number in the session
-    Timer patience;
+    Timer patience; // with a debugger that is to be interrupted
     Clock::time_point typedAt;
-    bool heard = false; // it has said something since
+    bool answered = false; // something was printed after the last line
     bool writing = false;
-    bool paused = false; // mayRead said no
+    bool paused = false; // mayRead refused for the debugger's terminal
     bool inputPaused = false;
     ChildProcess process;
 

@@ -12,12 +12,15 @@ std::string lineOf(const std::string& text) {
 
 } // namespace
 
-RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Handler handler, Watch observer,
+RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Listener& hears, Watch observer,
                            const DebuggerStart& start)
-    : link(std::move(connection)), handle(std::move(handler)), watch(std::move(observer)) {
+    : link(std::move(connection)),
+      listener(hears),
+      number(start.client),
+      watch(std::move(observer)) {
     link->setHandler({[this](const AgentRecord& record) { onRecord(record); },
                       [this] { onGone(); },
-                      handle.mayRead,
+                      [this] { return listener.mayRead(number); },
                       {}},
                      AgentRecord::largest);
     link->send(AgentRecords::start(start));
@@ -46,7 +49,7 @@ bool RemoteClient::askIdentity() {
 void RemoteClient::onRecord(const AgentRecord& record) {
     switch (record.type) {
     case AgentRecord::OUTPUT:
-        if (alive) handle.output(record.body);
+        if (alive) listener.onOutput(number, record.body);
         break;
     case AgentRecord::HOLDS:
         attached = true;
@@ -55,7 +58,7 @@ void RemoteClient::onRecord(const AgentRecord& record) {
         if (alive) watch.told(lineOf(record.body));
         break;
     case AgentRecord::PROMPT:
-        if (alive) handle.prompt();
+        if (alive) listener.onPrompt(number);
         break;
     case AgentRecord::ENDED:
         // The agent stays: a launcher takes the end of one task's process for the end of the job.

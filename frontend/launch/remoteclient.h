@@ -22,7 +22,7 @@ class RemoteClient : public Client {
         std::function<void(const std::string& text)> told;
     };
 
-    RemoteClient(std::shared_ptr<AgentLink> link, Handler handler, Watch watch,
+    RemoteClient(std::shared_ptr<AgentLink> link, Listener& listener, Watch watch,
                  const DebuggerStart& start);
     ~RemoteClient() override;
 
@@ -42,7 +42,8 @@ class RemoteClient : public Client {
 
   private:
     const std::shared_ptr<AgentLink> link;
-    const Handler handle;
+    Listener& listener;
+    const int number; // in the session
     const Watch watch;
     std::string known;
     int asked = 0;

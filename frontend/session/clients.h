@@ -1,56 +1,46 @@
 #pragma once
 
 #include "backend/clients/client.h"
-#include "backend/clients/forks.h"
 #include "backend/drivers/debuggerstart.h"
 #include "backend/drivers/driver.h"
 #include "backend/drivers/errorwatch.h"
 #include "backend/os/eventloop.h"
-#include "backend/os/limits.h"
 #include "frontend/launch/launchedjob.h"
+#include "frontend/session/forkedclients.h"
 #include "frontend/session/options.h"
 #include "frontend/session/startupoutput.h"
 
 #include <deque>
-#include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 #include <vector>
 
-/// The debuggers of a session, one for each client: starts them here, through a launcher or where
-/// the tasks run, and those of forked processes later, and carries what they say. What goes wrong
-/// at the start is told on the standard error. One thread; the handlers run from the event loop or
-/// from collect.
-class Clients {
+/// The debuggers of a session, one for each client: starts those of the tasks here, through a
+/// launcher or where the tasks run, leaves those of forked processes to ForkedClients, and carries
+/// what they print. Tells on the standard error what goes wrong at the start. One thread.
+class Clients : public Client::Listener {
   public:
-    struct Handler {
-        /// How many there will be, when only the launcher knows.
-        std::function<void(int clients)> sized;
-        /// Each has prompted, or ended; from here on the clients may be used.
-        std::function<void()> started;
+    /// Hears of clients from the event loop, or from collect.
+    class Owner : public ForkedClients::Owner {
+      public:
+        /// How many tasks there will be, when only the launcher knows.
+        virtual void onTaskCount(int tasks) = 0;
+        /// Each debugger has prompted, or ended; from here on the clients may be used.
+        virtual void onAllStarted() = 0;
         /// The start has failed, and the user was told so.
-        std::function<void()> failed;
-        std::function<void(int client, std::string_view text)> output;
-        std::function<void(int client)> prompted;
-        std::function<bool(int client)> mayRead;
-        std::function<void(int client)> ended;
-        /// A forked process has become a client; who it is.
-        std::function<void(int client, const std::string& who)> joined;
-        /// Something for all users: about a client, or about none in particular.
-        std::function<void(int client, const std::string& text)> tell;
-        std::function<void(const std::string& text)> announce;
-        /// An answer to askIdentities has come, or will not.
-        std::function<void()> identified;
+        virtual void onStartFailed() = 0;
+        /// Something for all users to know, about no client in particular.
+        virtual void announce(const std::string& text) = 0;
     };
 
-    /// The options and the driver must live as long as this.
+    /// The options, the driver and the owner must outlive this. The job names this session in the
+    /// environment of the tasks.
     Clients(EventLoop& loop, const Options& options, const Driver& driver, std::string job,
-            Handler handler);
-    ~Clients();
+            Owner& owner);
+    ~Clients() override;
 
     void start();
     /// Looks what has ended; call it on SIGCHLD.
@@ -59,18 +49,20 @@ class Clients {
     void listPids(std::vector<pid_t>& pids) const;
 
     void type(int client, const std::string& line);
-    void interrupt(int client) { at(client).client->interrupt(); }
-    /// Reads on where mayRead has said no.
+    void interrupt(int client) { of(client).interrupt(); }
+    /// Reads on where the owner has refused.
     void resume();
     /// Which process the client's is, in one line.
-    std::string describe(int client) const { return at(client).client->identity(); }
-    /// Asks the agents for that; how many answers will come.
+    std::string describe(int client) const { return of(client).identity(); }
+    /// Asks the agents which processes the clients' are; gives how many will answer.
     int askIdentities();
-    bool alive(int client) const { return at(client).alive; }
-    /// How many are left.
-    int living() const;
+    bool alive(int client) const;
+    /// How many clients have not ended: of all, and of the tasks.
+    int living() const { return livingTasks() + forked.living(); }
+    int livingTasks() const;
 
-    /// Ends them: those that have attached let go; agents take down or let go what they run.
+    /// Ends the debuggers: those that have attached let go; agents take down or let go what they
+    /// run.
     void end();
     /// Whether something is to be waited for after that.
     bool releasing() const;
@@ -79,18 +71,16 @@ class Clients {
     void scriptFailed(int client) {
         if (errors) errors->scriptFailed(client);
     }
-    /// What a script's end is to be told of errors; nothing when there were none.
+    /// What the end of a script tells of errors; nothing when there were none.
     std::optional<std::string> verdict() const;
 
   private:
-    struct Seat {
-        std::unique_ptr<Client> client; // null: not started yet
-        bool alive = true;
-        bool attached = false; // holds its task of a running job
-        int parent = -1;       // the client that has forked it
-        pid_t process = 0;     // the forked process
-        bool joining = false;  // it has not become a client yet
-        bool asked = false;    // who it is
+    struct Task {
+        /// READY: its debugger has prompted. ENDED: its debugger has ended, or there will be none.
+        enum Phase { AWAITED, STARTING, READY, ENDED };
+
+        std::unique_ptr<Client> client; // null: there is no debugger yet
+        Phase phase = AWAITED;
     };
     enum Phase { STARTING, RUNNING, OVER };
 
@@ -98,49 +88,43 @@ class Clients {
     const Options& options;
     const Driver& driver;
     const std::string job; // names this session in the environment of what it starts
-    const Handler handle;
+    Owner& owner;
     Phase phase = STARTING;
-    std::deque<Seat> seats;              // they stay where they are
+    std::deque<Task> tasks;              // by their numbers; they stay where they are
     std::unique_ptr<LaunchedJob> agents; // null: all debuggers are this machine's
-    std::size_t nextLocal = 0;
-    std::size_t begun = 0;
-    std::set<int> starting; // neither at their first prompt yet nor ended
+    std::size_t nextLocal = 0;           // the task to be started next, if it is a local one
+    bool attached = false;               // a debugger holds a task that ran before
     StartupOutput startupOutput;
-    std::unique_ptr<ErrorWatch> errors; // for a script; else null
-    Forks forks;
-    Timer patience; // of the user
+    const std::unique_ptr<ErrorWatch> errors; // for a script; else null
+    ForkedClients forked;
+    Timer patience; // of the user, at the start
 
-    Seat& at(int client) { return seats[static_cast<std::size_t>(client)]; }
-    const Seat& at(int client) const { return seats[static_cast<std::size_t>(client)]; }
-    bool isLocal(std::size_t client) const;
+    bool isTask(int client) const { return static_cast<std::size_t>(client) < tasks.size(); }
+    Task& at(int task) { return tasks[static_cast<std::size_t>(task)]; }
+    const Task& at(int task) const { return tasks[static_cast<std::size_t>(task)]; }
+    Client& of(int client) const {
+        return isTask(client) ? *at(client).client : forked.client(client);
+    }
+    std::size_t count(Task::Phase reached) const;
+    bool isLocal(std::size_t task) const;
     void callAgents();
     void setSize(int count);
-    void onAgent(int client, std::shared_ptr<AgentLink> link);
-    void onMissing(int client, const std::string& problem);
+    void onAgent(int task, std::shared_ptr<AgentLink> link);
+    void onMissing(int task, const std::string& problem);
+    void onForkedAgent(const Forks::Child& child, std::shared_ptr<AgentLink> link);
     void onLauncherSaid(const std::string& line);
     void startLocal();
-    void startOne(int client);
     void sayWhoIsMissing();
     void allStarted();
     std::optional<std::string> defect() const;
     void fail(const std::string& problem);
 
-    Client::Handler handlerOf(int client);
-    std::unique_ptr<Client> remote(int client, std::shared_ptr<AgentLink> link,
-                                   const DebuggerStart& start);
-    Driver::Launch newLaunch() const;
-    DebuggerStart startOf(int client) const;
-    DebuggerStart startOfFork(int client, pid_t process) const;
-    void onOutput(int client, std::string_view text);
-    void onPrompt(int client);
-    void onStarted(int client);
-    void onEnded(int client);
-    void onIdentified(int client);
+    DebuggerStart startOf(int task) const;
+    void settle(int task, Task::Phase reached);
+    void onEnded(int task);
 
-    int newSeat(int parent, pid_t process);
-    std::optional<std::string> refusal(const Limits::Facts& facts) const;
-    int adopt(const Forks::Child& child);
-    void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link);
-    void onForkPrompted(int client);
-    void joinFork(int client);
+    // Client::Listener
+    void onOutput(int task, std::string_view text) override;
+    void onPrompt(int task) override;
+    bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
 };

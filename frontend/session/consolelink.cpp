@@ -5,13 +5,15 @@
 #include <poll.h>
 #include <unistd.h>
 
-ConsoleLink::ConsoleLink(EventLoop& eventLoop, std::unique_ptr<UnixSocket> connection)
-    : loop(eventLoop), socket(std::move(connection)), stream(loop, socket->getFd()) {}
+ConsoleLink::ConsoleLink(EventLoop& eventLoop, Owner& whose, int number,
+                         std::unique_ptr<UnixSocket> connection)
+    : loop(eventLoop),
+      owner(whose),
+      console(number),
+      socket(std::move(connection)),
+      stream(loop, socket->getFd()) {}
 
-void ConsoleLink::start(Handler handler) {
-    handle = std::move(handler);
-    waitToRead();
-}
+void ConsoleLink::start() { waitToRead(); }
 
 void ConsoleLink::waitToRead() {
     stream.whenReadable([self = shared_from_this()] { self->readSome(); });
@@ -30,7 +32,7 @@ void ConsoleLink::readSome() {
         while (!over && !finishing) {
             const auto command = reader.next();
             if (!command) break;
-            handle.command(*command);
+            owner.onLinkCommand(console, *command);
         }
     } catch (const BrokenConnection&) {
         close();
@@ -53,7 +55,7 @@ void ConsoleLink::waitToWrite() {
 void ConsoleLink::writeSome() {
     writing = false;
     if (!queue.send(socket->getFd())) return close();
-    if (queue.drained()) handle.drained();
+    if (queue.drained()) owner.onLinkDrained(console);
     if (!queue.empty())
         waitToWrite();
     else if (finishing)
@@ -75,8 +77,5 @@ void ConsoleLink::close() {
     over = true;
     stream.release();
     socket->close();
-    loop.post([self = shared_from_this()] {
-        self->handle.closed();
-        self->handle = {};
-    });
+    loop.post([self = shared_from_this()] { self->owner.onLinkClosed(self->console); });
 }

@@ -7,42 +7,47 @@
 #include "common/framereader.h"
 #include "common/unixsock.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 
 /// The connection to one console. Never blocks: what the console does not read yet waits in a
-/// queue. One thread. Its handlers run from the event loop, never from within a call.
+/// queue. One thread.
 class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
   public:
-    struct Handler {
-        std::function<void(const Command&)> command;
+    /// Hears of consoles, by their numbers; from the event loop, never from within a call.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// May throw BrokenConnection, which closes the link.
+        virtual void onLinkCommand(int console, const Command& command) = 0;
         /// The connection is over, by either side; the last call.
-        std::function<void()> closed;
+        virtual void onLinkClosed(int console) = 0;
         /// The queue has become short again after it was long.
-        std::function<void()> drained;
+        virtual void onLinkDrained(int console) = 0;
     };
 
-    ConsoleLink(EventLoop& loop, std::unique_ptr<UnixSocket> connection);
+    /// The owner must outlive the loop's last turn.
+    ConsoleLink(EventLoop& loop, Owner& owner, int console, std::unique_ptr<UnixSocket> connection);
 
     /// Begins to read. The link lives until its connection is closed.
-    void start(Handler handler);
+    void start();
     /// Queues bytes.
     void send(std::string bytes);
     /// Whether so much waits that no more should be produced for this console.
     bool congested() const { return queue.congested(); }
-    /// Whether the console has closed its end, which may be seen before all is read that it sent.
+    /// Whether the console has closed its end; what it sent before may be unread still.
     bool abandoned() const;
-    /// Closes after what is queued was sent.
+    /// Sends what is queued, then closes.
     void finish();
     /// Closes at once.
     void close();
 
   private:
     EventLoop& loop;
+    Owner& owner;
+    const int console;
     std::unique_ptr<UnixSocket> socket;
     Stream stream;
-    Handler handle;
     FrameReader reader;
     SendQueue queue{4 * 1024 * 1024, 512 * 1024};
     bool writing = false;

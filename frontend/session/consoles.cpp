@@ -9,11 +9,8 @@
 
 namespace {
 
-template <typename Record>
-std::string frameOf(MessageKind kind, const Record& record) {
-    const std::string body = Frame::packed(record);
-    return Frame::wrap(kind, body.data(), static_cast<int>(body.size()));
-}
+// What a console hears in place of its number when the session is full.
+constexpr int refused = -1;
 
 std::string bytesOf(int number) {
     std::string bytes(sizeof number, '\0');
@@ -23,11 +20,11 @@ std::string bytesOf(int number) {
 
 } // namespace
 
-Consoles::Consoles(EventLoop& eventLoop, Session& claimed, std::size_t limit, Handler handler)
+Consoles::Consoles(EventLoop& eventLoop, Session& claimed, std::size_t maxConsoles, Owner& whose)
     : loop(eventLoop),
       session(claimed),
-      most(limit),
-      handle(std::move(handler)),
+      limit(maxConsoles),
+      owner(whose),
       listener(loop, session.listener()),
       pause(loop) {}
 
@@ -40,32 +37,39 @@ void Consoles::listen() {
             add(std::move(connection));
             return listen();
         }
-        // One that cannot be accepted, for want of descriptors, goes on asking.
+        // A console that cannot be accepted, for want of descriptors, goes on asking.
         pause.after(std::chrono::milliseconds(100), [this] { listen(); });
     });
 }
 
 void Consoles::add(std::unique_ptr<UnixSocket> connection) {
-    auto link = std::make_shared<ConsoleLink>(loop, std::move(connection));
-    if (links.size() >= most) {
-        // It hears so in place of its number.
-        link->start({[](const Command&) {}, [] {}, [] {}});
-        link->send(bytesOf(-1));
+    const bool room = links.size() < limit;
+    const int id = room ? ++lastNumber : refused;
+    const auto link = std::make_shared<ConsoleLink>(loop, *this, id, std::move(connection));
+    link->start();
+    if (!room) {
+        link->send(bytesOf(refused));
         link->finish();
         return;
     }
-    const int id = ++last;
     links[id] = link;
-    link->start({[this, id](const Command& command) {
-                     if (command.getConsoleID() != id) throw BrokenConnection();
-                     if (serving) handle.command(id, command);
-                 },
-                 [this, id] {
-                     links.erase(id);
-                     handle.left(id);
-                 },
-                 handle.drained});
     if (serving) number(id);
+}
+
+void Consoles::onLinkCommand(int id, const Command& command) {
+    if (id == refused) return;
+    if (command.getConsoleID() != id) throw BrokenConnection();
+    if (serving) owner.onCommand(id, command);
+}
+
+void Consoles::onLinkClosed(int id) {
+    if (id == refused) return;
+    links.erase(id);
+    owner.onConsoleLeft(id);
+}
+
+void Consoles::onLinkDrained(int id) {
+    if (id != refused) owner.onConsoleDrained();
 }
 
 void Consoles::serve() {
@@ -75,7 +79,7 @@ void Consoles::serve() {
 }
 
 void Consoles::number(int id) {
-    handle.joined(id);
+    owner.onConsoleJoined(id);
     sendBytes(id, bytesOf(id));
 }
 
@@ -91,12 +95,12 @@ void Consoles::finish() {
         link->finish();
 }
 
-void Consoles::send(int id, const Reply& reply) { sendBytes(id, frameOf(KIND_REPLY, reply)); }
+void Consoles::send(int id, const Reply& reply) { sendBytes(id, Frame::of(KIND_REPLY, reply)); }
 
 void Consoles::send(int id, const Data& data) {
-    // The one who has asked gets all; his clients wait for him.
+    // The console that has asked gets all; its clients wait for it.
     if (data.getType() == Data::TEXT && data.getConsoleID() != id && congested(id)) return;
-    sendBytes(id, frameOf(KIND_DATA, data));
+    sendBytes(id, Frame::of(KIND_DATA, data));
 }
 
 void Consoles::sendBytes(int id, const std::string& bytes) {

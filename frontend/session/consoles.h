@@ -8,65 +8,73 @@
 #include "frontend/session/consolelink.h"
 #include "frontend/session/session.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
-/// The consoles of a session: lets them in, numbers them from 1, and carries records. One thread;
-/// the handlers run from the event loop.
-class Consoles {
+/// The consoles of a session: lets them in, numbers them from 1, and carries records. One thread.
+class Consoles : public ConsoleLink::Owner {
   public:
-    struct Handler {
+    /// Hears of consoles from the event loop.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
         /// A console is about to get its number; it may send commands from then on.
-        std::function<void(int console)> joined;
-        std::function<void(int console, const Command& command)> command;
-        /// Its connection is over.
-        std::function<void(int console)> left;
-        /// One that was congested is so no more.
-        std::function<void()> drained;
+        virtual void onConsoleJoined(int console) = 0;
+        virtual void onCommand(int console, const Command& command) = 0;
+        /// The console's connection is over.
+        virtual void onConsoleLeft(int console) = 0;
+        /// A console that was congested is so no more.
+        virtual void onConsoleDrained() = 0;
     };
 
-    /// At most so many at a time. The session must live as long as this.
-    Consoles(EventLoop& loop, Session& session, std::size_t most, Handler handler);
-    ~Consoles();
+    /// At most `limit` consoles at a time. The session and the owner must outlive the loop's last
+    /// turn.
+    Consoles(EventLoop& loop, Session& session, std::size_t limit, Owner& owner);
+    ~Consoles() override;
 
     /// Lets consoles in; they wait for their numbers.
     void listen();
-    /// All get their numbers, and those that come from now on at once.
+    /// Gives each console its number; later ones get theirs at once.
     void serve();
-    /// Lets nobody in any more.
+    /// Lets no console in any more.
     void close();
-    /// Closes each connection after what was sent on it.
+    /// Sends what is queued for each console, then closes its connection.
     void finish();
 
     void send(int console, const Reply& reply);
     /// Output for a console that only looks on and does not keep up is dropped.
     void send(int console, const Data& data);
-    /// Whether so much waits for it that no more should be produced.
+    /// Whether so much waits for the console that no more should be produced.
     bool congested(int console) const;
     bool contains(int console) const { return links.contains(console); }
     /// Whether there is none, not even one that is being closed.
     bool empty() const { return links.empty(); }
-    /// Those that have closed their end count no more, though what they sent may be unread.
+    /// How many are open: a console that has closed its end counts no more, though what it sent may
+    /// be unread.
     std::size_t open() const;
-    bool full() const { return open() >= most; }
+    bool full() const { return open() >= limit; }
     /// Whether there has ever been one.
-    bool met() const { return last != 0; }
+    bool met() const { return lastNumber != 0; }
 
   private:
     EventLoop& loop;
     Session& session;
-    const std::size_t most;
-    const Handler handle;
+    const std::size_t limit;
+    Owner& owner;
     Stream listener;
-    Timer pause;
+    Timer pause; // before the next try to accept
     std::map<int, std::shared_ptr<ConsoleLink>> links;
-    int last = 0;
+    int lastNumber = 0;
     bool serving = false;
     bool closed = false;
 
     void add(std::unique_ptr<UnixSocket> connection);
-    void number(int id);
-    void sendBytes(int id, const std::string& bytes);
+    void number(int console);
+    void sendBytes(int console, const std::string& bytes);
+
+    // ConsoleLink::Owner
+    void onLinkCommand(int console, const Command& command) override;
+    void onLinkClosed(int console) override;
+    void onLinkDrained(int console) override;
 };

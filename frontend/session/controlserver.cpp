@@ -4,11 +4,8 @@
 #include <cstdlib>
 
 ControlServer::ControlServer(EventLoop& eventLoop, Channel first, const Descriptor& entrance,
-                             Handler handler)
-    : handle(std::move(handler)),
-      loop(eventLoop),
-      listener(entrance),
-      door(eventLoop, entrance.get()) {
+                             Owner& whose)
+    : owner(whose), loop(eventLoop), listener(entrance), door(eventLoop, entrance.get()) {
     add(0, std::move(first));
     lines[0]->attends = true;
     listen();
@@ -21,11 +18,9 @@ int ControlServer::present() const {
         std::ranges::count_if(lines, [](const auto& each) { return each.second->attends; }));
 }
 
-void ControlServer::stopListening() { door.release(); }
-
 void ControlServer::listen() {
     door.whenReadable([this] {
-        if (auto channel = Channel::accept(listener)) add(++last, std::move(*channel));
+        if (auto channel = Channel::accept(listener)) add(++lastNumber, std::move(*channel));
         listen();
     });
 }
@@ -48,8 +43,8 @@ void ControlServer::hear(int id) {
     }
     const bool vanished = lines[id]->attends;
     lines.erase(id);
-    if (vanished) handle.left(id == 0, VANISHED);
-    if (id == 0) handle.alone();
+    if (vanished) owner.onConsoleEnded(id == 0, VANISHED);
+    if (id == 0) owner.onFirstGone();
 }
 
 void ControlServer::act(int id, const std::string& text) {
@@ -58,13 +53,13 @@ void ControlServer::act(int id, const std::string& text) {
         line.attends = true;
     } else if (text == "left" || text == "hung up") {
         line.attends = false;
-        const std::string answer = handle.left(id == 0, text == "left" ? LEFT : HUNG_UP);
+        const std::string answer = owner.onConsoleEnded(id == 0, text == "left" ? LEFT : HUNG_UP);
         if (!answer.empty()) line.channel.say(answer);
     } else if (text == "give up") {
-        if (id == 0) handle.giveUp();
+        if (id == 0) owner.onGiveUp();
     } else if (text.starts_with("end ")) {
-        handle.end(std::atoi(text.c_str() + 4));
+        owner.onEnd(std::atoi(text.c_str() + 4));
     } else if (text == "facts") {
-        line.channel.say(handle.facts());
+        line.channel.say(owner.facts());
     }
 }

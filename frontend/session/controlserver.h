@@ -4,45 +4,47 @@
 #include "backend/os/stream.h"
 #include "frontend/session/channel.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
-/// The session's side of its lines to front parts and to those who ask about it. What they say:
+/// The session's side of its lines: to foregrounds (Foreground) and to programs that ask about the
+/// session. The texts that come in, and the answers:
 ///
-///   attend       a front part whose console has been started
-///   left         its console has ended; the answer is "goes on", a blank and the number of
-///   consoles
-///                left, or "is full" and that number when it has as many as it may have and so did
-///                not take that one; or the line is closed when the session has ended
+///   attend       a foreground has started its console
+///   left         the foreground's console has ended. The answer is "goes on", a blank and the
+///                number of open consoles; or "is full", a blank and that number when the session
+///                had no room for this console; when the session has ended, the line is closed
 ///   hung up      the same, because the terminal is gone
 ///   give up      the start is to be given up
 ///   end N        the session is to end, with exit status N
-///   facts        what is known of the session, as the answer
+///   facts        the answer is what is known of the session
 ///
-/// One thread; the handlers run from the event loop.
+/// One thread.
 class ControlServer {
   public:
     enum Leave { LEFT, HUNG_UP, VANISHED };
-    struct Handler {
-        /// A front part's console is gone: the first front part's, or another's. What to answer.
-        std::function<std::string(bool first, Leave how)> left;
-        /// The first front part has gone, after its console.
-        std::function<void()> alone;
-        std::function<void()> giveUp;
-        std::function<void(int status)> end;
-        std::function<std::string()> facts;
+    /// Hears of all this from the event loop.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// The console of a foreground is gone; `first`: of the foreground that started the
+        /// session. Gives the answer; empty: none.
+        virtual std::string onConsoleEnded(bool first, Leave how) = 0;
+        /// The first foreground has gone, after its console.
+        virtual void onFirstGone() = 0;
+        virtual void onGiveUp() = 0;
+        virtual void onEnd(int exitStatus) = 0;
+        virtual std::string facts() const = 0;
     };
 
-    /// The first front part's line, and where others come; the listener must live as long as this.
-    ControlServer(EventLoop& loop, Channel first, const Descriptor& listener, Handler handler);
+    /// The line to the first foreground, and the listener for others; the listener and the owner
+    /// must outlive this.
+    ControlServer(EventLoop& loop, Channel first, const Descriptor& listener, Owner& owner);
     ~ControlServer();
 
-    /// Front parts whose console runs.
+    /// How many foregrounds have a console that runs.
     int present() const;
-    /// Nobody comes any more.
-    void stopListening();
 
   private:
     struct Line {
@@ -52,12 +54,12 @@ class ControlServer {
         bool attends = false;
     };
 
-    Handler handle;
+    Owner& owner;
     EventLoop& loop;
     const Descriptor& listener;
     Stream door;
     std::map<int, std::unique_ptr<Line>> lines;
-    int last = 0; // the first front part's is 0
+    int lastNumber = 0; // of a line; that of the first foreground is 0
 
     void listen();
     void add(int id, Channel channel);

@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <sstream>
-#include <unistd.h>
 
 namespace {
 
@@ -25,44 +24,34 @@ std::string programOf(const Options& options) {
 
 } // namespace
 
-SessionServer::SessionServer(const Options& wanted, Session& session, Channel line)
-    : options(wanted),
-      driver(makeDriver(wanted.debugger)),
-      program(programOf(wanted)),
+SessionServer::SessionServer(const Options& sessionOptions, Session& session, Channel line)
+    : options(sessionOptions),
+      driver(makeDriver(options.debugger)),
+      program(programOf(options)),
       signals(loop, {SIGCHLD, SIGUSR1, SIGTERM}, [this](int number) { onSignal(number); }),
       boardTimer(loop),
       closeTimer(loop),
-      controls(loop, std::move(line), session.control(), controlsHandler()),
-      consoles(loop, session, wanted.consoles, consolesHandler()),
+      controls(loop, std::move(line), session.control(), *this),
+      consoles(loop, session, options.consoles, *this),
       clients(loop, options, *driver,
               std::to_string(session.number()) + "-" + Rendezvous::newSecret().substr(0, 16),
-              clientsHandler()),
-      board(wanted.tasks, *driver, *this),
-      programs(loop, programsHandler()),
-      whoQueries(
-          loop, [this] { return clients.askIdentities(); },
-          [this](int console, const Command& command) {
-              if (phase != SERVING || !consoles.contains(console)) return;
-              board.command(console, command, Clock::now());
-              schedule();
-          }),
-      detachment(
-          loop, [this] { return clients.releasing(); }, [this] { closeSession(); }) {}
-
-SessionServer::~SessionServer() {
-    clients.end();
-    for (int round = 0; clients.releasing() && round < 200; ++round) {
-        ::usleep(10000);
-        clients.collect();
-    }
-    killAll();
-    ProcessTree::reapStrangers({});
-}
+              *this),
+      board(options.tasks, *driver, *this),
+      programs(loop, *this),
+      whoQueries(loop, *this),
+      detachment(loop, *this) {}
 
 int SessionServer::run() {
-    consoles.listen();
-    clients.start();
-    loop.run();
+    try {
+        consoles.listen();
+        clients.start();
+        loop.run();
+    } catch (...) {
+        // Debuggers let go of their tasks as at any other end.
+        end(1);
+        loop.run();
+        throw;
+    }
     const auto verdict = clients.verdict();
     if (status != 0 || !verdict) return status;
     std::fprintf(stderr, "vex: %s\n", verdict->c_str());
@@ -77,7 +66,7 @@ void SessionServer::onSignal(int number) {
         onChild();
         break;
     case SIGUSR1:
-        giveUp();
+        onGiveUp();
         break;
     default:
         end(128 + number);
@@ -86,7 +75,7 @@ void SessionServer::onSignal(int number) {
 }
 
 // The user does not want to wait any longer for the start.
-void SessionServer::giveUp() {
+void SessionServer::onGiveUp() {
     if (phase != STARTING) return;
     std::fprintf(stderr, "vex: the start was given up\n");
     end(1);
@@ -105,18 +94,12 @@ void SessionServer::onChild() {
 
 // --- consoles
 
-Consoles::Handler SessionServer::consolesHandler() {
-    return {[this](int id) { board.consoleJoined(id); },
-            [this](int id, const Command& command) {
-                if (phase == SERVING) this->command(id, command);
-            },
-            [this](int id) { onConsoleGone(id); }, [this] { resumeReading(); }};
-}
-
-// Which processes the tasks are, their agents know; the answer waits for those a moment.
-void SessionServer::command(int id, const Command& command) {
+// The agents know which processes the tasks are; the answer waits a moment for them.
+void SessionServer::onCommand(int id, const Command& command) {
+    if (phase != SERVING) return;
     if (Switchboard::asksWho(command)) return whoQueries.want(id, command);
-    // Who no longer waits for that answer must not get it behind the answer to this.
+    // A console that does not wait for that answer any more must not get it behind the answer to
+    // this command.
     for (const auto type : {Command::INTERRUPT, Command::PROMPT, Command::ON}) {
         if (command.getType() == type) whoQueries.forget(id);
     }
@@ -124,7 +107,13 @@ void SessionServer::command(int id, const Command& command) {
     schedule();
 }
 
-void SessionServer::onConsoleGone(int id) {
+void SessionServer::onIdentitiesKnown(int id, const Command& command) {
+    if (phase != SERVING || !consoles.contains(id)) return;
+    board.command(id, command, Clock::now());
+    schedule();
+}
+
+void SessionServer::onConsoleLeft(int id) {
     if (phase == SERVING) {
         board.consoleLeft(id);
         schedule();
@@ -139,14 +128,10 @@ void SessionServer::endIfDeserted() {
     if (closing && consoles.empty()) loop.stop();
 }
 
-ControlServer::Handler SessionServer::controlsHandler() {
-    return {[this](bool first, ControlServer::Leave how) { return onConsoleLeft(first, how); },
-            // A terminal that the session kept open would keep its window from closing.
-            [] { StandardStreams::detach(); }, [this] { giveUp(); },
-            [this](int exitStatus) { end(exitStatus); }, [this] { return facts(); }};
-}
+// A terminal that the session kept open would keep its window from closing.
+void SessionServer::onFirstGone() { StandardStreams::detach(); }
 
-std::string SessionServer::onConsoleLeft(bool first, ControlServer::Leave how) {
+std::string SessionServer::onConsoleEnded(bool first, ControlServer::Leave how) {
     if (phase == ENDING) return "";
     if (first && how == ControlServer::VANISHED) {
         end(128 + SIGKILL);
@@ -175,36 +160,30 @@ void SessionServer::resumeReading() {
     programs.resume();
 }
 
-// --- debuggers, and what works for clients
+// --- debuggers, and the user's programs
 
-Clients::Handler SessionServer::clientsHandler() {
-    return {[this](int count) { board.setClients(count); },
-            [this] { onStarted(); },
-            [this] { end(1); },
-            [this](int id, std::string_view text) {
-                board.output(id, text, Clock::now());
-                schedule();
-            },
-            [this](int id) {
-                board.prompted(id, Clock::now());
-                schedule();
-                programs.resume();
-            },
-            [this](int id) { return mayRead(id); },
-            [this](int id) {
-                board.clientGone(id, Clock::now());
-                schedule();
-            },
-            [this](int id, const std::string& who) {
-                board.clientForked(id, who);
-                schedule();
-            },
-            [this](int id, const std::string& text) { board.tell(id, text); },
-            [this](const std::string& text) { board.announce(text); },
-            [this] { whoQueries.answered(); }};
+void SessionServer::onClientOutput(int id, std::string_view text) {
+    board.output(id, text, Clock::now());
+    schedule();
 }
 
-void SessionServer::onStarted() {
+void SessionServer::onClientPrompt(int id) {
+    board.prompted(id, Clock::now());
+    schedule();
+    programs.resume();
+}
+
+void SessionServer::onClientEnded(int id) {
+    board.clientGone(id, Clock::now());
+    schedule();
+}
+
+void SessionServer::onClientForked(int id, const std::string& who) {
+    board.clientForked(id, who);
+    schedule();
+}
+
+void SessionServer::onAllStarted() {
     phase = SERVING;
     const ClientSet all = board.groups().all();
     for (const int id : all) {
@@ -214,19 +193,17 @@ void SessionServer::onStarted() {
     consoles.serve();
 }
 
-UserPrograms::Handler SessionServer::programsHandler() {
-    return {[this](int id, std::string_view text) {
-                if (phase != SERVING) return;
-                board.helperOutput(id, text, Clock::now());
-                schedule();
-            },
-            [this](int id, const std::string& problem) {
-                if (phase != SERVING) return;
-                if (!problem.empty() && board.runsScript(id)) clients.scriptFailed(id);
-                board.helperEnded(id, problem, Clock::now());
-                schedule();
-            },
-            [this](int id) { return mayRead(id) && board.helperMayTalk(id); }};
+void SessionServer::onProgramOutput(int id, std::string_view text) {
+    if (phase != SERVING) return;
+    board.helperOutput(id, text, Clock::now());
+    schedule();
+}
+
+void SessionServer::onProgramEnded(int id, const std::string& problem) {
+    if (phase != SERVING) return;
+    if (!problem.empty() && board.runsScript(id)) clients.scriptFailed(id);
+    board.helperEnded(id, problem, Clock::now());
+    schedule();
 }
 
 void SessionServer::startHelper(int id, const std::string& command, const std::string& input) {
@@ -267,15 +244,11 @@ void SessionServer::end(int exitStatus) {
     detachment.begin();
 }
 
-// Nothing else is to be done for the clients: takes down what is left and closes the consoles.
-void SessionServer::closeSession() {
+void SessionServer::onDetached() {
     closing = true;
-    killAll();
     consoles.finish();
     if (consoles.empty()) loop.stop();
-    // A console closes by itself when it has read all; one that does not read is not waited for.
+    // A console closes by itself when it has read all; the session does not wait for one that does
+    // not read.
     closeTimer.after(std::chrono::milliseconds(1500), [this] { loop.stop(); });
 }
-
-// The debugged programs first, then the debuggers, whatever they started in between, too.
-void SessionServer::killAll() { ProcessTree::killDescendants(::getpid()); }

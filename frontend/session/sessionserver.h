@@ -18,16 +18,22 @@
 
 /// A session from its start to its end: starts the clients, serves consoles, and takes everything
 /// down again. Owns all processes and descriptors of the session and the one event loop;
-/// single-threaded. What is said to whom is decided by the Switchboard. The user's terminal is the
-/// front part's business (Foreground), which the session may outlive.
-class SessionServer : private Switchboard::Outlet {
+/// single-threaded. The Switchboard decides who is told what. The user's terminal is left to the
+/// Foreground, which the session may outlive; whatever a session that was killed leaves behind, to
+/// the Guardian.
+class SessionServer : private Switchboard::Outlet,
+                      private Clients::Owner,
+                      private Consoles::Owner,
+                      private ControlServer::Owner,
+                      private UserPrograms::Owner,
+                      private WhoQueries::Owner,
+                      private Detachment::Owner {
   public:
-    /// The line leads to the front part whose console is the first. The options name existing
+    /// The line leads to the foreground whose console is the first. The options name existing
     /// programs; the session must live as long as this. Throws std::runtime_error.
     SessionServer(const Options& options, Session& session, Channel line);
-    ~SessionServer() override;
 
-    /// The whole session; gives the exit status.
+    /// The whole session; gives the exit status. When it throws, the session has ended as well.
     int run();
 
   private:
@@ -40,12 +46,12 @@ class SessionServer : private Switchboard::Outlet {
     EventLoop loop;
     Phase phase = STARTING;
     int status = 0;
-    bool closing = false; // of ENDING the part after the tasks were released
+    bool closing = false; // ENDING, and nothing is left below this process
 
     Signals signals;
     Timer boardTimer; // the switchboard's next deadline
     std::optional<Clock::time_point> armed;
-    Timer closeTimer; // patience with consoles that do not read to the end
+    Timer closeTimer; // for consoles that do not read to the end
     ControlServer controls;
     Consoles consoles;
     Clients clients;
@@ -65,25 +71,53 @@ class SessionServer : private Switchboard::Outlet {
     std::string describe(int client) override { return clients.describe(client); }
     void sessionOver() override { end(0); }
 
-    ControlServer::Handler controlsHandler();
-    Consoles::Handler consolesHandler();
-    Clients::Handler clientsHandler();
-    UserPrograms::Handler programsHandler();
+    // Clients::Owner
+    void onTaskCount(int tasks) override { board.setClients(tasks); }
+    void onAllStarted() override;
+    void onStartFailed() override { end(1); }
+    void onClientOutput(int client, std::string_view text) override;
+    void onClientPrompt(int client) override;
+    bool mayReadClient(int client) override { return !consoles.congested(board.ownerOf(client)); }
+    void onClientEnded(int client) override;
+    void onClientForked(int client, const std::string& who) override;
+    void tellOfClient(int client, const std::string& text) override { board.tell(client, text); }
+    void announce(const std::string& text) override { board.announce(text); }
+    void onIdentity() override { whoQueries.answered(); }
+    int livingTasks() const override { return clients.livingTasks(); }
+
+    // Consoles::Owner
+    void onConsoleJoined(int console) override { board.consoleJoined(console); }
+    void onCommand(int console, const Command& command) override;
+    void onConsoleLeft(int console) override;
+    void onConsoleDrained() override { resumeReading(); }
+
+    // ControlServer::Owner
+    std::string onConsoleEnded(bool first, ControlServer::Leave how) override;
+    void onFirstGone() override;
+    void onGiveUp() override;
+    void onEnd(int exitStatus) override { end(exitStatus); }
+    std::string facts() const override;
+
+    // UserPrograms::Owner
+    void onProgramOutput(int client, std::string_view text) override;
+    void onProgramEnded(int client, const std::string& problem) override;
+    bool mayReadProgram(int client) override {
+        return mayReadClient(client) && board.helperMayTalk(client);
+    }
+
+    // WhoQueries::Owner
+    int askIdentities() override { return clients.askIdentities(); }
+    void onIdentitiesKnown(int console, const Command& command) override;
+
+    // Detachment::Owner
+    bool detaching() const override { return clients.releasing(); }
+    void onDetached() override;
 
     void onSignal(int number);
     void onChild();
-    void giveUp();
-    void onStarted();
-    void command(int console, const Command& command);
-    void onConsoleGone(int console);
     void endIfDeserted();
-    std::string onConsoleLeft(bool first, ControlServer::Leave how);
-    std::string facts() const;
-    bool mayRead(int client) const { return !consoles.congested(board.ownerOf(client)); }
     void resumeReading();
 
     void schedule();
     void end(int exitStatus);
-    void closeSession();
-    void killAll();
 };

@@ -1,14 +1,12 @@
 #include "frontend/session/userprograms.h"
 
+#include "backend/os/drain.h"
 #include "backend/os/pipe.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <poll.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -29,21 +27,10 @@ struct UserPrograms::Running {
     }
 };
 
-namespace {
-
-std::string describe(int status) {
-    if (WIFSIGNALED(status))
-        return std::string("was ended by a signal: ") + ::strsignal(WTERMSIG(status));
-    return WEXITSTATUS(status) == 0 ? ""
-                                    : "ended with status " + std::to_string(WEXITSTATUS(status));
-}
-
-} // namespace
-
-UserPrograms::UserPrograms(EventLoop& eventLoop, Handler handler)
+UserPrograms::UserPrograms(EventLoop& eventLoop, Owner& whose)
     : loop(eventLoop),
-      handle(std::move(handler)),
-      most(std::max<std::size_t>(4, 2 * std::thread::hardware_concurrency())) {}
+      owner(whose),
+      maxRunning(std::max<std::size_t>(4, 2 * std::thread::hardware_concurrency())) {}
 
 UserPrograms::~UserPrograms() { stopAll(); }
 
@@ -55,19 +42,19 @@ void UserPrograms::stopAll() {
 
 void UserPrograms::start(int client, Start what) {
     waiting.push_back({client, std::move(what)});
-    // Not from within this call: who starts it is not done yet.
+    // Not from within this call: the caller is not done yet.
     loop.post([this] { startNext(); });
 }
 
 void UserPrograms::startNext() {
-    while (!waiting.empty() && running.size() < most) {
+    while (!waiting.empty() && running.size() < maxRunning) {
         Waiting next = std::move(waiting.front());
         waiting.pop_front();
         try {
             begin(next.client, std::move(next.what));
         } catch (const std::system_error& fault) {
             running.erase(next.client);
-            handle.ended(next.client, fault.what());
+            owner.onProgramEnded(next.client, fault.what());
         }
     }
 }
@@ -95,7 +82,7 @@ void UserPrograms::begin(int client, Start what) {
 
 void UserPrograms::waitToRead(int client, const std::shared_ptr<Running>& helper) {
     helper->output.whenReadable([this, client, helper] {
-        if (!handle.mayRead(client))
+        if (!owner.mayReadProgram(client))
             helper->paused = true;
         else if (readSome(client, *helper) && helper->output.watching())
             waitToRead(client, helper);
@@ -107,7 +94,7 @@ void UserPrograms::waitToWrite(const std::shared_ptr<Running>& helper) {
         std::string& text = helper->toWrite;
         const ssize_t put = ::write(helper->toIt.get(), text.data(), text.size());
         if (put > 0) text.erase(0, static_cast<std::size_t>(put));
-        // Who has read enough ("head") closes its end.
+        // A program that has read enough ("head") closes its end.
         const bool broken = put == -1 && errno != EAGAIN && errno != EINTR;
         if (text.empty() || broken)
             helper->closeInput();
@@ -121,7 +108,7 @@ bool UserPrograms::readSome(int client, Running& helper) {
     std::array<char, 65536> buffer;
     const ssize_t got = ::read(helper.fromIt.get(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
-    handle.output(client, {buffer.data(), static_cast<std::size_t>(got)});
+    owner.onProgramOutput(client, {buffer.data(), static_cast<std::size_t>(got)});
     return true;
 }
 
@@ -153,14 +140,14 @@ void UserPrograms::collect() {
         const auto found = running.find(client);
         if (found == running.end()) continue;
         const auto helper = found->second;
-        // All that is left fits a pipe's buffer; what it has left behind may go on writing.
-        for (int round = 0; round < 64 && helper->output.watching(); ++round) {
-            pollfd ready{helper->fromIt.get(), POLLIN, 0};
-            if (::poll(&ready, 1, 0) != 1 || !(ready.revents & POLLIN)) break;
-            if (!readSome(client, *helper)) break;
-        }
+        // The owner may stop it when it hears its output.
+        drain(helper->fromIt.get(), [this, client, &helper] {
+            return helper->output.watching() && readSome(client, *helper);
+        });
         stop(client);
-        handle.ended(client, describe(helper->process.status()));
+        const int status = helper->process.status();
+        owner.onProgramEnded(
+            client, status == 0 ? "" : ChildProcess::describe(status, "was ended by a signal: "));
     }
 }
 

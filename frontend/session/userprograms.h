@@ -6,7 +6,6 @@
 #include "common/descriptor.h"
 
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -14,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-/// The user's own programs that work for clients: scripts, and what stands behind the bar of a
+/// The user's own programs that work for clients: scripts, and the programs behind the bar of a
 /// command. At most one for a client; a few run at a time, the others wait their turn. Never
 /// blocks. Owns the processes; each is a session of its own, so that what it starts is stopped with
-/// it. One thread; the handlers run from the event loop, or from collect.
+/// it. One thread.
 class UserPrograms {
   public:
     struct Start {
@@ -27,19 +26,23 @@ class UserPrograms {
         /// Its standard input.
         std::string input;
     };
-    struct Handler {
-        std::function<void(int client, std::string_view text)> output;
-        /// It has ended by itself; empty, or what went wrong. The last call for this start.
-        std::function<void(int client, const std::string& problem)> ended;
+    /// Hears of a client's program, from the event loop or from collect.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        virtual void onProgramOutput(int client, std::string_view text) = 0;
+        /// The program has ended by itself; the problem, or empty. The last call for this start.
+        virtual void onProgramEnded(int client, const std::string& problem) = 0;
         /// Whether to go on reading; when not, resume begins again.
-        std::function<bool(int client)> mayRead;
+        virtual bool mayReadProgram(int client) = 0;
     };
 
-    UserPrograms(EventLoop& loop, Handler handler);
+    /// The owner must outlive the loop's last turn.
+    UserPrograms(EventLoop& loop, Owner& owner);
     ~UserPrograms();
 
     void start(int client, Start what);
-    /// Kills it, without a further call of a handler. Nothing when there is none.
+    /// Kills the client's program, if there is one; the owner hears nothing more of it.
     void stop(int client);
     void stopAll();
     /// Reads on after mayRead has said no.
@@ -57,10 +60,10 @@ class UserPrograms {
     };
 
     EventLoop& loop;
-    Handler handle;
+    Owner& owner;
     std::deque<Waiting> waiting;
     std::map<int, std::shared_ptr<Running>> running;
-    const std::size_t most;
+    const std::size_t maxRunning;
 
     void startNext();
     void begin(int client, Start what);

@@ -4,19 +4,17 @@
 
 #include <algorithm>
 
-WhoQueries::WhoQueries(EventLoop& loop, std::function<int()> asks,
-                       std::function<void(int console, const Command& command)> proceeds)
-    : ask(std::move(asks)), proceed(std::move(proceeds)), patience(loop) {}
+WhoQueries::WhoQueries(EventLoop& loop, Owner& whose) : owner(whose), patience(loop) {}
 
 void WhoQueries::want(int console, const Command& command) {
-    asking.emplace_back(console, command);
-    due += ask();
+    waiting.emplace_back(console, command);
+    due += owner.askIdentities();
     if (due == 0) return finish();
     patience.after(Wait::answer, [this] { finish(); });
 }
 
 void WhoQueries::forget(int console) {
-    std::erase_if(asking, [console](const auto& each) { return each.first == console; });
+    std::erase_if(waiting, [console](const auto& each) { return each.first == console; });
 }
 
 void WhoQueries::answered() {
@@ -25,6 +23,6 @@ void WhoQueries::answered() {
 
 void WhoQueries::finish() {
     patience.cancel();
-    for (const auto& [console, command] : std::exchange(asking, {}))
-        proceed(console, command);
+    for (const auto& [console, command] : std::exchange(waiting, {}))
+        owner.onIdentitiesKnown(console, command);
 }

@@ -3,30 +3,35 @@
 #include "backend/os/eventloop.h"
 #include "common/command.h"
 
-#include <functional>
 #include <utility>
 #include <vector>
 
-/// The consoles that want to know which processes the tasks are, when agents must be asked for it.
-/// One thread.
+/// The commands of consoles that want to know which processes the tasks are: wait here while the
+/// agents are asked. One thread.
 class WhoQueries {
   public:
-    /// `ask` asks the agents and says how many will answer. `proceed` gets each command when all
-    /// have, or a moment has passed.
-    WhoQueries(EventLoop& loop, std::function<int()> ask,
-               std::function<void(int console, const Command& command)> proceed);
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// Asks the agents; gives how many will answer.
+        virtual int askIdentities() = 0;
+        /// All agents have answered, or a moment has passed.
+        virtual void onIdentitiesKnown(int console, const Command& command) = 0;
+    };
+
+    /// The owner must outlive this.
+    WhoQueries(EventLoop& loop, Owner& owner);
 
     void want(int console, const Command& command);
-    /// The console waits for it no longer.
+    /// The console waits for its answer no longer.
     void forget(int console);
-    /// One has answered, or will not.
+    /// An agent has answered, or will not.
     void answered();
 
   private:
-    const std::function<int()> ask;
-    const std::function<void(int console, const Command& command)> proceed;
-    std::vector<std::pair<int, Command>> asking;
-    int due = 0;
+    Owner& owner;
+    std::vector<std::pair<int, Command>> waiting;
+    int due = 0; // answers
     Timer patience;
 
     void finish();

@@ -1,0 +1,125 @@
+#pragma once
+
+#include "backend/clients/client.h"
+#include "backend/clients/forks.h"
+#include "backend/drivers/debuggerstart.h"
+#include "backend/drivers/driver.h"
+#include "backend/drivers/errorwatch.h"
+#include "backend/os/eventloop.h"
+#include "backend/os/limits.h"
+#include "backend/wire/agentlink.h"
+#include "frontend/session/options.h"
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+/// The clients for processes that tasks fork. Finds the forked processes of this machine (Forks),
+/// is handed the agents of others, and has a debugger attach to each process, which becomes a
+/// client once its debugger holds it and has told which process it is. One thread.
+class ForkedClients : public Client::Listener, private Forks::Owner {
+  public:
+    /// Hears of clients from the event loop, or from collect.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        virtual void onClientOutput(int client, std::string_view text) = 0;
+        virtual void onClientPrompt(int client) = 0;
+        /// Whether to go on reading; when not, resume begins again.
+        virtual bool mayReadClient(int client) = 0;
+        virtual void onClientEnded(int client) = 0;
+        /// A forked process has become a client; the text says which process it is.
+        virtual void onClientForked(int client, const std::string& who) = 0;
+        /// Something for all users to know about a client.
+        virtual void tellOfClient(int client, const std::string& text) = 0;
+        /// An answer to askIdentities has come, or will not.
+        virtual void onIdentity() = 0;
+        /// How many tasks of the session have not ended.
+        virtual int livingTasks() const = 0;
+    };
+
+    /// The options, the driver, `errors` (null: not watched for) and the owner must outlive this.
+    ForkedClients(EventLoop& loop, const Options& options, const Driver& driver, ErrorWatch* errors,
+                  Owner& owner);
+
+    /// The start of the tasks is over; from here on forked processes may come, whose clients get
+    /// the numbers from `first` up.
+    void begin(int first) { firstNumber = first; }
+    /// What a task's debugger of this machine, the process `debugger`, has printed.
+    void heard(int task, pid_t debugger, std::string_view text) {
+        forks.heard(task, debugger, text);
+    }
+    void taskEnded(int task) { forks.ended(task); }
+    /// Takes an agent for a process that the task of a client has forked.
+    void add(const Forks::Child& child, std::shared_ptr<AgentLink> link);
+
+    /// Looks whose debuggers have ended.
+    void collect();
+    /// Adds the ids of the debuggers' processes.
+    void listPids(std::vector<pid_t>& pids) const;
+    void resume();
+    /// Asks the agents which processes the clients' are; gives how many will answer.
+    int askIdentities();
+    Client& client(int number) const { return *at(number).client; }
+    /// Whether there is a client of this number that has not ended.
+    bool alive(int number) const;
+    /// How many clients there are that have not ended.
+    int living() const;
+    /// Whether a debugger of this machine still runs.
+    bool running() const;
+    /// Adopts no process any more, and lets go of those that it has.
+    void end();
+
+    /// What every debugger of a session is started with.
+    static Driver::Launch newLaunch(const Driver& driver, const ErrorWatch* errors);
+
+  private:
+    struct Fork {
+        /// ASKED: its debugger holds it, and its agent is to say which process it is. CLIENT: it
+        /// has become a client. ENDED: after that. LOST: it has ended without that.
+        enum Phase { STARTING, ASKED, CLIENT, ENDED, LOST };
+
+        Forks::Child child;
+        std::unique_ptr<Client> client;
+        Phase phase = STARTING;
+
+        bool alive() const { return phase < ENDED; }
+        bool joined() const { return phase == CLIENT || phase == ENDED; }
+    };
+
+    EventLoop& loop;
+    const Options& options;
+    const Driver& driver;
+    ErrorWatch* const errors;
+    Owner& owner;
+    int firstNumber = 0;
+    std::deque<Fork> clients; // they stay where they are
+    Forks forks;
+    bool over = false;
+
+    Fork& at(int number) { return clients[static_cast<std::size_t>(number - firstNumber)]; }
+    const Fork& at(int number) const {
+        return clients[static_cast<std::size_t>(number - firstNumber)];
+    }
+    int nextNumber() const { return firstNumber + static_cast<int>(clients.size()); }
+    DebuggerStart startOf(pid_t process) const;
+    std::optional<std::string> refusal(const Limits::Facts& facts) const;
+    void onFirstPrompt(int number);
+    void join(int number);
+    void onEnded(int number);
+    void onIdentified(int number);
+    void onTold(int number, const std::string& text);
+
+    // Client::Listener
+    void onOutput(int number, std::string_view text) override;
+    void onPrompt(int number) override;
+    bool mayRead(int number) override { return over || owner.mayReadClient(number); }
+
+    // Forks::Owner
+    int adopt(const Forks::Child& child) override;
+    void tellOfForks(int parent, const std::string& text) override;
+};
