@@ -1,7 +1,8 @@
 #include "backend/jobs/hostfile.h"
 
+#include "common/wholenumber.h"
+
 #include <algorithm>
-#include <charconv>
 #include <sstream>
 #include <stdexcept>
 
@@ -9,11 +10,9 @@ namespace {
 
 // How often a task runs there; throws when it is no number from 1 up.
 std::size_t count(const std::string& text) {
-    std::size_t number = 0;
-    const auto [stop, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (fault != std::errc() || stop != text.data() + text.size() || number == 0)
-        throw std::runtime_error("'" + text + "' is no number of tasks");
-    return number;
+    const auto number = wholeNumber<std::size_t>(text);
+    if (number.value_or(0) == 0) throw std::runtime_error("'" + text + "' is no number of tasks");
+    return *number;
 }
 
 // Takes the number from "host:n" and the brackets from "[address]".
