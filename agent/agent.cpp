@@ -17,7 +17,7 @@ constexpr std::size_t mostForks = 16;
 
 Agent::Agent(Rendezvous rendezvous, Rank task)
     : where(std::move(rendezvous)),
-      place(task),
+      rank(task),
       signals(loop, {SIGCHLD, SIGTERM, SIGINT, SIGHUP},
               [this](int number) { number == SIGCHLD ? onChild() : end(0); }),
       releasing(
@@ -34,8 +34,8 @@ Agent::Agent(Rendezvous rendezvous, Rank task)
 
 int Agent::run() {
     AgentHello hello;
-    hello.rank = place.rank;
-    hello.size = place.size;
+    hello.rank = rank.number;
+    hello.size = rank.jobSize;
     open(0, hello);
     loop.run();
     return status;
@@ -77,7 +77,7 @@ int Agent::adopt(const Forks::Child& child) {
     const int id = servers.rbegin()->first + 1;
     AgentHello hello;
     hello.rank = clients[child.parent];
-    hello.size = place.size;
+    hello.size = rank.jobSize;
     hello.forked = child.pid;
     open(id, hello);
     return id;

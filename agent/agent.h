@@ -20,14 +20,14 @@
 /// process. One thread, one event loop.
 class Agent {
   public:
-    Agent(Rendezvous where, Rank place);
+    Agent(Rendezvous where, Rank rank);
 
     /// Gives the exit status.
     int run();
 
   private:
     const Rendezvous where;
-    const Rank place;
+    const Rank rank;
     EventLoop loop;
     Signals signals;
     std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's is 0

@@ -1,9 +1,8 @@
 #include "agent/connector.h"
 
+#include "backend/os/thismachine.h"
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
-
-#include <climits>
 
 #include <cerrno>
 #include <chrono>
@@ -21,9 +20,7 @@ Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello i
       patience(loop),
       again(loop),
       stream(loop) {
-    char name[HOST_NAME_MAX + 1] = "";
-    ::gethostname(name, sizeof name - 1);
-    hello.host = name;
+    hello.host = ThisMachine::hostName();
     hello.pid = ::getpid();
     std::optional<SocketAddress> address;
     if (!where.socketName.empty() && (address = SocketAddress::abstract(where.socketName)))

@@ -1,16 +1,13 @@
 #include "frontend/launch/agentport.h"
 
 #include "backend/os/socketaddress.h"
+#include "backend/os/thismachine.h"
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netinet/in.h>
-#include <optional>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -28,32 +25,12 @@ bool isInternal(const std::string& interface) {
     return false;
 }
 
-// An address that is good on other machines, too, in figures.
-std::optional<std::string> figuresOf(const sockaddr& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    if (address.sa_family == AF_INET) {
-        ::inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address).sin_addr, text,
-                    sizeof text);
-        return text;
-    }
-    if (address.sa_family != AF_INET6) return std::nullopt;
-    const in6_addr& six = reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
-    if (IN6_IS_ADDR_LINKLOCAL(&six)) return std::nullopt;
-    ::inet_ntop(AF_INET6, &six, text, sizeof text);
-    return text;
-}
-
-// What other machines can reach this one by; its own loopback only when there is nothing else.
-std::vector<std::string> ownAddresses() {
+// The addresses by which other machines can reach this one; its loopback only when it has no other.
+std::vector<std::string> reachableAddresses() {
     std::vector<std::string> found, internal;
-    ifaddrs* all = nullptr;
-    if (::getifaddrs(&all) == -1) all = nullptr;
-    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, ::freeifaddrs);
-    for (const ifaddrs* each = all; each; each = each->ifa_next) {
-        if (!each->ifa_addr || !(each->ifa_flags & IFF_UP) || (each->ifa_flags & IFF_LOOPBACK))
-            continue;
-        const auto figures = figuresOf(*each->ifa_addr);
-        if (figures) (isInternal(each->ifa_name) ? internal : found).push_back(*figures);
+    for (const ThisMachine::Address& each : ThisMachine::addresses()) {
+        if (each.up && !each.loopback && !each.linkLocal)
+            (isInternal(each.interface) ? internal : found).push_back(each.figures);
     }
     found.insert(found.end(), internal.begin(), internal.end());
     if (found.empty()) found.push_back("127.0.0.1");
@@ -89,7 +66,7 @@ AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Arrived handler)
     }
     openTcp();
     listen(tcp);
-    where.addresses = ownAddresses();
+    where.addresses = reachableAddresses();
 }
 
 // Both versions of IP, or what this machine has.
