@@ -1,5 +1,7 @@
 #include "frontend/session/options.h"
 
+#include "backend/os/limits.h"
+
 #include <CLI/CLI.hpp>
 
 #include <sstream>
@@ -18,7 +20,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         "vex");
     app.set_version_flag("-V,--version", "vex " VEX_VERSION);
     CLI::Option* number = app.add_option("-n,--tasks", tasks, "Number of tasks")
-                              ->check(CLI::Range(1, 4096))
+                              ->check(CLI::Range(1, Limits::maxTasks))
                               ->capture_default_str();
     app.add_option("--debugger", debugger, "The debugger: gdb, or the path of one")
         ->capture_default_str();

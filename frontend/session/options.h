@@ -49,8 +49,6 @@ struct Options {
     /// The program to debug, as a path, and its arguments.
     std::vector<std::string> program;
 
-    static constexpr std::size_t maxTasks = 4096;
-
     /// Whether a launcher starts the tasks.
     bool launches() const { return !launch.empty(); }
     /// Whether the program runs already.
