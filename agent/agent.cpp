@@ -10,8 +10,8 @@
 
 namespace {
 
-// So many forked processes of one task are debugged.
-constexpr std::size_t mostForks = 16;
+// At most this many forked processes of one task are debugged at a time.
+constexpr std::size_t maxForks = 16;
 
 } // namespace
 
@@ -23,7 +23,7 @@ Agent::Agent(Rendezvous rendezvous, Rank task)
       releasing(
           loop,
           [this] {
-              return attached && std::ranges::any_of(servers, [](const auto& each) {
+              return attached() && std::ranges::any_of(servers, [](const auto& each) {
                          return each.second->running();
                      });
           },
@@ -42,22 +42,11 @@ int Agent::run() {
 }
 
 void Agent::open(int id, const AgentHello& hello) {
-    servers[id] = std::make_unique<DebuggerServer>(
-        loop, where, hello,
-        DebuggerServer::Handler{[this, id](const DebuggerStart& start) { onStart(id, start); },
-                                [this, id](std::string_view text) { onOutput(id, text); },
-                                [this, id] {
-                                    if (forks) forks->started(id);
-                                },
-                                [this, id] {
-                                    if (forks) forks->ended(id);
-                                },
-                                [this, id](const std::string& problem) { onOver(id, problem); }});
+    servers[id] = std::make_unique<DebuggerServer>(loop, id, where, hello,
+                                                   static_cast<DebuggerServer::Owner&>(*this));
 }
 
 void Agent::onStart(int id, const DebuggerStart& start) {
-    clients[id] = start.client;
-    if (id == 0) attached = start.attach != 0;
     if (id != 0 || start.forkMark.empty()) return;
     forks.emplace(loop,
                   Forks::Handler{[this](const Forks::Child& child) { return adopt(child); },
@@ -65,22 +54,30 @@ void Agent::onStart(int id, const DebuggerStart& start) {
                                      if (const auto at = servers.find(parent); at != servers.end())
                                          at->second->tell(text);
                                  }},
-                  start.forkMark, mostForks);
+                  start.forkMark, maxForks);
 }
 
 void Agent::onOutput(int id, std::string_view text) {
     if (forks && !ending) forks->heard(id, servers[id]->pid(), text);
 }
 
-// Its debugger is asked for by the front end, or refused.
+// The front end asks for the child's debugger, or refuses it.
 int Agent::adopt(const Forks::Child& child) {
     const int id = servers.rbegin()->first + 1;
     AgentHello hello;
-    hello.rank = clients[child.parent];
+    hello.rank = servers[child.parent]->clientNumber();
     hello.size = rank.jobSize;
     hello.forked = child.pid;
     open(id, hello);
     return id;
+}
+
+void Agent::onAttached(int id) {
+    if (forks) forks->started(id);
+}
+
+void Agent::onNoDebugger(int id) {
+    if (forks) forks->ended(id);
 }
 
 void Agent::onOver(int id, const std::string& problem) {
@@ -118,7 +115,7 @@ void Agent::end(int exitStatus) {
     if (std::exchange(ending, true)) return;
     status = exitStatus;
     if (forks) forks->stop();
-    if (attached) {
+    if (attached()) {
         for (const auto& [id, server] : servers)
             server->release();
     }

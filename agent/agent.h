@@ -18,7 +18,7 @@
 /// for what the task forks. When the task's connection ends, in whatever way, or a signal asks it
 /// to end, its debuggers let go of what they attached to, and it kills everything below this
 /// process. One thread, one event loop.
-class Agent {
+class Agent : private DebuggerServer::Owner {
   public:
     Agent(Rendezvous where, Rank rank);
 
@@ -31,18 +31,22 @@ class Agent {
     EventLoop loop;
     Signals signals;
     std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's is 0
-    std::map<int, int> clients;                             // their numbers in the session
     std::optional<Forks> forks;                             // none: of no interest
-    bool attached = false; // the task was there before its debugger
     Detachment releasing;
     bool ending = false;
     int status = 0;
 
     void open(int id, const AgentHello& hello);
-    void onStart(int id, const DebuggerStart& start);
-    void onOutput(int id, std::string_view text);
-    void onOver(int id, const std::string& problem);
+    /// Whether the task was there before its debugger.
+    bool attached() const { return servers.at(0)->attaches(); }
     int adopt(const Forks::Child& child);
     void onChild();
     void end(int exitStatus);
+
+    // DebuggerServer::Owner
+    void onStart(int id, const DebuggerStart& start) override;
+    void onOutput(int id, std::string_view text) override;
+    void onAttached(int id) override;
+    void onNoDebugger(int id) override;
+    void onOver(int id, const std::string& problem) override;
 };

@@ -17,8 +17,8 @@
 
 namespace {
 
-// A line of this length is handed over in pieces.
-constexpr std::size_t longLine = 4096;
+// In bytes; a longer line is handed over in pieces.
+constexpr std::size_t maxLine = 4096;
 
 std::string fate(int status) {
     if (WIFSIGNALED(status)) return std::string("was ended by ") + ::strsignal(WTERMSIG(status));
@@ -40,7 +40,7 @@ Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const 
     what.argv = argv;
     what.input = toIt.reader.get();
     what.output = fromIt.writer.get();
-    // It has files of its own to remove.
+    // A launcher has files of its own to remove.
     what.orphan = ChildProcess::Start::TERMINATED;
     process.start(what);
     pipe = std::move(fromIt.reader);
@@ -64,12 +64,12 @@ bool Launcher::readSome() {
     partial.append(buffer.data(), static_cast<std::size_t>(got));
     for (;;) {
         const std::size_t end = partial.find('\n');
-        if (end == std::string::npos && partial.size() < longLine) break;
-        std::string line = partial.substr(0, std::min(end, longLine));
+        if (end == std::string::npos && partial.size() < maxLine) break;
+        std::string line = partial.substr(0, std::min(end, maxLine));
         partial.erase(0, line.size() + (end == line.size() ? 1 : 0));
         while (line.ends_with('\r') || line.ends_with(' '))
             line.pop_back();
-        if (!line.empty()) handle.said(line);
+        if (!line.empty()) handle.line(line);
     }
     return true;
 }
@@ -80,7 +80,7 @@ void Launcher::collect() {
     pollfd ready{pipe.get(), POLLIN, 0};
     for (int round = 0; round < 1000 && ::poll(&ready, 1, 0) == 1 && readSome(); ++round) {
     }
-    if (!partial.empty()) handle.said(std::exchange(partial, {}));
+    if (!partial.empty()) handle.line(std::exchange(partial, {}));
     output.release();
     pipe.reset();
     handle.ended(fate(process.status()));

@@ -32,9 +32,9 @@ struct AgentRecord {
 
     /// The largest frame that either side has reason to send, in bytes: a START with an argument
     /// list as long as the system allows.
-    static constexpr int largest = 4 * 1024 * 1024;
-    /// The largest one from an agent that is not known yet.
-    static constexpr int largestHello = 4096;
+    static constexpr int maxFrame = 4 * 1024 * 1024;
+    /// The same of an agent that has not proved itself yet.
+    static constexpr int maxHello = 4096;
 
     /// The whole frame.
     std::string frame() const;

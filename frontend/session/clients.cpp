@@ -3,7 +3,6 @@
 #include "backend/clients/localclient.h"
 #include "backend/os/limits.h"
 #include "backend/os/processtree.h"
-#include "frontend/launch/remoteclient.h"
 
 #include <algorithm>
 #include <chrono>
@@ -59,17 +58,7 @@ void Clients::callAgents() {
     plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
     plan.lenient = options.attaches();
     plan.forks = options.forks;
-    agents = std::make_unique<LaunchedJob>(
-        loop, plan,
-        LaunchedJob::Handler{
-            [this](int count) { setSize(count); },
-            [this](int client, auto link) { onAgent(client, std::move(link)); },
-            [this](int parent, pid_t process, auto link) {
-                onForkedAgent(parent, process, std::move(link));
-            },
-            [this](int client, const std::string& problem) { onMissing(client, problem); },
-            [this](const std::string& line) { onLauncherSaid(line); },
-            [this](const std::string& problem) { fail(problem); }});
+    agents = std::make_unique<LaunchedJob>(loop, plan, static_cast<LaunchedJob::Owner&>(*this));
     try {
         agents->start();
     } catch (const std::runtime_error& error) {
@@ -77,7 +66,7 @@ void Clients::callAgents() {
     }
 }
 
-void Clients::setSize(int count) {
+void Clients::onSize(int count) {
     if (options.attaches()) return;
     // Their terminals are their agents'.
     Limits::Facts facts = Limits::facts();
@@ -220,14 +209,8 @@ Client::Handler Clients::handlerOf(int id) {
 
 std::unique_ptr<Client> Clients::remote(int id, std::shared_ptr<AgentLink> link,
                                         const DebuggerStart& start) {
-    return std::make_unique<RemoteClient>(
-        std::move(link), handlerOf(id),
-        RemoteClient::Watch{[this, id] { onEnded(id); }, [this, id] { onIdentified(id); },
-                            [this, id](const std::string& text) {
-                                if (phase == RUNNING)
-                                    handle.tell(at(id).joining ? at(id).parent : id, text);
-                            }},
-        start);
+    return std::make_unique<RemoteClient>(std::move(link), handlerOf(id),
+                                          static_cast<RemoteClient::Owner&>(*this), start);
 }
 
 void Clients::onOutput(int id, std::string_view text) {
@@ -271,6 +254,10 @@ void Clients::onIdentified(int id) {
         joinFork(id);
     else
         handle.identified();
+}
+
+void Clients::onTold(int id, const std::string& text) {
+    if (phase == RUNNING) handle.tell(at(id).joining ? at(id).parent : id, text);
 }
 
 void Clients::collect() {

@@ -8,6 +8,7 @@
 #include "backend/os/eventloop.h"
 #include "backend/os/limits.h"
 #include "frontend/launch/launchedjob.h"
+#include "frontend/launch/remoteclient.h"
 #include "frontend/session/options.h"
 #include "frontend/session/startupoutput.h"
 
@@ -25,7 +26,7 @@
 /// the tasks run, and those of forked processes later, and carries what they say. What goes wrong
 /// at the start is told on the standard error. One thread; the handlers run from the event loop or
 /// from collect.
-class Clients {
+class Clients : private LaunchedJob::Owner, private RemoteClient::Owner {
   public:
     struct Handler {
         /// How many there will be, when only the launcher knows.
@@ -50,7 +51,7 @@ class Clients {
     /// The options and the driver must live as long as this.
     Clients(EventLoop& loop, const Options& options, const Driver& driver, std::string job,
             Handler handler);
-    ~Clients();
+    ~Clients() override;
 
     void start();
     /// Looks what has ended; call it on SIGCHLD.
@@ -114,10 +115,6 @@ class Clients {
     const Seat& at(int client) const { return seats[static_cast<std::size_t>(client)]; }
     bool isLocal(std::size_t client) const;
     void callAgents();
-    void setSize(int count);
-    void onAgent(int client, std::shared_ptr<AgentLink> link);
-    void onMissing(int client, const std::string& problem);
-    void onLauncherSaid(const std::string& line);
     void startLocal();
     void startOne(int client);
     void sayWhoIsMissing();
@@ -134,13 +131,23 @@ class Clients {
     void onOutput(int client, std::string_view text);
     void onPrompt(int client);
     void onStarted(int client);
-    void onEnded(int client);
-    void onIdentified(int client);
 
     int newSeat(int parent, pid_t process);
     std::optional<std::string> refusal(const Limits::Facts& facts) const;
     int adopt(const Forks::Child& child);
-    void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link);
     void onForkPrompted(int client);
     void joinFork(int client);
+
+    // LaunchedJob::Owner
+    void onSize(int size) override;
+    void onAgent(int client, std::shared_ptr<AgentLink> link) override;
+    void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) override;
+    void onMissing(int client, const std::string& problem) override;
+    void onLauncherSaid(const std::string& line) override;
+    void onJobFailed(const std::string& problem) override { fail(problem); }
+
+    // RemoteClient::Owner
+    void onEnded(int client) override;
+    void onIdentified(int client) override;
+    void onTold(int client, const std::string& text) override;
 };
