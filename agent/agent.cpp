@@ -72,7 +72,7 @@ int Agent::adopt(const Forks::Child& child) {
     return id;
 }
 
-void Agent::onAttached(int id) {
+void Agent::onAttachDone(int id) {
     if (forks) forks->started(id);
 }
 

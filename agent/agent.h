@@ -30,8 +30,8 @@ class Agent : private DebuggerServer::Owner {
     const Rank rank;
     EventLoop loop;
     Signals signals;
-    std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's is 0
-    std::optional<Forks> forks;                             // none: of no interest
+    std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's has number 0
+    std::optional<Forks> forks;                             // none: not wanted
     Detachment releasing;
     bool ending = false;
     int status = 0;
@@ -46,7 +46,7 @@ class Agent : private DebuggerServer::Owner {
     // DebuggerServer::Owner
     void onStart(int id, const DebuggerStart& start) override;
     void onOutput(int id, std::string_view text) override;
-    void onAttached(int id) override;
+    void onAttachDone(int id) override;
     void onNoDebugger(int id) override;
     void onOver(int id, const std::string& problem) override;
 };

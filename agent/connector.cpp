@@ -58,7 +58,7 @@ void Connector::knock(const SocketAddress& candidate) {
         stream.watch(socket.get());
         stream.whenWritable([this] { whenConnected(); });
     } else if (errno == EAGAIN) {
-        // Too many others wait at a local socket.
+        // Too many other agents wait at the local socket.
         again.after(std::chrono::milliseconds(20), [this, &candidate] { knock(candidate); });
     } else {
         tryNext(std::strerror(errno));

@@ -14,12 +14,12 @@
 /// thread.
 class Connector : private AgentLink::Handler {
   public:
-    /// Hears how it ends: one of these, once, from the event loop.
+    /// Hears how the connecting ends, by one of these calls, once; from the event loop.
     class Owner {
       public:
         virtual ~Owner() = default;
-        /// The front end has proved itself, and knows who this is. The owner sets the link's
-        /// handler.
+        /// The front end has proved itself, and knows what the hello says. The owner sets the
+        /// link's handler.
         virtual void onConnected(std::shared_ptr<AgentLink> link) = 0;
         /// There is no other address to try.
         virtual void onUnreachable(const std::string& problem) = 0;

@@ -103,7 +103,7 @@ void DebuggerServer::onPrompt() {
         else if (forked != 0 && ProcessTree::parentOf(target) != 0)
             tell("forked process " + std::to_string(target) +
                  " runs on without a debugger: the debugger could not attach");
-        owner.onAttached(number);
+        owner.onAttachDone(number);
     }
     send(AgentRecord::PROMPT, "");
 }

@@ -22,7 +22,7 @@ class DebuggerServer : private Connector::Owner, private AgentLink::Handler {
         /// The debugger printed something.
         virtual void onOutput(int server, std::string_view text) = 0;
         /// The debugger holds the process that it was to attach to, or could not attach.
-        virtual void onAttached(int server) = 0;
+        virtual void onAttachDone(int server) = 0;
         /// There will be no debugger.
         virtual void onNoDebugger(int server) = 0;
         /// The connection is over, or could not be made: then with a problem.

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// One process of the user's launcher, mpirun or an ssh, in a session of its own: the keys of the
+/// A process of the user's launcher (mpirun or ssh, say) in a session of its own: the keys of the
 /// terminal do not reach it. Kills it when destroyed. One thread; the handlers run from the event
 /// loop, or from collect.
 class Launcher {
@@ -36,8 +36,8 @@ class Launcher {
     pid_t pid() const { return process.pid(); }
     bool running() const { return process.running(); }
 
-    /// Cuts a command line into words as a shell does: quotes, backslashes, variables, "~" and
-    /// patterns, but neither commands nor anything that is no word. Throws std::runtime_error.
+    /// Cuts a command line into words as a shell does, with quotes, backslashes, variables, "~" and
+    /// patterns. Throws std::runtime_error for commands in it and for anything that is no word.
     static std::vector<std::string> split(const std::string& line);
     /// A word of a shell's command line: ssh has its words read by a shell on the other side. A
     /// word without special characters stays as it is, for launchers without a shell there.

@@ -48,7 +48,7 @@ void Logins::finish(std::size_t login) {
 }
 
 void Logins::collect() {
-    // What is said of one may start another.
+    // The end of one login may start another.
     for (std::size_t i = 0; i < started; ++i)
         logins[i].launcher->collect();
 }

@@ -51,7 +51,7 @@ class Logins {
 
     /// Looks which launchers have ended; call it on SIGCHLD.
     void collect();
-    /// Kills the launchers of those that are under way.
+    /// Kills the launchers of the logins that are under way.
     void kill();
     /// Whether a launcher still runs.
     bool running() const;

@@ -4,8 +4,8 @@
 
 /// Which task of a job an agent is for. A value.
 struct Rank {
-    int number = -1;  // -1: nobody has told
-    int jobSize = -1; // how many tasks the job has; -1: nobody has told
+    int number = -1;  // -1: not told
+    int jobSize = -1; // how many tasks the job has; -1: not told
 
     /// What the rendezvous says, else what the launcher has put into this process's environment
     /// (RankVariables).

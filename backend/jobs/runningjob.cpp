@@ -56,7 +56,7 @@ bool RunningJob::isThisMachine(const std::string& host) {
         return isOwnAddress(address);
     const std::string own = ThisMachine::hostName();
     if (own.empty()) return false;
-    // One of the two may be without its domain.
+    // Either name may be without its domain.
     return host == own || ((host.find('.') == std::string::npos || own.find('.') == own.npos) &&
                            shortName(host) == shortName(own));
 }
@@ -69,7 +69,7 @@ void RunningJob::add(const Target& target) {
         throw std::runtime_error("process " + std::to_string(target.pid) +
                                  (target.host.empty() ? "" : " of " + target.host) +
                                  " is named twice.");
-    // It would be an option of the command that it is given to.
+    // Such a host would be an option of the command that it is given to.
     if (target.host.starts_with('-')) throw std::runtime_error("'" + target.host + "' is no host.");
     found.push_back(target);
 }
@@ -96,7 +96,7 @@ void RunningJob::addEntries(const TALConfig& config) {
 
 bool RunningJob::addTable(pid_t launcher) {
     const std::vector<Mpir::Entry> table = Mpir::tableOf(launcher);
-    // Of a srun that has started MPICH's managers: those are not the tasks.
+    // The table of an srun that has started MPICH's managers names these and not the tasks.
     if (!table.empty() && Text::baseName(table[0].executable) == manager) return false;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const int rank = static_cast<int>(i);
@@ -133,8 +133,8 @@ void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
             words, [](const std::string& word) { return word.find(manager) != word.npos; });
         if (at - words.begin() < 2 || at == words.end() || at[-1].starts_with('-')) continue;
         // Also a wrapper around ssh has these words.
-        const Manager one{at[-1], nameIn(words)};
-        if (std::ranges::find(elsewhere, one) == elsewhere.end()) elsewhere.push_back(one);
+        const Manager there{at[-1], nameIn(words)};
+        if (std::ranges::find(elsewhere, there) == elsewhere.end()) elsewhere.push_back(there);
     }
 }
 

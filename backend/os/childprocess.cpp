@@ -43,14 +43,14 @@ void become(char* const* argv, char* const* environment, const ChildProcess::Sta
     Limits::restoreDescriptors();
     const bool interrupted = what.orphan == ChildProcess::Start::INTERRUPTED;
     const bool piped = what.input != -1;
-    // One that shares the terminal goes with its front part.
+    // A child that shares the terminal ends with its parent.
     if (!piped && what.terminal == -1) {
         if (::prctl(PR_SET_PDEATHSIG, SIGTERM) == -1) return;
         if (::getppid() != parent) ::_exit(1);
     }
     if (piped || what.terminal != -1) {
-        // The terminal's hang-up reaches the debugger when the front end is gone; this also reaches
-        // one that has stopped listening.
+        // The terminal's hang-up reaches the debugger when the front end is gone; this signal also
+        // reaches a debugger that no longer heeds the hang-up.
         if (::prctl(PR_SET_PDEATHSIG, deathSignal(what.orphan)) == -1) return;
         if (interrupted) std::signal(SIGHUP, SIG_IGN);
         if (::getppid() != parent) ::_exit(1);

@@ -45,7 +45,7 @@ struct Written {
     pid_t process = 0;
 };
 
-// Those of this machine; their names are "HOST,PID,RANDOM".
+// The files that front ends of this machine have written; their names are "HOST,PID,RANDOM".
 std::vector<Written> ownFiles(const fs::path& folder) {
     std::vector<Written> found;
     std::error_code fault;

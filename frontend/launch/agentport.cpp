@@ -42,7 +42,7 @@ std::vector<std::string> reachableAddresses() {
     throw std::system_error(errno, std::generic_category(), call);
 }
 
-// A socket that does not block, at an address that nobody else has.
+// A socket that does not block, at an address of its own.
 Descriptor boundTo(const SocketAddress& address) {
     Descriptor socket(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) fail("socket");
@@ -80,7 +80,7 @@ void AgentPort::openTcp() {
     sockaddr_storage own{};
     socklen_t length = sizeof own;
     ::getsockname(tcp.socket.get(), reinterpret_cast<sockaddr*>(&own), &length);
-    // The port stands at the same place in both.
+    // Addresses of both versions have the port at the same place.
     where.port = ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port);
 }
 
