@@ -17,37 +17,26 @@ constexpr std::size_t maxForks = 16;
 
 Agent::Agent(Rendezvous rendezvous, Rank task)
     : where(std::move(rendezvous)),
-      place(task),
+      rank(task),
       signals(loop, {SIGCHLD, SIGTERM, SIGINT, SIGHUP},
               [this](int number) { number == SIGCHLD ? onChild() : end(0); }),
       detachment(loop, *this) {}
 
 int Agent::run() {
     AgentHello hello;
-    hello.rank = place.rank;
-    hello.size = place.size;
+    hello.rank = rank.number;
+    hello.size = rank.jobSize;
     open(0, hello);
     loop.run();
     return status;
 }
 
 void Agent::open(int id, const AgentHello& hello) {
-    servers[id] = std::make_unique<DebuggerServer>(
-        loop, where, hello,
-        DebuggerServer::Handler{[this, id](const DebuggerStart& start) { onStart(id, start); },
-                                [this, id](std::string_view text) { onOutput(id, text); },
-                                [this, id] {
-                                    if (forks) forks->started(id);
-                                },
-                                [this, id] {
-                                    if (forks) forks->ended(id);
-                                },
-                                [this, id](const std::string& problem) { onOver(id, problem); }});
+    servers[id] = std::make_unique<DebuggerServer>(loop, id, where, hello,
+                                                   static_cast<DebuggerServer::Owner&>(*this));
 }
 
 void Agent::onStart(int id, const DebuggerStart& start) {
-    clients[id] = start.client;
-    if (id == 0) attached = start.attach != 0;
     if (id != 0 || start.forkMark.empty()) return;
     forks.emplace(loop, *this, start.forkMark, maxForks);
 }
@@ -60,8 +49,8 @@ void Agent::onOutput(int id, std::string_view text) {
 int Agent::adopt(const Forks::Child& child) {
     const int id = servers.rbegin()->first + 1;
     AgentHello hello;
-    hello.rank = clients[child.parent];
-    hello.size = place.size;
+    hello.rank = servers[child.parent]->clientNumber();
+    hello.size = rank.jobSize;
     hello.forked = child.pid;
     open(id, hello);
     return id;
@@ -69,6 +58,14 @@ int Agent::adopt(const Forks::Child& child) {
 
 void Agent::tellOfForks(int parent, const std::string& text) {
     if (const auto at = servers.find(parent); at != servers.end()) at->second->tell(text);
+}
+
+void Agent::onAttachDone(int id) {
+    if (forks) forks->started(id);
+}
+
+void Agent::onNoDebugger(int id) {
+    if (forks) forks->ended(id);
 }
 
 void Agent::onOver(int id, const std::string& problem) {
@@ -106,7 +103,7 @@ void Agent::end(int exitStatus) {
     if (std::exchange(ending, true)) return;
     status = exitStatus;
     if (forks) forks->stop();
-    if (attached) {
+    if (attached()) {
         for (const auto& [id, server] : servers)
             server->release();
     }
@@ -114,7 +111,7 @@ void Agent::end(int exitStatus) {
 }
 
 bool Agent::detaching() const {
-    return attached &&
+    return attached() &&
            std::ranges::any_of(servers, [](const auto& each) { return each.second->running(); });
 }
 

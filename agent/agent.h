@@ -18,32 +18,36 @@
 /// for what the task forks. When the task's connection ends, in whatever way, or a signal asks it
 /// to end, its debuggers let go of what they attached to, and it kills everything below this
 /// process. One thread, one event loop.
-class Agent : public Forks::Owner, private Detachment::Owner {
+class Agent : private DebuggerServer::Owner, public Forks::Owner, private Detachment::Owner {
   public:
-    Agent(Rendezvous where, Rank place);
+    Agent(Rendezvous where, Rank rank);
 
     /// Gives the exit status.
     int run();
 
   private:
     const Rendezvous where;
-    const Rank place;
+    const Rank rank;
     EventLoop loop;
     Signals signals;
-    std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's is 0
-    std::map<int, int> clients;                             // their numbers in the session
-    std::optional<Forks> forks;                             // none: of no interest
-    bool attached = false; // the task was there before its debugger
+    std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's has number 0
+    std::optional<Forks> forks;                             // none: not wanted
     Detachment detachment;
     bool ending = false;
     int status = 0;
 
     void open(int id, const AgentHello& hello);
-    void onStart(int id, const DebuggerStart& start);
-    void onOutput(int id, std::string_view text);
-    void onOver(int id, const std::string& problem);
+    /// Whether the task was there before its debugger.
+    bool attached() const { return servers.at(0)->attaches(); }
     void onChild();
     void end(int exitStatus);
+
+    // DebuggerServer::Owner
+    void onStart(int id, const DebuggerStart& start) override;
+    void onOutput(int id, std::string_view text) override;
+    void onAttachDone(int id) override;
+    void onNoDebugger(int id) override;
+    void onOver(int id, const std::string& problem) override;
 
     // Forks::Owner
     int adopt(const Forks::Child& child) override;

@@ -1,9 +1,8 @@
 #include "agent/connector.h"
 
+#include "backend/os/thismachine.h"
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
-
-#include <climits>
 
 #include <cerrno>
 #include <chrono>
@@ -13,17 +12,15 @@
 #include <utility>
 
 Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello introduction,
-                     Handler handler)
+                     Owner& whose)
     : loop(eventLoop),
       secret(where.secret),
       hello(std::move(introduction)),
-      handle(std::move(handler)),
+      owner(whose),
       patience(loop),
       again(loop),
       stream(loop) {
-    char name[HOST_NAME_MAX + 1] = "";
-    ::gethostname(name, sizeof name - 1);
-    hello.host = name;
+    hello.host = ThisMachine::hostName();
     hello.pid = ::getpid();
     std::optional<SocketAddress> address;
     if (!where.socketName.empty() && (address = SocketAddress::abstract(where.socketName)))
@@ -37,14 +34,15 @@ Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello i
 
 Connector::~Connector() {
     if (!link) return;
-    link->setHandler({}, 0);
+    link->setHandler(nullptr, 0);
     link->close();
 }
 
 void Connector::connect() {
     link.reset();
     if (nextCandidate == candidates.size()) {
-        loop.post([failed = handle.failed, text = problem] { failed(text); });
+        // In a later turn: the owner may still be constructing this.
+        again.after(Clock::duration::zero(), [this] { owner.onUnreachable(problem); });
         return;
     }
     const SocketAddress& candidate = candidates[nextCandidate++];
@@ -55,12 +53,12 @@ void Connector::connect() {
 }
 
 void Connector::knock(const SocketAddress& candidate) {
-    if (::connect(socket.get(), candidate.get(), candidate.length) == 0) return onConnected();
+    if (::connect(socket.get(), candidate.get(), candidate.length) == 0) return whenConnected();
     if (errno == EINPROGRESS || errno == EINTR) {
         stream.watch(socket.get());
-        stream.whenWritable([this] { onConnected(); });
+        stream.whenWritable([this] { whenConnected(); });
     } else if (errno == EAGAIN) {
-        // Too many others wait at a local socket.
+        // Too many other agents wait at the local socket.
         again.after(std::chrono::milliseconds(20), [this, &candidate] { knock(candidate); });
     } else {
         tryNext(std::strerror(errno));
@@ -76,7 +74,7 @@ void Connector::tryNext(const std::string& why) {
     connect();
 }
 
-void Connector::onConnected() {
+void Connector::whenConnected() {
     int fault = 0;
     socklen_t length = sizeof fault;
     ::getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &fault, &length);
@@ -87,23 +85,14 @@ void Connector::onConnected() {
 }
 
 void Connector::introduce() {
-    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::largest);
+    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxFrame);
     const long user = link->peerUser();
     if (user != -1 && user != static_cast<long>(::geteuid()) && user != 0) {
         problem = "another user listens at the front end's socket";
         nextCandidate = candidates.size();
         return connect();
     }
-    // Whoever closes before it has proved itself was not the front end: somebody may have its port
-    // on another machine.
-    link->start({[this](const AgentRecord& record) { onChallenge(record); },
-                 [this] {
-                     patience.cancel();
-                     problem = "who listens there is not the front end";
-                     connect();
-                 },
-                 {},
-                 {}});
+    link->start(*this);
     hello.nonce = Rendezvous::newSecret();
     greeting = hello.record();
     link->send(greeting);
@@ -112,8 +101,16 @@ void Connector::introduce() {
     });
 }
 
-// Nothing is done for anybody who has not shown to know the secret.
-void Connector::onChallenge(const AgentRecord& record) {
+// A peer that closes before it has proved itself was not the front end: another process may have
+// the front end's port on another machine.
+void Connector::onClosed() {
+    patience.cancel();
+    problem = "who listens there is not the front end";
+    connect();
+}
+
+// The challenge. Nothing is done for a peer that has not shown that it knows the secret.
+void Connector::onRecord(const AgentRecord& record) {
     const AgentChallenge challenge = AgentChallenge::of(record);
     if (!Handshake::equal(challenge.proof, Handshake::proof(Handshake::FRONT_END, secret,
                                                             greeting.body, challenge.nonce)))
@@ -121,5 +118,5 @@ void Connector::onChallenge(const AgentRecord& record) {
     patience.cancel();
     link->send({AgentRecord::PROOF,
                 Handshake::proof(Handshake::AGENT, secret, greeting.body, challenge.nonce)});
-    handle.arrived(std::exchange(link, nullptr));
+    owner.onConnected(std::exchange(link, nullptr));
 }

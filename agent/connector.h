@@ -5,33 +5,36 @@
 #include "backend/wire/agentlink.h"
 #include "backend/wire/rendezvous.h"
 
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 /// The way of an agent to its front end: tries one address after the other, introduces itself, and
 /// lets the front end prove that it knows the secret before it proves the same (Handshake). One
 /// thread.
-class Connector {
+class Connector : private AgentLink::Handler {
   public:
-    struct Handler {
-        /// The front end is there, and knows who this is. The link has no handlers yet.
-        std::function<void(std::shared_ptr<AgentLink> link)> arrived;
+    /// Hears how the connecting ends, by one of these calls, once; from the event loop.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// The front end has proved itself, and knows what the hello says. The owner sets the
+        /// link's handler.
+        virtual void onConnected(std::shared_ptr<AgentLink> link) = 0;
         /// There is no other address to try.
-        std::function<void(const std::string& problem)> failed;
+        virtual void onUnreachable(const std::string& problem) = 0;
     };
 
-    /// Begins at once. What the hello says of this connection and this machine is filled in here.
-    Connector(EventLoop& loop, const Rendezvous& where, AgentHello hello, Handler handler);
-    ~Connector();
+    /// Begins at once. Fills in what the hello says of this connection and this machine. The owner
+    /// must outlive this.
+    Connector(EventLoop& loop, const Rendezvous& where, AgentHello hello, Owner& owner);
+    ~Connector() override;
 
   private:
     EventLoop& loop;
     const std::string secret;
     AgentHello hello;
-    const Handler handle;
+    Owner& owner;
     std::vector<SocketAddress> candidates;
     std::size_t nextCandidate = 0;
     Timer patience;
@@ -39,13 +42,16 @@ class Connector {
     Descriptor socket;
     Stream stream; // of the socket, until it is connected
     std::shared_ptr<AgentLink> link;
-    AgentRecord greeting; // what it said first
+    AgentRecord greeting; // the hello as it was sent
     std::string problem;  // with the address that was tried last
 
     void connect();
     void knock(const SocketAddress& candidate);
     void tryNext(const std::string& why);
-    void onConnected();
+    void whenConnected();
     void introduce();
-    void onChallenge(const AgentRecord& record);
+
+    // AgentLink::Handler
+    void onRecord(const AgentRecord& record) override;
+    void onClosed() override;
 };

@@ -12,35 +12,34 @@
 #include <unistd.h>
 #include <utility>
 
-DebuggerServer::DebuggerServer(EventLoop& eventLoop, const Rendezvous& where,
-                               const AgentHello& hello, Handler handler)
-    : loop(eventLoop), rank(hello.rank), forked(hello.forked), handle(std::move(handler)) {
-    connector =
-        std::make_unique<Connector>(loop, where, hello,
-                                    Connector::Handler{[this](std::shared_ptr<AgentLink> arrived) {
-                                                           onLink(std::move(arrived));
-                                                       },
-                                                       handle.over});
-}
+DebuggerServer::DebuggerServer(EventLoop& eventLoop, int ownNumber, const Rendezvous& where,
+                               const AgentHello& hello, Owner& whose)
+    : loop(eventLoop),
+      number(ownNumber),
+      rank(hello.rank),
+      forked(hello.forked),
+      owner(whose),
+      connector(
+          std::make_unique<Connector>(loop, where, hello, static_cast<Connector::Owner&>(*this))) {}
 
 DebuggerServer::~DebuggerServer() {
     if (!link) return;
-    link->setHandler({}, 0);
+    link->setHandler(nullptr, 0);
     link->close();
 }
 
-void DebuggerServer::onLink(std::shared_ptr<AgentLink> arrived) {
-    link = std::move(arrived);
-    link->setHandler({[this](const AgentRecord& record) { onRecord(record); },
-                      [this] {
-                          link.reset();
-                          handle.over("");
-                      },
-                      {},
-                      [this] {
-                          if (client) client->resume();
-                      }},
-                     AgentRecord::largest);
+void DebuggerServer::onConnected(std::shared_ptr<AgentLink> connected) {
+    link = std::move(connected);
+    link->setHandler(this, AgentRecord::maxFrame);
+}
+
+void DebuggerServer::onClosed() {
+    link.reset();
+    owner.onOver(number, "");
+}
+
+void DebuggerServer::onDrained() {
+    if (client) client->resume();
 }
 
 void DebuggerServer::onRecord(const AgentRecord& record) {
@@ -71,7 +70,8 @@ void DebuggerServer::start(DebuggerStart start) {
     start.inherits = start.attach == 0;
     if (start.throughShells) start.attach = ProcessTree::programOf(start.attach);
     target = start.attach;
-    handle.started(start);
+    sessionNumber = start.client;
+    owner.onStart(number, start);
     try {
         if (target != 0)
             Tracing::checkAttach(target);
@@ -85,25 +85,25 @@ void DebuggerServer::start(DebuggerStart start) {
             tell("forked process " + std::to_string(forked) +
                  " runs on without a debugger: " + error.what());
         send(AgentRecord::ENDED, "");
-        handle.failed();
+        owner.onNoDebugger(number);
     }
 }
 
-void DebuggerServer::onOutput(int /*number*/, std::string_view text) {
+void DebuggerServer::onOutput(int /*client*/, std::string_view text) {
     send(AgentRecord::OUTPUT, std::string(text));
-    handle.output(text);
+    owner.onOutput(number, text);
 }
 
-bool DebuggerServer::mayRead(int /*number*/) { return !link || !link->congested(); }
+bool DebuggerServer::mayRead(int /*client*/) { return !link || !link->congested(); }
 
-void DebuggerServer::onPrompt(int /*number*/) {
+void DebuggerServer::onPrompt(int /*client*/) {
     if (!std::exchange(prompted, true) && target != 0) {
         if (client->holds())
             send(AgentRecord::HOLDS, "");
         else if (forked != 0 && ProcessTree::parentOf(target) != 0)
             tell("forked process " + std::to_string(target) +
                  " runs on without a debugger: the debugger could not attach");
-        handle.prompted();
+        owner.onAttachDone(number);
     }
     send(AgentRecord::PROMPT, "");
 }

@@ -4,33 +4,42 @@
 #include "backend/clients/localclient.h"
 #include "backend/os/eventloop.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 
 /// One debugger that an agent runs, and its own connection to the front end, which says what to do
-/// and gets what the debugger says. One thread; the handlers run from the event loop.
-class DebuggerServer : public Client::Listener {
+/// and gets what the debugger says. One thread.
+class DebuggerServer : public Client::Listener,
+                       private Connector::Owner,
+                       private AgentLink::Handler {
   public:
-    struct Handler {
-        /// The debugger may start: what the front end wants of it.
-        std::function<void(const DebuggerStart& start)> started;
+    /// Hears of the servers of an agent, by their numbers there; from the event loop.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// The debugger is about to be started, as the front end wants it.
+        virtual void onStart(int server, const DebuggerStart& start) = 0;
         /// The debugger printed something.
-        std::function<void(std::string_view text)> output;
-        /// The debugger holds what it was to attach to, or has found that it cannot.
-        std::function<void()> prompted;
+        virtual void onOutput(int server, std::string_view text) = 0;
+        /// The debugger holds the process that it was to attach to, or could not attach.
+        virtual void onAttachDone(int server) = 0;
         /// There will be no debugger.
-        std::function<void()> failed;
+        virtual void onNoDebugger(int server) = 0;
         /// The connection is over, or could not be made: then with a problem.
-        std::function<void(const std::string& problem)> over;
+        virtual void onOver(int server, const std::string& problem) = 0;
     };
 
-    /// Connects at once.
-    DebuggerServer(EventLoop& loop, const Rendezvous& where, const AgentHello& hello,
-                   Handler handler);
+    /// Connects at once. The owner must outlive this.
+    DebuggerServer(EventLoop& loop, int number, const Rendezvous& where, const AgentHello& hello,
+                   Owner& owner);
     ~DebuggerServer() override;
+
+    /// The debugger's client in the session; 0 before onStart.
+    int clientNumber() const { return sessionNumber; }
+    /// Whether the debugger attaches to its program; known from onStart on.
+    bool attaches() const { return target != 0; }
 
     /// Looks whether the debugger has ended, and tells the front end then.
     bool ended();
@@ -44,23 +53,32 @@ class DebuggerServer : public Client::Listener {
 
   private:
     EventLoop& loop;
-    const int rank; // that the launcher has told; -1: none
-    const pid_t forked;
-    const Handler handle;
+    const int number;   // among the agent's servers
+    const int rank;     // as the launcher has told it; -1: it has not
+    const pid_t forked; // the process that a task has forked; 0: the server is for a task
+    Owner& owner;
     std::unique_ptr<Connector> connector;
     std::shared_ptr<AgentLink> link; // null: not yet, or not any more
     std::unique_ptr<LocalClient> client;
-    pid_t target = 0; // what the debugger attaches to
+    int sessionNumber = 0; // of the debugger's client
+    pid_t target = 0;      // the process to attach to; 0: none
     bool prompted = false;
 
-    void onLink(std::shared_ptr<AgentLink> arrived);
-    void onRecord(const AgentRecord& record);
     void start(DebuggerStart start);
     void tellIdentity();
     void send(AgentRecord::Type type, const std::string& body);
 
     // Client::Listener
-    void onOutput(int number, std::string_view text) override;
-    void onPrompt(int number) override;
-    bool mayRead(int number) override;
+    void onOutput(int client, std::string_view text) override;
+    void onPrompt(int client) override;
+    bool mayRead(int client) override;
+
+    // Connector::Owner
+    void onConnected(std::shared_ptr<AgentLink> connected) override;
+    void onUnreachable(const std::string& problem) override { owner.onOver(number, problem); }
+
+    // AgentLink::Handler
+    void onRecord(const AgentRecord& record) override;
+    void onClosed() override;
+    void onDrained() override;
 };

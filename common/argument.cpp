@@ -2,8 +2,8 @@
 
 #include "common/catalog.h"
 #include "common/error.h"
+#include "common/wholenumber.h"
 
-#include <charconv>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -14,10 +14,7 @@ namespace {
 std::optional<int> parseInteger(std::string_view word) {
     if (word.empty()) return 0;
     if (word.find_first_not_of("0123456789") != word.npos) return std::nullopt;
-    int number = 0;
-    const auto result = std::from_chars(word.data(), word.data() + word.size(), number);
-    if (result.ec != std::errc()) return std::nullopt;
-    return number;
+    return wholeNumber<int>(word);
 }
 
 } // namespace

@@ -57,8 +57,8 @@ void findTargets(Options& options) {
     for (const std::string& note : running.notes())
         std::fprintf(stderr, "vex: %s\n", note.c_str());
     if (options.targets.empty()) throw std::runtime_error("there is no task to attach to.");
-    if (options.targets.size() > Options::maxTasks)
-        throw std::runtime_error("that are more than " + std::to_string(Options::maxTasks) +
+    if (options.targets.size() > Limits::maxTasks)
+        throw std::runtime_error("that are more than " + std::to_string(Limits::maxTasks) +
                                  " tasks.");
     bool remote = false;
     for (const Target& target : options.targets) {
@@ -85,7 +85,7 @@ void prepareLaunch(Options& options) {
         if (!file)
             throw std::runtime_error("cannot read the host file '" + options.hosts +
                                      "': " + std::strerror(errno));
-        options.hostOfTask = HostFile::read(file, options.hosts, Options::maxTasks);
+        options.hostOfTask = HostFile::read(file, options.hosts, Limits::maxTasks);
     } else if (fs::path(launcher).filename() == "ssh") {
         throw std::runtime_error("ssh needs the hosts of the tasks: --hosts FILE, one a line.");
     }

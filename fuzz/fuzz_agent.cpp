@@ -7,7 +7,7 @@
 
 // What comes on an agent's connection, at either end.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    FrameReader reader(AgentRecord::largestHello);
+    FrameReader reader(AgentRecord::maxHello);
     reader.feed(textOf(bytes, size));
     try {
         while (const auto body = reader.body()) {

@@ -1,31 +1,21 @@
 #include "backend/clients/identity.h"
 
 #include "backend/os/processtree.h"
+#include "backend/os/rankvariables.h"
+#include "backend/os/thismachine.h"
 #include "backend/os/tracing.h"
-
-#include <climits>
 
 #include <filesystem>
 #include <iterator>
 #include <sstream>
-#include <string_view>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
 // The launchers' own variables first: a job under one of them may itself run under a session.
 std::string rankOf(pid_t pid) {
-    const std::string environment = std::string(1, '\0') + ProcessTree::fileOf(pid, "environ");
-    for (const char* name :
-         {"OMPI_COMM_WORLD_RANK", "PMIX_RANK", "PMI_RANK", "SLURM_PROCID", "VEX_TASK"}) {
-        const std::string key = std::string(1, '\0') + name + "=";
-        const std::size_t at = environment.find(key);
-        if (at == std::string::npos) continue;
-        const std::size_t begin = at + key.size();
-        return environment.substr(begin, environment.find('\0', begin) - begin);
-    }
-    return "";
+    if (const int rank = RankVariables::rankOf(pid); rank >= 0) return std::to_string(rank);
+    return ProcessTree::variable(pid, "VEX_TASK").value_or("");
 }
 
 std::vector<pid_t> childrenOf(pid_t pid) {
@@ -37,9 +27,7 @@ std::vector<pid_t> childrenOf(pid_t pid) {
 
 Identity Identity::ofProcess(pid_t pid) {
     Identity result;
-    char name[HOST_NAME_MAX + 1] = "";
-    ::gethostname(name, sizeof name - 1);
-    result.host = name;
+    result.host = ThisMachine::hostName();
     if (pid <= 0) return result;
     result.pid = pid;
     result.rank = rankOf(pid);

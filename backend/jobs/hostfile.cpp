@@ -1,19 +1,18 @@
 #include "backend/jobs/hostfile.h"
 
+#include "common/wholenumber.h"
+
 #include <algorithm>
-#include <charconv>
 #include <sstream>
 #include <stdexcept>
 
 namespace {
 
-// How often a task runs there; throws when it is no number from 1 up.
+// How many tasks run on the host; throws when the text is no number from 1 up.
 std::size_t count(const std::string& text) {
-    std::size_t number = 0;
-    const auto [stop, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (fault != std::errc() || stop != text.data() + text.size() || number == 0)
-        throw std::runtime_error("'" + text + "' is no number of tasks");
-    return number;
+    const auto number = wholeNumber<std::size_t>(text);
+    if (number.value_or(0) == 0) throw std::runtime_error("'" + text + "' is no number of tasks");
+    return *number;
 }
 
 // Takes the number from "host:n" and the brackets from "[address]".
@@ -51,7 +50,7 @@ std::size_t addLine(std::string& line, std::string& host) {
 } // namespace
 
 std::vector<std::string> HostFile::read(std::istream& in, const std::string& name,
-                                        std::size_t most) {
+                                        std::size_t maxTasks) {
     std::vector<std::string> hosts;
     int lineNo = 0;
     for (std::string line, host; std::getline(in, line);) {
@@ -63,8 +62,8 @@ std::vector<std::string> HostFile::read(std::istream& in, const std::string& nam
             throw std::runtime_error(place + error.what() +
                                      "; a line is: host, host:n or host slots=n");
         }
-        if (number > most - hosts.size())
-            throw std::runtime_error(place + "that are more than " + std::to_string(most) +
+        if (number > maxTasks - hosts.size())
+            throw std::runtime_error(place + "that are more than " + std::to_string(maxTasks) +
                                      " tasks.");
         hosts.insert(hosts.end(), number, host);
     }

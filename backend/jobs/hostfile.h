@@ -10,7 +10,7 @@
 namespace HostFile {
 
 /// The host of each task, in the order of the file. Throws std::runtime_error that names the line,
-/// also when there is no host or there are more than `most` tasks.
-std::vector<std::string> read(std::istream& in, const std::string& name, std::size_t most);
+/// also when there is no host or there are more than `maxTasks` tasks.
+std::vector<std::string> read(std::istream& in, const std::string& name, std::size_t maxTasks);
 
 } // namespace HostFile

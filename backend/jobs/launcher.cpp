@@ -16,8 +16,8 @@
 
 namespace {
 
-// A line of this length is handed over in pieces.
-constexpr std::size_t longLine = 4096;
+// In bytes; a longer line is handed over in pieces.
+constexpr std::size_t maxLine = 4096;
 
 } // namespace
 
@@ -34,7 +34,7 @@ Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const 
     what.argv = argv;
     what.input = toIt.reader.get();
     what.output = fromIt.writer.get();
-    // It has files of its own to remove.
+    // A launcher has files of its own to remove.
     what.orphan = ChildProcess::Start::TERMINATED;
     process.start(what);
     pipe = std::move(fromIt.reader);
@@ -58,12 +58,12 @@ bool Launcher::readSome() {
     partial.append(buffer.data(), static_cast<std::size_t>(got));
     for (;;) {
         const std::size_t end = partial.find('\n');
-        if (end == std::string::npos && partial.size() < longLine) break;
-        std::string line = partial.substr(0, std::min(end, longLine));
+        if (end == std::string::npos && partial.size() < maxLine) break;
+        std::string line = partial.substr(0, std::min(end, maxLine));
         partial.erase(0, line.size() + (end == line.size() ? 1 : 0));
         while (line.ends_with('\r') || line.ends_with(' '))
             line.pop_back();
-        if (!line.empty()) handle.said(line);
+        if (!line.empty()) handle.line(line);
     }
     return true;
 }
@@ -72,7 +72,7 @@ void Launcher::collect() {
     if (process.poll() != ChildProcess::ENDED) return;
     // A process that it has started may keep the pipe open, so the pipe's end is not waited for.
     drain(pipe.get(), [this] { return readSome(); });
-    if (!partial.empty()) handle.said(std::exchange(partial, {}));
+    if (!partial.empty()) handle.line(std::exchange(partial, {}));
     output.release();
     pipe.reset();
     handle.ended(ChildProcess::describe(process.status(), "was ended by "));

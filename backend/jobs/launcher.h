@@ -11,42 +11,43 @@
 #include <string>
 #include <vector>
 
-/// One process of the user's launcher, mpirun or an ssh, in a session of its own: the keys of the
+/// A process of the user's launcher (mpirun or ssh, say) in a session of its own: the keys of the
 /// terminal do not reach it. Kills it when destroyed. One thread; the handlers run from the event
 /// loop, or from collect.
 class Launcher {
   public:
     struct Handler {
-        /// One line that it printed.
-        std::function<void(const std::string& line)> said;
-        /// It has ended, and all that it printed was handed over.
+        /// The launcher printed a line.
+        std::function<void(const std::string& line)> line;
+        /// The launcher has ended, and all that it printed was handed over; how it ended goes
+        /// behind its name in a sentence.
         std::function<void(const std::string& how)> ended;
     };
 
-    /// Starts it, with a short text as its standard input. Throws std::system_error.
+    /// Starts the launcher, with a short text as its standard input. Throws std::system_error.
     Launcher(EventLoop& loop, const std::vector<std::string>& argv, const std::string& input,
              Handler handler);
     ~Launcher();
 
-    /// Looks whether it has ended; call it on SIGCHLD.
+    /// Looks whether the launcher has ended; call it on SIGCHLD.
     void collect();
-    /// Makes it end; collect sees that.
+    /// Makes the launcher end; collect sees that.
     void kill() const { process.signal(SIGKILL); }
     pid_t pid() const { return process.pid(); }
     bool running() const { return process.running(); }
 
-    /// Cuts a command line into words as a shell does: quotes, backslashes, variables, "~" and
-    /// patterns, but neither commands nor anything that is no word. Throws std::runtime_error.
+    /// Cuts a command line into words as a shell does, with quotes, backslashes, variables, "~" and
+    /// patterns. Throws std::runtime_error for commands in it and for anything that is no word.
     static std::vector<std::string> split(const std::string& line);
-    /// One word of a shell's command line: ssh has its words read by a shell on the other side. One
-    /// without special characters stays as it is, for launchers that have none there.
+    /// A word of a shell's command line: ssh has its words read by a shell on the other side. A
+    /// word without special characters stays as it is, for launchers without a shell there.
     static std::string quoted(const std::string& word);
 
   private:
     Handler handle;
-    Descriptor pipe; // from it
-    Stream output;   // of the pipe
-    std::string partial;
+    Descriptor pipe;     // of the launcher's output
+    Stream output;       // of the pipe
+    std::string partial; // of a line
     ChildProcess process;
 
     void waitToRead();

@@ -2,12 +2,12 @@
 
 #include "backend/wire/rendezvous.h"
 
-/// Which task of the job an agent is for.
+/// Which task of a job an agent is for. A value.
 struct Rank {
-    int rank = -1; // -1: nobody has told
-    int size = -1;
+    int number = -1;  // -1: not told
+    int jobSize = -1; // how many tasks the job has; -1: not told
 
-    /// What the rendezvous says, else what the launcher has put into the environment: Open MPI's,
-    /// MPICH's (PMI) or Slurm's variables.
+    /// What the rendezvous says, else what the launcher has put into this process's environment
+    /// (RankVariables).
     static Rank find(const Rendezvous& where);
 };

@@ -1,6 +1,6 @@
 #include "backend/jobs/remotetasks.h"
 
-#include "backend/jobs/launcher.h"
+#include "backend/jobs/logins.h"
 #include "backend/os/eventloop.h"
 #include "backend/os/processtree.h"
 #include "backend/os/signals.h"
@@ -9,35 +9,32 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <memory>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
 
 namespace {
 
-// Logins that may be under way at a time: a host turns more away.
-constexpr std::size_t mostLogins = 8;
-
-// Asks all hosts, some at a time.
-class Search {
+// Asks all process managers of a job, some at a time.
+class Search : private Logins::Owner {
   public:
     Search(RunningJob& running, const std::vector<std::string>& rsh, const std::string& path)
         : job(running),
           words(rsh),
           agent(path),
           signals(loop, {SIGCHLD, SIGINT},
-                  [this](int number) { number == SIGCHLD ? collect() : giveUp(); }),
-          patience(loop) {}
-    ~Search() { std::signal(SIGINT, SIG_IGN); }
+                  [this](int number) { number == SIGCHLD ? logins.collect() : giveUp(); }),
+          patience(loop),
+          logins(loop, job.managers().size(), std::nullopt, *this) {}
+    ~Search() override { std::signal(SIGINT, SIG_IGN); }
 
     void run() {
         sayWhoIsMissing();
-        next();
+        logins.startNext();
         loop.run();
-        if (given) throw std::runtime_error("the search for the tasks was given up");
+        if (givenUp) throw std::runtime_error("the search for the tasks was given up");
     }
 
   private:
@@ -46,63 +43,55 @@ class Search {
     const std::string& agent;
     EventLoop loop;
     Signals signals;
-    Timer patience;     // of the user
-    bool given = false; // up
-    std::set<std::string> missing;
-    std::vector<std::unique_ptr<Launcher>> launchers;
-    std::size_t ended = 0;
+    Timer patience; // of the user
+    Logins logins;  // one for each manager
+    bool givenUp = false;
 
-    // What is said of one may start another.
-    void collect() {
-        for (std::size_t i = 0; i < launchers.size(); ++i)
-            launchers[i]->collect();
-    }
-    void next() {
-        const auto& managers = job.managers();
-        while (launchers.size() < managers.size() && launchers.size() < ended + mostLogins) {
-            const auto& [host, name] = managers[launchers.size()];
-            missing.insert(host);
-            std::vector<std::string> argv = words;
-            argv.insert(argv.end(),
-                        {host, Launcher::quoted(agent), "--tasks-of", Launcher::quoted(name)});
-            launchers.push_back(std::make_unique<Launcher>(
-                loop, argv, "",
-                Launcher::Handler{
-                    [this, where = host](const std::string& line) { hear(where, line); },
-                    [this, where = host](const std::string& how) { over(where, how); }}));
-        }
-        if (ended == managers.size()) loop.stop();
-    }
+    const std::string& hostOf(std::size_t manager) const { return job.managers()[manager].host; }
+
     void giveUp() {
-        given = true;
+        givenUp = true;
         loop.stop();
     }
     void sayWhoIsMissing() {
         patience.after(std::chrono::seconds(10), [this] {
+            std::set<std::string> missing;
+            for (std::size_t i = 0; i < logins.count(); ++i) {
+                if (logins.underWay(i)) missing.insert(hostOf(i));
+            }
             for (const std::string& host : missing)
                 std::fprintf(stderr, "vex: no answer yet from host %s; Ctrl-C gives up\n",
                              host.c_str());
             sayWhoIsMissing();
         });
     }
-    void hear(const std::string& host, const std::string& line) {
+
+    // Logins::Owner
+    Logins::Command commandOf(std::size_t login) override {
+        const auto& [host, name] = job.managers()[login];
+        std::vector<std::string> argv = words;
+        argv.insert(argv.end(),
+                    {host, Launcher::quoted(agent), "--tasks-of", Launcher::quoted(name)});
+        return {argv, ""};
+    }
+    void onLine(std::size_t login, const std::string& line) override {
         std::istringstream text(line);
         std::string word, program;
         int rank = -1;
         pid_t pid = 0;
         if (text >> word >> rank >> pid && word == "task" && pid > 0 &&
             std::getline(text >> std::ws, program))
-            job.addRemote({rank, pid, host, program});
+            job.addRemote({rank, pid, hostOf(login), program});
         else
-            std::fprintf(stderr, "vex: %s: %s\n", host.c_str(), line.c_str());
+            std::fprintf(stderr, "vex: %s: %s\n", hostOf(login).c_str(), line.c_str());
     }
-    void over(const std::string& host, const std::string& how) {
+    void onEnded(std::size_t login, const std::string& how) override {
         if (how != "ended with status 0")
-            std::fprintf(stderr, "vex: the tasks of host %s are left out: %s %s\n", host.c_str(),
-                         words[0].c_str(), how.c_str());
-        missing.erase(host);
-        ++ended;
-        next();
+            std::fprintf(stderr, "vex: the tasks of host %s are left out: %s %s\n",
+                         hostOf(login).c_str(), words[0].c_str(), how.c_str());
+        logins.finish(login);
+        logins.startNext();
+        if (logins.allFinished()) loop.stop();
     }
 };
 

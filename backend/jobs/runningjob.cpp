@@ -2,18 +2,16 @@
 
 #include "backend/jobs/mpir.h"
 #include "backend/os/processtree.h"
+#include "backend/os/rankvariables.h"
 #include "backend/os/text.h"
+#include "backend/os/thismachine.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <charconv>
-#include <cstring>
-#include <ifaddrs.h>
 #include <iterator>
 #include <netinet/in.h>
 #include <set>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace {
 
@@ -46,38 +44,8 @@ std::string canonicalAddress(const std::string& text) {
 }
 
 bool isOwnAddress(const std::string& address) {
-    ifaddrs* first = nullptr;
-    if (::getifaddrs(&first) == -1) return false;
-    bool own = false;
-    for (const ifaddrs* each = first; each; each = each->ifa_next) {
-        if (!each->ifa_addr) continue;
-        char text[INET6_ADDRSTRLEN] = "";
-        const int family = each->ifa_addr->sa_family;
-        if (family == AF_INET) {
-            sockaddr_in socket;
-            std::memcpy(&socket, each->ifa_addr, sizeof socket);
-            ::inet_ntop(family, &socket.sin_addr, text, sizeof text);
-        } else if (family == AF_INET6) {
-            sockaddr_in6 socket;
-            std::memcpy(&socket, each->ifa_addr, sizeof socket);
-            ::inet_ntop(family, &socket.sin6_addr, text, sizeof text);
-        }
-        own |= address == text;
-    }
-    ::freeifaddrs(first);
-    return own;
-}
-
-// The number of a task in its job, as the launcher has told it; -1: it has none.
-int rankOf(pid_t task) {
-    for (const char* name : {"OMPI_COMM_WORLD_RANK", "PMIX_RANK", "PMI_RANK", "SLURM_PROCID"}) {
-        const auto value = ProcessTree::variable(task, name);
-        int rank = -1;
-        if (value &&
-            std::from_chars(value->data(), value->data() + value->size(), rank).ec == std::errc())
-            return rank;
-    }
-    return -1;
+    return std::ranges::count(ThisMachine::addresses(), address, &ThisMachine::Address::figures) >
+           0;
 }
 
 } // namespace
@@ -86,11 +54,11 @@ bool RunningJob::isThisMachine(const std::string& host) {
     if (host == "localhost") return true;
     if (const std::string address = canonicalAddress(host); !address.empty())
         return isOwnAddress(address);
-    char name[256] = "";
-    if (::gethostname(name, sizeof name - 1) == -1) return false;
-    // One of the two may be without its domain.
-    return host == name || ((host.find('.') == std::string::npos || !std::strchr(name, '.')) &&
-                            shortName(host) == shortName(name));
+    const std::string own = ThisMachine::hostName();
+    if (own.empty()) return false;
+    // Either name may be without its domain.
+    return host == own || ((host.find('.') == std::string::npos || own.find('.') == own.npos) &&
+                           shortName(host) == shortName(own));
 }
 
 void RunningJob::add(const Target& target) {
@@ -101,7 +69,7 @@ void RunningJob::add(const Target& target) {
         throw std::runtime_error("process " + std::to_string(target.pid) +
                                  (target.host.empty() ? "" : " of " + target.host) +
                                  " is named twice.");
-    // It would be an option of the command that it is given to.
+    // Such a host would be an option of the command that it is given to.
     if (target.host.starts_with('-')) throw std::runtime_error("'" + target.host + "' is no host.");
     found.push_back(target);
 }
@@ -128,7 +96,7 @@ void RunningJob::addEntries(const TALConfig& config) {
 
 bool RunningJob::addTable(pid_t launcher) {
     const std::vector<Mpir::Entry> table = Mpir::tableOf(launcher);
-    // Of a srun that has started MPICH's managers: those are not the tasks.
+    // The table of an srun that has started MPICH's managers names these and not the tasks.
     if (!table.empty() && Text::baseName(table[0].executable) == manager) return false;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const int rank = static_cast<int>(i);
@@ -145,7 +113,7 @@ bool RunningJob::addByManagers(const std::vector<pid_t>& processes) {
     for (pid_t each : processes) {
         if (ProcessTree::nameOf(each) != manager) continue;
         for (pid_t task : ProcessTree::children(each))
-            add({rankOf(task), ProcessTree::programOf(task)});
+            add({RankVariables::rankOf(task), ProcessTree::programOf(task)});
     }
     return found.size() > before;
 }
@@ -165,15 +133,15 @@ void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
             words, [](const std::string& word) { return word.find(manager) != word.npos; });
         if (at - words.begin() < 2 || at == words.end() || at[-1].starts_with('-')) continue;
         // Also a wrapper around ssh has these words.
-        const Manager one{at[-1], nameIn(words)};
-        if (std::ranges::find(elsewhere, one) == elsewhere.end()) elsewhere.push_back(one);
+        const Manager there{at[-1], nameIn(words)};
+        if (std::ranges::find(elsewhere, there) == elsewhere.end()) elsewhere.push_back(there);
     }
 }
 
 bool RunningJob::addByRank(const std::vector<pid_t>& processes) {
     const std::size_t before = found.size();
     for (pid_t id : processes) {
-        const int rank = rankOf(id);
+        const int rank = RankVariables::rankOf(id);
         // What a task has started inherits its rank; the task itself comes first.
         if (rank >= 0 && std::ranges::find(found, rank, &Target::rank) == found.end())
             add({rank, ProcessTree::programOf(id)});

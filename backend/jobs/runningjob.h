@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// Finds the tasks of a job that runs already. What it leaves out it says in notes for the user.
+/// Finds the tasks of a job that runs already. Its notes tell the user what it leaves out.
 class RunningJob {
   public:
     /// Whether a name or address of a host stands for this machine.
@@ -15,7 +15,7 @@ class RunningJob {
 
     explicit RunningJob(IsHere isHere = isThisMachine) : here(std::move(isHere)) {}
 
-    /// Adds processes by their ids. Throws std::runtime_error for one that is named twice.
+    /// Adds processes by their ids. Throws std::runtime_error for a process that is named twice.
     void addPids(const std::vector<pid_t>& pids);
     /// Adds the entries of an attach file that have a process.
     void addEntries(const TALConfig& config);
@@ -25,7 +25,7 @@ class RunningJob {
     /// that process and has a rank in its environment. Throws std::runtime_error when none is
     /// found.
     void addJob(pid_t launcher);
-    /// Adds what the process manager of this machine has started that has this name.
+    /// Adds the tasks of the process manager of this name on this machine.
     void addManaged(const std::string& manager);
     /// Adds a task of another host.
     void addRemote(const Target& target) { add(target); }
@@ -36,7 +36,7 @@ class RunningJob {
         std::string name; // where its launcher listens, and its number: "host:port/1"
         bool operator==(const Manager&) const = default;
     };
-    /// Those of the job that was added, whose tasks only they know.
+    /// The process managers on other hosts of the job that was added: they alone know their tasks.
     const std::vector<Manager>& managers() const { return elsewhere; }
 
     /// The tasks, those with a rank in the order of their ranks.

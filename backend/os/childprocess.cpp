@@ -1,12 +1,11 @@
 #include "backend/os/childprocess.h"
 
 #include "backend/os/limits.h"
-#include "common/descriptor.h"
+#include "backend/os/pipe.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <linux/close_range.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
@@ -44,14 +43,14 @@ void become(char* const* argv, char* const* environment, const ChildProcess::Sta
     Limits::restoreDescriptors();
     const bool interrupted = what.orphan == ChildProcess::Start::INTERRUPTED;
     const bool piped = what.input != -1;
-    // A console, which shares the terminal of its foreground, ends with it.
+    // A child that shares the terminal ends with its parent.
     if (!piped && what.terminal == -1) {
         if (::prctl(PR_SET_PDEATHSIG, SIGTERM) == -1) return;
         if (::getppid() != parent) ::_exit(1);
     }
     if (piped || what.terminal != -1) {
-        // The terminal's hang-up reaches the debugger when the front end is gone; this also reaches
-        // one that has stopped listening.
+        // The terminal's hang-up reaches the debugger when the front end is gone; this signal also
+        // reaches a debugger that no longer heeds the hang-up.
         if (::prctl(PR_SET_PDEATHSIG, deathSignal(what.orphan)) == -1) return;
         if (interrupted) std::signal(SIGHUP, SIG_IGN);
         if (::getppid() != parent) ::_exit(1);
@@ -97,24 +96,22 @@ void ChildProcess::start(const Start& what) {
     argv.push_back(nullptr);
 
     // Carries errno when exec fails, and closes by itself when it does not.
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) == -1) fail(errno, "cannot make a pipe");
-    Descriptor reader(ends[0]), writer(ends[1]);
+    Pipe report;
     const pid_t parent = ::getpid();
     const pid_t child = ::fork();
     if (child == -1) fail(errno, "cannot start a process");
     if (child == 0) {
         become(argv.data(), environment.data(), what, parent);
         const int reason = errno;
-        (void)!::write(writer.get(), &reason, sizeof reason);
+        (void)!::write(report.writer.get(), &reason, sizeof reason);
         ::_exit(127);
     }
     id = child;
-    writer.reset();
+    report.writer.reset();
     int reason = 0;
     ssize_t got;
     do
-        got = ::read(reader.get(), &reason, sizeof reason);
+        got = ::read(report.reader.get(), &reason, sizeof reason);
     while (got == -1 && errno == EINTR);
     if (got != sizeof reason) return;
     while (::waitpid(id, &waitStatus, 0) == -1 && errno == EINTR) {

@@ -17,16 +17,16 @@ class ChildProcess {
         /// The terminal of a session of its own; -1: stays on the terminal and in the session of
         /// this process.
         int terminal = -1;
-        /// What happens to one with a terminal of its own when this process ends. INTERRUPTED: it
-        /// gets SIGINT, and no SIGHUP from the terminal; the end of its input tells it. TERMINATED:
-        /// it gets SIGTERM.
+        /// What happens to a child in a session of its own when this process ends. KILLED: the
+        /// child gets SIGKILL. INTERRUPTED: it gets SIGINT, and no SIGHUP from the terminal; the
+        /// end of its input tells it. TERMINATED: it gets SIGTERM.
         enum Orphan { KILLED, INTERRUPTED, TERMINATED } orphan = KILLED;
-        /// In a session of its own without a terminal: its standard input and its outputs; -1: as
-        /// those of this process.
+        /// The standard input and both outputs of a child in a session of its own without a
+        /// terminal; -1: the child has those of this process.
         int input = -1;
         int output = -1;
-        /// In a session of its own: whether it gets the other descriptors that are open here and
-        /// not marked to close.
+        /// Whether a child in a session of its own gets the other descriptors that are open here
+        /// and not marked to close.
         bool inherits = false;
     };
 
@@ -35,23 +35,23 @@ class ChildProcess {
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// Starts it, with all signals at their defaults. Throws std::system_error when it cannot be
-    /// started.
+    /// Starts the child, with all signals at their defaults. Throws std::system_error when it
+    /// cannot be started.
     void start(const Start& what);
     /// Process id; -1 before start.
     pid_t pid() const { return id; }
     bool running() const { return id > 0 && !ended; }
-    /// What became of it: looks, and does not wait.
+    /// What became of the child: looks, and does not wait.
     enum Event { NOTHING, STOPPED, ENDED };
     Event poll();
     /// As waitpid gave it; valid after poll has said ENDED.
     int status() const { return waitStatus; }
     /// What such a status tells: "ended with status 3", or `bySignal` and the signal's name.
     static std::string describe(int status, const std::string& bySignal);
-    /// Does nothing when it has ended.
+    /// Sends the child a signal; does nothing when the child has ended.
     void signal(int number) const;
-    /// The same to all of its process group, as the key of a terminal does it. Only for one with a
-    /// terminal of its own: the group of any other is this process's.
+    /// The same to all of the child's process group, as the key of a terminal does it. Only for a
+    /// child in a session of its own: the group of any other is this process's.
     void signalGroup(int number) const;
 
   private:

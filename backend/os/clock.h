@@ -7,19 +7,19 @@ using Clock = std::chrono::steady_clock;
 
 namespace Wait {
 
-/// Output waits at most so long for more of its kind before it is sent.
+/// Output waits at most this long for more of its kind before it is sent.
 constexpr auto window = std::chrono::milliseconds(200);
-/// A line without its end may still get it; after so long it is shown as it is, unless it is a
+/// A line without its end may still get it; after this time it is shown as it is, unless it is a
 /// question.
 constexpr auto halfLine = std::chrono::milliseconds(500);
-/// An interrupt is answered after so long at the latest, stopped or not.
+/// An interrupt is answered after this time at the latest, even when clients have not stopped.
 constexpr auto interrupt = std::chrono::milliseconds(1000);
-/// A client that got an interrupt gets no other before this time has passed.
+/// A client that got an interrupt gets no other one before this time has passed.
 constexpr auto again = std::chrono::milliseconds(500);
 /// A client whose command ended just as the interrupt came shows a second prompt within this time.
 constexpr auto settle = std::chrono::milliseconds(150);
 
-/// After so long it is said who has not answered yet.
+/// After this time the console is told which clients have not answered yet.
 constexpr auto answer = std::chrono::seconds(5);
 
 } // namespace Wait

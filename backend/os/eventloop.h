@@ -17,14 +17,14 @@ class EventLoop {
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
 
-    /// Until it is stopped, or nothing is left to wait for.
+    /// Comes back when the loop is stopped, or nothing is left to wait for.
     void run();
     /// Makes run come back, after the task at hand.
     void stop();
     /// Runs the task in a later turn, never from within this call.
     void post(Task task);
 
-    /// Of the library behind it, for what is built on the loop in this folder.
+    /// What the library behind the loop keeps, for the classes of this folder that stand on it.
     struct Context;
     Context& context() { return *impl; }
 
@@ -32,7 +32,8 @@ class EventLoop {
     const std::unique_ptr<Context> impl;
 };
 
-/// Calls once at a time. Not before run, never from within a call. One thread.
+/// Calls a function once, when a time has come; from the event loop, never from within a call. One
+/// thread.
 class Timer {
   public:
     explicit Timer(EventLoop& loop);
@@ -43,7 +44,7 @@ class Timer {
 
     /// Calls `then` after this time, in place of what was set before.
     void after(Clock::duration time, EventLoop::Task then);
-    /// The same at a time.
+    /// The same at a point in time.
     void at(Clock::time_point time, EventLoop::Task then);
     /// Forgets what was set.
     void cancel();

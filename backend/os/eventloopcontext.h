@@ -4,7 +4,7 @@
 
 #include <asio/io_context.hpp>
 
-/// For the sources of this folder alone: no other one names the library.
+/// For the sources of this folder alone: no other source names the library.
 struct EventLoop::Context {
     asio::io_context io;
 };

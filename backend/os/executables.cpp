@@ -18,7 +18,7 @@ bool isExecutable(const std::string& path) {
            ::access(path.c_str(), X_OK) == 0;
 }
 
-// A program that is installed together with this one.
+// A program that is installed together with this program.
 std::string companion(const std::string& name, const std::string& option) {
     std::error_code fault;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", fault);
@@ -39,7 +39,7 @@ std::string headOf(const std::string& path) {
     return head;
 }
 
-// A debugger would say it once for each task, and in its own words.
+// A debugger would say what is wrong once for each task, and in its own words.
 void checkFormat(const std::string& path, const std::string& name) {
     const std::string head = headOf(path), own = headOf("/proc/self/exe");
     if (head.empty()) return; // it may be executed and not read

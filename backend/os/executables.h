@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-/// Finding programs before they are needed, so that what is missing is said in one sentence.
+/// Finds programs before they are needed, so that one sentence tells the user what is missing.
 namespace Executables {
 
 /// The file that a name stands for: the path itself when it has a slash, else the first such
@@ -12,10 +12,10 @@ std::optional<std::string> find(const std::string& name);
 /// The program to debug: a path, else a file of the working directory, else one in PATH. Throws
 /// std::runtime_error with a sentence for the user.
 std::string program(const std::string& name);
-/// The console: the given one, else the one beside this program, else the one in PATH. Throws
+/// The console program: as given, else beside this program, else in PATH. Throws
 /// std::runtime_error with a sentence for the user.
 std::string console(const std::string& given);
-/// The agent: the one beside this program, else the one in PATH, as an absolute path. Throws
+/// The agent: beside this program, else in PATH, as an absolute path. Throws
 /// std::runtime_error with a sentence for the user.
 std::string agent();
 /// The debugger. Throws std::runtime_error with a sentence for the user.

@@ -28,9 +28,10 @@ Limits::Facts Limits::facts() {
     rlimit limit{};
     facts.descriptors =
         ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : rlim_t(RLIM_INFINITY);
-    const auto most = numberIn("/proc/sys/kernel/pty/max");
+    const auto maxTerminals = numberIn("/proc/sys/kernel/pty/max");
     const auto used = numberIn("/proc/sys/kernel/pty/nr");
-    facts.terminals = most && used ? std::max(0L, *most - *used) : std::numeric_limits<long>::max();
+    facts.terminals = maxTerminals && used ? std::max(0L, *maxTerminals - *used)
+                                           : std::numeric_limits<long>::max();
     return facts;
 }
 
@@ -50,8 +51,8 @@ std::optional<std::string> Limits::refusal(int tasks, const Facts& facts, int ru
 
 void Limits::liftDescriptors() {
     if (lifted || ::getrlimit(RLIMIT_NOFILE, &before) == -1) return;
-    const rlimit most{before.rlim_max, before.rlim_max};
-    lifted = ::setrlimit(RLIMIT_NOFILE, &most) == 0;
+    const rlimit raised{before.rlim_max, before.rlim_max};
+    lifted = ::setrlimit(RLIMIT_NOFILE, &raised) == 0;
 }
 
 void Limits::restoreDescriptors() {

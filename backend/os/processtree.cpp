@@ -1,7 +1,8 @@
 #include "backend/os/processtree.h"
 
+#include "common/wholenumber.h"
+
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -37,9 +38,7 @@ std::vector<pid_t> ProcessTree::everyone() {
     for (std::filesystem::directory_iterator at("/proc", fault), end; !fault && at != end;
          at.increment(fault)) {
         const std::string name = at->path().filename();
-        pid_t id = 0;
-        const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), id);
-        if (error == std::errc() && stop == name.data() + name.size()) ids.push_back(id);
+        if (const auto id = wholeNumber<pid_t>(name)) ids.push_back(*id);
     }
     return ids;
 }

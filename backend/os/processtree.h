@@ -21,17 +21,17 @@ std::vector<pid_t> descendants(pid_t root);
 std::vector<pid_t> children(pid_t parent);
 /// The parent of a process; 0: it is gone, or dead and not reaped.
 pid_t parentOf(pid_t id);
-/// When it was started, in the kernel's units: tells it from a later one of the same number. 0: it
-/// is gone.
+/// When a process was started, in the kernel's units: tells it from a later process of the same
+/// number. 0: it is gone.
 unsigned long long startOf(pid_t id);
-/// The file that it executes; empty when it is gone or does not show it.
+/// The file that a process executes; empty when it is gone or does not show it.
 std::string executableOf(pid_t id);
-/// Its command line; empty when it is gone or does not show it.
+/// The command line of a process; empty when it is gone or does not show it.
 std::vector<std::string> wordsOf(pid_t id);
 /// The name of the program that a process runs, at most 15 bytes; empty when it is gone.
 std::string nameOf(pid_t id);
-/// The program of a task: what a shell runs that its launcher may have started it by, else the
-/// task.
+/// The process of a task's program: the only child of a shell by which the launcher has started the
+/// task, else the task itself.
 pid_t programOf(pid_t task);
 /// A variable of the environment that a process was started with; nothing when it has none or does
 /// not show it.

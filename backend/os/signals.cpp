@@ -7,10 +7,9 @@
 #include <utility>
 
 struct Signals::State : std::enable_shared_from_this<State> {
-    State(asio::io_context& io, std::function<void(int number)> handler)
-        : set(io), handle(std::move(handler)) {}
+    State(asio::io_context& io, Handler handler) : set(io), handle(std::move(handler)) {}
     asio::signal_set set;
-    std::function<void(int number)> handle;
+    Handler handle;
 
     void wait() {
         set.async_wait([kept = shared_from_this()](const asio::error_code& fault, int number) {
@@ -21,8 +20,7 @@ struct Signals::State : std::enable_shared_from_this<State> {
     }
 };
 
-Signals::Signals(EventLoop& loop, std::initializer_list<int> numbers,
-                 std::function<void(int number)> handler)
+Signals::Signals(EventLoop& loop, std::initializer_list<int> numbers, Handler handler)
     : state(std::make_shared<State>(loop.context().io, std::move(handler))) {
     for (const int number : numbers)
         state->set.add(number);

@@ -9,8 +9,9 @@
 /// Signals of this process as events of a loop, from its construction on. One thread.
 class Signals {
   public:
-    Signals(EventLoop& loop, std::initializer_list<int> numbers,
-            std::function<void(int number)> handler);
+    using Handler = std::function<void(int number)>;
+
+    Signals(EventLoop& loop, std::initializer_list<int> numbers, Handler handler);
     ~Signals();
     void add(int number);
 

@@ -12,7 +12,7 @@ struct SocketAddress {
 
     /// A local socket without a file (unix(7), abstract); nothing when the name is too long.
     static std::optional<SocketAddress> abstract(std::string_view name);
-    /// An IPv4 or IPv6 address in figures; nothing when it is none.
+    /// An IPv4 or IPv6 address in figures; nothing for another text.
     static std::optional<SocketAddress> internet(const std::string& figures, int port);
     /// All addresses of this machine, of both versions of IP or of the older one; any free port.
     static SocketAddress anywhere(int family);

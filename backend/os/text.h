@@ -13,7 +13,7 @@ std::string of(const Command& command);
 std::string firstWord(const std::string& text);
 /// The text behind the first word and its blanks.
 std::string afterWord(const std::string& text);
-/// Without the quotes around it, if there are any.
+/// The text without the quotes around it, if there are any.
 std::string unquoted(const std::string& text);
 /// "0:3 5 7:9".
 std::string list(const ClientSet& ids);

@@ -4,7 +4,7 @@
 #include <sys/types.h>
 #include <vector>
 
-/// What this system lets a debugger do, found out before one is started.
+/// What this system lets a debugger do, found out before a debugger is started.
 namespace Tracing {
 
 /// Whether a process may be traced at all; containers often forbid it.
@@ -14,26 +14,26 @@ bool works();
 struct Facts {
     bool exists = false;
     bool zombie = false;
-    /// A thread, and the process that it belongs to; -1: it is a process.
+    /// The process of which it is a thread; -1: it is a process itself.
     pid_t processOf = -1;
     std::string owner; // of the process; empty: the asking user's own
-    pid_t tracer = 0;  // who traces it already; 0: nobody
+    pid_t tracer = 0;  // the process that traces it already; 0: none
     std::string tracerName;
     int yamaScope = 0; // kernel.yama.ptrace_scope
 };
 
 /// Why a process cannot be traced and what to do about it, as a sentence.
 std::string refusal(pid_t pid, const Facts& facts);
-/// Throws std::runtime_error with such a sentence unless this process' children may attach to that
-/// process. Tries it, without stopping that process.
+/// Throws std::runtime_error with such a sentence unless children of this process may attach to the
+/// process. Tries it, without stopping the process.
 void checkAttach(pid_t pid);
-/// Who traces a process; 0: nobody, or there is no such process.
+/// The process that traces a process; 0: none does, or there is no such process.
 pid_t tracerOf(pid_t pid);
-/// Whether a debugger traces a process, itself or by a server that it has started.
+/// Whether a debugger traces a process, by itself or by a server that it has started.
 bool isTracedBy(pid_t debugger, pid_t pid);
 
-/// What is traced from below a process without being below it: tasks that were there before their
-/// debuggers.
+/// The processes that descendants of a process trace and that are no descendants themselves: tasks
+/// that were there before their debuggers.
 std::vector<pid_t> heldFrom(pid_t root);
 
 } // namespace Tracing

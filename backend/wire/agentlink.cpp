@@ -24,11 +24,11 @@ int familyOf(const Descriptor& socket) {
 
 } // namespace
 
-AgentLink::AgentLink(EventLoop& eventLoop, Descriptor connected, int largest)
+AgentLink::AgentLink(EventLoop& eventLoop, Descriptor connected, int maxFrame)
     : loop(eventLoop),
       socket(std::move(connected)),
       stream(loop, socket.get()),
-      reader(largest),
+      reader(maxFrame),
       family(familyOf(socket)) {
     const int fd = socket.get();
     // None of the programs that this process starts may hold it.
@@ -47,14 +47,14 @@ AgentLink::AgentLink(EventLoop& eventLoop, Descriptor connected, int largest)
     ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
 }
 
-void AgentLink::start(Handler handler) {
-    handle = std::move(handler);
+void AgentLink::start(Handler& first) {
+    handler = &first;
     waitToRead();
 }
 
-void AgentLink::setHandler(Handler handler, int largest) {
-    handle = std::move(handler);
-    reader.allow(largest);
+void AgentLink::setHandler(Handler* next, int maxFrame) {
+    handler = next;
+    reader.allow(maxFrame);
 }
 
 void AgentLink::waitToRead() {
@@ -72,15 +72,14 @@ void AgentLink::readSome() {
 void AgentLink::takeRecords() {
     try {
         while (!over) {
-            if (handle.mayRead && !handle.mayRead()) {
+            if (handler && !handler->takesRecords()) {
                 paused = true;
                 return;
             }
             const auto body = reader.body();
             if (!body) break;
-            // What it does may give the link other handlers.
-            const auto record = handle.record;
-            record(AgentRecord::unpack(*body));
+            const AgentRecord record = AgentRecord::unpack(*body);
+            if (handler) handler->onRecord(record);
         }
     } catch (const BrokenConnection&) {
         close();
@@ -112,7 +111,7 @@ void AgentLink::writeSome() {
     writing = false;
     if (!queue.send(socket.get())) return close();
     if (!queue.empty()) waitToWrite();
-    if (queue.drained() && handle.drained) handle.drained();
+    if (queue.drained() && handler) handler->onDrained();
 }
 
 void AgentLink::close() {
@@ -120,8 +119,7 @@ void AgentLink::close() {
     stream.release();
     socket.reset();
     loop.post([self = shared_from_this()] {
-        if (self->handle.closed) self->handle.closed();
-        self->handle = {};
+        if (Handler* const last = std::exchange(self->handler, nullptr)) last->onClosed();
     });
 }
 

@@ -6,47 +6,51 @@
 #include "common/descriptor.h"
 #include "common/framereader.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 
 /// The connection between an agent and the front end, at either end. Never blocks: what the other
-/// side does not read yet waits in a queue. One thread. Its handlers run from the event loop, never
-/// from within a call.
+/// side does not read yet waits in a queue. One thread.
 class AgentLink : public std::enable_shared_from_this<AgentLink> {
   public:
-    struct Handler {
-        std::function<void(const AgentRecord&)> record;
+    /// Hears of a link; from the event loop, never from within a call.
+    class Handler {
+      public:
+        virtual ~Handler() = default;
+        /// May give the link another handler. A BrokenConnection from it closes the link.
+        virtual void onRecord(const AgentRecord& record) = 0;
         /// The connection is over, by either side; the last call.
-        std::function<void()> closed;
-        /// Whether to go on reading; when not, resume begins again. None: always.
-        std::function<bool()> mayRead;
-        /// The queue has become short again after it was long. None: of no interest.
-        std::function<void()> drained;
+        virtual void onClosed() = 0;
+        /// Whether to go on reading; when not, resume begins again.
+        virtual bool takesRecords() { return true; }
+        /// The queue has become short again after it was long.
+        virtual void onDrained() {}
     };
 
-    /// Takes a connected socket. Frames that come may have at most `largest` bytes.
-    AgentLink(EventLoop& loop, Descriptor socket, int largest);
+    /// Takes a connected socket. Frames that come may have at most `maxFrame` bytes.
+    AgentLink(EventLoop& loop, Descriptor socket, int maxFrame);
 
     /// Begins to read. The link lives until its connection is closed.
-    void start(Handler handler);
-    /// Other handlers and another limit from now on: whoever is there is known now.
-    void setHandler(Handler handler, int largest);
+    void start(Handler& handler);
+    /// Another handler, and another limit for frames that come, from now on; null: records that
+    /// come are dropped. A handler must live until the link is closed or has another one.
+    void setHandler(Handler* handler, int maxFrame);
     void send(const AgentRecord& record);
     /// Whether so much waits that no more should be produced.
     bool congested() const { return queue.congested(); }
+    /// Reads on after takesRecords has said no.
     void resume();
     /// Closes at once.
     void close();
     bool open() const { return !over; }
-    /// The user at the other end of a local socket (SO_PEERCRED); -1: it tells none.
+    /// The user at the other end of a local socket (SO_PEERCRED); -1: the socket tells none.
     long peerUser() const;
 
   private:
     EventLoop& loop;
     Descriptor socket;
     Stream stream; // of the socket
-    Handler handle;
+    Handler* handler = nullptr;
     FrameReader reader;
     SendQueue queue{1024 * 1024, 128 * 1024};
     const int family; // of the socket's address

@@ -16,7 +16,7 @@ struct AgentRecord {
         PROMPT,
         ENDED,    // the debugger has ended; all its output has gone before
         IDENTITY, // the answer to WHO: one line
-        PROOF,    // the answer to CHALLENGE: that it knows the secret (Handshake)
+        PROOF,    // the answer to CHALLENGE: the agent knows the secret (Handshake)
         HOLDS,    // the debugger has attached to its process; before its first PROMPT
         TELL,     // one line for the user
         // From the front end.
@@ -32,9 +32,9 @@ struct AgentRecord {
 
     /// The largest frame that either side has reason to send, in bytes: a START with an argument
     /// list as long as the system allows.
-    static constexpr int largest = 4 * 1024 * 1024;
-    /// The largest one from an agent that is not known yet.
-    static constexpr int largestHello = 4096;
+    static constexpr int maxFrame = 4 * 1024 * 1024;
+    /// The same of an agent that has not proved itself yet.
+    static constexpr int maxHello = 4096;
 
     /// The whole frame.
     std::string frame() const;
@@ -48,20 +48,20 @@ struct AgentHello {
     int protocol = version;
     /// Chosen for this connection.
     std::string nonce;
-    /// -1: the launcher does not tell.
+    /// -1: the launcher does not tell it.
     int rank = -1;
     int size = -1;
     std::string host;
     pid_t pid = 0;
-    /// Of one that is for a process that a task has forked: that process, and the task's client in
-    /// place of the rank. 0: it is for a task.
+    /// The process that a task has forked, of a connection for such a process; the rank is then the
+    /// number of the task's client. 0: the connection is for a task.
     pid_t forked = 0;
 
     AgentRecord record() const;
     static AgentHello of(const AgentRecord& record);
 };
 
-/// How the front end shows that it is the one, and asks the agent for the same.
+/// How the front end proves that it knows the secret, and asks the agent for the same.
 struct AgentChallenge {
     std::string nonce;
     std::string proof;

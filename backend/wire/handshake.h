@@ -8,8 +8,8 @@ namespace Handshake {
 
 enum Side { FRONT_END, AGENT };
 
-/// What one side sends as its proof, in 32 bytes: the agent's hello as it was sent, and the front
-/// end's nonce, both of which are made anew for each connection.
+/// The proof of a side, 32 bytes, from the agent's hello as it was sent and the front end's nonce,
+/// both of which are made anew for each connection.
 std::string proof(Side side, const std::string& secret, const std::string& hello,
                   const std::string& nonce);
 /// Compares in a time that does not tell where they differ.

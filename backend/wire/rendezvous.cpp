@@ -1,17 +1,15 @@
 #include "backend/wire/rendezvous.h"
 
+#include "backend/os/thismachine.h"
 #include "common/descriptor.h"
-
-#include <climits>
+#include "common/wholenumber.h"
 
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <sys/random.h>
@@ -36,41 +34,41 @@ std::string randomDigits(std::size_t bytes) {
 }
 
 int number(const std::string& text) {
-    int value = 0;
-    const auto [stop, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (fault != std::errc() || stop != text.data() + text.size())
-        throw std::runtime_error("the rendezvous has no number where one belongs");
-    return value;
+    const auto value = wholeNumber<int>(text);
+    if (!value) throw std::runtime_error("the rendezvous has no number where one belongs");
+    return *value;
 }
 
-std::string hostName() {
-    char name[HOST_NAME_MAX + 1] = "";
-    ::gethostname(name, sizeof name - 1);
-    return name;
-}
+// A file of this folder, and the front end's process that wrote it.
+struct Written {
+    fs::directory_entry file;
+    pid_t process = 0;
+};
 
-// Files are named "HOST,PID,RANDOM". Calls this for those of this host, with the process' id.
-void forOwnFiles(const fs::path& folder,
-                 const std::function<void(const fs::directory_entry&, pid_t)>& call) {
+// The files that front ends of this machine have written; their names are "HOST,PID,RANDOM".
+std::vector<Written> ownFiles(const fs::path& folder) {
+    std::vector<Written> found;
     std::error_code fault;
     for (fs::directory_iterator at(folder, fault), end; !fault && at != end; at.increment(fault)) {
         std::istringstream name(at->path().filename().string());
         std::string host, pid;
-        if (std::getline(name, host, ',') && std::getline(name, pid, ',') && host == hostName())
-            call(*at, std::atoi(pid.c_str()));
+        if (std::getline(name, host, ',') && std::getline(name, pid, ',') &&
+            host == ThisMachine::hostName())
+            found.push_back({*at, wholeNumber<pid_t>(pid).value_or(0)});
     }
+    return found;
 }
 
-// One whose front end lives no more was left behind; a young one may belong to another machine that
-// calls itself the same.
+// A file whose front end lives no more was left behind; a young one may belong to another machine
+// of the same name.
 void removeStale(const fs::path& folder) {
-    forOwnFiles(folder, [](const fs::directory_entry& entry, pid_t pid) {
+    for (const auto& [file, process] : ownFiles(folder)) {
         std::error_code fault;
-        const auto age = fs::file_time_type::clock::now() - entry.last_write_time(fault);
-        if (!fault && pid > 0 && ::kill(pid, 0) == -1 && errno == ESRCH &&
+        const auto age = fs::file_time_type::clock::now() - file.last_write_time(fault);
+        if (!fault && process > 0 && ::kill(process, 0) == -1 && errno == ESRCH &&
             age > std::chrono::hours(1))
-            fs::remove(entry.path(), fault);
-    });
+            fs::remove(file.path(), fault);
+    }
 }
 
 [[noreturn]] void fail(const fs::path& path) {
@@ -130,7 +128,8 @@ RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content
                                  "700 " +
                                  folder.string());
     removeStale(folder);
-    file = folder / (hostName() + "," + std::to_string(::getpid()) + "," + randomDigits(4));
+    file = folder /
+           (ThisMachine::hostName() + "," + std::to_string(::getpid()) + "," + randomDigits(4));
     Descriptor out(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!out) fail(file);
     const std::string text = content.str();
@@ -149,10 +148,10 @@ RendezvousFile::~RendezvousFile() {
 
 void RendezvousFile::removeOf(pid_t pid) {
     try {
-        forOwnFiles(defaultFolder(), [pid](const fs::directory_entry& entry, pid_t owner) {
+        for (const auto& [written, process] : ownFiles(defaultFolder())) {
             std::error_code fault;
-            if (owner == pid) fs::remove(entry.path(), fault);
-        });
+            if (process == pid) fs::remove(written.path(), fault);
+        }
     } catch (const std::runtime_error&) {
         // Without a home there is no file.
     }

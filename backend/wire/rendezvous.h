@@ -16,7 +16,7 @@ struct Rendezvous {
     int port = 0; // TCP
     /// Known to the front end and its agents only.
     std::string secret;
-    /// For an agent that no launcher tells its place; -1: it knows.
+    /// The rank and the size of the job for an agent whose launcher tells neither; -1: it tells.
     int rank = -1;
     int size = -1;
 
@@ -28,8 +28,8 @@ struct Rendezvous {
     static std::string newSecret();
 };
 
-/// The file that tells it to agents: private to its user, in a directory that all hosts of a job
-/// see. Removed when destroyed.
+/// The file that tells agents a rendezvous: private to its user, in a directory that all hosts of a
+/// job see. Removed when destroyed.
 class RendezvousFile {
   public:
     /// Writes a new file in the directory, which is made when it is not there. Also removes files

@@ -1,16 +1,13 @@
 #include "frontend/launch/agentport.h"
 
 #include "backend/os/socketaddress.h"
+#include "backend/os/thismachine.h"
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netinet/in.h>
-#include <optional>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -18,7 +15,8 @@
 
 namespace {
 
-constexpr auto silence = std::chrono::seconds(5);
+// A peer that has not proved itself by then is dropped.
+constexpr auto maxSilence = std::chrono::seconds(5);
 
 // The networks of this machine's own containers and virtual machines, which no other one reaches.
 bool isInternal(const std::string& interface) {
@@ -28,32 +26,12 @@ bool isInternal(const std::string& interface) {
     return false;
 }
 
-// An address that is good on other machines, too, in figures.
-std::optional<std::string> figuresOf(const sockaddr& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    if (address.sa_family == AF_INET) {
-        ::inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address).sin_addr, text,
-                    sizeof text);
-        return text;
-    }
-    if (address.sa_family != AF_INET6) return std::nullopt;
-    const in6_addr& six = reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
-    if (IN6_IS_ADDR_LINKLOCAL(&six)) return std::nullopt;
-    ::inet_ntop(AF_INET6, &six, text, sizeof text);
-    return text;
-}
-
-// What other machines can reach this one by; its own loopback only when there is nothing else.
-std::vector<std::string> ownAddresses() {
+// The addresses by which other machines can reach this one; its loopback only when it has no other.
+std::vector<std::string> reachableAddresses() {
     std::vector<std::string> found, internal;
-    ifaddrs* all = nullptr;
-    if (::getifaddrs(&all) == -1) all = nullptr;
-    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, ::freeifaddrs);
-    for (const ifaddrs* each = all; each; each = each->ifa_next) {
-        if (!each->ifa_addr || !(each->ifa_flags & IFF_UP) || (each->ifa_flags & IFF_LOOPBACK))
-            continue;
-        const auto figures = figuresOf(*each->ifa_addr);
-        if (figures) (isInternal(each->ifa_name) ? internal : found).push_back(*figures);
+    for (const ThisMachine::Address& each : ThisMachine::addresses()) {
+        if (each.up && !each.loopback && !each.linkLocal)
+            (isInternal(each.interface) ? internal : found).push_back(each.figures);
     }
     found.insert(found.end(), internal.begin(), internal.end());
     if (found.empty()) found.push_back("127.0.0.1");
@@ -64,7 +42,7 @@ std::vector<std::string> ownAddresses() {
     throw std::system_error(errno, std::generic_category(), call);
 }
 
-// A socket that does not block, at an address that nobody else has.
+// A socket that does not block, at an address of its own.
 Descriptor boundTo(const SocketAddress& address) {
     Descriptor socket(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) fail("socket");
@@ -78,8 +56,8 @@ Descriptor boundTo(const SocketAddress& address) {
 
 } // namespace
 
-AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Arrived handler)
-    : loop(eventLoop), arrived(std::move(handler)), local(loop), tcp(loop) {
+AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Owner& whose)
+    : loop(eventLoop), owner(whose), local(loop), tcp(loop) {
     where.secret = Rendezvous::newSecret();
     if (withLocal) {
         // An abstract name leaves no file behind. It is no secret, so it needs none of ours.
@@ -89,7 +67,7 @@ AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Arrived handler)
     }
     openTcp();
     listen(tcp);
-    where.addresses = ownAddresses();
+    where.addresses = reachableAddresses();
 }
 
 // Both versions of IP, or what this machine has.
@@ -102,7 +80,7 @@ void AgentPort::openTcp() {
     sockaddr_storage own{};
     socklen_t length = sizeof own;
     ::getsockname(tcp.socket.get(), reinterpret_cast<sockaddr*>(&own), &length);
-    // The port stands at the same place in both.
+    // Addresses of both versions have the port at the same place.
     where.port = ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port);
 }
 
@@ -120,48 +98,27 @@ void AgentPort::accept(Door& door) {
         if (came) take(std::move(socket));
         if (!door.stream.watching()) return;
         if (came || gone) return accept(door);
-        // No descriptors are left, say: whoever waits goes on waiting.
+        // No descriptors are left, say: peers that wait go on waiting.
         door.pause.after(std::chrono::milliseconds(100), [this, &door] { accept(door); });
     });
 }
 
 void AgentPort::take(Descriptor socket) {
-    if (pending.size() >= most) return;
-    auto link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::largestHello);
-    AgentLink* const key = link.get();
+    if (strangers.size() >= maxStrangers) return;
+    const auto link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxHello);
     const long user = link->peerUser();
-    auto& waiting = pending.emplace(key, Pending{link, Timer(loop)}).first->second;
-    waiting.patience.after(silence, [link] { link->close(); });
-    link->start({[this, key](const AgentRecord& record) { onRecord(key, record); },
-                 [this, key] { pending.erase(key); },
-                 {},
-                 {}});
+    Stranger& stranger = strangers.try_emplace(link.get(), *this, link).first->second;
+    link->start(stranger);
     if (user != -1 && user != static_cast<long>(::geteuid())) link->close();
 }
 
-void AgentPort::onRecord(AgentLink* from, const AgentRecord& record) {
-    const auto at = pending.find(from);
-    if (at == pending.end()) throw BrokenConnection(); // it came through and may not talk yet
-    Pending& waiting = at->second;
-    if (waiting.nonce.empty()) {
-        AgentHello::of(record);
-        waiting.hello = record;
-        waiting.nonce = Rendezvous::newSecret();
-        waiting.link->send(
-            AgentChallenge{waiting.nonce, Handshake::proof(Handshake::FRONT_END, where.secret,
-                                                           record.body, waiting.nonce)}
-                .record());
-        return;
-    }
-    const std::string proof =
-        Handshake::proof(Handshake::AGENT, where.secret, waiting.hello.body, waiting.nonce);
-    if (record.type != AgentRecord::PROOF || !Handshake::equal(record.body, proof))
-        throw BrokenConnection();
-    const AgentHello hello = AgentHello::of(waiting.hello);
-    const auto link = waiting.link;
-    pending.erase(at);
-    link->setHandler({[](const AgentRecord&) {}, [] {}, {}, {}}, AgentRecord::largest);
-    arrived(hello, link);
+// Ends the stranger, which may still be in its call of this.
+void AgentPort::admit(const Stranger& agent) {
+    const AgentHello hello = AgentHello::of(agent.hello);
+    const std::shared_ptr<AgentLink> link = agent.link;
+    strangers.erase(link.get());
+    link->setHandler(nullptr, AgentRecord::maxFrame);
+    owner.onHello(hello, link);
 }
 
 void AgentPort::close() {
@@ -170,9 +127,33 @@ void AgentPort::close() {
         door->stream.release();
         door->socket.reset();
     }
-    const auto dropped = std::exchange(pending, {});
-    for (const auto& [key, each] : dropped) {
-        each.link->setHandler({[](const AgentRecord&) {}, [] {}, {}, {}}, 0);
-        each.link->close();
+    for (const auto& [key, stranger] : std::exchange(strangers, {})) {
+        stranger.link->setHandler(nullptr, 0);
+        stranger.link->close();
     }
+}
+
+AgentPort::Stranger::Stranger(AgentPort& ofPort, std::shared_ptr<AgentLink> ofPeer)
+    : link(std::move(ofPeer)), port(ofPort), patience(port.loop) {
+    patience.after(maxSilence, [peer = link] { peer->close(); });
+}
+
+void AgentPort::Stranger::onRecord(const AgentRecord& record) {
+    if (nonce.empty()) return challenge(record);
+    const std::string proof =
+        Handshake::proof(Handshake::AGENT, port.where.secret, hello.body, nonce);
+    if (record.type != AgentRecord::PROOF || !Handshake::equal(record.body, proof))
+        throw BrokenConnection();
+    port.admit(*this);
+}
+
+void AgentPort::Stranger::onClosed() { port.strangers.erase(link.get()); }
+
+void AgentPort::Stranger::challenge(const AgentRecord& record) {
+    AgentHello::of(record); // throws when it is none
+    hello = record;
+    nonce = Rendezvous::newSecret();
+    const std::string proof =
+        Handshake::proof(Handshake::FRONT_END, port.where.secret, hello.body, nonce);
+    link->send(AgentChallenge{nonce, proof}.record());
 }

@@ -1,37 +1,57 @@
 #pragma once
 
 #include "backend/os/eventloop.h"
+#include "backend/os/stream.h"
 #include "backend/wire/agentlink.h"
 #include "backend/wire/rendezvous.h"
 
-#include <functional>
+#include <cstddef>
 #include <map>
 #include <memory>
+#include <string>
 
 /// Where agents connect: a local socket for those of this machine, and TCP. Only a peer that proves
-/// to know the secret (Handshake), and of the local socket one of the same user, comes through; any
-/// other is dropped, also one that says nothing for a few seconds. One thread.
+/// to know the secret (Handshake), and of the local socket only a peer of the same user, comes
+/// through; any other is dropped, also a peer that says nothing for a few seconds. One thread.
 class AgentPort {
   public:
-    using Arrived = std::function<void(const AgentHello&, std::shared_ptr<AgentLink>)>;
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// An agent has come through; from the event loop. The owner sets the link's handler; what
+        /// comes before that is dropped.
+        virtual void onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) = 0;
+    };
 
-    /// Listens at once. `arrived` runs from the event loop; it gives the link its handlers. Without
-    /// a local socket, agents of this machine come by TCP, too. Throws std::system_error.
-    AgentPort(EventLoop& loop, bool local, Arrived arrived);
+    /// Listens at once. Without a local socket, agents of this machine come by TCP, too. The owner
+    /// must outlive this. Throws std::system_error.
+    AgentPort(EventLoop& loop, bool local, Owner& owner);
     ~AgentPort() { close(); }
 
     const Rendezvous& rendezvous() const { return where; }
-    /// From now on hardly anybody comes: leaves less room to strangers.
-    void expectFew() { most = 64; }
-    /// Listens no more and drops who has not come through.
+    /// From now on few agents come: leaves less room to strangers.
+    void expectFew() { maxStrangers = 64; }
+    /// Listens no more and drops the peers that have not come through.
     void close();
 
   private:
-    struct Pending {
-        std::shared_ptr<AgentLink> link;
+    /// A peer that has not proved anything yet.
+    class Stranger : public AgentLink::Handler {
+      public:
+        /// Drops the peer after a while.
+        Stranger(AgentPort& port, std::shared_ptr<AgentLink> link);
+        void onRecord(const AgentRecord& record) override;
+        void onClosed() override;
+
+        const std::shared_ptr<AgentLink> link;
+        AgentRecord hello; // as it came; its body is empty before
+
+      private:
+        AgentPort& port;
         Timer patience;
-        AgentRecord hello = {}; // as it came; its body is empty before
-        std::string nonce = {}; // that it was challenged with
+        std::string nonce; // of the challenge; empty before
+
+        void challenge(const AgentRecord& record);
     };
     /// A socket that listens.
     struct Door {
@@ -42,17 +62,16 @@ class AgentPort {
     };
 
     EventLoop& loop;
-    const Arrived arrived;
+    Owner& owner;
     Rendezvous where;
     Door local, tcp;
-    std::map<AgentLink*, Pending> pending;
-    // Who has not proved anything yet: agents of the largest job that come all at once, and some
-    // strangers.
-    std::size_t most = 4200;
+    std::map<AgentLink*, Stranger> strangers;
+    // Room for the agents of the largest job, which may come all at once, and some strangers.
+    std::size_t maxStrangers = 4200;
 
     void openTcp();
     void listen(Door& door);
     void accept(Door& door);
     void take(Descriptor socket);
-    void onRecord(AgentLink* from, const AgentRecord& record);
+    void admit(const Stranger& agent);
 };

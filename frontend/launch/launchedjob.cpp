@@ -1,15 +1,16 @@
 #include "frontend/launch/launchedjob.h"
 
+#include "backend/os/limits.h"
+
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <system_error>
 
 namespace {
 
-// Logins that may be under way at a time: a host turns more away.
-constexpr std::size_t mostLogins = 8;
-// For one of a lenient plan.
-constexpr auto longestLogin = std::chrono::seconds(30);
+// How long a login may take where the job can do without its agent.
+constexpr auto maxLoginTime = std::chrono::seconds(30);
 
 std::string plural(int number, const std::string& what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
@@ -22,82 +23,68 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
+// The clients that have a host.
+std::vector<int> withHost(const std::vector<std::string>& hosts) {
+    std::vector<int> clients;
+    for (std::size_t i = 0; i < hosts.size(); ++i) {
+        if (!hosts[i].empty()) clients.push_back(static_cast<int>(i));
+    }
+    return clients;
+}
+
 } // namespace
 
-LaunchedJob::LaunchedJob(EventLoop& eventLoop, Plan wanted, Handler handler)
-    : loop(eventLoop), plan(std::move(wanted)), handle(std::move(handler)) {}
+LaunchedJob::LaunchedJob(EventLoop& eventLoop, Plan wanted, Owner& whose)
+    : loop(eventLoop),
+      plan(std::move(wanted)),
+      owner(whose),
+      remote(withHost(plan.hosts)),
+      // The others do not wait for a host that does not answer.
+      logins(loop, perHost() ? remote.size() : 1,
+             plan.lenient ? std::optional<Clock::duration>(maxLoginTime) : std::nullopt, *this) {}
 
 void LaunchedJob::start() {
     try {
-        port.emplace(loop, !plan.onlyTcp,
-                     [this](const AgentHello& hello, auto link) { onHello(hello, link); });
+        port.emplace(loop, !plan.onlyTcp, static_cast<AgentPort::Owner&>(*this));
     } catch (const std::system_error& error) {
         throw std::runtime_error(std::string("cannot listen for the tasks: ") + error.what());
     }
-    if (perHost()) {
-        for (std::size_t i = 0; i < plan.hosts.size(); ++i) {
-            if (!plan.hosts[i].empty()) remote.push_back(static_cast<int>(i));
-        }
+    if (perHost())
         setSize(static_cast<int>(plan.hosts.size()));
-        startNext();
-        return;
-    }
-    file.emplace(RendezvousFile::defaultFolder(), port->rendezvous());
-    std::vector<std::string> argv = plan.launcher;
-    argv.insert(argv.end(), {plan.agent, "--rendezvous", file->path().string()});
-    launch(std::move(argv), "");
+    else
+        file.emplace(RendezvousFile::defaultFolder(), port->rendezvous());
+    startLogins();
 }
 
-void LaunchedJob::startNext() {
-    while (!over && launchers.size() < remote.size() && launchers.size() < arrivals + mostLogins) {
-        Rendezvous where = port->rendezvous();
-        where.rank = remote[launchers.size()];
-        where.size = size();
-        std::vector<std::string> argv = plan.launcher;
-        argv.insert(argv.end(),
-                    {hostOf(launchers.size()), Launcher::quoted(plan.agent), "--rendezvous", "-"});
-        launch(std::move(argv), where.str());
-    }
-}
-
-void LaunchedJob::launch(std::vector<std::string> argv, const std::string& input) {
-    const std::size_t number = launchers.size();
-    const std::string prefix = perHost() ? hostOf(number) + ": " : "";
+void LaunchedJob::startLogins() {
     try {
-        Login login;
-        login.launcher = std::make_unique<Launcher>(
-            loop, argv, input,
-            Launcher::Handler{[this, prefix](const std::string& line) {
-                                  spoke = true;
-                                  if (!over) handle.said(prefix + line);
-                              },
-                              [this, number](const std::string& how) { onEnded(number, how); }});
-        launchers.push_back(std::move(login));
-        if (plan.lenient) limit(number);
+        if (phase != OVER) logins.startNext();
     } catch (const std::system_error& error) {
         throw std::runtime_error(std::string("cannot start the launcher: ") + error.what());
     }
 }
 
-// The others do not wait for a host that does not answer.
-void LaunchedJob::limit(std::size_t number) {
-    auto& timer = launchers[number].patience;
-    timer = std::make_unique<Timer>(loop);
-    timer->after(longestLogin, [this, number] {
-        if (isThere(number)) return;
-        launchers[number].late = true;
-        launchers[number].launcher->kill();
-    });
+Logins::Command LaunchedJob::commandOf(std::size_t login) {
+    std::vector<std::string> argv = plan.launcher;
+    if (!perHost()) {
+        argv.insert(argv.end(), {plan.agent, "--rendezvous", file->path().string()});
+        return {argv, ""};
+    }
+    Rendezvous where = port->rendezvous();
+    where.rank = remote[login];
+    where.size = size();
+    argv.insert(argv.end(), {hostOf(login), Launcher::quoted(plan.agent), "--rendezvous", "-"});
+    return {argv, where.str()};
 }
 
-bool LaunchedJob::isThere(std::size_t number) const {
-    return perHost() ? present[static_cast<std::size_t>(remote[number])]
-                     : expected > 0 && arrivals == expected;
+void LaunchedJob::onLine(std::size_t login, const std::string& line) {
+    spoke = true;
+    if (phase != OVER) owner.onLauncherSaid((perHost() ? hostOf(login) + ": " : "") + line);
 }
 
-void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
-    // Of a session that runs only forked processes are missing.
-    if (over || (expected > 0 && arrivals == expected && hello.forked <= 0)) return link->close();
+void LaunchedJob::onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) {
+    // Once all tasks are there, only forked processes are missing.
+    if (phase == OVER || (phase == COMPLETE && hello.forked <= 0)) return link->close();
     if (hello.protocol != AgentHello::version) {
         link->close();
         return fail("an agent is of another version of VEX; --agent names another one.");
@@ -109,47 +96,55 @@ void LaunchedJob::onHello(const AgentHello& hello, const std::shared_ptr<AgentLi
                     std::string("OMPI_COMM_WORLD_RANK, PMIX_RANK, PMI_RANK or SLURM_PROCID. Is it "
                                 "one of mpirun, mpiexec and srun? For ssh, give --hosts."));
     }
-    if (hello.size < 1 || hello.size > maxSize) {
+    if (hello.size < 1 || hello.size > Limits::maxTasks) {
         link->close();
-        return fail("the job has " + plural(hello.size, "task") +
-                    "; a session has 1 to 4096 of them.");
+        return fail("the job has " + plural(hello.size, "task") + "; a session has 1 to " +
+                    std::to_string(Limits::maxTasks) + " of them.");
     }
+    onTask(hello, link);
+}
+
+void LaunchedJob::onTask(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
     if (size() == 0) setSize(hello.size);
-    const auto rank = static_cast<std::size_t>(hello.rank);
-    const std::string who =
-        "the agent of host " + hello.host + ", process " + std::to_string(hello.pid);
-    if (hello.size != size() || hello.rank < 0 || hello.rank >= size() || present[rank]) {
+    const bool inRange = hello.rank >= 0 && hello.rank < size();
+    const bool isThere = inRange && present[static_cast<std::size_t>(hello.rank)];
+    if (hello.size != size() || !inRange || isThere) {
         link->close();
-        handle.said(who + ", was refused: it says that it is rank " + std::to_string(hello.rank) +
-                    " of " + std::to_string(hello.size) +
-                    (hello.rank >= 0 && hello.rank < size() && present[rank]
-                         ? ", and that one is there already"
-                         : ""));
+        owner.onLauncherSaid("the agent of host " + hello.host + ", process " +
+                             std::to_string(hello.pid) + ", was refused: it says that it is rank " +
+                             std::to_string(hello.rank) + " of " + std::to_string(hello.size) +
+                             (isThere ? ", and that one is there already" : ""));
         return;
     }
-    present[rank] = true;
-    handle.connected(hello.rank, link);
+    markPresent(hello.rank);
+    owner.onAgent(hello.rank, link);
     count();
 }
 
 void LaunchedJob::onForked(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
-    if (plan.forks && !over)
-        handle.forked(hello.rank, hello.forked, link);
+    if (plan.forks)
+        owner.onForkedAgent(hello.rank, hello.forked, link);
     else
         link->close();
 }
 
-// One more is there, or will not come.
+void LaunchedJob::markPresent(int client) {
+    present[static_cast<std::size_t>(client)] = true;
+    const auto login = std::ranges::lower_bound(remote, client);
+    if (login != remote.end()) logins.finish(static_cast<std::size_t>(login - remote.begin()));
+}
+
+// One more agent is there, or will not come.
 void LaunchedJob::count() {
     ++arrivals;
-    if (perHost()) {
-        try {
-            startNext();
-        } catch (const std::runtime_error& error) {
-            return fail(error.what());
-        }
+    try {
+        startLogins();
+    } catch (const std::runtime_error& error) {
+        return fail(error.what());
     }
-    if (arrivals < expected) return;
+    if (phase == OVER || arrivals < expected) return;
+    phase = COMPLETE;
+    if (!perHost()) logins.finish(0);
     file.reset();
     if (plan.forks)
         port->expectFew();
@@ -162,28 +157,23 @@ void LaunchedJob::setSize(int size) {
     for (const int each : remote)
         present[static_cast<std::size_t>(each)] = false;
     expected = perHost() ? remote.size() : present.size();
-    handle.sized(size);
+    owner.onSize(size);
 }
 
-void LaunchedJob::collect() {
-    // What is said of one may start another.
-    for (std::size_t i = 0; i < launchers.size(); ++i)
-        launchers[i].launcher->collect();
-}
-
-void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
-    if (over) return;
-    if (isThere(number)) return handle.said("(" + how + "; tasks that end with it are removed)");
+void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
+    if (phase == OVER) return;
+    if (logins.finished(login))
+        return owner.onLauncherSaid("(" + how + "; tasks that end with it are removed)");
     if (perHost()) {
-        const std::string& host = hostOf(number);
+        const int client = remote[login];
+        const std::string& host = hostOf(login);
         const std::string problem =
-            plan.launcher[0] + " for host " + host + " " +
-            (launchers[number].late ? "was given up" : how) +
+            plan.launcher[0] + " for host " + host + " " + how +
             " before its task was there. Does this work: " + joined(plan.launcher) + " " + host +
             " " + plan.agent + " --version";
         if (!plan.lenient) return fail(problem);
-        present[static_cast<std::size_t>(remote[number])] = true;
-        handle.missing(remote[number], problem);
+        markPresent(client);
+        owner.onMissing(client, problem);
         return count();
     }
     fail("the launcher " + how + " before all tasks were there (" +
@@ -196,35 +186,20 @@ void LaunchedJob::onEnded(std::size_t number, const std::string& how) {
 
 std::set<std::string> LaunchedJob::awaitedHosts() const {
     std::set<std::string> hosts;
-    for (std::size_t i = 0; perHost() && i < launchers.size(); ++i) {
-        if (!isThere(i)) hosts.insert(hostOf(i));
+    for (std::size_t i = 0; perHost() && i < logins.count(); ++i) {
+        if (logins.underWay(i)) hosts.insert(hostOf(i));
     }
     return hosts;
 }
 
-bool LaunchedJob::running() const {
-    for (const auto& each : launchers) {
-        if (each.launcher->running()) return true;
-    }
-    return false;
-}
-
-void LaunchedJob::listPids(std::vector<pid_t>& pids) const {
-    for (const auto& each : launchers)
-        pids.push_back(each.launcher->pid());
-}
-
 void LaunchedJob::stop() {
-    over = true;
+    phase = OVER;
     file.reset();
     if (port) port->close();
-    for (std::size_t i = 0; i < launchers.size() && perHost(); ++i) {
-        if (launchers[i].patience) launchers[i].patience->cancel();
-        if (!isThere(i)) launchers[i].launcher->kill();
-    }
+    if (perHost()) logins.kill();
 }
 
 void LaunchedJob::fail(const std::string& problem) {
     stop();
-    handle.failed(problem);
+    owner.onJobFailed(problem);
 }

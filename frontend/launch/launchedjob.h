@@ -1,10 +1,9 @@
 #pragma once
 
-#include "backend/jobs/launcher.h"
+#include "backend/jobs/logins.h"
 #include "backend/os/eventloop.h"
 #include "frontend/launch/agentport.h"
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -12,10 +11,10 @@
 #include <vector>
 
 /// The agents of a session, which connect back to here: started by the launcher of a parallel job
-/// with its tasks, or by ssh where tasks run already. Once all are there they belong to whoever
-/// took them, and nobody else can connect, but for the agents' own further connections when forked
-/// processes are of interest. One thread; the handlers run from the event loop, or from collect.
-class LaunchedJob {
+/// with its tasks, or by ssh where tasks run already. Once all are there, no other agent can
+/// connect, but for the agents' own further connections when forked processes are of interest. One
+/// thread.
+class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
   public:
     struct Plan {
         /// The launcher's command line, or that of ssh; the agent's is put behind it.
@@ -23,8 +22,8 @@ class LaunchedJob {
         /// The agent's program, as it is called where the tasks run.
         std::string agent;
         /// The host of each client: the launcher is started for each, with the host behind its
-        /// words, and each agent learns its place by its standard input; one without a host has no
-        /// agent. Empty: the launcher starts all tasks, and tells them their places.
+        /// words, and each agent reads its rank from its standard input; a client without a host
+        /// has no agent. Empty: the launcher starts all tasks, and tells them their ranks.
         std::vector<std::string> hosts;
         /// Goes on without the agents that hosts do not bring.
         bool lenient = false;
@@ -33,70 +32,74 @@ class LaunchedJob {
         /// Also agents of this machine come by TCP.
         bool onlyTcp = false;
     };
-    struct Handler {
+    /// Hears of the job; from the event loop, from start or from collect.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
         /// How many tasks there are; once, before any is connected.
-        std::function<void(int size)> sized;
-        /// The agent of a task is there; once for each.
-        std::function<void(int rank, std::shared_ptr<AgentLink> link)> connected;
+        virtual void onSize(int size) = 0;
+        /// The agent of a task is there; once for each. The link has no handler yet.
+        virtual void onAgent(int client, std::shared_ptr<AgentLink> link) = 0;
         /// An agent is there for a process that the task of a client has forked.
-        std::function<void(int client, pid_t process, std::shared_ptr<AgentLink> link)> forked;
+        virtual void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) = 0;
         /// No agent will come for a client; a sentence for the user.
-        std::function<void(int rank, const std::string& problem)> missing;
+        virtual void onMissing(int client, const std::string& problem) = 0;
         /// The launcher printed a line, or something is to be told of it.
-        std::function<void(const std::string& line)> said;
-        /// The start cannot come to its end; a sentence for the user.
-        std::function<void(const std::string& problem)> failed;
+        virtual void onLauncherSaid(const std::string& line) = 0;
+        /// The start has failed; a sentence for the user.
+        virtual void onJobFailed(const std::string& problem) = 0;
     };
 
-    static constexpr int maxSize = 4096;
-
-    LaunchedJob(EventLoop& loop, Plan plan, Handler handler);
+    /// The owner must outlive this.
+    LaunchedJob(EventLoop& loop, Plan plan, Owner& owner);
 
     /// Throws std::runtime_error with a sentence for the user.
     void start();
     /// Looks which launchers have ended; call it on SIGCHLD.
-    void collect();
+    void collect() { logins.collect(); }
     /// The hosts that were asked for an agent and have not brought it yet, each once.
     std::set<std::string> awaitedHosts() const;
     /// Whether a launcher still runs.
-    bool running() const;
+    bool running() const { return logins.running(); }
     /// Adds the ids of the launchers' processes.
-    void listPids(std::vector<pid_t>& pids) const;
+    void listPids(std::vector<pid_t>& pids) const { logins.listPids(pids); }
     /// Lets no further agent in, and says nothing more. Ends logins that have brought no agent.
     void stop();
 
   private:
+    enum Phase { GATHERING, COMPLETE, OVER };
+
     EventLoop& loop;
     const Plan plan;
-    const Handler handle;
+    Owner& owner;
+    Phase phase = GATHERING;
     std::optional<AgentPort> port;
     std::optional<RendezvousFile> file;
-    struct Login {
-        std::unique_ptr<Launcher> launcher;
-        std::unique_ptr<Timer> patience; // of a lenient plan
-        bool late = false;
-    };
-    std::vector<Login> launchers;
-    std::vector<int> remote; // the clients to start a launcher for, in their order
-    std::vector<bool> present;
-    std::size_t expected = 0; // agents; 0: not known yet
-    std::size_t arrivals = 0; // and those that will not come
-    bool spoke = false;       // a launcher has printed something
-    bool over = false;        // stopped, or failed
+    const std::vector<int> remote; // the clients with a login of their own, in their order
+    Logins logins;
+    std::vector<bool> present; // of each client: its agent is there, will not come or is not needed
+    std::size_t expected = 0;  // agents; 0: not known yet
+    std::size_t arrivals = 0;  // agents that are there or will not come
+    bool spoke = false;        // a launcher has printed something
 
     bool perHost() const { return !plan.hosts.empty(); }
     int size() const { return static_cast<int>(present.size()); }
-    const std::string& hostOf(std::size_t launcher) const {
-        return plan.hosts[static_cast<std::size_t>(remote[launcher])];
+    const std::string& hostOf(std::size_t login) const {
+        return plan.hosts[static_cast<std::size_t>(remote[login])];
     }
-    bool isThere(std::size_t launcher) const;
-    void startNext();
-    void limit(std::size_t launcher);
-    void count();
-    void launch(std::vector<std::string> argv, const std::string& input);
-    void onHello(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
-    void onForked(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
     void setSize(int size);
-    void onEnded(std::size_t launcher, const std::string& how);
+    void startLogins();
+    void markPresent(int client);
+    void count();
+    void onTask(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
+    void onForked(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
     void fail(const std::string& problem);
+
+    // AgentPort::Owner
+    void onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) override;
+
+    // Logins::Owner
+    Logins::Command commandOf(std::size_t login) override;
+    void onLine(std::size_t login, const std::string& line) override;
+    void onEnded(std::size_t login, const std::string& how) override;
 };

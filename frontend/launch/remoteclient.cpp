@@ -12,22 +12,15 @@ std::string lineOf(const std::string& text) {
 
 } // namespace
 
-RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Listener& hears, Watch observer,
+RemoteClient::RemoteClient(std::shared_ptr<AgentLink> connection, Listener& hears, Owner& whose,
                            const DebuggerStart& start)
-    : link(std::move(connection)),
-      listener(hears),
-      number(start.client),
-      watch(std::move(observer)) {
-    link->setHandler({[this](const AgentRecord& record) { onRecord(record); },
-                      [this] { onGone(); },
-                      [this] { return listener.mayRead(number); },
-                      {}},
-                     AgentRecord::largest);
+    : link(std::move(connection)), listener(hears), owner(whose), number(start.client) {
+    link->setHandler(this, AgentRecord::maxFrame);
     link->send(AgentRecords::start(start));
 }
 
 RemoteClient::~RemoteClient() {
-    link->setHandler({}, 0);
+    link->setHandler(nullptr, 0);
     link->close();
 }
 
@@ -55,28 +48,28 @@ void RemoteClient::onRecord(const AgentRecord& record) {
         attached = true;
         break;
     case AgentRecord::TELL:
-        if (alive) watch.told(lineOf(record.body));
+        if (alive) owner.onTold(number, lineOf(record.body));
         break;
     case AgentRecord::PROMPT:
         if (alive) listener.onPrompt(number);
         break;
     case AgentRecord::ENDED:
         // The agent stays: a launcher takes the end of one task's process for the end of the job.
-        if (std::exchange(alive, false)) watch.gone();
+        if (std::exchange(alive, false)) owner.onEnded(number);
         break;
     case AgentRecord::IDENTITY:
         if (asked == 0) throw BrokenConnection();
         --asked;
         known = lineOf(record.body);
-        watch.identified();
+        owner.onIdentified(number);
         break;
     default:
         throw BrokenConnection();
     }
 }
 
-void RemoteClient::onGone() {
+void RemoteClient::onClosed() {
     for (; asked > 0; --asked)
-        watch.identified();
-    if (std::exchange(alive, false)) watch.gone();
+        owner.onIdentified(number);
+    if (std::exchange(alive, false)) owner.onEnded(number);
 }

@@ -4,25 +4,30 @@
 #include "backend/drivers/debuggerstart.h"
 #include "backend/wire/agentlink.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 
 /// A debugger behind an agent, which runs it where its task is. Ends it when destroyed: the agent
 /// takes down everything of its task when its connection closes, or lets go of what it attached to.
 /// One thread. Outlives the loop's last turn.
-class RemoteClient : public Client {
+class RemoteClient : public Client, private AgentLink::Handler {
   public:
-    struct Watch {
+    /// Hears of clients by their numbers in the session; from the event loop. Must not destroy the
+    /// client from within a call.
+    class Owner {
+      public:
+        virtual ~Owner() = default;
         /// The debugger has ended, or its agent is gone; once.
-        std::function<void()> gone;
-        /// The agent has told which process its task is, or will not.
-        std::function<void()> identified;
+        virtual void onEnded(int client) = 0;
+        /// The agent has told which process its task is, or will not; once for each time that
+        /// askIdentity said true.
+        virtual void onIdentified(int client) = 0;
         /// The agent has something to say about its task to the user.
-        std::function<void(const std::string& text)> told;
+        virtual void onTold(int client, const std::string& text) = 0;
     };
 
-    RemoteClient(std::shared_ptr<AgentLink> link, Listener& listener, Watch watch,
+    /// The client's number is that in `start`. The listener and the owner must outlive this.
+    RemoteClient(std::shared_ptr<AgentLink> link, Listener& listener, Owner& owner,
                  const DebuggerStart& start);
     ~RemoteClient() override;
 
@@ -31,25 +36,27 @@ class RemoteClient : public Client {
     void resume() override { link->resume(); }
     /// Ends the debugger; what it has attached to runs on.
     void release() override { link->close(); }
-    /// Never: it is told by the handler.
+    /// Never: the owner is told.
     bool ended() override { return false; }
     pid_t pid() const override { return -1; }
     bool running() const override { return alive; }
     bool holds() const override { return attached; }
     std::string identity() const override;
-    /// The agent; `identified` comes once for each time that this said true.
+    /// Asks the agent.
     bool askIdentity() override;
 
   private:
     const std::shared_ptr<AgentLink> link;
     Listener& listener;
-    const int number; // in the session
-    const Watch watch;
-    std::string known;
-    int asked = 0;
+    Owner& owner;
+    const int number;  // of the client
+    std::string known; // as the agent has told it last; empty: it has not
+    int asked = 0;     // answers that will come
     bool attached = false;
     bool alive = true;
 
-    void onRecord(const AgentRecord& record);
-    void onGone();
+    // AgentLink::Handler
+    void onRecord(const AgentRecord& record) override;
+    void onClosed() override;
+    bool takesRecords() override { return listener.mayRead(number); }
 };

@@ -3,7 +3,6 @@
 #include "backend/clients/localclient.h"
 #include "backend/os/limits.h"
 #include "backend/wire/rendezvous.h"
-#include "frontend/launch/remoteclient.h"
 
 #include <algorithm>
 #include <chrono>
@@ -54,18 +53,7 @@ void Clients::callAgents() {
     plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
     plan.lenient = options.attaches();
     plan.forks = options.forks;
-    agents = std::make_unique<LaunchedJob>(
-        loop, plan,
-        LaunchedJob::Handler{
-            .sized = [this](int count) { setSize(count); },
-            .connected = [this](int task, auto link) { onAgent(task, std::move(link)); },
-            .forked =
-                [this](int parent, pid_t process, auto link) {
-                    onForkedAgent({parent, process}, std::move(link));
-                },
-            .missing = [this](int task, const std::string& problem) { onMissing(task, problem); },
-            .said = [this](const std::string& line) { onLauncherSaid(line); },
-            .failed = [this](const std::string& problem) { fail(problem); }});
+    agents = std::make_unique<LaunchedJob>(loop, plan, static_cast<LaunchedJob::Owner&>(*this));
     try {
         agents->start();
     } catch (const std::runtime_error& error) {
@@ -73,7 +61,7 @@ void Clients::callAgents() {
     }
 }
 
-void Clients::setSize(int count) {
+void Clients::onSize(int count) {
     if (options.attaches()) return;
     // The tasks' terminals are on their own machines.
     Limits::Facts facts = Limits::facts();
@@ -118,20 +106,8 @@ void Clients::onAgent(int id, std::shared_ptr<AgentLink> link) {
     // The agent looks for it.
     start.argv[0] = options.debuggerThere;
     at(id).phase = Task::STARTING;
-    at(id).client =
-        std::make_unique<RemoteClient>(std::move(link), *this,
-                                       RemoteClient::Watch{.gone = [this, id] { onEnded(id); },
-                                                           .identified =
-                                                               [this] {
-                                                                   if (phase == RUNNING)
-                                                                       owner.onIdentity();
-                                                               },
-                                                           .told =
-                                                               [this, id](const std::string& text) {
-                                                                   if (phase == RUNNING)
-                                                                       owner.tellOfClient(id, text);
-                                                               }},
-                                       start);
+    at(id).client = std::make_unique<RemoteClient>(std::move(link), *this,
+                                                   static_cast<RemoteClient::Owner&>(*this), start);
 }
 
 void Clients::onMissing(int id, const std::string& problem) {
@@ -141,9 +117,9 @@ void Clients::onMissing(int id, const std::string& problem) {
     settle(id, Task::ENDED);
 }
 
-void Clients::onForkedAgent(const Forks::Child& child, std::shared_ptr<AgentLink> link) {
-    if (phase == RUNNING && child.parent >= 0 && alive(child.parent))
-        forked.add(child, std::move(link));
+void Clients::onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) {
+    if (phase == RUNNING && parent >= 0 && alive(parent))
+        forked.add({parent, process}, std::move(link));
     else
         link->close();
 }
@@ -253,6 +229,14 @@ void Clients::onEnded(int id) {
     forked.taskEnded(id);
     if (errors) errors->ended(id);
     owner.onClientEnded(id);
+}
+
+void Clients::onIdentified(int /*task*/) {
+    if (phase == RUNNING) owner.onIdentity();
+}
+
+void Clients::onTold(int id, const std::string& text) {
+    if (phase == RUNNING) owner.tellOfClient(id, text);
 }
 
 void Clients::collect() {

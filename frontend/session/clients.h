@@ -6,6 +6,7 @@
 #include "backend/drivers/errorwatch.h"
 #include "backend/os/eventloop.h"
 #include "frontend/launch/launchedjob.h"
+#include "frontend/launch/remoteclient.h"
 #include "frontend/session/forkedclients.h"
 #include "frontend/session/options.h"
 #include "frontend/session/startupoutput.h"
@@ -21,7 +22,7 @@
 /// The debuggers of a session, one for each client: starts those of the tasks here, through a
 /// launcher or where the tasks run, leaves those of forked processes to ForkedClients, and carries
 /// what they print. Tells on the standard error what goes wrong at the start. One thread.
-class Clients : public Client::Listener {
+class Clients : public Client::Listener, private LaunchedJob::Owner, private RemoteClient::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
     class Owner : public ForkedClients::Owner {
@@ -108,11 +109,6 @@ class Clients : public Client::Listener {
     std::size_t count(Task::Phase reached) const;
     bool isLocal(std::size_t task) const;
     void callAgents();
-    void setSize(int count);
-    void onAgent(int task, std::shared_ptr<AgentLink> link);
-    void onMissing(int task, const std::string& problem);
-    void onForkedAgent(const Forks::Child& child, std::shared_ptr<AgentLink> link);
-    void onLauncherSaid(const std::string& line);
     void startLocal();
     void sayWhoIsMissing();
     void allStarted();
@@ -121,10 +117,22 @@ class Clients : public Client::Listener {
 
     DebuggerStart startOf(int task) const;
     void settle(int task, Task::Phase reached);
-    void onEnded(int task);
 
     // Client::Listener
     void onOutput(int task, std::string_view text) override;
     void onPrompt(int task) override;
     bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
+
+    // LaunchedJob::Owner
+    void onSize(int size) override;
+    void onAgent(int task, std::shared_ptr<AgentLink> link) override;
+    void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) override;
+    void onMissing(int task, const std::string& problem) override;
+    void onLauncherSaid(const std::string& line) override;
+    void onJobFailed(const std::string& problem) override { fail(problem); }
+
+    // RemoteClient::Owner
+    void onEnded(int task) override;
+    void onIdentified(int task) override;
+    void onTold(int task, const std::string& text) override;
 };

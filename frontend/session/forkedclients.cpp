@@ -3,7 +3,6 @@
 #include "backend/clients/localclient.h"
 #include "backend/os/processtree.h"
 #include "backend/wire/rendezvous.h"
-#include "frontend/launch/remoteclient.h"
 
 #include <algorithm>
 #include <limits>
@@ -69,16 +68,10 @@ void ForkedClients::add(const Forks::Child& child, std::shared_ptr<AgentLink> li
                                              " runs on without a debugger: " + *problem);
         return link->close();
     }
-    const int number = nextNumber();
     DebuggerStart start = startOf(child.pid);
     start.argv[0] = options.debuggerThere;
-    auto client = std::make_unique<RemoteClient>(
-        std::move(link), *this,
-        RemoteClient::Watch{
-            .gone = [this, number] { onEnded(number); },
-            .identified = [this, number] { onIdentified(number); },
-            .told = [this, number](const std::string& text) { onTold(number, text); }},
-        start);
+    auto client = std::make_unique<RemoteClient>(std::move(link), *this,
+                                                 static_cast<RemoteClient::Owner&>(*this), start);
     clients.push_back({child, std::move(client)});
 }
 

@@ -8,6 +8,7 @@
 #include "backend/os/eventloop.h"
 #include "backend/os/limits.h"
 #include "backend/wire/agentlink.h"
+#include "frontend/launch/remoteclient.h"
 #include "frontend/session/options.h"
 
 #include <deque>
@@ -21,7 +22,7 @@
 /// The clients for processes that tasks fork. Finds the forked processes of this machine (Forks),
 /// is handed the agents of others, and has a debugger attach to each process, which becomes a
 /// client once its debugger holds it and has told which process it is. One thread.
-class ForkedClients : public Client::Listener, private Forks::Owner {
+class ForkedClients : public Client::Listener, private RemoteClient::Owner, private Forks::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
     class Owner {
@@ -110,14 +111,16 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     std::optional<std::string> refusal(const Limits::Facts& facts) const;
     void onFirstPrompt(int number);
     void join(int number);
-    void onEnded(int number);
-    void onIdentified(int number);
-    void onTold(int number, const std::string& text);
 
     // Client::Listener
     void onOutput(int number, std::string_view text) override;
     void onPrompt(int number) override;
     bool mayRead(int number) override { return over || owner.mayReadClient(number); }
+
+    // RemoteClient::Owner
+    void onEnded(int number) override;
+    void onIdentified(int number) override;
+    void onTold(int number, const std::string& text) override;
 
     // Forks::Owner
     int adopt(const Forks::Child& child) override;

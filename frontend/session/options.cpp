@@ -1,5 +1,6 @@
 #include "frontend/session/options.h"
 
+#include "backend/os/limits.h"
 #include "common/sessionfile.h"
 
 #include <CLI/CLI.hpp>

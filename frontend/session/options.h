@@ -1,7 +1,6 @@
 #pragma once
 
 #include "backend/jobs/target.h"
-#include "backend/os/limits.h"
 
 #include <string>
 #include <vector>
@@ -49,8 +48,6 @@ struct Options {
     std::string console;
     /// The program to debug, as a path, and its arguments.
     std::vector<std::string> program;
-
-    static constexpr std::size_t maxTasks = Limits::maxTasks;
 
     /// Whether a launcher starts the tasks.
     bool launches() const { return !launch.empty(); }

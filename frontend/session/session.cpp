@@ -2,10 +2,10 @@
 
 #include "common/error.h"
 #include "common/sessionfile.h"
+#include "common/wholenumber.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
@@ -95,15 +95,12 @@ std::vector<int> Session::candidates() {
     for (std::filesystem::directory_iterator at(prefix.parent_path(), fault), end;
          !fault && at != end; at.increment(fault)) {
         const std::string path = at->path().string();
-        int number = 0;
-        const char* const last = path.data() + path.size();
         if (!path.starts_with(SessionFile::prefix)) continue;
-        const auto [stop, error] =
-            std::from_chars(path.data() + prefix.native().size(), last, number);
+        const auto number = wholeNumber<int>(std::string_view(path).substr(prefix.native().size()));
         struct stat status {};
-        if (error == std::errc() && stop == last && ::lstat(path.c_str(), &status) == 0 &&
-            S_ISSOCK(status.st_mode) && status.st_uid == ::getuid())
-            numbers.push_back(number);
+        if (number && ::lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
+            status.st_uid == ::getuid())
+            numbers.push_back(*number);
     }
     std::ranges::sort(numbers);
     return numbers;

@@ -1,8 +1,8 @@
 #include "frontend/switchboard/groups.h"
 
 #include "common/catalog.h"
+#include "common/wholenumber.h"
 
-#include <charconv>
 #include <iterator>
 
 namespace {
@@ -15,10 +15,8 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // The client that a number-named group stands for; -1 when the name is no number in its usual form.
 int clientOf(const std::string& name) {
-    int id = -1;
-    const char* end = name.data() + name.size();
-    const auto [stop, fault] = std::from_chars(name.data(), end, id);
-    return fault == std::errc() && stop == end && std::to_string(id) == name ? id : -1;
+    const auto id = wholeNumber<int>(name);
+    return id && std::to_string(*id) == name ? *id : -1;
 }
 
 Reply failed(int number, const std::string& text = "") {
