@@ -7,6 +7,9 @@
 /// What this system lets one session have.
 namespace Limits {
 
+/// A session starts with at most this many tasks; forked processes join it later.
+inline constexpr int maxTasks = 4096;
+
 /// What is there to be had.
 struct Facts {
     rlim_t descriptors = 0; // of this process

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr const char* pendingName = "PENDING";
-
 Reply answer(Reply::Value value, int number, const std::string& text = "") {
     Reply reply(value, number);
     reply.addRetInfo(text.c_str());
@@ -49,8 +47,8 @@ void Switchboard::command(int number, const Command& command, Clock::time_point 
     if (command.getConsoleID() != number) throw BrokenConnection();
     Console& console = consoles[number];
     // Who stands in the group keeps it as it was.
-    if (console.group != pendingName &&
-        (command.getType() == Command::GROUP || command.getGroup() == pendingName))
+    if (console.group != GroupNames::pending &&
+        (command.getType() == Command::GROUP || command.getGroup() == GroupNames::pending))
         table.setPending(number, pendingOf(number));
     switch (command.getType()) {
     case Command::CLIENT:
@@ -155,8 +153,8 @@ void Switchboard::groupCommand(int number, const Command& command) {
     operation.unpack(command.getContent(), command.getLength());
     Console& console = consoles[number];
     const bool before = table.members(console.group, number).has_value();
-    const bool filtered =
-        operation.getOpType() == GroupCommand::ASSIGN && operation.getBase() == "FILTERED";
+    const bool filtered = operation.getOpType() == GroupCommand::ASSIGN &&
+                          operation.getBase() == GroupNames::filtered;
     // After a READY it is the console's own, else the user's.
     if (filtered && console.filteredDue == 0) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_PREDEFINED));
@@ -168,15 +166,15 @@ void Switchboard::groupCommand(int number, const Command& command) {
     // The group under its own feet: lost by this command, or while a command ran.
     outlet.toConsole(number,
                      gone && (filtered || before) ? answer(Reply::SUCCESS, 0, "NULL") : reply);
-    if (gone && (filtered || before)) console.group = "all";
+    if (gone && (filtered || before)) console.group = GroupNames::all;
     for (auto& [other, its] : consoles)
         leaveVanishedGroup(other, its);
 }
 
 void Switchboard::switchGroup(int number, const std::string& name) {
-    if (name == pendingName) {
+    if (name == GroupNames::pending) {
         const ClientSet waiting = pendingOf(number);
-        if (!waiting.empty() || consoles[number].group != pendingName)
+        if (!waiting.empty() || consoles[number].group != GroupNames::pending)
             table.setPending(number, waiting);
     }
     const auto members = table.members(name, number);
@@ -227,7 +225,7 @@ void Switchboard::interruptMembers(int number, const Command& command, Clock::ti
     const auto members = table.members(command.getGroup(), number);
     if (!members) {
         // The console goes back to group all.
-        console.group = "all";
+        console.group = GroupNames::all;
         outlet.toConsole(number, answer(Reply::SUCCESS, 0, "NULL"));
         return;
     }
@@ -351,7 +349,7 @@ void Switchboard::clientGone(int id, Clock::time_point) {
 void Switchboard::leaveVanishedGroup(int number, Console& console) {
     if (table.members(console.group, number)) return;
     if (!console.awaited.empty() || console.filteredDue > 0 || !console.interrupts.empty()) return;
-    console.group = "all";
+    console.group = GroupNames::all;
     Data quit;
     quit.setType(Data::QUIT);
     outlet.toConsole(number, quit);

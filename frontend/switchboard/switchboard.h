@@ -5,6 +5,7 @@
 #include "common/clientset.h"
 #include "common/command.h"
 #include "common/data.h"
+#include "common/groupnames.h"
 #include "common/reply.h"
 #include "frontend/switchboard/dispatcher.h"
 #include "frontend/switchboard/groups.h"
@@ -88,7 +89,7 @@ class Switchboard : private Dispatcher::Listener {
 
   private:
     struct Console {
-        std::string group = "all";
+        std::string group = GroupNames::all;
         /// How many READYs were sent for which the console has not assigned its FILTERED yet.
         int filteredDue = 0;
         /// Interrupts without their answers: until when each, and who still works of those whom
