@@ -22,7 +22,7 @@ Dispatcher::Dispatcher(int count, const Driver& debuggersDriver, Outlet& out, Li
       outlet(out),
       listener(told),
       workers(static_cast<std::size_t>(count)),
-      requests([this](int console, const Data& record) { outlet.toConsole(console, record); }) {}
+      requests(out) {}
 
 void Dispatcher::addClient(int id) {
     workers.resize(std::max(workers.size(), static_cast<std::size_t>(id) + 1));
@@ -42,8 +42,7 @@ void Dispatcher::consoleLeft(int console) {
 // --- what clients are to do
 
 std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point now) {
-    const auto isProgram = [this](const std::string& name) { return outlet.isProgram(name); };
-    if (auto problem = wanted.prepare(driver, isProgram)) return problem;
+    if (auto problem = wanted.prepare(driver, outlet)) return problem;
     wanted.waiting = wanted.members;
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));

@@ -22,10 +22,8 @@
 /// Does no I/O: it acts through its Outlet, which must not call back, and tells its Listener.
 class Dispatcher {
   public:
-    class Outlet {
+    class Outlet : public Requests::Outlet, public ProgramLookup {
       public:
-        virtual ~Outlet() = default;
-        virtual void toConsole(int console, const Data& data) = 0;
         /// Types a line, given without its newline, at the client's debugger.
         virtual void toClient(int client, const std::string& line) = 0;
         /// Sends the client's debugger SIGINT.
@@ -36,8 +34,6 @@ class Dispatcher {
                                  const std::string& input) = 0;
         /// Kills it; it is not heard of any more.
         virtual void stopHelper(int client) = 0;
-        /// Whether a program of this name can be run.
-        virtual bool isProgram(const std::string& name) = 0;
     };
 
     class Listener {

@@ -10,15 +10,14 @@ constexpr int deepestStack = 500;
 
 } // namespace
 
-std::optional<std::string>
-Request::prepare(const Driver& driver, const std::function<bool(const std::string&)>& isProgram) {
-    if (kind == Command::SCRIPTCLIENT) return prepareScript(isProgram);
-    if (kind == Command::STATCLIENT) return prepareStat(driver, isProgram);
+std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
+    if (kind == Command::SCRIPTCLIENT) return prepareScript(programs);
+    if (kind == Command::STATCLIENT) return prepareStat(driver, programs);
     line = kind == Command::CLIENT ? text : Text::afterWord(text);
     if (line.starts_with(':')) {
         line.erase(0, 1);
     } else if (!driver.keepsBars(line)) {
-        if (auto pipeline = Pipeline::parse(line, isProgram)) {
+        if (auto pipeline = Pipeline::parse(line, programs)) {
             line = std::move(pipeline->command);
             filter = std::move(pipeline->filter);
         }
@@ -26,15 +25,14 @@ Request::prepare(const Driver& driver, const std::function<bool(const std::strin
     return std::nullopt;
 }
 
-std::optional<std::string>
-Request::prepareScript(const std::function<bool(const std::string&)>& isProgram) {
+std::optional<std::string> Request::prepareScript(ProgramLookup& programs) {
     line = Text::afterWord(text);
     const std::string file = Text::firstWord(line);
     // A word that the shell reads in its own way is left to it.
     constexpr const char* shells = "'\"\\$`*?[~;&|<>(){}";
-    if (file.find_first_of(shells) == std::string::npos && !isProgram(file))
+    if (file.find_first_of(shells) == std::string::npos && !programs.isProgram(file))
         return "cannot run '" + file + "': " +
-               (isProgram("./" + file)
+               (programs.isProgram("./" + file)
                     ? "a program of this directory needs its path, ./" + file
                     : "there is no such program, or it may not be executed (chmod +x)");
     // One that is more than a command is the shell's own.
@@ -42,9 +40,7 @@ Request::prepareScript(const std::function<bool(const std::string&)>& isProgram)
     return std::nullopt;
 }
 
-std::optional<std::string>
-Request::prepareStat(const Driver& driver,
-                     const std::function<bool(const std::string&)>& isProgram) {
+std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLookup& programs) {
     const std::size_t bar = text.find('|');
     const std::string options = Text::afterWord(text.substr(0, bar));
     stat.emplace(options.find("-s") != std::string::npos, options.find("-i") != std::string::npos);
@@ -52,7 +48,7 @@ Request::prepareStat(const Driver& driver,
         const std::size_t begin = text.find_first_not_of(" \t", bar + 1);
         filter = begin == std::string::npos ? "" : text.substr(begin);
         const std::string program = Text::firstWord(filter);
-        if (!isProgram(program)) return "cannot find the program '" + program + "'";
+        if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
     line = driver.backtraceCommand(deepestStack);
     return std::nullopt;

@@ -6,9 +6,9 @@
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/command.h"
+#include "frontend/switchboard/programlookup.h"
 
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -53,12 +53,9 @@ struct Request {
     bool captures() const { return stat || !filter.empty(); }
 
     /// Works out from kind and text what the clients are to do. Gives back what is wrong with it.
-    std::optional<std::string> prepare(const Driver& driver,
-                                       const std::function<bool(const std::string&)>& isProgram);
+    std::optional<std::string> prepare(const Driver& driver, ProgramLookup& programs);
 
   private:
-    std::optional<std::string>
-    prepareScript(const std::function<bool(const std::string&)>& isProgram);
-    std::optional<std::string>
-    prepareStat(const Driver& driver, const std::function<bool(const std::string&)>& isProgram);
+    std::optional<std::string> prepareScript(ProgramLookup& programs);
+    std::optional<std::string> prepareStat(const Driver& driver, ProgramLookup& programs);
 };

@@ -46,7 +46,7 @@ Request& Requests::idleOf(int console) {
 void Requests::broadcast(const std::optional<Data>& record) const {
     if (!record) return;
     for (const auto& [console, number] : idle)
-        send(console, *record);
+        outlet.toConsole(console, *record);
 }
 
 void Requests::flush(Request& request) {

@@ -14,9 +14,14 @@
 /// the records that its output leaves in, which every console gets. Does no I/O.
 class Requests {
   public:
-    using Send = std::function<void(int console, const Data& record)>;
+    class Outlet {
+      public:
+        virtual ~Outlet() = default;
+        virtual void toConsole(int console, const Data& data) = 0;
+    };
 
-    explicit Requests(Send sender) : send(std::move(sender)) {}
+    /// The outlet must outlive this.
+    explicit Requests(Outlet& out) : outlet(out) {}
 
     void consoleJoined(int console);
     /// Nobody owns any more what it started.
@@ -49,7 +54,7 @@ class Requests {
     Request* due(Clock::time_point now);
 
   private:
-    const Send send;
+    Outlet& outlet;
     std::map<int, Request> requests; // by number
     std::map<int, int> idle;         // the numbers of what idle clients say, by console
     int lastNumber = 0;

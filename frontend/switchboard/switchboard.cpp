@@ -118,8 +118,7 @@ bool Switchboard::asksWho(const Command& command) {
 void Switchboard::tellWho(Request request, Clock::time_point now) {
     const int number = request.console;
     const ClientSet& members = request.members;
-    const auto pipeline = Pipeline::parse(
-        request.text, [this](const std::string& name) { return outlet.isProgram(name); });
+    const auto pipeline = Pipeline::parse(request.text, outlet);
     if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
         dispatcher.say(number, request.text, members,
                        "the one command that begins with 'vex' is: vex who");
