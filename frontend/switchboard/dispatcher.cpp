@@ -43,7 +43,6 @@ void Dispatcher::consoleLeft(int console) {
 
 std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point now) {
     if (auto problem = wanted.prepare(driver, outlet)) return problem;
-    wanted.waiting = wanted.members;
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
     for (int id : request.members)
@@ -62,7 +61,6 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
 
 void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
     const int id = wanted.members.front();
-    wanted.waiting = {id};
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
     assign(id, request);
@@ -77,8 +75,8 @@ void Dispatcher::assign(int id, Request& request) {
     // What it said on its own account is no part of the answer.
     takePartial(id);
     worker.cutter.breakLine();
-    worker.lineNo = 0;
     worker.request = &request;
+    request.await(id);
     worker.console = request.console;
     worker.filtered = false;
     worker.captured.clear();
@@ -103,7 +101,7 @@ void Dispatcher::advance(int id, Clock::time_point now) {
         else
             deliver(id, std::move(line), now);
     }
-    requests.flushLarge(request, [&] { return commonLines(request); });
+    requests.flushLarge(request);
     if (worker.exchange.open() || worker.helped) return;
     if (captures(worker) && !worker.filtered) {
         worker.filtered = true;
@@ -140,7 +138,7 @@ void Dispatcher::report(Request& request, std::optional<int> last) {
 void Dispatcher::completed(int id) {
     Worker& worker = at(id);
     Request& request = *std::exchange(worker.request, nullptr);
-    request.waiting.erase(id);
+    worker.lineCount = request.answeredBy(id);
     const bool over = request.waiting.empty();
     if (over && request.stat && !request.reported) report(request, std::nullopt);
     if (over) requests.flush(request);
@@ -195,7 +193,7 @@ void Dispatcher::output(int id, std::string_view text, Clock::time_point now) {
         addLine(id, std::move(line), now);
     Request& request = requestFor(worker);
     if (worker.cutter.since()) requests.awaitWindow(request, *worker.cutter.since());
-    requests.flushLarge(request, [&] { return commonLines(request); });
+    requests.flushLarge(request);
 }
 
 void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
@@ -220,12 +218,13 @@ void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
 void Dispatcher::deliver(int id, std::string text, Clock::time_point now) {
     Worker& worker = at(id);
     Request& request = requestFor(worker);
+    const int lineNo = lineCount(id)++;
     if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
-        request.gathered.addRow(row->clients, worker.lineNo++, row->text);
+        request.gathered.addRow(row->clients, lineNo, row->text);
     else if (request.stat)
-        request.gathered.addRow(request.members, worker.lineNo++, std::move(text));
+        request.gathered.addRow(request.members, lineNo, std::move(text));
     else
-        request.gathered.add(id, worker.lineNo++, std::move(text), now);
+        request.gathered.add(id, lineNo, std::move(text), now);
     requests.awaitWindow(request, now);
 }
 
@@ -241,7 +240,7 @@ void Dispatcher::takePartial(int id) {
     if (captures(worker))
         capture(worker, *text);
     else
-        requestFor(worker).gathered.add(id, worker.lineNo++, std::move(*text), since);
+        requestFor(worker).gathered.add(id, lineCount(id)++, std::move(*text), since);
 }
 
 void Dispatcher::prompted(int id, Clock::time_point now) {
@@ -307,14 +306,6 @@ bool Dispatcher::helperMayTalk(int id) const { return at(id).script.size() < lon
 
 // --- what consoles get
 
-// How many lines all have said that are waited for.
-int Dispatcher::commonLines(const Request& request) const {
-    std::optional<int> least;
-    for (int id : request.waiting)
-        least = std::min(least.value_or(at(id).lineNo), at(id).lineNo);
-    return least.value_or(0);
-}
-
 void Dispatcher::flushDue(Request& request, Clock::time_point now) {
     if (!request.due || *request.due > now) return;
     std::optional<Clock::time_point> young;
@@ -335,8 +326,7 @@ void Dispatcher::flushDue(Request& request, Clock::time_point now) {
         look(id);
     for (std::size_t i = 0; request.waiting.empty() && i < workers.size(); ++i)
         look(static_cast<int>(i));
-    requests.flushDue(
-        request, [&] { return commonLines(request); }, now);
+    requests.flushDue(request, now);
     if (young) requests.awaitWindow(request, *young);
     tellAsking(request, now);
 }
@@ -358,11 +348,17 @@ void Dispatcher::announce(int console, const ClientSet& about, const std::string
     say(console, "", about, text, lastLine(about));
 }
 
-int Dispatcher::lastLine(const ClientSet& ids) const {
+int Dispatcher::lastLine(const ClientSet& ids) {
     int lineNo = 0;
     for (int id : ids)
-        lineNo = std::max(lineNo, at(id).lineNo);
+        lineNo = std::max(lineNo, lineCount(id));
     return lineNo;
+}
+
+// How many lines the client has said since it was given its last command.
+int& Dispatcher::lineCount(int id) {
+    Worker& worker = at(id);
+    return worker.request ? worker.request->lineCounts.at(id) : worker.lineCount;
 }
 
 // Who waits for an answer is named, and the console gets its prompt to give it.

@@ -102,7 +102,7 @@ class Dispatcher {
         int console = 0;
         Exchange exchange;
         LineCutter cutter;
-        int lineNo = 0;
+        int lineCount = 0;              // of an idle client; of others their request has it
         bool helped = false;            // a program works for it
         bool filtered = false;          // its output has gone to the filter
         std::string captured;           // its output, which does not go to the console as it stands
@@ -139,8 +139,8 @@ class Dispatcher {
     void deliver(int client, std::string text, Clock::time_point now);
     void takePartial(int client);
     void flushDue(Request& request, Clock::time_point now);
-    int lastLine(const ClientSet& ids) const;
-    int commonLines(const Request& request) const;
+    int lastLine(const ClientSet& ids);
+    int& lineCount(int client);
 
     void remark(Request& request, const ClientSet& about, const std::string& text);
     void tellAsking(Request& request, Clock::time_point now);

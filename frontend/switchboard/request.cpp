@@ -3,12 +3,21 @@
 #include "backend/os/text.h"
 #include "frontend/switchboard/pipeline.h"
 
+#include <algorithm>
+
 namespace {
 
 // Calls of each thread that stat asks for.
 constexpr int deepestStack = 500;
 
 } // namespace
+
+int Request::commonLines() const {
+    std::optional<int> least;
+    for (const auto& [client, count] : lineCounts)
+        least = std::min(least.value_or(count), count);
+    return least.value_or(0);
+}
 
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
     if (kind == Command::SCRIPTCLIENT) return prepareScript(programs);

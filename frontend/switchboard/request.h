@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 /// A console's command to its clients, from its start until the last of them has answered; or what
 /// a console's idle clients say.
@@ -30,8 +31,10 @@ struct Request {
     bool reported = false;
 
     ClientSet members;
-    /// Those who have not answered yet; empty for what idle clients say.
+    /// The clients that have not answered yet; empty for what idle clients say.
     ClientSet waiting;
+    /// How many lines each of those has said.
+    std::unordered_map<int, int> lineCounts;
     /// Those of whom it was said that they wait for an answer.
     ClientSet asking;
     Aggregator gathered;
@@ -48,6 +51,18 @@ struct Request {
 
     static constexpr std::size_t largeRecord = 1024 * 1024;
 
+    /// A client that works on it from now on; those are all its members or the only one.
+    void await(int client) {
+        waiting.insert(client);
+        lineCounts[client] = 0;
+    }
+    /// The client has answered; gives back how many lines it has said.
+    int answeredBy(int client) {
+        waiting.erase(client);
+        return lineCounts.extract(client).mapped();
+    }
+    /// How many lines all have said that have not answered yet.
+    int commonLines() const;
     bool instant() const { return kind == Command::INSTANT; }
     /// Its clients' output is material: for the program behind the bar, or for stat.
     bool captures() const { return stat || !filter.empty(); }

@@ -64,14 +64,14 @@ void Requests::flushAll(int console) {
     }
 }
 
-void Requests::flushLarge(Request& request, const std::function<int()>& common) {
+void Requests::flushLarge(Request& request) {
     const std::size_t size = request.gathered.size();
     if (request.instant() || size > mostGathered ||
         (request.waiting.empty() && size > Request::largeRecord)) {
         flush(request);
     } else if (size > request.large) {
         request.loud = true;
-        broadcast(request.gathered.takePart(request.console, request.text, common(),
+        broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
                                             Clock::time_point::min()));
         if (const auto oldest = request.gathered.oldest()) {
             request.due = *oldest + Wait::window;
@@ -83,10 +83,9 @@ void Requests::flushLarge(Request& request, const std::function<int()>& common) 
     request.large = std::max(Request::largeRecord, 2 * request.gathered.size());
 }
 
-void Requests::flushDue(Request& request, const std::function<int()>& common,
-                        Clock::time_point now) {
+void Requests::flushDue(Request& request, Clock::time_point now) {
     if (request.loud)
-        broadcast(request.gathered.takePart(request.console, request.text, common(),
+        broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
                                             now - Wait::window / 2));
     else
         flush(request);

@@ -4,7 +4,6 @@
 #include "common/data.h"
 #include "frontend/switchboard/request.h"
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -39,11 +38,10 @@ class Requests {
     void flush(Request& request);
     void flushIdle();
     void flushAll(int console);
-    /// Sends much output before its time, except lines that not all have said who are waited for;
-    /// common gives the number of those that they have.
-    void flushLarge(Request& request, const std::function<int()>& common);
+    /// Sends much output before its time, but keeps the lines that some clients may still say.
+    void flushLarge(Request& request);
     /// Sends what has waited long enough, and sets when to look again.
-    void flushDue(Request& request, const std::function<int()>& common, Clock::time_point now);
+    void flushDue(Request& request, Clock::time_point now);
 
     /// The request is to be looked at when what it has said since then has waited long enough.
     void awaitWindow(Request& request, Clock::time_point since);
