@@ -44,7 +44,6 @@ SessionServer::SessionServer(const Options& wanted, Session& session, Channel li
           [this](int console, const Command& command) {
               if (phase != SERVING || !consoles.contains(console)) return;
               board.command(console, command, Clock::now());
-              schedule();
           }),
       detachment(
           loop, [this] { return clients.releasing(); }, [this] { closeSession(); }) {}
@@ -121,13 +120,11 @@ void SessionServer::command(int id, const Command& command) {
         if (command.getType() == type) whoQueries.forget(id);
     }
     board.command(id, command, Clock::now());
-    schedule();
 }
 
 void SessionServer::onConsoleGone(int id) {
     if (phase == SERVING) {
         board.consoleLeft(id);
-        schedule();
         resumeReading();
     }
     endIfDeserted();
@@ -181,24 +178,14 @@ Clients::Handler SessionServer::clientsHandler() {
     return {[this](int count) { board.setClients(count); },
             [this] { onStarted(); },
             [this] { end(1); },
-            [this](int id, std::string_view text) {
-                board.output(id, text, Clock::now());
-                schedule();
-            },
+            [this](int id, std::string_view text) { board.output(id, text, Clock::now()); },
             [this](int id) {
                 board.prompted(id, Clock::now());
-                schedule();
                 programs.resume();
             },
             [this](int id) { return mayRead(id); },
-            [this](int id) {
-                board.clientGone(id, Clock::now());
-                schedule();
-            },
-            [this](int id, const std::string& who) {
-                board.clientForked(id, who);
-                schedule();
-            },
+            [this](int id) { board.clientGone(id); },
+            [this](int id, const std::string& who) { board.clientForked(id, who); },
             [this](int id, const std::string& text) { board.tell(id, text); },
             [this](const std::string& text) { board.announce(text); },
             [this] { whoQueries.answered(); }};
@@ -208,7 +195,7 @@ void SessionServer::onStarted() {
     phase = SERVING;
     const ClientSet all = board.groups().all();
     for (const int id : all) {
-        if (!clients.alive(id)) board.clientGone(id, Clock::now());
+        if (!clients.alive(id)) board.clientGone(id);
     }
     // A console that has its number may send commands: not before all debuggers have prompted.
     consoles.serve();
@@ -218,13 +205,11 @@ UserPrograms::Handler SessionServer::programsHandler() {
     return {[this](int id, std::string_view text) {
                 if (phase != SERVING) return;
                 board.helperOutput(id, text, Clock::now());
-                schedule();
             },
             [this](int id, const std::string& problem) {
                 if (phase != SERVING) return;
                 if (!problem.empty() && board.runsScript(id)) clients.scriptFailed(id);
                 board.helperEnded(id, problem, Clock::now());
-                schedule();
             },
             [this](int id) { return mayRead(id) && board.helperMayTalk(id); }};
 }
@@ -242,18 +227,12 @@ bool SessionServer::isProgram(const std::string& name) {
 
 // --- time and the end
 
-void SessionServer::schedule() {
-    const auto next = phase == SERVING ? board.deadline() : std::nullopt;
-    if (next == armed) return;
-    armed = next;
+void SessionServer::wakeAt(std::optional<Clock::time_point> time) {
     boardTimer.cancel();
-    if (!next) return;
-    boardTimer.expires_at(*next);
+    if (!time || phase != SERVING) return;
+    boardTimer.expires_at(*time);
     boardTimer.async_wait([this](const asio::error_code& fault) {
-        if (fault || phase != SERVING) return;
-        armed.reset();
-        board.tick(Clock::now());
-        schedule();
+        if (!fault && phase == SERVING) board.tick(Clock::now());
     });
 }
 

@@ -46,7 +46,6 @@ class SessionServer : private Switchboard::Outlet {
 
     Signals signals;
     asio::steady_timer boardTimer; // the switchboard's next deadline
-    std::optional<Clock::time_point> armed;
     asio::steady_timer closeTimer; // patience with consoles that do not read to the end
     ControlServer controls;
     Consoles consoles;
@@ -66,6 +65,7 @@ class SessionServer : private Switchboard::Outlet {
     bool isProgram(const std::string& name) override;
     std::string describe(int client) override { return clients.describe(client); }
     void sessionOver() override { end(0); }
+    void wakeAt(std::optional<Clock::time_point> time) override;
 
     ControlServer::Handler controlsHandler();
     Consoles::Handler consolesHandler();
@@ -84,7 +84,6 @@ class SessionServer : private Switchboard::Outlet {
     bool mayRead(int client) const { return !consoles.congested(board.ownerOf(client)); }
     void resumeReading();
 
-    void schedule();
     void end(int exitStatus);
     void closeSession();
     void killAll();

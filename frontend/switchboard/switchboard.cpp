@@ -38,6 +38,7 @@ void Switchboard::consoleLeft(int number) {
     consoles.erase(number);
     table.removeConsole(number);
     dispatcher.consoleLeft(number);
+    tellDeadline();
 }
 
 // --- what consoles ask
@@ -45,6 +46,11 @@ void Switchboard::consoleLeft(int number) {
 void Switchboard::command(int number, const Command& command, Clock::time_point now) {
     assert(consoles.contains(number));
     if (command.getConsoleID() != number) throw BrokenConnection();
+    carryOut(number, command, now);
+    tellDeadline();
+}
+
+void Switchboard::carryOut(int number, const Command& command, Clock::time_point now) {
     Console& console = consoles[number];
     // Who stands in the group keeps it as it was.
     if (console.group != GroupNames::pending &&
@@ -327,7 +333,27 @@ void Switchboard::tell(int id, const std::string& text) {
         dispatcher.announce(number, {id}, text);
 }
 
-void Switchboard::clientGone(int id, Clock::time_point) {
+void Switchboard::output(int id, std::string_view text, Clock::time_point now) {
+    dispatcher.output(id, text, now);
+    tellDeadline();
+}
+
+void Switchboard::prompted(int id, Clock::time_point now) {
+    dispatcher.prompted(id, now);
+    tellDeadline();
+}
+
+void Switchboard::helperOutput(int id, std::string_view text, Clock::time_point now) {
+    dispatcher.helperOutput(id, text, now);
+    tellDeadline();
+}
+
+void Switchboard::helperEnded(int id, const std::string& problem, Clock::time_point now) {
+    dispatcher.helperEnded(id, problem, now);
+    tellDeadline();
+}
+
+void Switchboard::clientGone(int id) {
     if (!table.all().contains(id)) return; // never announced, or gone before
     dispatcher.clientGone(id);
     table.removeClient(id);
@@ -342,6 +368,7 @@ void Switchboard::clientGone(int id, Clock::time_point) {
     dispatcher.remove(id);
     for (auto& [number, console] : consoles)
         leaveVanishedGroup(number, console);
+    tellDeadline();
 }
 
 // A console whose group is gone is sent to group all, but not while it waits for something.
@@ -370,7 +397,15 @@ std::optional<Clock::time_point> Switchboard::deadline() const {
     return next;
 }
 
+void Switchboard::tellDeadline() {
+    const auto next = deadline();
+    if (next == told) return;
+    told = next;
+    outlet.wakeAt(next);
+}
+
 void Switchboard::tick(Clock::time_point now) {
+    told.reset();
     dispatcher.tick(now);
     for (auto& [number, console] : consoles) {
         while (!console.interrupts.empty() && console.interrupts.front() <= now) {
@@ -379,4 +414,5 @@ void Switchboard::tick(Clock::time_point now) {
         }
         if (console.interrupts.empty()) console.interrupted = {};
     }
+    tellDeadline();
 }

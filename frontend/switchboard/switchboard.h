@@ -33,6 +33,9 @@ class Switchboard : private Dispatcher::Listener {
         virtual std::string describe(int client) = 0;
         /// The session is over: a console asked for it, or the last client is gone.
         virtual void sessionOver() = 0;
+        /// Tick is to be called at this time and at no other that was told before; nothing: it need
+        /// not be called.
+        virtual void wakeAt(std::optional<Clock::time_point> time) = 0;
     };
 
     /// Clients 0 to clients - 1, all idle. The driver and the outlet must outlive this.
@@ -48,24 +51,18 @@ class Switchboard : private Dispatcher::Listener {
     void command(int console, const Command& command, Clock::time_point now);
 
     /// What a client printed, without its prompts.
-    void output(int client, std::string_view text, Clock::time_point now) {
-        dispatcher.output(client, text, now);
-    }
-    void prompted(int client, Clock::time_point now) { dispatcher.prompted(client, now); }
+    void output(int client, std::string_view text, Clock::time_point now);
+    void prompted(int client, Clock::time_point now);
     /// A new client is there, idle; the text says who it is. Its number was never used.
     void clientForked(int client, const std::string& who);
     /// Something to know about a client, for every console.
     void tell(int client, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
-    void clientGone(int client, Clock::time_point now);
+    void clientGone(int client);
 
     /// What a program prints that works for a client, and its end.
-    void helperOutput(int client, std::string_view text, Clock::time_point now) {
-        dispatcher.helperOutput(client, text, now);
-    }
-    void helperEnded(int client, const std::string& problem, Clock::time_point now) {
-        dispatcher.helperEnded(client, problem, now);
-    }
+    void helperOutput(int client, std::string_view text, Clock::time_point now);
+    void helperEnded(int client, const std::string& problem, Clock::time_point now);
     /// Whether it is a script.
     bool runsScript(int client) const {
         const Request* request = dispatcher.requestOf(client);
@@ -79,8 +76,7 @@ class Switchboard : private Dispatcher::Listener {
     /// Whether a command asks which processes the tasks are; the answer calls describe.
     static bool asksWho(const Command& command);
 
-    /// When tick wants to be called; nothing when it need not.
-    std::optional<Clock::time_point> deadline() const;
+    /// Does what is due: what was gathered leaves, interrupts are answered.
     void tick(Clock::time_point now);
 
     const Groups& groups() const { return table; }
@@ -106,7 +102,9 @@ class Switchboard : private Dispatcher::Listener {
     Groups table;
     std::map<int, Console> consoles;
     Dispatcher dispatcher;
+    std::optional<Clock::time_point> told; // the last wakeAt
 
+    void carryOut(int console, const Command& command, Clock::time_point now);
     void clientCommand(int console, const Command& command, Clock::time_point now);
     void tellWho(Request request, Clock::time_point now);
     void count(const Request& request);
@@ -125,4 +123,6 @@ class Switchboard : private Dispatcher::Listener {
     void sendReady(int number, Console& console);
     void checkInterrupt(int number, Console& console);
     void leaveVanishedGroup(int number, Console& console);
+    std::optional<Clock::time_point> deadline() const;
+    void tellDeadline();
 };
