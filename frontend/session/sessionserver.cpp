@@ -204,17 +204,17 @@ void SessionServer::onStarted() {
 UserPrograms::Handler SessionServer::programsHandler() {
     return {[this](int id, std::string_view text) {
                 if (phase != SERVING) return;
-                board.helperOutput(id, text, Clock::now());
+                board.userProgramOutput(id, text, Clock::now());
             },
             [this](int id, const std::string& problem) {
                 if (phase != SERVING) return;
                 if (!problem.empty() && board.runsScript(id)) clients.scriptFailed(id);
-                board.helperEnded(id, problem, Clock::now());
+                board.userProgramEnded(id, problem, Clock::now());
             },
-            [this](int id) { return mayRead(id) && board.helperMayTalk(id); }};
+            [this](int id) { return mayRead(id) && board.userProgramMayTalk(id); }};
 }
 
-void SessionServer::startHelper(int id, const std::string& command, const std::string& input) {
+void SessionServer::startUserProgram(int id, const std::string& command, const std::string& input) {
     programs.start(
         id, {command,
              {{"VEX_SCRIPT_TASKID", std::to_string(id)}, {"VEX_SCRIPT_DEBUGGER", driver->name()}},

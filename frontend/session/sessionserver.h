@@ -60,8 +60,9 @@ class SessionServer : private Switchboard::Outlet {
     void toConsole(int console, const Data& data) override { consoles.send(console, data); }
     void toClient(int client, const std::string& line) override { clients.type(client, line); }
     void interrupt(int client) override { clients.interrupt(client); }
-    void startHelper(int client, const std::string& command, const std::string& input) override;
-    void stopHelper(int client) override { programs.stop(client); }
+    void startUserProgram(int client, const std::string& command,
+                          const std::string& input) override;
+    void stopUserProgram(int client) override { programs.stop(client); }
     bool isProgram(const std::string& name) override;
     std::string describe(int client) override { return clients.describe(client); }
     void sessionOver() override { end(0); }

@@ -77,8 +77,8 @@ Reply Groups::assignFiltered(const GroupCommand& command, int console, const std
     for (const std::string& name : command.names()) {
         if (const auto operand = members(name, console)) ids.insert(*operand);
     }
-    // A step in which nobody spoke does not take the ground from under a console that stands in
-    // FILTERED: its next command would go to all clients.
+    // When no client spoke, a console that stands in FILTERED keeps the group: else its next
+    // command would go to all clients.
     if (!ids.empty() || current != GroupNames::filtered) filtered[console] = std::move(ids);
     return Reply(Reply::SUCCESS, 0);
 }

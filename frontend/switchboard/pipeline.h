@@ -10,7 +10,7 @@
 struct Pipeline {
     /// The debugger's command.
     std::string command;
-    /// What stands behind the bar, for /bin/sh.
+    /// The command of the shell.
     std::string filter;
 
     /// Cuts a line at its first pipe; nothing when it has none. A bar is a pipe outside quotes and

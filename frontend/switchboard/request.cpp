@@ -8,7 +8,7 @@
 namespace {
 
 // Calls of each thread that stat asks for.
-constexpr int deepestStack = 500;
+constexpr int maxCalls = 500;
 
 } // namespace
 
@@ -37,14 +37,14 @@ std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup&
 std::optional<std::string> Request::prepareScript(ProgramLookup& programs) {
     line = Text::afterWord(text);
     const std::string file = Text::firstWord(line);
-    // A word that the shell reads in its own way is left to it.
+    // What the shell reads in its own way is left to the shell.
     constexpr const char* shells = "'\"\\$`*?[~;&|<>(){}";
     if (file.find_first_of(shells) == std::string::npos && !programs.isProgram(file))
         return "cannot run '" + file + "': " +
                (programs.isProgram("./" + file)
                     ? "a program of this directory needs its path, ./" + file
                     : "there is no such program, or it may not be executed (chmod +x)");
-    // One that is more than a command is the shell's own.
+    // A single command takes the place of its shell.
     if (line.find_first_of(";&|") == std::string::npos) line = "exec " + line;
     return std::nullopt;
 }
@@ -59,6 +59,6 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
         const std::string program = Text::firstWord(filter);
         if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
-    line = driver.backtraceCommand(deepestStack);
+    line = driver.backtraceCommand(maxCalls);
     return std::nullopt;
 }

@@ -4,8 +4,8 @@
 
 namespace {
 
-// What is gathered at most while lines wait for the same from slower clients.
-constexpr std::size_t mostGathered = 16 * Request::largeRecord;
+// Bytes that are gathered while lines wait for the same from slower clients.
+constexpr std::size_t maxGathered = 16 * Request::maxRecord;
 
 } // namespace
 
@@ -66,10 +66,10 @@ void Requests::flushAll(int console) {
 
 void Requests::flushLarge(Request& request) {
     const std::size_t size = request.gathered.size();
-    if (request.instant() || size > mostGathered ||
-        (request.waiting.empty() && size > Request::largeRecord)) {
+    if (request.instant() || size > maxGathered ||
+        (request.waiting.empty() && size > Request::maxRecord)) {
         flush(request);
-    } else if (size > request.large) {
+    } else if (size > request.limit) {
         request.loud = true;
         broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
                                             Clock::time_point::min()));
@@ -80,7 +80,7 @@ void Requests::flushLarge(Request& request) {
     } else {
         return;
     }
-    request.large = std::max(Request::largeRecord, 2 * request.gathered.size());
+    request.limit = std::max(Request::maxRecord, 2 * request.gathered.size());
 }
 
 void Requests::flushDue(Request& request, Clock::time_point now) {

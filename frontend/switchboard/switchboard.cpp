@@ -52,7 +52,7 @@ void Switchboard::command(int number, const Command& command, Clock::time_point 
 
 void Switchboard::carryOut(int number, const Command& command, Clock::time_point now) {
     Console& console = consoles[number];
-    // Who stands in the group keeps it as it was.
+    // A console that stands in the group keeps it as it was.
     if (console.group != GroupNames::pending &&
         (command.getType() == Command::GROUP || command.getGroup() == GroupNames::pending))
         table.setPending(number, pendingOf(number));
@@ -110,7 +110,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     count(*dispatcher.requestOf(members->front()));
 }
 
-// Who sends a command waits for nothing else.
+// A console waits for the last command that it has sent.
 void Switchboard::count(const Request& request) {
     Console& console = consoles[request.console];
     ++console.open;
@@ -160,7 +160,7 @@ void Switchboard::groupCommand(int number, const Command& command) {
     const bool before = table.members(console.group, number).has_value();
     const bool filtered = operation.getOpType() == GroupCommand::ASSIGN &&
                           operation.getBase() == GroupNames::filtered;
-    // After a READY it is the console's own, else the user's.
+    // After a READY the console assigns it, at other times its user.
     if (filtered && console.filteredDue == 0) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_PREDEFINED));
         return;
@@ -168,7 +168,7 @@ void Switchboard::groupCommand(int number, const Command& command) {
     const Reply reply = table.apply(operation, number, console.group);
     if (filtered) console.filteredDue = std::max(0, console.filteredDue - 1);
     const bool gone = !table.members(console.group, number);
-    // The group under its own feet: lost by this command, or while a command ran.
+    // The console's own group is gone, by this operation or while a command ran.
     outlet.toConsole(number,
                      gone && (filtered || before) ? answer(Reply::SUCCESS, 0, "NULL") : reply);
     if (gone && (filtered || before)) console.group = GroupNames::all;
@@ -195,8 +195,7 @@ void Switchboard::switchGroup(int number, const std::string& name) {
     for (int id : *members) {
         const Request* request = dispatcher.requestOf(id);
         if (!request) continue;
-        // A command that nobody owns any more goes to the first console that comes to look after
-        // it.
+        // A command whose console has left goes to the first console that switches to its clients.
         if (request->console == 0) {
             dispatcher.adopt(id, number);
             ++console.open;
@@ -207,7 +206,7 @@ void Switchboard::switchGroup(int number, const std::string& name) {
         number, answer(console.awaited.empty() ? Reply::ON_NORMAL : Reply::ON_INTERRUPT, 0, name));
 }
 
-// A command that nobody owns any more is anybody's.
+// A command whose console has left is every console's.
 ClientSet Switchboard::pendingOf(int number) const {
     ClientSet waiting = workingFor(number, table.all());
     waiting.insert(workingFor(0, table.all()));
@@ -225,7 +224,7 @@ ClientSet Switchboard::workingFor(int number, const ClientSet& members) const {
 
 void Switchboard::interruptMembers(int number, const Command& command, Clock::time_point now) {
     Console& console = consoles[number];
-    // It crosses a READY: whatever was said now would be taken for the answer to FILTERED.
+    // The interrupt crosses a READY: the console would take its answer for that to FILTERED.
     if (console.filteredDue > 0) return;
     const auto members = table.members(command.getGroup(), number);
     if (!members) {
@@ -268,7 +267,7 @@ void Switchboard::answered(int id, const Request& request) {
     auto& [number, console] = *owner;
     console.interrupted.erase(id);
     if (!request.waiting.empty()) {
-        // What is left of it may work in another group than the one that the console is in now.
+        // The clients that it still waits for may all be outside the console's present group.
         if (console.awaited.contains(request.number) && !worksHere(request, number, console)) {
             console.awaited.erase(request.number);
             if (console.awaited.empty()) {
@@ -281,7 +280,8 @@ void Switchboard::answered(int id, const Request& request) {
     }
     const bool awaited = console.awaited.erase(request.number) > 0;
     --console.open;
-    // A command left behind in another group says READY only when no other can be mistaken for it.
+    // A command left behind in another group ends with READY only when the console cannot take
+    // that for the end of another one.
     if (console.awaited.empty() && (awaited || !(console.open > 0 || console.filteredDue > 0)))
         sendReady(number, console);
     else
@@ -314,18 +314,18 @@ void Switchboard::sendReady(int number, Console& console) {
     outlet.toConsole(number, ready);
 }
 
-// All whom the interrupt was for have stopped: the console is free, whoever else still runs.
+// When all clients of its interrupts have stopped, the console is free, whatever else still runs.
 void Switchboard::checkInterrupt(int number, Console& console) {
     if (console.interrupts.empty() || !console.interrupted.empty()) return;
     dispatcher.flushAll(number);
     sendReady(number, console);
 }
 
-void Switchboard::clientForked(int id, const std::string& who) {
+void Switchboard::clientForked(int id, const std::string& process) {
     dispatcher.addClient(id);
     table.addClient(id);
     for (const auto& [number, console] : consoles)
-        outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + who));
+        outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + process));
 }
 
 void Switchboard::tell(int id, const std::string& text) {
@@ -343,13 +343,13 @@ void Switchboard::prompted(int id, Clock::time_point now) {
     tellDeadline();
 }
 
-void Switchboard::helperOutput(int id, std::string_view text, Clock::time_point now) {
-    dispatcher.helperOutput(id, text, now);
+void Switchboard::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
+    dispatcher.userProgramOutput(id, text, now);
     tellDeadline();
 }
 
-void Switchboard::helperEnded(int id, const std::string& problem, Clock::time_point now) {
-    dispatcher.helperEnded(id, problem, now);
+void Switchboard::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
+    dispatcher.userProgramEnded(id, problem, now);
     tellDeadline();
 }
 

@@ -17,8 +17,9 @@
 #include <string>
 #include <string_view>
 
-/// Connects consoles with clients: which groups there are, who may ask whom for what, and which
-/// single answer each console waits for. What the clients do is the Dispatcher's.
+/// Connects consoles with clients: knows the groups, decides which console may ask which clients
+/// for what, and gives each console the single answer that it waits for. What the clients do is the
+/// Dispatcher's.
 ///
 /// Does no I/O: it is told what happened and at what time, and acts through its Outlet. Calls that
 /// lead to calls of the Outlet must not come back into the switchboard.
@@ -33,47 +34,46 @@ class Switchboard : private Dispatcher::Listener {
         virtual std::string describe(int client) = 0;
         /// The session is over: a console asked for it, or the last client is gone.
         virtual void sessionOver() = 0;
-        /// Tick is to be called at this time and at no other that was told before; nothing: it need
-        /// not be called.
+        /// Calls tick at this time, and no longer at the one told before; nothing: no call is due.
         virtual void wakeAt(std::optional<Clock::time_point> time) = 0;
     };
 
     /// Clients 0 to clients - 1, all idle. The driver and the outlet must outlive this.
     Switchboard(int clients, const Driver& driver, Outlet& out);
 
-    /// Other clients than the constructor was told, all idle; before a console has joined.
+    /// Replaces the clients by 0 to count - 1, all idle; before a console has joined.
     void setClients(int count);
 
     /// Consoles have numbers from 1 up; a number is used once.
     void consoleJoined(int console);
     void consoleLeft(int console);
-    /// A record of this console.
+    /// The console has sent a record. Throws BrokenConnection when it is none of a console's.
     void command(int console, const Command& command, Clock::time_point now);
 
     /// What a client printed, without its prompts.
     void output(int client, std::string_view text, Clock::time_point now);
     void prompted(int client, Clock::time_point now);
-    /// A new client is there, idle; the text says who it is. Its number was never used.
-    void clientForked(int client, const std::string& who);
-    /// Something to know about a client, for every console.
+    /// Adds an idle client, whose number was never used; the text names its process.
+    void clientForked(int client, const std::string& process);
+    /// Tells all consoles something about a client.
     void tell(int client, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
     void clientGone(int client);
 
-    /// What a program prints that works for a client, and its end.
-    void helperOutput(int client, std::string_view text, Clock::time_point now);
-    void helperEnded(int client, const std::string& problem, Clock::time_point now);
-    /// Whether it is a script.
+    /// What the user's program for a client prints, and its end; "" or what went wrong.
+    void userProgramOutput(int client, std::string_view text, Clock::time_point now);
+    void userProgramEnded(int client, const std::string& problem, Clock::time_point now);
+    /// Whether that program is a script.
     bool runsScript(int client) const {
         const Request* request = dispatcher.requestOf(client);
         return request && request->kind == Command::SCRIPTCLIENT;
     }
     /// Whether there is room for more of its output.
-    bool helperMayTalk(int client) const { return dispatcher.helperMayTalk(client); }
+    bool userProgramMayTalk(int client) const { return dispatcher.userProgramMayTalk(client); }
 
     /// Tells all consoles something that is of no client in particular.
     void announce(const std::string& text);
-    /// Whether a command asks which processes the tasks are; the answer calls describe.
+    /// Whether the command asks which processes the tasks are; its answer needs describe.
     static bool asksWho(const Command& command);
 
     /// Does what is due: what was gathered leaves, interrupts are answered.
@@ -86,14 +86,14 @@ class Switchboard : private Dispatcher::Listener {
   private:
     struct Console {
         std::string group = GroupNames::all;
-        /// How many READYs were sent for which the console has not assigned its FILTERED yet.
+        /// How many READYs the console has not followed with its FILTERED yet.
         int filteredDue = 0;
-        /// Interrupts without their answers: until when each, and who still works of those whom
-        /// they were for.
+        /// When the interrupts without an answer get one at the latest, and those of their clients
+        /// that still work.
         std::deque<Clock::time_point> interrupts;
         ClientSet interrupted;
-        /// How many of its requests have not ended, and the numbers of those that it waits for: the
-        /// last one, or those whose clients are in its group.
+        /// How many of its requests are in flight, and the numbers of those that it waits for: the
+        /// last one, or those that work in the group to which it has switched.
         int open = 0;
         std::set<int> awaited;
     };

@@ -112,10 +112,11 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
     void toClient(int client, const std::string& line) override {
         note("type " + std::to_string(client) + " " + line);
     }
-    void startHelper(int client, const std::string& command, const std::string& input) override {
+    void startUserProgram(int client, const std::string& command,
+                          const std::string& input) override {
         note("start " + std::to_string(client) + " " + command + " < " + input);
     }
-    void stopHelper(int client) override { note("stop " + std::to_string(client)); }
+    void stopUserProgram(int client) override { note("stop " + std::to_string(client)); }
     bool isProgram(const std::string& name) override { return name == "grep" || name == "./it"; }
     std::string describe(int client) override { return "task of " + std::to_string(client); }
     void interrupt(int client) override { note("SIGINT " + std::to_string(client)); }
@@ -423,8 +424,8 @@ TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
     prints({0}, "in\n");
     EXPECT_EQ(prompts({0}), "start 0 grep main < #0 f\n#1 main\n");
     EXPECT_EQ(types(2, "0", "print 1"), "2 FAILED 519");
-    board.helperOutput(0, "#1 main\nvex_cmd kill\nhalf", now);
-    board.helperEnded(0, "ended with status 1", now);
+    board.userProgramOutput(0, "#1 main\nvex_cmd kill\nhalf", now);
+    board.userProgramEnded(0, "ended with status 1", now);
     EXPECT_EQ(happened(), "1 0@0 #1 main / 1 1@0 vex_cmd kill / 1 2@0 half / 1 READY 1");
     for (const std::string line : {"print 1 | grep 2", "pipe where | grep 2"}) {
         filtered();
@@ -435,10 +436,11 @@ TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
 
 TEST_F(SwitchboardTest, AScriptsCommandsAreAnsweredInTheirPlace) {
     EXPECT_EQ(send(1, SCRIPTCLIENT, "0", "script ./it x"), "start 0 exec ./it x < ");
-    board.helperOutput(0, "hello\nvex_cmd print 1\nvex_cmdx\nvex_cmd\nvex_cmd  where\nend", now);
+    board.userProgramOutput(0, "hello\nvex_cmd print 1\nvex_cmdx\nvex_cmd\nvex_cmd  where\nend",
+                            now);
     EXPECT_EQ(happened(), "type 0 print 1");
     prints({0}, "$1 = 1\n");
-    board.helperEnded(0, "ended with status 3", now);
+    board.userProgramEnded(0, "ended with status 3", now);
     EXPECT_EQ(happened(), "");
     EXPECT_EQ(prompts({0}), "type 0 where");
     EXPECT_EQ(answers({0}, "#0 main\n"),
@@ -448,7 +450,7 @@ TEST_F(SwitchboardTest, AScriptsCommandsAreAnsweredInTheirPlace) {
 
 TEST_F(SwitchboardTest, WhatWorksForAClientEndsWithTheInterruptTheClientAndTheConsole) {
     send(1, SCRIPTCLIENT, "all", "script ./it");
-    board.helperOutput(1, "vex_cmd continue\nvex_cmd never\n", now);
+    board.userProgramOutput(1, "vex_cmd continue\nvex_cmd never\n", now);
     EXPECT_EQ(dies(2), "type 1 continue / stop 2 / 1 REMOVE 2 / 2 REMOVE 2");
     EXPECT_EQ(interrupts("all"), "stop 0 / SIGINT 1 / stop 1 / stop 3");
     EXPECT_EQ(stops({1}), "1 0@1 received signal SIGINT / 1 READY 1");
@@ -473,13 +475,13 @@ TEST_F(SwitchboardTest, StatIsOneReportOfAll) {
     EXPECT_EQ(send(1, STATCLIENT, "2", "stat -s -i|grep x"), "type 2 " + command);
     EXPECT_EQ(answers({2}, inMain), "start 2 grep x < 2 | 1 client in main at m.c:1\n");
     // A line that comes back keeps its clients, another is about all.
-    board.helperOutput(2, "2 | 1 client in main at m.c:1\n1 line\n", now);
-    board.helperEnded(2, "", now);
+    board.userProgramOutput(2, "2 | 1 client in main at m.c:1\n1 line\n", now);
+    board.userProgramEnded(2, "", now);
     EXPECT_EQ(happened(), "1 0@2 1 client in main at m.c:1 / 1 1@2 1 line / 1 READY 1");
     filtered();
     EXPECT_EQ(types(1, "1", "vex who | grep 1"), "start 1 grep 1 < 1 | task of 1\n");
-    board.helperOutput(1, "1 | task of 1\n", now);
-    board.helperEnded(1, "", now);
+    board.userProgramOutput(1, "1 | task of 1\n", now);
+    board.userProgramEnded(1, "", now);
     EXPECT_EQ(happened(), "1 0@1 task of 1 / 1 READY 1");
 }
 
