@@ -162,7 +162,7 @@ std::optional<std::string> Clients::defect() const {
         startupOutput.allSaid(options.program[0] + ": No such file or directory", seats.size()))
         return "no task's host has the program; is its file system shared, its path right there?";
     for (std::size_t i = 0; errors && i < seats.size(); ++i) {
-        if (seats[i].alive && !errors->begins(static_cast<int>(i)))
+        if (seats[i].alive && !errors->canTell(static_cast<int>(i)))
             return "the debuggers cannot tell their errors, which --script needs: is this a gdb "
                    "without Python?";
     }
