@@ -254,6 +254,12 @@ TEST_F(SwitchboardTest, EachOpenInterruptIsAnswered) {
     pass(200ms);
     EXPECT_EQ(prompts({0}), "1 READY 1");
     EXPECT_EQ(pass(2s), "");
+    filtered();
+    // READY is no answer to one that was answered by its time.
+    interrupts("2");
+    EXPECT_EQ(pass(1s), "1 SUCCESS");
+    interrupts("3");
+    EXPECT_EQ(stops({3}), "1 0@3 received signal SIGINT / 1 READY 1");
 }
 
 TEST_F(SwitchboardTest, AnInterruptOfAPartFreesTheConsoleWhenThatPartHasStopped) {
@@ -361,6 +367,16 @@ TEST_F(SwitchboardTest, OnTellsWhetherACommandStillRunsThere) {
     EXPECT_EQ(on(2, "2"), "2 ON_INTERRUPT 2");
     EXPECT_EQ(interrupts("2", 2), "SIGINT 2");
     EXPECT_EQ(stops({2}), "2 0@2 received signal SIGINT / 2 READY 2");
+    group(2, ASSIGN, "FILTERED");
+    // It is then one of that console's two, of which the last says READY.
+    board.consoleJoined(3);
+    types(3, "2", "continue");
+    board.consoleLeft(3);
+    on(2, "2");
+    types(2, "3", "where");
+    EXPECT_EQ(on(2, "0"), "2 ON_NORMAL 0");
+    EXPECT_EQ(prompts({2}), "");
+    EXPECT_EQ(prompts({3}), "2 READY 2");
 }
 
 TEST_F(SwitchboardTest, ADyingClientIsAnnouncedAfterItsLastWords) {
@@ -432,6 +448,13 @@ TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
         EXPECT_EQ(types(1, "0", (line[1] == 'r' ? ":" : "") + line), "type 0 " + line);
         prompts({0});
     }
+    // But not without a bound, 64 MB.
+    filtered();
+    types(1, "0", "where | grep main");
+    for (int i = 0; i < 70; ++i)
+        prints({0}, std::string(1 << 20, 'x') + "\n");
+    const std::size_t size = prompts({0}).size();
+    EXPECT_TRUE(size > 64 << 20 && size < 65 << 20) << size;
 }
 
 TEST_F(SwitchboardTest, AScriptsCommandsAreAnsweredInTheirPlace) {
@@ -503,6 +526,12 @@ TEST_F(SwitchboardTest, PendingHoldsWhomTheConsoleWaitsFor) {
     filtered();
     on(1, "all", "PENDING");
     EXPECT_EQ(on(1, "PENDING"), "1 FAILED 511");
+    // The dead leave it, though it stays as it was for a console that stands there.
+    running();
+    on(1, "PENDING");
+    prompts({1});
+    dies(2);
+    EXPECT_EQ(group(1, QUERY, "PENDING"), "1 QUERY PENDING (3): 0:1 3\n");
 }
 
 TEST_F(SwitchboardTest, StrayPromptsAndOutputOfIdleClients) {
