@@ -146,7 +146,7 @@ void Dispatcher::report(Request& request, std::optional<int> last) {
 void Dispatcher::completed(int id) {
     Worker& worker = at(id);
     Request& request = *std::exchange(worker.request, nullptr);
-    worker.lineCount = request.answeredBy(id);
+    worker.idleLineCount = request.answeredBy(id);
     const bool over = request.waiting.empty();
     if (over && request.stat && !request.reported) report(request, std::nullopt);
     if (over) requests.flush(request);
@@ -366,7 +366,7 @@ int Dispatcher::lastLine(const ClientSet& ids) {
 // How many lines the client has said since it was given its last command.
 int& Dispatcher::lineCount(int id) {
     Worker& worker = at(id);
-    return worker.request ? worker.request->lineCounts.at(id) : worker.lineCount;
+    return worker.request ? worker.request->lineCounts.at(id) : worker.idleLineCount;
 }
 
 // Names the clients that wait for an answer, and lets the console prompt for it.

@@ -102,11 +102,11 @@ class Dispatcher {
     struct Worker {
         bool gone = false;
         Request* request = nullptr; // the command it works on; null: it is idle
-        int console = 0;            // for which it works, or worked last; 0: none
+        int console = 0;            // the owner of its present or last command; 0: none
         Exchange exchange;
         LineCutter cutter;
-        int lineCount = 0;              // of an idle client; of others their request has it
-        bool programRuns = false;       // the user's, for it
+        int idleLineCount = 0;          // while it works, its request has the count
+        bool programRuns = false;       // a program of the user's works for it
         bool filtered = false;          // its output has gone to the filter or into the report
         std::string captured;           // its output, which does not go to the console as it stands
         std::deque<std::string> script; // what its script printed and is not carried out yet

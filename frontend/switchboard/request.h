@@ -63,7 +63,7 @@ struct Request {
         waiting.erase(client);
         return lineCounts.extract(client).mapped();
     }
-    /// How many lines all clients have said that have not answered yet.
+    /// How many lines every client that has not answered yet has said.
     int commonLines() const;
     bool instant() const { return kind == Command::INSTANT; }
     /// Whether the clients' output goes to the program behind the bar or into the report, and not

@@ -43,7 +43,7 @@ class Requests {
     /// Sends what has waited long enough, and sets when the rest is due.
     void flushDue(Request& request, Clock::time_point now);
 
-    /// Sets when output of this age is due, unless older output is.
+    /// Output of this age is due a window later, unless older output is due before.
     void awaitWindow(Request& request, Clock::time_point since);
     /// To be called when the request's deadlines have changed.
     void arm(Request& request);

@@ -34,7 +34,7 @@ class Switchboard : private Dispatcher::Listener {
         virtual std::string describe(int client) = 0;
         /// The session is over: a console asked for it, or the last client is gone.
         virtual void sessionOver() = 0;
-        /// Calls tick at this time, and no longer at the one told before; nothing: no call is due.
+        /// Has tick called at this time, in place of the one told before; nothing: not at all.
         virtual void wakeAt(std::optional<Clock::time_point> time) = 0;
     };
 
@@ -47,7 +47,7 @@ class Switchboard : private Dispatcher::Listener {
     /// Consoles have numbers from 1 up; a number is used once.
     void consoleJoined(int console);
     void consoleLeft(int console);
-    /// The console has sent a record. Throws BrokenConnection when it is none of a console's.
+    /// A record from the console; throws BrokenConnection for one that no console sends.
     void command(int console, const Command& command, Clock::time_point now);
 
     /// What a client printed, without its prompts.
