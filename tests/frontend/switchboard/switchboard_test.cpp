@@ -291,6 +291,7 @@ TEST_F(SwitchboardTest, InterruptsThatComeTooLateOrTooEarly) {
     EXPECT_EQ(answers({0}, "Quit\n"), "1 0@0 exited / 1 READY 1");
     filtered();
     // And when no second prompt comes, nobody waits for it for long.
+    pass(1s);
     running("0");
     interrupts("0");
     prompts({0});
@@ -442,6 +443,7 @@ TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
     prints({0}, "in\n");
     EXPECT_EQ(prompts({0}), "start 0 grep main < #0 f\n#1 main\n");
     EXPECT_EQ(types(2, "0", "print 1"), "2 FAILED 519");
+    pass(1s);
     board.userProgramOutput(0, "#1 main\nvex_cmd kill\nhalf", now);
     EXPECT_EQ(pass(200ms), "1 0@0 #1 main / 1 1@0 vex_cmd kill");
     board.userProgramEnded(0, "ended with status 1", now);
