@@ -14,26 +14,29 @@ struct DebuggerStart {
     std::vector<std::string> argv;
     /// Added to the environment.
     Environment environment;
-    /// The prompt that it shows, byte for byte.
+    /// The prompt that the debugger shows, byte for byte.
     std::string prompt;
     /// What stands in argv for the names of the debugger's terminal and of the program's, and for
     /// the process that it attaches to: they are known only where it is started.
     std::string terminal;
     std::string inputTerminal;
     std::string process;
-    /// The process to attach to, which then must outlive the debugger; 0: it starts its program.
+    /// The process to attach to, which then must outlive the debugger; 0: the debugger starts its
+    /// program.
     pid_t attach = 0;
-    /// Whether that may be a shell that runs the program: the program is meant then.
+    /// Whether that process may be a shell that runs the program: the debugger then attaches to the
+    /// program.
     bool throughShells = false;
-    /// Whether it gets the descriptors that this process was started with.
+    /// Whether the debugger gets the descriptors that this process was started with.
     bool inherits = false;
     /// The program's name, for its users.
     std::string program;
-    /// The directory to start it in; empty: as it is.
+    /// The directory to start the debugger in; empty: that of the process that starts it.
     std::string folder;
-    /// For an agent: the number of its client, and what the debugger prints in front of the process
-    /// id of a forked child; empty: those are of no interest.
+    /// For an agent: the number of its client; -1: none.
     int client = -1;
+    /// For an agent: what the debugger prints in front of the process id of a forked child; empty:
+    /// forks are not followed.
     std::string forkMark;
 
     /// The driver gives the command line. The launch needs neither names of terminals nor a

@@ -5,16 +5,16 @@
 #include <string_view>
 #include <vector>
 
-/// What the front end must know about one kind of debugger; another debugger is another subclass.
-/// Knows texts only and does no I/O.
+/// The dialect of one kind of debugger: its command line, its prompts, and what its lines mean.
+/// Another kind is another subclass. Knows texts only and does no I/O.
 class Driver {
   public:
     /// What one debugger is started with.
     struct Launch {
-        /// The running process to attach to, as its command line names it; empty: it starts the
-        /// program.
+        /// The running process to attach to, as the command line names it; empty: the debugger
+        /// starts the program.
         std::string attach;
-        /// That process ends with the debugger, as a program does that it started.
+        /// Whether that process ends with the debugger, as a program that it has started does.
         bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.
         std::vector<std::string> program;
@@ -24,51 +24,51 @@ class Driver {
         std::string terminal;
         /// The terminal that the program reads from.
         std::string inputTerminal;
-        /// What it shall print once at its start and behind the message of each error, before the
-        /// prompt: letters, digits and control bytes. Empty: nothing.
+        /// What the debugger shall print once at its start, and before the prompt behind the
+        /// message of each error: letters, digits and control bytes. Empty: nothing.
         std::string errorMark;
     };
 
     /// What a line of a backtrace of all threads says.
     struct StackLine {
         enum Kind { OTHER, THREAD, CALL } kind = OTHER;
-        /// Of a call: its bare name, without arguments and parameter types.
+        /// The bare name of a call, without arguments and parameter types.
         std::string function;
-        /// Of a call: "file:line", or the library; empty when the debugger does not know.
+        /// "file:line" of a call, or its library; empty when the debugger does not know.
         std::string place;
     };
 
     virtual ~Driver() = default;
 
-    /// What scripts are told that it is.
+    /// The debugger's name, for scripts.
     virtual std::string name() const = 0;
 
-    /// The command line that starts it.
+    /// The command line that starts the debugger.
     virtual std::vector<std::string> argv(const Launch& launch) const = 0;
     /// The prompt that it then shows, byte for byte.
     virtual std::string prompt(const std::string& nonce) const = 0;
-    /// The line with nothing at its end that makes the debugger wait for another one.
+    /// The line without an end that would make the debugger wait for another line.
     virtual std::string whole(std::string line) const = 0;
     /// Whether output that ends like this waits for an answer (a secondary prompt).
     virtual bool asks(std::string_view tail) const = 0;
-    /// The line that it prints when an interrupt finds it idle.
+    /// The line that the debugger prints when an interrupt finds it idle.
     virtual std::string interruptEcho() const = 0;
     /// Whether this line shows that an interrupt was taken.
     virtual bool showsInterrupt(std::string_view line) const = 0;
-    /// What it prints in front of the process id of a child that the program has forked and that
-    /// it does not debug; empty: it prints nothing of the kind.
+    /// What the debugger prints in front of the process id of a forked child that it does not
+    /// debug; empty: it does not tell of forks.
     virtual std::string forkMark() const = 0;
-    /// Whether it can print an error mark.
+    /// Whether the debugger can print an error mark.
     virtual bool marksErrors() const { return false; }
     /// Whether this line is the message of an error, for a debugger that prints no marks.
     virtual bool reportsError(std::string_view) const { return false; }
     /// Whether this line of the start-up is of no interest to the user.
     virtual bool isGreeting(std::string_view line) const = 0;
-    /// What to do about a line of the start-up; empty: nothing is known.
+    /// What the user can do about this line of the start-up; empty: nothing is known.
     virtual std::string hintFor(std::string_view) const { return ""; }
     /// Whether this command line takes bars as its own, a pipe of the debugger, say.
     virtual bool keepsBars(std::string_view line) const = 0;
-    /// The command that prints the stacks of all threads, at most so many calls of each.
+    /// The command that prints the stacks of all threads, at most this many calls of each.
     virtual std::string backtraceCommand(int calls) const = 0;
     virtual StackLine parseStackLine(std::string_view line) const = 0;
 

@@ -10,26 +10,26 @@ std::string ErrorWatch::pass(int client, std::string_view text, bool counts) {
         // The first one only says that there are marks.
         if (piece.prompt && ++each.marks > 1 && counts) count(client);
     }
-    each.partial += plain;
+    each.partialLine += plain;
     std::size_t from = 0;
-    for (std::size_t end; (end = each.partial.find('\n', from)) != std::string::npos;
+    for (std::size_t end; (end = each.partialLine.find('\n', from)) != std::string::npos;
          from = end + 1) {
         if (counts &&
-            debugger.reportsError(std::string_view(each.partial).substr(from, end - from)))
+            driver.reportsError(std::string_view(each.partialLine).substr(from, end - from)))
             count(client);
     }
-    each.partial.erase(0, from);
+    each.partialLine.erase(0, from);
     return plain;
 }
 
-bool ErrorWatch::begins(int client) { return !debugger.marksErrors() || seen(client).marks > 0; }
+bool ErrorWatch::canTell(int client) { return !driver.marksErrors() || seen(client).marks > 0; }
 
 void ErrorWatch::typed(int client, const std::string& line) {
-    if (!line.empty()) seen(client).last = line;
+    if (!line.empty()) seen(client).lastTyped = line;
 }
 
 void ErrorWatch::ended(int client) {
-    const std::string word = Text::firstWord(seen(client).last);
+    const std::string word = Text::firstWord(seen(client).lastTyped);
     if (word != "q" && word != "quit" && word != "exit") count(client);
 }
 
@@ -43,7 +43,7 @@ std::optional<std::string> ErrorWatch::verdict() const {
     if (errors > 0)
         text = (errors == 1 ? "1 error was" : std::to_string(errors) + " errors were") +
                std::string(" reported by the debuggers of ") + Text::list(culprits);
-    if (!failed.empty())
-        text += (text.empty() ? "" : "; ") + ("scripts failed of " + Text::list(failed));
+    if (!scriptsFailed.empty())
+        text += (text.empty() ? "" : "; ") + ("scripts failed of " + Text::list(scriptsFailed));
     return text.empty() ? std::nullopt : std::optional(text);
 }

@@ -9,24 +9,25 @@
 #include <string>
 #include <string_view>
 
-/// Notices in the output of the clients that a debugger reported an error, and takes the marks out
-/// that tell it (Driver::Launch::errorMark). Also an error: a debugger that ends without having
-/// been told to. Does no I/O.
+/// Counts the errors that debuggers report, and takes the marks that tell of them
+/// (Driver::Launch::errorMark) out of the clients' output. The end of a debugger that no command
+/// has ended is an error, too. Does no I/O.
 class ErrorWatch {
   public:
     /// The driver must live as long as this. The mark is the same for all clients.
-    ErrorWatch(const Driver& driver, std::string mark)
-        : debugger(driver), errorMark(std::move(mark)) {}
+    ErrorWatch(const Driver& kind, std::string mark) : driver(kind), errorMark(std::move(mark)) {}
 
     const std::string& mark() const { return errorMark; }
-    /// The output without marks; whether what it tells counts.
+    /// Gives the output back without marks; its errors are left out when `counts` is false.
     std::string pass(int client, std::string_view text, bool counts = true);
-    /// A client is ready for its first command. False when it cannot tell errors.
-    bool begins(int client);
+    /// Whether the debugger of a client that is ready for its first command can tell errors.
+    bool canTell(int client);
+    /// A line was typed at the client's debugger.
     void typed(int client, const std::string& line);
+    /// The client's debugger has ended.
     void ended(int client);
     /// A script that ran for the client has failed.
-    void scriptFailed(int client) { failed.insert(client); }
+    void scriptFailed(int client) { scriptsFailed.insert(client); }
 
     /// "3 errors were reported by the debuggers of 0:1 4"; nothing when there was none.
     std::optional<std::string> verdict() const;
@@ -35,16 +36,16 @@ class ErrorWatch {
     struct Seen {
         explicit Seen(const std::string& mark) : matcher(mark) {}
         PromptMatcher matcher;
-        std::string partial; // line
-        std::string last;    // typed
+        std::string partialLine;
+        std::string lastTyped;
         long marks = 0;
     };
-    const Driver& debugger;
+    const Driver& driver;
     const std::string errorMark;
     std::map<int, Seen> clients;
     long errors = 0;
     ClientSet culprits;
-    ClientSet failed; // whose scripts have
+    ClientSet scriptsFailed;
 
     Seen& seen(int client) { return clients.try_emplace(client, errorMark).first->second; }
     void count(int client);

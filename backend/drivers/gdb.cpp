@@ -6,7 +6,7 @@ namespace {
 
 // What gdb writes to its standard error, errors, warnings and a few notices, goes to a file in
 // memory. A thread shows it as it comes; when a command is done, all is shown, and the mark behind
-// it if there is an error. A breakpoint that waits for a library was made, whatever was said of it.
+// it if there is an error. A breakpoint that waits for a library was made, whatever gdb says of it.
 constexpr const char* errorHook = R"(
 import gdb, os, signal, threading, time
 mark = bytes([MARK])
@@ -53,7 +53,7 @@ write(mark)
 os.dup2(messages, 2)
 )";
 
-// What ends the process that it has attached to asks first; all else goes without a question.
+// Commands that end the attached process ask first; all others go without a question.
 constexpr const char* askHook = R"(
 import gdb
 def define(command):
@@ -81,7 +81,7 @@ std::string inOneLine(const std::string& python) {
         else
             line += c;
     }
-    // Names of its own, so that it does not meet the user's.
+    // In a name space of its own, apart from the user's names.
     return "python exec('" + line + "', {})";
 }
 
@@ -128,7 +128,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back(errorHookFor(launch.errorMark));
     }
     if (!launch.attach.empty()) {
-        // The end of its input makes it quit, too.
+        // gdb quits at the end of its input, too.
         words.insert(words.end(),
                      {"-iex", launch.owned ? R"(python gdb.execute("define hook-quit\nkill\nend"))"
                                            : inOneLine(askHook)});
@@ -143,7 +143,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
 std::string Gdb::prompt(const std::string& nonce) const { return "\001" + nonce + "\n"; }
 
 std::string Gdb::whole(std::string line) const {
-    // It reads on after any backslash at the end, the second of two as well, and shows no prompt.
+    // gdb reads on after any backslash at the end, the second of two as well, and shows no prompt.
     while (line.ends_with('\\'))
         line.pop_back();
     return line;
@@ -162,7 +162,7 @@ bool Gdb::showsInterrupt(std::string_view line) const {
            line.find("stopped.") != std::string_view::npos;
 }
 
-// Not that of a vfork, whose child executes another program at once.
+// A vfork has another line: its child executes another program at once.
 std::string Gdb::forkMark() const { return "[Detaching after fork from child process "; }
 
 bool Gdb::isGreeting(std::string_view line) const {

@@ -9,13 +9,13 @@ std::vector<std::string> Lldb::argv(const Launch& launch) const {
         "stop-line-count-before 0",
         "stop-line-count-after 1",
     };
-    // The program reads from a terminal of its own. What it writes must go through the debugger:
-    // only then does that keep its prompt back until the program stops.
+    // The program reads from a terminal of its own. Its output must go through lldb, which only
+    // then keeps its prompt back until the program stops.
     if (launch.attach.empty()) settings.push_back("target.input-path " + launch.inputTerminal);
     std::vector<std::string> words{executable, "--no-lldbinit", "--no-use-colors"};
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-O", "settings set " + setting});
-    // Last of all: it echoes every command of its command line behind a prompt.
+    // The prompt comes last: lldb echoes every command of its command line behind a prompt.
     words.insert(words.end(), {"-o", "settings set prompt \"\\x01" + launch.nonce + "\\n\""});
     if (!launch.attach.empty()) {
         words.insert(words.end(), {"-p", launch.attach});
@@ -43,7 +43,7 @@ bool Lldb::showsInterrupt(std::string_view line) const {
 }
 
 bool Lldb::isGreeting(std::string_view line) const {
-    // One whose Python is not complete says so in a traceback, and can do without.
+    // An lldb without a complete Python prints a traceback, and works.
     return line.empty() || line.starts_with("(lldb) ") ||
            line.starts_with("Current executable set to ") || line.starts_with("Traceback ") ||
            line.starts_with("  File \"<string>\"") || line.starts_with("ModuleNotFoundError") ||

@@ -12,7 +12,7 @@ class Lldb : public Driver {
     std::string prompt(const std::string& nonce) const override;
     std::string whole(std::string line) const override { return line; }
     bool asks(std::string_view tail) const override;
-    // One that is idle says nothing.
+    // An idle lldb says nothing: no line is equal to this.
     std::string interruptEcho() const override { return "\001"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override { return ""; }

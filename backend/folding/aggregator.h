@@ -16,8 +16,8 @@ class Aggregator {
     /// Adds one client's line; its number counts from 0 within the client's answer. The times
     /// ascend.
     void add(int client, int lineNo, std::string text, Clock::time_point now);
-    /// Adds a line that is about a set of clients, none of which says it by itself. Such lines keep
-    /// their order and stand behind the clients' own; no two of a line number have the same text.
+    /// Adds a line about a set of clients that none of them has said. Such lines keep their order
+    /// and stand behind the clients' own; no two of a line number have the same text.
     void addRow(const ClientSet& clients, int lineNo, std::string text);
     bool empty() const { return pending.empty() && rows.empty(); }
     /// Roughly the memory that the lines take.
@@ -26,7 +26,8 @@ class Aggregator {
     std::optional<Clock::time_point> oldest() const;
     /// The record of what was gathered, addressed to a console; nothing when nothing was gathered.
     std::optional<Data> take(int consoleId, const std::string& consoleCmd);
-    /// The same of the lines below a number, and of all that were added at a time or before.
+    /// The same of the lines whose numbers are lower than `below`, and of all that were added no
+    /// later than `before`.
     std::optional<Data> takePart(int consoleId, const std::string& consoleCmd, int below,
                                  Clock::time_point before);
 

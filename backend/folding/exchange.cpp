@@ -16,7 +16,7 @@ Exchange::Line Exchange::line(std::string_view text, const Driver& driver, Clock
     Line kind = ANSWER;
     if (state == SETTLING) {
         if (text == driver.interruptEcho()) return TOO_LATE;
-        // The debugger dropped the interrupt and has taken up the command after it.
+        // The debugger dropped the interrupt and began the command after it.
         state = TYPED;
         signalled = 1;
         signalledAt = now;
@@ -34,8 +34,8 @@ Exchange::Prompt Exchange::prompt(Clock::time_point now) {
     case TYPED:
         if (signalled > 0 || onlyQuit) {
             // The command may have ended just before the signal came: the debugger then answers
-            // with one more prompt, which must not pass for the next command's. Or it begins only
-            // now.
+            // with one more prompt, which must not pass for the next command's. Or the command
+            // begins only now.
             state = SETTLING;
             settled = now + Wait::settle;
             return UNSURE;

@@ -6,33 +6,45 @@
 #include <optional>
 #include <string_view>
 
-/// One line typed at a driver, until the prompt that is the answer to it and to no interrupt.
-/// Does no I/O: it is told what happened, and says what that means.
+/// One line typed at a debugger, until the prompt that answers the line and not an interrupt. Does
+/// no I/O: it is told what happened, and says what that means.
 class Exchange {
   public:
     /// A line is typed.
     void begin();
-    /// It was typed and is not answered yet.
+    /// Whether a line was typed and is not answered yet.
     bool open() const { return state != IDLE; }
-    /// The debugger has prompted, but it may be that this was for an interrupt.
+    /// Whether the debugger has prompted, but perhaps only for an interrupt.
     bool settling() const { return state == SETTLING; }
 
     /// Whether the debugger is to get SIGINT now: a second one too soon would meet the prompt and
     /// disturb the next line.
     bool interrupt(Clock::time_point now);
 
-    /// What a line of output is: part of the answer; the echo of an interrupt that came too late;
-    /// or part of an answer that begins only now, the interrupt having come too early: it is to be
-    /// sent again.
-    enum Line { ANSWER, TOO_LATE, TOO_EARLY };
+    /// What a line of output is.
+    enum Line {
+        /// Part of the answer.
+        ANSWER,
+        /// The echo of an interrupt that came after the answer.
+        TOO_LATE,
+        /// Part of an answer that begins only now: the interrupt came before it, and is to be sent
+        /// again.
+        TOO_EARLY,
+    };
     Line line(std::string_view text, const Driver& driver, Clock::time_point now);
 
-    /// What a prompt is: none that was waited for; one behind which another may follow, until
-    /// settledAt; the end of the turn.
-    enum Prompt { STRAY, UNSURE, ANSWERED };
+    /// What a prompt is.
+    enum Prompt {
+        /// Nobody waited for it.
+        STRAY,
+        /// Another may follow, until settledAt.
+        UNSURE,
+        /// The end of the exchange.
+        ANSWERED,
+    };
     Prompt prompt(Clock::time_point now);
     Clock::time_point settledAt() const { return settled; }
-    /// No other prompt came: the turn is over.
+    /// No other prompt came: the exchange is over.
     void end();
 
   private:

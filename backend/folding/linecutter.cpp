@@ -17,7 +17,7 @@ std::vector<std::string> LineCutter::feed(std::string_view text, Clock::time_poi
         partial.append(head);
         if (newline == std::string_view::npos) {
             line.append(head);
-            if (line.size() > tailSize) line.erase(0, line.size() - tailSize);
+            if (line.size() > maxTail) line.erase(0, line.size() - maxTail);
             break;
         }
         if (!taken || !partial.empty()) lines.push_back(std::exchange(partial, {}));

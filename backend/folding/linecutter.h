@@ -9,9 +9,8 @@
 
 /// Cuts one client's output into lines.
 ///
-/// A line that has not got its newline yet is kept; its owner decides when it has waited long
-/// enough and takes it as it stands. What follows is then a new line; a newline alone is the end of
-/// the one that was taken.
+/// An unfinished line is kept until its newline comes, or until the owner takes it as it stands.
+/// What follows a taken line is a new line, but a newline alone is the end of the taken line.
 class LineCutter {
   public:
     /// The lines that this text completes, without their newlines. NUL bytes are left out: a
@@ -28,7 +27,7 @@ class LineCutter {
     void breakLine();
 
   private:
-    static constexpr std::size_t tailSize = 256;
+    static constexpr std::size_t maxTail = 256;
 
     std::string partial;
     std::string line;

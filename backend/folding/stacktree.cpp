@@ -18,7 +18,7 @@ void StackTree::add(int client, const std::vector<std::string>& calls) {
         node = &node->calls[*call];
         count(*node, client);
     }
-    // Of code without names the one that says most is the first caller with one.
+    // In code without names, the first caller that has a name says most.
     const auto named = std::find_if(calls.begin() + 1, calls.end(), [](const std::string& call) {
         return !call.starts_with("??");
     });
@@ -27,7 +27,7 @@ void StackTree::add(int client, const std::vector<std::string>& calls) {
           client);
 }
 
-// Those of equal size in the order of their first clients.
+// Nodes of equal size stand in the order of their first clients.
 std::vector<const std::pair<const std::string, StackTree::Node>*>
 StackTree::byClients(const std::map<std::string, Node>& nodes) {
     std::vector<const std::pair<const std::string, Node>*> sorted;

@@ -21,16 +21,16 @@ class StackTree {
 
     /// Adds the stack of one thread, the innermost call first.
     void add(int client, const std::vector<std::string>& calls);
-    /// Adds a client of which there is nothing to show, and why.
+    /// Adds a client that has no stack, and the reason.
     void addWithout(int client, const std::string& reason) { without[reason].insert(client); }
 
-    /// Where the innermost calls are, the fewest clients first; then the clients without stacks,
-    /// one group for each reason. The places are one group, so that a console colours those that
-    /// differ, but groups of their own when there are so many that it would show them client by
-    /// client.
+    /// Where the innermost calls are, the place with the fewest clients first; then the clients
+    /// without stacks, a group for each reason. All places are one group, so that a console colours
+    /// their differences; when the console would show so many places client by client, each is a
+    /// group.
     std::vector<RowGroup> places() const;
-    /// The calls from the outermost inwards, a group of one row for each, indented by depth; of
-    /// those side by side the one with the fewest clients first.
+    /// The calls from the outermost inwards, a group of one row for each, indented by depth. Of the
+    /// calls of one caller, that with the fewest clients stands first.
     std::vector<RowGroup> tree() const;
 
   private:

@@ -30,7 +30,7 @@ void StatReport::add(int client, const std::string& answer, const Driver& driver
     if (!any) stacks.addWithout(client, "no stack: " + (first.empty() ? "no process" : first));
 }
 
-// Code without a name is told by its library.
+// A function without a name is shown by its library.
 std::string StatReport::nameOf(const Driver::StackLine& call) const {
     if (call.place.empty()) return call.function;
     if (call.function == "??") return call.function + " of " + Text::baseName(call.place);

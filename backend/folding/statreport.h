@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-/// The report of stat: where the threads of all clients are; or rows that are known already. Does
-/// no I/O.
+/// The report of stat, where the threads of all clients are; or of rows that are known already.
+/// Does no I/O.
 class StatReport {
   public:
-    /// Whether calls are told apart by source line, too, and whether the tree is left out.
+    /// withPlaces tells calls apart by source line, too; innermostOnly leaves the tree out.
     StatReport(bool withPlaces, bool innermostOnly)
         : places(withPlaces), innermost(innermostOnly) {}
 
@@ -22,11 +22,11 @@ class StatReport {
     void addRow(const std::string& text, const ClientSet& clients) {
         ready.push_back({{text, clients}});
     }
-    /// All rows, by line.
+    /// All rows; each group is a line of the report.
     std::vector<StackTree::RowGroup> rows() const;
-    /// The same as a text for a program, "0:3 | row" each, of which find then knows the rows.
+    /// The same as a text for a program, "0:3 | row" each; find knows its lines from then on.
     std::string text();
-    /// The row that a line of the text was; null when it was none.
+    /// The row behind a line of the text; null when the text has no such line.
     const StackTree::Row* find(const std::string& line) const;
 
   private:

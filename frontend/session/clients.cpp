@@ -158,7 +158,7 @@ std::optional<std::string> Clients::defect() const {
         startupOutput.allSaid(options.program[0] + ": No such file or directory", tasks.size()))
         return "no task's host has the program; is its file system shared, its path right there?";
     for (std::size_t i = 0; errors && i < tasks.size(); ++i) {
-        if (tasks[i].phase != Task::ENDED && !errors->begins(static_cast<int>(i)))
+        if (tasks[i].phase != Task::ENDED && !errors->canTell(static_cast<int>(i)))
             return "the debuggers cannot tell their errors, which --script needs: is this a gdb "
                    "without Python?";
     }

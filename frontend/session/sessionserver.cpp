@@ -104,19 +104,16 @@ void SessionServer::onCommand(int id, const Command& command) {
         if (command.getType() == type) whoQueries.forget(id);
     }
     board.command(id, command, Clock::now());
-    schedule();
 }
 
 void SessionServer::onIdentitiesKnown(int id, const Command& command) {
     if (phase != SERVING || !consoles.contains(id)) return;
     board.command(id, command, Clock::now());
-    schedule();
 }
 
 void SessionServer::onConsoleLeft(int id) {
     if (phase == SERVING) {
         board.consoleLeft(id);
-        schedule();
         resumeReading();
     }
     endIfDeserted();
@@ -164,30 +161,22 @@ void SessionServer::resumeReading() {
 
 void SessionServer::onClientOutput(int id, std::string_view text) {
     board.output(id, text, Clock::now());
-    schedule();
 }
 
 void SessionServer::onClientPrompt(int id) {
     board.prompted(id, Clock::now());
-    schedule();
     programs.resume();
 }
 
-void SessionServer::onClientEnded(int id) {
-    board.clientGone(id, Clock::now());
-    schedule();
-}
+void SessionServer::onClientEnded(int id) { board.clientGone(id); }
 
-void SessionServer::onClientForked(int id, const std::string& who) {
-    board.clientForked(id, who);
-    schedule();
-}
+void SessionServer::onClientForked(int id, const std::string& who) { board.clientForked(id, who); }
 
 void SessionServer::onAllStarted() {
     phase = SERVING;
     const ClientSet all = board.groups().all();
     for (const int id : all) {
-        if (!clients.alive(id)) board.clientGone(id, Clock::now());
+        if (!clients.alive(id)) board.clientGone(id);
     }
     // A console that has its number may send commands: not before all debuggers have prompted.
     consoles.serve();
@@ -195,18 +184,16 @@ void SessionServer::onAllStarted() {
 
 void SessionServer::onProgramOutput(int id, std::string_view text) {
     if (phase != SERVING) return;
-    board.helperOutput(id, text, Clock::now());
-    schedule();
+    board.userProgramOutput(id, text, Clock::now());
 }
 
 void SessionServer::onProgramEnded(int id, const std::string& problem) {
     if (phase != SERVING) return;
     if (!problem.empty() && board.runsScript(id)) clients.scriptFailed(id);
-    board.helperEnded(id, problem, Clock::now());
-    schedule();
+    board.userProgramEnded(id, problem, Clock::now());
 }
 
-void SessionServer::startHelper(int id, const std::string& command, const std::string& input) {
+void SessionServer::startUserProgram(int id, const std::string& command, const std::string& input) {
     programs.start(
         id, {command,
              {{"VEX_SCRIPT_TASKID", std::to_string(id)}, {"VEX_SCRIPT_DEBUGGER", driver->name()}},
@@ -219,17 +206,11 @@ bool SessionServer::isProgram(const std::string& name) {
 
 // --- time and the end
 
-void SessionServer::schedule() {
-    const auto next = phase == SERVING ? board.deadline() : std::nullopt;
-    if (next == armed) return;
-    armed = next;
+void SessionServer::wakeAt(std::optional<Clock::time_point> time) {
     boardTimer.cancel();
-    if (!next) return;
-    boardTimer.at(*next, [this] {
-        if (phase != SERVING) return;
-        armed.reset();
-        board.tick(Clock::now());
-        schedule();
+    if (!time || phase != SERVING) return;
+    boardTimer.at(*time, [this] {
+        if (phase == SERVING) board.tick(Clock::now());
     });
 }
 

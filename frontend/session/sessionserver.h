@@ -50,7 +50,6 @@ class SessionServer : private Switchboard::Outlet,
 
     Signals signals;
     Timer boardTimer; // the switchboard's next deadline
-    std::optional<Clock::time_point> armed;
     Timer closeTimer; // for consoles that do not read to the end
     ControlServer controls;
     Consoles consoles;
@@ -65,11 +64,13 @@ class SessionServer : private Switchboard::Outlet,
     void toConsole(int console, const Data& data) override { consoles.send(console, data); }
     void toClient(int client, const std::string& line) override { clients.type(client, line); }
     void interrupt(int client) override { clients.interrupt(client); }
-    void startHelper(int client, const std::string& command, const std::string& input) override;
-    void stopHelper(int client) override { programs.stop(client); }
+    void startUserProgram(int client, const std::string& command,
+                          const std::string& input) override;
+    void stopUserProgram(int client) override { programs.stop(client); }
     bool isProgram(const std::string& name) override;
     std::string describe(int client) override { return clients.describe(client); }
     void sessionOver() override { end(0); }
+    void wakeAt(std::optional<Clock::time_point> time) override;
 
     // Clients::Owner
     void onTaskCount(int tasks) override { board.setClients(tasks); }
@@ -102,7 +103,7 @@ class SessionServer : private Switchboard::Outlet,
     void onProgramOutput(int client, std::string_view text) override;
     void onProgramEnded(int client, const std::string& problem) override;
     bool mayReadProgram(int client) override {
-        return mayReadClient(client) && board.helperMayTalk(client);
+        return mayReadClient(client) && board.userProgramMayTalk(client);
     }
 
     // WhoQueries::Owner
@@ -118,6 +119,5 @@ class SessionServer : private Switchboard::Outlet,
     void endIfDeserted();
     void resumeReading();
 
-    void schedule();
     void end(int exitStatus);
 };

@@ -8,21 +8,21 @@
 
 namespace {
 
-// What is kept of one client's output for the program behind its bar.
-constexpr std::size_t largestCapture = 64 * 1024 * 1024;
-// Lines of a script that wait until its client's debugger has answered the one before.
-constexpr std::size_t longScript = 10000;
+// Bytes that are kept of one client's output for the program behind the bar.
+constexpr std::size_t maxCaptured = 64 * 1024 * 1024;
+// Lines of a script that wait until the client's debugger has answered the line before them.
+constexpr std::size_t maxScript = 10000;
 
 constexpr const char* scriptCommand = "vex_cmd";
 
 } // namespace
 
-Dispatcher::Dispatcher(int count, const Driver& debuggersDriver, Outlet& out, Listener& told)
-    : driver(debuggersDriver),
+Dispatcher::Dispatcher(int count, const Driver& kind, Outlet& out, Listener& told)
+    : driver(kind),
       outlet(out),
       listener(told),
       workers(static_cast<std::size_t>(count)),
-      requests([this](int console, const Data& record) { outlet.toConsole(console, record); }) {}
+      requests(out) {}
 
 void Dispatcher::addClient(int id) {
     workers.resize(std::max(workers.size(), static_cast<std::size_t>(id) + 1));
@@ -33,18 +33,16 @@ void Dispatcher::consoleLeft(int console) {
     for (std::size_t i = 0; i < workers.size(); ++i) {
         if (workers[i].console != console) continue;
         workers[i].console = 0;
-        if (!workers[i].helped) continue;
-        stopHelper(static_cast<int>(i));
-        advance(static_cast<int>(i), Clock::time_point());
+        if (!workers[i].programRuns) continue;
+        stopUserProgram(static_cast<int>(i));
+        conclude(static_cast<int>(i));
     }
 }
 
 // --- what clients are to do
 
 std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point now) {
-    const auto isProgram = [this](const std::string& name) { return outlet.isProgram(name); };
-    if (auto problem = wanted.prepare(driver, isProgram)) return problem;
-    wanted.waiting = wanted.members;
+    if (auto problem = wanted.prepare(driver, outlet)) return problem;
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
     for (int id : request.members)
@@ -52,8 +50,8 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
     requests.flushIdle();
     for (int id : request.members) {
         if (request.kind == Command::SCRIPTCLIENT) {
-            at(id).helped = true;
-            outlet.startHelper(id, request.line, "");
+            at(id).programRuns = true;
+            outlet.startUserProgram(id, request.line, "");
         } else {
             type(id, request.line);
         }
@@ -63,7 +61,6 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
 
 void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
     const int id = wanted.members.front();
-    wanted.waiting = {id};
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
     assign(id, request);
@@ -75,11 +72,11 @@ void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
 void Dispatcher::assign(int id, Request& request) {
     Worker& worker = at(id);
     assert(!worker.request);
-    // What it said on its own account is no part of the answer.
+    // What the client said before is no part of the answer.
     takePartial(id);
     worker.cutter.breakLine();
-    worker.lineNo = 0;
     worker.request = &request;
+    request.await(id);
     worker.console = request.console;
     worker.filtered = false;
     worker.captured.clear();
@@ -90,7 +87,7 @@ void Dispatcher::type(int id, const std::string& line) {
     outlet.toClient(id, line);
 }
 
-// Carries out what is next for the client, until it must wait or has done its part of the request.
+// Carries out the client's part of its request until it must wait for its debugger.
 void Dispatcher::advance(int id, Clock::time_point now) {
     Worker& worker = at(id);
     Request& request = *worker.request;
@@ -104,8 +101,15 @@ void Dispatcher::advance(int id, Clock::time_point now) {
         else
             deliver(id, std::move(line), now);
     }
-    requests.flushLarge(request, [&] { return commonLines(request); });
-    if (worker.exchange.open() || worker.helped) return;
+    conclude(id);
+}
+
+// The client has done its part of the request, unless something works for it still.
+void Dispatcher::conclude(int id) {
+    Worker& worker = at(id);
+    Request& request = *worker.request;
+    requests.flushLarge(request);
+    if (worker.exchange.open() || worker.programRuns) return;
     if (captures(worker) && !worker.filtered) {
         worker.filtered = true;
         const std::string text = std::exchange(worker.captured, {});
@@ -113,21 +117,22 @@ void Dispatcher::advance(int id, Clock::time_point now) {
             request.stat->add(id, text, driver);
             if (request.waiting.size() == 1) report(request, id);
         } else if (request.console != 0) {
-            worker.helped = true;
-            outlet.startHelper(id, request.filter, text);
+            worker.programRuns = true;
+            outlet.startUserProgram(id, request.filter, text);
         }
-        if (worker.helped) return;
+        if (worker.programRuns) return;
     }
     completed(id);
 }
 
-// The whole of stat, once all have answered; through its filter on behalf of the last client, when
-// there is one. The lines that come back as they went keep their clients.
+// Hands the report of stat over when all clients have answered: to its filter, if there is one,
+// which then runs for the last client. Lines that the filter leaves as they were keep their
+// clients.
 void Dispatcher::report(Request& request, std::optional<int> last) {
     request.reported = true;
     if (!request.filter.empty() && last && request.console != 0) {
-        at(*last).helped = true;
-        outlet.startHelper(*last, request.filter, request.stat->text());
+        at(*last).programRuns = true;
+        outlet.startUserProgram(*last, request.filter, request.stat->text());
         return;
     }
     int lineNo = 0;
@@ -141,7 +146,7 @@ void Dispatcher::report(Request& request, std::optional<int> last) {
 void Dispatcher::completed(int id) {
     Worker& worker = at(id);
     Request& request = *std::exchange(worker.request, nullptr);
-    request.waiting.erase(id);
+    worker.idleLineCount = request.answeredBy(id);
     const bool over = request.waiting.empty();
     if (over && request.stat && !request.reported) report(request, std::nullopt);
     if (over) requests.flush(request);
@@ -154,9 +159,9 @@ void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
         Worker& worker = at(id);
         if (!worker.request || worker.exchange.settling()) continue;
         if (worker.exchange.interrupt(now)) outlet.interrupt(id);
-        if (!worker.helped) continue;
-        stopHelper(id);
-        advance(id, now);
+        if (!worker.programRuns) continue;
+        stopUserProgram(id);
+        conclude(id);
     }
 }
 
@@ -196,12 +201,12 @@ void Dispatcher::output(int id, std::string_view text, Clock::time_point now) {
         addLine(id, std::move(line), now);
     Request& request = requestFor(worker);
     if (worker.cutter.since()) requests.awaitWindow(request, *worker.cutter.since());
-    requests.flushLarge(request, [&] { return commonLines(request); });
+    requests.flushLarge(request);
 }
 
 void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
     Worker& worker = at(id);
-    // Of a program's terminal that is not raw.
+    // A program's terminal that is not raw ends lines so.
     if (text.ends_with('\r')) text.pop_back();
     switch (worker.exchange.line(text, driver, now)) {
     case Exchange::TOO_LATE:
@@ -221,17 +226,18 @@ void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
 void Dispatcher::deliver(int id, std::string text, Clock::time_point now) {
     Worker& worker = at(id);
     Request& request = requestFor(worker);
+    const int lineNo = lineCount(id)++;
     if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
-        request.gathered.addRow(row->clients, worker.lineNo++, row->text);
+        request.gathered.addRow(row->clients, lineNo, row->text);
     else if (request.stat)
-        request.gathered.addRow(request.members, worker.lineNo++, std::move(text));
+        request.gathered.addRow(request.members, lineNo, std::move(text));
     else
-        request.gathered.add(id, worker.lineNo++, std::move(text), now);
+        request.gathered.add(id, lineNo, std::move(text), now);
     requests.awaitWindow(request, now);
 }
 
 void Dispatcher::capture(Worker& worker, const std::string& text) {
-    if (worker.captured.size() < largestCapture) worker.captured += text + "\n";
+    if (worker.captured.size() < maxCaptured) worker.captured += text + "\n";
 }
 
 void Dispatcher::takePartial(int id) {
@@ -242,13 +248,13 @@ void Dispatcher::takePartial(int id) {
     if (captures(worker))
         capture(worker, *text);
     else
-        requestFor(worker).gathered.add(id, worker.lineNo++, std::move(*text), since);
+        requestFor(worker).gathered.add(id, lineCount(id)++, std::move(*text), since);
 }
 
 void Dispatcher::prompted(int id, Clock::time_point now) {
     Worker& worker = at(id);
     if (!worker.exchange.open()) return;
-    // Behind the first prompt there is only what an interrupt makes it say.
+    // Behind its first prompt a debugger prints only what an interrupt makes it say.
     const bool settled = worker.exchange.settling();
     if (settled)
         worker.cutter.takePartial();
@@ -263,7 +269,7 @@ void Dispatcher::prompted(int id, Clock::time_point now) {
 
 void Dispatcher::clientGone(int id) {
     Worker& worker = at(id);
-    if (worker.helped) stopHelper(id);
+    if (worker.programRuns) stopUserProgram(id);
     takePartial(id);
     if (worker.request || !requests.noConsoles()) requests.flush(requestFor(worker));
     worker.gone = true;
@@ -274,29 +280,29 @@ void Dispatcher::remove(int id) {
     if (at(id).request) completed(id);
 }
 
-// --- what works for clients
+// --- the user's programs
 
-void Dispatcher::stopHelper(int id) {
+void Dispatcher::stopUserProgram(int id) {
     Worker& worker = at(id);
-    if (worker.helped) outlet.stopHelper(id);
-    worker.helped = false;
+    outlet.stopUserProgram(id);
+    worker.programRuns = false;
     worker.script.clear();
-    worker.helperLines = LineCutter();
+    worker.programLines = LineCutter();
 }
 
-void Dispatcher::helperOutput(int id, std::string_view text, Clock::time_point now) {
+void Dispatcher::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
     Worker& worker = at(id);
-    for (std::string& line : worker.helperLines.feed(text, now))
+    for (std::string& line : worker.programLines.feed(text, now))
         worker.script.push_back(std::move(line));
     advance(id, now);
 }
 
-void Dispatcher::helperEnded(int id, const std::string& problem, Clock::time_point now) {
+void Dispatcher::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
     Worker& worker = at(id);
-    if (auto line = worker.helperLines.takePartial()) worker.script.push_back(std::move(*line));
-    worker.helperLines = LineCutter();
-    worker.helped = false;
-    // A filter that finds nothing ends so; what else went wrong, it has said.
+    if (auto line = worker.programLines.takePartial()) worker.script.push_back(std::move(*line));
+    worker.programLines = LineCutter();
+    worker.programRuns = false;
+    // A filter that finds nothing ends so; its other faults it reports itself.
     const bool silent = captures(worker) && problem.starts_with("ended with status");
     if (!problem.empty() && !silent)
         worker.script.push_back((captures(worker) ? worker.request->filter : "the script") + " " +
@@ -304,27 +310,19 @@ void Dispatcher::helperEnded(int id, const std::string& problem, Clock::time_poi
     advance(id, now);
 }
 
-bool Dispatcher::helperMayTalk(int id) const { return at(id).script.size() < longScript; }
+bool Dispatcher::userProgramMayTalk(int id) const { return at(id).script.size() < maxScript; }
 
 // --- what consoles get
-
-// How many lines all have said that are waited for.
-int Dispatcher::commonLines(const Request& request) const {
-    std::optional<int> least;
-    for (int id : request.waiting)
-        least = std::min(least.value_or(at(id).lineNo), at(id).lineNo);
-    return least.value_or(0);
-}
 
 void Dispatcher::flushDue(Request& request, Clock::time_point now) {
     if (!request.due || *request.due > now) return;
     std::optional<Clock::time_point> young;
-    // Of a command, only who still works on it; of what idle clients say, anybody.
+    // A command's output is that of clients that still work on it; other output is any client's.
     const auto look = [&](int id) {
         Worker& worker = at(id);
         const auto since = worker.cutter.since();
         if (worker.gone || !since || &requestFor(worker) != &request) return;
-        // What is captured is not cut into lines by the time.
+        // Time cuts no line that is captured.
         const auto patience = driver.asks(worker.cutter.tail()) ? Wait::window : Wait::halfLine;
         const Clock::time_point asIf = *since + patience - Wait::window;
         if (asIf + Wait::window > now)
@@ -336,8 +334,7 @@ void Dispatcher::flushDue(Request& request, Clock::time_point now) {
         look(id);
     for (std::size_t i = 0; request.waiting.empty() && i < workers.size(); ++i)
         look(static_cast<int>(i));
-    requests.flushDue(
-        request, [&] { return commonLines(request); }, now);
+    requests.flushDue(request, now);
     if (young) requests.awaitWindow(request, *young);
     tellAsking(request, now);
 }
@@ -349,7 +346,7 @@ void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about
     if (const auto record = line.take(console, cmd)) outlet.toConsole(console, *record);
 }
 
-// A word about some clients of a running request, behind what they have printed.
+// Says something about clients of a running request, below what they have printed.
 void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
     requests.flush(request);
     say(request.console, request.text, about, text, lastLine(about));
@@ -359,14 +356,20 @@ void Dispatcher::announce(int console, const ClientSet& about, const std::string
     say(console, "", about, text, lastLine(about));
 }
 
-int Dispatcher::lastLine(const ClientSet& ids) const {
+int Dispatcher::lastLine(const ClientSet& ids) {
     int lineNo = 0;
     for (int id : ids)
-        lineNo = std::max(lineNo, at(id).lineNo);
+        lineNo = std::max(lineNo, lineCount(id));
     return lineNo;
 }
 
-// Who waits for an answer is named, and the console gets its prompt to give it.
+// How many lines the client has said since it was given its last command.
+int& Dispatcher::lineCount(int id) {
+    Worker& worker = at(id);
+    return worker.request ? worker.request->lineCounts.at(id) : worker.idleLineCount;
+}
+
+// Names the clients that wait for an answer, and lets the console prompt for it.
 void Dispatcher::tellAsking(Request& request, Clock::time_point now) {
     if (request.console == 0) return;
     ClientSet fresh;
@@ -375,7 +378,7 @@ void Dispatcher::tellAsking(Request& request, Clock::time_point now) {
         if (!worker.exchange.open() || request.asking.contains(id) ||
             !driver.asks(worker.cutter.tail()))
             continue;
-        // One that has just begun to ask is waited for, so that all are named together.
+        // A client that has just begun to ask is waited for, so that all are named together.
         const auto since = worker.cutter.since();
         if (since && *since + Wait::window > now) return;
         fresh.insert(id);

@@ -1,15 +1,12 @@
 #include "frontend/switchboard/groups.h"
 
 #include "common/catalog.h"
+#include "common/groupnames.h"
 #include "common/wholenumber.h"
 
 #include <iterator>
 
 namespace {
-
-constexpr const char* allName = "all";
-constexpr const char* filteredName = "FILTERED";
-constexpr const char* pendingName = "PENDING";
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -33,11 +30,11 @@ Groups::Groups(int clients) {
 
 std::optional<ClientSet> Groups::members(const std::string& name, int console) const {
     const ClientSet* found = nullptr;
-    if (name == allName) {
+    if (name == GroupNames::all) {
         found = &everyone;
-    } else if (name == filteredName) {
+    } else if (name == GroupNames::filtered) {
         if (auto at = filtered.find(console); at != filtered.end()) found = &at->second;
-    } else if (name == pendingName) {
+    } else if (name == GroupNames::pending) {
         if (auto at = pending.find(console); at != pending.end()) found = &at->second;
     } else if (const int id = clientOf(name); id >= 0) {
         if (everyone.contains(id)) return ClientSet{id};
@@ -63,8 +60,8 @@ Reply Groups::query(const std::string& name, int console) const {
         reply.addRetInfo(describe(name, *ids).c_str());
         return reply;
     }
-    std::string text = describe(allName, everyone);
-    for (const char* own : {filteredName, pendingName}) {
+    std::string text = describe(GroupNames::all, everyone);
+    for (const char* own : {GroupNames::filtered, GroupNames::pending}) {
         if (const auto ids = members(own, console)) text += describe(own, *ids);
     }
     for (const auto& [key, ids] : named)
@@ -78,20 +75,20 @@ Reply Groups::assignFiltered(const GroupCommand& command, int console, const std
     for (const std::string& name : command.names()) {
         if (const auto operand = members(name, console)) ids.insert(*operand);
     }
-    // A step in which nobody spoke does not take the ground from under a console that stands in
-    // FILTERED: its next command would go to all clients.
-    if (!ids.empty() || current != filteredName) filtered[console] = std::move(ids);
+    // When no client spoke, a console that stands in FILTERED keeps the group: else its next
+    // command would go to all clients.
+    if (!ids.empty() || current != GroupNames::filtered) filtered[console] = std::move(ids);
     return Reply(Reply::SUCCESS, 0);
 }
 
 Reply Groups::apply(const GroupCommand& command, int console, const std::string& current) {
     const std::string& base = command.getBase();
     if (command.getOpType() == GroupCommand::QUERY) return query(base, console);
-    if (base == filteredName && command.getOpType() == GroupCommand::ASSIGN)
+    if (base == GroupNames::filtered && command.getOpType() == GroupCommand::ASSIGN)
         return assignFiltered(command, console, current);
     if (base.empty()) return failed(CMD_GROUP_NAME);
     if (isDigit(base[0])) return failed(CMD_GROUP_NUMBER);
-    if (base == allName || base == filteredName || base == pendingName)
+    if (base == GroupNames::all || base == GroupNames::filtered || base == GroupNames::pending)
         return failed(CMD_GROUP_PREDEFINED);
 
     const auto before = members(base, console);

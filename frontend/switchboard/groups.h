@@ -21,13 +21,13 @@ class Groups {
     const ClientSet& all() const { return everyone; }
     /// The members of a group as this console sees it; nothing when there is no such group.
     std::optional<ClientSet> members(const std::string& name, int console) const;
-    /// Carries out a group command of a console and gives the one reply that it gets. current is
-    /// the group in which the console stands.
+    /// Carries out a console's group command and gives back the reply; `current` is the group in
+    /// which the console stands.
     Reply apply(const GroupCommand& command, int console, const std::string& current);
 
     void setPending(int console, ClientSet ids) { pending[console] = std::move(ids); }
 
-    /// A client that is new, and a member of "all" only.
+    /// Adds a client to "all".
     void addClient(int id) { everyone.insert(id); }
     void removeClient(int id);
     void removeConsole(int console) {

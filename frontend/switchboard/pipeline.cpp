@@ -14,8 +14,7 @@ std::string_view trimmed(std::string_view text) {
 
 } // namespace
 
-std::optional<Pipeline> Pipeline::parse(std::string_view line,
-                                        const std::function<bool(const std::string&)>& isProgram) {
+std::optional<Pipeline> Pipeline::parse(std::string_view line, ProgramLookup& programs) {
     char quote = '\0';
     int depth = 0;
     for (std::size_t i = 0; i < line.size(); ++i) {
@@ -34,7 +33,7 @@ std::optional<Pipeline> Pipeline::parse(std::string_view line,
                    isBlank(line[i + 1])) {
             const std::string_view filter = trimmed(line.substr(i + 1));
             const std::string program(filter.substr(0, filter.find_first_of(" \t|;&<>")));
-            if (!program.empty() && isProgram(program))
+            if (!program.empty() && programs.isProgram(program))
                 return Pipeline{std::string(trimmed(line.substr(0, i))), std::string(filter)};
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <functional>
+#include "frontend/switchboard/programlookup.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,12 +10,11 @@
 struct Pipeline {
     /// The debugger's command.
     std::string command;
-    /// What stands behind the bar, for /bin/sh.
+    /// The command of the shell.
     std::string filter;
 
     /// Cuts a line at its first pipe; nothing when it has none. A bar is a pipe outside quotes and
     /// brackets, single, between blanks, and before the name of a program, so that the bars of
     /// expressions stay the debugger's.
-    static std::optional<Pipeline> parse(std::string_view line,
-                                         const std::function<bool(const std::string&)>& isProgram);
+    static std::optional<Pipeline> parse(std::string_view line, ProgramLookup& programs);
 };

@@ -3,22 +3,30 @@
 #include "backend/os/text.h"
 #include "frontend/switchboard/pipeline.h"
 
+#include <algorithm>
+
 namespace {
 
 // Calls of each thread that stat asks for.
-constexpr int deepestStack = 500;
+constexpr int maxCalls = 500;
 
 } // namespace
 
-std::optional<std::string>
-Request::prepare(const Driver& driver, const std::function<bool(const std::string&)>& isProgram) {
-    if (kind == Command::SCRIPTCLIENT) return prepareScript(isProgram);
-    if (kind == Command::STATCLIENT) return prepareStat(driver, isProgram);
+int Request::commonLines() const {
+    std::optional<int> least;
+    for (const auto& [client, count] : lineCounts)
+        least = std::min(least.value_or(count), count);
+    return least.value_or(0);
+}
+
+std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
+    if (kind == Command::SCRIPTCLIENT) return prepareScript(programs);
+    if (kind == Command::STATCLIENT) return prepareStat(driver, programs);
     line = kind == Command::CLIENT ? text : Text::afterWord(text);
     if (line.starts_with(':')) {
         line.erase(0, 1);
     } else if (!driver.keepsBars(line)) {
-        if (auto pipeline = Pipeline::parse(line, isProgram)) {
+        if (auto pipeline = Pipeline::parse(line, programs)) {
             line = std::move(pipeline->command);
             filter = std::move(pipeline->filter);
         }
@@ -26,25 +34,22 @@ Request::prepare(const Driver& driver, const std::function<bool(const std::strin
     return std::nullopt;
 }
 
-std::optional<std::string>
-Request::prepareScript(const std::function<bool(const std::string&)>& isProgram) {
+std::optional<std::string> Request::prepareScript(ProgramLookup& programs) {
     line = Text::afterWord(text);
     const std::string file = Text::firstWord(line);
-    // A word that the shell reads in its own way is left to it.
+    // What the shell reads in its own way is left to the shell.
     constexpr const char* shells = "'\"\\$`*?[~;&|<>(){}";
-    if (file.find_first_of(shells) == std::string::npos && !isProgram(file))
+    if (file.find_first_of(shells) == std::string::npos && !programs.isProgram(file))
         return "cannot run '" + file + "': " +
-               (isProgram("./" + file)
+               (programs.isProgram("./" + file)
                     ? "a program of this directory needs its path, ./" + file
                     : "there is no such program, or it may not be executed (chmod +x)");
-    // One that is more than a command is the shell's own.
+    // A single command takes the place of its shell.
     if (line.find_first_of(";&|") == std::string::npos) line = "exec " + line;
     return std::nullopt;
 }
 
-std::optional<std::string>
-Request::prepareStat(const Driver& driver,
-                     const std::function<bool(const std::string&)>& isProgram) {
+std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLookup& programs) {
     const std::size_t bar = text.find('|');
     const std::string options = Text::afterWord(text.substr(0, bar));
     stat.emplace(options.find("-s") != std::string::npos, options.find("-i") != std::string::npos);
@@ -52,8 +57,8 @@ Request::prepareStat(const Driver& driver,
         const std::size_t begin = text.find_first_not_of(" \t", bar + 1);
         filter = begin == std::string::npos ? "" : text.substr(begin);
         const std::string program = Text::firstWord(filter);
-        if (!isProgram(program)) return "cannot find the program '" + program + "'";
+        if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
-    line = driver.backtraceCommand(deepestStack);
+    line = driver.backtraceCommand(maxCalls);
     return std::nullopt;
 }

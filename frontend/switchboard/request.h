@@ -6,59 +6,75 @@
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/command.h"
+#include "frontend/switchboard/programlookup.h"
 
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
-/// A console's command to its clients, from its start until the last of them has answered; or what
-/// a console's idle clients say.
+/// A console's command to its clients, from its start until the last of them has answered; or the
+/// output of a console's idle clients.
 struct Request {
-    /// Ascending; no other has it.
+    /// Unique; later requests have higher ones.
     int number = 0;
-    /// 0: it has left.
+    /// 0: the console has left.
     int console = 0;
+    /// What the user has typed.
     std::string text;
     Command::Type kind = Command::CLIENT;
-    /// What each client's debugger gets, or of a script the shell.
+    /// What is typed at each client's debugger; of a script, what the shell runs.
     std::string line;
     /// What each client's output goes through, or the whole report of stat; empty: nothing.
     std::string filter;
-    /// Of stat.
+    /// The report of stat, or of "vex who" with a filter; nothing for other commands.
     std::optional<StatReport> stat;
+    /// Whether the report was handed over.
     bool reported = false;
 
     ClientSet members;
-    /// Those who have not answered yet; empty for what idle clients say.
+    /// The clients that have not answered yet; empty for the output of idle clients.
     ClientSet waiting;
-    /// Those of whom it was said that they wait for an answer.
+    /// How many lines each of those has said.
+    std::unordered_map<int, int> lineCounts;
+    /// The clients that were named because they wait for an answer of the user.
     ClientSet asking;
     Aggregator gathered;
-    /// When what was gathered is larger than this, in bytes, what needs no waiting leaves.
-    std::size_t large = largeRecord;
-    /// That has happened.
+    /// When more bytes than this are gathered, the lines leave that all clients have said.
+    std::size_t limit = maxRecord;
+    /// Whether that has happened.
     bool loud = false;
     /// When the gathered output must leave.
     std::optional<Clock::time_point> due;
-    /// When it is to be said who has not answered.
+    /// When the clients that have not answered are to be named.
     std::optional<Clock::time_point> overdue;
-    /// The earlier of the two, as it stands in the list of deadlines.
+    /// The earlier of the two, as Requests has listed it.
     std::optional<Clock::time_point> armed;
 
-    static constexpr std::size_t largeRecord = 1024 * 1024;
+    static constexpr std::size_t maxRecord = 1024 * 1024;
 
+    /// The client works on it from now on.
+    void await(int client) {
+        waiting.insert(client);
+        lineCounts[client] = 0;
+    }
+    /// The client has answered; gives back how many lines it has said.
+    int answeredBy(int client) {
+        waiting.erase(client);
+        return lineCounts.extract(client).mapped();
+    }
+    /// How many lines every client that has not answered yet has said.
+    int commonLines() const;
     bool instant() const { return kind == Command::INSTANT; }
-    /// Its clients' output is material: for the program behind the bar, or for stat.
+    /// Whether the clients' output goes to the program behind the bar or into the report, and not
+    /// to the console as it stands.
     bool captures() const { return stat || !filter.empty(); }
 
-    /// Works out from kind and text what the clients are to do. Gives back what is wrong with it.
-    std::optional<std::string> prepare(const Driver& driver,
-                                       const std::function<bool(const std::string&)>& isProgram);
+    /// Works out from kind and text what the clients are to do. Gives back what is wrong with the
+    /// text; nothing when all is well.
+    std::optional<std::string> prepare(const Driver& driver, ProgramLookup& programs);
 
   private:
-    std::optional<std::string>
-    prepareScript(const std::function<bool(const std::string&)>& isProgram);
-    std::optional<std::string>
-    prepareStat(const Driver& driver, const std::function<bool(const std::string&)>& isProgram);
+    std::optional<std::string> prepareScript(ProgramLookup& programs);
+    std::optional<std::string> prepareStat(const Driver& driver, ProgramLookup& programs);
 };

@@ -4,8 +4,8 @@
 
 namespace {
 
-// What is gathered at most while lines wait for the same from slower clients.
-constexpr std::size_t mostGathered = 16 * Request::largeRecord;
+// Bytes that are gathered while lines wait for the same from slower clients.
+constexpr std::size_t maxGathered = 16 * Request::maxRecord;
 
 } // namespace
 
@@ -46,7 +46,7 @@ Request& Requests::idleOf(int console) {
 void Requests::broadcast(const std::optional<Data>& record) const {
     if (!record) return;
     for (const auto& [console, number] : idle)
-        send(console, *record);
+        outlet.toConsole(console, *record);
 }
 
 void Requests::flush(Request& request) {
@@ -64,14 +64,14 @@ void Requests::flushAll(int console) {
     }
 }
 
-void Requests::flushLarge(Request& request, const std::function<int()>& common) {
+void Requests::flushLarge(Request& request) {
     const std::size_t size = request.gathered.size();
-    if (request.instant() || size > mostGathered ||
-        (request.waiting.empty() && size > Request::largeRecord)) {
+    if (request.instant() || size > maxGathered ||
+        (request.waiting.empty() && size > Request::maxRecord)) {
         flush(request);
-    } else if (size > request.large) {
+    } else if (size > request.limit) {
         request.loud = true;
-        broadcast(request.gathered.takePart(request.console, request.text, common(),
+        broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
                                             Clock::time_point::min()));
         if (const auto oldest = request.gathered.oldest()) {
             request.due = *oldest + Wait::window;
@@ -80,13 +80,12 @@ void Requests::flushLarge(Request& request, const std::function<int()>& common) 
     } else {
         return;
     }
-    request.large = std::max(Request::largeRecord, 2 * request.gathered.size());
+    request.limit = std::max(Request::maxRecord, 2 * request.gathered.size());
 }
 
-void Requests::flushDue(Request& request, const std::function<int()>& common,
-                        Clock::time_point now) {
+void Requests::flushDue(Request& request, Clock::time_point now) {
     if (request.loud)
-        broadcast(request.gathered.takePart(request.console, request.text, common(),
+        broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
                                             now - Wait::window / 2));
     else
         flush(request);

@@ -4,54 +4,57 @@
 #include "common/data.h"
 #include "frontend/switchboard/request.h"
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <utility>
 
-/// The requests in flight and what the consoles' idle clients say: when each must be looked at, and
-/// the records that its output leaves in, which every console gets. Does no I/O.
+/// The requests in flight, and one for the output of each console's idle clients. Keeps their
+/// deadlines, and sends their output in records to every console. Does no I/O.
 class Requests {
   public:
-    using Send = std::function<void(int console, const Data& record)>;
+    class Outlet {
+      public:
+        virtual ~Outlet() = default;
+        virtual void toConsole(int console, const Data& data) = 0;
+    };
 
-    explicit Requests(Send sender) : send(std::move(sender)) {}
+    /// The outlet must outlive this.
+    explicit Requests(Outlet& out) : outlet(out) {}
 
     void consoleJoined(int console);
-    /// Nobody owns any more what it started.
+    /// What the console started has no owner from now on.
     void consoleLeft(int console);
     bool noConsoles() const { return idle.empty(); }
 
-    /// Takes a request up under a number of its own; it stays where it is until it is forgotten.
+    /// Adds a request and numbers it. The reference holds until the request is forgotten.
     Request& add(Request request);
     void forget(const Request& request);
-    /// Where goes what idle clients say that worked for this console last: to it, or to another
-    /// one when it has left. There must be a console.
+    /// The request for the output of idle clients that last worked for this console; when the
+    /// console has left, that of another one. There must be a console.
     Request& idleOf(int console);
 
-    /// Sends what was gathered.
+    /// Sends all output that was gathered.
     void flush(Request& request);
     void flushIdle();
     void flushAll(int console);
-    /// Sends much output before its time, except lines that not all have said who are waited for;
-    /// common gives the number of those that they have.
-    void flushLarge(Request& request, const std::function<int()>& common);
-    /// Sends what has waited long enough, and sets when to look again.
-    void flushDue(Request& request, const std::function<int()>& common, Clock::time_point now);
+    /// Sends much output before its time, but keeps the lines that some clients may still say.
+    void flushLarge(Request& request);
+    /// Sends what has waited long enough, and sets when the rest is due.
+    void flushDue(Request& request, Clock::time_point now);
 
-    /// The request is to be looked at when what it has said since then has waited long enough.
+    /// Output of this age is due a window later, unless older output is due before.
     void awaitWindow(Request& request, Clock::time_point since);
-    /// Takes its deadlines as they are now.
+    /// To be called when the request's deadlines have changed.
     void arm(Request& request);
     std::optional<Clock::time_point> deadline() const;
-    /// One whose deadline has passed; null when there is none.
+    /// A request whose deadline has passed; null: there is none.
     Request* due(Clock::time_point now);
 
   private:
-    const Send send;
+    Outlet& outlet;
     std::map<int, Request> requests; // by number
-    std::map<int, int> idle;         // the numbers of what idle clients say, by console
+    std::map<int, int> idle;         // the numbers of those for idle clients, by console
     int lastNumber = 0;
     std::set<std::pair<Clock::time_point, int>> deadlines;
 

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr const char* pendingName = "PENDING";
-
 Reply answer(Reply::Value value, int number, const std::string& text = "") {
     Reply reply(value, number);
     reply.addRetInfo(text.c_str());
@@ -40,6 +38,7 @@ void Switchboard::consoleLeft(int number) {
     consoles.erase(number);
     table.removeConsole(number);
     dispatcher.consoleLeft(number);
+    tellDeadline();
 }
 
 // --- what consoles ask
@@ -47,10 +46,15 @@ void Switchboard::consoleLeft(int number) {
 void Switchboard::command(int number, const Command& command, Clock::time_point now) {
     assert(consoles.contains(number));
     if (command.getConsoleID() != number) throw BrokenConnection();
+    carryOut(number, command, now);
+    tellDeadline();
+}
+
+void Switchboard::carryOut(int number, const Command& command, Clock::time_point now) {
     Console& console = consoles[number];
-    // Who stands in the group keeps it as it was.
-    if (console.group != pendingName &&
-        (command.getType() == Command::GROUP || command.getGroup() == pendingName))
+    // A console that stands in the group keeps it as it was.
+    if (console.group != GroupNames::pending &&
+        (command.getType() == Command::GROUP || command.getGroup() == GroupNames::pending))
         table.setPending(number, pendingOf(number));
     switch (command.getType()) {
     case Command::CLIENT:
@@ -106,7 +110,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     count(*dispatcher.requestOf(members->front()));
 }
 
-// Who sends a command waits for nothing else.
+// A console waits for the last command that it has sent.
 void Switchboard::count(const Request& request) {
     Console& console = consoles[request.console];
     ++console.open;
@@ -120,8 +124,7 @@ bool Switchboard::asksWho(const Command& command) {
 void Switchboard::tellWho(Request request, Clock::time_point now) {
     const int number = request.console;
     const ClientSet& members = request.members;
-    const auto pipeline = Pipeline::parse(
-        request.text, [this](const std::string& name) { return outlet.isProgram(name); });
+    const auto pipeline = Pipeline::parse(request.text, outlet);
     if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
         dispatcher.say(number, request.text, members,
                        "the one command that begins with 'vex' is: vex who");
@@ -155,9 +158,9 @@ void Switchboard::groupCommand(int number, const Command& command) {
     operation.unpack(command.getContent(), command.getLength());
     Console& console = consoles[number];
     const bool before = table.members(console.group, number).has_value();
-    const bool filtered =
-        operation.getOpType() == GroupCommand::ASSIGN && operation.getBase() == "FILTERED";
-    // After a READY it is the console's own, else the user's.
+    const bool filtered = operation.getOpType() == GroupCommand::ASSIGN &&
+                          operation.getBase() == GroupNames::filtered;
+    // After a READY the console assigns it, at other times its user.
     if (filtered && console.filteredDue == 0) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_PREDEFINED));
         return;
@@ -165,18 +168,18 @@ void Switchboard::groupCommand(int number, const Command& command) {
     const Reply reply = table.apply(operation, number, console.group);
     if (filtered) console.filteredDue = std::max(0, console.filteredDue - 1);
     const bool gone = !table.members(console.group, number);
-    // The group under its own feet: lost by this command, or while a command ran.
+    // The console's own group is gone, by this operation or while a command ran.
     outlet.toConsole(number,
                      gone && (filtered || before) ? answer(Reply::SUCCESS, 0, "NULL") : reply);
-    if (gone && (filtered || before)) console.group = "all";
+    if (gone && (filtered || before)) console.group = GroupNames::all;
     for (auto& [other, its] : consoles)
         leaveVanishedGroup(other, its);
 }
 
 void Switchboard::switchGroup(int number, const std::string& name) {
-    if (name == pendingName) {
+    if (name == GroupNames::pending) {
         const ClientSet waiting = pendingOf(number);
-        if (!waiting.empty() || consoles[number].group != pendingName)
+        if (!waiting.empty() || consoles[number].group != GroupNames::pending)
             table.setPending(number, waiting);
     }
     const auto members = table.members(name, number);
@@ -192,8 +195,7 @@ void Switchboard::switchGroup(int number, const std::string& name) {
     for (int id : *members) {
         const Request* request = dispatcher.requestOf(id);
         if (!request) continue;
-        // A command that nobody owns any more goes to the first console that comes to look after
-        // it.
+        // A command whose console has left goes to the first console that switches to its clients.
         if (request->console == 0) {
             dispatcher.adopt(id, number);
             ++console.open;
@@ -204,7 +206,7 @@ void Switchboard::switchGroup(int number, const std::string& name) {
         number, answer(console.awaited.empty() ? Reply::ON_NORMAL : Reply::ON_INTERRUPT, 0, name));
 }
 
-// A command that nobody owns any more is anybody's.
+// A command whose console has left is every console's.
 ClientSet Switchboard::pendingOf(int number) const {
     ClientSet waiting = workingFor(number, table.all());
     waiting.insert(workingFor(0, table.all()));
@@ -222,12 +224,12 @@ ClientSet Switchboard::workingFor(int number, const ClientSet& members) const {
 
 void Switchboard::interruptMembers(int number, const Command& command, Clock::time_point now) {
     Console& console = consoles[number];
-    // It crosses a READY: whatever was said now would be taken for the answer to FILTERED.
+    // The interrupt crosses a READY: the console would take its answer for that to FILTERED.
     if (console.filteredDue > 0) return;
     const auto members = table.members(command.getGroup(), number);
     if (!members) {
         // The console goes back to group all.
-        console.group = "all";
+        console.group = GroupNames::all;
         outlet.toConsole(number, answer(Reply::SUCCESS, 0, "NULL"));
         return;
     }
@@ -265,7 +267,7 @@ void Switchboard::answered(int id, const Request& request) {
     auto& [number, console] = *owner;
     console.interrupted.erase(id);
     if (!request.waiting.empty()) {
-        // What is left of it may work in another group than the one that the console is in now.
+        // The clients that it still waits for may all be outside the console's present group.
         if (console.awaited.contains(request.number) && !worksHere(request, number, console)) {
             console.awaited.erase(request.number);
             if (console.awaited.empty()) {
@@ -278,7 +280,8 @@ void Switchboard::answered(int id, const Request& request) {
     }
     const bool awaited = console.awaited.erase(request.number) > 0;
     --console.open;
-    // A command left behind in another group says READY only when no other can be mistaken for it.
+    // A command left behind in another group ends with READY only when the console cannot take
+    // that for the end of another one.
     if (console.awaited.empty() && (awaited || !(console.open > 0 || console.filteredDue > 0)))
         sendReady(number, console);
     else
@@ -311,18 +314,18 @@ void Switchboard::sendReady(int number, Console& console) {
     outlet.toConsole(number, ready);
 }
 
-// All whom the interrupt was for have stopped: the console is free, whoever else still runs.
+// When all clients of its interrupts have stopped, the console is free, whatever else still runs.
 void Switchboard::checkInterrupt(int number, Console& console) {
     if (console.interrupts.empty() || !console.interrupted.empty()) return;
     dispatcher.flushAll(number);
     sendReady(number, console);
 }
 
-void Switchboard::clientForked(int id, const std::string& who) {
+void Switchboard::clientForked(int id, const std::string& process) {
     dispatcher.addClient(id);
     table.addClient(id);
     for (const auto& [number, console] : consoles)
-        outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + who));
+        outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + process));
 }
 
 void Switchboard::tell(int id, const std::string& text) {
@@ -330,7 +333,27 @@ void Switchboard::tell(int id, const std::string& text) {
         dispatcher.announce(number, {id}, text);
 }
 
-void Switchboard::clientGone(int id, Clock::time_point) {
+void Switchboard::output(int id, std::string_view text, Clock::time_point now) {
+    dispatcher.output(id, text, now);
+    tellDeadline();
+}
+
+void Switchboard::prompted(int id, Clock::time_point now) {
+    dispatcher.prompted(id, now);
+    tellDeadline();
+}
+
+void Switchboard::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
+    dispatcher.userProgramOutput(id, text, now);
+    tellDeadline();
+}
+
+void Switchboard::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
+    dispatcher.userProgramEnded(id, problem, now);
+    tellDeadline();
+}
+
+void Switchboard::clientGone(int id) {
     if (!table.all().contains(id)) return; // never announced, or gone before
     dispatcher.clientGone(id);
     table.removeClient(id);
@@ -345,13 +368,14 @@ void Switchboard::clientGone(int id, Clock::time_point) {
     dispatcher.remove(id);
     for (auto& [number, console] : consoles)
         leaveVanishedGroup(number, console);
+    tellDeadline();
 }
 
 // A console whose group is gone is sent to group all, but not while it waits for something.
 void Switchboard::leaveVanishedGroup(int number, Console& console) {
     if (table.members(console.group, number)) return;
     if (!console.awaited.empty() || console.filteredDue > 0 || !console.interrupts.empty()) return;
-    console.group = "all";
+    console.group = GroupNames::all;
     Data quit;
     quit.setType(Data::QUIT);
     outlet.toConsole(number, quit);
@@ -373,7 +397,15 @@ std::optional<Clock::time_point> Switchboard::deadline() const {
     return next;
 }
 
+void Switchboard::tellDeadline() {
+    const auto next = deadline();
+    if (next == told) return;
+    told = next;
+    outlet.wakeAt(next);
+}
+
 void Switchboard::tick(Clock::time_point now) {
+    told.reset();
     dispatcher.tick(now);
     for (auto& [number, console] : consoles) {
         while (!console.interrupts.empty() && console.interrupts.front() <= now) {
@@ -382,4 +414,5 @@ void Switchboard::tick(Clock::time_point now) {
         }
         if (console.interrupts.empty()) console.interrupted = {};
     }
+    tellDeadline();
 }

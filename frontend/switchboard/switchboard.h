@@ -5,6 +5,7 @@
 #include "common/clientset.h"
 #include "common/command.h"
 #include "common/data.h"
+#include "common/groupnames.h"
 #include "common/reply.h"
 #include "frontend/switchboard/dispatcher.h"
 #include "frontend/switchboard/groups.h"
@@ -16,8 +17,9 @@
 #include <string>
 #include <string_view>
 
-/// Connects consoles with clients: which groups there are, who may ask whom for what, and which
-/// single answer each console waits for. What the clients do is the Dispatcher's.
+/// Connects consoles with clients: knows the groups, decides which console may ask which clients
+/// for what, and gives each console the single answer that it waits for. What the clients do is the
+/// Dispatcher's.
 ///
 /// Does no I/O: it is told what happened and at what time, and acts through its Outlet. Calls that
 /// lead to calls of the Outlet must not come back into the switchboard.
@@ -32,54 +34,49 @@ class Switchboard : private Dispatcher::Listener {
         virtual std::string describe(int client) = 0;
         /// The session is over: a console asked for it, or the last client is gone.
         virtual void sessionOver() = 0;
+        /// Has tick called at this time, in place of the one told before; nothing: not at all.
+        virtual void wakeAt(std::optional<Clock::time_point> time) = 0;
     };
 
     /// Clients 0 to clients - 1, all idle. The driver and the outlet must outlive this.
     Switchboard(int clients, const Driver& driver, Outlet& out);
 
-    /// Other clients than the constructor was told, all idle; before a console has joined.
+    /// Replaces the clients by 0 to count - 1, all idle; before a console has joined.
     void setClients(int count);
 
     /// Consoles have numbers from 1 up; a number is used once.
     void consoleJoined(int console);
     void consoleLeft(int console);
-    /// A record of this console.
+    /// A record from the console; throws BrokenConnection for one that no console sends.
     void command(int console, const Command& command, Clock::time_point now);
 
     /// What a client printed, without its prompts.
-    void output(int client, std::string_view text, Clock::time_point now) {
-        dispatcher.output(client, text, now);
-    }
-    void prompted(int client, Clock::time_point now) { dispatcher.prompted(client, now); }
-    /// A new client is there, idle; the text says who it is. Its number was never used.
-    void clientForked(int client, const std::string& who);
-    /// Something to know about a client, for every console.
+    void output(int client, std::string_view text, Clock::time_point now);
+    void prompted(int client, Clock::time_point now);
+    /// Adds an idle client, whose number was never used; the text names its process.
+    void clientForked(int client, const std::string& process);
+    /// Tells all consoles something about a client.
     void tell(int client, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
-    void clientGone(int client, Clock::time_point now);
+    void clientGone(int client);
 
-    /// What a program prints that works for a client, and its end.
-    void helperOutput(int client, std::string_view text, Clock::time_point now) {
-        dispatcher.helperOutput(client, text, now);
-    }
-    void helperEnded(int client, const std::string& problem, Clock::time_point now) {
-        dispatcher.helperEnded(client, problem, now);
-    }
-    /// Whether it is a script.
+    /// What the user's program for a client prints, and its end; "" or what went wrong.
+    void userProgramOutput(int client, std::string_view text, Clock::time_point now);
+    void userProgramEnded(int client, const std::string& problem, Clock::time_point now);
+    /// Whether that program is a script.
     bool runsScript(int client) const {
         const Request* request = dispatcher.requestOf(client);
         return request && request->kind == Command::SCRIPTCLIENT;
     }
     /// Whether there is room for more of its output.
-    bool helperMayTalk(int client) const { return dispatcher.helperMayTalk(client); }
+    bool userProgramMayTalk(int client) const { return dispatcher.userProgramMayTalk(client); }
 
     /// Tells all consoles something that is of no client in particular.
     void announce(const std::string& text);
-    /// Whether a command asks which processes the tasks are; the answer calls describe.
+    /// Whether the command asks which processes the tasks are; its answer needs describe.
     static bool asksWho(const Command& command);
 
-    /// When tick wants to be called; nothing when it need not.
-    std::optional<Clock::time_point> deadline() const;
+    /// Does what is due: what was gathered leaves, interrupts are answered.
     void tick(Clock::time_point now);
 
     const Groups& groups() const { return table; }
@@ -88,15 +85,15 @@ class Switchboard : private Dispatcher::Listener {
 
   private:
     struct Console {
-        std::string group = "all";
-        /// How many READYs were sent for which the console has not assigned its FILTERED yet.
+        std::string group = GroupNames::all;
+        /// How many READYs the console has not followed with its FILTERED yet.
         int filteredDue = 0;
-        /// Interrupts without their answers: until when each, and who still works of those whom
-        /// they were for.
+        /// When the interrupts without an answer get one at the latest, and those of their clients
+        /// that still work.
         std::deque<Clock::time_point> interrupts;
         ClientSet interrupted;
-        /// How many of its requests have not ended, and the numbers of those that it waits for: the
-        /// last one, or those whose clients are in its group.
+        /// How many of its requests are in flight, and the numbers of those that it waits for: the
+        /// last one, or those that work in the group to which it has switched.
         int open = 0;
         std::set<int> awaited;
     };
@@ -105,7 +102,9 @@ class Switchboard : private Dispatcher::Listener {
     Groups table;
     std::map<int, Console> consoles;
     Dispatcher dispatcher;
+    std::optional<Clock::time_point> told; // the last wakeAt
 
+    void carryOut(int console, const Command& command, Clock::time_point now);
     void clientCommand(int console, const Command& command, Clock::time_point now);
     void tellWho(Request request, Clock::time_point now);
     void count(const Request& request);
@@ -124,4 +123,6 @@ class Switchboard : private Dispatcher::Listener {
     void sendReady(int number, Console& console);
     void checkInterrupt(int number, Console& console);
     void leaveVanishedGroup(int number, Console& console);
+    std::optional<Clock::time_point> deadline() const;
+    void tellDeadline();
 };

@@ -5,7 +5,11 @@
 namespace {
 
 TEST(Pipeline, OnlyABarThatCanBeNothingElseIsAPipe) {
-    const auto isProgram = [](const std::string& name) { return name == "grep" || name == "./my"; };
+    struct : ProgramLookup {
+        bool isProgram(const std::string& name) override {
+            return name == "grep" || name == "./my";
+        }
+    } programs;
     const struct {
         const char *line, *command, *filter;
     } cases[] = {
@@ -20,7 +24,7 @@ TEST(Pipeline, OnlyABarThatCanBeNothingElseIsAPipe) {
         {"print x) | grep c", "print x)", "grep c"},
     };
     for (const auto& [line, command, filter] : cases) {
-        const auto found = Pipeline::parse(line, isProgram);
+        const auto found = Pipeline::parse(line, programs);
         ASSERT_TRUE(found) << line;
         EXPECT_EQ(found->command, command);
         EXPECT_EQ(found->filter, filter);
@@ -28,7 +32,7 @@ TEST(Pipeline, OnlyABarThatCanBeNothingElseIsAPipe) {
     for (const char* line : {"where | nosuch", "print x|grep", "print x |grep", "print x| grep",
                              "break f if a || grep", "print \"a | grep b", "print v[1 | grep]",
                              "print x \\| grep y", "| grep x", "where | ", "where |", "\\", ""})
-        EXPECT_FALSE(Pipeline::parse(line, isProgram)) << line;
+        EXPECT_FALSE(Pipeline::parse(line, programs)) << line;
 }
 
 } // namespace
