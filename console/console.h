@@ -19,7 +19,7 @@ extern const ArgDescription consoleArgs[numConsoleArgs];
 /// Two threads work on it. The main thread reads every message of the front end and has the session
 /// handle it; the input thread (none in batch mode) prompts, reads lines, has the command line
 /// parsed and carries out what it asks for. The signal handler touches the state machine and a flag
-/// of the session, nothing else.
+/// of the session, nothing else. No program calls countLineNumOfFile.
 class Console : private CommandLine::Context {
   public:
     Console();

@@ -17,6 +17,7 @@
 /// handlers never take it. While it is held, NORMAL and INTERRUPTED can only become TOQUIT.
 ///
 /// TOQUIT is final: only reset leaves it, so that a late reply cannot revive a session that ends.
+/// No program calls reset, isRunning, isTemp and isIntTemp.
 class StateMachine {
   public:
     enum STATE {

@@ -65,8 +65,6 @@ class Term {
     /// getKey returns WOKEN when this descriptor is readable; -1 for none. Not owned.
     void setWakeFd(int fd) { wakeFd = fd; }
     bool isTerminal() const { return terminal; }
-    const std::map<std::string, std::string>& capabilities() const { return termcap; }
-    const std::map<std::string, int>& keys() const { return keymap; }
 
     /// Restores the settings found at start; async-signal-safe.
     void restore() const;

@@ -43,9 +43,6 @@ class Parser {
     /// Chooses each position's leader and sets the state of every other variant.
     void parse(Data* data);
 
-    const std::vector<int>& getLeaders() const { return leaders; }
-    const std::vector<int>& getWeights() const { return weights; }
-
   private:
     std::unordered_map<std::size_t, Line::State> distances;
     // One entry per position that holds lines, in the order of the positions.
