@@ -16,10 +16,12 @@ extern const ArgDescription consoleArgs[numConsoleArgs];
 
 /// The console: one object, made by main, whose init is the whole session.
 ///
-/// Two threads work on it. The main thread reads every message of the front end and has the session
-/// handle it; the input thread (none in batch mode) prompts, reads lines, has the command line
-/// parsed and carries out what it asks for. The signal handler touches the state machine and a flag
-/// of the session, nothing else. No program calls countLineNumOfFile.
+/// It owns its parts: the settings, the link to the front end, the session (replies, output, what
+/// is in flight) and the command line (what a typed line means). Two threads work on it. The main
+/// thread reads every message of the front end and has the session handle it; the input thread
+/// (none in batch mode) prompts, reads lines and carries out what the command line makes of them.
+/// The signal handler touches the state machine and a flag of the session, nothing else. No program
+/// calls countLineNumOfFile.
 class Console : private CommandLine::Context {
   public:
     Console();
