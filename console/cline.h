@@ -13,7 +13,7 @@ using MatchFunc = std::string (*)(std::string prefix, int state);
 
 /// The line editor: a fixed-size buffer edited in place. Every operation echoes its effect with
 /// characters, blanks and backspaces only, so that the screen equals the buffer. For the input
-/// thread only.
+/// thread only. No program calls dumpHistory.
 class Line {
   public:
     /// A buffer of maxLength bytes (its NUL included), a history of at most historyLines lines, and

@@ -13,10 +13,11 @@
 /// The current and the saved state change together in one atomic step, so every member but lock and
 /// unlock is async-signal-safe. The mutex is the turn of the two threads: whoever does several
 /// things that the other must see as one (a reply's message and the prompt that follows it, READY
-/// and the request that it causes) holds it meanwhile; the holder may take it again. Signal
-/// handlers never take it. While it is held, NORMAL and INTERRUPTED can only become TOQUIT.
+/// and the request that it causes) holds it meanwhile. Signal handlers never take it. While it is
+/// held, NORMAL and INTERRUPTED can only become TOQUIT.
 ///
 /// TOQUIT is final: only reset leaves it, so that a late reply cannot revive a session that ends.
+/// No program calls reset, isRunning, isTemp and isIntTemp.
 class StateMachine {
   public:
     enum STATE {
@@ -87,7 +88,7 @@ class StateMachine {
 
     std::atomic<std::uint32_t> states{pack({NORMAL, NORMAL})};
     static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
-    std::recursive_mutex mtx;
+    std::mutex mtx;
     Wakeup changed;
     Wakeup quitting;
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 /// The lines typed in this process, oldest first, with a current position. While a line is being
-/// edited it is the bottom entry. For the input thread only.
+/// edited it is the bottom entry. For the input thread only. No program calls dump and numOfLine.
 class History {
   public:
     explicit History(int capacity) : maxLines(static_cast<std::size_t>(capacity)) {}
@@ -22,7 +22,8 @@ class History {
     /// Removes the line at the position.
     void deleteLine();
     /// Walks up from the position, round past the top, to the next line that contains the key; the
-    /// line at the position is the last candidate. False, and no move, when there is none.
+    /// line at the position is the last candidate. False, and no move, when there is none. The
+    /// count of searches in a row changes nothing.
     bool search(const std::string& key, int count);
     void dump() const;
     int numOfLine() const { return static_cast<int>(lines.size()); }

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdio>
 #include <deque>
-#include <functional>
 #include <mutex>
 #include <set>
 #include <string_view>
@@ -91,12 +90,6 @@ bool addContextsIfRoom(const std::vector<std::string_view>& texts) {
     for (const std::string_view text : texts)
         p.add(text);
     return true;
-}
-
-unsigned long long contextsDropped() {
-    Pool& p = pool();
-    const std::lock_guard guard(p.mutex);
-    return p.dropped;
 }
 
 std::string generateVariable(std::string prefix, int state) {

@@ -24,13 +24,12 @@ struct StringCompare {
 };
 
 /// Adds one text to the pool of completions, without its leading white space; a text that is there
-/// keeps its place, the 401st drops the oldest. Any thread may call.
+/// keeps its place, the 401st drops the oldest. Any thread may call; the console itself has
+/// many at once.
 void addContext(std::string_view text);
 /// The editor's completion function: walks the pool's entries that begin with the prefix, oldest
 /// first. State 0 begins a cycle.
 std::string generateVariable(std::string prefix, int state);
-/// How many texts have been dropped so far.
-unsigned long long contextsDropped();
 /// Adds texts one after the other.
 void addContexts(const std::vector<std::string_view>& texts);
 /// The same, but only when no text has ever been dropped from the pool and none will be; false

@@ -1,7 +1,8 @@
+#include "console/settings.h"
+
 #include "common/split.h"
-#include "console/console.h"
 #include "console/tables.h"
-#include "display/parser.h"
+#include "display/color.h"
 
 #include <cstdio>
 #include <memory>
@@ -10,22 +11,28 @@ namespace {
 
 constexpr int pieceSize = 256; // a longer line of the settings file is read in pieces
 
-// The row whose name is exactly the word; null when there is none.
-template <class Row, std::size_t n>
-const Row* find(const Row (&table)[n], const std::string& word) {
+constexpr struct {
+    Option option;
+    int Settings::*field;
+} colorOptions[] = {{ECOLOR_OPTION, &Settings::c_ecolor},
+                    {SCOLOR_OPTION, &Settings::c_scolor},
+                    {DCOLOR_OPTION, &Settings::c_dcolor},
+                    {BCOLOR_OPTION, &Settings::c_bcolor}};
+
+// The first row whose name equals the word: a text is the whole name, a token a prefix of it. Null
+// when there is none.
+template <class Row, std::size_t n, class Word>
+const Row* find(const Row (&table)[n], const Word& word) {
     for (const Row& row : table) {
         if (word == row.name) return &row;
     }
     return nullptr;
 }
 
-// The first row that the token is a prefix of.
-template <class Row, std::size_t n>
-const Row* find(const Row (&table)[n], const Token& word) {
-    for (const Row& row : table) {
-        if (word == row.name) return &row;
-    }
-    return nullptr;
+template <class Row>
+bool check(const Row* row, int& id) {
+    if (row) id = row->id;
+    return row != nullptr;
 }
 
 template <class Row>
@@ -38,7 +45,7 @@ bool choose(int& field, const Row* row, const char* before, const char* after) {
 
 } // namespace
 
-void Console::readConfiguration() {
+void Settings::readConfiguration(const std::string& configFileName) {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(configFileName.c_str(), "r"),
                                                      std::fclose);
     if (!file) return;
@@ -50,17 +57,14 @@ void Console::readConfiguration() {
         const auto at = cmdMap.find(key);
         return at == cmdMap.end() ? nullptr : &at->second;
     };
-    if (const std::string* word = value("broadcast")) {
-        if (const BcastTopic* row = find(bcastList, *word)) toBcast = row->id;
+    if (const std::string* word = value("broadcast")) check(find(bcastList, *word), toBcast);
+    for (const auto& [option, field] : colorOptions) {
+        if (const std::string* name = value(optionList[option])) checkColor(*name, this->*field);
     }
-    if (const std::string* name = value("ecolor")) checkColor(*name, c_ecolor);
-    if (const std::string* name = value("scolor")) checkColor(*name, c_scolor);
-    if (const std::string* name = value("dcolor")) checkColor(*name, c_dcolor);
-    if (const std::string* name = value("bcolor")) checkColor(*name, c_bcolor);
     if (const std::string* name = value("dmode")) checkDmode(*name, c_dmode);
 }
 
-bool Console::addVariable(const char* line) {
+bool Settings::addVariable(const char* line) {
     const Split pieces(line, "=", true);
     if (pieces.size() != 2) return false;
     // The first definition holds.
@@ -68,36 +72,47 @@ bool Console::addVariable(const char* line) {
     return true;
 }
 
-bool Console::checkColor(const std::string& name, int& id) {
-    const Color* row = find(colorList, name);
-    if (row) id = row->id;
-    return row != nullptr;
+bool Settings::checkColor(const std::string& name, int& id) {
+    return check(find(colorList, name), id);
 }
 
-bool Console::checkDmode(const std::string& name, int& mode) {
-    const DumpTopic* row = find(dcmdList, name);
-    if (row) mode = row->id;
-    return row != nullptr;
+bool Settings::checkDmode(const std::string& name, int& mode) {
+    return check(find(dcmdList, name), mode);
 }
 
-bool Console::setColor(int& field, Token& word) {
+bool Settings::setColor(int& field, const Token& word) {
     return choose(field, find(colorList, word), "set color to ", ".");
 }
 
-bool Console::setDmode(int& field, Token& word) {
+bool Settings::setDmode(int& field, const Token& word) {
     return choose(field, find(dcmdList, word), "Set dump mode to ", ".");
 }
 
-bool Console::setBcastOpt(int& field, Token& word) {
+bool Settings::setBcastOpt(int& field, const Token& word) {
     return choose(field, find(bcastList, word), "broadcast mode ", ".");
 }
 
-std::string Console::getConfigValue(const std::string& key) const {
-    if (key == "broadcast") return toBcast == 1 ? "on" : "off";
-    if (key == "ecolor") return colorList[c_ecolor].name;
-    if (key == "scolor") return colorList[c_scolor].name;
-    if (key == "dcolor") return colorList[c_dcolor].name;
-    if (key == "bcolor") return colorList[c_bcolor].name;
-    if (key == "mode") return dcmdList[c_dmode].name;
+bool Settings::set(int option, const Token& word) {
+    if (option == BROADCAST_OPTION) return setBcastOpt(toBcast, word);
+    if (option == MODE_OPTION) return setDmode(c_dmode, word);
+    for (const auto& row : colorOptions) {
+        if (row.option == option) return setColor(this->*row.field, word);
+    }
+    return false;
+}
+
+void Settings::show(int option) const {
+    const char* what = option == BROADCAST_OPTION ? "broadcast mode"
+                       : option == MODE_OPTION    ? "dump mode"
+                                                  : "color";
+    std::printf("current %s is %s.\n", what, getConfigValue(optionList[option]).c_str());
+}
+
+std::string Settings::getConfigValue(const std::string& key) const {
+    if (key == optionList[BROADCAST_OPTION]) return bcastList[toBcast].name;
+    if (key == optionList[MODE_OPTION]) return dcmdList[c_dmode].name;
+    for (const auto& [option, field] : colorOptions) {
+        if (key == optionList[option]) return colorList[this->*field].name;
+    }
     return "";
 }

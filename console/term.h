@@ -14,9 +14,6 @@
 /// is no terminal, or the program is in the background, the settings are left alone.
 class Term {
   public:
-    // The lexer has an END of its own, which nobody means here.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wshadow"
 // A key's END may hide the lexer's: they meet where both headers are included.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wshadow"
@@ -34,7 +31,6 @@ class Term {
         PAGEUP = 309,
         PAGEDN = 310
     };
-#pragma GCC diagnostic pop
 #pragma GCC diagnostic pop
     /// What getKey returns when there is no key: the input has ended, or the reader was woken.
     enum { CLOSED = -1, WOKEN = -2 };
@@ -69,8 +65,6 @@ class Term {
     /// getKey returns WOKEN when this descriptor is readable; -1 for none. Not owned.
     void setWakeFd(int fd) { wakeFd = fd; }
     bool isTerminal() const { return terminal; }
-    const std::map<std::string, std::string>& capabilities() const { return termcap; }
-    const std::map<std::string, int>& keys() const { return keymap; }
 
     /// Restores the settings found at start; async-signal-safe.
     void restore() const;

@@ -3,7 +3,7 @@
 #include <string>
 
 /// Edit distance of two texts: insert, delete and substitute cost 1 each; bytes are compared as
-/// they are.
+/// they are. No program calls Minimum.
 class Levenshtein {
   public:
     /// The exact distance. Bit-parallel in blocks of 64 rows (Myers, J. ACM 46(3), 1999; blocks and

@@ -2,6 +2,7 @@
 
 #include "common/data.h"
 #include "common/line.h"
+#include "display/color.h"
 #include "display/pattern.h"
 
 #include <cstddef>
@@ -9,18 +10,6 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
-
-/// One row of the colour table: the user's name for it, the terminal's sequence, its index.
-struct Color {
-    const char* name;
-    const char* detail;
-    int id;
-};
-
-constexpr int numColors = 10;
-extern const Color colorList[numColors];
-/// Resets the colour after every line.
-extern const char* const END_COLOR;
 
 /// The symmetric key of a pair of line keys: larger * 5 + smaller, modulo 2^64.
 std::size_t hash2Key(std::size_t a, std::size_t b);
@@ -53,9 +42,6 @@ class Parser {
     Line::State compare(Line* line1, Line* line2);
     /// Chooses each position's leader and sets the state of every other variant.
     void parse(Data* data);
-
-    const std::vector<int>& getLeaders() const { return leaders; }
-    const std::vector<int>& getWeights() const { return weights; }
 
   private:
     std::unordered_map<std::size_t, Line::State> distances;

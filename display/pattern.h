@@ -12,7 +12,8 @@ struct BadPattern {};
 /// 'a' | match 'b'. A piece of text passes when it matches all of them; an expression that does not
 /// compile is left out in silence.
 ///
-/// To filter many texts, call compare once and filter for each. One thread at a time.
+/// To filter many texts, call compare once and filter for each. One thread at a time. No program
+/// calls dump and free.
 class Pattern {
   public:
     /// Compiles an expression and appends it. Ignores an empty one and one that does not compile.

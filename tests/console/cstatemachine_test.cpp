@@ -71,7 +71,6 @@ TEST(StateMachine, OneOfManyWinsEachStep) {
             if (machine.parseConsole(EXEC_OVER_EVENT, RUNNING)) ++finished;
             if (machine.parseConsole(EXEC_OVER_EVENT, INTERRUPTED)) ++left;
             const std::lock_guard turn(machine);
-            const std::lock_guard again(machine);
         }
     };
     { const std::jthread one(race), two(race), three(race); }

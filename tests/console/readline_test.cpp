@@ -40,10 +40,9 @@ TEST(Completion, TheWordAddedAgainKeepsItsPlace) {
     for (int i = 0; i < 396; ++i)
         Readline::addContext("y" + std::to_string(i));
     EXPECT_EQ(offered("w", 4), "w1|w2|w3||");
-    const unsigned long long dropped = Readline::contextsDropped();
     Readline::addContext("y0");
     Readline::addContext("z");
-    EXPECT_EQ(Readline::contextsDropped(), dropped + 1);
+    EXPECT_EQ(offered("w", 3), "w2|w3||");
     Readline::addContext("w1");
     EXPECT_EQ(offered("w", 4), "w3|w1|w3|w1|"); // the newest now
 }

@@ -1,0 +1,341 @@
+#include "console/consolesession.h"
+
+#include "common/brokenconnection.h"
+#include "common/catalog.h"
+#include "common/error.h"
+#include "console/readline.h"
+#include "console/tabcontext.h"
+#include "console/term.h"
+#include "display/color.h"
+#include "display/parser.h"
+
+#include <cassert>
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int patience = 2000; // ms for an answer that is due although the user pressed Ctrl-C
+constexpr const char* everyClient = "all";
+
+} // namespace
+
+ConsoleSession::ConsoleSession(const Settings& choices, FrontEndLink& connection)
+    : settings(choices),
+      link(connection),
+      machine(*StateMachine::getInstance()),
+      curGroupName(everyClient) {
+    addTabContext(lastData);
+}
+
+// The turn and the prompt.
+
+ConsoleSession::Lock ConsoleSession::takeTurn() {
+    using Clock = std::chrono::steady_clock;
+    std::optional<Clock::time_point> deadline;
+    for (;;) {
+        Lock turn(machine);
+        if (machine.isToQuit()) return turn;
+        int ms = -1;
+        if (!machine.isBusy()) {
+            if (open.empty()) return turn;
+            // Ctrl-C came before an answer: the next request must not overtake it.
+            if (!deadline) deadline = Clock::now() + std::chrono::milliseconds(patience);
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+            if (left.count() <= 0) {
+                open.clear();
+                return turn;
+            }
+            ms = static_cast<int>(left.count());
+        }
+        turn.unlock();
+        machine.waitForChange(ms);
+    }
+}
+
+void ConsoleSession::buildPrompt(bool interrupted) {
+    prompt = "(" + curGroupName + (interrupted ? ":int" : "") + ") ";
+}
+
+bool ConsoleSession::showPrompt() {
+    const Lock turn = takeTurn();
+    if (machine.isToQuit()) return false;
+    buildPrompt(machine.isInterrupted());
+    Readline::showPrompt(prompt);
+    atPrompt = true;
+    return true;
+}
+
+void ConsoleSession::endPrompt() {
+    const Lock turn(machine);
+    atPrompt = false;
+}
+
+// The prompt under which the input thread waits is an old one. An input thread that is not at its
+// prompt prints the new one itself, as soon as it may.
+void ConsoleSession::promptAgain(bool interrupted) {
+    if (needToPrompt && atPrompt) {
+        buildPrompt(interrupted);
+        std::printf("%s", prompt.c_str());
+        std::fflush(stdout);
+    }
+    needToPrompt = false;
+}
+
+// Sending.
+
+void ConsoleSession::openRequest(OpenRequests::Kind kind) {
+    open.push(kind);
+    machine.parseConsole(StateMachine::SPECIAL_CMD_EVENT, StateMachine::NORMAL) ||
+        machine.parseConsole(StateMachine::INTSTATUS_CMD_EVENT, StateMachine::INTERRUPTED);
+}
+
+void ConsoleSession::send(Lock& turn, Command::Type type, const std::string& text) {
+    switch (type) {
+    case Command::ON:
+        openRequest(OpenRequests::ON);
+        break;
+    case Command::INTERRUPT:
+        openRequest(OpenRequests::INTERRUPT);
+        break;
+    case Command::PROMPT:
+        machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
+        break;
+    default:
+        unanswered = true;
+        if (machine.isToQuit()) return;
+        // Running, with an empty store, before the clients can answer.
+        machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
+        lastData.clearLine();
+    }
+    const std::string group = curGroupName;
+    turn.unlock();
+    if (type == Command::INTERRUPT)
+        link.transmit(type, group, nullptr, 0);
+    else
+        link.transmit(type, group, text.c_str(), -1);
+}
+
+void ConsoleSession::sendGroupCmd(Lock& turn, const GroupCommand& command) {
+    openRequest(OpenRequests::GROUP);
+    const std::string group = curGroupName;
+    turn.unlock();
+    link.transmit(command, group);
+}
+
+void ConsoleSession::createFilteredGroupCmd(Lock& turn) {
+    std::vector<ClientSet::Range> ranges;
+    for (const auto& [number, slot] : lastData.slots()) {
+        for (const auto& line : slot.lines) {
+            const auto& runs = line->clients().ranges();
+            ranges.insert(ranges.end(), runs.begin(), runs.end());
+        }
+    }
+    GroupCommand filtered;
+    filtered.setBase("FILTERED");
+    filtered.setOpType(GroupCommand::ASSIGN);
+    filtered.addOperands(ClientSet(std::move(ranges)));
+    const std::string group = curGroupName;
+    turn.unlock();
+    link.transmit(filtered, group);
+}
+
+void ConsoleSession::sendBatchCommand(const std::string& cmdLine) {
+    isBatch = true;
+    machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
+    link.transmit(Command::CLIENT, everyClient, cmdLine.c_str(), -1);
+}
+
+// The end.
+
+void ConsoleSession::disconnect() {
+    machine.parseConsole(StateMachine::ACTIVE_QUIT_EVENT);
+    link.disconnect();
+}
+
+void ConsoleSession::quit() {
+    quitWanted = true;
+    machine.parseConsole(StateMachine::ACTIVE_QUIT_EVENT);
+    sendQuit();
+}
+
+void ConsoleSession::sendQuit() {
+    quitSent = true;
+    link.transmit(Command::QUIT, everyClient, nullptr, 0);
+}
+
+void ConsoleSession::finish() {
+    try {
+        if (quitWanted && !quitSent) sendQuit();
+    } catch (const BrokenConnection&) {
+        // Nobody is left to be told.
+    }
+    if (quitSent) link.awaitEnd();
+}
+
+// Replies.
+
+void ConsoleSession::handleReply() {
+    curReply.reset();
+    link.receive(curReply);
+    // The turn is held until the message of a failure is out: the prompt comes after it.
+    Lock turn(machine);
+    actOnReply(turn);
+}
+
+void ConsoleSession::actOnReply(Lock& turn) {
+    const std::string& text = curReply.getRetInfo();
+    switch (curReply.getRetValue()) {
+    case Reply::FAILED:
+        refused();
+        break;
+    case Reply::SUCCESS:
+        if (text == "NULL") {
+            open.pop();
+            send(turn, Command::ON, everyClient);
+        } else {
+            answered();
+        }
+        break;
+    case Reply::ON_NORMAL:
+        switched(StateMachine::NORMAL);
+        break;
+    case Reply::ON_INTERRUPT:
+        switched(StateMachine::INTERRUPTED);
+        break;
+    case Reply::GROUP_QUERY:
+        std::printf("%s", text.c_str());
+        answered();
+        break;
+    case Reply::CLIENT_ADD:
+        std::printf("A new client %d was forked:%s\n", curReply.getErrCode(), text.c_str());
+        break;
+    case Reply::CLIENT_REMOVE:
+        std::printf("Client %d was terminated\n", curReply.getErrCode());
+        break;
+    }
+}
+
+void ConsoleSession::refused() {
+    unanswered = false;
+    // That the last client has gone refuses nothing.
+    if (curReply.getErrCode() != INFO_ALL_CLIENTS_BROKEN) ++refusals;
+    // A command in flight is not in the queue of requests.
+    if (!machine.setState(StateMachine::NORMAL, {StateMachine::RUNNING})) {
+        open.pop();
+        if (open.empty()) {
+            machine.setState(StateMachine::NORMAL, {StateMachine::TEMP}) ||
+                machine.setState(StateMachine::INTERRUPTED, {StateMachine::INTTEMP});
+        }
+    }
+    machine.announce();
+    if (curReply.getErrCode() != 0) {
+        try {
+            Error::raiseReply(curReply.getErrCode(), curReply.getRetInfo());
+        } catch (const Error& error) {
+            error.dump(false);
+        }
+    }
+    if (open.empty()) promptAgain(machine.isInterrupted());
+}
+
+// A request has its answer. The console is back in its saved state only with the last one that is
+// open; the one for "FILTERED" ends a command, so that what follows it ends in NORMAL.
+void ConsoleSession::answered() {
+    const OpenRequests::Kind kind = open.pop();
+    if (open.empty())
+        machine.parseConsole(StateMachine::GROUP_REPLY_EVENT);
+    else if (kind == OpenRequests::FILTERED)
+        machine.setSaved(StateMachine::NORMAL);
+    machine.announce();
+}
+
+void ConsoleSession::switched(StateMachine::STATE state) {
+    open.pop();
+    curGroupName = curReply.getRetInfo();
+    promptAgain(state == StateMachine::INTERRUPTED);
+    if (open.empty() || !machine.isBusy())
+        machine.setState(state);
+    else
+        machine.setSaved(state);
+    machine.announce();
+}
+
+// Output.
+
+void ConsoleSession::handleData() {
+    link.receive(curData);
+    Lock turn(machine);
+    switch (curData.getType()) {
+    case Data::READY:
+        handleReady(turn);
+        break;
+    case Data::QUIT:
+        if (curData.getConsoleID() != link.getId()) {
+            std::printf("\n");
+            needToPrompt = true;
+        }
+        send(turn, Command::ON, everyClient);
+        break;
+    case Data::TEXT:
+        handleText();
+        break;
+    default:
+        assert(!"Unhandled data type");
+    }
+}
+
+void ConsoleSession::handleReady(Lock& turn) {
+    if (curData.getConsoleID() == link.getId()) {
+        unanswered = false;
+        if (isBatch) {
+            machine.parseConsole(StateMachine::EXEC_OVER_EVENT);
+        } else {
+            // One step: the input thread must not find the console idle before the group
+            // "FILTERED" has been answered.
+            open.dropInterrupts();
+            open.push(OpenRequests::FILTERED);
+            machine.finishAndRequest();
+            createFilteredGroupCmd(turn);
+        }
+    }
+    if (isBatch) quit();
+}
+
+void ConsoleSession::handleText() {
+    if (curData.getConsoleID() != link.getId()) {
+        if (settings.toBcast != 1) return;
+        if (!curData.getConsoleCmd().empty()) std::puts(curData.getConsoleCmd().c_str());
+        const int color = settings.c_bcolor;
+        display(curData, color, color, color, nullptr);
+        return;
+    }
+    if (!machine.isInterrupted())
+        display(curData, settings.c_ecolor, settings.c_scolor, settings.c_dcolor, nullptr);
+    lastData.addData(&curData);
+    lastData.merge();
+    lastData.truncate(settings.maxHistoryLines);
+    addNewTabContext(curData, lastData);
+}
+
+bool ConsoleSession::match(const std::string& cascade) {
+    return display(lastData, settings.c_ecolor, settings.c_scolor, settings.c_dcolor,
+                   cascade.c_str());
+}
+
+bool ConsoleSession::display(Data& data, int ecolor, int scolor, int dcolor,
+                             const char* pattern) const {
+    Parser parser;
+    if (Term::isPlain()) {
+        parser.setPlain();
+    } else {
+        parser.setColor(colorList[ecolor].detail, Parser::EQUAL_COLOR);
+        parser.setColor(colorList[scolor].detail, Parser::SIMILAR_COLOR);
+        parser.setColor(colorList[dcolor].detail, Parser::DIFFERENT_COLOR);
+    }
+    return parser.dump(&data, static_cast<Parser::Mode>(settings.c_dmode), pattern);
+}
