@@ -370,7 +370,7 @@ void Console::watchInput() {
 
 void Console::recallHistory() {
     if (historyFileName.empty()) return;
-    const std::string text = HistoryFile::tail(historyFileName, recalledLines);
+    const std::string text = HistoryFile(historyFileName).tail(recalledLines);
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
         Readline::line.recall(text.substr(at, end - at));
@@ -567,13 +567,14 @@ bool Console::display(Data& data, int ecolor, int scolor, int dcolor, const char
 }
 
 void Console::writeHistoryFile(const std::string& line) {
-    HistoryFile::write(historyFileName, line);
+    HistoryFile(historyFileName).write(line);
 }
 
-int Console::countLineNumOfFile(const std::string& path) { return HistoryFile::countLines(path); }
+int Console::countLineNumOfFile(const std::string& path) { return HistoryFile(path).countLines(); }
 
 void Console::readHistoryFile(const std::string& count) const {
     // More digits than any file has lines: all of them.
     const std::size_t lines = count.size() > 9 ? 1000000000 : std::stoul(count);
-    std::fputs(HistoryFile::tail(historyFileName, lines).c_str(), stdout);
+    const std::string text = HistoryFile(historyFileName).tail(lines);
+    std::fwrite(text.data(), 1, text.size(), stdout);
 }
