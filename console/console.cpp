@@ -7,6 +7,7 @@
 #include "console/historyfile.h"
 #include "console/readline.h"
 #include "console/term.h"
+#include "console/userfile.h"
 #include "display/parser.h"
 
 #include <algorithm>
@@ -20,7 +21,6 @@
 #include <optional>
 #include <poll.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -69,6 +69,11 @@ class InterruptHold {
 };
 
 bool processLives(int pid) { return ::kill(pid, 0) == 0 || errno != ESRCH; }
+
+void sayIgnored(const std::string& path) {
+    std::printf("%s is ignored: it belongs to another user, or everybody may write to it.\n",
+                path.c_str());
+}
 
 // Whether nothing but blanks is left to be read, as far as can be told without waiting.
 bool inputIsOver() {
@@ -169,11 +174,18 @@ void Console::openSettings() {
     if (const char* lines = std::getenv("VEX_HISTORY_LINES")) maxHistoryLines = std::atoi(lines);
     const char* home = std::getenv("HOME");
     if (!home) return;
-    dirName = std::string(home) + (isLuma ? "/.luma" : "/.vex");
+    const std::string name = std::string(home) + (isLuma ? "/.luma" : "/.vex");
+    if (!UserFile::makeDirectory(name)) std::printf("Creating configuration directory failed.\n");
+    if (UserFile::isForeignDirectory(name)) {
+        sayIgnored(name);
+        return;
+    }
+    dirName = name;
     configFileName = dirName + "/conf";
     historyFileName = dirName + "/history";
-    if (::access(dirName.c_str(), F_OK) != 0 && ::mkdir(dirName.c_str(), 0700) != 0)
-        std::printf("Creating configuration directory failed.\n");
+    for (const std::string& path : {configFileName, historyFileName}) {
+        if (const UserFile file(path); file.isForeign()) sayIgnored(file.path());
+    }
 }
 
 void Console::init(Argument& args) {
