@@ -1,5 +1,6 @@
 #include "common/catalog.h"
 #include "common/error.h"
+#include "common/framereader.h"
 #include "common/split.h"
 #include "console/console.h"
 #include "console/readline.h"
@@ -20,6 +21,9 @@
 namespace {
 
 constexpr std::int64_t largestRange = 1 << 20; // clients
+// What all ranges of a line may come to: more ids fill no frame that a front end takes.
+constexpr std::int64_t largestGroup = 3 * largestRange;
+static_assert(largestGroup * 4 < FrameReader::maxFrame);
 
 // The commands that the alternative shell front end does not have.
 bool isLumaCommand(int id) {
@@ -317,8 +321,8 @@ bool Console::parseGroupExpression(Token& t) {
             if (last < 0) t.Throw(CMD_GROUP_CLIENT_ID);
             if (rangeState == RANGE) {
                 if (first >= last) t.Throw(CMD_GROUP_RANGE_REVERSED);
-                // All ranges of a line together, so that a line cannot ask for endless ids.
-                if (static_cast<std::int64_t>(last) - first + subCmd.numOfId() >= largestRange)
+                const std::int64_t clients = std::int64_t{last} - first + 1;
+                if (clients > largestRange || clients + subCmd.numOfId() > largestGroup)
                     t.Throw(CMD_GROUP_CLIENT_ID);
                 subCmd.addOperands(first, last);
                 rangeState = LAST;
