@@ -9,7 +9,6 @@
 #include <climits>
 
 #include <algorithm>
-#include <array>
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
@@ -18,13 +17,17 @@ namespace {
 
 constexpr int lowestVersion = 5100;
 constexpr std::size_t minFields = 7;
+constexpr std::size_t longestLine = 1023; // what is beyond is cut
 // A packed entry takes at least this many bytes: four ints and four empty strings.
 constexpr std::size_t minPackedSize = 36;
 
-using LineBuffer = std::array<char, 1024>;
-
-bool readLine(const File& input, LineBuffer& line) {
-    return std::fgets(line.data(), static_cast<int>(line.size()), input.get()) != nullptr;
+// A line without its newline; false at the end of the file.
+bool readLine(const File& input, std::string& line) {
+    line.clear();
+    int c;
+    while ((c = std::getc(input.get())) != EOF && c != '\n')
+        if (line.size() < longestLine) line += static_cast<char>(c);
+    return c != EOF || !line.empty();
 }
 
 int toInt(const char* text) {
@@ -37,25 +40,27 @@ int toInt(const std::string& text) { return toInt(text.c_str()); }
 
 void TALConfig::readConfiguration(const char* configFile) {
     assert(configFile);
+    entries.clear();
     const File input(std::fopen(configFile, "rte"));
     if (!input) Error(ERR_ATTACH_CFG_FILE_MISSING, configFile);
-    entries.clear();
 
-    LineBuffer line;
-    if (!readLine(input, line) || toInt(line.data()) < lowestVersion)
+    std::string line;
+    if (!readLine(input, line) || toInt(line) < lowestVersion)
         Error(ERR_ATTACH_CFG_VER_LOW, configFile);
     if (!readLine(input, line)) Error(ERR_ATTACH_CFG_FORMAT, configFile);
-    for (int left = toInt(line.data()); left > 0; --left) {
+    std::vector<Entry> read;
+    for (int left = toInt(line); left > 0; --left) {
         if (!readLine(input, line)) Error(ERR_ATTACH_CFG_FORMAT, configFile);
-        const Split fields(line.data(), " ", true);
+        const Split fields(line.c_str(), " ", true);
         if (fields.size() < minFields) Error(ERR_ATTACH_CFG_FORMAT, configFile);
         Entry entry{toInt(fields[0]), toInt(fields[1]), fields[2], fields[3],
                     toInt(fields[4]), toInt(fields[5]), fields[6], {}};
         // The last field of a line is no argument.
         for (std::size_t i = minFields; i + 1 < fields.size(); ++i)
             entry.exeArgs += ' ' + fields[i];
-        entries.push_back(std::move(entry));
+        read.push_back(std::move(entry));
     }
+    entries = std::move(read);
 }
 
 std::vector<std::string> TALConfig::splitRecord(const std::string& record) {

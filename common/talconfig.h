@@ -11,9 +11,9 @@
 /// 0: check a process id before use. Entry indexes run from 0 to getEntryNum() - 1.
 class TALConfig {
   public:
-    /// Reads an attach file in place of the entries held. Throws Error for a file that cannot be
-    /// opened, is of a version below 5100, or has a task line of fewer than seven fields or fewer
-    /// lines than it announces.
+    /// Reads an attach file in place of the entries held; of a line, the first 1023 characters.
+    /// Throws Error, and holds no entries, for a file that cannot be opened, is of a version below
+    /// 5100, or has a task line of fewer than seven fields or fewer lines than it announces.
     void readConfiguration(const char* configFile);
     /// Takes one entry from each comma-separated record in place of the entries held.
     void readNewTalConfiguration(const std::vector<std::string>& records);

@@ -1,6 +1,7 @@
 #include "console/ccommand.h"
 
 #include "common/catalog.h"
+#include "common/framereader.h"
 #include "common/split.h"
 #include "console/tables.h"
 
@@ -15,6 +16,9 @@ using namespace Actions;
 namespace {
 
 constexpr std::int64_t largestRange = 1 << 20; // clients
+// What all ranges of a line may come to: more ids fill no frame that a front end takes.
+constexpr std::int64_t largestGroup = 3 * largestRange;
+static_assert(largestGroup * 4 < FrameReader::maxFrame);
 
 // The value of a number token; -1 when it does not fit.
 int numberOf(const Token& t) {
@@ -178,8 +182,8 @@ void CommandLine::parseGroupExpression(Token& t) {
             if (last < 0) t.Throw(CMD_GROUP_CLIENT_ID);
             if (rangeState == RANGE) {
                 if (first >= last) t.Throw(CMD_GROUP_RANGE_REVERSED);
-                // All ranges of a line together, so that a line cannot ask for endless ids.
-                if (static_cast<std::int64_t>(last) - first + subCmd.numOfId() >= largestRange)
+                const std::int64_t clients = std::int64_t{last} - first + 1;
+                if (clients > largestRange || clients + subCmd.numOfId() > largestGroup)
                     t.Throw(CMD_GROUP_CLIENT_ID);
                 subCmd.addOperands(first, last);
                 rangeState = LAST;

@@ -11,6 +11,7 @@
 #include "console/report.h"
 #include "console/tables.h"
 #include "console/term.h"
+#include "console/userfile.h"
 
 #include <algorithm>
 #include <atomic>
@@ -21,7 +22,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <signal.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -48,6 +48,11 @@ static_assert(std::atomic<Console*>::is_always_lock_free);
 
 void CatchSignal(int sig) {
     if (Console* console = signalCatcher.load()) console->SignalHandler(sig);
+}
+
+void sayIgnored(const std::string& path) {
+    std::printf("%s is ignored: it belongs to another user, or everybody may write to it.\n",
+                path.c_str());
 }
 
 bool confirm(const char* question) {
@@ -132,11 +137,18 @@ void Console::openSettings() {
         settings.maxHistoryLines = std::atoi(lines);
     const char* home = std::getenv("HOME");
     if (!home) return;
-    dirName = std::string(home) + (isLuma ? "/.luma" : "/.vex");
+    const std::string name = std::string(home) + (isLuma ? "/.luma" : "/.vex");
+    if (!UserFile::makeDirectory(name)) std::printf("Creating configuration directory failed.\n");
+    if (UserFile::isForeignDirectory(name)) {
+        sayIgnored(name);
+        return;
+    }
+    dirName = name;
     configFileName = dirName + "/conf";
     historyFileName = dirName + "/history";
-    if (::access(dirName.c_str(), F_OK) != 0 && ::mkdir(dirName.c_str(), 0700) != 0)
-        std::printf("Creating configuration directory failed.\n");
+    for (const std::string& path : {configFileName, historyFileName}) {
+        if (const UserFile file(path); file.isForeign()) sayIgnored(file.path());
+    }
 }
 
 void Console::init(Argument& args) {
@@ -282,7 +294,7 @@ void Console::readLines() {
 
 void Console::recallHistory() {
     if (historyFileName.empty()) return;
-    const std::string text = HistoryFile::tail(historyFileName, recalledLines);
+    const std::string text = HistoryFile(historyFileName).tail(recalledLines);
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
         Readline::line.recall(text.substr(at, end - at));
@@ -396,13 +408,14 @@ void Console::carryOut(const Actions::Undefined& quotation) {
 }
 
 void Console::writeHistoryFile(const std::string& line) {
-    HistoryFile::write(historyFileName, line);
+    HistoryFile(historyFileName).write(line);
 }
 
-int Console::countLineNumOfFile(const std::string& path) { return HistoryFile::countLines(path); }
+int Console::countLineNumOfFile(const std::string& path) { return HistoryFile(path).countLines(); }
 
 void Console::readHistoryFile(const std::string& count) const {
     // More digits than any file has lines: all of them.
     const std::size_t lines = count.size() > 9 ? 1000000000 : std::stoul(count);
-    std::fputs(HistoryFile::tail(historyFileName, lines).c_str(), stdout);
+    const std::string text = HistoryFile(historyFileName).tail(lines);
+    std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -1,11 +1,13 @@
 #include "console/historyfile.h"
 
+#include "common/descriptor.h"
+#include "console/userfile.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
-#include <memory>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,26 +19,6 @@ constexpr int trimAbove = 1000;
 constexpr std::size_t keptLines = 800;
 constexpr std::size_t countedBytes = 255;
 constexpr int lockTries = 100; // of 10 ms each
-constexpr mode_t privateFile = 0600;
-
-// Owns a descriptor; closing it gives up its lock.
-class File {
-  public:
-    explicit File(int descriptor) : fd(descriptor) {}
-    File(File&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
-    File& operator=(File&& other) noexcept {
-        std::swap(fd, other.fd);
-        return *this;
-    }
-    ~File() {
-        if (fd != -1) ::close(fd);
-    }
-    int get() const { return fd; }
-    explicit operator bool() const { return fd != -1; }
-
-  private:
-    int fd;
-};
 
 // Another console holds the lock for moments only; one that is stopped meanwhile must not stop us.
 // A file system without locks does without.
@@ -51,18 +33,22 @@ bool lock(int fd) {
 }
 
 // Opens the file for appending, locked, and makes sure that it still is the one of that name: a
-// console that trims puts a new file in its place.
-File openLocked(const std::string& path) {
+// console that trims puts a new file in its place. The name becomes that of the file itself.
+Descriptor openLocked(std::string& name) {
     for (int i = 0; i < lockTries; ++i) {
-        File file(::open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, privateFile));
-        if (!file || !lock(file.get())) return File(-1);
+        const UserFile history(name);
+        Descriptor file = history.open(O_RDWR | O_APPEND | O_CREAT);
+        if (!file && errno == EACCES) file = history.open(O_WRONLY | O_APPEND);
+        if (!file || !lock(file.get())) return {};
         struct stat ours {};
         struct stat named {};
-        if (::fstat(file.get(), &ours) == 0 && ::stat(path.c_str(), &named) == 0 &&
-            ours.st_ino == named.st_ino && ours.st_dev == named.st_dev)
+        if (::fstat(file.get(), &ours) == 0 && ::lstat(history.path().c_str(), &named) == 0 &&
+            ours.st_ino == named.st_ino && ours.st_dev == named.st_dev) {
+            name = history.path();
             return file;
+        }
     }
-    return File(-1);
+    return {};
 }
 
 std::string readAll(int fd) {
@@ -107,52 +93,76 @@ int countPieces(const std::string& text) {
     return static_cast<int>(count);
 }
 
-// Puts a new file with these lines in the place of the old one; the new one comes back locked.
-File replace(const std::string& path, const std::string& text) {
-    std::string name = path + ".XXXXXX";
-    File fresh(::mkostemp(name.data(), O_APPEND | O_CLOEXEC));
-    if (!fresh) return fresh;
-    if (lock(fresh.get()) && append(fresh.get(), text) && ::fsync(fresh.get()) == 0 &&
-        ::rename(name.c_str(), path.c_str()) == 0)
-        return fresh;
-    ::unlink(name.c_str());
-    return File(-1);
+enum class Trim { DONE, FAILED, FORBIDDEN };
+
+bool isForbidden(int fault) {
+    return fault == EACCES || fault == EPERM || fault == EROFS || fault == EBUSY;
 }
 
-// The file that a link of the user's leads to, so that a trim does not replace the link.
-std::string target(const std::string& path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                           &std::free);
-    return real ? real.get() : path;
+bool takeOwnerAndMode(int fresh, int old) {
+    struct stat status {};
+    return ::fstat(old, &status) == 0 && ::fchown(fresh, status.st_uid, status.st_gid) == 0 &&
+           ::fchmod(fresh, status.st_mode & 07777) == 0;
+}
+
+// Puts a new file with these lines in the place of the old one, whose lock is held until the new
+// one, locked too, has its name.
+Trim replace(Descriptor& file, const std::string& path, const std::string& kept) {
+    std::string name = path + ".XXXXXX";
+    Descriptor fresh(::mkostemp(name.data(), O_APPEND | O_CLOEXEC));
+    if (!fresh) return isForbidden(errno) ? Trim::FORBIDDEN : Trim::FAILED;
+    Trim outcome = Trim::FAILED;
+    if (!takeOwnerAndMode(fresh.get(), file.get()))
+        outcome = Trim::FORBIDDEN;
+    else if (lock(fresh.get()) && append(fresh.get(), kept) && ::fsync(fresh.get()) == 0) {
+        if (::rename(name.c_str(), path.c_str()) == 0) {
+            file = std::move(fresh);
+            return Trim::DONE;
+        }
+        if (isForbidden(errno)) outcome = Trim::FORBIDDEN;
+    }
+    ::unlink(name.c_str());
+    return outcome;
+}
+
+// Writes the last lines over the first ones and cuts the file off behind them.
+bool rewrite(int fd, const std::string& text, const std::string& kept) {
+    // Linux appends what pwrite(2) writes to a file that is open for appending.
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (::fcntl(fd, F_SETFL, flags & ~O_APPEND) == -1) return false;
+    const ssize_t put = ::pwrite(fd, kept.data(), kept.size(), 0);
+    const bool whole = put == static_cast<ssize_t>(kept.size()) && ::ftruncate(fd, put) == 0;
+    if (!whole && put > 0) (void)!::pwrite(fd, text.data(), static_cast<std::size_t>(put), 0);
+    ::fcntl(fd, F_SETFL, flags);
+    return whole;
+}
+
+bool trim(Descriptor& file, const std::string& path, const std::string& text) {
+    const std::string kept = lastLines(text, keptLines);
+    const Trim outcome = replace(file, path, kept);
+    return outcome == Trim::DONE || (outcome == Trim::FORBIDDEN && rewrite(file.get(), text, kept));
 }
 
 } // namespace
 
-void HistoryFile::write(const std::string& path, const std::string& line) {
+void HistoryFile::write(const std::string& line) const {
     if (path.empty()) return;
-    const std::string name = target(path);
-    File file = openLocked(name);
+    std::string name = path;
+    Descriptor file = openLocked(name);
     if (!file) return;
-    struct stat status {};
-    if (::fstat(file.get(), &status) == 0 && (status.st_mode & 0777) != privateFile)
-        ::fchmod(file.get(), privateFile);
     const std::string text = readAll(file.get());
-    if (countPieces(text) > trimAbove) {
-        // The old file's lock is held until the new one, locked too, has its name.
-        file = replace(name, lastLines(text, keptLines));
-        if (!file) return;
-    }
+    if (countPieces(text) > trimAbove && !trim(file, name, text)) return;
     // A last line without its newline stays a line of its own.
     const bool open = !text.empty() && text.back() != '\n';
     append(file.get(), open ? "\n" + line : line);
 }
 
-int HistoryFile::countLines(const std::string& path) {
-    const File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+int HistoryFile::countLines() const {
+    const Descriptor file = UserFile(path).open(O_RDONLY);
     return file ? countPieces(readAll(file.get())) : 0;
 }
 
-std::string HistoryFile::tail(const std::string& path, std::size_t lines) {
-    const File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::string HistoryFile::tail(std::size_t lines) const {
+    const Descriptor file = UserFile(path).open(O_RDONLY);
     return file ? lastLines(readAll(file.get()), lines) : "";
 }

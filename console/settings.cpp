@@ -2,10 +2,10 @@
 
 #include "common/split.h"
 #include "console/tables.h"
+#include "console/userfile.h"
 #include "display/color.h"
 
 #include <cstdio>
-#include <memory>
 
 namespace {
 
@@ -46,8 +46,7 @@ bool choose(int& field, const Row* row, const char* before, const char* after) {
 } // namespace
 
 void Settings::readConfiguration(const std::string& configFileName) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(configFileName.c_str(), "r"),
-                                                     std::fclose);
+    const File file = UserFile(configFileName).read();
     if (!file) return;
     char text[pieceSize];
     while (std::fgets(text, sizeof text, file.get()))

@@ -58,6 +58,9 @@ void Foreground::startConsole() {
         writer.reset(::fcntl(pipe.writer.get(), F_DUPFD, 0));
         environment.emplace_back("VEX_CONSOLE_REPORT", std::to_string(writer.get()));
     }
+    // After Ctrl-Z the console gives the terminal back and stops, and only then this process: with
+    // it the shell takes the terminal.
+    std::signal(SIGTSTP, SIG_IGN);
     console.start(start.console, start.session, environment);
 }
 
@@ -130,6 +133,7 @@ void Foreground::onConsoleEnded() {
     // The keys are the user's again: only an answer is left to wait for.
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGQUIT, SIG_DFL);
+    std::signal(SIGTSTP, SIG_DFL);
 }
 
 void Foreground::waitToHear() {

@@ -1,4 +1,5 @@
 #include "common/catalog.h"
+#include "common/format.h"
 #include "tests/support/tempdir.h"
 
 #include <gtest/gtest.h>
@@ -53,15 +54,19 @@ TEST(ExternalCatalog, TextsThatCannotBeFormatsAreRefused) {
                                "8 \"'%2$s' braucht %1$d Argumente\"\n"
                                "9 \"'%s' kennt -%c nicht %n\"\n"
                                "28 \"mit 'send' \"\n"
+                               "11 \"%1$s zu viel hinter %3$s\"\n"
                                "47 \"3917-800  %s Fehler bei: %s<ENDE>\\n\"\n"
                                "55 \"3917-901  zu 100% deutsch\"\n";
-    std::string texts = lookUp(source, "120 150 151 503 800 901 12345");
+    std::string texts = lookUp(source, "120 150 151 153 503 800 901 12345");
     std::replace(texts.begin(), texts.end(), '\0', '|');
     EXPECT_EQ(texts, "120:3917-120  Connection time-out after %d seconds.\n|"
                      "150:'%2$s' braucht %1$d Argumente|"
                      "151:3917-151  '%s' does not recognize option '-%c'.\n|"
+                     "153:3917-153  Extra argument '%s' to '%s'.\n|"
                      "503:3917-503  Use 'send %s' to send secondary prompt messages.|"
                      "800:%s Fehler bei: %s<ENDE>\n|901:zu 100% deutsch|12345:|");
+    // printf needs the type of every argument up to the last.
+    EXPECT_FALSE(sameConversions("%1$s %3$s", "%1$s %3$s"));
 }
 
 } // namespace

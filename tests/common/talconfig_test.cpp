@@ -43,6 +43,18 @@ TEST(AttachFile, TaskLinesAndTheirPackedForm) {
     config.setTaskExit(7); // the first that has exited ends the file
     EXPECT_EQ(config.generateHostFile(dir.path("hosts").c_str()), 1);
     EXPECT_EQ(dir.read("hosts"), "n1\n");
+
+    // A line that just fits, and one that is cut.
+    const std::string one = "1 1 i h 1 1 a ", kept(1021 - one.size(), 'x');
+    EXPECT_EQ(read("5100\n2\n" + one + kept + " z\n" + one + kept + " zz\n").second, "");
+    const std::string shown = "1 1 i h 1 1 'a  " + kept + "'\n";
+    EXPECT_EQ(dumped(config), shown + shown);
+    // After an error there are no entries, not even those read before it.
+    EXPECT_EQ(read("5100\n2\n" + one + "\n").first, 182);
+    EXPECT_EQ(config.getEntryNum(), 0);
+    read(threeTasks);
+    EXPECT_EQ(raised([&] { config.readConfiguration(dir.path("none").c_str()); }).first, 180);
+    EXPECT_EQ(config.getEntryNum(), 0);
 }
 
 } // namespace

@@ -19,6 +19,7 @@ class HistoryOnDisk : public testing::Test {
   protected:
     TempDir dir;
     const std::string path = dir.path("history");
+    const HistoryFile history{path};
 
     void SetUp() override {
         if (::getuid() == 0) GTEST_SKIP() << "nothing is forbidden to root";
@@ -29,17 +30,21 @@ class HistoryOnDisk : public testing::Test {
             text += "line " + std::to_string(i) + "\n";
         return text;
     }
-    void fill(const std::string& text) { dir.write("history", text); }
+    // A mode that the user gave it, which stays.
+    void fill(const std::string& text, mode_t mode = 0640) {
+        dir.write("history", text);
+        ::chmod(path.c_str(), mode);
+    }
     // What the file holds after one more write to it.
     std::string with(const std::string& line) {
-        HistoryFile::write(path, line);
+        history.write(line);
         return content();
     }
     std::string content() const { return dir.read("history"); }
-    // The directory holds the history file and nothing besides, and nobody else may read it.
-    void expectNoLeftovers(std::ptrdiff_t files = 1) const {
+    // The directory holds the history file and nothing besides.
+    void expectNoLeftovers(std::ptrdiff_t files = 1, mode_t mode = 0640) const {
         EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), files);
-        EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
+        EXPECT_EQ(fs::status(path).permissions(), fs::perms(mode));
     }
     // Runs the action in so many processes at once.
     static void inProcesses(int count, const std::function<void(int)>& action) {
@@ -65,20 +70,24 @@ TEST_F(HistoryOnDisk, SwingsBetween801And1001Lines) {
     EXPECT_EQ(with("a\n"), numbered(200, 999) + wide + "a\n");
     expectNoLeftovers();
     fill("a\n\nc");
-    EXPECT_EQ(HistoryFile::tail(path, 2), "\nc");
-    EXPECT_EQ(HistoryFile::tail(path, 9), "a\n\nc");
+    EXPECT_EQ(history.tail(2), "\nc");
+    EXPECT_EQ(history.tail(9), "a\n\nc");
     EXPECT_EQ(with("d\n"), "a\n\nc\nd\n");
 }
 
 TEST_F(HistoryOnDisk, ALinkStaysALinkAndWhatIsNewIsPrivate) {
-    const mode_t mask = ::umask(0);
-    EXPECT_EQ(with("secret\n"), "secret\n");
-    ::umask(mask);
-    expectNoLeftovers();
+    for (const mode_t mask : {0, 0777}) {
+        fs::remove(path);
+        const mode_t before = ::umask(mask);
+        history.write("secret\n");
+        ::umask(before);
+        EXPECT_EQ(content(), "secret\n");
+        expectNoLeftovers(1, 0600);
+    }
     const std::string link = dir.path("link 'with \"quotes\" and $(blanks)");
     fill(numbered(0, 1001));
     fs::create_symlink("history", link);
-    HistoryFile::write(link, "a\n");
+    HistoryFile(link).write("a\n");
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_EQ(content(), numbered(201, 1001) + "a\n");
     expectNoLeftovers(2);
@@ -90,7 +99,7 @@ TEST_F(HistoryOnDisk, AFullDiskAndAReadOnlyDirectoryLoseNoLine) {
             ::signal(SIGXFSZ, SIG_IGN);
             const rlimit both{limit, limit};
             ::setrlimit(RLIMIT_FSIZE, &both);
-            HistoryFile::write(path, line);
+            history.write(line);
         });
         return content();
     };
@@ -100,10 +109,37 @@ TEST_F(HistoryOnDisk, AFullDiskAndAReadOnlyDirectoryLoseNoLine) {
     EXPECT_EQ(within(few.size() + 3, "ab\n"), few + "ab\n");
     fill(many);
     EXPECT_EQ(within(5000, "a\n"), many); // the trimmed file does not fit
+    // Where no new file can be made, the old one is rewritten.
     ::chmod(dir.path().c_str(), 0500);
-    EXPECT_EQ(with("a\n"), many);
+    EXPECT_EQ(within(5000, "a\n"), many);
+    EXPECT_EQ(with("a\n"), numbered(201, 1001) + "a\n");
+    EXPECT_EQ(with("b\n"), numbered(201, 1001) + "a\nb\n");
     ::chmod(dir.path().c_str(), 0700);
     expectNoLeftovers();
+}
+
+TEST_F(HistoryOnDisk, OnlyARegularFileThatNobodyElseMayWriteIsTouched) {
+    ::alarm(30); // a FIFO may hang it
+    ::mkfifo(dir.path("fifo").c_str(), 0640);
+    ::chmod(dir.write("open", "old\n").c_str(), 0646);
+    fs::create_directory(dir.path("shared"));
+    dir.write("shared/history", "old\n");
+    ::chmod(dir.path("shared").c_str(), 0707);
+    fs::create_symlink("shared/history", dir.path("link"));
+    for (const char* name : {"fifo", "open", "shared/history", "link"}) {
+        const HistoryFile other(dir.path(name));
+        const fs::perms mode = fs::status(dir.path(name)).permissions();
+        other.write("new\n");
+        EXPECT_EQ(other.tail(9), "") << name;
+        EXPECT_EQ(other.countLines(), 0) << name;
+        EXPECT_EQ(fs::status(dir.path(name)).permissions(), mode) << name;
+    }
+    EXPECT_EQ(dir.read("open") + dir.read("shared/history"), "old\nold\n");
+    fill("old\n", 0200); // may only be written
+    history.write("new\n");
+    fs::permissions(path, fs::perms(0600));
+    EXPECT_EQ(content(), "old\nnew\n");
+    ::alarm(0);
 }
 
 TEST_F(HistoryOnDisk, ConsolesThatTrimAtOnceLoseAndTearNothing) {
@@ -115,7 +151,7 @@ TEST_F(HistoryOnDisk, ConsolesThatTrimAtOnceLoseAndTearNothing) {
         fill(numbered(0, 996 + round));
         inProcesses(3, [&](int console) {
             for (int i = 0; i < 8; ++i)
-                HistoryFile::write(path, lineOf(console, i));
+                history.write(lineOf(console, i));
         });
         const std::string text = content();
         for (int console = 0; console < 3; ++console) {

@@ -87,3 +87,34 @@ TEST_F(RealDebuggers, CtrlCAndInterruptStopTasksThatRunOn) {
     EXPECT_NE(where.find("relax ()"), std::string::npos) << where;
     kquit();
 }
+
+TEST_F(RealDebuggers, CtrlZGivesTheShellItsTerminalUntilFg) {
+    console = std::make_unique<Terminal>(Terminal::Start{{"sh", "-i"},
+                                                         {{"HOME", home.path()},
+                                                          {"TERM", "xterm"},
+                                                          {"LC_ALL", "C"},
+                                                          {"PS1", "shell> "},
+                                                          {"ENV", ""}}});
+    console->until("shell> ");
+    enter(program("vex") + " -n 1 " + program("halo"));
+    prompt("(all) ");
+    // Several times: were the terminal given back too late, it would not always show.
+    for (int round = 0; round < 8; ++round) {
+        console->type("pri");
+        console->until("pri");
+        console->type("\x1a");
+        console->until("Stopped");
+        console->until("shell> ");
+        const termios now = console->settings(), then = console->initialSettings();
+        EXPECT_EQ(std::memcmp(&now, &then, sizeof now), 0) << round;
+        enter("fg");
+        console->untilEcho(false);
+        EXPECT_NE(answerTo("nt rank").find(" = 0"), std::string::npos); // the line goes on
+    }
+    answerTo("kquit", "(y/n) ");
+    console->type("y\n");
+    console->until("has ended\n");
+    console->until("shell> ");
+    console->type("exit\n");
+    EXPECT_EQ(console->exitStatus(), 0);
+}

@@ -42,7 +42,7 @@ TEST_F(Replies, LinesThatNeverReachTheFrontEnd) {
         {"group 5 = 1", "512  Cannot create or change a number-named group.", "5 = 1"},
         {"group all = 1", "513  Cannot change a predefined group.", "all = 1"},
         {"group g1 * 1", "514  Invalid group operation.", "* 1"},
-        {"group g1 = 0:99999999", "515  Invalid client ID.", "99999999"},
+        {"group g1 = 0:1048576", "515  Invalid client ID.", "1048576"},
         {"group g1 = 99999999999", "515  Invalid client ID.", "99999999999"},
         {"group g1 = 3:3 4", "516  Reversed range.", "3 4"},
         {"group g1 = 1,2", "517  Invalid symbol.", ",2"},
@@ -64,6 +64,9 @@ TEST_F(Replies, LinesThatNeverReachTheFrontEnd) {
     for (const char* line : {"   ", ":", "interrupt", "leave"})
         EXPECT_EQ(answerTo(line), "") << line;
     EXPECT_FALSE(frontEnd.hasCommand());
+    // The limit is of one range.
+    enter("group g1 = 0:1048575 1048576:1048577");
+    EXPECT_EQ(frontEnd.expectGroup().ids().str(), "0:1048577 ");
 }
 
 TEST_F(Replies, LinesThatGoToTheClientsAsTyped) {

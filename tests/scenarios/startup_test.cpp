@@ -3,6 +3,7 @@
 #include "tests/support/session.h"
 
 #include <filesystem>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 class Startup : public Session {
@@ -93,7 +94,11 @@ TEST_F(Startup, CtrlCWhileConnectingAsksTheFrontEndToStopOrEndsTheConsole) {
 }
 
 TEST_F(Startup, TheSettingsDirectoryIsPrivateAndOneThatCannotBeUsedStopsNothing) {
-    begin();
+    const mode_t mask = ::umask(0777);
+    launch();
+    ::umask(mask);
+    frontEnd.accept(id);
+    prompt("(all) ");
     EXPECT_EQ(std::filesystem::status(home.path(".vex")).permissions(),
               std::filesystem::perms::owner_all);
     command("where");
@@ -106,4 +111,29 @@ TEST_F(Startup, TheSettingsDirectoryIsPrivateAndOneThatCannotBeUsedStopsNothing)
     frontEnd.accept(id);
     EXPECT_EQ(prompt("(all) "), "\x1b[?7h\x1b[?45hCreating configuration directory failed.\n");
     EXPECT_EQ(answerTo("history"), "");
+}
+
+TEST_F(Startup, SettingsThatOthersMayWriteAndWhatIsNoFileAreLeftAlone) {
+    const std::string folder = home.path(".vex"), conf = home.path(".vex/conf");
+    const auto lineFor = [](const std::string& path) {
+        return path + " is ignored: it belongs to another user, or everybody may write to it.\n";
+    };
+    const auto expectStart = [&](const std::string& said) {
+        launch();
+        frontEnd.accept(id);
+        EXPECT_EQ(prompt("(all) "), "\x1b[?7h\x1b[?45h" + said);
+        EXPECT_EQ(answerTo("history") + answerTo("option ecolor"), "current color is green.\n");
+        frontEnd.close();
+        expectEnd();
+    };
+    std::filesystem::create_directory(folder);
+    home.write(".vex/conf", "ecolor=red\n");
+    ::mkfifo(home.path(".vex/history").c_str(), 0600);
+    ::chmod(conf.c_str(), 0666);
+    expectStart(lineFor(conf));
+    std::filesystem::remove(conf);
+    ::mkfifo(conf.c_str(), 0600);
+    expectStart("");
+    ::chmod(folder.c_str(), 0777);
+    expectStart(lineFor(folder));
 }
