@@ -1,11 +1,6 @@
 #include "common/catalog.h"
 #include "tests/support/tempdir.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-
 namespace {
 
 std::string outputOf(const std::string& command) {

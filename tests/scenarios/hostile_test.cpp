@@ -1,5 +1,5 @@
 // Records that lie about themselves end the session as a broken connection does.
-#include "tests/support/processes.h"
+#include "backend/os/processtree.h"
 #include "tests/support/session.h"
 #include "tests/support/wire.h"
 
@@ -38,7 +38,7 @@ TEST_F(Hostile, EveryLieEndsTheSession) {
 
 TEST_F(Hostile, ALengthAloneTakesNoMemory) {
     const auto residentKilobytes = [this] {
-        const std::string status = Processes::content(console->pid(), "status");
+        const std::string status = ProcessTree::fileOf(console->pid(), "status");
         return std::stol(status.substr(status.find("VmRSS:") + 6));
     };
     begin();

@@ -2,8 +2,6 @@
 // debuggers.
 #include "tests/support/vextest.h"
 
-#include <sstream>
-
 class Sessions : public VexTest {
   protected:
     using Console = std::unique_ptr<Terminal>;

@@ -1,10 +1,5 @@
 #include "tests/support/scriptedfrontend.h"
 
-#include <algorithm>
-#include <poll.h>
-#include <stdexcept>
-#include <unistd.h>
-
 namespace {
 
 [[noreturn]] void expected(const std::string& what) {
@@ -45,25 +40,10 @@ void ScriptedFrontEnd::connected() {
     console = listener.accept(peer);
 }
 
-// Reads with a deadline of its own, so that a frame which never ends fails the test.
-std::string ScriptedFrontEnd::take(std::size_t size) {
-    const Deadline deadline;
-    std::string data(size, '\0');
-    for (std::size_t at = 0; at < size;) {
-        if (!readable(console->getFd(), deadline.left())) expected("a command from the console");
-        const ssize_t got = ::read(console->getFd(), data.data() + at, size - at);
-        if (got <= 0) expected("a command, but the console closed the connection");
-        at += static_cast<std::size_t>(got);
-    }
-    return data;
-}
-
 Command ScriptedFrontEnd::expectCommand() {
-    const int length = Frame::length(take(4).data());
-    if (length < 0 || length > (1 << 24))
-        expected("a command, got a frame of " + std::to_string(length) + " bytes");
+    if (!readable(console->getFd(), Deadline().left())) expected("a command from the console");
     Command command;
-    command.unpack(take(static_cast<std::size_t>(length)).data(), length);
+    command.recv(console.get());
     return command;
 }
 

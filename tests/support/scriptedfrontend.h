@@ -5,12 +5,8 @@
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
-#include "tests/support/deadline.h"
 #include "tests/support/output.h"
-
-#include <functional>
-#include <type_traits>
-#include <unistd.h>
+#include "tests/support/testing.h"
 
 /// The other end of a console's socket, played by a test: it listens on a session number of its
 /// own, takes one console, and sends and expects records one by one.
@@ -111,5 +107,4 @@ class ScriptedFrontEnd {
     std::function<void()> readScreen;
 
     bool readable(int fd, int timeout) const;
-    std::string take(std::size_t size);
 };

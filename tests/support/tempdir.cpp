@@ -1,10 +1,5 @@
 #include "tests/support/tempdir.h"
 
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-#include <stdlib.h>
-
 TempDir::TempDir() {
     std::string name = (std::filesystem::temp_directory_path() / "vex-test-XXXXXX").string();
     if (!::mkdtemp(name.data())) throw std::runtime_error("mkdtemp failed: " + name);

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <filesystem>
-#include <string>
+#include "tests/support/testing.h"
 
 /// A directory of one's own, removed with all that is in it.
 class TempDir {

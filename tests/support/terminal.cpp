@@ -1,20 +1,8 @@
 #include "tests/support/terminal.h"
 
-#include "tests/support/deadline.h"
-
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <fcntl.h>
-#include <poll.h>
 #include <pty.h>
-#include <stdexcept>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <utmp.h>
 
 namespace {

@@ -1,12 +1,8 @@
 #pragma once
 
-#include <csignal>
-#include <map>
-#include <optional>
-#include <string>
-#include <sys/types.h>
+#include "tests/support/testing.h"
+
 #include <termios.h>
-#include <vector>
 
 /// The bytes that colour a line and end it.
 namespace Colour {

@@ -1,34 +1,15 @@
 #pragma once
 
+#include "backend/os/processtree.h"
 #include "common/clientset.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
-#include "tests/support/deadline.h"
-#include "tests/support/processes.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/terminal.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <poll.h>
-#include <string>
-#include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
-
-using Lines = std::vector<std::string>;
+#include "tests/support/testing.h"
 
 // A console of which only the connection exists.
 class Peer {
@@ -156,22 +137,14 @@ class Peer {
 };
 
 // vex with real debuggers, on a terminal, its console being a program that does nothing.
-class VexTest : public testing::Test {
+class VexTest : public UserTest {
   protected:
     TempDir folder;
     std::unique_ptr<Terminal> vex;
-    const std::string mark = "VEX_TEST=" + folder.path();
     std::string socketPath;           // of the session begun last
     long long socketTime = 1;         // of the session begun last
     std::optional<std::string> input; // in place of the terminal
 
-    void SetUp() override {
-        if (::getuid() == 0) GTEST_SKIP() << "vex refuses root; run as an ordinary user";
-    }
-
-    static std::string program(const std::string& name) {
-        return std::string(VEX_BIN_DIR) + "/" + name;
-    }
     std::string script(const std::string& name, const std::string& text) {
         const std::string path = folder.write(name, text);
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
@@ -200,15 +173,14 @@ class VexTest : public testing::Test {
     // Starts a session of any kind.
     std::string beginWith(const Lines& more) {
         const std::string file = folder.path("session");
+        std::filesystem::remove(file);
         const std::string console =
             script("console", "#!/bin/sh\necho $2 > " + file + ".new\nmv " + file + ".new " + file +
                                   "\nexec sleep 1000\n");
         Lines arguments{"--console", console};
         arguments.insert(arguments.end(), more.begin(), more.end());
         launch(arguments);
-        const Deadline deadline;
-        while (folder.read("session").empty() && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        await("session");
         const std::string path =
             "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
         socketTime = std::max(1LL, timeOf(path)); // it may have ended
@@ -221,37 +193,43 @@ class VexTest : public testing::Test {
         return status.st_ctim.tv_sec * 1000000000LL + status.st_ctim.tv_nsec;
     }
     // The living processes that descend from this test's vex, itself included.
-    std::vector<pid_t> living() const { return Processes::startedWith(mark); }
-    pid_t consolePid() const {
-        for (pid_t id : living()) {
-            if (Processes::name(id) == "sleep") return id;
-        }
-        return -1;
-    }
-    static pid_t childOf(pid_t parent, const std::string& name) {
-        for (const pid_t id : Processes::descendants(parent)) {
-            if (Processes::name(id) == name && Processes::parent(id) == parent) return id;
-        }
-        return -1;
-    }
-    static std::vector<pid_t> tasksOf(pid_t launcher, const std::string& name) {
-        std::vector<pid_t> found = Processes::descendants(launcher);
-        std::erase_if(found, [&name](pid_t id) { return Processes::name(id) != name; });
+    std::vector<pid_t> living() const {
+        std::vector<pid_t> found = ProcessTree::everyone();
+        std::erase_if(found, [this](pid_t id) {
+            return ProcessTree::variable(id, "VEX_TEST") != folder.path();
+        });
         return found;
     }
+    static std::vector<pid_t> named(const std::string& name, std::vector<pid_t> among) {
+        std::erase_if(among, [&name](pid_t id) { return ProcessTree::nameOf(id) != name; });
+        return among;
+    }
+    static std::vector<pid_t> tasksOf(pid_t launcher, const std::string& name) {
+        return named(name, ProcessTree::descendants(launcher, -1));
+    }
+    // The child of that name; -1: there is none.
+    static pid_t childOf(pid_t parent, const std::string& name) {
+        const auto found = named(name, ProcessTree::children(parent));
+        return found.empty() ? -1 : found[0];
+    }
+    // The process that serves the consoles: vex has a guardian, which has it as a child.
+    pid_t sessionPid() const { return childOf(childOf(vex->pid(), "vex"), "vex"); }
     // A real console ends when its connection does; this one is made to.
     void killConsole() const {
-        const Deadline deadline;
-        pid_t id = -1;
-        while ((id = consolePid()) == -1 && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        if (id > 0) ::kill(id, SIGKILL);
+        EXPECT_TRUE(eventually([&] { return !consoles().empty(); }));
+        kill(consoles());
+    }
+    std::vector<pid_t> consoles() const { return named("sleep", living()); }
+    static void kill(const std::vector<pid_t>& ids) {
+        for (const pid_t id : ids)
+            ::kill(id, SIGKILL);
+    }
+    // Waits for a file of the folder that is there as a whole or not at all.
+    void await(const std::string& file) const {
+        EXPECT_TRUE(eventually([&] { return !folder.read(file).empty(); })) << file;
     }
     void expectNothingLeft(const std::string& path) const {
-        const Deadline deadline;
-        while (!living().empty() && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_TRUE(living().empty());
+        EXPECT_TRUE(eventually([this] { return living().empty(); }));
         // The number may have gone to a session of another test.
         if (!path.empty()) {
             EXPECT_NE(timeOf(path), socketTime) << path;

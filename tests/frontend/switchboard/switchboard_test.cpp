@@ -1,8 +1,7 @@
 #include "backend/drivers/gdb.h"
 #include "common/brokenconnection.h"
 #include "frontend/switchboard/switchboard.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/testing.h"
 
 namespace {
 

@@ -1,13 +1,6 @@
 #include "backend/os/tracing.h"
 #include "tests/support/vextest.h"
 
-#include <cstdlib>
-#include <fcntl.h>
-#include <functional>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
 namespace {
 
 TEST_F(VexTest, ASessionWithRealDebuggers) {
@@ -73,7 +66,7 @@ TEST_F(VexTest, AnInterruptStopsWhatTheDebuggerRunsForIt) {
                              "make -f /dev/null --eval 'x:;@sleep 100' x"}) {
         SCOPED_TRACE(text);
         console.send(Command::CLIENT, "all", text);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        sleepFor(100);
         console.send(Command::INTERRUPT, "all");
         EXPECT_EQ(console.finish().back(), "READY");
     }
@@ -150,25 +143,21 @@ TEST_F(VexTest, NothingIsLeftBehind) {
     };
     for (const auto& way : ways) {
         SCOPED_TRACE(way.name);
-        std::filesystem::remove(folder.path("session"));
         input = way.terminal ? std::nullopt : std::optional<std::string>("");
         const std::string path = begin(3);
         console = std::make_unique<Peer>(path);
         console->begin();
         runIntoTheHang(*console, 3);
-        const pid_t sleeper = consolePid();
-        ASSERT_GT(sleeper, 0);
+        const auto sleepers = consoles();
+        ASSERT_EQ(sleepers.size(), 1u);
         guardian = childOf(vex->pid(), "vex");
-        session = childOf(guardian, "vex");
-        ASSERT_GT(session, 0);
+        ASSERT_GT(session = sessionPid(), 0);
         way.end();
         if (way.terminal) {
             // A console that left before that would let the session go on.
-            const Deadline deadline;
-            while (Processes::lives(session) && deadline.left() > 0)
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            EXPECT_TRUE(eventually([&] { return ProcessTree::parentOf(session) == 0; }));
         }
-        ::kill(sleeper, SIGKILL);
+        kill(sleepers);
         console.reset();
         EXPECT_EQ(vex->exitStatus(), way.status);
         expectNothingLeft(path);

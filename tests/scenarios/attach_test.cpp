@@ -1,10 +1,6 @@
 #include "backend/os/tracing.h"
 #include "tests/support/vextest.h"
 
-#include <fcntl.h>
-#include <functional>
-#include <sys/wait.h>
-
 namespace {
 
 // vex with tasks that run before it is there, and what tasks fork.
@@ -48,7 +44,7 @@ class Walker {
             if (::poll(&ready, 1, 5000) != 1 || ::read(ends[0], text, sizeof text) <= 0)
                 return false;
         }
-        return Processes::lives(id);
+        return (ProcessTree::parentOf(id) != 0);
     }
 
   private:
@@ -63,7 +59,7 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     const auto killAgents = [&] {
         for (const pid_t each : living()) {
             // The inner one of its two processes.
-            if (Processes::name(each) == "vexagent" && childOf(each, "vexagent") == -1)
+            if (ProcessTree::nameOf(each) == "vexagent" && childOf(each, "vexagent") == -1)
                 ::kill(each, SIGKILL);
         }
         kquit();
@@ -94,7 +90,6 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         const Walker walkers[2]{Walker(each.walker), Walker(each.walker)};
-        std::filesystem::remove(folder.path("session"));
         const std::string file = folder.write(
             "attach.cfg", "5100\n2\n0 0 127.0.0.1 localhost " + walkers[0].number() +
                               " 1 /bin/x \n1 0 " +
@@ -107,10 +102,10 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
         console->command("break step");
         console->command("ignore 1 1000000");
         each.before();
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        const pid_t sleeper = consolePid();
+        sleepFor(100);
+        const auto sleepers = consoles();
         each.end();
-        ::kill(sleeper, SIGKILL);
+        kill(sleepers);
         vex->exitStatus();
         expectNothingLeft(path);
         for (const Walker& walker : walkers)
@@ -151,7 +146,6 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
     const std::string hosts = folder.write("hosts", "node1\nnode2\n");
     const Lines starts[] = {{"-n", "2"}, {"--launch", fakeSsh(), "--hosts", hosts}};
     for (const Lines& start : starts) {
-        std::filesystem::remove(folder.path("session"));
         Lines arguments = start;
         arguments.push_back(program("forker"));
         const std::string path = beginWith(arguments);
@@ -187,7 +181,6 @@ TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
         Terminal::Start start;
         start.argv = {program("forker"), "wait"};
         Terminal task(start);
-        std::filesystem::remove(folder.path("session"));
         const std::string file =
             folder.write("attach.cfg", "5100\n1\n0 0 " + std::string(place) +
                                            std::to_string(task.pid()) + " 1 /bin/x \n");
@@ -203,7 +196,7 @@ TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
         EXPECT_GT(Tracing::tracerOf(children[0]), 0);
         quit(second);
         for (pid_t each : {task.pid(), children[0]}) {
-            EXPECT_TRUE(Processes::lives(each));
+            EXPECT_TRUE((ProcessTree::parentOf(each) != 0));
             EXPECT_EQ(Tracing::tracerOf(each), 0);
         }
     }
@@ -238,12 +231,9 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         start.argv.push_back(program(mpi.program));
         Terminal job(start);
         // Time for MPI_Init, behind which a task knows its rank.
-        const Deadline deadline;
-        while (deadline.left() > 0 && tasksOf(job.pid(), mpi.program).size() < mpi.below)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        ASSERT_EQ(tasksOf(job.pid(), mpi.program).size(), mpi.below) << job.screen();
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        std::filesystem::remove(folder.path("session"));
+        ASSERT_TRUE(eventually([&] { return tasksOf(job.pid(), mpi.program).size() >= mpi.below; }))
+            << job.screen();
+        sleepFor(1000);
         const std::string path =
             beginWith({"--mpi", std::to_string(job.pid()), "--rsh", fakeSsh()});
         Peer console(path);

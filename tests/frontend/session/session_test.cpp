@@ -1,11 +1,5 @@
 #include "frontend/session/session.h"
-
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tests/support/testing.h"
 
 namespace {
 
