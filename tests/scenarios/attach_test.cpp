@@ -1,4 +1,6 @@
+#include "backend/os/childprocess.h"
 #include "backend/os/tracing.h"
+#include "common/descriptor.h"
 #include "tests/support/vextest.h"
 
 namespace {
@@ -9,47 +11,35 @@ class AttachTest : public VexTest {};
 // A process that is there before the session and after it; counts on its standard output.
 class Walker {
   public:
-    explicit Walker(const Lines& arguments = {}) {
+    explicit Walker(Lines arguments = {}) {
+        int ends[2];
         if (::pipe2(ends, O_CLOEXEC) == -1) throw std::runtime_error("no pipe");
-        id = ::fork();
-        if (id == 0) {
-            ::dup2(ends[1], 1);
-            std::string name = std::string(VEX_BIN_DIR) + "/steadily";
-            Lines words = arguments;
-            std::vector<char*> argv{name.data()};
-            for (std::string& word : words)
-                argv.push_back(word.data());
-            argv.push_back(nullptr);
-            ::execv(argv[0], argv.data());
-            ::_exit(127);
-        }
-        ::close(ends[1]);
+        output = Descriptor(ends[0]);
+        const Descriptor writer(ends[1]);
+        arguments.insert(arguments.begin(), VEX_BIN_DIR "/steadily");
+        ChildProcess::Start start;
+        start.argv = arguments;
+        start.input = STDIN_FILENO;
+        start.output = writer.get();
+        child.start(start);
     }
-    ~Walker() {
-        ::kill(id, SIGKILL);
-        ::waitpid(id, nullptr, 0);
-        ::close(ends[0]);
-    }
-    Walker(const Walker&) = delete;
-    Walker& operator=(const Walker&) = delete;
 
-    pid_t pid() const { return id; }
-    std::string number() const { return std::to_string(id); }
+    std::string number() const { return std::to_string(child.pid()); }
     // Whether it counts: what it has said so far is thrown away, then it must say more, for so long
     // that all its threads have come by every place where a breakpoint can be left.
     bool walks() const {
         char text[65536];
         for (int lines = 0; lines < 20; ++lines) {
-            pollfd ready{ends[0], POLLIN, 0};
-            if (::poll(&ready, 1, 5000) != 1 || ::read(ends[0], text, sizeof text) <= 0)
+            pollfd ready{output.get(), POLLIN, 0};
+            if (::poll(&ready, 1, 5000) != 1 || ::read(output.get(), text, sizeof text) <= 0)
                 return false;
         }
-        return (ProcessTree::parentOf(id) != 0);
+        return ProcessTree::parentOf(child.pid()) != 0;
     }
 
   private:
-    int ends[2];
-    pid_t id;
+    Descriptor output;
+    ChildProcess child;
 };
 
 TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
@@ -152,6 +142,9 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
         Peer first(path), second(path), third(path);
         for (Peer* each : {&first, &second, &third})
             each->begin();
+        // A program can print anything: nobody else's process becomes a client.
+        const std::string stranger = std::to_string(childOf(vex->pid(), "vex"));
+        first.command("echo [Detaching after fork from child process " + stranger + "]\\n");
         first.send(Command::CLIENT, "all", "run");
         EXPECT_EQ(third.forked(2), (ClientSet{2, 3}));
         second.forked(2);
@@ -178,9 +171,7 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
 
 TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
     for (const char* place : {"127.0.0.1 localhost ", "198.51.100.7 node1 "}) {
-        Terminal::Start start;
-        start.argv = {program("forker"), "wait"};
-        Terminal task(start);
+        Terminal task({{program("forker"), "wait"}});
         const std::string file =
             folder.write("attach.cfg", "5100\n1\n0 0 " + std::string(place) +
                                            std::to_string(task.pid()) + " 1 /bin/x \n");
@@ -225,11 +216,9 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         SCOPED_TRACE(mpi.program);
         if (::access(program(mpi.program).c_str(), X_OK) != 0) continue;
         ++tried;
-        Terminal::Start start;
-        start.argv = {"/usr/bin/env"};
-        start.argv.insert(start.argv.end(), mpi.launcher.begin(), mpi.launcher.end());
-        start.argv.push_back(program(mpi.program));
-        Terminal job(start);
+        Lines words = mpi.launcher;
+        words.push_back(program(mpi.program));
+        Terminal job({words});
         // Time for MPI_Init, behind which a task knows its rank.
         ASSERT_TRUE(eventually([&] { return tasksOf(job.pid(), mpi.program).size() >= mpi.below; }))
             << job.screen();

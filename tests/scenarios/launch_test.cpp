@@ -41,17 +41,6 @@ class LaunchTest : public VexTest {
     }
 };
 
-struct Case {
-    const char* launcher;
-    const char* program;
-    const char* options;
-    bool tcp;
-};
-const Case launchers[] = {
-    {"mpirun.openmpi", "ring.openmpi", " --oversubscribe -np 3", false},
-    {"mpiexec.mpich", "ring.mpich", " -n 3", true},
-};
-
 // Until each of these lines has come.
 void readUntil(Peer& console, std::set<std::string> lines) {
     while (!lines.empty()) {
@@ -63,10 +52,19 @@ void readUntil(Peer& console, std::set<std::string> lines) {
 }
 
 TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
-    for (const Case& each : launchers) {
+    const struct {
+        const char *launcher, *program, *options;
+        bool tcp;
+    } launchers[] = {
+        {"mpirun.openmpi", "ring.openmpi", " --oversubscribe -np 3", false},
+        {"mpiexec.mpich", "ring.mpich", " -n 3", true},
+    };
+    int tried = 0;
+    for (const auto& each : launchers) {
         SCOPED_TRACE(each.launcher);
         if (!installed(each.launcher) || ::access(program(each.program).c_str(), X_OK) != 0)
             continue;
+        ++tried;
         for (const bool killed : {false, true}) {
             if (each.tcp) ::setenv("VEX_LAUNCH_TCP", "1", 1);
             const std::string path = beginWith(
@@ -104,6 +102,7 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
             expectNothingLeft(path);
         }
     }
+    if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
 }
 
 TEST_F(LaunchTest, HostsOfAFile) {
@@ -150,11 +149,7 @@ class Stranger {
     }
     // Introduces itself as an agent does.
     void hello(const std::string& secret, int rank, int size) {
-        AgentHello hello;
-        hello.nonce = "once";
-        hello.rank = rank;
-        hello.size = size;
-        hello.host = "elsewhere";
+        const AgentHello hello{.nonce = "once", .rank = rank, .size = size, .host = "elsewhere"};
         send(hello.record().frame());
         const auto body = Frame::recv(&socket);
         const auto challenge = AgentChallenge::of(AgentRecord::unpack({body.data(), body.size()}));
@@ -240,9 +235,7 @@ TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
     const std::string rendezvous = folder.write(
         "rendezvous", "address 127.0.0.1\nport " + std::to_string(ntohs(address.sin_port)) +
                           "\nsecret S\nrank 0\nsize 1\nend .\n");
-    Terminal::Start what;
-    what.argv = {program("vexagent"), "--rendezvous", rendezvous};
-    Terminal agent(what);
+    Terminal agent({{program("vexagent"), "--rendezvous", rendezvous}});
     const int peer = ::accept(listener, nullptr, nullptr);
     DebuggerStart start;
     start.argv = {"/bin/touch", folder.path("obeyed")};

@@ -92,6 +92,15 @@ class Peer {
         }
         return found;
     }
+    // Waits until the example's tasks have said that they stand still: one computes, the others
+    // wait for messages.
+    void awaitTheHang(int tasks) {
+        for (int told = 0; told < tasks;) {
+            for (const std::string& line : next())
+                told += line.find("still waits") != std::string::npos ||
+                        line.find("does not settle") != std::string::npos;
+        }
+    }
     bool closed() {
         try {
             for (;;)
@@ -156,11 +165,8 @@ class VexTest : public UserTest {
                                  "\nshift\ncd /\nexec sh -c \"$*\"\n");
     }
     void launch(const Lines& arguments) {
-        Terminal::Start start;
-        start.input = input;
-        start.argv = {program("vex")};
+        Terminal::Start start{{program("vex")}, {{"VEX_TEST", folder.path()}}, input};
         start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
-        start.environment["VEX_TEST"] = folder.path();
         vex = std::make_unique<Terminal>(start);
     }
     // Starts n clients of the example; gives the socket's path.
@@ -242,14 +248,5 @@ class VexTest : public UserTest {
         killConsole();
         EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
         expectNothingLeft(socketPath);
-    }
-    // Runs the example until it stands still: one task computes, the others wait for messages.
-    static void runIntoTheHang(Peer& console, int n) {
-        console.send(Command::CLIENT, "all", "run");
-        for (int told = 0; told < n;) {
-            for (const std::string& line : console.next())
-                told += line.find("still waits") != std::string::npos ||
-                        line.find("does not settle") != std::string::npos;
-        }
     }
 };

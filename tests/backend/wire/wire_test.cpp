@@ -7,11 +7,7 @@
 namespace {
 
 TEST(Rendezvous, IsReadBackAndPrivate) {
-    Rendezvous where;
-    where.socketName = "name";
-    where.addresses = {"10.0.0.1", "fd00::1"};
-    where.port = 4711;
-    where.secret = Rendezvous::newSecret();
+    const Rendezvous where{"name", {"10.0.0.1", "fd00::1"}, 4711, Rendezvous::newSecret()};
     EXPECT_EQ(where.secret.size(), 64u);
     EXPECT_NE(where.secret, Rendezvous::newSecret());
 
@@ -50,9 +46,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     start.argv = {"gdb", "", "two words"};
     start.environment = {{"A", "1"}, {"B", ""}};
     start.prompt = "\001x\n";
-    start.terminal = "t";
-    start.inputTerminal = "i";
-    start.process = "p";
+    start.terminal = start.inputTerminal = start.process = "x";
     start.attach = 77;
     start.throughShells = true;
     const AgentRecord record = AgentRecords::start(start);
@@ -63,11 +57,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     EXPECT_EQ(copy.attach, start.attach);
     EXPECT_TRUE(copy.throughShells);
 
-    AgentHello hello;
-    hello.nonce = std::string("a\0b", 3);
-    hello.rank = 3;
-    hello.size = 4;
-    hello.host = "node";
+    AgentHello hello{.nonce = std::string("a\0b", 3), .rank = 3, .size = 4, .host = "node"};
     EXPECT_EQ(AgentHello::of(hello.record()).nonce, hello.nonce);
     EXPECT_EQ(AgentHello::of(hello.record()).rank, 3);
     AgentHello other = hello;
