@@ -1,6 +1,7 @@
 #include "console/cline.h"
 #include "console/readline.h"
 #include "console/term.h"
+#include "tests/support/editorscreen.h"
 #include "tests/support/testing.h"
 
 namespace {
@@ -19,8 +20,7 @@ std::string complete(std::string prefix, int state) {
     return "";
 }
 
-// An editor before a screen that knows characters and backspaces: after each key the screen shows
-// the buffer, and nothing behind it, with its cursor where the editor's is.
+// An editor before a screen, which follows it from key to key.
 class Editor {
   public:
     Readline::Line line;
@@ -46,34 +46,16 @@ class Editor {
     }
 
   private:
-    std::string screen;
-    std::size_t column = 0;
+    EditorScreen screen;
 
     void press(int key) {
         const bool ended = line.handleKey(key);
-        show();
+        ASSERT_TRUE(screen.follows(line)) << line.text();
         if (!ended) return;
         entered = line.text();
         line.finish();
         line.start();
-        screen.clear();
-        column = 0;
-    }
-    void show() {
-        for (const char c : line.takeEcho()) {
-            if (c == '\b') {
-                ASSERT_GT(column--, 0u) << "left of the prompt's end";
-                continue;
-            }
-            ASSERT_FALSE(std::iscntrl(static_cast<unsigned char>(c)));
-            screen.resize(std::max(screen.size(), column + 1), ' ');
-            screen[column++] = c;
-        }
-        std::string text = line.text();
-        ASSERT_EQ(static_cast<std::size_t>(line.getLength()), text.size());
-        ASSERT_EQ(column, static_cast<std::size_t>(line.getCursor()));
-        text.resize(std::max(text.size(), screen.size()), ' ');
-        ASSERT_EQ(screen, text);
+        screen = {};
     }
 };
 

@@ -87,7 +87,6 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
                               walkers[1].number() + " 1 /bin/x \n");
         const std::string path = beginWith({"--attach-config", file, "--rsh", fakeSsh()});
         console = std::make_unique<Peer>(path);
-        console->begin();
         // The first one steps on its breakpoint all the time, and goes on.
         console->command("break step");
         console->command("ignore 1 1000000");
@@ -121,7 +120,6 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
     vex->until("vex: client 3 is left out: " + reach +
                " for host nowhere ended with status 255 before its task was there.");
     Peer console(path);
-    console.begin();
     EXPECT_EQ(console.command("python print(gdb.selected_inferior().pid)"),
               (Lines{"0 | " + walkers[0].number(), "1 | " + walkers[1].number(),
                      "2 | " + walkers[2].number(), "READY"}));
@@ -140,8 +138,6 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
         arguments.push_back(program("forker"));
         const std::string path = beginWith(arguments);
         Peer first(path), second(path), third(path);
-        for (Peer* each : {&first, &second, &third})
-            each->begin();
         // A program can print anything: nobody else's process becomes a client.
         const std::string stranger = std::to_string(childOf(vex->pid(), "vex"));
         first.command("echo [Detaching after fork from child process " + stranger + "]\\n");
@@ -155,14 +151,10 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
         // Neither the shell's command nor what became another program is one.
         EXPECT_EQ(third.command("vex who").size(), 6u);
         third.command("print hold = 0", "4");
-        const auto says = [](const Lines& lines, const std::string& end) {
-            return std::ranges::any_of(lines,
-                                       [&end](const auto& each) { return each.ends_with(end); });
-        };
         const Lines last = third.command("continue", "4");
-        EXPECT_TRUE(says(last, "exited with code 01]")) << testing::PrintToString(last);
-        EXPECT_TRUE(says(second.finish(), "exited with code 02]"));
-        while (!says(first.next(), "| generations: 2")) {
+        EXPECT_TRUE(contain(last, "exited with code 01]")) << testing::PrintToString(last);
+        EXPECT_TRUE(contain(second.finish(), "exited with code 02]"));
+        while (!contain(first.next(), "| generations: 2")) {
         }
         vex->signal(SIGKILL);
         expectNothingLeft(path);
@@ -177,8 +169,6 @@ TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
                                            std::to_string(task.pid()) + " 1 /bin/x \n");
         const std::string path = beginWith({"--attach-config", file, "--rsh", fakeSsh()});
         Peer first(path), second(path);
-        first.begin();
-        second.begin();
         first.command("print hold = 0");
         first.send(Command::CLIENT, "all", "continue");
         EXPECT_EQ(second.forked(1), ClientSet{1});
@@ -226,7 +216,6 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         const std::string path =
             beginWith({"--mpi", std::to_string(job.pid()), "--rsh", fakeSsh()});
         Peer console(path);
-        console.begin();
         EXPECT_EQ(console.command("print rank"), (Lines{"0 | $1 = 0", "1 | $1 = 1", "READY"}));
         console.command("print lost = 0");
         quit(console);

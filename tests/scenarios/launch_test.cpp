@@ -41,16 +41,6 @@ class LaunchTest : public VexTest {
     }
 };
 
-// Until each of these lines has come.
-void readUntil(Peer& console, std::set<std::string> lines) {
-    while (!lines.empty()) {
-        for (const std::string& line : console.next())
-            std::erase_if(lines, [&line](const std::string& each) {
-                return line.find(each) != std::string::npos;
-            });
-    }
-}
-
 TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
     const struct {
         const char *launcher, *program, *options;
@@ -70,7 +60,6 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
             const std::string path = beginWith(
                 {"--launch", std::string(each.launcher) + each.options, program(each.program)});
             Peer console(path);
-            console.begin();
             EXPECT_EQ(rendezvousFiles(), 0u);
             EXPECT_EQ(console.command("vex who")[2].find("2 | rank 2  host "), 0u);
             EXPECT_EQ(console.command("show environment VEX_TASK"),
@@ -78,7 +67,8 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
             console.command("break search");
             // One task computes, the others wait for it.
             console.send(Command::CLIENT, "all", "run");
-            readUntil(console, {", search (token=20)"});
+            while (!contain(console.next(), ", search (token=20)")) {
+            }
             console.send(Command::INTERRUPT, "all");
             EXPECT_EQ(console.finish().back(), "READY");
             EXPECT_EQ(console.command("print rank"),
@@ -110,7 +100,6 @@ TEST_F(LaunchTest, HostsOfAFile) {
     std::filesystem::create_directory(folder.path("here"));
     const std::string path = beginWith({"--launch", fakeSsh(), "--hosts", hosts, program("halo")});
     Peer console(path);
-    console.begin();
     EXPECT_EQ(console.command("show environment VEX_NTASKS"),
               (Lines{"0:2 | VEX_NTASKS = 3", "READY"}));
     // They stand where vex was started, not in the home directory.
@@ -127,9 +116,7 @@ TEST_F(LaunchTest, HostsOfAFile) {
     }
     vex->signal(SIGTERM);
     EXPECT_TRUE(console.closed());
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
-    expectNothingLeft(path);
+    expectEnd(128 + SIGTERM);
 }
 
 // A peer of the agents' port, with a connection of its own.
@@ -208,7 +195,6 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     folder.write("go", "");
     task.send(AgentRecord{AgentRecord::PROMPT, ""}.frame());
     Peer console(path);
-    console.begin();
     EXPECT_EQ(rendezvousFiles(), 0u);
     EXPECT_THROW(Stranger{where.port}, std::runtime_error);
     EXPECT_EQ(console.command("print 1", "1"), (Lines{"1 | $1 = 1", "READY"}));
@@ -301,9 +287,7 @@ TEST_F(LaunchTest, AStartThatDoesNotEndLeavesNothing) {
             vex->signal(SIGUSR1);
             vex->until("the start was given up");
         }
-        killConsole();
-        EXPECT_EQ(vex->exitStatus(), killed ? 128 + SIGKILL : 1);
-        expectNothingLeft(path);
+        expectEnd(killed ? 128 + SIGKILL : 1);
         EXPECT_EQ(rendezvousFiles(), 0u);
     }
 }

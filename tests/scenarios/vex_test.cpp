@@ -9,11 +9,6 @@ struct Dialect {
     int values; // so many results came before the first
 };
 
-bool contain(const Lines& lines, const std::string& text) {
-    return std::ranges::any_of(
-        lines, [&text](const std::string& each) { return each.find(text) != std::string::npos; });
-}
-
 void debugFourTasks(Peer& console, const Dialect& with) {
     const auto value = [&with](int number, const std::string& result) {
         return " | " + with.type + "$" + std::to_string(with.values + number) + " = " + result;
@@ -47,7 +42,6 @@ TEST_F(VexTest, ASessionWithGdb) {
     const std::string path = begin(4);
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
     Peer console(path);
-    console.begin();
     debugFourTasks(console, {"break simulate", "Breakpoint 1, simulate", "delete 1", "",
                              "received signal SIGINT", 1});
     // The empty line repeats the last command; behind a backslash no second line is waited for.
@@ -62,15 +56,12 @@ TEST_F(VexTest, ASessionWithGdb) {
     std::sort(end.begin(), end.end() - 1); // in the order in which they went
     EXPECT_EQ(end, (Lines{"REPLY 5 0", "REPLY 5 1", "REPLY 5 2", "REPLY -1 803"}));
     EXPECT_TRUE(console.closed());
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
-    expectNothingLeft(path);
+    expectEnd(0);
 }
 
 TEST_F(VexTest, ASessionWithLldb) {
     if (::access("/usr/bin/lldb", X_OK) != 0) GTEST_SKIP() << "there is no lldb (Debian: lldb)";
     Peer console(begin(4, {"--debugger", "/usr/bin/lldb"}));
-    console.begin();
     debugFourTasks(console, {"breakpoint set -n simulate", "stop reason = breakpoint 1.1",
                              "breakpoint delete 1", "(int) ", "stop reason = signal SIG", 0});
     quit(console);
@@ -79,7 +70,6 @@ TEST_F(VexTest, ASessionWithLldb) {
 // What the debugger itself waits for; the program, which waits too, is told once and only then.
 TEST_F(VexTest, AnInterruptStopsWhatTheDebuggerRunsForIt) {
     Peer console(begin(2));
-    console.begin();
     for (const char* text : {"shell sleep 100", "!sleep 100; sleep 100", "pipe print 1 | sleep 100",
                              "make -f /dev/null --eval 'x:;@sleep 100' x"}) {
         SCOPED_TRACE(text);
@@ -109,7 +99,6 @@ TEST_F(VexTest, ALowLimitOfOpenFilesIsNoObstacle) {
     const std::string path = begin(10);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     Peer console(path);
-    console.begin();
     EXPECT_EQ(console.command("shell ulimit -Sn"), (Lines{"0:9 | 24", "READY"}));
     quit(console);
 }
@@ -117,7 +106,6 @@ TEST_F(VexTest, ALowLimitOfOpenFilesIsNoObstacle) {
 TEST_F(VexTest, TheProgramWritesWhereItsCommandLineSays) {
     const std::string both = folder.write("both", "echo out\necho err >&2\n");
     Peer console(beginWith({"-n", "1", "/bin/sh"}));
-    console.begin();
     const std::string file = folder.path("file");
     const struct {
         std::string redirection, filed;
@@ -143,7 +131,6 @@ TEST_F(VexTest, TheProgramWritesWhereItsCommandLineSays) {
 // A program behind the bar may read as much as it likes.
 TEST_F(VexTest, AFilterThatHasReadEnoughCostsNoTime) {
     Peer console(begin(1));
-    console.begin();
     clockid_t clock = 0;
     ASSERT_EQ(::clock_getcpuclockid(sessionPid(), &clock), 0);
     const auto used = [clock] {
@@ -185,7 +172,6 @@ TEST_F(VexTest, NothingIsLeftBehind) {
         input = way.terminal ? std::nullopt : std::optional<std::string>("");
         const std::string path = begin(3);
         console = std::make_unique<Peer>(path);
-        console->begin();
         console->send(Command::CLIENT, "all", "run");
         console->awaitTheHang(3);
         const auto sleepers = consoles();
@@ -207,13 +193,11 @@ TEST_F(VexTest, NothingIsLeftBehind) {
 TEST_F(VexTest, AStartThatHangsCanBeGivenUp) {
     const std::string debugger = script("debugger", "#!/bin/sh\nsleep 1000\n");
     const std::string path = begin(3, {"--debugger", debugger});
-    Peer console(path);
+    Peer console(path, true);
     vex->signal(SIGUSR1);
     EXPECT_TRUE(console.closed());
     vex->until("vex: the start was given up\n");
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 1);
-    expectNothingLeft(path);
+    expectEnd(1);
 }
 
 TEST_F(VexTest, DebuggersThatDieDuringTheStartAreReported) {
@@ -221,9 +205,7 @@ TEST_F(VexTest, DebuggersThatDieDuringTheStartAreReported) {
     const std::string path = begin(2, {"--debugger", debugger});
     vex->until("vex: 0:1 | my last words\n");
     vex->until("vex: 0:1 | the debugger ended during the start\n");
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 1);
-    expectNothingLeft(path);
+    expectEnd(1);
 }
 
 TEST_F(VexTest, SaysWhatIsWrongAndWhatToDo) {

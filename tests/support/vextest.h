@@ -11,18 +11,23 @@
 #include "tests/support/terminal.h"
 #include "tests/support/testing.h"
 
+// Whether one of the lines has this text in it.
+inline bool contain(const Lines& lines, const std::string& text) {
+    return std::ranges::any_of(
+        lines, [&text](const std::string& each) { return each.find(text) != std::string::npos; });
+}
+
 // A console of which only the connection exists.
 class Peer {
   public:
-    explicit Peer(const std::string& path) {
+    // Waits for its number, unless it is early; the debuggers have prompted then.
+    explicit Peer(const std::string& path, bool early = false) {
         if (socket.connect(path.c_str(), 20) != 0) throw std::runtime_error("nobody listens");
-    }
-
-    // Waits for the number; the debuggers have prompted then.
-    void begin() {
+        if (early) return;
         awaitBytes();
         socket.read(&id, sizeof id);
     }
+
     void send(Command::Type type, const std::string& group, const std::string& text = "") {
         Command command;
         command.init(id, group, type, text.c_str(), text.empty() ? 0 : -1);
@@ -241,12 +246,16 @@ class VexTest : public UserTest {
             EXPECT_NE(timeOf(path), socketTime) << path;
         }
     }
-    // Ends the session by kquit; nothing is left of it.
+    // Ends the session by kquit.
     void quit(Peer& console) {
         console.send(Command::QUIT, "all");
         EXPECT_TRUE(console.closed());
+        expectEnd(0);
+    }
+    // The session ends as soon as its console does; nothing is left of it.
+    void expectEnd(int status) {
         killConsole();
-        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        EXPECT_EQ(vex->exitStatus(), status) << vex->screen();
         expectNothingLeft(socketPath);
     }
 };
