@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     for (std::size_t i = 0; i < size; ++i) {
         const int key = bytes[i] >= 0xe0 ? Term::BACKSP + (bytes[i] - 0xe0) % 11 : bytes[i];
         const bool ended = line.handleKey(key);
-        expect(screen.follows(line) && line.text().size() < 64);
+        expect(screen.follows(line) && line.getLength() < 64);
         if (!ended) continue;
         line.finish();
         line.start();

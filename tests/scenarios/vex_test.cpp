@@ -144,7 +144,7 @@ TEST_F(VexTest, AFilterThatHasReadEnoughCostsNoTime) {
         return used() - before;
     };
     const double all = answer("cat >/dev/null");
-    EXPECT_LT(answer("head -c1; exec <&-; sleep 2"), 0.5 + 2 * all);
+    EXPECT_LT(answer("head -c1; exec <&-; sleep 2"), 0.3 + 2 * all);
     quit(console);
 }
 
