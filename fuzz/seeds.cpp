@@ -52,15 +52,15 @@ int main(int argc, char** argv) {
     seed("data", dataRecord());
     seed("parser", dataRecord());
     const std::string group = groupRecord();
-    seed("group", group);
+    seed("record", "\1" + group);
     Command command;
     command.init(7, "all", Command::CLIENT, "where", -1);
-    seed("command", packed(command));
+    seed("record", '\0' + packed(command));
     command.init(7, "all", Command::GROUP, group.data(), static_cast<int>(group.size()));
-    seed("command", packed(command));
+    seed("record", '\0' + packed(command));
     Reply reply(Reply::FAILED, 511);
     reply.addRetInfo("g1");
-    seed("reply", packed(reply));
+    seed("record", "\2" + packed(reply));
     for (const char* line : {"group g1 = 0:3 7 g2", "print \"a\\\"b\" 'c' \\* -3 12ab",
                              "stat -s -i | sort", "'open"}) {
         seed("token", line);

@@ -2,11 +2,6 @@
 #include "common/format.h"
 #include "tests/support/tempdir.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-
 namespace {
 
 std::string outputOf(const std::string& command) {

@@ -1,11 +1,5 @@
 #include "common/clientset.h"
-
-#include <climits>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-#include <set>
+#include "tests/support/testing.h"
 
 namespace {
 

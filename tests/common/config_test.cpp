@@ -1,9 +1,6 @@
 #include "common/config.h"
-#include "tests/support/outcome.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/wire.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 

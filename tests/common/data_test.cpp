@@ -1,11 +1,5 @@
 #include "common/data.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <map>
-#include <random>
-#include <sstream>
+#include "tests/support/testing.h"
 
 namespace {
 

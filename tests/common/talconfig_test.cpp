@@ -1,9 +1,6 @@
 #include "common/talconfig.h"
-#include "tests/support/outcome.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/wire.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 

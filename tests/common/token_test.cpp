@@ -1,8 +1,5 @@
 #include "common/token.h"
-
-#include <gtest/gtest.h>
-
-#include <vector>
+#include "tests/support/testing.h"
 
 namespace {
 

@@ -1,19 +1,7 @@
 #include "common/frame.h"
 #include "common/unixsock.h"
-#include "tests/support/outcome.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/wire.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <pthread.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "console/ccommand.h"
 #include "console/tables.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/testing.h"
 
 #include <string>
 #include <variant>

@@ -1,10 +1,8 @@
 #include "console/cline.h"
+#include "console/readline.h"
 #include "console/term.h"
-#include "tests/support/outcome.h"
-
-#include <gtest/gtest.h>
-
-#include <cctype>
+#include "tests/support/editorscreen.h"
+#include "tests/support/testing.h"
 
 namespace {
 
@@ -22,8 +20,7 @@ std::string complete(std::string prefix, int state) {
     return "";
 }
 
-// An editor before a screen that knows characters and backspaces: after each key the screen shows
-// the buffer, and nothing behind it, with its cursor where the editor's is.
+// An editor before a screen, which follows it from key to key.
 class Editor {
   public:
     Readline::Line line;
@@ -49,34 +46,16 @@ class Editor {
     }
 
   private:
-    std::string screen;
-    std::size_t column = 0;
+    EditorScreen screen;
 
     void press(int key) {
         const bool ended = line.handleKey(key);
-        show();
+        ASSERT_TRUE(screen.follows(line)) << line.text();
         if (!ended) return;
         entered = line.text();
         line.finish();
         line.start();
-        screen.clear();
-        column = 0;
-    }
-    void show() {
-        for (const char c : line.takeEcho()) {
-            if (c == '\b') {
-                ASSERT_GT(column--, 0u) << "left of the prompt's end";
-                continue;
-            }
-            ASSERT_FALSE(std::iscntrl(static_cast<unsigned char>(c)));
-            screen.resize(std::max(screen.size(), column + 1), ' ');
-            screen[column++] = c;
-        }
-        std::string text = line.text();
-        ASSERT_EQ(static_cast<std::size_t>(line.getLength()), text.size());
-        ASSERT_EQ(column, static_cast<std::size_t>(line.getCursor()));
-        text.resize(std::max(text.size(), screen.size()), ' ');
-        ASSERT_EQ(screen, text);
+        screen = {};
     }
 };
 
@@ -160,6 +139,49 @@ TEST(Editing, RecallingLines) {
     Editor small(64, 3);
     EXPECT_EQ(small.type("a\nb\nc\nd\n").history(), "c\nd\n\n");
     EXPECT_EQ(small.type(up + up + up).state(), "c|");
+}
+
+// Empties the pool of everything that was in it, and fills it with these words.
+void poolOf(std::initializer_list<const char*> words) {
+    static int fillers = 0;
+    for (int i = 0; i < 400; ++i)
+        Readline::addContext("~" + std::to_string(fillers++));
+    for (const char* word : words)
+        Readline::addContext(word);
+}
+
+// What the tab key offers for a prefix, press by press.
+std::string offered(const std::string& prefix, int presses) {
+    std::string words;
+    for (int i = 0; i < presses; ++i)
+        words += Readline::generateVariable(prefix, i) + "|";
+    return words;
+}
+
+TEST(Completion, OldestFirst) {
+    poolOf({"printf", "print", "  set print pretty ", "Print", " \t", "", "run"});
+    EXPECT_EQ(offered("pri", 3), "printf|print||");
+    EXPECT_EQ(offered("set", 2), "set print pretty ||");
+    // A hit on the newest entry goes on with the oldest.
+    EXPECT_EQ(offered("run", 3), "run|run|run|");
+    poolOf({"printf", "print"});
+    EXPECT_EQ(offered("pri", 5), "printf|print|printf|print|printf|");
+    // Behind the end a cycle offers nothing more.
+    poolOf({"a1", "b"});
+    EXPECT_EQ(offered("a", 4), "a1||||");
+}
+
+TEST(Completion, TheWordAddedAgainKeepsItsPlace) {
+    poolOf({"w1", "w2", "w3", "w1", "x"});
+    // Three of 400 are left behind 397 others; one more drops the oldest, added again or not.
+    for (int i = 0; i < 396; ++i)
+        Readline::addContext("y" + std::to_string(i));
+    EXPECT_EQ(offered("w", 4), "w1|w2|w3||");
+    Readline::addContext("y0");
+    Readline::addContext("z");
+    EXPECT_EQ(offered("w", 3), "w2|w3||");
+    Readline::addContext("w1");
+    EXPECT_EQ(offered("w", 4), "w3|w1|w3|w1|"); // the newest now
 }
 
 } // namespace

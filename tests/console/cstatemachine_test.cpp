@@ -1,11 +1,5 @@
 #include "console/cstatemachine.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <csignal>
-#include <poll.h>
-#include <thread>
+#include "tests/support/testing.h"
 
 namespace {
 

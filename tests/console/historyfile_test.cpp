@@ -1,16 +1,6 @@
 #include "console/historyfile.h"
 #include "tests/support/tempdir.h"
 
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <filesystem>
-#include <functional>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace {
 
 namespace fs = std::filesystem;

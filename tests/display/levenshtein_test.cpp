@@ -1,11 +1,5 @@
 #include "display/levenshtein.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <numeric>
-#include <random>
-#include <vector>
+#include "tests/support/testing.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 // Batch mode: no prompt; under luma one command line is sent and its end is the end.
 #include "tests/support/session.h"
 
-#include <filesystem>
-
 using Batch = Session;
 
 TEST_F(Batch, OneCommandUnderLumaWithoutItTheConsoleOnlyWatches) {

@@ -2,8 +2,6 @@
 #include "common/catalog.h"
 #include "tests/support/session.h"
 
-#include <filesystem>
-
 class Commands : public Session {
   protected:
     using Record = std::vector<Output>;

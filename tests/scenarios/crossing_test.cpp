@@ -37,6 +37,25 @@ TEST_F(Crossing, ReadyAndARequestOfTheUser) {
     }
 }
 
+// An interrupt and the answer to another console's end are open at the same time. The first answer
+// is the interrupt's; READY, which answers interrupts, does not take the other one's place.
+TEST_F(Crossing, TwoOpenRequestsAreAnsweredInOrder) {
+    begin();
+    interrupted();
+    ask("interrupt", Command::INTERRUPT, "");
+    frontEnd.send(frontEnd.status(Data::QUIT, id + 1));
+    frontEnd.expectCommand(Command::ON, "all");
+    frontEnd.success();
+    frontEnd.ready(id);
+    frontEnd.expectFiltered();
+    frontEnd.reply(Reply::ON_NORMAL, 0, "all");
+    console->type("next\n");
+    EXPECT_FALSE(frontEnd.waitForCommand(std::chrono::milliseconds(50)));
+    frontEnd.success();
+    frontEnd.expectCommand(Command::CLIENT, "next");
+    frontEnd.finish(id);
+}
+
 // Ctrl-C while FILTERED is open: what is typed next waits for the answer, and the console does not
 // stay in an interrupt state with nothing to interrupt.
 TEST_F(Crossing, CtrlCBeforeTheAnswerToFiltered) {

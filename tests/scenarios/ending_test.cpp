@@ -1,8 +1,6 @@
 // Every way out: what is sent, how soon it ends, and the terminal as it was found.
 #include "tests/support/session.h"
 
-#include <functional>
-
 class Ending : public Session {
   protected:
     void question(const std::string& line, const std::string& what) {

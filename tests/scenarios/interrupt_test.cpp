@@ -1,9 +1,5 @@
 // Ctrl-C and what can be done behind it.
-#include "tests/support/deadline.h"
 #include "tests/support/session.h"
-
-#include <atomic>
-#include <thread>
 
 using Interrupt = Session;
 

@@ -2,12 +2,12 @@
 // debuggers.
 #include "tests/support/vextest.h"
 
-#include <sstream>
-
 class Sessions : public VexTest {
   protected:
     using Console = std::unique_ptr<Terminal>;
+    using Time = std::chrono::steady_clock;
     std::string number;
+    Time::time_point begun, prompted;
 
     void TearDown() override {
         // A test that failed leaves its session behind.
@@ -23,8 +23,10 @@ class Sessions : public VexTest {
     }
     // A session of two tasks, at its prompt.
     Console begin() {
+        begun = Time::now();
         Console first = run({program("vex"), "-n", "2", program("halo")});
         prompt(*first);
+        prompted = Time::now();
         answer(*first, "option session", "current session number is ");
         number = first->until(".\n");
         socketTime = timeOf("/tmp/.vexsock." + number);
@@ -56,14 +58,21 @@ class Sessions : public VexTest {
     }
     // Of this session in the list: "2 tasks, 1 consoles"; the list when it is not there.
     std::string listed() const {
+        const auto seconds = [](Time::duration span) { return span / std::chrono::seconds(1); };
+        const auto youngest = seconds(Time::now() - prompted);
         auto list = run({program("vex"), "--list"});
         expectStatus(*list, 0);
         std::istringstream text(list->screen());
         for (std::string line; std::getline(text, line);) {
-            std::string session, tasks, consoles;
-            std::istringstream(line) >> session >> tasks >> consoles;
-            if (session == number && line.ends_with(" " + program("halo")))
-                return tasks + " tasks, " + consoles + " consoles";
+            std::string session, tasks, consoles, unit;
+            long age = 0;
+            std::istringstream(line) >> session >> tasks >> consoles >> age >> unit;
+            if (session != number || !line.ends_with(" " + program("halo"))) continue;
+            if (unit == "s") {
+                EXPECT_GE(age, youngest);
+                EXPECT_LE(age, seconds(Time::now() - begun));
+            }
+            return tasks + " tasks, " + consoles + " consoles";
         }
         return "";
     }
@@ -118,7 +127,8 @@ TEST_F(Sessions, AClosedWindowIsAnExit) {
     answer(*first, "run", "still waits");
     first->hangUp();
     expectStatus(*first, 128 + SIGHUP);
-    // It is kept whole: the terminal that is gone is not written to.
+    // It is kept whole: the terminal that is gone is not written to. It grows old enough to show.
+    sleepFor(1000);
     EXPECT_EQ(listed(), "2 tasks, 0 consoles");
     first = join();
     leave(*first, "kquit");
@@ -126,7 +136,61 @@ TEST_F(Sessions, AClosedWindowIsAnExit) {
     expectNothingLeft("/tmp/.vexsock." + number);
 }
 
+TEST_F(Sessions, CtrlCAndInterruptStopTasksThatRunOn) {
+    auto console = begin();
+    answer(*console, "run", "still waits");
+    console->type("\x03");
+    console->until("(all:int) ");
+    console->untilEcho(false);
+    answer(*console, "where", "3917-503");
+    console->until("(all:int) ");
+    // A debugger on a busy machine may drop the interrupt: a user tries again.
+    EXPECT_TRUE(eventually([&] {
+        console->untilEcho(false);
+        answer(*console, "interrupt", "(all");
+        return console->until(") ") != ":int";
+    }));
+    console->untilEcho(false);
+    answer(*console, "match SIGINT", "received signal SIGINT");
+    prompt(*console);
+    answer(*console, "where", "relax ()");
+    prompt(*console);
+    leave(*console, "kquit");
+    expectStatus(*console, 0);
+}
+
 // The exit status tells whether all of the script was carried out, and standard error what was not.
+TEST_F(Sessions, CtrlZGivesTheShellItsTerminalUntilFg) {
+    const Console console = std::make_unique<Terminal>(Terminal::Start{{"sh", "-i"},
+                                                                       {{"HOME", folder.path()},
+                                                                        {"TERM", "xterm"},
+                                                                        {"LC_ALL", "C"},
+                                                                        {"PS1", "shell> "},
+                                                                        {"ENV", ""}}});
+    console->until("shell> ");
+    console->type(program("vex") + " -n 1 " + program("halo") + "\n");
+    prompt(*console);
+    // Several times: were the terminal given back too late, it would not always show.
+    for (int round = 0; round < 8; ++round) {
+        console->type("pri");
+        console->until("pri");
+        console->type("\x1a");
+        console->until("Stopped");
+        console->until("shell> ");
+        const termios now = console->settings(), then = console->initialSettings();
+        EXPECT_EQ(std::memcmp(&now, &then, sizeof now), 0) << round;
+        console->type("fg\n");
+        console->untilEcho(false);
+        answer(*console, "nt rank", " = 0"); // the line goes on
+        prompt(*console);
+    }
+    leave(*console, "kquit");
+    console->until("has ended");
+    console->until("shell> ");
+    console->type("exit\n");
+    EXPECT_EQ(console->exitStatus(), 0);
+}
+
 TEST_F(Sessions, AScriptIsJudged) {
     const struct {
         const char *script, *shown, *said;

@@ -1,10 +1,6 @@
 // From the command line to the first prompt, and the ways in which that goes wrong.
-#include "tests/support/processes.h"
+#include "backend/os/processtree.h"
 #include "tests/support/session.h"
-
-#include <filesystem>
-#include <sys/stat.h>
-#include <sys/wait.h>
 
 class Startup : public Session {
   protected:
@@ -16,12 +12,11 @@ class Startup : public Session {
     void interruptConnecting(const std::vector<std::string>& arguments) {
         start("vexconsole", arguments);
         const std::string mark = "SigIgn:\t";
-        for (unsigned long long set = 0; (set >> (SIGXFSZ - 1) & 1) == 0; ::usleep(1000)) {
-            const std::string status = Processes::content(console->pid(), "status");
-            ASSERT_NE(status.find(mark), std::string::npos);
-            set = std::stoull(status.substr(status.find(mark) + mark.size()), nullptr, 16);
-            ASSERT_TRUE(console->running());
-        }
+        ASSERT_TRUE(eventually([&] {
+            const std::string status = ProcessTree::fileOf(console->pid(), "status");
+            const std::string set = status.substr(status.find(mark) + mark.size());
+            return (std::stoull(set, nullptr, 16) >> (SIGXFSZ - 1) & 1) == 1;
+        }));
         console->signal(SIGINT);
     }
     std::string output() {

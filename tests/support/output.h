@@ -1,9 +1,7 @@
 #pragma once
 
 #include "common/data.h"
-
-#include <string>
-#include <vector>
+#include "tests/support/testing.h"
 
 /// One line of output: its number, the clients that printed it, and the text.
 struct Output {

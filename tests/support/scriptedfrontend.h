@@ -5,12 +5,8 @@
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
-#include "tests/support/deadline.h"
 #include "tests/support/output.h"
-
-#include <functional>
-#include <type_traits>
-#include <unistd.h>
+#include "tests/support/testing.h"
 
 /// The other end of a console's socket, played by a test: it listens on a session number of its
 /// own, takes one console, and sends and expects records one by one.
@@ -19,7 +15,16 @@
 /// and its name go with the object. One thread only.
 class ScriptedFrontEnd {
   public:
-    ScriptedFrontEnd();
+    ScriptedFrontEnd() {
+        // Even numbers of five digits; tests run side by side, each in a process of its own. The
+        // odd ones are nobody's.
+        number = 10000 + 2 * (static_cast<int>(::getpid()) % 20000);
+        for (;; number += 2) {
+            name = "/tmp/.vexsock." + std::to_string(number);
+            if (::access(name.c_str(), F_OK) != 0) break;
+        }
+        listener.bind(name.c_str());
+    }
     ~ScriptedFrontEnd() { ::unlink(name.c_str()); }
     ScriptedFrontEnd(const ScriptedFrontEnd&) = delete;
     ScriptedFrontEnd& operator=(const ScriptedFrontEnd&) = delete;
@@ -39,22 +44,61 @@ class ScriptedFrontEnd {
         console->write(&id, sizeof id);
     }
     /// Waits for the console to connect.
-    void connected();
+    void connected() {
+        if (!readable(listener.getFd(), Deadline().left()))
+            expected("a console to connect to " + name);
+        std::string peer;
+        console = listener.accept(peer);
+    }
     /// The next command, whatever it is.
-    Command expectCommand();
+    Command expectCommand() {
+        if (!readable(console->getFd(), Deadline().left())) expected("a command from the console");
+        Command command;
+        command.recv(console.get());
+        return command;
+    }
     /// The next command, which must be of this type and, when given, with this text.
-    Command expectCommand(Command::Type type);
-    void expectCommand(Command::Type type, const std::string& text);
+    Command expectCommand(Command::Type type) {
+        Command command = expectCommand();
+        if (command.getType() != type)
+            expected("a command of type " + std::to_string(type) + ", got " +
+                     std::to_string(command.getType()) + ": " + textOf(command));
+        return command;
+    }
+    void expectCommand(Command::Type type, const std::string& text) {
+        // A text travels with its NUL; an empty one stands for no content at all.
+        const std::string got = textOf(expectCommand(type));
+        if (got != (text.empty() ? "" : text + '\0'))
+            expected("\"" + text + "\", got \"" + got + "\"");
+    }
     /// The next command, which must be a group request.
-    GroupCommand expectGroup();
+    GroupCommand expectGroup() {
+        const Command command = expectCommand(Command::GROUP);
+        GroupCommand group;
+        group.unpack(command.getContent(), command.getLength());
+        return group;
+    }
     /// The request that follows READY: it assigns the group FILTERED. Its clients ("0:2 ").
-    std::string expectFiltered();
+    std::string expectFiltered() {
+        const GroupCommand group = expectGroup();
+        if (group.getBase() != "FILTERED" || group.getOpType() != GroupCommand::ASSIGN ||
+            group.numOfName() != 0)
+            expected("FILTERED to be assigned, got group " + group.getBase());
+        return group.ids().str();
+    }
     /// Waits until the console has closed the connection; it must not have sent anything more.
-    void expectClosed();
+    void expectClosed() {
+        char byte;
+        if (!readable(console->getFd(), Deadline().left()) ||
+            ::read(console->getFd(), &byte, 1) > 0)
+            expected("the console to close the connection");
+    }
     /// Whether bytes of the console wait to be read, now.
     bool hasCommand() const { return waitForCommand(std::chrono::milliseconds(0)); }
     /// The same within a time.
-    bool waitForCommand(std::chrono::milliseconds span) const;
+    bool waitForCommand(std::chrono::milliseconds span) const {
+        return readable(console->getFd(), static_cast<int>(span.count()));
+    }
 
     /// A TEXT record for the console's id, whose bounds and client count follow from the lines.
     static Data text(int id, const std::vector<Output>& lines, const std::string& command = "") {
@@ -85,7 +129,11 @@ class ScriptedFrontEnd {
     }
     void print(int id, const std::vector<Output>& lines) { send(text(id, lines)); }
     /// READY, and the console's FILTERED request answered: the end of a command as consoles see it.
-    void finish(int id);
+    void finish(int id) {
+        ready(id);
+        expectFiltered();
+        success();
+    }
     /// Bytes as they are: several records in one write, or records that lie.
     void raw(const std::string& data) {
         console->write(data.data(), static_cast<int>(data.size()));
@@ -110,6 +158,20 @@ class ScriptedFrontEnd {
     int screen = -1;
     std::function<void()> readScreen;
 
-    bool readable(int fd, int timeout) const;
-    std::string take(std::size_t size);
+    [[noreturn]] static void expected(const std::string& what) {
+        throw std::runtime_error("expected " + what);
+    }
+    static std::string textOf(const Command& command) {
+        return {command.getContent(), static_cast<std::size_t>(command.getLength())};
+    }
+    bool readable(int fd, int timeout) const {
+        const Deadline deadline{std::chrono::milliseconds(timeout)};
+        pollfd fds[2] = {{fd, POLLIN, 0}, {screen, POLLIN, 0}};
+        do {
+            if (::poll(fds, 2, deadline.left()) <= 0) return false;
+            if (fds[0].revents != 0) return true;
+            readScreen();
+        } while (deadline.left() > 0);
+        return false;
+    }
 };

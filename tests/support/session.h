@@ -1,33 +1,18 @@
 #pragma once
 
-#include "tests/support/deadline.h"
 #include "tests/support/scriptedfrontend.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/terminal.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <unistd.h>
+#include "tests/support/testing.h"
 
 using namespace Colour;
 
 /// A real vexconsole on a terminal, with a scripted front end at the other end of its socket. The
 /// settings and the history live in a home of the session's own.
-class Session : public testing::Test {
+class Session : public UserTest {
   protected:
-    void SetUp() override {
-        // VEX refuses root.
-        if (::getuid() == 0) GTEST_SKIP() << "run the scenarios as an ordinary user";
-    }
-
     /// The id that the console gets.
     static constexpr int id = 7;
-
-    /// Programs of the build under test; the including file's target defines VEX_BIN_DIR.
-    static std::string program(const std::string& name) {
-        return std::string(VEX_BIN_DIR) + "/" + name;
-    }
 
     TempDir home;
     ScriptedFrontEnd frontEnd;

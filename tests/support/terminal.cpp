@@ -1,20 +1,8 @@
 #include "tests/support/terminal.h"
 
-#include "tests/support/deadline.h"
-
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <fcntl.h>
-#include <poll.h>
 #include <pty.h>
-#include <stdexcept>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <utmp.h>
 
 namespace {
@@ -41,22 +29,15 @@ Terminal::Terminal(const Start& start) {
     ::fcntl(master, F_SETFD, FD_CLOEXEC);
     ::fcntl(slave, F_SETFD, FD_CLOEXEC);
     const int input = start.input ? fileOf(*start.input) : -1;
-    std::vector<std::string> words{"/usr/bin/env"};
-    for (const auto& [name, value] : start.environment)
-        words.push_back(value.empty() ? "--unset=" + name : name + "=" + value);
-    // Its options stand in front.
-    std::stable_partition(words.begin() + 1, words.end(),
-                          [](const std::string& word) { return word.starts_with("--"); });
-    words.insert(words.end(), start.argv.begin(), start.argv.end());
+    std::vector<std::string> words = start.argv;
     std::vector<char*> argv;
     for (std::string& word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
-
     child = ::fork();
     if (child == -1) raise("fork");
     if (child == 0) {
-        // Only calls that are safe behind a fork of a process that may have threads.
+        // This process has one thread as yet, so that a child may call anything.
         for (int number = 1; number < 32; ++number)
             ::signal(number, SIG_DFL);
         for (int number : start.ignored)
@@ -68,7 +49,9 @@ Terminal::Terminal(const Start& start) {
         ::setrlimit(RLIMIT_CORE, &noCore);
         ::login_tty(::dup(slave));
         if (input != -1) ::dup2(input, STDIN_FILENO);
-        ::execv(argv[0], argv.data());
+        for (const auto& [name, value] : start.environment)
+            value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
+        ::execvp(argv[0], argv.data());
         ::_exit(127);
     }
     if (input != -1) ::close(input);

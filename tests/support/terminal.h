@@ -1,12 +1,8 @@
 #pragma once
 
-#include <csignal>
-#include <map>
-#include <optional>
-#include <string>
-#include <sys/types.h>
+#include "tests/support/testing.h"
+
 #include <termios.h>
-#include <vector>
 
 /// The bytes that colour a line and end it.
 namespace Colour {
@@ -23,7 +19,7 @@ class Terminal {
     struct Start {
         std::vector<std::string> argv;
         /// Set on top of this process's environment; an empty value removes the variable.
-        std::map<std::string, std::string> environment;
+        std::map<std::string, std::string> environment = {};
         /// The program's standard input when it is not the terminal: a script, whole.
         std::optional<std::string> input = std::nullopt;
         /// The signals that the program finds ignored, as nohup would have it.

@@ -1,47 +1,33 @@
 #pragma once
 
+#include "backend/os/processtree.h"
 #include "common/clientset.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
-#include "tests/support/deadline.h"
-#include "tests/support/processes.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/terminal.h"
+#include "tests/support/testing.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <poll.h>
-#include <string>
-#include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
-
-using Lines = std::vector<std::string>;
+// Whether one of the lines has this text in it.
+inline bool contain(const Lines& lines, const std::string& text) {
+    return std::ranges::any_of(
+        lines, [&text](const std::string& each) { return each.find(text) != std::string::npos; });
+}
 
 // A console of which only the connection exists.
 class Peer {
   public:
-    explicit Peer(const std::string& path) {
+    // Waits for its number, unless it is early; the debuggers have prompted then.
+    explicit Peer(const std::string& path, bool early = false) {
         if (socket.connect(path.c_str(), 20) != 0) throw std::runtime_error("nobody listens");
-    }
-
-    // Waits for the number; the debuggers have prompted then.
-    void begin() {
+        if (early) return;
         awaitBytes();
         socket.read(&id, sizeof id);
     }
+
     void send(Command::Type type, const std::string& group, const std::string& text = "") {
         Command command;
         command.init(id, group, type, text.c_str(), text.empty() ? 0 : -1);
@@ -111,6 +97,15 @@ class Peer {
         }
         return found;
     }
+    // Waits until the example's tasks have said that they stand still: one computes, the others
+    // wait for messages.
+    void awaitTheHang(int tasks) {
+        for (int told = 0; told < tasks;) {
+            for (const std::string& line : next())
+                told += line.find("still waits") != std::string::npos ||
+                        line.find("does not settle") != std::string::npos;
+        }
+    }
     bool closed() {
         try {
             for (;;)
@@ -156,22 +151,14 @@ class Peer {
 };
 
 // vex with real debuggers, on a terminal, its console being a program that does nothing.
-class VexTest : public testing::Test {
+class VexTest : public UserTest {
   protected:
     TempDir folder;
     std::unique_ptr<Terminal> vex;
-    const std::string mark = "VEX_TEST=" + folder.path();
     std::string socketPath;           // of the session begun last
     long long socketTime = 1;         // of the session begun last
     std::optional<std::string> input; // in place of the terminal
 
-    void SetUp() override {
-        if (::getuid() == 0) GTEST_SKIP() << "vex refuses root; run as an ordinary user";
-    }
-
-    static std::string program(const std::string& name) {
-        return std::string(VEX_BIN_DIR) + "/" + name;
-    }
     std::string script(const std::string& name, const std::string& text) {
         const std::string path = folder.write(name, text);
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
@@ -183,11 +170,8 @@ class VexTest : public testing::Test {
                                  "\nshift\ncd /\nexec sh -c \"$*\"\n");
     }
     void launch(const Lines& arguments) {
-        Terminal::Start start;
-        start.input = input;
-        start.argv = {program("vex")};
+        Terminal::Start start{{program("vex")}, {{"VEX_TEST", folder.path()}}, input};
         start.argv.insert(start.argv.end(), arguments.begin(), arguments.end());
-        start.environment["VEX_TEST"] = folder.path();
         vex = std::make_unique<Terminal>(start);
     }
     // Starts n clients of the example; gives the socket's path.
@@ -200,15 +184,14 @@ class VexTest : public testing::Test {
     // Starts a session of any kind.
     std::string beginWith(const Lines& more) {
         const std::string file = folder.path("session");
+        std::filesystem::remove(file);
         const std::string console =
             script("console", "#!/bin/sh\necho $2 > " + file + ".new\nmv " + file + ".new " + file +
                                   "\nexec sleep 1000\n");
         Lines arguments{"--console", console};
         arguments.insert(arguments.end(), more.begin(), more.end());
         launch(arguments);
-        const Deadline deadline;
-        while (folder.read("session").empty() && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        await("session");
         const std::string path =
             "/tmp/.vexsock." + std::to_string(std::atoi(folder.read("session").c_str()));
         socketTime = std::max(1LL, timeOf(path)); // it may have ended
@@ -221,57 +204,58 @@ class VexTest : public testing::Test {
         return status.st_ctim.tv_sec * 1000000000LL + status.st_ctim.tv_nsec;
     }
     // The living processes that descend from this test's vex, itself included.
-    std::vector<pid_t> living() const { return Processes::startedWith(mark); }
-    pid_t consolePid() const {
-        for (pid_t id : living()) {
-            if (Processes::name(id) == "sleep") return id;
-        }
-        return -1;
-    }
-    static pid_t childOf(pid_t parent, const std::string& name) {
-        for (const pid_t id : Processes::descendants(parent)) {
-            if (Processes::name(id) == name && Processes::parent(id) == parent) return id;
-        }
-        return -1;
-    }
-    static std::vector<pid_t> tasksOf(pid_t launcher, const std::string& name) {
-        std::vector<pid_t> found = Processes::descendants(launcher);
-        std::erase_if(found, [&name](pid_t id) { return Processes::name(id) != name; });
+    std::vector<pid_t> living() const {
+        std::vector<pid_t> found = ProcessTree::everyone();
+        std::erase_if(found, [this](pid_t id) {
+            return ProcessTree::variable(id, "VEX_TEST") != folder.path();
+        });
         return found;
     }
+    static std::vector<pid_t> named(const std::string& name, std::vector<pid_t> among) {
+        std::erase_if(among, [&name](pid_t id) { return ProcessTree::nameOf(id) != name; });
+        return among;
+    }
+    static std::vector<pid_t> tasksOf(pid_t launcher, const std::string& name) {
+        return named(name, ProcessTree::descendants(launcher));
+    }
+    // The child of that name; -1: there is none.
+    static pid_t childOf(pid_t parent, const std::string& name) {
+        const auto found = named(name, ProcessTree::children(parent));
+        return found.empty() ? -1 : found[0];
+    }
+    // The process that serves the consoles: vex has a guardian, which has it as a child.
+    pid_t sessionPid() const { return childOf(childOf(vex->pid(), "vex"), "vex"); }
     // A real console ends when its connection does; this one is made to.
     void killConsole() const {
-        const Deadline deadline;
-        pid_t id = -1;
-        while ((id = consolePid()) == -1 && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        if (id > 0) ::kill(id, SIGKILL);
+        EXPECT_TRUE(eventually([&] { return !consoles().empty(); }));
+        kill(consoles());
+    }
+    std::vector<pid_t> consoles() const { return named("sleep", living()); }
+    static void kill(const std::vector<pid_t>& ids) {
+        for (const pid_t id : ids)
+            ::kill(id, SIGKILL);
+    }
+    // Waits for a file of the folder that is there as a whole or not at all.
+    void await(const std::string& file) const {
+        EXPECT_TRUE(eventually([&] { return !folder.read(file).empty(); })) << file;
     }
     void expectNothingLeft(const std::string& path) const {
-        const Deadline deadline;
-        while (!living().empty() && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_TRUE(living().empty());
+        EXPECT_TRUE(eventually([this] { return living().empty(); }));
         // The number may have gone to a session of another test.
         if (!path.empty()) {
             EXPECT_NE(timeOf(path), socketTime) << path;
         }
     }
-    // Ends the session by kquit; nothing is left of it.
+    // Ends the session by kquit.
     void quit(Peer& console) {
         console.send(Command::QUIT, "all");
         EXPECT_TRUE(console.closed());
-        killConsole();
-        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
-        expectNothingLeft(socketPath);
+        expectEnd(0);
     }
-    // Runs the example until it stands still: one task computes, the others wait for messages.
-    static void runIntoTheHang(Peer& console, int n) {
-        console.send(Command::CLIENT, "all", "run");
-        for (int told = 0; told < n;) {
-            for (const std::string& line : console.next())
-                told += line.find("still waits") != std::string::npos ||
-                        line.find("does not settle") != std::string::npos;
-        }
+    // The session ends as soon as its console does; nothing is left of it.
+    void expectEnd(int status) {
+        killConsole();
+        EXPECT_EQ(vex->exitStatus(), status) << vex->screen();
+        expectNothingLeft(socketPath);
     }
 };

@@ -2,10 +2,7 @@
 
 #include "common/brokenconnection.h"
 #include "common/frame.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/support/testing.h"
 
 /// Bytes written as pairs of hexadecimal digits and 'text', with blanks anywhere between them:
 /// "00000003 'ab' 00".

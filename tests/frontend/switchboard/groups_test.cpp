@@ -1,7 +1,6 @@
 #include "common/catalog.h"
 #include "frontend/switchboard/groups.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/testing.h"
 
 namespace {
 

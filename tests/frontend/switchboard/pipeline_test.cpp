@@ -1,6 +1,5 @@
 #include "frontend/switchboard/pipeline.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/testing.h"
 
 namespace {
 

@@ -3,8 +3,7 @@
 #include "backend/drivers/gdb.h"
 #include "common/brokenconnection.h"
 #include "frontend/switchboard/switchboard.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/testing.h"
 
 using namespace std::chrono_literals;
 using enum Command::Type;

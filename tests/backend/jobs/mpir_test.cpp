@@ -1,14 +1,7 @@
 #include "backend/jobs/mpir.h"
 #include "tests/support/tempdir.h"
 
-#include <gtest/gtest.h>
-
-#include <cstddef>
-#include <cstring>
 #include <elf.h>
-#include <fstream>
-#include <iterator>
-#include <unistd.h>
 
 extern "C" {
 // This process as its own launcher.

@@ -5,9 +5,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <set>
-#include <sstream>
-#include <sys/socket.h>
 
 namespace {
 
@@ -44,39 +41,25 @@ class LaunchTest : public VexTest {
     }
 };
 
-struct Case {
-    const char* launcher;
-    const char* program;
-    const char* options;
-    bool tcp;
-};
-const Case launchers[] = {
-    {"mpirun.openmpi", "ring.openmpi", " --oversubscribe -np 3", false},
-    {"mpiexec.mpich", "ring.mpich", " -n 3", true},
-};
-
-// Until each of these lines has come.
-void readUntil(Peer& console, std::set<std::string> lines) {
-    while (!lines.empty()) {
-        for (const std::string& line : console.next())
-            std::erase_if(lines, [&line](const std::string& each) {
-                return line.find(each) != std::string::npos;
-            });
-    }
-}
-
 TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
-    for (const Case& each : launchers) {
+    const struct {
+        const char *launcher, *program, *options;
+        bool tcp;
+    } launchers[] = {
+        {"mpirun.openmpi", "ring.openmpi", " --oversubscribe -np 3", false},
+        {"mpiexec.mpich", "ring.mpich", " -n 3", true},
+    };
+    int tried = 0;
+    for (const auto& each : launchers) {
         SCOPED_TRACE(each.launcher);
         if (!installed(each.launcher) || ::access(program(each.program).c_str(), X_OK) != 0)
             continue;
+        ++tried;
         for (const bool killed : {false, true}) {
-            std::filesystem::remove(folder.path("session"));
             if (each.tcp) ::setenv("VEX_LAUNCH_TCP", "1", 1);
             const std::string path = beginWith(
                 {"--launch", std::string(each.launcher) + each.options, program(each.program)});
             Peer console(path);
-            console.begin();
             EXPECT_EQ(rendezvousFiles(), 0u);
             EXPECT_EQ(console.command("vex who")[2].find("2 | rank 2  host "), 0u);
             EXPECT_EQ(console.command("show environment VEX_TASK"),
@@ -84,7 +67,8 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
             console.command("break search");
             // One task computes, the others wait for it.
             console.send(Command::CLIENT, "all", "run");
-            readUntil(console, {", search (token=20)"});
+            while (!contain(console.next(), ", search (token=20)")) {
+            }
             console.send(Command::INTERRUPT, "all");
             EXPECT_EQ(console.finish().back(), "READY");
             EXPECT_EQ(console.command("print rank"),
@@ -108,6 +92,7 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
             expectNothingLeft(path);
         }
     }
+    if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
 }
 
 TEST_F(LaunchTest, HostsOfAFile) {
@@ -115,7 +100,6 @@ TEST_F(LaunchTest, HostsOfAFile) {
     std::filesystem::create_directory(folder.path("here"));
     const std::string path = beginWith({"--launch", fakeSsh(), "--hosts", hosts, program("halo")});
     Peer console(path);
-    console.begin();
     EXPECT_EQ(console.command("show environment VEX_NTASKS"),
               (Lines{"0:2 | VEX_NTASKS = 3", "READY"}));
     // They stand where vex was started, not in the home directory.
@@ -128,43 +112,34 @@ TEST_F(LaunchTest, HostsOfAFile) {
               (std::multiset<std::string>{"node1", "node1", "node2"}));
     // The secret is in no command line.
     for (pid_t id : living()) {
-        EXPECT_EQ(Processes::content(id, "cmdline").find("secret"), std::string::npos);
+        EXPECT_EQ(ProcessTree::fileOf(id, "cmdline").find("secret"), std::string::npos);
     }
     vex->signal(SIGTERM);
     EXPECT_TRUE(console.closed());
-    killConsole();
-    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
-    expectNothingLeft(path);
+    expectEnd(128 + SIGTERM);
 }
 
 // A peer of the agents' port, with a connection of its own.
 class Stranger {
   public:
-    explicit Stranger(int port) : fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit Stranger(int port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         address.sin_port = htons(static_cast<in_port_t>(port));
-        if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        if (::connect(socket.getFd(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
             throw std::runtime_error("nobody listens");
     }
-    ~Stranger() { ::close(fd); }
-    Stranger(const Stranger&) = delete;
-    Stranger& operator=(const Stranger&) = delete;
 
-    void send(const std::string& bytes) const {
-        ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
+    void send(const std::string& bytes) {
+        socket.write(bytes.data(), static_cast<int>(bytes.size()));
     }
     // Introduces itself as an agent does.
-    void hello(const std::string& secret, int rank, int size) const {
-        AgentHello hello;
-        hello.nonce = "once";
-        hello.rank = rank;
-        hello.size = size;
-        hello.host = "elsewhere";
+    void hello(const std::string& secret, int rank, int size) {
+        const AgentHello hello{.nonce = "once", .rank = rank, .size = size, .host = "elsewhere"};
         send(hello.record().frame());
-        const auto challenge = AgentChallenge::of(AgentRecord::unpack(receive(receiveLength())));
+        const auto body = Frame::recv(&socket);
+        const auto challenge = AgentChallenge::of(AgentRecord::unpack({body.data(), body.size()}));
         const auto proof = [&](Handshake::Side side) {
             return Handshake::proof(side, secret, hello.record().body, challenge.nonce);
         };
@@ -172,45 +147,31 @@ class Stranger {
         send(AgentRecord{AgentRecord::PROOF, proof(Handshake::AGENT)}.frame());
     }
     // Whether the other side hangs up, after whatever it had to say.
-    bool dropped() const {
+    bool dropped() {
         const Deadline deadline;
-        for (char buffer[4096];;) {
-            pollfd ready{fd, POLLIN, 0};
-            if (::poll(&ready, 1, deadline.left()) != 1) return false;
-            if (::recv(fd, buffer, sizeof buffer, 0) <= 0) return true;
+        while (readable(deadline)) {
+            char buffer[4096];
+            if (::recv(socket.getFd(), buffer, sizeof buffer, 0) <= 0) return true;
         }
+        return false;
     }
-    void awaitBytes() const {
-        pollfd ready{fd, POLLIN, 0};
-        ASSERT_EQ(::poll(&ready, 1, Deadline().left()), 1);
+    bool readable(const Deadline& deadline = Deadline()) const {
+        pollfd ready{socket.getFd(), POLLIN, 0};
+        return ::poll(&ready, 1, deadline.left()) == 1;
     }
 
   private:
-    const int fd;
-
-    std::string receive(std::size_t size) const {
-        std::string bytes(size, '\0');
-        EXPECT_EQ(::recv(fd, bytes.data(), size, MSG_WAITALL), static_cast<ssize_t>(size));
-        return bytes;
-    }
-    std::size_t receiveLength() const {
-        std::size_t length = 0;
-        for (const char byte : receive(4))
-            length = length << 8 | static_cast<unsigned char>(byte);
-        return length;
-    }
+    UnixSocket socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
 };
 
 TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     const std::string path = beginWith({"--launch", handMade(2), "--forks", "no", program("halo")});
-    const Deadline deadline;
-    while (folder.read("copy").empty() && deadline.left() > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    await("copy");
     EXPECT_EQ(rendezvousFiles(), 1u);
     std::istringstream in(folder.read("copy"));
     const Rendezvous where = Rendezvous::parse(in);
 
-    const Stranger silent(where.port), huge(where.port), wrong(where.port), lying(where.port);
+    Stranger silent(where.port), huge(where.port), wrong(where.port), lying(where.port);
     huge.send(std::string("\x00\x10\x00\x00", 4));
     wrong.hello(std::string(where.secret.size(), 'f'), 0, -1);
     lying.send(std::string("\0\0\0\x08\0\0\0\x01\0\0\0\x01", 12));
@@ -218,12 +179,12 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     EXPECT_TRUE(wrong.dropped());
     EXPECT_TRUE(lying.dropped());
 
-    const Stranger task(where.port);
+    Stranger task(where.port);
     task.hello(where.secret, 0, 2);
-    task.awaitBytes();
+    EXPECT_TRUE(task.readable());
     const std::pair<int, int> places[] = {{0, 2}, {2, 2}, {-2, 2}, {1, 3}};
     for (const auto& [rank, size] : places) {
-        const Stranger impostor(where.port);
+        Stranger impostor(where.port);
         impostor.hello(where.secret, rank, size);
         EXPECT_TRUE(impostor.dropped());
         vex->until("was refused: it says that it is rank " + std::to_string(rank) + " of " +
@@ -234,7 +195,6 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     folder.write("go", "");
     task.send(AgentRecord{AgentRecord::PROMPT, ""}.frame());
     Peer console(path);
-    console.begin();
     EXPECT_EQ(rendezvousFiles(), 0u);
     EXPECT_THROW(Stranger{where.port}, std::runtime_error);
     EXPECT_EQ(console.command("print 1", "1"), (Lines{"1 | $1 = 1", "READY"}));
@@ -261,9 +221,7 @@ TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
     const std::string rendezvous = folder.write(
         "rendezvous", "address 127.0.0.1\nport " + std::to_string(ntohs(address.sin_port)) +
                           "\nsecret S\nrank 0\nsize 1\nend .\n");
-    Terminal::Start what;
-    what.argv = {program("vexagent"), "--rendezvous", rendezvous};
-    Terminal agent(what);
+    Terminal agent({{program("vexagent"), "--rendezvous", rendezvous}});
     const int peer = ::accept(listener, nullptr, nullptr);
     DebuggerStart start;
     start.argv = {"/bin/touch", folder.path("obeyed")};
@@ -318,24 +276,18 @@ TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
 // While the launcher waits, for an allocation, say, the user gives up, or the session is killed.
 TEST_F(LaunchTest, AStartThatDoesNotEndLeavesNothing) {
     for (const bool killed : {false, true}) {
-        std::filesystem::remove(folder.path("session"));
         std::filesystem::remove(folder.path("copy"));
         const std::string path = beginWith({"--launch", handMade(2), program("halo")});
-        const Deadline deadline;
-        while (folder.read("copy").empty() && deadline.left() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        await("copy");
         EXPECT_EQ(rendezvousFiles(), 1u);
         if (killed) {
-            const pid_t session = childOf(childOf(vex->pid(), "vex"), "vex");
-            ASSERT_GT(session, 0);
-            ::kill(session, SIGKILL);
+            ASSERT_GT(sessionPid(), 0);
+            ::kill(sessionPid(), SIGKILL);
         } else {
             vex->signal(SIGUSR1);
             vex->until("the start was given up");
         }
-        killConsole();
-        EXPECT_EQ(vex->exitStatus(), killed ? 128 + SIGKILL : 1);
-        expectNothingLeft(path);
+        expectEnd(killed ? 128 + SIGKILL : 1);
         EXPECT_EQ(rendezvousFiles(), 0u);
     }
 }

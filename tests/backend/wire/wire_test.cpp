@@ -1,85 +1,13 @@
-#include "backend/jobs/hostfile.h"
-#include "backend/jobs/launcher.h"
 #include "backend/wire/agentrecord.h"
 #include "backend/wire/rendezvous.h"
 #include "common/brokenconnection.h"
 #include "common/frame.h"
 #include "tests/support/tempdir.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <sstream>
-#include <sys/stat.h>
-
 namespace {
 
-using Lines = std::vector<std::string>;
-
-// What a call gives, or what it throws, as one text.
-template <typename Call>
-std::string outcome(Call call) {
-    try {
-        std::string text;
-        for (const std::string& each : call())
-            text += (text.empty() ? "" : "|") + each;
-        return text;
-    } catch (const std::runtime_error& error) {
-        return std::string("! ") + error.what();
-    }
-}
-
-TEST(HostFile, NamesTheHostOfEachTask) {
-    const std::string help = "; a line is: host, host:n or host slots=n";
-    const struct {
-        std::string text, expected;
-    } cases[] = {
-        {"a\nb\na\n", "a|b|a"},
-        {"# all\n\n  a:2 # two\nuser@b slots=2 max_slots=4\r\nc slots = 1", "a|a|user@b|user@b|c"},
-        {"fe80::1\n[fe80::2]:2\n[fe80::3]\n", "fe80::1|fe80::2|fe80::2|fe80::3"},
-        {"a:5\n", "a|a|a|a|a"},
-        {"a:5\nb\n", "! hosts, line 2: that are more than 5 tasks."},
-        {"a:99999999999999999999\n",
-         "! hosts, line 1: '99999999999999999999' is no number of tasks" + help},
-        {"a slots=0\n", "! hosts, line 1: '0' is no number of tasks" + help},
-        {"a\nb:\n", "! hosts, line 2: '' is no number of tasks" + help},
-        {"a 4\n", "! hosts, line 1: '4' is not understood here" + help},
-        {"a slots\n", "! hosts, line 1: 'slots' is not understood here" + help},
-        {"-oProxyCommand=x\n", "! hosts, line 1: '-oProxyCommand' is no host" + help},
-        {":3\n", "! hosts, line 1: '' is no host" + help},
-        {"# nobody\n", "! hosts names no host."},
-    };
-    for (const auto& each : cases) {
-        std::istringstream in(each.text);
-        EXPECT_EQ(outcome([&] { return HostFile::read(in, "hosts", 5); }), each.expected);
-    }
-}
-
-TEST(Launcher, SplitsItsCommandLineAsAShellDoes) {
-    ::setenv("VEX_TEST_WORD", "two words", 1);
-    const struct {
-        std::string text, expected;
-    } cases[] = {
-        {"mpirun -np 4", "mpirun|-np|4"},
-        {"  mpirun  -x 'A=b c' \"d e\"f g\\ h ", "mpirun|-x|A=b c|d ef|g h"},
-        {"mpirun --host 'n{1,2}' \"$VEX_TEST_WORD\"", "mpirun|--host|n{1,2}|two words"},
-        {"", "! the launcher is empty."},
-        {"mpirun 'x", "! the launcher 'mpirun 'x' has a quote that is not closed."},
-        {"mpirun; rm x", "! the launcher 'mpirun; rm x' has one of |&;<>(){} outside quotes."},
-        {"mpirun -np $(nproc)", "! the launcher 'mpirun -np $(nproc)' would run a command by "
-                                "itself; put its result there."},
-    };
-    for (const auto& each : cases)
-        EXPECT_EQ(outcome([&] { return Launcher::split(each.text); }), each.expected);
-    ::unsetenv("VEX_TEST_WORD");
-}
-
 TEST(Rendezvous, IsReadBackAndPrivate) {
-    Rendezvous where;
-    where.socketName = "name";
-    where.addresses = {"10.0.0.1", "fd00::1"};
-    where.port = 4711;
-    where.secret = Rendezvous::newSecret();
+    const Rendezvous where{"name", {"10.0.0.1", "fd00::1"}, 4711, Rendezvous::newSecret()};
     EXPECT_EQ(where.secret.size(), 64u);
     EXPECT_NE(where.secret, Rendezvous::newSecret());
 
@@ -118,9 +46,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     start.argv = {"gdb", "", "two words"};
     start.environment = {{"A", "1"}, {"B", ""}};
     start.prompt = "\001x\n";
-    start.terminal = "t";
-    start.inputTerminal = "i";
-    start.process = "p";
+    start.terminal = start.inputTerminal = start.process = "x";
     start.attach = 77;
     start.throughShells = true;
     const AgentRecord record = AgentRecords::start(start);
@@ -131,11 +57,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     EXPECT_EQ(copy.attach, start.attach);
     EXPECT_TRUE(copy.throughShells);
 
-    AgentHello hello;
-    hello.nonce = std::string("a\0b", 3);
-    hello.rank = 3;
-    hello.size = 4;
-    hello.host = "node";
+    AgentHello hello{.nonce = std::string("a\0b", 3), .rank = 3, .size = 4, .host = "node"};
     EXPECT_EQ(AgentHello::of(hello.record()).nonce, hello.nonce);
     EXPECT_EQ(AgentHello::of(hello.record()).rank, 3);
     AgentHello other = hello;

@@ -1,9 +1,7 @@
+#include "backend/os/childprocess.h"
 #include "backend/os/tracing.h"
+#include "common/descriptor.h"
 #include "tests/support/vextest.h"
-
-#include <fcntl.h>
-#include <functional>
-#include <sys/wait.h>
 
 namespace {
 
@@ -13,47 +11,35 @@ class AttachTest : public VexTest {};
 // A process that is there before the session and after it; counts on its standard output.
 class Walker {
   public:
-    explicit Walker(const Lines& arguments = {}) {
+    explicit Walker(Lines arguments = {}) {
+        int ends[2];
         if (::pipe2(ends, O_CLOEXEC) == -1) throw std::runtime_error("no pipe");
-        id = ::fork();
-        if (id == 0) {
-            ::dup2(ends[1], 1);
-            std::string name = std::string(VEX_BIN_DIR) + "/steadily";
-            Lines words = arguments;
-            std::vector<char*> argv{name.data()};
-            for (std::string& word : words)
-                argv.push_back(word.data());
-            argv.push_back(nullptr);
-            ::execv(argv[0], argv.data());
-            ::_exit(127);
-        }
-        ::close(ends[1]);
+        output = Descriptor(ends[0]);
+        const Descriptor writer(ends[1]);
+        arguments.insert(arguments.begin(), VEX_BIN_DIR "/steadily");
+        ChildProcess::Start start;
+        start.argv = arguments;
+        start.input = STDIN_FILENO;
+        start.output = writer.get();
+        child.start(start);
     }
-    ~Walker() {
-        ::kill(id, SIGKILL);
-        ::waitpid(id, nullptr, 0);
-        ::close(ends[0]);
-    }
-    Walker(const Walker&) = delete;
-    Walker& operator=(const Walker&) = delete;
 
-    pid_t pid() const { return id; }
-    std::string number() const { return std::to_string(id); }
+    std::string number() const { return std::to_string(child.pid()); }
     // Whether it counts: what it has said so far is thrown away, then it must say more, for so long
     // that all its threads have come by every place where a breakpoint can be left.
     bool walks() const {
         char text[65536];
         for (int lines = 0; lines < 20; ++lines) {
-            pollfd ready{ends[0], POLLIN, 0};
-            if (::poll(&ready, 1, 5000) != 1 || ::read(ends[0], text, sizeof text) <= 0)
+            pollfd ready{output.get(), POLLIN, 0};
+            if (::poll(&ready, 1, 5000) != 1 || ::read(output.get(), text, sizeof text) <= 0)
                 return false;
         }
-        return Processes::lives(id);
+        return ProcessTree::parentOf(child.pid()) != 0;
     }
 
   private:
-    int ends[2];
-    pid_t id;
+    Descriptor output;
+    ChildProcess child;
 };
 
 TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
@@ -63,7 +49,7 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     const auto killAgents = [&] {
         for (const pid_t each : living()) {
             // The inner one of its two processes.
-            if (Processes::name(each) == "vexagent" && childOf(each, "vexagent") == -1)
+            if (ProcessTree::nameOf(each) == "vexagent" && childOf(each, "vexagent") == -1)
                 ::kill(each, SIGKILL);
         }
         kquit();
@@ -94,7 +80,6 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         const Walker walkers[2]{Walker(each.walker), Walker(each.walker)};
-        std::filesystem::remove(folder.path("session"));
         const std::string file = folder.write(
             "attach.cfg", "5100\n2\n0 0 127.0.0.1 localhost " + walkers[0].number() +
                               " 1 /bin/x \n1 0 " +
@@ -102,15 +87,14 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
                               walkers[1].number() + " 1 /bin/x \n");
         const std::string path = beginWith({"--attach-config", file, "--rsh", fakeSsh()});
         console = std::make_unique<Peer>(path);
-        console->begin();
         // The first one steps on its breakpoint all the time, and goes on.
         console->command("break step");
         console->command("ignore 1 1000000");
         each.before();
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        const pid_t sleeper = consolePid();
+        sleepFor(100);
+        const auto sleepers = consoles();
         each.end();
-        ::kill(sleeper, SIGKILL);
+        kill(sleepers);
         vex->exitStatus();
         expectNothingLeft(path);
         for (const Walker& walker : walkers)
@@ -136,7 +120,6 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
     vex->until("vex: client 3 is left out: " + reach +
                " for host nowhere ended with status 255 before its task was there.");
     Peer console(path);
-    console.begin();
     EXPECT_EQ(console.command("python print(gdb.selected_inferior().pid)"),
               (Lines{"0 | " + walkers[0].number(), "1 | " + walkers[1].number(),
                      "2 | " + walkers[2].number(), "READY"}));
@@ -151,13 +134,13 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
     const std::string hosts = folder.write("hosts", "node1\nnode2\n");
     const Lines starts[] = {{"-n", "2"}, {"--launch", fakeSsh(), "--hosts", hosts}};
     for (const Lines& start : starts) {
-        std::filesystem::remove(folder.path("session"));
         Lines arguments = start;
         arguments.push_back(program("forker"));
         const std::string path = beginWith(arguments);
         Peer first(path), second(path), third(path);
-        for (Peer* each : {&first, &second, &third})
-            each->begin();
+        // A program can print anything: nobody else's process becomes a client.
+        const std::string stranger = std::to_string(childOf(vex->pid(), "vex"));
+        first.command("echo [Detaching after fork from child process " + stranger + "]\\n");
         first.send(Command::CLIENT, "all", "run");
         EXPECT_EQ(third.forked(2), (ClientSet{2, 3}));
         second.forked(2);
@@ -168,14 +151,10 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
         // Neither the shell's command nor what became another program is one.
         EXPECT_EQ(third.command("vex who").size(), 6u);
         third.command("print hold = 0", "4");
-        const auto says = [](const Lines& lines, const std::string& end) {
-            return std::ranges::any_of(lines,
-                                       [&end](const auto& each) { return each.ends_with(end); });
-        };
         const Lines last = third.command("continue", "4");
-        EXPECT_TRUE(says(last, "exited with code 01]")) << testing::PrintToString(last);
-        EXPECT_TRUE(says(second.finish(), "exited with code 02]"));
-        while (!says(first.next(), "| generations: 2")) {
+        EXPECT_TRUE(contain(last, "exited with code 01]")) << testing::PrintToString(last);
+        EXPECT_TRUE(contain(second.finish(), "exited with code 02]"));
+        while (!contain(first.next(), "| generations: 2")) {
         }
         vex->signal(SIGKILL);
         expectNothingLeft(path);
@@ -184,17 +163,12 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
 
 TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
     for (const char* place : {"127.0.0.1 localhost ", "198.51.100.7 node1 "}) {
-        Terminal::Start start;
-        start.argv = {program("forker"), "wait"};
-        Terminal task(start);
-        std::filesystem::remove(folder.path("session"));
+        Terminal task({{program("forker"), "wait"}});
         const std::string file =
             folder.write("attach.cfg", "5100\n1\n0 0 " + std::string(place) +
                                            std::to_string(task.pid()) + " 1 /bin/x \n");
         const std::string path = beginWith({"--attach-config", file, "--rsh", fakeSsh()});
         Peer first(path), second(path);
-        first.begin();
-        second.begin();
         first.command("print hold = 0");
         first.send(Command::CLIENT, "all", "continue");
         EXPECT_EQ(second.forked(1), ClientSet{1});
@@ -203,7 +177,7 @@ TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
         EXPECT_GT(Tracing::tracerOf(children[0]), 0);
         quit(second);
         for (pid_t each : {task.pid(), children[0]}) {
-            EXPECT_TRUE(Processes::lives(each));
+            EXPECT_TRUE((ProcessTree::parentOf(each) != 0));
             EXPECT_EQ(Tracing::tracerOf(each), 0);
         }
     }
@@ -232,22 +206,16 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         SCOPED_TRACE(mpi.program);
         if (::access(program(mpi.program).c_str(), X_OK) != 0) continue;
         ++tried;
-        Terminal::Start start;
-        start.argv = {"/usr/bin/env"};
-        start.argv.insert(start.argv.end(), mpi.launcher.begin(), mpi.launcher.end());
-        start.argv.push_back(program(mpi.program));
-        Terminal job(start);
+        Lines words = mpi.launcher;
+        words.push_back(program(mpi.program));
+        Terminal job({words});
         // Time for MPI_Init, behind which a task knows its rank.
-        const Deadline deadline;
-        while (deadline.left() > 0 && tasksOf(job.pid(), mpi.program).size() < mpi.below)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        ASSERT_EQ(tasksOf(job.pid(), mpi.program).size(), mpi.below) << job.screen();
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        std::filesystem::remove(folder.path("session"));
+        ASSERT_TRUE(eventually([&] { return tasksOf(job.pid(), mpi.program).size() >= mpi.below; }))
+            << job.screen();
+        sleepFor(1000);
         const std::string path =
             beginWith({"--mpi", std::to_string(job.pid()), "--rsh", fakeSsh()});
         Peer console(path);
-        console.begin();
         EXPECT_EQ(console.command("print rank"), (Lines{"0 | $1 = 0", "1 | $1 = 1", "READY"}));
         console.command("print lost = 0");
         quit(console);

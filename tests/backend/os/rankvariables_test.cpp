@@ -1,7 +1,6 @@
 #include "backend/os/childprocess.h"
 #include "backend/os/rankvariables.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/testing.h"
 
 namespace {
 

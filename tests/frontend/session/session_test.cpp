@@ -1,12 +1,6 @@
 #include "common/sessionfile.h"
 #include "frontend/session/session.h"
-
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tests/support/testing.h"
 
 namespace {
 

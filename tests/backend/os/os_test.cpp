@@ -1,0 +1,67 @@
+#include "backend/os/limits.h"
+#include "backend/os/processtree.h"
+#include "backend/os/tracing.h"
+#include "tests/support/testing.h"
+
+#include <sys/prctl.h>
+
+namespace {
+
+TEST(Limits, SaysWhatIsTooMuchAndWhatToDo) {
+    const auto refusal = [](int tasks, const Limits::Facts& facts) {
+        return Limits::refusal(tasks, facts).value_or("");
+    };
+    const std::string pty = ". The administrator can allow more: sysctl kernel.pty.max";
+    EXPECT_EQ(refusal(320, {1024, 4096}), "");
+    EXPECT_EQ(refusal(321, {1024, 4096}),
+              "321 tasks need 1027 open files, and only 1024 are allowed here (ulimit -Hn).");
+    EXPECT_EQ(refusal(2048, {RLIM_INFINITY, 4096}), "");
+    EXPECT_EQ(refusal(2049, {RLIM_INFINITY, 4096}),
+              "2049 tasks need 4098 pseudo-terminals, and only 4096 are free here" + pty);
+    EXPECT_EQ(refusal(1, {1024, 0}),
+              "1 tasks need 2 pseudo-terminals, and only 0 are free here" + pty);
+}
+
+// The reason that can be acted on first comes first.
+TEST(Tracing, ARefusalNamesItsReasonAndTheWayOut) {
+    const struct {
+        // Whether it exists and is a zombie, its process, owner, tracer and its name, yama's scope.
+        Tracing::Facts known;
+        const char* text;
+    } cases[] = {
+        {{}, "no such process"},
+        {{true, true, -1, "", 0, "", 1}, "has ended"},
+        {{true, false, 41, "", 0, "", 0}, "thread of process 41"},
+        {{true, false, -1, "eva", 0, "", 1}, "belongs to eva. Run vex as eva."},
+        {{true, false, -1, "", 7, "gdb", 1}, "process 7 (gdb) traces it already"},
+        {{true, false, -1, "", 0, "", 1}, "sudo sysctl kernel.yama.ptrace_scope=0"},
+        {{true, false, -1, "", 0, "", 2}, "only administrators"},
+        {{true, false, -1, "", 0, "", 3}, "booted again"},
+        {{true, false, -1, "", 0, "", 0}, "--cap-add=SYS_PTRACE"},
+    };
+    for (const auto& each : cases) {
+        const std::string text = Tracing::refusal(42, each.known);
+        EXPECT_TRUE(text.starts_with("cannot attach to process 42: ")) << text;
+        EXPECT_NE(text.find(each.text), std::string::npos) << text;
+    }
+}
+
+TEST(ProcessTree, ProcessesMayVanishWhileTheyAreLookedAt) {
+    const pid_t forker = ::fork();
+    if (forker == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        for (;;) {
+            if (::fork() == 0) ::_exit(0);
+            ::waitpid(-1, nullptr, 0);
+        }
+    }
+    std::size_t seen = 0;
+    for (int look = 0; look < 1000; ++look)
+        seen += ProcessTree::descendants(forker).size();
+    EXPECT_GT(seen, 0u);
+    ::kill(forker, SIGKILL);
+    ::waitpid(forker, nullptr, 0);
+    EXPECT_EQ(ProcessTree::nameOf(forker), "");
+}
+
+} // namespace
