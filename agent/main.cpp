@@ -1,16 +1,17 @@
 #include "agent/agent.h"
+#include "agent/agentoptions.h"
 #include "backend/clients/guard.h"
 #include "backend/jobs/remotetasks.h"
-
-#include <CLI/CLI.hpp>
 
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -45,24 +46,18 @@ int run(const std::string& path) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app(
-        "Runs the debugger of one task for vex. Started by vex through the launcher of a job.",
-        "vexagent");
-    app.set_version_flag("-V,--version", "vexagent " VEX_VERSION);
-    std::string path, manager;
-    CLI::Option_group* what = app.add_option_group("what to do");
-    what->add_option("--rendezvous", path,
-                     "The file that says how to reach vex; - for the standard input");
-    what->add_option("--tasks-of", manager,
-                     "List the tasks of this process manager of MPICH's: host:port/number");
-    what->require_option(1);
-    CLI11_PARSE(app, argc, argv);
+    AgentOptions options;
+    const AgentOptions::Outcome outcome = options.parse(argc, argv);
+    if (!outcome.proceed) {
+        std::fputs(outcome.text.c_str(), outcome.status == 0 ? stdout : stderr);
+        return outcome.status;
+    }
     try {
-        if (!manager.empty()) {
-            RemoteTasks::list(manager, std::cout);
+        if (!options.manager.empty()) {
+            RemoteTasks::list(options.manager, std::cout);
             return 0;
         }
-        return run(path);
+        return run(options.rendezvous);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vexagent: %s\n", error.what());
     }

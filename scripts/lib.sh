@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 # What the scripts share: packages, the ordinary user, the tree to build in. Sourced, never run.
 #
 # VEX refuses root, and nothing is built or run as root either: only apt-get is. Started as root (in
@@ -112,17 +112,27 @@ findBuild() {
     [ "$(id -u)" -ne 0 ] || chown "$uid:$gid" "$build"
 }
 
+# configure PRESET DIRECTORY [CMAKE-OPTION...] sets `build`. Warnings are errors unless `werror` is OFF; a
+# directory that is there keeps what it has, since a change would compile all of it again.
+configure() {
+    local preset=$1 log=$scratch/configure.log strict
+    findBuild "$2"
+    shift 2
+    if [ -n "${CI:-}" ] || ! strict=$(grep -s '^VEX_WERROR:' "$build/CMakeCache.txt"); then
+        strict=VEX_WERROR:BOOL=${werror:-ON}
+    fi
+    (cd "$src" && asUser cmake --preset "$preset" -B "$build" "-D$strict" "$@") </dev/null >"$log" 2>&1 && return 0
+    tail -n 40 "$log" >&2
+    return 1
+}
+
 # buildPreset PRESET [CMAKE-OPTION...] configures and builds; sets `build`. Messages go to standard
 # error: a line of progress on a terminal, otherwise only what went wrong.
 buildPreset() {
     local preset=$1 name=build-$1 log=$scratch/build.log
     shift
     [ "$preset" = release ] && name=build
-    findBuild "$name"
-    if ! (cd "$src" && asUser cmake --preset "$preset" -B "$build" "$@") </dev/null >"$log" 2>&1; then
-        tail -n 40 "$log" >&2
-        return 1
-    fi
+    configure "$preset" "$name" "$@" || return 1
     if [ -t 2 ]; then
         asUser cmake --build "$build" -j "$(nproc)" </dev/null >&2
     elif ! asUser cmake --build "$build" -j "$(nproc)" </dev/null >"$log" 2>&1; then
@@ -139,4 +149,4 @@ sourceFiles() {
 packagesToBuild=(g++ cmake ninja-build libasio-dev libcli11-dev libssl-dev)
 packagesToRun=(gdb ncurses-bin)
 packagesToTest=(libgtest-dev libc-bin openmpi-bin libopenmpi-dev mpich libmpich-dev)
-packagesForChecks=(clang clang-format libclang-rt-14-dev libbenchmark-dev)
+packagesForChecks=(clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev shellcheck)
