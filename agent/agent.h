@@ -1,9 +1,9 @@
 #pragma once
 
 #include "agent/debuggerserver.h"
+#include "agent/rank.h"
 #include "backend/clients/detachment.h"
 #include "backend/clients/forks.h"
-#include "backend/jobs/rank.h"
 #include "backend/os/eventloop.h"
 #include "backend/os/signals.h"
 #include "backend/wire/rendezvous.h"

@@ -1,4 +1,4 @@
-#include "backend/jobs/rank.h"
+#include "agent/rank.h"
 
 #include "backend/os/rankvariables.h"
 
