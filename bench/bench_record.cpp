@@ -39,7 +39,7 @@ BENCHMARK(decodeAndDisplay)
                    {Parser::AUTO, Parser::COLLAPSED, Parser::EXPANDED}})
     ->Unit(benchmark::kMillisecond);
 
-// Merges records that come in any order, and keeps so many lines.
+// Merges records that come in any order, and keeps that number of lines.
 void mergeAll(benchmark::State& state, std::vector<Data> records, int lines) {
     std::shuffle(records.begin(), records.end(), std::mt19937(1));
     for (auto _ : state) {

@@ -14,8 +14,8 @@ enum Agreement {
     ALL_DIFFERENT
 };
 
-/// The output of clients from, from + 1, ... to - 1: so many lines, as the front end would combine
-/// them.
+/// The output of clients from, from + 1, ... to - 1: that number of lines, as the front end would
+/// combine them.
 inline Data outputOf(int from, int to, int lines, Agreement agreement) {
     Data data;
     data.setConsoleID(1);

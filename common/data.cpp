@@ -12,7 +12,7 @@
 
 namespace {
 
-// Up to so many variants, comparing keys one by one is cheaper than an index.
+// Up to this many variants, comparing keys one by one is cheaper than an index.
 constexpr std::size_t indexThreshold = 8;
 
 int saturate(std::int64_t value) {

@@ -12,7 +12,7 @@ class FrameReader {
     /// The largest frame that a console has reason to send: a group of a million clients.
     static constexpr int maxFrame = 16 * 1024 * 1024;
 
-    /// Frames up to so many bytes, at first.
+    /// Frames have at most this many bytes, until allow says otherwise.
     explicit FrameReader(int largest = maxFrame) : most(largest) {}
 
     void allow(int largest) { most = largest; }

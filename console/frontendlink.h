@@ -35,7 +35,7 @@ class FrontEndLink {
     void receive(Reply& reply) { reply.recv(&client); }
     void receive(Data& data) { data.recv(&client); }
 
-    /// Ends the connection for both threads; the one that reads closes it.
+    /// Ends the connection for both threads; the thread that reads closes it.
     void disconnect() { client.disconnect(); }
     /// Waits until the front end has closed, which it does once it has read a QUIT; not longer than
     /// the farewell time.

@@ -9,7 +9,7 @@ class OpenRequests {
     enum Kind { NONE, GROUP, FILTERED, ON, INTERRUPT };
 
     void push(Kind kind) { kinds.push_back(kind); }
-    /// Takes out the one that an answer belongs to; NONE when none is open.
+    /// Takes out the request that an answer belongs to; NONE when none is open.
     Kind pop();
     /// Takes out the open interrupts: clients that are ready have answered them.
     void dropInterrupts() { std::erase(kinds, INTERRUPT); }

@@ -36,7 +36,7 @@ class HistoryOnDisk : public testing::Test {
         EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), files);
         EXPECT_EQ(fs::status(path).permissions(), fs::perms(mode));
     }
-    // Runs the action in so many processes at once.
+    // Runs the action in this many processes at once.
     static void inProcesses(int count, const std::function<void(int)>& action) {
         std::vector<pid_t> children;
         for (int i = 0; i < count; ++i) {

@@ -15,7 +15,7 @@ void rest() {
         ::usleep(1000);
 }
 
-// Gives the exit status of a child that waits, and that forks so many generations more.
+// Gives the exit status of a child that waits, and that forks this many generations more.
 int generation(int more) {
     const pid_t child = ::fork();
     if (child == 0) {

@@ -103,7 +103,7 @@ TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
     expectStatus(*first, 128 + SIGHUP);
     EXPECT_EQ(listed(), "2 tasks, 0 consoles");
 
-    // A script comes and goes; killing the front part of a console that joined ends that alone.
+    // A script comes and goes; killing the foreground of a console that joined ends that alone.
     auto script = run({program("vex"), "--join", number}, "print $ + 1\n");
     script->until("| $3 = 13");
     expectStatus(*script, 0);

@@ -6,7 +6,7 @@ namespace {
 // What a user does with either debugger, and how it answers.
 struct Dialect {
     std::string breakpoint, stopped, forget, type, signal;
-    int values; // so many results came before the first
+    int values; // results before the first
 };
 
 void debugFourTasks(Peer& console, const Dialect& with) {

@@ -85,7 +85,7 @@ class Peer {
         }
         return answer;
     }
-    // Waits for the announcement of so many forked clients: their numbers.
+    // Waits for the announcement of this many forked clients: their numbers.
     ClientSet forked(int number) {
         ClientSet found;
         while (number > 0) {
