@@ -17,7 +17,7 @@ namespace {
 
 constexpr int lowestVersion = 5100;
 constexpr std::size_t minFields = 7;
-constexpr std::size_t longestLine = 1023; // what is beyond is cut
+constexpr std::size_t maxLine = 1023; // what is beyond is cut
 // A packed entry takes at least this many bytes: four ints and four empty strings.
 constexpr std::size_t minPackedSize = 36;
 
@@ -26,7 +26,7 @@ bool readLine(const File& input, std::string& line) {
     line.clear();
     int c;
     while ((c = std::getc(input.get())) != EOF && c != '\n')
-        if (line.size() < longestLine) line += static_cast<char>(c);
+        if (line.size() < maxLine) line += static_cast<char>(c);
     return c != EOF || !line.empty();
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/catalog.h"
 #include "common/framereader.h"
+#include "common/groupnames.h"
 #include "common/split.h"
 #include "console/tables.h"
 
@@ -15,10 +16,10 @@ using namespace Actions;
 
 namespace {
 
-constexpr std::int64_t largestRange = 1 << 20; // clients
+constexpr std::int64_t maxRange = 1 << 20; // clients
 // What all ranges of a line may come to: more ids fill no frame that a front end takes.
-constexpr std::int64_t largestGroup = 3 * largestRange;
-static_assert(largestGroup * 4 < FrameReader::maxFrame);
+constexpr std::int64_t maxGroup = 3 * maxRange;
+static_assert(maxGroup * 4 < FrameReader::maxFrame);
 
 // The value of a number token; -1 when it does not fit.
 int numberOf(const Token& t) {
@@ -149,7 +150,7 @@ Action CommandLine::groupCommand(Token& t) {
     subCmd.setBase(name);
     if (first == END || t.Next() == END) return Group{subCmd};
     if (std::isdigit(static_cast<unsigned char>(name[0]))) t.ThrowPrev(CMD_GROUP_NUMBER);
-    if (name == "all") t.ThrowPrev(CMD_GROUP_PREDEFINED);
+    if (name == GroupNames::all) t.ThrowPrev(CMD_GROUP_PREDEFINED);
     return groupSubcommand(t);
 }
 
@@ -183,7 +184,7 @@ void CommandLine::parseGroupExpression(Token& t) {
             if (rangeState == RANGE) {
                 if (first >= last) t.Throw(CMD_GROUP_RANGE_REVERSED);
                 const std::int64_t clients = std::int64_t{last} - first + 1;
-                if (clients > largestRange || clients + subCmd.numOfId() > largestGroup)
+                if (clients > maxRange || clients + subCmd.numOfId() > maxGroup)
                     t.Throw(CMD_GROUP_CLIENT_ID);
                 subCmd.addOperands(first, last);
                 rangeState = LAST;

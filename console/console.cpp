@@ -5,6 +5,7 @@
 #include "common/config.h"
 #include "common/error.h"
 #include "common/frame.h"
+#include "common/sessionfile.h"
 #include "console/help.h"
 #include "console/historyfile.h"
 #include "console/readline.h"
@@ -39,7 +40,6 @@ const ArgDescription consoleArgs[numConsoleArgs] = {
 namespace {
 
 constexpr int defaultTimeout = 600;        // connection attempts, one a second
-constexpr int largestSession = 99999;      // five digits
 constexpr std::size_t recalledLines = 200; // as many as the editor's history holds
 
 // The console that the signal handler acts for.
@@ -78,9 +78,9 @@ void Console::getArgs(Argument& args) {
             sessionNum = value;
             // A longer number is nobody's session, and must not become somebody else's by being
             // cut.
-            if (sessionNum > largestSession)
+            if (sessionNum > SessionFile::maxNumber)
                 throw Error(ERR_OPTION_MISSING, args.getExecutable(), consoleArgs[0].name, option);
-            serverHost = "/tmp/.vexsock." + std::to_string(sessionNum);
+            serverHost = SessionFile::path(sessionNum);
             break;
         case 'u':
             if (std::strcmp(value, "yes") == 0) isLuma = true;

@@ -3,6 +3,7 @@
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "common/error.h"
+#include "common/groupnames.h"
 #include "console/readline.h"
 #include "console/tabcontext.h"
 #include "console/term.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr int patience = 2000; // ms for an answer that is due although the user pressed Ctrl-C
-constexpr const char* everyClient = "all";
 
 } // namespace
 
@@ -27,7 +27,7 @@ ConsoleSession::ConsoleSession(const Settings& choices, FrontEndLink& connection
     : settings(choices),
       link(connection),
       machine(*StateMachine::getInstance()),
-      curGroupName(everyClient) {
+      curGroupName(GroupNames::all) {
     addTabContext(lastData);
 }
 
@@ -136,7 +136,7 @@ void ConsoleSession::createFilteredGroupCmd(Lock& turn) {
         }
     }
     GroupCommand filtered;
-    filtered.setBase("FILTERED");
+    filtered.setBase(GroupNames::filtered);
     filtered.setOpType(GroupCommand::ASSIGN);
     filtered.addOperands(ClientSet(std::move(ranges)));
     const std::string group = curGroupName;
@@ -147,7 +147,7 @@ void ConsoleSession::createFilteredGroupCmd(Lock& turn) {
 void ConsoleSession::sendBatchCommand(const std::string& cmdLine) {
     isBatch = true;
     machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
-    link.transmit(Command::CLIENT, everyClient, cmdLine.c_str(), -1);
+    link.transmit(Command::CLIENT, GroupNames::all, cmdLine.c_str(), -1);
 }
 
 // The end.
@@ -165,7 +165,7 @@ void ConsoleSession::quit() {
 
 void ConsoleSession::sendQuit() {
     quitSent = true;
-    link.transmit(Command::QUIT, everyClient, nullptr, 0);
+    link.transmit(Command::QUIT, GroupNames::all, nullptr, 0);
 }
 
 void ConsoleSession::finish() {
@@ -196,7 +196,7 @@ void ConsoleSession::actOnReply(Lock& turn) {
     case Reply::SUCCESS:
         if (text == "NULL") {
             open.pop();
-            send(turn, Command::ON, everyClient);
+            send(turn, Command::ON, GroupNames::all);
         } else {
             answered();
         }
@@ -279,7 +279,7 @@ void ConsoleSession::handleData() {
             std::printf("\n");
             needToPrompt = true;
         }
-        send(turn, Command::ON, everyClient);
+        send(turn, Command::ON, GroupNames::all);
         break;
     case Data::TEXT:
         handleText();

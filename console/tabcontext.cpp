@@ -1,5 +1,6 @@
 #include "console/tabcontext.h"
 
+#include "common/groupnames.h"
 #include "console/readline.h"
 #include "console/tables.h"
 #include "display/color.h"
@@ -45,7 +46,7 @@ void addTabContext(const Data& lastData) {
         words.push_back(mode.name);
     for (const BcastTopic& word : bcastList)
         words.push_back(word.name);
-    words.push_back("FILTERED");
+    words.push_back(GroupNames::filtered);
     Readline::addContexts(words);
 }
 

@@ -15,7 +15,7 @@ Term term;
 namespace {
 
 constexpr int escape = 27;
-constexpr std::size_t longestKey = 16;
+constexpr std::size_t maxKeyLength = 16;
 
 // A change of the settings from the background would stop the process.
 bool inForeground() {
@@ -294,7 +294,7 @@ int Term::getKey(const std::function<int()>& next) const {
         const auto at = keymap.lower_bound(typed);
         if (at != keymap.end() && at->first == typed) return at->second;
         const bool isPrefix = at != keymap.end() && at->first.compare(0, typed.size(), typed) == 0;
-        if (!isPrefix || typed.size() >= longestKey) break;
+        if (!isPrefix || typed.size() >= maxKeyLength) break;
     }
     const int first = static_cast<unsigned char>(typed[0]);
     return first == escape ? 0 : first;

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int mostLinks = 40;
+constexpr int maxLinks = 40;
 constexpr mode_t privateFile = 0600;
 constexpr mode_t privateDirectory = 0700;
 
@@ -29,7 +29,7 @@ bool isTrusted(const struct stat& status) {
 UserFile::UserFile(std::string path) : name(std::move(path)), state(follow()) {}
 
 UserFile::State UserFile::follow() {
-    for (int links = 0; links < mostLinks; ++links) {
+    for (int links = 0; links < maxLinks; ++links) {
         const fs::path folder = fs::path(name).parent_path();
         struct stat status {};
         if (::stat(folder.c_str(), &status) == -1) return MISSING;
