@@ -92,6 +92,8 @@ bool addContextsIfRoom(const std::vector<std::string_view>& texts) {
     return true;
 }
 
+// The editor calls it as a MatchFunc, which takes the prefix by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string generateVariable(std::string prefix, int state) {
     Pool& p = pool();
     const std::lock_guard guard(p.mutex);

@@ -27,13 +27,11 @@ std::size_t nameEnd(std::string_view text) {
             --i;
         } else if (text[i] == '<') {
             ++depth;
-        } else if (text[i] == '>') {
+        } else if (text[i] == '>' || text[i] == ')') {
             --depth;
         } else if (text[i] == '(') {
             if (depth <= 0) return i;
             ++depth; // "function<void (int)>"
-        } else if (text[i] == ')') {
-            --depth;
         }
     }
     return text.size();
