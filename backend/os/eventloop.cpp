@@ -16,7 +16,7 @@ void EventLoop::stop() { impl->io.stop(); }
 void EventLoop::post(Task task) { asio::post(impl->io, std::move(task)); }
 
 // A handler that the library has queued can no longer be taken back: it is compared with what was
-// set last.
+// set last. It does not own the state, which owns what it waits for.
 struct Timer::State {
     explicit State(asio::io_context& io) : timer(io) {}
     asio::steady_timer timer;
@@ -43,10 +43,11 @@ void Timer::after(Clock::duration time, EventLoop::Task then) {
 
 void Timer::at(Clock::time_point time, EventLoop::Task then) {
     state->timer.expires_at(time);
-    state->timer.async_wait(
-        [kept = state, set = ++state->set, task = std::move(then)](const asio::error_code& fault) {
-            if (!fault && set == kept->set) task();
-        });
+    state->timer.async_wait([weak = std::weak_ptr(state), set = ++state->set,
+                             task = std::move(then)](const asio::error_code& fault) {
+        const auto kept = weak.lock();
+        if (!fault && kept && set == kept->set) task();
+    });
 }
 
 void Timer::cancel() {

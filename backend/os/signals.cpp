@@ -12,8 +12,9 @@ struct Signals::State : std::enable_shared_from_this<State> {
     Handler handle;
 
     void wait() {
-        set.async_wait([kept = shared_from_this()](const asio::error_code& fault, int number) {
-            if (fault || !kept->handle) return;
+        set.async_wait([weak = weak_from_this()](const asio::error_code& fault, int number) {
+            const auto kept = weak.lock();
+            if (fault || !kept || !kept->handle) return;
             kept->handle(number);
             kept->wait();
         });
@@ -29,7 +30,8 @@ Signals::Signals(EventLoop& loop, std::initializer_list<int> numbers, Handler ha
 
 Signals::~Signals() {
     state->handle = nullptr;
-    state->set.clear();
+    asio::error_code ignored;
+    state->set.cancel(ignored);
 }
 
 void Signals::add(int number) { state->set.add(number); }

@@ -14,9 +14,10 @@ struct Stream::State : std::enable_shared_from_this<State> {
     unsigned long asked = 0; // how often all was forgotten
 
     void wait(descriptor_base::wait_type kind, EventLoop::Task then) {
-        descriptor.async_wait(kind, [kept = shared_from_this(), now = asked,
+        descriptor.async_wait(kind, [weak = weak_from_this(), now = asked,
                                      task = std::move(then)](const asio::error_code& fault) {
-            if (!fault && now == kept->asked) task();
+            const auto kept = weak.lock();
+            if (!fault && kept && now == kept->asked) task();
         });
     }
 };
