@@ -42,7 +42,7 @@ void Connector::connect() {
     link.reset();
     if (nextCandidate == candidates.size()) {
         // In a later turn: the owner may still be constructing this.
-        again.after(Clock::duration::zero(), [this] { owner.onUnreachable(problem); });
+        again.after(Clock::duration::zero(), [this, text = problem] { owner.onUnreachable(text); });
         return;
     }
     const SocketAddress& candidate = candidates[nextCandidate++];
@@ -105,7 +105,7 @@ void Connector::introduce() {
 // the front end's port on another machine.
 void Connector::onClosed() {
     patience.cancel();
-    problem = "who listens there is not the front end";
+    problem = "another program listens there, not the front end";
     connect();
 }
 

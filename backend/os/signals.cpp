@@ -15,8 +15,9 @@ struct Signals::State : std::enable_shared_from_this<State> {
         set.async_wait([weak = weak_from_this()](const asio::error_code& fault, int number) {
             const auto kept = weak.lock();
             if (fault || !kept || !kept->handle) return;
-            kept->handle(number);
+            // First: the next signal is heard whatever the handler throws.
             kept->wait();
+            kept->handle(number);
         });
     }
 };

@@ -6,7 +6,8 @@
 #include <initializer_list>
 #include <memory>
 
-/// Signals of this process as events of a loop, from its construction on. One thread.
+/// Signals of this process as events of a loop, from its construction on. Not to be destroyed by
+/// its handler. One thread.
 class Signals {
   public:
     using Handler = std::function<void(int number)>;

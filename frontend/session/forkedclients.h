@@ -30,7 +30,7 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
         virtual ~Owner() = default;
         virtual void onClientOutput(int client, std::string_view text) = 0;
         virtual void onClientPrompt(int client) = 0;
-        /// Whether to go on reading; when not, resume begins again.
+        /// Whether to go on reading. After a no, resume makes it read on.
         virtual bool mayReadClient(int client) = 0;
         virtual void onClientEnded(int client) = 0;
         /// A forked process has become a client; the text says which process it is.

@@ -33,7 +33,7 @@ class UserPrograms {
         virtual void onProgramOutput(int client, std::string_view text) = 0;
         /// The program has ended by itself; the problem, or empty. The last call for this start.
         virtual void onProgramEnded(int client, const std::string& problem) = 0;
-        /// Whether to go on reading; when not, resume begins again.
+        /// Whether to go on reading. After a no, resume makes it read on.
         virtual bool mayReadProgram(int client) = 0;
     };
 
@@ -45,7 +45,7 @@ class UserPrograms {
     /// Kills the client's program, if there is one; the owner hears nothing more of it.
     void stop(int client);
     void stopAll();
-    /// Reads on after mayRead has said no.
+    /// Reads on after mayReadProgram has said no.
     void resume();
     /// Looks which have ended; call it on SIGCHLD.
     void collect();

@@ -230,7 +230,7 @@ TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
                              AgentRecords::start(start).frame();
     EXPECT_EQ(::send(peer, lies.data(), lies.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(lies.size()));
-    agent.until("who listens there is not the front end");
+    agent.until("another program listens there, not the front end");
     EXPECT_EQ(agent.exitStatus(), 1);
     EXPECT_FALSE(std::filesystem::exists(folder.path("obeyed")));
     ::close(peer);
