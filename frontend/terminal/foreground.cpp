@@ -199,11 +199,10 @@ void Foreground::endSession() {
 void Foreground::finishIfOver() {
     if (connected || guarded || console.running()) return;
     const std::string name = "session " + std::to_string(start.session);
-    if (start.guardian == -1)
-        say(name + " has ended");
-    else if (status == 128 + SIGKILL && signalled == 0)
+    const bool joined = start.guardian == -1;
+    if (!joined && status == 128 + SIGKILL && signalled == 0)
         say(name + " was killed, and what it had started has ended");
-    else if (status == 0 && !start.script && !start.waits)
+    else if (joined || (status == 0 && !start.script && !start.waits))
         say(name + " has ended");
     loop.stop();
 }
