@@ -21,6 +21,8 @@ class StackTree {
 
     /// Adds the stack of one thread, the innermost call first.
     void add(int client, const std::vector<std::string>& calls);
+    /// Adds the stacks of other clients.
+    void add(const StackTree& other);
     /// Adds a client that has no stack, and the reason.
     void addWithout(int client, const std::string& reason) { without[reason].insert(client); }
 
@@ -44,6 +46,7 @@ class StackTree {
     std::map<std::string, Node> innermost; // by the text of the place
     std::map<std::string, ClientSet> without;
 
+    static void merge(std::map<std::string, Node>& into, const std::map<std::string, Node>& other);
     static std::vector<const std::pair<const std::string, Node>*>
     byClients(const std::map<std::string, Node>& nodes);
     static std::string threadsOf(const Node& node);

@@ -168,7 +168,7 @@ void SessionServer::onClientPrompt(int id) {
     programs.resume();
 }
 
-void SessionServer::onClientEnded(int id) { board.clientGone(id); }
+void SessionServer::onClientEnded(int id) { board.clientGone(id, Clock::now()); }
 
 void SessionServer::onClientForked(int id, const std::string& who) { board.clientForked(id, who); }
 
@@ -176,7 +176,7 @@ void SessionServer::onAllStarted() {
     phase = SERVING;
     const ClientSet all = board.groups().all();
     for (const int id : all) {
-        if (!clients.alive(id)) board.clientGone(id);
+        if (!clients.alive(id)) board.clientGone(id, Clock::now());
     }
     // A console that has its number may send commands: not before all debuggers have prompted.
     consoles.serve();

@@ -19,6 +19,11 @@ int Request::commonLines() const {
     return least.value_or(0);
 }
 
+Work Request::work() const {
+    if (stat) return {number, Work::STACKS, stat->withPlaces()};
+    return {number, filter.empty() ? Work::LINES : Work::WHOLE};
+}
+
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
     if (kind == Command::SCRIPTCLIENT) return prepareScript(programs);
     if (kind == Command::STATCLIENT) return prepareStat(driver, programs);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/drivers/driver.h"
+#include "backend/folding/localnode.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/command.h"
@@ -26,7 +27,7 @@
 class Switchboard : private Dispatcher::Listener {
   public:
     /// What the switchboard does to the world.
-    class Outlet : public Dispatcher::Outlet {
+    class Outlet : public Dispatcher::Outlet, public LocalNode::Outlet {
       public:
         using Dispatcher::Outlet::toConsole;
         virtual void toConsole(int console, const Reply& reply) = 0;
@@ -58,7 +59,7 @@ class Switchboard : private Dispatcher::Listener {
     /// Tells all consoles something about a client.
     void tell(int client, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
-    void clientGone(int client);
+    void clientGone(int client, Clock::time_point now);
 
     /// What the user's program for a client prints, and its end; "" or what went wrong.
     void userProgramOutput(int client, std::string_view text, Clock::time_point now);
@@ -101,6 +102,7 @@ class Switchboard : private Dispatcher::Listener {
     Outlet& outlet;
     Groups table;
     std::map<int, Console> consoles;
+    LocalNode local;
     Dispatcher dispatcher;
     std::optional<Clock::time_point> told; // the last wakeAt
 
@@ -116,7 +118,7 @@ class Switchboard : private Dispatcher::Listener {
     ClientSet workingFor(int console, const ClientSet& members) const;
 
     // Dispatcher::Listener
-    void answered(int client, const Request& request) override;
+    void answered(const ClientSet& clients, const Request& request) override;
     void asks(const Request& request) override;
 
     bool worksHere(const Request& request, int number, const Console& console) const;
