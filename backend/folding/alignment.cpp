@@ -8,7 +8,7 @@ namespace {
 
 // Places that a class is compared with: for each of its lines, and besides.
 constexpr std::size_t placesPerLine = 8;
-constexpr std::size_t freePlaces = 1024;
+constexpr std::size_t freePlaces = 256;
 
 // Room between two neighbours for what comes between them.
 constexpr std::uint64_t orderStep = std::uint64_t{1} << 40;

@@ -14,7 +14,7 @@ constexpr std::size_t maxText = 16 * 1024 * 1024;
 constexpr std::size_t maxNodes = 2 * maxText / sizeof(Histories::Node);
 // What all have passed is looked for when this share of what is held is new, since all of it is
 // looked at.
-constexpr std::size_t freshShare = 8;
+constexpr std::size_t freshShare = 4;
 
 constexpr int everything = std::numeric_limits<int>::max();
 
@@ -26,6 +26,9 @@ void insert(ClientSet& clients, const Histories::Run& run) {
 }
 
 } // namespace
+
+Folder::Folder(std::chrono::milliseconds longest, int last)
+    : patience(longest), histories(last), sent(last) {}
 
 // --- gathering
 
@@ -188,15 +191,47 @@ Folder::Lines Folder::takeDue(Clock::time_point now) {
 
 Folder::Lines Folder::takePassed() {
     if (!histories.allHaveSpoken() || fresh * freshShare < histories.nodes().size()) return {};
-    return takeUpTo([&](const Alignment& alignment, const Runs& runs) {
-        int last = everything;
-        for (const auto& run : runs) {
-            if (!run.awaited) continue;
-            const std::uint32_t line = alignment.lineOf(Histories::indexOf(run.point));
-            last = std::min(last, alignment.numberOf(alignment.lines()[line]));
+    return takeUpTo(
+        [&](const Alignment& alignment, const Runs& runs) { return lastPassed(alignment, runs); });
+}
+
+// The last line that a client has in common with another is where it has come: what it alone said
+// behind that may turn out to be an extra line, before more in common.
+int Folder::lastPassed(const Alignment& alignment, const Runs& runs) const {
+    if (runs.front().first == runs.back().last) return everything; // nobody else's are held
+    const auto& nodes = histories.nodes();
+    std::vector<std::size_t> saidBy(nodes.size());
+    for (const auto& run : runs)
+        saidBy[Histories::indexOf(run.point)] += static_cast<std::size_t>(run.last - run.first + 1);
+    std::vector<std::size_t> sharedBy(alignment.lines().size());
+    for (std::size_t node = nodes.size(); node-- > 0;) {
+        if (saidBy[node] == 0) continue;
+        sharedBy[alignment.lineOf(static_cast<std::uint32_t>(node))] += saidBy[node];
+        if (Histories::isNode(nodes[node].parent))
+            saidBy[Histories::indexOf(nodes[node].parent)] += saidBy[node];
+    }
+    int last = everything;
+    for (const auto& run : runs) {
+        if (!run.awaited) continue;
+        auto at = run.point;
+        int number = -1;
+        for (; Histories::isNode(at); at = nodes[Histories::indexOf(at)].parent) {
+            const std::uint32_t line = alignment.lineOf(Histories::indexOf(at));
+            number = alignment.numberOf(alignment.lines()[line]);
+            if (sharedBy[line] > 1 || number <= sent.highest()) break;
         }
-        return last;
-    });
+        if (!Histories::isNode(at)) number = histories.roots()[Histories::indexOf(at)].last;
+        last = std::min(last, number);
+    }
+    return last;
+}
+
+Folder::Lines Folder::aside(const ClientSet& clients, std::string text) {
+    Lines row;
+    sent.raise(sent.highest() + 1);
+    row.clients = clients;
+    row.lines.push_back({sent.highest(), clients, std::move(text), WHOLE});
+    return row;
 }
 
 Data Folder::record(Lines lines, int consoleId, const std::string& consoleCmd) {

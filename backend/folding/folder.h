@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+class Alignment;
+
 /// Folds what clients say: gathers lines, those of single clients or of sets, and gives them back
 /// as distinct lines with their clients, numbered so that equal lines share a number.
 ///
@@ -48,8 +50,9 @@ class Folder {
         bool empty() const { return lines.empty(); }
     };
 
-    /// Lines wait at most `longest` for others that merge with them.
-    explicit Folder(std::chrono::milliseconds longest = Wait::fold) : patience(longest) {}
+    /// Lines wait at most `longest` for others that merge with them. The first line has the number
+    /// behind `last`.
+    explicit Folder(std::chrono::milliseconds longest = Wait::fold, int last = -1);
 
     /// Clients whose lines are waited for, so that what all of them have passed may leave.
     void await(const ClientSet& clients) { histories.await(clients); }
@@ -66,10 +69,14 @@ class Folder {
     /// number of its own; or under the number of the row before it, whose text must be another.
     void addRow(const ClientSet& clients, std::string text, Clock::time_point now,
                 bool sameNumber = false);
+    /// A line about clients that does not wait, behind everything that has left.
+    Lines aside(const ClientSet& clients, std::string text);
 
     bool empty() const { return histories.empty() && rows.empty(); }
     /// Whether so much is held that it must leave.
     bool full() const;
+    /// The highest number that has left; -1: none.
+    int highest() const { return sent.highest(); }
     /// When what is held must leave; nothing when nothing is held.
     std::optional<Clock::time_point> due() const;
 
@@ -91,7 +98,7 @@ class Folder {
     };
     using Runs = std::vector<Histories::Run>;
 
-    const std::chrono::milliseconds patience;
+    std::chrono::milliseconds patience;
     Histories histories;
     SentLines sent;
     std::vector<Row> rows;
@@ -103,5 +110,6 @@ class Folder {
     void added(Clock::time_point now, bool merged);
     template <class Limit>
     Lines takeUpTo(Limit limit);
+    int lastPassed(const Alignment& alignment, const Runs& runs) const;
     void takeRows(Lines& to);
 };

@@ -73,7 +73,8 @@ class Histories {
         bool awaited;
     };
 
-    Histories() = default;
+    /// Nothing was said; what comes first stands behind the number `last`.
+    explicit Histories(int last) : rootIndex{{{last, -1}, 0}} { rootList.front().last = last; }
 
     /// The next line of the client, or of each of the clients; true when another client has said
     /// the same text.
@@ -119,7 +120,7 @@ class Histories {
 
     std::vector<std::unique_ptr<Page>> pages;
     std::vector<Root> rootList{1}; // the first is that of clients that have said nothing
-    std::map<std::pair<int, int>, std::uint32_t> rootIndex{{{-1, -1}, 0}}; // by last and half
+    std::map<std::pair<int, int>, std::uint32_t> rootIndex; // by last and half
     std::vector<std::uint32_t> freeRoots;
     std::vector<Node> nodeList;
     IndexTable branches;

@@ -20,6 +20,9 @@ class SentLines {
         int place;
     };
 
+    /// What comes first has the number behind this one.
+    explicit SentLines(int last) : top(last) {}
+
     /// The highest number that was sent; -1: none.
     int highest() const { return top; }
     /// Whether lines may still go out under the number.
@@ -40,7 +43,7 @@ class SentLines {
     // Hashes that are kept: beyond these the lowest numbers go out of reach.
     static constexpr std::size_t maxHashes = 65536;
 
-    int top = -1;
+    int top;
     std::deque<std::vector<std::uint64_t>> numbers; // the last of them is that of `top`
     std::unordered_map<std::uint64_t, std::vector<Spot>> index;
     std::size_t hashes = 0;

@@ -76,6 +76,13 @@ TEST_F(FolderTest, MoreOfAHalfLineStandsBehindIt) {
     says({0}, {"x"});
     folder.add(1, " more", start, Folder::REST); // of no half line
     EXPECT_EQ(take(), "0@0  more / 1@0 x / 3@1  more");
+    // Where others share its number, too, theirs stay in their order.
+    says({7, 8}, {"begin", "end"});
+    folder.add(1, "begin", start, Folder::HALF);
+    EXPECT_EQ(take(), "4@1 7:8 begin / 5@7:8 end");
+    says({2, 3}, {"begin", "odd", "end"});
+    folder.add(1, "odd", start, Folder::REST);
+    EXPECT_EQ(take(), "4@2:3 begin / 4@1:3 odd / 5@2:3 end");
 }
 
 TEST_F(FolderTest, WaitsForThoseWhoComeAndForNobodyElse) {
@@ -203,7 +210,7 @@ class World {
             said[id].push_back("half");
             halves.insert(id);
         } else if (halves.contains(id) && pick(2) == 0) {
-            const std::string rest = "rest" + std::to_string(pick(3));
+            const std::string rest = "extra " + std::to_string(pick(3));
             const bool left = displayed[id].size() == said[id].size();
             const bool again = pick(3) == 0;
             folder.add(id, rest, now, again ? Folder::HALF_REST : Folder::REST);
