@@ -3,21 +3,12 @@
 #include "backend/os/text.h"
 #include "frontend/switchboard/pipeline.h"
 
-#include <algorithm>
-
 namespace {
 
 // Calls of each thread that stat asks for.
 constexpr int maxCalls = 500;
 
 } // namespace
-
-int Request::commonLines() const {
-    std::optional<int> least;
-    for (const auto& [client, count] : lineCounts)
-        least = std::min(least.value_or(count), count);
-    return least.value_or(0);
-}
 
 Work Request::work() const {
     if (stat) return {number, Work::STACKS, stat->withPlaces()};
