@@ -129,6 +129,7 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) override;
     void onMissing(int task, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
+    void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }
 
     // RemoteClient::Owner
