@@ -15,7 +15,7 @@
 /// by itself when it has grown to maxLine bytes, at the same byte for all clients.
 class LineCutter {
   public:
-    static constexpr std::size_t maxLine = 16 * 1024 * 1024;
+    static constexpr std::size_t maxLine = 4 * 1024 * 1024;
 
     /// A line without its newline, or a stretch of one.
     struct Piece {
