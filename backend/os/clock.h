@@ -9,6 +9,8 @@ namespace Wait {
 
 /// Output waits at most this long for more of its kind before it is sent.
 constexpr auto window = std::chrono::milliseconds(200);
+/// Lines with which others still merge wait at most this long.
+constexpr auto fold = std::chrono::milliseconds(1000);
 /// A line that a running program has not ended may still get its end; after this time it is shown
 /// as it is.
 constexpr auto halfLine = std::chrono::milliseconds(500);
