@@ -108,6 +108,10 @@ void DebuggerServer::onPrompt(int /*client*/) {
     send(AgentRecord::PROMPT, "");
 }
 
+void DebuggerServer::onRuns(int /*client*/, bool runs) {
+    send(runs ? AgentRecord::RUNS : AgentRecord::STANDS, "");
+}
+
 void DebuggerServer::tellIdentity() {
     Identity task = client ? client->who() : Identity::ofProcess(target != 0 ? target : -1);
     if (task.rank.empty() && target == 0) task.rank = std::to_string(rank);

@@ -71,6 +71,7 @@ class DebuggerServer : public Client::Listener,
     // Client::Listener
     void onOutput(int client, std::string_view text) override;
     void onPrompt(int client) override;
+    void onRuns(int client, bool runs) override;
     bool mayRead(int client) override;
 
     // Connector::Owner

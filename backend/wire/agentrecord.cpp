@@ -60,7 +60,7 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
     Packer packer;
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
-    if (!(type >= HELLO && type <= TELL) && !(type >= START && type <= CHALLENGE))
+    if (!(type >= HELLO && type <= STANDS) && !(type >= START && type <= CHALLENGE))
         throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};
 }

@@ -19,6 +19,8 @@ struct AgentRecord {
         PROOF,    // the answer to CHALLENGE: the agent knows the secret (Handshake)
         HOLDS,    // the debugger has attached to its process; before its first PROMPT
         TELL,     // one line for the user
+        RUNS,     // the debugger tells that its task runs from now on
+        STANDS,   // the same: it stands still
         // From the front end.
         START = 101, // DebuggerStart
         TYPE,        // a line for the debugger
@@ -43,7 +45,7 @@ struct AgentRecord {
 
 /// How an agent introduces itself.
 struct AgentHello {
-    static constexpr int version = 2;
+    static constexpr int version = 3;
 
     int protocol = version;
     /// Chosen for this connection.

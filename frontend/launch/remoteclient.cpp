@@ -53,6 +53,10 @@ void RemoteClient::onRecord(const AgentRecord& record) {
     case AgentRecord::PROMPT:
         if (alive) listener.onPrompt(number);
         break;
+    case AgentRecord::RUNS:
+    case AgentRecord::STANDS:
+        if (alive) listener.onRuns(number, record.type == AgentRecord::RUNS);
+        break;
     case AgentRecord::ENDED:
         // The agent stays: a launcher takes the end of one task's process for the end of the job.
         if (std::exchange(alive, false)) owner.onEnded(number);

@@ -130,6 +130,11 @@ void Clients::onLauncherSaid(const std::string& line) {
     if (phase == RUNNING) owner.announce(text);
 }
 
+void Clients::onLeftBehind(const std::string& launcher, const std::string& remedy) {
+    std::fprintf(stderr, "vex: %s had to be killed, and its job may still run; end that by: %s\n",
+                 launcher.c_str(), remedy.c_str());
+}
+
 // The debugger has prompted, or ended; the first of these is the end of its start.
 void Clients::settle(int id, Task::Phase reached) {
     const bool wasStarting = std::exchange(at(id).phase, reached) == Task::STARTING;
@@ -141,6 +146,8 @@ void Clients::settle(int id, Task::Phase reached) {
 void Clients::allStarted() {
     std::fputs(startupOutput.report(driver).c_str(), stderr);
     if (const auto problem = defect()) return fail(*problem);
+    if (const std::string notice = driver.notice(); !notice.empty())
+        std::fprintf(stderr, "vex: %s\n", notice.c_str());
     phase = RUNNING;
     patience.cancel();
     forked.begin(static_cast<int>(tasks.size()));
@@ -222,6 +229,10 @@ void Clients::onPrompt(int id) {
     settle(id, Task::READY);
 }
 
+void Clients::onRuns(int id, bool runs) {
+    if (phase == RUNNING) owner.onClientRuns(id, runs);
+}
+
 void Clients::onEnded(int id) {
     if (phase == STARTING) startupOutput.add(id, "\nthe debugger ended during the start\n");
     if (phase != RUNNING) return settle(id, Task::ENDED);
@@ -293,7 +304,7 @@ void Clients::end() {
 }
 
 bool Clients::releasing() const {
-    if (agents && count(Task::AWAITED) < tasks.size() && agents->running()) return true;
+    if (agents && agents->running()) return true;
     const auto isHere = [](const Task& task) {
         return task.client && task.client->pid() != -1 && task.client->running();
     };

@@ -121,6 +121,7 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     // Client::Listener
     void onOutput(int task, std::string_view text) override;
     void onPrompt(int task) override;
+    void onRuns(int task, bool runs) override;
     bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
 
     // LaunchedJob::Owner
@@ -129,6 +130,7 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) override;
     void onMissing(int task, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
+    void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }
 
     // RemoteClient::Owner

@@ -118,6 +118,10 @@ void ForkedClients::onPrompt(int number) {
         onFirstPrompt(number);
 }
 
+void ForkedClients::onRuns(int number, bool runs) {
+    if (!over && at(number).joined()) owner.onClientRuns(number, runs);
+}
+
 void ForkedClients::onEnded(int number) {
     Fork& fork = at(number);
     const bool joined = fork.joined();

@@ -1,5 +1,6 @@
 #include "frontend/switchboard/dispatcher.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 
 #include <algorithm>
@@ -122,6 +123,7 @@ void Dispatcher::advance(int id, Clock::time_point now) {
             program.typed = true;
             node.type({id}, Text::afterWord(words));
         } else {
+            if (!request.stat) line = SafeText::line(std::move(line));
             deliver(request, id, line, now);
         }
     }
@@ -148,7 +150,8 @@ void Dispatcher::report(Request& request, std::optional<int> last) {
     }
     for (const auto& group : request.stat->rows()) {
         for (const auto& row : group)
-            request.gathered.addRow(row.clients, row.text, {}, &row != &group.front());
+            request.gathered.addRow(row.clients, SafeText::of(row.text), {},
+                                    &row != &group.front());
     }
     requests.arm(request);
 }
@@ -240,16 +243,19 @@ void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::strin
     hear(work, clients, lines, now, Folder::WHOLE);
 }
 
-// It has waited long enough.
-void Dispatcher::saidHalf(int work, const ClientSet& clients, std::string line,
+// The beginning of a line has waited long enough. What goes on with it stands directly behind it.
+void Dispatcher::saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                           Clock::time_point now) {
-    hear(work, clients, {std::move(line)}, now - Wait::window, Folder::HALF);
+    const auto cut = static_cast<Folder::Cut>((part.goesOn ? Folder::REST : Folder::WHOLE) |
+                                              (part.ended ? Folder::WHOLE : Folder::HALF));
+    hear(work, clients, {part.text}, part.ended ? now : now - Wait::window, cut);
 }
 
 void Dispatcher::deliver(Request& request, int id, const std::string& text, Clock::time_point now) {
     if (!request.stat) return request.gathered.add(id, text, now);
     const auto* row = request.stat->find(text);
-    request.gathered.addRow(row ? row->clients : request.members, row ? row->text : text, now);
+    request.gathered.addRow(row ? row->clients : request.members,
+                            row ? SafeText::of(row->text) : SafeText::line(text), now);
 }
 
 void Dispatcher::asks(int work, const ClientSet& clients, const std::string& question,
@@ -257,7 +263,6 @@ void Dispatcher::asks(int work, const ClientSet& clients, const std::string& que
     Request* const request = requests.find(work);
     if (!request) return;
     ClientSet fresh = request->waiting.intersection(clients);
-    fresh.erase(request->asking);
     if (fresh.empty()) return;
     if (request->unnamed.empty() || fresh.front() < request->unnamed.front())
         request->question = question;
@@ -301,15 +306,15 @@ bool Dispatcher::programRuns(int id) const {
 
 void Dispatcher::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
     Program& program = programs[id];
-    for (std::string& line : program.lines.feed(text, now))
-        program.script.push_back(std::move(line));
+    for (LineCutter::Piece& line : program.lines.feed(text, now))
+        program.script.push_back(std::move(line.text));
     advance(id, now);
 }
 
 void Dispatcher::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
     const Request& request = *at(id).request;
     Program& program = programs[id];
-    if (auto line = program.lines.takePartial()) program.script.push_back(std::move(*line));
+    if (auto line = program.lines.takeRest()) program.script.push_back(std::move(line->text));
     program.lines = LineCutter();
     program.runs = false;
     // A filter that finds nothing ends so; its other faults it reports itself.
@@ -329,14 +334,16 @@ bool Dispatcher::userProgramMayTalk(int id) const {
 
 void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
                      const std::string& text) {
-    outlet.toConsole(console, Folder::record(Folder().aside(about, text), console, cmd));
+    outlet.toConsole(console,
+                     Folder::record(Folder().aside(about, SafeText::of(text)), console, cmd));
 }
 
 // Says something about clients of a running request, below what they have printed.
 void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
     requests.flush(request);
-    outlet.toConsole(request.console, Folder::record(request.gathered.aside(about, text),
-                                                     request.console, request.text));
+    outlet.toConsole(request.console,
+                     Folder::record(request.gathered.aside(about, SafeText::of(text)),
+                                    request.console, request.text));
 }
 
 void Dispatcher::announce(int console, const ClientSet& about, const std::string& text) {
@@ -347,7 +354,8 @@ void Dispatcher::announce(int console, const ClientSet& about, const std::string
         where = request;
         break;
     }
-    outlet.toConsole(console, Folder::record(where->gathered.aside(about, text), console, ""));
+    outlet.toConsole(console,
+                     Folder::record(where->gathered.aside(about, SafeText::of(text)), console, ""));
 }
 
 // Names the clients that wait for an answer, and lets the console prompt for it.

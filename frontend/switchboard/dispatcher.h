@@ -95,7 +95,7 @@ class Dispatcher : public Node::Listener {
     // Node::Listener
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override;
-    void saidHalf(int work, const ClientSet& clients, std::string line,
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                   Clock::time_point now) override;
     void captured(int work, int client, const std::string& text) override;
     void stacks(int work, const StackTree& tree) override;

@@ -1,6 +1,7 @@
 #include "frontend/switchboard/switchboard.h"
 
 #include "backend/folding/folder.h"
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
@@ -138,7 +139,7 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
     if (!pipeline) {
         Folder rows;
         for (int id : members)
-            rows.addRow({id}, outlet.describe(id), now);
+            rows.addRow({id}, SafeText::of(outlet.describe(id)), now);
         outlet.toConsole(number, Folder::record(rows.take(), number, request.text));
         sendReady(number, consoles[number]);
         return;

@@ -54,6 +54,8 @@ class Switchboard : private Dispatcher::Listener {
     /// What a client printed, without its prompts.
     void output(int client, std::string_view text, Clock::time_point now);
     void prompted(int client, Clock::time_point now);
+    /// The client's debugger tells that its task runs from now on, or stands still.
+    void runs(int client, bool nowRuns) { local.runs(client, nowRuns); }
     /// Adds an idle client, whose number was never used; the text names its process.
     void clientForked(int client, const std::string& process);
     /// Tells all consoles something about a client.

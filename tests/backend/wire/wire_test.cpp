@@ -83,7 +83,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     hello.host = std::string("no\0de", 5);
     EXPECT_THROW(AgentHello::of(hello.record()), BrokenConnection);
     for (const std::string& body : {std::string(), std::string("\0\0\0", 3), std::string(4, '\0'),
-                                    std::string("\0\0\0\x09", 4), std::string(4, '\xff')})
+                                    std::string("\0\0\0\x0b", 4), std::string(4, '\xff')})
         EXPECT_THROW(AgentRecord::unpack(body), BrokenConnection);
 }
 
