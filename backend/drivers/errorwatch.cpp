@@ -2,6 +2,8 @@
 
 #include "backend/os/text.h"
 
+#include <utility>
+
 std::string ErrorWatch::pass(int client, std::string_view text, bool counts) {
     Seen& each = seen(client);
     std::string plain;
@@ -36,6 +38,15 @@ void ErrorWatch::ended(int client) {
 void ErrorWatch::count(int client) {
     ++errors;
     culprits.insert(client);
+}
+
+void ErrorWatch::add(int more, const ClientSet& whose) {
+    errors += more;
+    culprits.insert(whose);
+}
+
+std::pair<int, ClientSet> ErrorWatch::take() {
+    return {static_cast<int>(std::exchange(errors, 0)), std::exchange(culprits, {})};
 }
 
 std::optional<std::string> ErrorWatch::verdict() const {
