@@ -22,6 +22,7 @@ end() {
     for each in d ctld munge; do
         [ -s "$dir/$each.pid" ] && kill "$(cat "$dir/$each.pid")" 2>/dev/null
     done
+    pkill -KILL -P $$
     rm -rf "$dir" "$scratch"
 }
 trap end EXIT
@@ -109,8 +110,9 @@ expect "each task knows its rank" says '^3 | $1 = 3'
 expect "nothing of it is left" states ""
 
 asUser srun -n 4 sleep 1000 >/dev/null 2>&1 &
+job=$!
 expect "a job runs" states "R "
-expect "its tasks are found" batch 'vex who\n' --mpi "$(pgrep -o -x srun)"
+expect "its tasks are found" batch 'vex who\n' --mpi "$job"
 expect "with their ranks" says '^3 | rank 3 '
 expect "the job goes on" states "R "
 scancel -u "$user"
