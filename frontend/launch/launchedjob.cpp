@@ -160,7 +160,10 @@ void LaunchedJob::setSize(int size) {
 }
 
 void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
-    if (phase == OVER) return;
+    if (phase == OVER) {
+        if (const auto remedy = logins.remedy(login)) owner.onLeftBehind(plan.launcher[0], *remedy);
+        return;
+    }
     if (logins.finished(login))
         return owner.onLauncherSaid("(" + how + "; tasks that end with it are removed)");
     if (perHost()) {
@@ -195,7 +198,7 @@ void LaunchedJob::stop() {
     phase = OVER;
     file.reset();
     if (port) port->close();
-    if (perHost()) logins.kill();
+    logins.stop();
 }
 
 void LaunchedJob::fail(const std::string& problem) {

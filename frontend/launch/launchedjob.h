@@ -43,6 +43,9 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
         virtual void onMissing(int client, const std::string& problem) = 0;
         /// The launcher printed a line, or something is to be told of it.
         virtual void onLauncherSaid(const std::string& line) = 0;
+        /// A launcher did not end when it was asked to, and was killed; the command takes back what
+        /// it has left behind.
+        virtual void onLeftBehind(const std::string& launcher, const std::string& remedy) = 0;
         /// The start has failed; a sentence for the user.
         virtual void onJobFailed(const std::string& problem) = 0;
     };
@@ -63,7 +66,8 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     bool running() const { return logins.running(); }
     /// Adds the ids of the launchers' processes.
     void listPids(std::vector<pid_t>& pids) const { logins.listPids(pids); }
-    /// Lets no further agent in, and says nothing more. Ends logins that have brought no agent.
+    /// Lets no further agent in, and tells of nothing more but of what a launcher leaves behind.
+    /// Makes the launchers end, which collect sees.
     void stop();
 
   private:

@@ -136,6 +136,11 @@ void Clients::onLauncherSaid(const std::string& line) {
     if (phase == RUNNING) owner.announce(text);
 }
 
+void Clients::onLeftBehind(const std::string& launcher, const std::string& remedy) {
+    std::fprintf(stderr, "vex: %s had to be killed, and its job may still run; end that by: %s\n",
+                 launcher.c_str(), remedy.c_str());
+}
+
 // The debugger has prompted, or ended; the first of these is the end of its start.
 void Clients::settle(int id, Task::Phase reached) {
     const bool wasStarting = std::exchange(at(id).phase, reached) == Task::STARTING;
@@ -369,7 +374,7 @@ void Clients::end() {
 }
 
 bool Clients::releasing() const {
-    if (agents && count(Task::AWAITED) < tasks.size() && agents->running()) return true;
+    if (agents && agents->running()) return true;
     const auto isHere = [](const Task& task) {
         return task.client && task.client->pid() != -1 && task.client->running();
     };

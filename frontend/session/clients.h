@@ -140,6 +140,7 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     void onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) override;
     void onMissing(int task, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
+    void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }
 
     // RemoteNode::Owner
