@@ -346,35 +346,6 @@ void Switchboard::prompted(int id, Clock::time_point now) {
     tellDeadline();
 }
 
-void Switchboard::said(int work, const ClientSet& clients, std::vector<std::string> lines,
-                       Clock::time_point now) {
-    dispatcher.said(work, clients, std::move(lines), now);
-    tellDeadline();
-}
-
-void Switchboard::saidHalf(int work, const ClientSet& clients, std::string line,
-                           Clock::time_point now) {
-    dispatcher.saidHalf(work, clients, std::move(line), now);
-    tellDeadline();
-}
-
-void Switchboard::captured(int work, int id, const std::string& text) {
-    dispatcher.captured(work, id, text);
-}
-
-void Switchboard::stacks(int work, const StackTree& tree) { dispatcher.stacks(work, tree); }
-
-void Switchboard::answered(int work, const ClientSet& clients, Clock::time_point now) {
-    dispatcher.answered(work, clients, now);
-    tellDeadline();
-}
-
-void Switchboard::asks(int work, const ClientSet& clients, const std::string& question,
-                       Clock::time_point now) {
-    dispatcher.asks(work, clients, question, now);
-    tellDeadline();
-}
-
 void Switchboard::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
     dispatcher.userProgramOutput(id, text, now);
     tellDeadline();

@@ -17,6 +17,8 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 /// Connects consoles with clients: knows the groups, decides which console may ask which clients
 /// for what, and gives each console the single answer that it waits for. What the clients do is the
@@ -83,14 +85,28 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
 
     // Node::Listener
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
-              Clock::time_point now) override;
+              Clock::time_point now) override {
+        dispatcher.said(work, clients, std::move(lines), now);
+        tellDeadline();
+    }
     void saidHalf(int work, const ClientSet& clients, std::string line,
-                  Clock::time_point now) override;
-    void captured(int work, int client, const std::string& text) override;
-    void stacks(int work, const StackTree& tree) override;
-    void answered(int work, const ClientSet& clients, Clock::time_point now) override;
+                  Clock::time_point now) override {
+        dispatcher.saidHalf(work, clients, std::move(line), now);
+        tellDeadline();
+    }
+    void captured(int work, int client, const std::string& text) override {
+        dispatcher.captured(work, client, text);
+    }
+    void stacks(int work, const StackTree& tree) override { dispatcher.stacks(work, tree); }
+    void answered(int work, const ClientSet& clients, Clock::time_point now) override {
+        dispatcher.answered(work, clients, now);
+        tellDeadline();
+    }
     void asks(int work, const ClientSet& clients, const std::string& question,
-              Clock::time_point now) override;
+              Clock::time_point now) override {
+        dispatcher.asks(work, clients, question, now);
+        tellDeadline();
+    }
 
     /// Does what is due: what was gathered leaves, interrupts are answered.
     void tick(Clock::time_point now);
