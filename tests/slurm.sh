@@ -110,9 +110,9 @@ expect "each task knows its rank" says '^3 | $1 = 3'
 expect "nothing of it is left" states ""
 
 asUser srun -n 4 sleep 1000 >/dev/null 2>&1 &
-job=$!
+job=$! # the shell that runs it
 expect "a job runs" states "R "
-expect "its tasks are found" batch 'vex who\n' --mpi "$job"
+expect "its tasks are found" batch 'vex who\n' --mpi "$(pgrep -x srun -P "$job")"
 expect "with their ranks" says '^3 | rank 3 '
 expect "the job goes on" states "R "
 scancel -u "$user"
