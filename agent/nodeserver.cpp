@@ -74,7 +74,9 @@ void NodeServer::onRecord(const AgentRecord& record) {
 void NodeServer::start(const NodeRecords::Start& wanted) {
     const DebuggerStart& common = wanted.common;
     if (!node) {
-        driver = makeDriver(common.dialect);
+        const bool attach = std::ranges::any_of(
+            wanted.clients, [](const auto& client) { return client.second != 0; });
+        driver = makeDriver(common.dialect, attach);
         node.emplace(*driver, common.errorMark, static_cast<ServedNode::Outlet&>(*this));
     }
     std::string problem;

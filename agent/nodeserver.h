@@ -86,6 +86,7 @@ class NodeServer : public Client::Listener,
     // Client::Listener
     void onOutput(int client, std::string_view text) override;
     void onPrompt(int client) override;
+    void onRuns(int client, bool runs) override { node->runs(client, runs); }
     bool mayRead(int client) override;
 
     // Connector::Owner

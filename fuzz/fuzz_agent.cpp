@@ -27,7 +27,8 @@ struct Reader : Node, Node::Listener {
               Clock::time_point) override {
         sum += clients.size() * lines.size();
     }
-    void saidHalf(int, const ClientSet& clients, std::string, Clock::time_point) override {
+    void saidPart(int, const ClientSet& clients, const LineCutter::Piece&,
+                  Clock::time_point) override {
         sum += clients.size();
     }
     void captured(int, int, const std::string& text) override { sum += text.size(); }

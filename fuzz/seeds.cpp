@@ -79,9 +79,9 @@ int main(int argc, char** argv) {
     StackTree tree;
     tree.add(1, {"poll", "main"});
     seed("agent", NodeRecords::begin(odd, {7}).frames() + NodeRecords::type(odd, "where").frames());
-    seed("agent", NodeRecords::lines(7, {}, {{odd, "$1 = 1"}, {{1}, "> ", true}}).frames() +
-                      NodeRecords::stacks(7, tree).frames() +
-                      NodeRecords::asks(7, odd, "> ").frames());
+    seed("agent",
+         NodeRecords::lines(7, {}, {{odd, {"$1 = 1"}}, {{1}, {"> ", false, false}}}).frames() +
+             NodeRecords::stacks(7, tree).frames() + NodeRecords::asks(7, odd, "> ").frames());
     seed("agent", NodeRecords::notes(AgentRecord::IDENTITY, {{1, "rank 1"}}).frames() +
                       NodeRecords::about(AgentRecord::ENDED, odd).frames());
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");

@@ -42,7 +42,7 @@ class ErrorWatch {
     struct Seen {
         explicit Seen(const std::string& mark) : matcher(mark) {}
         PromptMatcher matcher;
-        std::string partialLine;
+        std::string lineBegin; // of the unfinished line, for a driver that tells errors by lines
         std::string lastTyped;
         long marks = 0;
     };
@@ -55,4 +55,5 @@ class ErrorWatch {
 
     Seen& seen(int client) { return clients.try_emplace(client, errorMark).first->second; }
     void count(int client);
+    long errorLines(Seen& each, std::string_view text) const;
 };

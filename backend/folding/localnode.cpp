@@ -1,5 +1,6 @@
 #include "backend/folding/localnode.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/folding/stacktext.h"
 
 #include <algorithm>
@@ -12,8 +13,10 @@ constexpr std::size_t maxCaptured = 64 * 1024 * 1024;
 
 } // namespace
 
-void LocalNode::Worker::capture(const std::string& text) {
-    if (captured.size() < maxCaptured) captured += text + "\n";
+void LocalNode::Worker::capture(const LineCutter::Piece& piece) {
+    if (captured.size() >= maxCaptured) return;
+    captured += piece.text;
+    if (piece.ended) captured += '\n';
 }
 
 // --- what clients are to do
@@ -22,17 +25,17 @@ void LocalNode::begin(const ClientSet& clients, const Work& work, Clock::time_po
     for (const int id : clients) {
         Worker& worker = workers[id];
         // What the client said before is no part of the answer.
-        takeHalf(id, worker, now);
-        worker.cutter.breakLine();
+        takeRest(id, worker, now);
         worker.work = work;
         worker.captured.clear();
-        worker.asked = false;
+        worker.asked = worker.silent = false;
     }
 }
 
 void LocalNode::type(const ClientSet& clients, const std::string& line) {
     for (const int id : clients) {
         workers[id].exchange.begin();
+        workers[id].task.typed(line, driver);
         outlet.toClient(id, line);
     }
 }
@@ -48,11 +51,10 @@ ClientSet LocalNode::reply(const ClientSet& clients, const std::string& text,
     ClientSet asking;
     for (const int id : clients) {
         Worker& worker = workers[id];
-        if (!worker.exchange.open() || !driver.asks(worker.cutter.tail())) continue;
+        if (!worker.asks(driver)) continue;
         asking.insert(id);
-        takeHalf(id, worker, now);
-        worker.cutter.breakLine();
-        worker.asked = false;
+        takeRest(id, worker, now);
+        worker.asked = worker.silent = false;
         outlet.toClient(id, text);
     }
     return asking;
@@ -62,11 +64,13 @@ ClientSet LocalNode::reply(const ClientSet& clients, const std::string& text,
 
 void LocalNode::output(int id, std::string_view text, Clock::time_point now) {
     Worker& worker = workers[id];
+    // It was only slow.
+    if (std::exchange(worker.silent, false)) worker.asked = false;
     std::vector<std::string> lines;
-    for (std::string& line : worker.cutter.feed(text, now)) {
+    for (LineCutter::Piece& piece : worker.cutter.feed(text, now)) {
         // A program's terminal that is not raw ends lines so.
-        if (line.ends_with('\r')) line.pop_back();
-        switch (worker.exchange.line(line, driver, now)) {
+        if (piece.ended && piece.text.ends_with('\r')) piece.text.pop_back();
+        switch (worker.exchange.line(piece.text, driver, now)) {
         case Exchange::TOO_LATE:
             continue;
         case Exchange::TOO_EARLY:
@@ -75,10 +79,7 @@ void LocalNode::output(int id, std::string_view text, Clock::time_point now) {
         case Exchange::ANSWER:
             break;
         }
-        if (worker.captures())
-            worker.capture(line);
-        else
-            lines.push_back(std::move(line));
+        hear(id, worker, std::move(piece), lines, now);
     }
     if (!lines.empty()) listener.said(worker.work.number, {id}, std::move(lines), now);
     if (!worker.cutter.since()) return;
@@ -86,13 +87,27 @@ void LocalNode::output(int id, std::string_view text, Clock::time_point now) {
     awaitHalf(worker);
 }
 
-void LocalNode::takeHalf(int id, Worker& worker, Clock::time_point now) {
-    auto text = worker.cutter.takePartial();
-    if (!text) return;
-    if (worker.captures())
-        worker.capture(*text);
-    else
-        listener.said(worker.work.number, {id}, {std::move(*text)}, now);
+// Gathers whole lines, and tells parts of lines at once.
+void LocalNode::hear(int id, Worker& worker, LineCutter::Piece&& piece,
+                     std::vector<std::string>& lines, Clock::time_point now) {
+    if (worker.captures()) return worker.capture(piece);
+    piece.text = SafeText::line(driver.shown(std::move(piece.text)));
+    if (piece.ended && !piece.goesOn) {
+        lines.push_back(std::move(piece.text));
+        return;
+    }
+    if (!lines.empty()) listener.said(worker.work.number, {id}, std::exchange(lines, {}), now);
+    listener.saidPart(worker.work.number, {id}, piece, now);
+}
+
+// What is left of the unfinished line is all of it.
+void LocalNode::takeRest(int id, Worker& worker, Clock::time_point now) {
+    auto piece = worker.cutter.takeRest();
+    if (!piece) return;
+    piece->ended = true;
+    std::vector<std::string> lines;
+    hear(id, worker, std::move(*piece), lines, now);
+    if (!lines.empty()) listener.said(worker.work.number, {id}, std::move(lines), now);
 }
 
 void LocalNode::prompted(int id, Clock::time_point now) {
@@ -101,10 +116,11 @@ void LocalNode::prompted(int id, Clock::time_point now) {
     // Behind its first prompt a debugger prints only what an interrupt makes it say.
     const bool settled = worker.exchange.settling();
     if (settled)
-        worker.cutter.takePartial();
+        worker.cutter.takeRest();
     else
-        takeHalf(id, worker, now);
-    worker.cutter.breakLine();
+        takeRest(id, worker, now);
+    worker.silent = false;
+    worker.task.answered();
     // The answer ends here, though the exchange may go on.
     if (worker.exchange.prompt(now) == Exchange::ANSWERED)
         answer(id, worker, now);
@@ -125,17 +141,15 @@ void LocalNode::answer(int id, Worker& worker, Clock::time_point now) {
 void LocalNode::gone(int id, Clock::time_point now) {
     const auto at = workers.find(id);
     if (at == workers.end()) return;
-    takeHalf(id, at->second, now);
+    takeRest(id, at->second, now);
     unfinished.erase(id);
     workers.erase(at);
 }
 
 // --- time
 
-// A line without its end may still get it, but not when it is a question.
 Clock::time_point LocalNode::halfUntil(const Worker& worker) const {
-    return *worker.cutter.since() +
-           (driver.asks(worker.cutter.tail()) ? Wait::window : Wait::halfLine);
+    return worker.task.shows(worker.cutter, driver.asks(worker.cutter.tail()));
 }
 
 void LocalNode::awaitHalf(const Worker& worker) {
@@ -150,19 +164,20 @@ void LocalNode::lookAtHalves(Clock::time_point now) {
     ClientSet left;
     for (const int id : unfinished) {
         Worker& worker = workers[id];
-        const bool asks = worker.exchange.open() && driver.asks(worker.cutter.tail());
         if (worker.cutter.since() && halfUntil(worker) > now) {
             left.insert(id);
             awaitHalf(worker);
-            if (asks && !worker.asked) younger.insert(worker.work.number);
+            if (worker.asks(driver) && !worker.asked) younger.insert(worker.work.number);
             continue;
         }
         // Time cuts no line that is captured.
+        if (worker.cutter.since()) worker.silent = !worker.task.runs();
         if (worker.cutter.since() && !worker.captures()) {
-            if (auto text = worker.cutter.takePartial())
-                listener.saidHalf(worker.work.number, {id}, std::move(*text), now);
+            std::vector<std::string> none;
+            if (auto piece = worker.cutter.takePartial())
+                hear(id, worker, std::move(*piece), none, now);
         }
-        if (asks && !worker.asked) asking[worker.work.number].insert(id);
+        if (worker.asks(driver) && !worker.asked) asking[worker.work.number].insert(id);
     }
     for (const auto& [work, clients] : asking) {
         // They are waited for, so that all are told together.
@@ -172,7 +187,7 @@ void LocalNode::lookAtHalves(Clock::time_point now) {
         }
         for (const int id : clients)
             workers[id].asked = true;
-        listener.asks(work, clients, workers[clients.front()].cutter.tail(), now);
+        listener.asks(work, clients, SafeText::line(workers[clients.front()].cutter.tail()), now);
     }
     unfinished = std::move(left);
 }

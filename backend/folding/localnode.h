@@ -4,6 +4,7 @@
 #include "backend/folding/exchange.h"
 #include "backend/folding/linecutter.h"
 #include "backend/folding/node.h"
+#include "backend/folding/taskstate.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 
@@ -13,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 /// The node of the debuggers that this process runs: makes of what they print lines, answers and
 /// questions. Does no I/O: it is told what happened and at what time, and acts through its Outlet,
@@ -42,6 +44,8 @@ class LocalNode : public Node {
     /// What a client's debugger printed, without its prompts.
     void output(int client, std::string_view text, Clock::time_point now);
     void prompted(int client, Clock::time_point now);
+    /// The client's debugger tells that its task runs from now on, or stands still.
+    void runs(int client, bool nowRuns) { workers[client].task.told(nowRuns); }
     /// The client's debugger has ended: its last words are said, and it answers no more.
     void gone(int client, Clock::time_point now);
 
@@ -56,10 +60,15 @@ class LocalNode : public Node {
         Exchange exchange;
         LineCutter cutter;
         std::string captured; // its answer, which is not told line by line
-        bool asked = false;   // its question was told
+        TaskState task;
+        bool silent = false; // half a line was told, and nothing has come since
+        bool asked = false;  // its question was told
 
         bool captures() const { return work.output != Work::LINES && exchange.open(); }
-        void capture(const std::string& text);
+        void capture(const LineCutter::Piece& piece);
+        bool asks(const Driver& driver) const {
+            return exchange.open() && (silent || driver.asks(cutter.tail()));
+        }
     };
 
     const Driver& driver;
@@ -75,7 +84,9 @@ class LocalNode : public Node {
     /// When the first of them may be due.
     std::optional<Clock::time_point> halfDue;
 
-    void takeHalf(int client, Worker& worker, Clock::time_point now);
+    void hear(int client, Worker& worker, LineCutter::Piece&& piece,
+              std::vector<std::string>& lines, Clock::time_point now);
+    void takeRest(int client, Worker& worker, Clock::time_point now);
     void awaitHalf(const Worker& worker);
     Clock::time_point halfUntil(const Worker& worker) const;
     void lookAtHalves(Clock::time_point now);

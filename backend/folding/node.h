@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backend/folding/linecutter.h"
 #include "backend/folding/stacktree.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
@@ -29,7 +30,8 @@ struct Work {
 
 /// The debuggers of one node, in this process or on another machine: types lines at them, and tells
 /// its Listener what sets of clients make of it. What a client says belongs to the work that it has
-/// begun last, also when that is over. Each node has clients of its own.
+/// begun last, also when that is over. Its lines are safe to show (SafeText), captured text is as
+/// it came. Each node has clients of its own.
 class Node {
   public:
     /// Hears of the clients of nodes. Must not call back but for work that is begun by what it has
@@ -40,9 +42,9 @@ class Node {
         /// The next lines of each of the clients.
         virtual void said(int work, const ClientSet& clients, std::vector<std::string> lines,
                           Clock::time_point now) = 0;
-        /// The same of a line that is not finished, and that is shown as it stands. What follows it
-        /// comes as a line of its own.
-        virtual void saidHalf(int work, const ClientSet& clients, std::string line,
+        /// The same of a part of a line: its beginning, which is shown as it stands, or what goes
+        /// on with the part before.
+        virtual void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                               Clock::time_point now) = 0;
         /// All that a client has answered to work whose output is WHOLE; before `answered`.
         virtual void captured(int work, int client, const std::string& text) = 0;

@@ -18,7 +18,7 @@ constexpr std::string DebuggerStart::*startTexts[] = {
 };
 
 // What a row begins with.
-enum RowFlags { HALF = 1, SAME_CLIENTS = 2, ALL_FLAGS = 3 };
+enum RowFlags { GOES_ON = 1, UNENDED = 2, SAME_CLIENTS = 4, ALL_FLAGS = 7 };
 
 void put(ByteWriter& out, int value) { out.number(static_cast<std::uint64_t>(value)); }
 
@@ -65,12 +65,14 @@ void tellLines(ByteReader& in, Node::Listener& listener, Clock::time_point now) 
             clients = in.set();
         }
         if (clients.empty()) throw BrokenConnection();
-        if (flags & HALF) {
-            tell();
-            listener.saidHalf(work, clients, std::string(in.text()), now);
-        } else {
+        if ((flags & (GOES_ON | UNENDED)) == 0) {
             lines.emplace_back(in.text());
+            continue;
         }
+        tell();
+        listener.saidPart(work, clients,
+                          {std::string(in.text()), (flags & GOES_ON) != 0, (flags & UNENDED) == 0},
+                          said);
     }
     in.end();
     tell();
@@ -264,9 +266,10 @@ AgentRecord NodeRecords::lines(int work, std::chrono::milliseconds age,
     const ClientSet* before = nullptr;
     for (const Row& row : rows) {
         const bool same = before && *before == row.clients;
-        put(out, (row.half ? HALF : 0) | (same ? SAME_CLIENTS : 0));
+        put(out, (row.piece.goesOn ? GOES_ON : 0) | (row.piece.ended ? 0 : UNENDED) |
+                     (same ? SAME_CLIENTS : 0));
         if (!same) out.set(row.clients);
-        out.text(row.text);
+        out.text(row.piece.text);
         before = &row.clients;
     }
     return {AgentRecord::LINES, out.take()};

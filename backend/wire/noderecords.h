@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/drivers/debuggerstart.h"
+#include "backend/folding/linecutter.h"
 #include "backend/folding/node.h"
 #include "backend/wire/agentrecord.h"
 
@@ -62,8 +63,7 @@ bool carryOut(const AgentRecord& record, const ClientSet& known, Node& node, Clo
 /// The next line of each of some clients.
 struct Row {
     ClientSet clients;
-    std::string text;
-    bool half = false; // Node::Listener::saidHalf
+    LineCutter::Piece piece; // Node::Listener::saidPart, when it is no whole line
 };
 /// Rows in the order of each client, of which the first is that old.
 AgentRecord lines(int work, std::chrono::milliseconds age, const std::vector<Row>& rows);

@@ -6,8 +6,6 @@ namespace {
 
 // When nobody has answered for so long, those who have are told of.
 constexpr auto quiet = std::chrono::milliseconds(20);
-// Bytes of lines that are held.
-constexpr std::size_t maxHeld = 1024 * 1024;
 
 } // namespace
 
@@ -19,6 +17,7 @@ void NodeReport::begun(const ClientSet& clients, const Work& work, Clock::time_p
     Sheet& sheet = sheets[work.number];
     sheet.instant = work.instant;
     sheet.clients.insert(clients);
+    sheet.lines.await(clients);
 }
 
 // Forgets a work that nobody has any more.
@@ -59,34 +58,26 @@ void NodeReport::ended(int client, Clock::time_point now) {
 
 // --- what clients say
 
-void NodeReport::add(int work, const ClientSet& clients, std::string line, bool half,
+void NodeReport::add(int work, const ClientSet& clients, const LineCutter::Piece& piece,
                      Clock::time_point now) {
     Sheet& sheet = sheets[work];
     if (!sheet.since) sheet.since = now;
-    const std::pair key(std::move(line), half);
-    for (const int id : clients) {
-        const std::size_t row = sheet.counts[id]++;
-        if (sheet.rows.size() <= row) sheet.rows.resize(row + 1);
-        auto [at, fresh] = sheet.rows[row].try_emplace(key);
-        at->second.insert(id);
-        if (fresh) sheet.bytes += key.first.size() + sizeof *at;
-    }
-    const bool alone = sheet.clients.size() <= 1;
-    hold(now,
-         alone || sheet.instant || sheet.bytes > maxHeld ? Clock::duration::zero() : Wait::window);
+    const auto cut = static_cast<Folder::Cut>((piece.ended ? Folder::WHOLE : Folder::HALF) |
+                                              (piece.goesOn ? Folder::REST : Folder::WHOLE));
+    sheet.lines.add(clients, piece.text, now, cut);
+    // The beginning of a line has waited before.
+    if (sheet.instant || !piece.ended || sheet.lines.full()) hold(now, Clock::duration::zero());
 }
 
 void NodeReport::said(int work, const ClientSet& clients, std::vector<std::string> lines,
                       Clock::time_point now) {
     for (std::string& line : lines)
-        add(work, clients, std::move(line), false, now);
+        add(work, clients, {std::move(line)}, now);
 }
 
-void NodeReport::saidHalf(int work, const ClientSet& clients, std::string line,
+void NodeReport::saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                           Clock::time_point now) {
-    add(work, clients, std::move(line), true, now);
-    // It has waited before.
-    hold(now, Clock::duration::zero());
+    add(work, clients, part, now);
 }
 
 void NodeReport::captured(int work, int client, const std::string& text) {
@@ -103,6 +94,8 @@ void NodeReport::answered(int work, const ClientSet& clients, Clock::time_point 
     Sheet& sheet = sheets[work];
     sheet.awaited.erase(clients);
     sheet.answered.insert(clients);
+    for (const int id : clients)
+        sheet.lines.answered(id);
     hold(now, sheet.awaited.empty() ? Clock::duration::zero() : quiet);
 }
 
@@ -121,8 +114,21 @@ void NodeReport::hold(Clock::time_point now, Clock::duration time) {
     due = std::min(latest, now + std::min<Clock::duration>(time, Wait::window));
 }
 
+std::optional<Clock::time_point> NodeReport::deadline() const {
+    std::optional<Clock::time_point> next = due;
+    for (const auto& [work, sheet] : sheets) {
+        const auto lines = sheet.lines.due();
+        if (lines && (!next || *lines < *next)) next = lines;
+    }
+    return next;
+}
+
 void NodeReport::tick(Clock::time_point now) {
-    if (due && *due <= now) flush(now);
+    if (due && *due <= now) return flush(now);
+    for (auto& [work, sheet] : sheets) {
+        const auto lines = sheet.lines.due();
+        if (lines && *lines <= now) sendLines(work, sheet, sheet.lines.takeDue(now), now);
+    }
 }
 
 void NodeReport::flush(Clock::time_point now) {
@@ -142,20 +148,21 @@ void NodeReport::flush(Clock::time_point now) {
     outlet.send(NodeRecords::about(AgentRecord::ENDED, over));
 }
 
-void NodeReport::send(int work, Sheet& sheet, Clock::time_point now) {
+void NodeReport::sendLines(int work, Sheet& sheet, Folder::Lines lines, Clock::time_point now) {
+    if (lines.empty()) return;
     std::vector<NodeRecords::Row> rows;
-    for (auto& variants : std::exchange(sheet.rows, {})) {
-        for (auto& [key, clients] : variants)
-            rows.push_back({std::move(clients), key.first, key.second});
-    }
-    sheet.counts.clear();
-    sheet.bytes = 0;
-    if (!rows.empty()) {
-        const auto age = now - sheet.since.value_or(now);
-        outlet.send(NodeRecords::lines(
-            work, std::chrono::duration_cast<std::chrono::milliseconds>(age), rows));
-    }
-    sheet.since.reset();
+    for (Folder::Line& line : lines.lines)
+        rows.push_back({std::move(line.clients),
+                        {std::move(line.text), (line.cut & Folder::REST) != 0,
+                         (line.cut & Folder::HALF) == 0}});
+    const auto age = now - sheet.since.value_or(now);
+    outlet.send(
+        NodeRecords::lines(work, std::chrono::duration_cast<std::chrono::milliseconds>(age), rows));
+    if (sheet.lines.empty()) sheet.since.reset();
+}
+
+void NodeReport::send(int work, Sheet& sheet, Clock::time_point now) {
+    sendLines(work, sheet, sheet.lines.take(), now);
     if (const auto tree = std::exchange(sheet.stacks, std::nullopt))
         outlet.send(NodeRecords::stacks(work, *tree));
     for (const auto& [text, clients] : std::exchange(sheet.whole, {}))

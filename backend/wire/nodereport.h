@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backend/folding/folder.h"
 #include "backend/folding/node.h"
 #include "backend/os/clock.h"
 #include "backend/wire/noderecords.h"
@@ -37,7 +38,7 @@ class NodeReport : public Node::Listener {
     // Node::Listener
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override;
-    void saidHalf(int work, const ClientSet& clients, std::string line,
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                   Clock::time_point now) override;
     void captured(int work, int client, const std::string& text) override;
     void stacks(int work, const StackTree& tree) override;
@@ -45,7 +46,7 @@ class NodeReport : public Node::Listener {
     void asks(int work, const ClientSet& clients, const std::string& question,
               Clock::time_point now) override;
 
-    std::optional<Clock::time_point> deadline() const { return due; }
+    std::optional<Clock::time_point> deadline() const;
     void tick(Clock::time_point now);
     /// Sends all that was gathered.
     void flush(Clock::time_point now);
@@ -55,11 +56,9 @@ class NodeReport : public Node::Listener {
     struct Sheet {
         bool instant = false;
         ClientSet clients;
-        ClientSet awaited;                 // those that have not answered
-        std::map<int, std::size_t> counts; // of rows, by client
-        std::vector<std::map<std::pair<std::string, bool>, ClientSet>> rows; // half or not
-        std::size_t bytes = 0;
-        std::optional<Clock::time_point> since; // the first row
+        ClientSet awaited; // those that have not answered
+        Folder lines{Wait::window};
+        std::optional<Clock::time_point> since; // the first line that was not sent
         std::optional<StackTree> stacks;
         std::map<std::string, ClientSet> whole;
         ClientSet answered;
@@ -75,8 +74,9 @@ class NodeReport : public Node::Listener {
     std::optional<Clock::time_point> since; // the first of what is gathered
     std::optional<Clock::time_point> due;
 
-    void add(int work, const ClientSet& clients, std::string line, bool half,
+    void add(int work, const ClientSet& clients, const LineCutter::Piece& piece,
              Clock::time_point now);
+    void sendLines(int work, Sheet& sheet, Folder::Lines lines, Clock::time_point now);
     void hold(Clock::time_point now, Clock::duration time);
     void leave(int client, Clock::time_point now);
     void send(int work, Sheet& sheet, Clock::time_point now);

@@ -32,6 +32,8 @@ class ServedNode : private Node {
     void output(int client, std::string_view text, Clock::time_point now);
     /// The first time, `holds` says whether it holds the process that it was to attach to.
     void prompted(int client, bool holds, Clock::time_point now);
+    /// The debugger tells that its task runs from now on, or stands still.
+    void runs(int client, bool nowRuns) { node.runs(client, nowRuns); }
     /// The client's debugger has ended, all its output was handed over; or there will be none.
     void ended(int client, Clock::time_point now);
     /// Whether the client's debugger has not prompted yet.

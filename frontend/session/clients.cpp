@@ -153,6 +153,8 @@ void Clients::settle(int id, Task::Phase reached) {
 void Clients::allStarted() {
     std::fputs(startupOutput.report(driver).c_str(), stderr);
     if (const auto problem = defect()) return fail(*problem);
+    if (const std::string notice = driver.notice(); !notice.empty())
+        std::fprintf(stderr, "vex: %s\n", notice.c_str());
     phase = RUNNING;
     patience.cancel();
     forked.begin(static_cast<int>(tasks.size()));
@@ -235,6 +237,10 @@ void Clients::onPrompt(int id) {
         startupOutput.drop(id);
     }
     settle(id, Task::READY);
+}
+
+void Clients::onRuns(int id, bool runs) {
+    if (phase == RUNNING) owner.onClientRuns(id, runs);
 }
 
 void Clients::taskEnded(int id) {

@@ -133,6 +133,7 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     // Client::Listener
     void onOutput(int task, std::string_view text) override;
     void onPrompt(int task) override;
+    void onRuns(int task, bool runs) override;
     bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
 
     // LaunchedJob::Owner

@@ -131,6 +131,10 @@ void ForkedClients::onPrompt(int number) {
         onFirstPrompt(number, client(number).holds());
 }
 
+void ForkedClients::onRuns(int number, bool runs) {
+    if (!over && at(number).joined()) owner.onClientRuns(number, runs);
+}
+
 void ForkedClients::ended(int number) {
     Fork& fork = at(number);
     const bool joined = fork.joined();

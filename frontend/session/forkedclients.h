@@ -29,6 +29,7 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
         virtual ~Owner() = default;
         virtual void onClientOutput(int client, std::string_view text) = 0;
         virtual void onClientPrompt(int client) = 0;
+        virtual void onClientRuns(int client, bool runs) = 0;
         /// Whether to go on reading. After a no, resume makes it read on.
         virtual bool mayReadClient(int client) = 0;
         virtual void onClientEnded(int client) = 0;
@@ -132,6 +133,7 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     // Client::Listener
     void onOutput(int number, std::string_view text) override;
     void onPrompt(int number) override;
+    void onRuns(int number, bool runs) override;
     bool mayRead(int number) override { return over || owner.mayReadClient(number); }
 
     // Forks::Owner

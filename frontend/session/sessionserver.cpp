@@ -26,7 +26,7 @@ std::string programOf(const Options& options) {
 
 SessionServer::SessionServer(const Options& sessionOptions, Session& session, Channel line)
     : options(sessionOptions),
-      driver(makeDriver(options.debugger)),
+      driver(makeDriver(options.debugger, options.attaches())),
       program(programOf(options)),
       signals(loop, {SIGCHLD, SIGUSR1, SIGTERM}, [this](int number) { onSignal(number); }),
       boardTimer(loop),
@@ -162,6 +162,8 @@ void SessionServer::resumeReading() {
 void SessionServer::onClientOutput(int id, std::string_view text) {
     board.output(id, text, Clock::now());
 }
+
+void SessionServer::onClientRuns(int id, bool runs) { board.runs(id, runs); }
 
 void SessionServer::onClientPrompt(int id) {
     board.prompted(id, Clock::now());

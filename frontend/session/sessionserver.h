@@ -78,6 +78,7 @@ class SessionServer : private Switchboard::Outlet,
     void onStartFailed() override { end(1); }
     void onClientOutput(int client, std::string_view text) override;
     void onClientPrompt(int client) override;
+    void onClientRuns(int client, bool runs) override;
     bool mayReadClient(int client) override { return !consoles.congested(board.ownerOf(client)); }
     void onClientEnded(int client) override;
     void onClientForked(int client, const std::string& who, Node* node) override;

@@ -1,5 +1,6 @@
 #include "frontend/session/startupoutput.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 
 #include <algorithm>
@@ -37,7 +38,10 @@ std::string StartupOutput::report(const Driver& driver) const {
     std::string report;
     for (const auto& [line, clients] : lines) {
         const std::string hint = driver.hintFor(line);
-        report.append("vex: ").append(Text::list(clients)).append(" | ").append(line);
+        report.append("vex: ")
+            .append(Text::list(clients))
+            .append(" | ")
+            .append(SafeText::line(line));
         report.append(hint.empty() ? "" : " ").append(hint).append("\n");
     }
     return report;

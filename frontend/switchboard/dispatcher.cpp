@@ -1,5 +1,6 @@
 #include "frontend/switchboard/dispatcher.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 
 #include <algorithm>
@@ -144,6 +145,7 @@ void Dispatcher::advance(int id, Clock::time_point now) {
             program.typed = true;
             at(id).node->type({id}, Text::afterWord(words));
         } else {
+            if (!request.stat) line = SafeText::line(std::move(line));
             deliver(request, id, std::move(line), now);
             requests.awaitWindow(request, now);
         }
@@ -172,7 +174,7 @@ void Dispatcher::report(Request& request, std::optional<int> last) {
     int lineNo = 0;
     for (const auto& group : request.stat->rows()) {
         for (const auto& row : group)
-            request.gathered.addRow(row.clients, lineNo, row.text);
+            request.gathered.addRow(row.clients, lineNo, SafeText::of(row.text));
         ++lineNo;
     }
 }
@@ -242,13 +244,13 @@ Request* Dispatcher::outputOf(int id, int work) {
 }
 
 void Dispatcher::hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
-                      Clock::time_point since, Clock::time_point now) {
+                      Clock::time_point since, Clock::time_point now, bool goesOn) {
     Request* last = nullptr;
     for (const int id : clients) {
         Request* const request = outputOf(id, work);
         if (!request) continue;
         for (const std::string& line : lines)
-            deliver(*request, id, line, now);
+            deliver(*request, id, line, now, goesOn);
         requests.awaitWindow(*request, since);
         if (last && last != request) requests.flushLarge(*last);
         last = request;
@@ -261,18 +263,20 @@ void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::strin
     hear(work, clients, lines, now, now);
 }
 
-// It has waited long enough.
-void Dispatcher::saidHalf(int work, const ClientSet& clients, std::string line,
+// The beginning of a line has waited long enough. What goes on with it stands directly behind it.
+void Dispatcher::saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                           Clock::time_point now) {
-    hear(work, clients, {std::move(line)}, now - Wait::window, now);
+    hear(work, clients, {part.text}, part.ended ? now : now - Wait::window, now, part.goesOn);
 }
 
-void Dispatcher::deliver(Request& request, int id, std::string text, Clock::time_point now) {
-    const int lineNo = lineCount(id)++;
+void Dispatcher::deliver(Request& request, int id, std::string text, Clock::time_point now,
+                         bool goesOn) {
+    int& count = lineCount(id);
+    const int lineNo = goesOn && count > 0 ? count - 1 : count++;
     if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
-        request.gathered.addRow(row->clients, lineNo, row->text);
+        request.gathered.addRow(row->clients, lineNo, SafeText::of(row->text));
     else if (request.stat)
-        request.gathered.addRow(request.members, lineNo, std::move(text));
+        request.gathered.addRow(request.members, lineNo, SafeText::line(std::move(text)));
     else
         request.gathered.add(id, lineNo, std::move(text), now);
 }
@@ -282,7 +286,6 @@ void Dispatcher::asks(int work, const ClientSet& clients, const std::string& que
     Request* const request = requests.find(work);
     if (!request) return;
     ClientSet fresh = request->waiting.intersection(clients);
-    fresh.erase(request->asking);
     if (fresh.empty()) return;
     if (request->unnamed.empty() || fresh.front() < request->unnamed.front())
         request->question = question;
@@ -325,15 +328,15 @@ bool Dispatcher::programRuns(int id) const {
 
 void Dispatcher::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
     Program& program = programs[id];
-    for (std::string& line : program.lines.feed(text, now))
-        program.script.push_back(std::move(line));
+    for (LineCutter::Piece& line : program.lines.feed(text, now))
+        program.script.push_back(std::move(line.text));
     advance(id, now);
 }
 
 void Dispatcher::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
     const Request& request = *at(id).request;
     Program& program = programs[id];
-    if (auto line = program.lines.takePartial()) program.script.push_back(std::move(*line));
+    if (auto line = program.lines.takeRest()) program.script.push_back(std::move(line->text));
     program.lines = LineCutter();
     program.runs = false;
     // A filter that finds nothing ends so; its other faults it reports itself.
@@ -354,7 +357,7 @@ bool Dispatcher::userProgramMayTalk(int id) const {
 void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
                      const std::string& text, int lineNo) {
     Aggregator line;
-    line.addRow(about, lineNo, text);
+    line.addRow(about, lineNo, SafeText::of(text));
     if (const auto record = line.take(console, cmd)) outlet.toConsole(console, *record);
 }
 

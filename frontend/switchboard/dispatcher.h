@@ -99,7 +99,7 @@ class Dispatcher : public Node::Listener {
     // Node::Listener
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override;
-    void saidHalf(int work, const ClientSet& clients, std::string line,
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                   Clock::time_point now) override;
     void captured(int work, int client, const std::string& text) override;
     void stacks(int work, const StackTree& tree) override;
@@ -147,8 +147,10 @@ class Dispatcher : public Node::Listener {
 
     Request* outputOf(int client, int work);
     void hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
-              Clock::time_point since, Clock::time_point now);
-    void deliver(Request& request, int client, std::string text, Clock::time_point now);
+              Clock::time_point since, Clock::time_point now, bool goesOn = false);
+    /// A text that goes on with the client's line before has the number of that line.
+    void deliver(Request& request, int client, std::string text, Clock::time_point now,
+                 bool goesOn = false);
     int lastLine(const ClientSet& ids);
     int& lineCount(int client);
 

@@ -1,6 +1,7 @@
 #include "frontend/switchboard/switchboard.h"
 
 #include "backend/folding/aggregator.h"
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
@@ -138,7 +139,7 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
         Aggregator rows;
         int lineNo = 0;
         for (int id : members)
-            rows.addRow({id}, lineNo++, outlet.describe(id));
+            rows.addRow({id}, lineNo++, SafeText::of(outlet.describe(id)));
         if (const auto record = rows.take(number, request.text)) outlet.toConsole(number, *record);
         sendReady(number, consoles[number]);
         return;

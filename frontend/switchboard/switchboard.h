@@ -60,6 +60,8 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     /// What a client of this process printed, without its prompts.
     void output(int client, std::string_view text, Clock::time_point now);
     void prompted(int client, Clock::time_point now);
+    /// The client's debugger tells that its task runs from now on, or stands still.
+    void runs(int client, bool nowRuns) { local.runs(client, nowRuns); }
     /// Adds an idle client, whose number was never used; the text names its process.
     void clientForked(int client, const std::string& process);
     /// Tells all consoles something about a client.
@@ -89,9 +91,9 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
         dispatcher.said(work, clients, std::move(lines), now);
         tellDeadline();
     }
-    void saidHalf(int work, const ClientSet& clients, std::string line,
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                   Clock::time_point now) override {
-        dispatcher.saidHalf(work, clients, std::move(line), now);
+        dispatcher.saidPart(work, clients, part, now);
         tellDeadline();
     }
     void captured(int work, int client, const std::string& text) override {

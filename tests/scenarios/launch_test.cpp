@@ -201,7 +201,7 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     EXPECT_THROW(Stranger{where.port}, std::runtime_error);
     EXPECT_EQ(console.command("print 1", "1"), (Lines{"1 | $1 = 1", "READY"}));
     // One that talks nonsense is gone; the session goes on with the rest.
-    task.send(NodeRecords::lines(0, {}, {{{0}, "hello"}}).frames());
+    task.send(NodeRecords::lines(0, {}, {{{0}, {"hello"}}}).frames());
     EXPECT_EQ(console.next(), (Lines{"0 | hello"}));
     task.send(std::string("\x7f\xff\xff\xff", 4));
     EXPECT_EQ(console.next(), (Lines{"REPLY 5 0"}));

@@ -60,13 +60,13 @@ class Echo : public Node, public Node::Listener {
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override {
         for (std::string& line : lines)
-            rows.push_back({clients, std::move(line)});
+            rows.push_back({clients, {std::move(line)}});
         age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point() - now);
         record = NodeRecords::lines(work, age, rows);
     }
-    void saidHalf(int work, const ClientSet& clients, std::string line,
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                   Clock::time_point) override {
-        rows.push_back({clients, std::move(line), true});
+        rows.push_back({clients, part});
         record = NodeRecords::lines(work, age, rows);
     }
     void captured(int work, int client, const std::string& text) override {
@@ -156,7 +156,12 @@ std::vector<AgentRecord> records() {
         interrupt({4001}),
         reply({1}, std::string("\0\xff\n", 3)),
         lines(7, std::chrono::milliseconds(130),
-              {{known, "all"}, {known, ""}, {sparse, "some"}, {{1}, "> ", true}, {{5}, "last"}}),
+              {{known, {"all"}},
+               {known, {""}},
+               {sparse, {"some"}},
+               {{1}, {"> ", false, false}},
+               {{1}, {"y", true, true}},
+               {{5}, {"last"}}}),
         whole(7, {1}, std::string(300, 'x')),
         stacks(7, tree),
         answered(7, sparse),
