@@ -3,16 +3,9 @@
 #include "backend/os/text.h"
 #include "frontend/switchboard/pipeline.h"
 
-namespace {
-
-// Calls of each thread that stat asks for.
-constexpr int maxCalls = 500;
-
-} // namespace
-
 Work Request::work() const {
-    if (stat) return {number, Work::STACKS, stat->withPlaces()};
-    return {number, filter.empty() ? Work::LINES : Work::WHOLE};
+    if (stat) return {number, Work::STACKS, stat->withPlaces(), false};
+    return {number, filter.empty() ? Work::LINES : Work::WHOLE, false, instant()};
 }
 
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
@@ -55,6 +48,6 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
         const std::string program = Text::firstWord(filter);
         if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
-    line = driver.backtraceCommand(maxCalls);
+    line = driver.backtraceCommand(StackTree::maxCalls);
     return std::nullopt;
 }
