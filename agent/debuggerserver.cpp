@@ -1,15 +1,9 @@
 #include "agent/debuggerserver.h"
 
 #include "backend/clients/identity.h"
-#include "backend/os/executables.h"
 #include "backend/os/processtree.h"
-#include "backend/os/tracing.h"
 #include "common/brokenconnection.h"
 
-#include <cerrno>
-#include <cstring>
-#include <stdexcept>
-#include <unistd.h>
 #include <utility>
 
 DebuggerServer::DebuggerServer(EventLoop& eventLoop, int ownNumber, const Rendezvous& where,
@@ -45,7 +39,7 @@ void DebuggerServer::onDrained() {
 void DebuggerServer::onRecord(const AgentRecord& record) {
     switch (record.type) {
     case AgentRecord::START:
-        if (client) throw BrokenConnection();
+        if (client || wanted) throw BrokenConnection();
         start(AgentRecords::startOf(record));
         break;
     case AgentRecord::TYPE:
@@ -63,30 +57,27 @@ void DebuggerServer::onRecord(const AgentRecord& record) {
 }
 
 void DebuggerServer::start(DebuggerStart start) {
-    if (!start.folder.empty() && ::chdir(start.folder.c_str()) == -1)
-        send(AgentRecord::OUTPUT, "cannot go to the directory " + start.folder +
-                                      " there: " + std::strerror(errno) + "\n");
-    // The launcher may have left the task a descriptor to talk to it by.
-    start.inherits = start.attach == 0;
-    if (start.throughShells) start.attach = ProcessTree::programOf(start.attach);
     target = start.attach;
     sessionNumber = start.client;
-    owner.onStart(number, start);
-    try {
-        if (target != 0)
-            Tracing::checkAttach(target);
-        else if (!Tracing::works())
-            throw std::runtime_error("tracing processes (ptrace) is refused there");
-        start.argv.at(0) = Executables::debugger(start.argv.at(0));
-        client = std::make_unique<LocalClient>(loop, *this, start);
-    } catch (const std::exception& error) {
-        send(AgentRecord::OUTPUT, std::string("cannot start the debugger: ") + error.what() + "\n");
-        if (forked != 0 && ProcessTree::parentOf(forked) != 0)
-            tell("forked process " + std::to_string(forked) +
-                 " runs on without a debugger: " + error.what());
-        send(AgentRecord::ENDED, "");
-        owner.onNoDebugger(number);
-    }
+    wanted = std::move(start);
+    owner.onStart(number, *wanted);
+}
+
+void DebuggerServer::started(std::unique_ptr<DebuggerProcess> debugger, pid_t process,
+                             const std::string& notice) {
+    if (!notice.empty()) send(AgentRecord::OUTPUT, notice);
+    wanted->attach = target = process;
+    client = std::make_unique<LocalClient>(loop, *this, *wanted, std::move(debugger));
+    wanted.reset();
+}
+
+void DebuggerServer::failed(const std::string& notice, const std::string& problem) {
+    send(AgentRecord::OUTPUT, notice + "cannot start the debugger: " + problem + "\n");
+    if (forked != 0 && ProcessTree::parentOf(forked) != 0)
+        tell("forked process " + std::to_string(forked) +
+             " runs on without a debugger: " + problem);
+    send(AgentRecord::ENDED, "");
+    owner.onNoDebugger(number);
 }
 
 void DebuggerServer::onOutput(int /*client*/, std::string_view text) {
@@ -97,7 +88,8 @@ void DebuggerServer::onOutput(int /*client*/, std::string_view text) {
 bool DebuggerServer::mayRead(int /*client*/) { return !link || !link->congested(); }
 
 void DebuggerServer::onPrompt(int /*client*/) {
-    if (!std::exchange(prompted, true) && target != 0) {
+    const bool first = !std::exchange(prompted, true);
+    if (first && target != 0) {
         if (client->holds())
             send(AgentRecord::HOLDS, "");
         else if (forked != 0 && ProcessTree::parentOf(target) != 0)
@@ -106,6 +98,7 @@ void DebuggerServer::onPrompt(int /*client*/) {
         owner.onAttachDone(number);
     }
     send(AgentRecord::PROMPT, "");
+    if (first) owner.onPrompted(number);
 }
 
 void DebuggerServer::tellIdentity() {

@@ -5,11 +5,12 @@
 #include "backend/os/eventloop.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 
-/// One debugger that an agent runs, and its own connection to the front end, which says what to do
+/// One debugger of a node's agent, and its own connection to the front end, which says what to do
 /// and gets what the debugger says. One thread.
 class DebuggerServer : public Client::Listener,
                        private Connector::Owner,
@@ -19,12 +20,15 @@ class DebuggerServer : public Client::Listener,
     class Owner {
       public:
         virtual ~Owner() = default;
-        /// The debugger is about to be started, as the front end wants it.
+        /// The front end wants the debugger to be started so; started or failed tells the server
+        /// what has come of it.
         virtual void onStart(int server, const DebuggerStart& start) = 0;
         /// The debugger printed something.
         virtual void onOutput(int server, std::string_view text) = 0;
         /// The debugger holds the process that it was to attach to, or could not attach.
         virtual void onAttachDone(int server) = 0;
+        /// The debugger has prompted for the first time.
+        virtual void onPrompted(int server) = 0;
         /// There will be no debugger.
         virtual void onNoDebugger(int server) = 0;
         /// The connection is over, or could not be made: then with a problem.
@@ -36,10 +40,17 @@ class DebuggerServer : public Client::Listener,
                    Owner& owner);
     ~DebuggerServer() override;
 
+    /// The debugger runs, and attaches to `process` (0: to none). The notice for the user may be
+    /// empty.
+    void started(std::unique_ptr<DebuggerProcess> debugger, pid_t process,
+                 const std::string& notice);
+    /// There is none; why is for the user.
+    void failed(const std::string& notice, const std::string& problem);
+
     /// The debugger's client in the session; 0 before onStart.
     int clientNumber() const { return sessionNumber; }
-    /// Whether the debugger attaches to its program; known from onStart on.
-    bool attaches() const { return target != 0; }
+    /// The process that the debugger attaches to, known when it has started; 0: none.
+    pid_t attachedTo() const { return target; }
 
     /// Looks whether the debugger has ended, and tells the front end then.
     bool ended();
@@ -60,8 +71,9 @@ class DebuggerServer : public Client::Listener,
     std::unique_ptr<Connector> connector;
     std::shared_ptr<AgentLink> link; // null: not yet, or not any more
     std::unique_ptr<LocalClient> client;
-    int sessionNumber = 0; // of the debugger's client
-    pid_t target = 0;      // the process to attach to; 0: none
+    std::optional<DebuggerStart> wanted; // until it has started
+    int sessionNumber = 0;               // of the debugger's client
+    pid_t target = 0;                    // the process to attach to; 0: none
     bool prompted = false;
 
     void start(DebuggerStart start);

@@ -4,6 +4,9 @@
 #include "common/frame.h"
 #include "common/packer.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace {
 
 void pack(Packer& packer, const std::string& text) {
@@ -60,7 +63,11 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
     Packer packer;
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
-    if (!(type >= HELLO && type <= TELL) && !(type >= START && type <= CHALLENGE))
+    const std::pair<Type, Type> ranges[] = {
+        {HELLO, TELL}, {START, CHALLENGE}, {JOIN, LEAVE}, {WELCOME, FINISH}};
+    if (std::ranges::none_of(ranges, [type](const auto& range) {
+            return type >= range.first && type <= range.second;
+        }))
         throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};
 }

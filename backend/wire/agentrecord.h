@@ -25,6 +25,18 @@ struct AgentRecord {
         INTERRUPT,
         WHO,
         CHALLENGE, // the answer to HELLO: AgentChallenge
+        // From the keeper of a task to the agent of its node (KeeperRecords).
+        JOIN = 201, // first: KeeperJoin
+        STARTED,    // the debugger that FORK asked for, with its two terminals
+        FAILED,     // there is none
+        GONE,       // a debugger has ended
+        LEAVE,      // the launcher wants the task to end
+        // From a node's agent to a keeper.
+        WELCOME = 301, // the answer to JOIN
+        REFUSED,       // the other answer to JOIN
+        FORK,          // start a debugger
+        SIGNAL,        // for a debugger
+        FINISH,        // kill what is left, and end
     };
 
     Type type = HELLO;
