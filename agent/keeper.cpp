@@ -82,7 +82,7 @@ bool Keeper::receive() {
 
 void Keeper::obey(const AgentRecord& record) {
     const KeeperOrder order = KeeperOrder::of(record);
-    const auto at = debuggers.find(order.debugger);
+    const auto at = debuggers.find(order.client);
     switch (record.type) {
     case AgentRecord::FORK:
         return start(order);
@@ -105,8 +105,8 @@ void Keeper::start(const KeeperOrder& order) {
     const KeeperStarted result = tryToStart(order);
     if (!result.problem.empty()) return send(result.record());
     // They are the node's agent's alone from here on: it hangs up when it ends.
-    const auto terminals = debuggers.at(order.debugger).process.takeTerminals();
-    if (!DescriptorPassing::send(link.get(), result.record().frame(),
+    const auto terminals = debuggers.at(order.client).process.takeTerminals();
+    if (!DescriptorPassing::send(link.get(), result.record().frames(),
                                  {terminals.debugger.get(), terminals.program.get()}))
         ::shutdown(link.get(), SHUT_RDWR); // as if it had gone, which the loop sees
 }
@@ -114,7 +114,7 @@ void Keeper::start(const KeeperOrder& order) {
 KeeperStarted Keeper::tryToStart(const KeeperOrder& order) {
     DebuggerStart start = order.start;
     KeeperStarted result;
-    result.debugger = order.debugger;
+    result.client = order.client;
     if (!start.folder.empty() && ::chdir(start.folder.c_str()) == -1)
         result.notice =
             "cannot go to the directory " + start.folder + " there: " + std::strerror(errno) + "\n";
@@ -128,7 +128,7 @@ KeeperStarted Keeper::tryToStart(const KeeperOrder& order) {
         else if (!Tracing::works())
             throw std::runtime_error("tracing processes (ptrace) is refused there");
         start.argv.at(0) = Executables::debugger(start.argv.at(0));
-        const auto at = debuggers.try_emplace(order.debugger, start).first;
+        const auto at = debuggers.try_emplace(order.client, start).first;
         result.pid = at->second.process.pid();
     } catch (const std::exception& error) {
         result.problem = error.what();
@@ -152,10 +152,10 @@ void Keeper::collect() {
     if (nodeAgent != -1 && ::waitpid(nodeAgent, nullptr, WNOHANG) == nodeAgent) nodeAgent = -1;
     std::vector<pid_t> known;
     bool some = false;
-    for (auto& [number, each] : debuggers) {
+    for (auto& [client, each] : debuggers) {
         if (each.process.ended()) {
             some = true;
-            send(KeeperOrder::gone(number));
+            send(KeeperOrder::gone(client));
         }
         if (each.process.running()) known.push_back(each.process.pid());
     }
@@ -189,17 +189,17 @@ void Keeper::awaitNode() {
 
 // The terminals have hung up with it.
 int Keeper::loseNode() {
-    for (auto& [number, each] : debuggers) {
+    for (auto& [client, each] : debuggers) {
         if (each.attaches) each.process.signal(SIGINT);
     }
     Detachment::complete(false);
     // That has reaped them.
-    for (auto& [number, each] : debuggers)
+    for (auto& [client, each] : debuggers)
         each.process.ended();
     return 1;
 }
 
 void Keeper::send(const AgentRecord& record) {
     // When it fails, the node's agent has gone, which the loop sees.
-    DescriptorPassing::send(link.get(), record.frame(), {});
+    DescriptorPassing::send(link.get(), record.frames(), {});
 }

@@ -35,7 +35,7 @@ class Keeper {
     const Descriptor signals; // signalfd(2)
     FrameReader reader{AgentRecord::maxFrame};
     pid_t nodeAgent;                      // -1: none of ours, or it has ended
-    std::map<int, Kept> debuggers;        // by the numbers that FORK gave
+    std::map<int, Kept> debuggers;        // by their clients
     std::optional<KeeperOrder> over = {}; // the FINISH
 
     bool receive();

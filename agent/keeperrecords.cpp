@@ -1,122 +1,102 @@
 #include "agent/keeperrecords.h"
 
+#include "backend/wire/bytes.h"
+#include "backend/wire/noderecords.h"
 #include "common/brokenconnection.h"
-#include "common/packer.h"
-
-namespace {
-
-void pack(Packer& packer, const std::string& text) {
-    packer.packMem(text.data(), static_cast<int>(text.size()));
-}
-
-std::string unpackText(Packer& packer) {
-    int length = 0;
-    const char* data = packer.unpackMem(&length);
-    return {data, static_cast<std::size_t>(length)};
-}
-
-AgentRecord finished(AgentRecord::Type type, Packer& packer) {
-    const int length = packer.getPackedMsgLen();
-    const auto bytes = packer.getPackedMsg();
-    return {type, {bytes.get(), static_cast<std::size_t>(length)}};
-}
-
-Packer reader(const AgentRecord& record) {
-    Packer packer;
-    packer.setPackedMsg(record.body.data(), static_cast<int>(record.body.size()));
-    return packer;
-}
-
-} // namespace
 
 AgentRecord KeeperJoin::record() const {
-    Packer packer;
+    ByteWriter out;
     for (const int each : {protocol, int{pid}, rank, jobSize})
-        packer.packInt(each);
-    return finished(AgentRecord::JOIN, packer);
+        out.integer(each);
+    return {AgentRecord::JOIN, out.take()};
 }
 
 KeeperJoin KeeperJoin::of(const AgentRecord& record) {
     if (record.type != AgentRecord::JOIN) throw BrokenConnection();
-    Packer packer = reader(record);
+    ByteReader in(record.body);
     KeeperJoin join;
-    join.protocol = packer.unpackInt();
+    join.protocol = in.integer();
     if (join.protocol != version) return join;
-    join.pid = packer.unpackInt();
-    join.rank = packer.unpackInt();
-    join.jobSize = packer.unpackInt();
+    join.pid = in.integer();
+    join.rank = in.integer();
+    join.jobSize = in.integer();
+    in.end();
     return join;
 }
 
 AgentRecord KeeperStarted::record() const {
-    Packer packer;
-    for (const int each : {debugger, int{pid}, int{target}})
-        packer.packInt(each);
-    pack(packer, notice);
-    pack(packer, problem);
-    return finished(problem.empty() ? AgentRecord::STARTED : AgentRecord::FAILED, packer);
+    ByteWriter out;
+    for (const int each : {client, int{pid}, int{target}})
+        out.integer(each);
+    out.text(notice);
+    out.text(problem);
+    return {problem.empty() ? AgentRecord::RUNS : AgentRecord::FAILED, out.take()};
 }
 
 KeeperStarted KeeperStarted::of(const AgentRecord& record) {
-    Packer packer = reader(record);
+    ByteReader in(record.body);
     KeeperStarted started;
-    started.debugger = packer.unpackInt();
-    started.pid = packer.unpackInt();
-    started.target = packer.unpackInt();
-    started.notice = unpackText(packer);
-    started.problem = unpackText(packer);
+    started.client = in.integer();
+    started.pid = in.integer();
+    started.target = in.integer();
+    started.notice = in.text();
+    started.problem = in.text();
+    in.end();
     return started;
 }
 
-AgentRecord KeeperOrder::fork(int debugger, const DebuggerStart& start) {
-    Packer packer;
-    packer.packInt(debugger);
-    pack(packer, AgentRecords::start(start).body);
-    return finished(AgentRecord::FORK, packer);
+AgentRecord KeeperOrder::fork(const DebuggerStart& start) {
+    DebuggerStart whole = start;
+    whole.clientVariable.clear(); // its environment has it already
+    return {AgentRecord::FORK, NodeRecords::start({whole, {{start.client, start.attach}}}).body};
 }
 
-AgentRecord KeeperOrder::signal(int debugger, int number, bool group) {
-    Packer packer;
-    for (const int each : {debugger, number, int{group}})
-        packer.packInt(each);
-    return finished(AgentRecord::SIGNAL, packer);
+AgentRecord KeeperOrder::signal(int client, int number, bool group) {
+    ByteWriter out;
+    for (const int each : {client, number, int{group}})
+        out.integer(each);
+    return {AgentRecord::SIGNAL, out.take()};
 }
 
 AgentRecord KeeperOrder::finish(int status, const std::string& text) {
-    Packer packer;
-    packer.packInt(status);
-    pack(packer, text);
-    return finished(AgentRecord::FINISH, packer);
+    ByteWriter out;
+    out.integer(status);
+    out.text(text);
+    return {AgentRecord::FINISH, out.take()};
 }
 
-AgentRecord KeeperOrder::gone(int debugger) {
-    Packer packer;
-    packer.packInt(debugger);
-    return finished(AgentRecord::GONE, packer);
+AgentRecord KeeperOrder::gone(int client) {
+    ByteWriter out;
+    out.integer(client);
+    return {AgentRecord::GONE, out.take()};
 }
 
 KeeperOrder KeeperOrder::of(const AgentRecord& record) {
-    Packer packer = reader(record);
+    ByteReader in(record.body);
     KeeperOrder order;
     switch (record.type) {
-    case AgentRecord::FORK:
-        order.debugger = packer.unpackInt();
-        order.start = AgentRecords::startOf({AgentRecord::START, unpackText(packer)});
-        break;
+    case AgentRecord::FORK: {
+        const NodeRecords::Start start = NodeRecords::startOf({AgentRecord::START, record.body});
+        if (start.clients.size() != 1) throw BrokenConnection();
+        order.client = start.clients[0].first;
+        order.start = start.common.with(order.client, start.clients[0].second);
+        return order;
+    }
     case AgentRecord::SIGNAL:
-        order.debugger = packer.unpackInt();
-        order.number = packer.unpackInt();
-        order.group = packer.unpackInt() != 0;
+        order.client = in.integer();
+        order.number = in.integer();
+        order.group = in.flag();
         break;
     case AgentRecord::FINISH:
-        order.status = packer.unpackInt();
-        order.text = unpackText(packer);
+        order.status = in.integer();
+        order.text = in.text();
         break;
     case AgentRecord::GONE:
-        order.debugger = packer.unpackInt();
+        order.client = in.integer();
         break;
     default:
         throw BrokenConnection();
     }
+    in.end();
     return order;
 }

@@ -20,32 +20,32 @@ struct KeeperJoin {
     static KeeperJoin of(const AgentRecord& record);
 };
 
-/// What became of a debugger that a keeper was to start. A FAILED one has a problem; a STARTED one
-/// comes with the descriptors of DebuggerProcess::Terminals, in their order.
+/// What became of a debugger that a keeper was to start. A FAILED one has a problem; a RUNS comes
+/// with the descriptors of DebuggerProcess::Terminals, in their order.
 struct KeeperStarted {
-    int debugger = 0; // by the number that FORK gave
+    int client = -1;
     pid_t pid = -1;
     pid_t target = 0;    // the process that it attaches to; 0: none
     std::string notice;  // for the user, empty or a line
     std::string problem; // for the user; empty: it was started
 
     AgentRecord record() const;
-    /// Of a STARTED or FAILED.
+    /// Of a RUNS or FAILED.
     static KeeperStarted of(const AgentRecord& record);
 };
 
 /// What a node's agent asks of a keeper.
 struct KeeperOrder {
-    // FORK: the debugger's number and how to start it.
-    static AgentRecord fork(int debugger, const DebuggerStart& start);
-    // SIGNAL: for a debugger, or for its process group.
-    static AgentRecord signal(int debugger, int number, bool group);
-    // FINISH: with this exit status, and this text on the standard error.
+    /// FORK.
+    static AgentRecord fork(const DebuggerStart& start);
+    /// SIGNAL: for a debugger, or for its process group.
+    static AgentRecord signal(int client, int number, bool group);
+    /// FINISH: with this exit status, and this text on the standard error.
     static AgentRecord finish(int status, const std::string& text);
-    // GONE, a keeper's own.
-    static AgentRecord gone(int debugger);
+    /// GONE: what a keeper itself tells.
+    static AgentRecord gone(int client);
 
-    int debugger = 0;
+    int client = -1;
     DebuggerStart start;
     int number = 0; // of the signal
     bool group = false;

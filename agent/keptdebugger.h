@@ -17,10 +17,10 @@ class KeptDebugger : public DebuggerProcess {
         bool running = true;
     };
 
-    KeptDebugger(std::shared_ptr<AgentLink> keeper, int ownNumber, std::shared_ptr<State> known,
+    KeptDebugger(std::shared_ptr<AgentLink> keeper, int ofClient, std::shared_ptr<State> known,
                  Terminals handedOver)
         : link(std::move(keeper)),
-          number(ownNumber),
+          client(ofClient),
           state(std::move(known)),
           terminals(std::move(handedOver)) {}
 
@@ -33,12 +33,12 @@ class KeptDebugger : public DebuggerProcess {
 
   private:
     const std::shared_ptr<AgentLink> link;
-    const int number; // as the keeper knows it
+    const int client;
     const std::shared_ptr<State> state;
     Terminals terminals;
     bool told = false;
 
     void send(int signal, bool group) {
-        if (state->running) link->send(KeeperOrder::signal(number, signal, group));
+        if (state->running) link->send(KeeperOrder::signal(client, signal, group));
     }
 };

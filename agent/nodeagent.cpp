@@ -23,14 +23,10 @@ std::size_t processors() {
 
 } // namespace
 
-NodeAgent::NodeAgent(Rendezvous rendezvous, Descriptor first, pid_t keeper, Descriptor atDoor)
-    : where(std::move(rendezvous)),
-      listener(std::move(atDoor)),
-      signals(loop, {SIGTERM, SIGINT, SIGHUP},
-              [this](int /*number*/) {
-                  for (const auto& [key, task] : tasks)
-                      task->end(0, "");
-              }),
+NodeAgent::NodeAgent(const Rendezvous& where, Descriptor first, pid_t keeper, Descriptor atDoor)
+    : listener(std::move(atDoor)),
+      signals(loop, {SIGTERM, SIGINT, SIGHUP}, [this](int /*number*/) { end(0, ""); }),
+      server(loop, where, static_cast<NodeServer::Owner&>(*this)),
       starts(processors()),
       leftovers(loop),
       door(loop),
@@ -64,19 +60,75 @@ bool NodeAgent::accept() {
 
 void NodeAgent::add(Descriptor socket, pid_t keeper) {
     const auto link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxFrame);
-    auto task = std::make_unique<Task>(Task::Node{loop, where, starts, leftovers}, link, keeper,
+    auto task = std::make_unique<Task>(Task::Node{loop, server, starts, leftovers}, link, keeper,
                                        static_cast<Task::Owner&>(*this));
     tasks.emplace(task.get(), std::move(task));
 }
 
+void NodeAgent::end(int status, const std::string& text) {
+    if (over) return;
+    over = End{status, text};
+    for (const auto& [key, task] : tasks)
+        task->end(status, text);
+}
+
+void NodeAgent::onTask(Task& task) {
+    const NodeRecords::Task& told = task.description();
+    if (over) return task.end(over->status, over->text);
+    // The session refuses a second one of a rank.
+    ranks.try_emplace(told.rank, &task);
+    server.add(told);
+}
+
 void NodeAgent::onTaskOver(Task& task) {
     loop.post([this, which = &task] {
+        const auto isIts = [which](const auto& each) { return each.second == which; };
+        std::erase_if(ranks, isIts);
+        std::erase_if(clients, isIts);
         tasks.erase(which);
         while (listener && accept()) {
         }
         // A keeper that comes too late finds nobody, and looks again.
         if (tasks.empty()) loop.stop();
     });
+}
+
+// A forked process is of the task that has offered it, any other client of that of its rank.
+void NodeAgent::onStart(const DebuggerStart& start, bool forked) {
+    Task* found = nullptr;
+    if (forked) {
+        const auto at = std::ranges::find_if(
+            tasks, [&start](const auto& each) { return each.first->offers(start.attach); });
+        if (at != tasks.end()) found = at->first;
+    } else if (const auto at = ranks.find(start.client); at != ranks.end()) {
+        found = at->second;
+    }
+    if (!found) return server.failed(start.client, "", "its task is over");
+    clients[start.client] = found;
+    found->start(start);
+}
+
+void NodeAgent::onOutput(int client, pid_t debugger, std::string_view text) {
+    if (const auto at = clients.find(client); at != clients.end())
+        at->second->heard(client, debugger, text);
+}
+
+void NodeAgent::onPrompted(int client) {
+    if (const auto at = clients.find(client); at != clients.end()) at->second->prompted(client);
+}
+
+void NodeAgent::onEnded(int client) {
+    if (const auto at = clients.find(client); at != clients.end()) at->second->ended(client);
+}
+
+void NodeAgent::onForkLeft(pid_t process) {
+    for (const auto& [key, task] : tasks)
+        task->forkLeft(process);
+}
+
+void NodeAgent::onOver(const std::string& problem) {
+    if (problem.empty()) return end(0, "");
+    end(1, "vexagent: cannot connect to the front end: " + problem + "\n");
 }
 
 void NodeAgent::settle(const Descriptor& first, const Descriptor& listener) {

@@ -57,12 +57,12 @@ bool NodeDoor::introduce(const Descriptor& link, const KeeperJoin& join) {
     ::fcntl(link.get(), F_SETFL, 0);
     const timeval time{std::chrono::seconds(patience).count(), 0};
     ::setsockopt(link.get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
-    if (!DescriptorPassing::send(link.get(), join.record().frame(), {})) {
+    if (!DescriptorPassing::send(link.get(), join.record().frames(), {})) {
         errno = ECONNRESET;
         return false;
     }
     // No byte of what comes behind it is taken.
-    const std::string welcome = AgentRecord{AgentRecord::WELCOME, ""}.frame();
+    const std::string welcome = AgentRecord{AgentRecord::WELCOME, ""}.frames();
     std::string answer(welcome.size(), '\0');
     ssize_t got;
     do

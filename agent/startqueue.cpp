@@ -1,13 +1,13 @@
 #include "agent/startqueue.h"
 
-void StartQueue::ask(Starter& starter, int debugger) {
-    waiting.emplace_back(&starter, debugger);
+void StartQueue::ask(Starter& starter, int client) {
+    waiting.emplace_back(&starter, client);
     next();
 }
 
-void StartQueue::over(Starter& starter, int debugger) {
-    std::erase(waiting, Start{&starter, debugger});
-    underWay.erase({&starter, debugger});
+void StartQueue::over(Starter& starter, int client) {
+    std::erase(waiting, Start{&starter, client});
+    underWay.erase({&starter, client});
     next();
 }
 

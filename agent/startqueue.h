@@ -9,18 +9,18 @@
 /// a time than there are processors makes nothing faster. Passive. One thread.
 class StartQueue {
   public:
-    /// Starts debuggers, each under a number of its own; from within ask, over or forget.
+    /// Starts debuggers, by the numbers of their clients; from within ask, over or forget.
     class Starter {
       public:
         virtual ~Starter() = default;
-        virtual void startDebugger(int debugger) = 0;
+        virtual void startDebugger(int client) = 0;
     };
 
     explicit StartQueue(std::size_t limit) : most(limit) {}
 
-    void ask(Starter& starter, int debugger);
+    void ask(Starter& starter, int client);
     /// The start is over, well or not, or not wanted any more; not for the first time, perhaps.
-    void over(Starter& starter, int debugger);
+    void over(Starter& starter, int client);
     /// The same for all starts of a starter.
     void forget(Starter& starter);
 

@@ -14,6 +14,8 @@ namespace {
 
 // At most this many forked processes of one task are debugged at a time.
 constexpr std::size_t maxForks = 16;
+// Numbers of forked processes before they have clients; no client has such a number.
+constexpr int firstChild = 1 << 30;
 
 } // namespace
 
@@ -42,11 +44,11 @@ void Task::onRecord(const AgentRecord& record) {
     switch (record.type) {
     case AgentRecord::JOIN:
         return join(record);
-    case AgentRecord::STARTED:
+    case AgentRecord::RUNS:
     case AgentRecord::FAILED:
         return takeDebugger(KeeperStarted::of(record));
     case AgentRecord::GONE:
-        return onGone(KeeperOrder::of(record).debugger);
+        return onGone(KeeperOrder::of(record).client);
     case AgentRecord::LEAVE:
         return end(0, "");
     default:
@@ -61,11 +63,8 @@ void Task::join(const AgentRecord& record) {
         return link->send({AgentRecord::REFUSED, ""});
     phase = SERVING;
     link->send({AgentRecord::WELCOME, ""});
-    jobSize = join.jobSize;
-    AgentHello hello;
-    hello.rank = join.rank;
-    hello.size = jobSize;
-    open(0, hello);
+    told = {join.rank, join.jobSize, keeper};
+    owner.onTask(*this);
 }
 
 void Task::onClosed() {
@@ -74,7 +73,6 @@ void Task::onClosed() {
 }
 
 void Task::takeDebugger(const KeeperStarted& started) {
-    const auto at = servers.find(started.debugger);
     DebuggerProcess::Terminals terminals;
     const bool runs = started.problem.empty();
     if (runs) {
@@ -82,98 +80,88 @@ void Task::takeDebugger(const KeeperStarted& started) {
         terminals.program = link->takeDescriptor();
         if (!terminals.debugger || !terminals.program) throw BrokenConnection();
     }
-    if (at == servers.end()) throw BrokenConnection();
-    if (!runs) return at->second->failed(started.notice, started.problem);
-    const auto state = std::make_shared<KeptDebugger::State>();
-    state->pid = started.pid;
-    state->target = started.target;
-    debuggers[started.debugger] = state;
-    at->second->started(
-        std::make_unique<KeptDebugger>(link, started.debugger, state, std::move(terminals)),
+    const auto at = debuggers.find(started.client);
+    if (at == debuggers.end() || at->second->pid != -1) throw BrokenConnection();
+    if (!runs) {
+        at->second->running = false;
+        return node.server.failed(started.client, started.notice, started.problem);
+    }
+    at->second->pid = started.pid;
+    at->second->target = started.target;
+    node.server.started(
+        started.client,
+        std::make_unique<KeptDebugger>(link, started.client, at->second, std::move(terminals)),
         started.target, started.notice);
-    if (phase != SERVING) at->second->release();
+    if (phase != SERVING && attaching) node.server.release(started.client);
 }
 
-void Task::onGone(int id) {
-    const auto at = debuggers.find(id);
-    if (at == debuggers.end()) return;
+void Task::onGone(int client) {
+    const auto at = debuggers.find(client);
+    if (at == debuggers.end()) throw BrokenConnection();
     at->second->running = false;
-    if (servers[id]->ended() && forks) forks->ended(id);
-    node.starts.over(*this, id);
+    node.server.look(client);
     detachment.look();
 }
 
 // --- the debuggers
 
-void Task::open(int id, const AgentHello& hello) {
-    AgentHello whole = hello;
-    whole.pid = keeper;
-    servers[id] = std::make_unique<DebuggerServer>(node.loop, id, node.where, whole,
-                                                   static_cast<DebuggerServer::Owner&>(*this));
+void Task::start(const DebuggerStart& start) {
+    const auto child = children.find(start.attach);
+    if (child != children.end())
+        numbers[start.client] = child->second;
+    else
+        attaching = start.attach != 0;
+    if (phase != SERVING) return node.server.failed(start.client, "", "its task is over");
+    if (!forks && !start.forkMark.empty())
+        forks.emplace(node.loop, static_cast<Forks::Owner&>(*this), start.forkMark, maxForks,
+                      keeper);
+    starts[start.client] = start;
+    node.starts.ask(*this, start.client);
 }
 
-void Task::onStart(int id, const DebuggerStart& start) {
-    if (phase != SERVING) return;
-    if (id == 0 && !start.forkMark.empty())
-        forks.emplace(node.loop, *this, start.forkMark, maxForks, keeper);
-    starts[id] = start;
-    node.starts.ask(*this, id);
-}
-
-void Task::startDebugger(int id) {
-    const auto start = starts.extract(id);
+void Task::startDebugger(int client) {
+    const auto start = starts.extract(client);
+    debuggers[client] = std::make_shared<KeptDebugger::State>();
     marks.insert(Leftovers::markOf(start.mapped()));
-    link->send(KeeperOrder::fork(id, start.mapped()));
+    link->send(KeeperOrder::fork(start.mapped()));
 }
 
-void Task::onOutput(int id, std::string_view text) {
-    if (forks && phase == SERVING) forks->heard(id, servers[id]->pid(), text);
+void Task::heard(int client, pid_t debugger, std::string_view text) {
+    if (forks && phase == SERVING) forks->heard(client, debugger, text);
 }
 
-void Task::onPrompted(int id) { node.starts.over(*this, id); }
+// How the client's process is known to Forks.
+int Task::childOf(int client) const {
+    const auto number = numbers.find(client);
+    return number == numbers.end() ? client : number->second;
+}
 
-// The front end asks for the child's debugger, or refuses it.
+void Task::prompted(int client) {
+    node.starts.over(*this, client);
+    if (forks) forks->started(childOf(client));
+}
+
+void Task::ended(int client) {
+    node.starts.over(*this, client);
+    if (forks) forks->ended(childOf(client));
+}
+
+void Task::forkLeft(pid_t process) {
+    const auto child = children.find(process);
+    if (forks && child != children.end()) forks->ended(child->second);
+}
+
+// The front end asks for the child's debugger, or refuses it. It has no client's number yet.
 int Task::adopt(const Forks::Child& child) {
-    const int id = servers.rbegin()->first + 1;
-    AgentHello hello;
-    hello.rank = servers[child.parent]->clientNumber();
-    hello.size = jobSize;
-    hello.forked = child.pid;
-    open(id, hello);
-    return id;
+    const int number = firstChild + static_cast<int>(children.size());
+    children[child.pid] = number;
+    node.server.offer({child.parent, child.pid});
+    return number;
 }
 
-void Task::tellOfForks(int parent, const std::string& text) {
-    if (const auto at = servers.find(parent); at != servers.end()) at->second->tell(text);
-}
-
-void Task::onAttachDone(int id) {
-    if (forks) forks->started(id);
-}
-
-void Task::onNoDebugger(int id) {
-    node.starts.over(*this, id);
-    if (forks) forks->ended(id);
-}
-
-void Task::onOver(int id, const std::string& problem) {
-    if (id == 0)
-        return end(
-            problem.empty() ? 0 : 1,
-            problem.empty() ? "" : "vexagent: cannot connect to the front end: " + problem + "\n");
-    if (!problem.empty())
-        servers[0]->tell("a forked process runs on without a debugger: its agent cannot connect: " +
-                         problem);
-    servers[id]->release();
-    if (forks && !servers[id]->running()) forks->ended(id);
-}
+void Task::tellOfForks(int parent, const std::string& text) { node.server.tell(parent, text); }
 
 // --- the end
-
-bool Task::attached() const {
-    const auto first = servers.find(0);
-    return first != servers.end() && first->second->attachedTo() != 0;
-}
 
 void Task::end(int status, const std::string& text) {
     if (phase != SERVING) return;
@@ -182,21 +170,23 @@ void Task::end(int status, const std::string& text) {
     ending.text = text;
     if (forks) forks->stop();
     node.starts.forget(*this);
-    if (attached()) {
-        for (const auto& [id, server] : servers)
-            server->release();
-    }
+    if (attaching) release();
     detachment.begin();
 }
 
+void Task::release() {
+    for (const auto& [client, each] : debuggers)
+        node.server.release(client);
+}
+
 bool Task::detaching() const {
-    return attached() &&
+    return attaching &&
            std::ranges::any_of(debuggers, [](const auto& each) { return each.second->running; });
 }
 
 std::vector<pid_t> Task::heldTasks() const {
     std::vector<pid_t> held;
-    for (const auto& [id, each] : debuggers) {
+    for (const auto& [client, each] : debuggers) {
         if (each->running && each->target != 0 && Tracing::tracerOf(each->target) > 0)
             held.push_back(each->target);
     }
@@ -208,7 +198,7 @@ std::vector<pid_t> Task::heldTasks() const {
 void Task::killRest() {
     const auto living = [this] {
         std::vector<pid_t> found;
-        for (const auto& [id, each] : debuggers) {
+        for (const auto& [client, each] : debuggers) {
             if (each->running && each->target != 0 && ProcessTree::parentOf(each->pid) != 0)
                 found.push_back(each->pid);
         }
@@ -235,20 +225,26 @@ void Task::lose() {
     const bool wasEnding = std::exchange(phase, LOST) == ENDING;
     if (forks) forks->stop();
     node.starts.forget(*this);
-    if (attached()) watchOrphans();
-    for (const auto& [id, server] : servers)
-        server->release();
+    if (attaching) release();
+    for (const auto& [client, each] : debuggers) {
+        each->running = each->running && attaching;
+        node.server.lose(client);
+    }
     if (!wasEnding) detachment.begin();
+    watchOrphans();
 }
 
 void Task::watchOrphans() {
-    for (const auto& [id, each] : debuggers)
+    for (const auto& [client, each] : debuggers)
         each->running = each->running && ProcessTree::parentOf(each->pid) != 0;
     detachment.look();
     if (detaching()) watch.after(std::chrono::milliseconds(50), [this] { watchOrphans(); });
 }
 
 void Task::over() {
-    phase = OVER;
+    for (const auto& [client, each] : debuggers)
+        node.server.lose(client);
+    for (const auto& [client, each] : starts)
+        node.server.lose(client);
     owner.onTaskOver(*this);
 }

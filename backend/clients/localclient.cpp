@@ -64,7 +64,11 @@ bool LocalClient::readSome() {
     answered = true;
     for (const auto& piece : matcher.feed({buffer.data(), static_cast<std::size_t>(got)})) {
         if (!piece.text.empty()) listener.onOutput(number, piece.text);
-        if (!piece.prompt) continue;
+        if (piece.mark == PromptMatcher::NONE) continue;
+        if (piece.mark != PromptMatcher::PROMPT) {
+            listener.onRuns(number, piece.mark == PromptMatcher::RUNS);
+            continue;
+        }
         patience.cancel();
         listener.onPrompt(number);
     }

@@ -2,6 +2,7 @@
 
 #include "backend/drivers/driver.h"
 #include "backend/folding/aggregator.h"
+#include "backend/folding/node.h"
 #include "backend/folding/statreport.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
@@ -39,6 +40,9 @@ struct Request {
     std::unordered_map<int, int> lineCounts;
     /// The clients that were named because they wait for an answer of the user.
     ClientSet asking;
+    /// Those that are still to be named, and what the first of them asks.
+    ClientSet unnamed;
+    std::string question;
     Aggregator gathered;
     /// When more bytes than this are gathered, the lines leave that all clients have said.
     std::size_t limit = maxRecord;
@@ -69,6 +73,9 @@ struct Request {
     /// Whether the clients' output goes to the program behind the bar or into the report, and not
     /// to the console as it stands.
     bool captures() const { return stat || !filter.empty(); }
+
+    /// What the clients' nodes are told of it.
+    Work work() const;
 
     /// Works out from kind and text what the clients are to do. Gives back what is wrong with the
     /// text; nothing when all is well.

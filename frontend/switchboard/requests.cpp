@@ -35,6 +35,11 @@ void Requests::forget(const Request& request) {
     requests.erase(requests.find(request.number));
 }
 
+Request* Requests::find(int number) {
+    const auto at = requests.find(number);
+    return at == requests.end() ? nullptr : &at->second;
+}
+
 Request& Requests::idleOf(int console) {
     auto owner = idle.find(console);
     if (owner == idle.end()) owner = idle.begin();

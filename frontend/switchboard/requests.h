@@ -30,6 +30,8 @@ class Requests {
     /// Adds a request and numbers it. The reference holds until the request is forgotten.
     Request& add(Request request);
     void forget(const Request& request);
+    /// The request of this number; null when it was forgotten.
+    Request* find(int number);
     /// The request for the output of idle clients that last worked for this console; when the
     /// console has left, that of another one. There must be a console.
     Request& idleOf(int console);

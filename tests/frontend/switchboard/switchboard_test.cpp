@@ -34,7 +34,7 @@ TEST_F(SwitchboardTest, NeitherASlowClientNorAnUnfinishedLineHoldsBackTheOthers)
     EXPECT_EQ(pass(100ms), "1 0@0 a");
     EXPECT_EQ(pass(300ms), "1 1@0 half");
     prints({0}, " more\n");
-    EXPECT_EQ(pass(200ms), "1 0@1 younger / 1 2@0  more");
+    EXPECT_EQ(pass(200ms), "1 0@1 younger / 1 1@0  more");
     EXPECT_GT(wake, now + 4s);
 }
 
@@ -202,6 +202,55 @@ TEST_F(SwitchboardTest, SendAnswersThoseWhoAsk) {
     EXPECT_EQ(replies("y"), ""); // crosses READY
     filtered();
     EXPECT_EQ(replies("y"), "1 FAILED 502");
+}
+
+TEST_F(SwitchboardTest, ADebuggersHalfLineWaitsWhileItGrowsAndAsksWhenItDoesNot) {
+    types(1, "0", "print table");
+    for (const char* piece : {"{1, ", "\x1b[1m2, "}) {
+        prints({0}, piece);
+        EXPECT_EQ(pass(1999ms), "");
+    }
+    EXPECT_EQ(answers({0}, "4}\n"), "1 0@0 {1, ^[[1m2, 4} / 1 READY 1");
+    filtered();
+    types(1, "0", "print table");
+    prints({0}, "one\ntwo\rlogin: ");
+    EXPECT_EQ(pass(1999ms), "1 0@0 one");
+    EXPECT_EQ(pass(201ms), "1 1@0 login:  / 1 2@0 waits for an answer to 'login:'; give it by: "
+                           "send ... / 1 ON_INTERRUPT all");
+    EXPECT_EQ(replies("me"), "type 0 me");
+    prints({0}, "slow");
+    EXPECT_TRUE(pass(3s).starts_with("1 2@0 slow / 1 3@0 waits for an answer to 'slow'"));
+    // It was only slow; a question is told all the same.
+    prints({0}, " but there\nreally? (y or n) ");
+    EXPECT_EQ(pass(200ms), "1 2@0  but there / 1 3@0 really? (y or n)  / 1 4@0 waits for an answer "
+                           "to 'really? (y or n)'; give it by: send ... / 1 ON_INTERRUPT all");
+    prompts({0});
+    filtered();
+    // The program's is shown soon, and nobody waits for an answer; the debugger tells whose it is.
+    types(1, "0", "mine");
+    board.runs(0, true);
+    prints({0}, "half");
+    EXPECT_EQ(pass(500ms), "1 0@0 half");
+    EXPECT_EQ(pass(2s), "");
+    board.runs(0, false);
+    prints({0}, " a line");
+    EXPECT_EQ(pass(1999ms), "");
+    EXPECT_EQ(prompts({0}), "1 0@0  a line / 1 READY 1");
+}
+
+TEST_F(SwitchboardTest, ConsolesGetNoControlBytesButProgramsDo) {
+    const std::string raw("10%\r20%\a\0\r\n", 11);
+    types(1, "0", "print it | grep x");
+    EXPECT_EQ(answers({0}, raw), "start 0 grep x < " + raw.substr(0, 9) + "\n");
+    board.userProgramOutput(0, "\x9b|\n", now);
+    board.userProgramEnded(0, "", now);
+    EXPECT_EQ(happened(), "1 0@0 M-^[| / 1 READY 1");
+    filtered();
+    types(1, "0", "shell it");
+    EXPECT_EQ(answers({0}, raw), "1 0@0 20%^G^@ / 1 READY 1");
+    board.announce("\x1b"
+                   "c");
+    EXPECT_TRUE(happened().ends_with("^[c"));
 }
 
 TEST_F(SwitchboardTest, ItIsFreeAgainWhenItsGroupHasAnswered) {

@@ -73,7 +73,7 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
     }
     std::string stops(const ClientSet& ids) { return answers(ids, "received signal SIGINT\n"); }
     std::string dies(int client) {
-        board.clientGone(client);
+        board.clientGone(client, now);
         return happened();
     }
     std::string pass(std::chrono::milliseconds time) {
