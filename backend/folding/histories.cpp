@@ -115,7 +115,7 @@ bool Histories::add(const ClientSet& clients, std::string_view text, std::uint32
     const std::uint32_t born = age(now);
     Point from = none, to = none;
     bool merged = false;
-    for (const ClientSet::Range& run : clients.ranges()) {
+    for (const ClientSet::Range& run : clients.runs()) {
         for (int id = run.first; id <= run.last; ++id) {
             Page& page = pageOf(id);
             std::uint32_t& cell = page.cells[static_cast<std::size_t>(id % pageSize)];

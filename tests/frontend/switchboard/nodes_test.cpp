@@ -128,9 +128,8 @@ class NodesTest : public testing::Test, private Switchboard::Outlet {
         ++records;
         for (const auto& [number, slot] : data.slots())
             for (const auto& line : slot.lines)
-                lines.push_back(line.clients().str() + "| " + line.getContent());
+                lines.push_back(line.clients().str() + "| " + std::string(line.getContent()));
     }
-    void toConsoles(const std::vector<int>&, const Data& data) override { toConsole(1, data); }
     void toClient(int, const std::string&) override { FAIL(); }
     void interrupt(int) override { FAIL(); }
     void startUserProgram(int, const std::string&, const std::string&) override {}
