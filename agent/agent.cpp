@@ -23,75 +23,61 @@ Agent::Agent(Rendezvous rendezvous, Rank task)
       detachment(loop, *this) {}
 
 int Agent::run() {
-    AgentHello hello;
-    hello.rank = rank.number;
-    hello.size = rank.jobSize;
-    open(0, hello);
+    server.emplace(loop, where,
+                   std::vector<NodeRecords::Task>{{rank.number, rank.jobSize, ::getpid()}},
+                   static_cast<NodeServer::Owner&>(*this));
     loop.run();
     return status;
 }
 
-void Agent::open(int id, const AgentHello& hello) {
-    servers[id] = std::make_unique<DebuggerServer>(loop, id, where, hello,
-                                                   static_cast<DebuggerServer::Owner&>(*this));
+void Agent::onStart(const DebuggerStart& start) {
+    if (const auto child = children.find(start.attach); child != children.end())
+        numbers[start.client] = child->second;
+    if (!forks && !start.forkMark.empty()) forks.emplace(loop, *this, start.forkMark, maxForks);
 }
 
-void Agent::onStart(int id, const DebuggerStart& start) {
-    if (id != 0 || start.forkMark.empty()) return;
-    forks.emplace(loop, *this, start.forkMark, maxForks);
+void Agent::onOutput(int client, pid_t debugger, std::string_view text) {
+    if (forks && !ending) forks->heard(client, debugger, text);
 }
 
-void Agent::onOutput(int id, std::string_view text) {
-    if (forks && !ending) forks->heard(id, servers[id]->pid(), text);
-}
-
-// The front end asks for the child's debugger, or refuses it.
+// The front end asks for the child's debugger, or refuses it. It has no client's number yet.
 int Agent::adopt(const Forks::Child& child) {
-    const int id = servers.rbegin()->first + 1;
-    AgentHello hello;
-    hello.rank = servers[child.parent]->clientNumber();
-    hello.size = rank.jobSize;
-    hello.forked = child.pid;
-    open(id, hello);
-    return id;
+    children[child.pid] = ++lastChild;
+    server->offer({child.parent, child.pid});
+    return lastChild;
 }
 
-void Agent::tellOfForks(int parent, const std::string& text) {
-    if (const auto at = servers.find(parent); at != servers.end()) at->second->tell(text);
+void Agent::tellOfForks(int parent, const std::string& text) { server->tell(parent, text); }
+
+// How the client's process is known to Forks.
+int Agent::childOf(int client) const {
+    const auto number = numbers.find(client);
+    return number == numbers.end() ? client : number->second;
 }
 
-void Agent::onAttachDone(int id) {
-    if (forks) forks->started(id);
+void Agent::onAttachDone(int client) {
+    if (forks) forks->started(childOf(client));
 }
 
-void Agent::onNoDebugger(int id) {
-    if (forks) forks->ended(id);
+void Agent::onEnded(int client) {
+    if (forks) forks->ended(childOf(client));
 }
 
-void Agent::onOver(int id, const std::string& problem) {
-    if (id == 0) {
-        if (!problem.empty())
-            std::fprintf(stderr, "vexagent: cannot connect to the front end: %s\n",
-                         problem.c_str());
-        return end(problem.empty() ? 0 : 1);
-    }
+void Agent::onForkLeft(pid_t process) {
+    const auto child = children.find(process);
+    if (forks && child != children.end()) forks->ended(child->second);
+}
+
+void Agent::onOver(const std::string& problem) {
     if (!problem.empty())
-        servers[0]->tell("a forked process runs on without a debugger: its agent cannot connect: " +
-                         problem);
-    servers[id]->release();
-    if (forks && !servers[id]->running()) forks->ended(id);
+        std::fprintf(stderr, "vexagent: cannot connect to the front end: %s\n", problem.c_str());
+    end(problem.empty() ? 0 : 1);
 }
 
 void Agent::onChild() {
+    const bool some = server && server->collect();
     std::vector<pid_t> known;
-    bool some = false;
-    for (const auto& [id, server] : servers) {
-        if (server->ended()) {
-            some = true;
-            if (forks) forks->ended(id);
-        }
-        if (server->running()) known.push_back(server->pid());
-    }
+    if (server) server->listPids(known);
     // What its program has started and left behind ends with the last debugger.
     if (some && known.empty()) ProcessTree::killDescendants(::getpid());
     std::sort(known.begin(), known.end());
@@ -103,16 +89,10 @@ void Agent::end(int exitStatus) {
     if (std::exchange(ending, true)) return;
     status = exitStatus;
     if (forks) forks->stop();
-    if (attached()) {
-        for (const auto& [id, server] : servers)
-            server->release();
-    }
+    if (server->attaches()) server->release();
     detachment.begin();
 }
 
-bool Agent::detaching() const {
-    return attached() &&
-           std::ranges::any_of(servers, [](const auto& each) { return each.second->running(); });
-}
+bool Agent::detaching() const { return server->attaches() && server->running(); }
 
 void Agent::onDetached() { loop.stop(); }

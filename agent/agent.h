@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agent/debuggerserver.h"
+#include "agent/nodeserver.h"
 #include "agent/rank.h"
 #include "backend/clients/detachment.h"
 #include "backend/clients/forks.h"
@@ -18,7 +18,7 @@
 /// for what the task forks. When the task's connection ends, in whatever way, or a signal asks it
 /// to end, its debuggers let go of what they attached to, and it kills everything below this
 /// process. One thread, one event loop.
-class Agent : private DebuggerServer::Owner, public Forks::Owner, private Detachment::Owner {
+class Agent : private NodeServer::Owner, public Forks::Owner, private Detachment::Owner {
   public:
     Agent(Rendezvous where, Rank rank);
 
@@ -30,24 +30,26 @@ class Agent : private DebuggerServer::Owner, public Forks::Owner, private Detach
     const Rank rank;
     EventLoop loop;
     Signals signals;
-    std::map<int, std::unique_ptr<DebuggerServer>> servers; // the task's has number 0
-    std::optional<Forks> forks;                             // none: not wanted
+    std::optional<NodeServer> server;
+    std::optional<Forks> forks;    // none: not wanted
+    std::map<pid_t, int> children; // forked processes that were offered, and their numbers in forks
+    std::map<int, int> numbers;    // the same, by the clients that they have become
+    int lastChild = 1 << 30;
     Detachment detachment;
     bool ending = false;
     int status = 0;
 
-    void open(int id, const AgentHello& hello);
-    /// Whether the task was there before its debugger.
-    bool attached() const { return servers.at(0)->attaches(); }
+    int childOf(int client) const;
     void onChild();
     void end(int exitStatus);
 
-    // DebuggerServer::Owner
-    void onStart(int id, const DebuggerStart& start) override;
-    void onOutput(int id, std::string_view text) override;
-    void onAttachDone(int id) override;
-    void onNoDebugger(int id) override;
-    void onOver(int id, const std::string& problem) override;
+    // NodeServer::Owner
+    void onStart(const DebuggerStart& start) override;
+    void onOutput(int client, pid_t debugger, std::string_view text) override;
+    void onAttachDone(int client) override;
+    void onEnded(int client) override;
+    void onForkLeft(pid_t process) override;
+    void onOver(const std::string& problem) override;
 
     // Forks::Owner
     int adopt(const Forks::Child& child) override;

@@ -85,7 +85,7 @@ void Connector::whenConnected() {
 }
 
 void Connector::introduce() {
-    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxFrame);
+    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxHello);
     const long user = link->peerUser();
     if (user != -1 && user != static_cast<long>(::geteuid()) && user != 0) {
         problem = "another user listens at the front end's socket";

@@ -3,6 +3,7 @@
 #include "backend/os/text.h"
 
 #include <algorithm>
+#include <utility>
 
 std::string ErrorWatch::pass(int client, std::string_view text, bool counts) {
     Seen& each = seen(client);
@@ -46,6 +47,15 @@ void ErrorWatch::ended(int client) {
 void ErrorWatch::count(int client) {
     ++errors;
     culprits.insert(client);
+}
+
+void ErrorWatch::add(int more, const ClientSet& whose) {
+    errors += more;
+    culprits.insert(whose);
+}
+
+std::pair<int, ClientSet> ErrorWatch::take() {
+    return {static_cast<int>(std::exchange(errors, 0)), std::exchange(culprits, {})};
 }
 
 std::optional<std::string> ErrorWatch::verdict() const {

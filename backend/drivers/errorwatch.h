@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// Counts the errors that debuggers report, and takes the marks that tell of them
 /// (Driver::Launch::errorMark) out of the clients' output. The end of a debugger that no command
@@ -28,6 +29,11 @@ class ErrorWatch {
     void ended(int client);
     /// A script that ran for the client has failed.
     void scriptFailed(int client) { scriptsFailed.insert(client); }
+
+    /// Errors that were counted elsewhere.
+    void add(int more, const ClientSet& whose);
+    /// What was counted since the last call of this: how many, and whose.
+    std::pair<int, ClientSet> take();
 
     /// "3 errors were reported by the debuggers of 0:1 4"; nothing when there was none.
     std::optional<std::string> verdict() const;

@@ -39,6 +39,7 @@ class LocalNode : public Node {
     void interrupt(const ClientSet& clients, Clock::time_point now) override;
     ClientSet reply(const ClientSet& clients, const std::string& text,
                     Clock::time_point now) override;
+    const std::string& host() const override { return here; }
 
     /// What a client's debugger printed, without its prompts.
     void output(int client, std::string_view text, Clock::time_point now);
@@ -73,6 +74,7 @@ class LocalNode : public Node {
     const Driver& driver;
     Outlet& outlet;
     Listener& listener;
+    const std::string here;
     std::map<int, Worker> workers; // those that were ever told of
     /// Clients that may be settling, and until when; the times ascend. A client that has answered
     /// meanwhile still stands here.

@@ -24,6 +24,8 @@ struct Work {
     Output output = LINES;
     /// STACKS: tells calls apart by source line, too.
     bool withPlaces = false;
+    /// Lines are not held to be folded.
+    bool instant = false;
 };
 
 /// The debuggers of one node, in this process or on another machine: types lines at them, and tells
@@ -70,4 +72,6 @@ class Node {
     /// Types an answer at those that wait for one; gives them, as far as is known here.
     virtual ClientSet reply(const ClientSet& clients, const std::string& text,
                             Clock::time_point now) = 0;
+    /// Where it is, for the user; empty: in this process.
+    virtual const std::string& host() const = 0;
 };

@@ -27,6 +27,39 @@ void StackTree::add(int client, const std::vector<std::string>& calls) {
           client);
 }
 
+StackTree::StackTree(const Outline& outline) {
+    std::vector<Node*> path{&root};
+    for (const Call& call : outline.calls) {
+        path.resize(call.depth + 1);
+        Node& node = path.back()->calls[call.text];
+        node.clients = call.clients;
+        node.threads = call.threads;
+        path.push_back(&node);
+    }
+    for (const Call& call : outline.innermost)
+        innermost[call.text] = {call.clients, call.threads, {}};
+    for (const Row& row : outline.without)
+        without[row.text] = row.clients;
+}
+
+StackTree::Outline StackTree::outline() const {
+    Outline flat;
+    list(root.calls, 0, flat.calls);
+    list(innermost, 0, flat.innermost);
+    for (const auto& [reason, clients] : without)
+        flat.without.push_back({reason, clients});
+    return flat;
+}
+
+// Recursion ends as that of merge does.
+void StackTree::list(const std::map<std::string, Node>& nodes, std::size_t depth,
+                     std::vector<Call>& calls) {
+    for (const auto& [text, node] : nodes) {
+        calls.push_back({depth, text, node.clients, node.threads});
+        list(node.calls, depth + 1, calls);
+    }
+}
+
 void StackTree::add(const StackTree& other) {
     merge(root.calls, other.root.calls);
     merge(innermost, other.innermost);

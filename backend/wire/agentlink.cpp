@@ -28,7 +28,8 @@ AgentLink::AgentLink(EventLoop& eventLoop, Descriptor connected, int maxFrame)
     : loop(eventLoop),
       socket(std::move(connected)),
       stream(loop, socket.get()),
-      reader(maxFrame),
+      most(maxFrame),
+      reader(most),
       family(familyOf(socket)) {
     const int fd = socket.get();
     // None of the programs that this process starts may hold it.
@@ -54,6 +55,7 @@ void AgentLink::start(Handler& first) {
 
 void AgentLink::setHandler(Handler* next, int maxFrame) {
     handler = next;
+    most = maxFrame;
     reader.allow(maxFrame);
 }
 
@@ -78,7 +80,15 @@ void AgentLink::takeRecords() {
             }
             const auto body = reader.body();
             if (!body) break;
-            const AgentRecord record = AgentRecord::unpack(*body);
+            AgentRecord record = AgentRecord::unpack(*body);
+            if (parts.size() + record.body.size() > AgentRecord::maxBody) throw BrokenConnection();
+            if (record.type == AgentRecord::PART) {
+                // A peer that has not proved itself yet has nothing long to say.
+                if (most < AgentRecord::maxFrame) throw BrokenConnection();
+                parts += record.body;
+                continue;
+            }
+            if (!parts.empty()) record.body.insert(0, std::exchange(parts, {}));
             if (handler) handler->onRecord(record);
         }
     } catch (const BrokenConnection&) {
@@ -97,7 +107,7 @@ void AgentLink::resume() {
 
 void AgentLink::send(const AgentRecord& record) {
     if (over) return;
-    queue.add(record.frame());
+    queue.add(record.frames());
     // Together with what else this turn of the loop has to say.
     if (!writing) waitToWrite();
 }

@@ -51,7 +51,9 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     Descriptor socket;
     Stream stream; // of the socket
     Handler* handler = nullptr;
+    int most; // bytes of a frame that comes
     FrameReader reader;
+    std::string parts; // the beginning of the next record's body
     SendQueue queue{1024 * 1024, 128 * 1024};
     const int family; // of the socket's address
     bool writing = false;

@@ -6,7 +6,7 @@
 #include "backend/drivers/errorwatch.h"
 #include "backend/os/eventloop.h"
 #include "frontend/launch/launchedjob.h"
-#include "frontend/launch/remoteclient.h"
+#include "frontend/launch/remotenode.h"
 #include "frontend/session/forkedclients.h"
 #include "frontend/session/options.h"
 #include "frontend/session/startupoutput.h"
@@ -22,7 +22,7 @@
 /// The debuggers of a session, one for each client: starts those of the tasks here, through a
 /// launcher or where the tasks run, leaves those of forked processes to ForkedClients, and carries
 /// what they print. Tells on the standard error what goes wrong at the start. One thread.
-class Clients : public Client::Listener, private LaunchedJob::Owner, private RemoteClient::Owner {
+class Clients : public Client::Listener, private LaunchedJob::Owner, private RemoteNode::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
     class Owner : public ForkedClients::Owner {
@@ -33,6 +33,12 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
         virtual void onAllStarted() = 0;
         /// The start has failed, and the user was told so.
         virtual void onStartFailed() = 0;
+        /// Clients are those of a node on another machine, not this process's.
+        virtual void onNode(const ClientSet& clients, Node& node) = 0;
+        /// Hears what the clients of other machines say.
+        virtual Node::Listener& nodeListener() = 0;
+        /// Whether to go on reading what the clients say.
+        virtual bool mayReadClients(const ClientSet& clients) = 0;
         /// Something for all users to know, about no client in particular.
         virtual void announce(const std::string& text) = 0;
     };
@@ -49,12 +55,13 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     /// Adds the ids of the processes that are waited for here.
     void listPids(std::vector<pid_t>& pids) const;
 
+    /// Of a client of this machine.
     void type(int client, const std::string& line);
     void interrupt(int client) { of(client).interrupt(); }
     /// Reads on where the owner has refused.
     void resume();
     /// Which process the client's is, in one line.
-    std::string describe(int client) const { return of(client).identity(); }
+    std::string describe(int client) const;
     /// Asks the agents which processes the clients' are; gives how many will answer.
     int askIdentities();
     bool alive(int client) const;
@@ -80,7 +87,8 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
         /// READY: its debugger has prompted. ENDED: its debugger has ended, or there will be none.
         enum Phase { AWAITED, STARTING, READY, ENDED };
 
-        std::unique_ptr<Client> client; // null: there is no debugger yet
+        std::unique_ptr<Client> client; // null: there is no debugger yet, or a node has it
+        RemoteNode* node = nullptr;     // null: no debugger yet, or one of this machine
         Phase phase = AWAITED;
     };
     enum Phase { STARTING, RUNNING, OVER };
@@ -93,8 +101,11 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     Phase phase = STARTING;
     std::deque<Task> tasks;              // by their numbers; they stay where they are
     std::unique_ptr<LaunchedJob> agents; // null: all debuggers are this machine's
-    std::size_t nextLocal = 0;           // the task to be started next, if it is a local one
-    bool attached = false;               // a debugger holds a task that ran before
+    std::vector<std::unique_ptr<RemoteNode>> nodes;
+    std::size_t settled = 0;   // tasks whose start is over
+    std::size_t nextLocal = 0; // the task to be started next, if it is a local one
+    bool attached = false;     // a debugger holds a task that ran before
+    bool errorsUntold = false; // a node's debuggers cannot tell their errors
     StartupOutput startupOutput;
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
     ForkedClients forked;
@@ -115,7 +126,8 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     std::optional<std::string> defect() const;
     void fail(const std::string& problem);
 
-    DebuggerStart startOf(int task) const;
+    DebuggerStart commonStart() const;
+    pid_t targetOf(int task) const;
     void settle(int task, Task::Phase reached);
 
     // Client::Listener
@@ -126,14 +138,22 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
 
     // LaunchedJob::Owner
     void onSize(int size) override;
-    void onAgent(int task, std::shared_ptr<AgentLink> link) override;
-    void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) override;
+    void onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) override;
     void onMissing(int task, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
+    void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }
 
-    // RemoteClient::Owner
-    void onEnded(int task) override;
-    void onIdentified(int task) override;
-    void onTold(int task, const std::string& text) override;
+    // RemoteNode::Owner
+    void onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& found) override;
+    void onStarted(RemoteNode& node, const NodeRecords::Started& started) override;
+    void onEnded(const ClientSet& clients) override;
+    void onIdentified(const ClientSet& clients) override;
+    void onTold(int client, const std::string& text) override;
+    void onErrors(const NodeRecords::Errors& reported) override;
+    void onForked(RemoteNode& node, const NodeRecords::Fork& fork) override;
+    Node::Listener* listener() override;
+    bool mayRead(const RemoteNode& node) override;
+
+    void taskEnded(int task);
 };

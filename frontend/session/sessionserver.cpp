@@ -172,7 +172,14 @@ void SessionServer::onClientPrompt(int id) {
 
 void SessionServer::onClientEnded(int id) { board.clientGone(id, Clock::now()); }
 
-void SessionServer::onClientForked(int id, const std::string& who) { board.clientForked(id, who); }
+void SessionServer::onClientForked(int id, const std::string& who, Node* node) {
+    board.clientForked(id, who);
+    if (node) board.setNode({id}, *node);
+}
+
+bool SessionServer::mayReadClients(const ClientSet& ids) {
+    return std::ranges::all_of(ids, [this](int id) { return mayReadClient(id); });
+}
 
 void SessionServer::onAllStarted() {
     phase = SERVING;

@@ -81,7 +81,10 @@ class SessionServer : private Switchboard::Outlet,
     void onClientRuns(int client, bool runs) override;
     bool mayReadClient(int client) override { return !consoles.congested(board.ownerOf(client)); }
     void onClientEnded(int client) override;
-    void onClientForked(int client, const std::string& who) override;
+    void onClientForked(int client, const std::string& who, Node* node) override;
+    void onNode(const ClientSet& ids, Node& node) override { board.setNode(ids, node); }
+    Node::Listener& nodeListener() override { return board; }
+    bool mayReadClients(const ClientSet& ids) override;
     void tellOfClient(int client, const std::string& text) override { board.tell(client, text); }
     void announce(const std::string& text) override { board.announce(text); }
     void onIdentity() override { whoQueries.answered(); }

@@ -17,15 +17,24 @@ constexpr const char* scriptCommand = "vex_cmd";
 } // namespace
 
 Dispatcher::Dispatcher(int count, const Driver& kind, Node& theirs, Outlet& out, Listener& told)
-    : driver(kind),
-      node(theirs),
-      outlet(out),
-      listener(told),
-      members(static_cast<std::size_t>(count)),
-      requests(out) {}
+    : driver(kind), firstNode(theirs), outlet(out), listener(told), requests(out) {
+    setClients(count);
+}
+
+void Dispatcher::setClients(int count) {
+    Member idle;
+    idle.node = &firstNode;
+    members.assign(static_cast<std::size_t>(count), idle);
+}
+
+void Dispatcher::setNode(const ClientSet& clients, Node& node) {
+    for (const int id : clients)
+        at(id).node = &node;
+}
 
 void Dispatcher::addClient(int id) {
     members.resize(std::max(members.size(), static_cast<std::size_t>(id) + 1));
+    at(id).node = &firstNode;
 }
 
 void Dispatcher::consoleLeft(int console) {
@@ -50,7 +59,8 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
         for (const int id : clients)
             startProgram(id, request.line, "");
     } else {
-        node.type(clients, request.line);
+        for (const auto& [node, theirs] : byNode(clients))
+            node->type(theirs, request.line);
     }
     return std::nullopt;
 }
@@ -60,12 +70,24 @@ void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
     report(place(std::move(wanted), {id}, now), id);
 }
 
+std::map<Node*, ClientSet> Dispatcher::byNode(const ClientSet& clients) const {
+    std::map<Node*, ClientSet> nodes;
+    Node* last = nullptr;
+    ClientSet* theirs = nullptr;
+    for (const int id : clients) {
+        if (at(id).node != last) theirs = &nodes[last = at(id).node];
+        theirs->insert(id);
+    }
+    return nodes;
+}
+
 // Makes the clients work on the request.
 Request& Dispatcher::place(Request wanted, const ClientSet& clients, Clock::time_point now) {
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
     // What they said before is heard first.
-    node.begin(clients, request.work(), now);
+    for (const auto& [node, theirs] : byNode(clients))
+        node->begin(theirs, request.work(), now);
     for (const int id : clients) {
         assert(!at(id).request);
         at(id).request = &request;
@@ -121,7 +143,7 @@ void Dispatcher::advance(int id, Clock::time_point now) {
         if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(words) == scriptCommand &&
             !Text::afterWord(words).empty()) {
             program.typed = true;
-            node.type({id}, Text::afterWord(words));
+            at(id).node->type({id}, Text::afterWord(words));
         } else {
             if (!request.stat) line = SafeText::line(std::move(line));
             deliver(request, id, std::move(line), now);
@@ -178,15 +200,18 @@ void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
             working.insert(id);
             continue;
         }
-        node.interrupt({id}, now);
+        at(id).node->interrupt({id}, now);
         stopProgram(id);
         conclude(id);
     }
-    node.interrupt(working, now);
+    for (const auto& [node, theirs] : byNode(working))
+        node->interrupt(theirs, now);
 }
 
 bool Dispatcher::reply(const ClientSet& ids, const std::string& text, Clock::time_point now) {
-    const ClientSet taken = node.reply(ids, text, now);
+    ClientSet taken;
+    for (const auto& [node, theirs] : byNode(ids))
+        taken.insert(node->reply(theirs, text, now));
     for (const int id : taken) {
         Request& request = *at(id).request;
         request.asking.erase(id);
@@ -208,6 +233,8 @@ void Dispatcher::adopt(int id, int console) {
 
 // Where the client's output goes; null: nobody wants it.
 Request* Dispatcher::outputOf(int id, int work) {
+    // Nobody knows of it yet.
+    if (!has(id) || !at(id).node) return nullptr;
     Request* const request = at(id).request;
     // What is left of a work before that is idle output, and so is all of a client without work.
     if (!request || request->number != work)
@@ -376,7 +403,22 @@ void Dispatcher::tellOverdue(Request& request, Clock::time_point now) {
     ClientSet silent = request.waiting;
     silent.erase(request.asking);
     if (!silent.empty() && request.console != 0)
-        remark(request, silent, "No answer yet from " + Text::list(silent));
+        remark(request, silent, "No answer yet from " + listed(silent));
+}
+
+// The clients with their hosts, if these are few.
+std::string Dispatcher::listed(const ClientSet& clients) const {
+    constexpr std::size_t few = 4;
+    std::map<std::string, ClientSet> hosts;
+    for (const auto& [node, theirs] : byNode(clients))
+        hosts[node->host()].insert(theirs);
+    if (hosts.size() > few)
+        return Text::list(clients) + " on " + std::to_string(hosts.size()) + " hosts";
+    std::string text;
+    for (const auto& [host, theirs] : hosts)
+        text +=
+            (text.empty() ? "" : ", ") + Text::list(theirs) + (host.empty() ? "" : " on " + host);
+    return text;
 }
 
 // --- time

@@ -47,8 +47,11 @@ class Dispatcher : public Node::Listener {
     /// outlive this.
     Dispatcher(int clients, const Driver& driver, Node& node, Outlet& out, Listener& told);
 
-    /// Replaces the clients by 0 to count - 1, all idle; before a console has joined.
-    void setClients(int count) { members = std::vector<Member>(static_cast<std::size_t>(count)); }
+    /// Replaces the clients by 0 to count - 1, all idle and of the first node; before a console has
+    /// joined.
+    void setClients(int count);
+    /// The clients are those of another node, which must outlive this.
+    void setNode(const ClientSet& clients, Node& node);
 
     /// Adds an idle client; no number is used twice.
     void addClient(int id);
@@ -109,6 +112,7 @@ class Dispatcher : public Node::Listener {
         Request* request = nullptr; // the command it works on; null: it is idle
         int console = 0;            // the owner of its present or last command; 0: none
         int idleLineCount = 0;      // while it works, its request has the count
+        Node* node = nullptr;       // null: there is no such client
     };
     /// A program of the user's for one client, and what it printed.
     struct Program {
@@ -119,7 +123,7 @@ class Dispatcher : public Node::Listener {
     };
 
     const Driver& driver;
-    Node& node;
+    Node& firstNode;
     Outlet& outlet;
     Listener& listener;
     std::vector<Member> members;
@@ -130,6 +134,8 @@ class Dispatcher : public Node::Listener {
     Member& at(int client) { return members[static_cast<std::size_t>(client)]; }
     const Member& at(int client) const { return members[static_cast<std::size_t>(client)]; }
 
+    std::map<Node*, ClientSet> byNode(const ClientSet& clients) const;
+    std::string listed(const ClientSet& clients) const;
     Request& place(Request wanted, const ClientSet& clients, Clock::time_point now);
     void startProgram(int client, const std::string& command, const std::string& input);
     void stopProgram(int client);

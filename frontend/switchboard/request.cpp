@@ -5,13 +5,6 @@
 
 #include <algorithm>
 
-namespace {
-
-// Calls of each thread that stat asks for.
-constexpr int maxCalls = 500;
-
-} // namespace
-
 int Request::commonLines() const {
     std::optional<int> least;
     for (const auto& [client, count] : lineCounts)
@@ -20,8 +13,8 @@ int Request::commonLines() const {
 }
 
 Work Request::work() const {
-    if (stat) return {number, Work::STACKS, stat->withPlaces()};
-    return {number, filter.empty() ? Work::LINES : Work::WHOLE};
+    if (stat) return {number, Work::STACKS, stat->withPlaces(), false};
+    return {number, filter.empty() ? Work::LINES : Work::WHOLE, false, instant()};
 }
 
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
@@ -64,6 +57,6 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
         const std::string program = Text::firstWord(filter);
         if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
-    line = driver.backtraceCommand(maxCalls);
+    line = driver.backtraceCommand(StackTree::maxCalls);
     return std::nullopt;
 }
