@@ -174,7 +174,7 @@ void Labels::divideNames() {
     }
 }
 
-ClientSet Labels::ranked(const ClientSet& from) const {
+ClientSet Labels::ranked(ClientSet from) const {
     if (inOrder) return from;
     ClientSet ranks;
     if (from.size() < names.size() / 64) {

@@ -24,7 +24,7 @@ class Labels {
     /// Ranks all labels that there are. What follows needs it when labels have come since.
     void rank();
     /// The ranks of ids.
-    ClientSet ranked(const ClientSet& ids) const;
+    ClientSet ranked(ClientSet ids) const;
     /// Adds the label of a rank.
     void add(std::string& to, int rank) const { to += names[byRank(rank)]; }
     /// Adds the labels of ranks: numbers as client numbers, "0:3 5"; names with the numbers in them

@@ -37,11 +37,13 @@ void LineFold::showDue(Clock::time_point now) {
 }
 
 void LineFold::finish() {
-    auto lines = folder.take().lines;
+    // Label by label, a record is shown as a whole.
     if (wholes)
-        showWholes(lines);
+        showWholes(folder.take().lines);
+    else if (printer.byLabel())
+        show(folder.take().lines);
     else
-        show(std::move(lines));
+        folder.finish([this](std::vector<Folder::Line>&& lines) { show(std::move(lines)); });
     // Whole outputs are one position.
     for (const Stray& each : std::exchange(waiting, {}))
         printer.showStray(each.text, 0);
@@ -68,7 +70,7 @@ void LineFold::findStrays(const std::vector<Folder::Line>& lines) {
     }
 }
 
-void LineFold::show(std::vector<Folder::Line> lines) {
+void LineFold::show(std::vector<Folder::Line>&& lines) {
     if (lines.empty()) return;
     findStrays(lines);
     std::vector<Stray> found, left;

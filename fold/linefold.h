@@ -55,7 +55,7 @@ class LineFold {
     std::vector<Stray> waiting; // in the order in which they came
     std::size_t strayCount = 0;
 
-    void show(std::vector<Folder::Line> lines);
+    void show(std::vector<Folder::Line>&& lines);
     void findStrays(const std::vector<Folder::Line>& lines);
     void showWholes(const std::vector<Folder::Line>& lines);
 };

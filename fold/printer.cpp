@@ -37,18 +37,22 @@ void Printer::judge(std::vector<Shown>& position) const {
     }
 }
 
-void Printer::show(std::vector<Folder::Line> lines) {
+void Printer::show(std::vector<Folder::Line>&& lines) {
     labels.rank();
     std::vector<Shown> gathered;
     for (std::size_t i = 0; i < lines.size();) {
         const std::size_t begin = gathered.size();
         const int number = lines[i].number;
         for (; i < lines.size() && lines[i].number == number; ++i)
-            gathered.push_back({number, labels.ranked(lines[i].clients), std::move(lines[i].text)});
-        std::stable_sort(
-            gathered.begin() + static_cast<std::ptrdiff_t>(begin), gathered.end(),
-            [](const Shown& a, const Shown& b) { return a.ranks.front() < b.ranks.front(); });
-        if (style.mode == Parser::EXPANDED && !style.json) continue;
+            gathered.push_back(
+                {number, labels.ranked(std::move(lines[i].clients)), std::move(lines[i].text)});
+        const auto bySmallest = [](const Shown& a, const Shown& b) {
+            return a.ranks.front() < b.ranks.front();
+        };
+        const auto from = gathered.begin() + static_cast<std::ptrdiff_t>(begin);
+        if (!std::is_sorted(from, gathered.end(), bySmallest))
+            std::stable_sort(from, gathered.end(), bySmallest);
+        if (byLabel()) continue;
         showPosition(gathered);
         gathered.clear();
     }

@@ -26,8 +26,10 @@ class Printer {
     /// The labels and the output must outlive this.
     Printer(const Style& how, Labels& all, Output& to) : style(how), labels(all), out(to) {}
 
+    /// Whether it matters which lines are shown together.
+    bool byLabel() const { return style.mode == Parser::EXPANDED && !style.json; }
     /// Shows lines, by ascending numbers.
-    void show(std::vector<Folder::Line> lines);
+    void show(std::vector<Folder::Line>&& lines);
     /// Shows a line that belongs to nobody, behind a position; -1: before all.
     void showStray(std::string_view text, int position);
     /// Shows texts of several lines, each with the ids of those that have said all of it.
