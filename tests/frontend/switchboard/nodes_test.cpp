@@ -127,7 +127,7 @@ class NodesTest : public testing::Test, private Switchboard::Outlet {
         if (data.getType() != Data::TEXT) return;
         ++records;
         for (const auto& [number, slot] : data.slots())
-            for (const Line& line : slot.lines)
+            for (const auto& line : slot.lines)
                 lines.push_back(line.clients().str() + "| " + std::string(line.getContent()));
     }
     void toClient(int, const std::string&) override { FAIL(); }
