@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
 #include <stdexcept>
 #include <system_error>
 
@@ -24,30 +23,25 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
-} // namespace
-
-// One for each client that has a host, or one for each host.
-std::vector<LaunchedJob::Login> LaunchedJob::loginsOf(const Plan& plan) {
-    std::vector<Login> logins;
-    std::map<std::string, std::size_t> known;
-    for (std::size_t i = 0; i < plan.hosts.size(); ++i) {
-        const std::string& host = plan.hosts[i];
-        if (host.empty()) continue;
-        const auto [at, fresh] = known.try_emplace(host, logins.size());
-        if (fresh || !plan.attaches) logins.push_back({host, {}});
-        (plan.attaches ? logins[at->second] : logins.back()).clients.push_back(static_cast<int>(i));
+// The clients that have a host.
+std::vector<int> withHost(const std::vector<std::string>& hosts) {
+    std::vector<int> clients;
+    for (std::size_t i = 0; i < hosts.size(); ++i) {
+        if (!hosts[i].empty()) clients.push_back(static_cast<int>(i));
     }
-    return logins;
+    return clients;
 }
+
+} // namespace
 
 LaunchedJob::LaunchedJob(EventLoop& eventLoop, Plan wanted, Owner& whose)
     : loop(eventLoop),
       plan(std::move(wanted)),
       owner(whose),
-      hosts(loginsOf(plan)),
+      remote(withHost(plan.hosts)),
       // The others do not wait for a host that does not answer.
-      logins(loop, perHost() ? hosts.size() : 1,
-             plan.attaches ? std::optional<Clock::duration>(maxLoginTime) : std::nullopt, *this) {}
+      logins(loop, perHost() ? remote.size() : 1,
+             plan.lenient ? std::optional<Clock::duration>(maxLoginTime) : std::nullopt, *this) {}
 
 void LaunchedJob::start() {
     try {
@@ -77,7 +71,7 @@ Logins::Command LaunchedJob::commandOf(std::size_t login) {
         return {argv, ""};
     }
     Rendezvous where = port->rendezvous();
-    where.rank = hosts[login].clients.front();
+    where.rank = remote[login];
     where.size = size();
     argv.insert(argv.end(), {hostOf(login), Launcher::quoted(plan.agent), "--rendezvous", "-"});
     return {argv, where.str()};
@@ -106,8 +100,8 @@ std::vector<int> LaunchedJob::admit(const std::string& host,
     for (const NodeRecords::Task& task : tasks) {
         if (phase != GATHERING) break;
         if (!isFit(host, task)) continue;
-        const std::vector<int> its = markPresent(task.rank);
-        clients.insert(clients.end(), its.begin(), its.end());
+        markPresent(task.rank);
+        clients.push_back(task.rank);
         count();
     }
     return clients;
@@ -136,16 +130,10 @@ bool LaunchedJob::isFit(const std::string& host, const NodeRecords::Task& task) 
     return false;
 }
 
-// With a client, all that its agent is for; gives them.
-std::vector<int> LaunchedJob::markPresent(int client) {
-    std::vector<int> clients{client};
-    if (const auto login = loginOf.find(client); login != loginOf.end()) {
-        clients = hosts[login->second].clients;
-        logins.finish(login->second);
-    }
-    for (const int each : clients)
-        present[static_cast<std::size_t>(each)] = true;
-    return clients;
+void LaunchedJob::markPresent(int client) {
+    present[static_cast<std::size_t>(client)] = true;
+    const auto login = std::ranges::lower_bound(remote, client);
+    if (login != remote.end()) logins.finish(static_cast<std::size_t>(login - remote.begin()));
 }
 
 // One more agent is there, or will not come.
@@ -165,13 +153,9 @@ void LaunchedJob::count() {
 
 void LaunchedJob::setSize(int size) {
     present.assign(static_cast<std::size_t>(size), perHost());
-    for (std::size_t i = 0; i < hosts.size(); ++i) {
-        for (const int each : hosts[i].clients) {
-            present[static_cast<std::size_t>(each)] = false;
-            loginOf[each] = i;
-        }
-    }
-    expected = perHost() ? hosts.size() : present.size();
+    for (const int each : remote)
+        present[static_cast<std::size_t>(each)] = false;
+    expected = perHost() ? remote.size() : present.size();
     owner.onSize(size);
 }
 
@@ -183,14 +167,15 @@ void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
     if (logins.finished(login))
         return owner.onLauncherSaid("(" + how + "; tasks that end with it are removed)");
     if (perHost()) {
+        const int client = remote[login];
         const std::string& host = hostOf(login);
         const std::string problem =
             plan.launcher[0] + " for host " + host + " " + how +
             " before its task was there. Does this work: " + joined(plan.launcher) + " " + host +
             " " + plan.agent + " --version";
-        if (!plan.attaches) return fail(problem);
-        for (const int client : markPresent(hosts[login].clients.front()))
-            owner.onMissing(client, problem);
+        if (!plan.lenient) return fail(problem);
+        markPresent(client);
+        owner.onMissing(client, problem);
         return count();
     }
     fail("the launcher " + how + " before all tasks were there (" +
@@ -202,11 +187,11 @@ void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
 }
 
 std::set<std::string> LaunchedJob::awaitedHosts() const {
-    std::set<std::string> awaited;
+    std::set<std::string> hosts;
     for (std::size_t i = 0; perHost() && i < logins.count(); ++i) {
-        if (logins.underWay(i)) awaited.insert(hostOf(i));
+        if (logins.underWay(i)) hosts.insert(hostOf(i));
     }
-    return awaited;
+    return hosts;
 }
 
 void LaunchedJob::stop() {

@@ -5,7 +5,6 @@
 #include "backend/wire/noderecords.h"
 #include "frontend/launch/agentport.h"
 
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -26,9 +25,8 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
         /// words, and each agent reads its rank from its standard input; a client without a host
         /// has no agent. Empty: the launcher starts all tasks, and tells them their ranks.
         std::vector<std::string> hosts;
-        /// The tasks run already: a host needs only one agent, which says the rank of its first
-        /// client, and the job goes on without the agents that hosts do not bring.
-        bool attaches = false;
+        /// Goes on without the agents that hosts do not bring.
+        bool lenient = false;
         /// Also agents of this machine come by TCP.
         bool onlyTcp = false;
     };
@@ -74,10 +72,6 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
 
   private:
     enum Phase { GATHERING, COMPLETE, OVER };
-    struct Login {
-        std::string host;
-        std::vector<int> clients; // ascending
-    };
 
     EventLoop& loop;
     const Plan plan;
@@ -85,8 +79,7 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     Phase phase = GATHERING;
     std::optional<AgentPort> port;
     std::optional<RendezvousFile> file;
-    const std::vector<Login> hosts; // by the numbers of the logins; empty: the launcher starts all
-    std::map<int, std::size_t> loginOf; // of each client that has one
+    const std::vector<int> remote; // the clients with a login of their own, in their order
     Logins logins;
     std::vector<bool> present; // of each client: its agent is there, will not come or is not needed
     std::size_t expected = 0;  // agents; 0: not known yet
@@ -95,11 +88,12 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
 
     bool perHost() const { return !plan.hosts.empty(); }
     int size() const { return static_cast<int>(present.size()); }
-    const std::string& hostOf(std::size_t login) const { return hosts[login].host; }
-    static std::vector<Login> loginsOf(const Plan& plan);
+    const std::string& hostOf(std::size_t login) const {
+        return plan.hosts[static_cast<std::size_t>(remote[login])];
+    }
     void setSize(int size);
     void startLogins();
-    std::vector<int> markPresent(int client);
+    void markPresent(int client);
     void count();
     bool isFit(const std::string& host, const NodeRecords::Task& task);
     void fail(const std::string& problem);

@@ -51,7 +51,7 @@ void Clients::callAgents() {
     plan.agent = options.agent;
     plan.hosts = options.hostOfTask;
     plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
-    plan.attaches = options.attaches();
+    plan.lenient = options.attaches();
     agents = std::make_unique<LaunchedJob>(loop, plan, static_cast<LaunchedJob::Owner&>(*this));
     try {
         agents->start();
