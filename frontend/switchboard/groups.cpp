@@ -26,7 +26,8 @@ Reply failed(int number, const std::string& text = "") {
 
 // Operands are gathered and united once: there may be as many as clients.
 void append(std::vector<ClientSet::Range>& ranges, const ClientSet& ids) {
-    ranges.insert(ranges.end(), ids.ranges().begin(), ids.ranges().end());
+    for (const ClientSet::Range& run : ids.runs())
+        ranges.push_back(run);
 }
 
 } // namespace
