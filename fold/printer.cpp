@@ -32,8 +32,8 @@ void Printer::judge(std::vector<Shown>& position) const {
     parser.parse(&data);
     const auto& lines = data.slots().begin()->second.lines;
     for (std::size_t i = 0; i < position.size(); ++i) {
-        position[i].text = lines[i]->getContent();
-        position[i].state = lines[i]->getState();
+        position[i].text = lines[i].getContent();
+        position[i].state = lines[i].getState();
     }
 }
 
