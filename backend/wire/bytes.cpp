@@ -33,7 +33,7 @@ void ByteWriter::set(const ClientSet& clients) {
         int first, step, more;
     };
     std::vector<Run> runs;
-    for (const auto& [first, last] : clients.ranges()) {
+    for (const auto& [first, last] : clients.runs()) {
         if (first != last) {
             runs.push_back({first, 1, last - first});
             continue;

@@ -17,7 +17,6 @@ void NodeReport::begun(const ClientSet& clients, const Work& work, Clock::time_p
     Sheet& sheet = sheets[work.number];
     sheet.instant = work.instant;
     sheet.clients.insert(clients);
-    sheet.lines.await(clients);
 }
 
 // Forgets a work that nobody has any more.
@@ -34,8 +33,11 @@ void NodeReport::leave(int client, Clock::time_point now) {
 }
 
 void NodeReport::typed(const ClientSet& clients) {
-    for (const int id : clients)
-        sheets[workOf[id]].awaited.insert(id);
+    for (const int id : clients) {
+        Sheet& sheet = sheets[workOf[id]];
+        sheet.awaited.insert(id);
+        sheet.lines.await({id});
+    }
 }
 
 void NodeReport::started(int client, const NodeRecords::Started& how, std::size_t remain,
