@@ -76,6 +76,9 @@ class Histories {
     /// Nothing was said; what comes first stands behind the number `last`.
     explicit Histories(int last) : rootIndex{{{last, -1}, 0}} { rootList.front().last = last; }
 
+    Histories(Histories&&) = default;
+    Histories& operator=(Histories&&) = default;
+
     /// The next line of the client, or of each of the clients; true when another client has said
     /// the same text.
     bool add(int client, std::string_view text, std::uint32_t cut, Clock::time_point now);
@@ -92,6 +95,8 @@ class Histories {
     const std::vector<Node>& nodes() const { return nodeList; }
     const std::vector<Root>& roots() const { return rootList; }
     const Text& text(std::uint32_t id) const { return texts[id]; }
+    /// Gives a text away that is not needed any more.
+    std::string release(std::uint32_t id) { return std::move(texts[id].text); }
     std::size_t textCount() const { return texts.size(); }
     /// The bytes of the distinct texts.
     std::size_t textBytes() const { return bytes; }

@@ -108,6 +108,10 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
                     note(to + std::to_string(number) + "@" + line.clients().str() +
                          std::string(line.getContent()));
     }
+    void toConsoles(const std::vector<int>& consoles, const Data& data) override {
+        for (const int console : consoles)
+            toConsole(console, data);
+    }
     void toClient(int client, const std::string& line) override {
         note("type " + std::to_string(client) + " " + line);
     }
