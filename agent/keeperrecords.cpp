@@ -6,7 +6,10 @@
 
 AgentRecord KeeperJoin::record() const {
     ByteWriter out;
-    for (const int each : {protocol, int{pid}, rank, jobSize})
+    for (const int each : {protocol, int{pid}, jobSize})
+        out.integer(each);
+    out.number(ranks.size());
+    for (const int each : ranks)
         out.integer(each);
     return {AgentRecord::JOIN, out.take()};
 }
@@ -18,8 +21,9 @@ KeeperJoin KeeperJoin::of(const AgentRecord& record) {
     join.protocol = in.integer();
     if (join.protocol != version) return join;
     join.pid = in.integer();
-    join.rank = in.integer();
     join.jobSize = in.integer();
+    for (std::size_t left = in.count(1); left > 0; --left)
+        join.ranks.push_back(in.integer());
     in.end();
     return join;
 }

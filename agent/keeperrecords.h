@@ -5,6 +5,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// How a keeper introduces itself to the agent of its node.
 struct KeeperJoin {
@@ -12,7 +13,7 @@ struct KeeperJoin {
 
     int protocol = version;
     pid_t pid = 0;
-    int rank = -1; // -1: the launcher does not tell it
+    std::vector<int> ranks; // -1: the launcher does not tell it
     int jobSize = -1;
 
     AgentRecord record() const;

@@ -55,7 +55,7 @@ int serve(const std::string& path) {
     std::signal(SIGPIPE, SIG_IGN);
     const Rendezvous where = readRendezvous(path);
     const Rank rank = Rank::find(where);
-    const KeeperJoin join{.pid = ::getpid(), .rank = rank.number, .jobSize = rank.jobSize};
+    const KeeperJoin join{.pid = ::getpid(), .ranks = rank.numbers, .jobSize = rank.jobSize};
     NodeDoor::Found found = NodeDoor::find(where.nodeName, join);
     if (found.link) return Keeper(std::move(found.link), -1).run();
     int ends[2];

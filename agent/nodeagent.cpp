@@ -73,11 +73,12 @@ void NodeAgent::end(int status, const std::string& text) {
 }
 
 void NodeAgent::onTask(Task& task) {
-    const NodeRecords::Task& told = task.description();
     if (over) return task.end(over->status, over->text);
-    // The session refuses a second one of a rank.
-    ranks.try_emplace(told.rank, &task);
-    server.add(told);
+    for (const NodeRecords::Task& each : task.description()) {
+        // The session refuses a second one of a rank.
+        ranks.try_emplace(each.rank, &task);
+        server.add(each);
+    }
 }
 
 void NodeAgent::onTaskOver(Task& task) {

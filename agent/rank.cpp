@@ -5,11 +5,11 @@
 #include <cstdlib>
 
 Rank Rank::find(const Rendezvous& where) {
-    if (where.rank != -1) return {where.rank, where.size};
+    if (!where.ranks.empty()) return {where.ranks, where.size};
     for (const auto& names : RankVariables::all) {
-        const Rank rank{RankVariables::valueOf(std::getenv(names.rank)),
-                        RankVariables::valueOf(std::getenv(names.jobSize))};
-        if (rank.number >= 0 && rank.jobSize > 0) return rank;
+        const int number = RankVariables::valueOf(std::getenv(names.rank));
+        const int jobSize = RankVariables::valueOf(std::getenv(names.jobSize));
+        if (number >= 0 && jobSize > 0) return {{number}, jobSize};
     }
     return {};
 }

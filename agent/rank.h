@@ -2,10 +2,12 @@
 
 #include "backend/wire/rendezvous.h"
 
-/// Which task of a job an agent is for. A value.
+#include <vector>
+
+/// Which tasks of a job an agent is for. A value.
 struct Rank {
-    int number = -1;  // -1: not told
-    int jobSize = -1; // how many tasks the job has; -1: not told
+    std::vector<int> numbers = {-1}; // -1: not told
+    int jobSize = -1;                // how many tasks the job has; -1: not told
 
     /// What the rendezvous says, else what the launcher has put into this process's environment
     /// (RankVariables).

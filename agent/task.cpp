@@ -63,7 +63,8 @@ void Task::join(const AgentRecord& record) {
         return link->send({AgentRecord::REFUSED, ""});
     phase = SERVING;
     link->send({AgentRecord::WELCOME, ""});
-    told = {join.rank, join.jobSize, keeper};
+    for (const int rank : join.ranks)
+        told.push_back({rank, join.jobSize, keeper});
     owner.onTask(*this);
 }
 

@@ -18,9 +18,9 @@
 #include <vector>
 
 /// A task of a node, in the agent of the node: its debugger and those of what it forks, whose
-/// parent is the task's keeper. When it is to end, its debuggers let go of what they attached to,
-/// and the keeper kills everything below it; when the keeper was killed, this does it in its place.
-/// One thread.
+/// parent is the task's keeper. Where tasks run already, one keeper may serve several. When it is
+/// to end, its debuggers let go of what they attached to, and the keeper kills everything below it;
+/// when the keeper was killed, this does it in its place. One thread.
 class Task : private AgentLink::Handler,
              private StartQueue::Starter,
              private Forks::Owner,
@@ -48,8 +48,8 @@ class Task : private AgentLink::Handler,
     Task(const Node& node, std::shared_ptr<AgentLink> link, pid_t keeper, Owner& owner);
     ~Task() override;
 
-    /// How the session is told of it; valid from onTask on.
-    const NodeRecords::Task& description() const { return told; }
+    /// How the session is told of it, or of them; valid from onTask on.
+    const std::vector<NodeRecords::Task>& description() const { return told; }
     /// Whether it has forked the process, which was offered to the session.
     bool offers(pid_t process) const { return children.contains(process); }
 
@@ -74,7 +74,7 @@ class Task : private AgentLink::Handler,
     const pid_t keeper;
     Owner& owner;
     Phase phase = JOINING;
-    NodeRecords::Task told;
+    std::vector<NodeRecords::Task> told;
     std::map<int, DebuggerStart> starts;                           // of those that wait
     std::map<int, std::shared_ptr<KeptDebugger::State>> debuggers; // by their clients
     bool attaching = false;                                        // to a task that ran before

@@ -92,7 +92,9 @@ std::string Rendezvous::str() const {
     for (const std::string& address : addresses)
         text << "address " << address << '\n';
     text << "port " << port << "\nsecret " << secret << '\n';
-    if (rank != -1) text << "rank " << rank << "\nsize " << size << '\n';
+    for (const int rank : ranks)
+        text << "rank " << rank << '\n';
+    if (!ranks.empty()) text << "size " << size << '\n';
     text << "end .\n";
     return text.str();
 }
@@ -111,7 +113,7 @@ Rendezvous Rendezvous::parse(std::istream& in) {
         else if (name == "secret")
             result.secret = value;
         else if (name == "rank")
-            result.rank = number(value);
+            result.ranks.push_back(number(value));
         else if (name == "size")
             result.size = number(value);
         else if (name == "end" && !result.secret.empty() && result.port >= 0 &&

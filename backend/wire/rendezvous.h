@@ -16,8 +16,9 @@ struct Rendezvous {
     int port = 0; // TCP
     /// Known to the front end and its agents only.
     std::string secret;
-    /// The rank and the size of the job for an agent whose launcher tells neither; -1: it tells.
-    int rank = -1;
+    /// The ranks of its tasks and the size of the job for an agent whose launcher tells neither;
+    /// none and -1: it tells.
+    std::vector<int> ranks = {};
     int size = -1;
     /// The abstract name of the socket of a node's agent, the same on each host; known to others,
     /// it tells nothing of the secret. Empty: agents of a host do not find each other.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <stdexcept>
 #include <system_error>
 
@@ -23,13 +24,29 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
-// The clients that have a host.
-std::vector<int> withHost(const std::vector<std::string>& hosts) {
-    std::vector<int> clients;
+constexpr std::size_t noLogin = ~std::size_t{0};
+
+// The clients that have a host, by their logins.
+std::vector<std::vector<int>> withHost(const std::vector<std::string>& hosts, bool oneAHost) {
+    std::vector<std::vector<int>> logins;
+    std::map<std::string, std::size_t> loginOfHost;
     for (std::size_t i = 0; i < hosts.size(); ++i) {
-        if (!hosts[i].empty()) clients.push_back(static_cast<int>(i));
+        if (hosts[i].empty()) continue;
+        const auto [at, isNew] = loginOfHost.emplace(hosts[i], logins.size());
+        if (isNew || !oneAHost) logins.emplace_back();
+        logins[oneAHost ? at->second : logins.size() - 1].push_back(static_cast<int>(i));
     }
-    return clients;
+    return logins;
+}
+
+std::vector<std::size_t> loginsOfClients(std::size_t clients,
+                                         const std::vector<std::vector<int>>& logins) {
+    std::vector<std::size_t> result(clients, noLogin);
+    for (std::size_t login = 0; login < logins.size(); ++login) {
+        for (const int client : logins[login])
+            result[static_cast<std::size_t>(client)] = login;
+    }
+    return result;
 }
 
 } // namespace
@@ -38,7 +55,8 @@ LaunchedJob::LaunchedJob(EventLoop& eventLoop, Plan wanted, Owner& whose)
     : loop(eventLoop),
       plan(std::move(wanted)),
       owner(whose),
-      remote(withHost(plan.hosts)),
+      remote(withHost(plan.hosts, plan.oneAHost)),
+      loginOf(loginsOfClients(plan.hosts.size(), remote)),
       // The others do not wait for a host that does not answer.
       logins(loop, perHost() ? remote.size() : 1,
              plan.lenient ? std::optional<Clock::duration>(maxLoginTime) : std::nullopt, *this) {}
@@ -71,7 +89,7 @@ Logins::Command LaunchedJob::commandOf(std::size_t login) {
         return {argv, ""};
     }
     Rendezvous where = port->rendezvous();
-    where.rank = remote[login];
+    where.ranks = remote[login];
     where.size = size();
     argv.insert(argv.end(), {hostOf(login), Launcher::quoted(plan.agent), "--rendezvous", "-"});
     return {argv, where.str()};
@@ -132,8 +150,11 @@ bool LaunchedJob::isFit(const std::string& host, const NodeRecords::Task& task) 
 
 void LaunchedJob::markPresent(int client) {
     present[static_cast<std::size_t>(client)] = true;
-    const auto login = std::ranges::lower_bound(remote, client);
-    if (login != remote.end()) logins.finish(static_cast<std::size_t>(login - remote.begin()));
+    if (!perHost()) return;
+    const std::size_t login = loginOf[static_cast<std::size_t>(client)];
+    if (login != noLogin &&
+        std::ranges::all_of(remote[login], [this](int each) { return isPresent(each); }))
+        logins.finish(login);
 }
 
 // One more agent is there, or will not come.
@@ -153,9 +174,11 @@ void LaunchedJob::count() {
 
 void LaunchedJob::setSize(int size) {
     present.assign(static_cast<std::size_t>(size), perHost());
-    for (const int each : remote)
-        present[static_cast<std::size_t>(each)] = false;
-    expected = perHost() ? remote.size() : present.size();
+    for (const std::vector<int>& clients : remote) {
+        for (const int each : clients)
+            present[static_cast<std::size_t>(each)] = false;
+    }
+    expected = static_cast<std::size_t>(std::ranges::count(present, false));
     owner.onSize(size);
 }
 
@@ -167,16 +190,19 @@ void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
     if (logins.finished(login))
         return owner.onLauncherSaid("(" + how + "; tasks that end with it are removed)");
     if (perHost()) {
-        const int client = remote[login];
         const std::string& host = hostOf(login);
         const std::string problem =
             plan.launcher[0] + " for host " + host + " " + how +
             " before its task was there. Does this work: " + joined(plan.launcher) + " " + host +
             " " + plan.agent + " --version";
         if (!plan.lenient) return fail(problem);
-        markPresent(client);
-        owner.onMissing(client, problem);
-        return count();
+        for (const int client : remote[login]) {
+            if (phase != GATHERING || isPresent(client)) continue;
+            markPresent(client);
+            owner.onMissing(client, problem);
+            count();
+        }
+        return;
     }
     fail("the launcher " + how + " before all tasks were there (" +
          (size() == 0 ? std::string("none was")

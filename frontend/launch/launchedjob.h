@@ -25,6 +25,8 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
         /// words, and each agent reads its rank from its standard input; a client without a host
         /// has no agent. Empty: the launcher starts all tasks, and tells them their ranks.
         std::vector<std::string> hosts;
+        /// One agent serves all clients of a host: their tasks run already.
+        bool oneAHost = false;
         /// Goes on without the agents that hosts do not bring.
         bool lenient = false;
         /// Also agents of this machine come by TCP.
@@ -79,7 +81,8 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     Phase phase = GATHERING;
     std::optional<AgentPort> port;
     std::optional<RendezvousFile> file;
-    const std::vector<int> remote; // the clients with a login of their own, in their order
+    const std::vector<std::vector<int>> remote; // the clients of each login
+    const std::vector<std::size_t> loginOf;     // of each client; none: `noLogin`
     Logins logins;
     std::vector<bool> present; // of each client: its agent is there, will not come or is not needed
     std::size_t expected = 0;  // agents; 0: not known yet
@@ -89,8 +92,9 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     bool perHost() const { return !plan.hosts.empty(); }
     int size() const { return static_cast<int>(present.size()); }
     const std::string& hostOf(std::size_t login) const {
-        return plan.hosts[static_cast<std::size_t>(remote[login])];
+        return plan.hosts[static_cast<std::size_t>(remote[login].front())];
     }
+    bool isPresent(int client) const { return present[static_cast<std::size_t>(client)]; }
     void setSize(int size);
     void startLogins();
     void markPresent(int client);

@@ -51,7 +51,7 @@ void Clients::callAgents() {
     plan.agent = options.agent;
     plan.hosts = options.hostOfTask;
     plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
-    plan.lenient = options.attaches();
+    plan.lenient = plan.oneAHost = options.attaches();
     agents = std::make_unique<LaunchedJob>(loop, plan, static_cast<LaunchedJob::Owner&>(*this));
     try {
         agents->start();
@@ -105,7 +105,11 @@ void Clients::onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) 
 }
 
 void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& found) {
-    if (phase != STARTING) return node.close();
+    if (phase != STARTING) {
+        // Those that it has already go on.
+        if (node.clients().empty()) node.close();
+        return;
+    }
     NodeRecords::Start start{commonStart(), {}};
     // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
     if (!options.hostOfTask.empty() && !options.attaches())

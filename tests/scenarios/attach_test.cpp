@@ -106,12 +106,13 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
 
 // Two tasks of this host, one of another, one of a host that cannot be reached.
 TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
-    const Walker walkers[3];
+    const Walker walkers[4];
     const std::string file = folder.write(
-        "attach.cfg", "5100\n5\n2 0 127.0.0.1 localhost " + walkers[1].number() + " 1 /bin/x \n" +
+        "attach.cfg", "5100\n6\n2 0 127.0.0.1 localhost " + walkers[1].number() + " 1 /bin/x \n" +
                           "0 0 127.0.0.1 localhost " + walkers[0].number() + " 1 /bin/x \n" +
                           "1 0 127.0.0.1 localhost -1 1 /bin/x \n" + "3 0 198.51.100.7 node1 " +
-                          walkers[2].number() + " 1 /bin/x \n" +
+                          walkers[2].number() + " 1 /bin/x \n" + "5 0 198.51.100.7 node1 " +
+                          walkers[3].number() + " 1 /bin/x \n" +
                           "4 0 198.51.100.8 nowhere 77 1 /bin/x \n");
     const std::string reach =
         script("reach", "#!/bin/sh\ncase $1 in nowhere) echo no route; exit 255; esac\nexec " +
@@ -123,11 +124,13 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
     Peer console(path);
     EXPECT_EQ(console.command("python print(gdb.selected_inferior().pid)"),
               (Lines{"0 | " + walkers[0].number(), "1 | " + walkers[1].number(),
-                     "2 | " + walkers[2].number(), "READY"}));
+                     "2 | " + walkers[2].number(), "4 | " + walkers[3].number(), "READY"}));
+    // Its two tasks take one login.
+    EXPECT_EQ(folder.read("hosts.log"), "node1\n");
     EXPECT_TRUE(
         console.command("vex who")[2].ends_with("pid " + walkers[2].number() + "  steadily"));
     quit(console);
-    EXPECT_TRUE(walkers[2].walks());
+    EXPECT_TRUE(walkers[2].walks() && walkers[3].walks());
 }
 
 // Also where agents run the debuggers.

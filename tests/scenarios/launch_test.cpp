@@ -2,10 +2,12 @@
 #include "backend/wire/handshake.h"
 #include "backend/wire/noderecords.h"
 #include "backend/wire/rendezvous.h"
+#include "common/descriptor.h"
 #include "tests/support/vextest.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -25,14 +27,15 @@ class LaunchTest : public VexTest {
     static bool installed(const std::string& name) {
         return ::access(("/usr/bin/" + name).c_str(), X_OK) == 0;
     }
-    // Starts tasks 1 to n - 1 of a job, as PMI has it, when the file "go" is there; they find task
-    // 0 by the copy that it leaves.
-    std::string handMade(int n) {
+    // Starts tasks `first` to n - 1 of a job, as PMI has it, when the file "go" is there; others
+    // find their way by the copy that it leaves.
+    std::string handMade(int n, int first = 1) {
         return script("starter", "#!/bin/sh\ncp $3 " + folder.path("copy.new") + "\nmv " +
                                      folder.path("copy.new") + " " + folder.path("copy") +
                                      "\nuntil [ -e " + folder.path("go") +
-                                     " ]; do sleep 0.05; done\nr=1\nwhile [ $r -lt " +
-                                     std::to_string(n) + " ]; do PMI_SIZE=" + std::to_string(n) +
+                                     " ]; do sleep 0.05; done\nr=" + std::to_string(first) +
+                                     "\nwhile [ $r -lt " + std::to_string(n) +
+                                     " ]; do PMI_SIZE=" + std::to_string(n) +
                                      " PMI_RANK=$r \"$@\" & r=$((r + 1)); done\nwait\n");
     }
     std::size_t rendezvousFiles() const {
@@ -118,6 +121,77 @@ TEST_F(LaunchTest, HostsOfAFile) {
     vex->signal(SIGTERM);
     EXPECT_TRUE(console.closed());
     expectEnd(128 + SIGTERM);
+}
+
+// Each task has the process that the launcher has started as its debugger's parent, and all have
+// one agent; each of these may be killed.
+TEST_F(LaunchTest, TasksOfAHostShareOneAgent) {
+    folder.write("go", "");
+    for (const bool nodeKilled : {false, true}) {
+        SCOPED_TRACE(nodeKilled);
+        const std::string path = beginWith({"--launch", handMade(4, 0), program("halo")});
+        Peer console(path);
+        const std::vector<pid_t> nodes = named("vexagent-node", living());
+        const std::vector<pid_t> keepers = named("vexagent", living());
+        EXPECT_EQ(nodes.size(), 1u);
+        EXPECT_EQ(keepers.size(), 4u);
+        EXPECT_EQ(named("gdb", living()).size(), 4u);
+        const pid_t first = ProcessTree::parentOf(nodes.at(0));
+        std::map<std::string, pid_t> keeperOf;
+        for (const pid_t each : keepers) {
+            EXPECT_GT(childOf(each, "gdb"), 0);
+            keeperOf[ProcessTree::variable(each, "PMI_RANK").value_or("")] = each;
+        }
+        // What has left its parent, its session and its terminal goes all the same.
+        for (const char* client : {"1", "2"})
+            console.command("shell setsid tail -f /dev/null </dev/null >/dev/null 2>&1 &", client);
+        EXPECT_TRUE(eventually([this] { return named("tail", living()).size() == 2; }));
+        if (nodeKilled) {
+            kill(nodes);
+            expectEnd(0);
+            continue;
+        }
+        kill({keeperOf["1"]});
+        EXPECT_EQ(console.next(), (Lines{"REPLY 5 1"}));
+        EXPECT_TRUE(eventually([this] { return named("tail", living()).size() == 1; }));
+        EXPECT_EQ(console.command("print 1"), (Lines{"0 2:3 | $1 = 1", "READY"}));
+        EXPECT_EQ(named("gdb", living()).size(), 3u);
+        // The one that has started the node's agent is no more than the others.
+        if (first != keeperOf["1"]) {
+            kill({first});
+            console.next();
+        }
+        EXPECT_EQ(named("vexagent-node", living()), nodes);
+        quit(console);
+    }
+}
+
+// Where their socket is somebody else's, agents find their way by themselves.
+TEST_F(LaunchTest, ANodesNameMayBeTaken) {
+    const std::string path = beginWith({"--launch", handMade(2, 0), program("halo")});
+    await("copy");
+    std::istringstream in(folder.read("copy"));
+    const std::string name = Rendezvous::parse(in).nodeName;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    name.copy(address.sun_path + 1, sizeof address.sun_path - 1);
+    const Descriptor taken(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(::bind(taken.get(), reinterpret_cast<sockaddr*>(&address),
+                     static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size())),
+              0);
+    ASSERT_EQ(::listen(taken.get(), 2), 0);
+    folder.write("go", "");
+    const std::string no = AgentRecord{AgentRecord::REFUSED, ""}.frames();
+    for (int task = 0; task < 2; ++task) {
+        const Descriptor keeper(::accept(taken.get(), nullptr, nullptr));
+        char join[64];
+        EXPECT_GT(::read(keeper.get(), join, sizeof join), 0);
+        EXPECT_EQ(::write(keeper.get(), no.data(), no.size()), static_cast<ssize_t>(no.size()));
+    }
+    Peer console(path);
+    EXPECT_EQ(named("vexagent-node", living()).size(), 2u);
+    EXPECT_EQ(console.command("print 1"), (Lines{"0:1 | $1 = 1", "READY"}));
+    quit(console);
 }
 
 // A peer of the agents' port, with a connection of its own.
