@@ -47,15 +47,31 @@ int SessionServer::run() {
         clients.start();
         loop.run();
     } catch (...) {
-        // Debuggers let go of their tasks as at any other end.
-        end(1);
-        loop.run();
+        takeDown();
         throw;
     }
     const auto verdict = clients.verdict();
     if (status != 0 || !verdict) return status;
     std::fprintf(stderr, "vex: %s\n", verdict->c_str());
     return ExitStatus::refused;
+}
+
+// After a fault, debuggers let go of their tasks as at any other end. The user hears of that fault,
+// not of those that follow it. When it faults again and again, the guardian does the rest.
+void SessionServer::takeDown() {
+    constexpr int maxFaults = 10;
+    try {
+        end(1);
+    } catch (...) {
+        detachment.begin();
+    }
+    for (int faults = 0; faults < maxFaults; ++faults) {
+        try {
+            return loop.run();
+        } catch (...) {
+            continue;
+        }
+    }
 }
 
 // --- the world outside

@@ -119,5 +119,6 @@ class SessionServer : private Switchboard::Outlet,
     void endIfDeserted();
     void resumeReading();
 
+    void takeDown();
     void end(int exitStatus);
 };

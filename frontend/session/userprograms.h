@@ -67,7 +67,7 @@ class UserPrograms {
 
     void startNext();
     void begin(int client, Start what);
-    void waitToRead(int client, const std::shared_ptr<Running>& helper);
-    void waitToWrite(const std::shared_ptr<Running>& helper);
-    bool readSome(int client, Running& helper);
+    void waitToRead(int client, const std::shared_ptr<Running>& program);
+    void waitToWrite(const std::shared_ptr<Running>& program);
+    bool readSome(int client, Running& program);
 };
