@@ -122,11 +122,12 @@ void prepare(Options& options) {
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
     Limits::liftDescriptors();
-    // Those of other hosts have their terminals there.
     const auto elsewhere = std::ranges::count_if(
         options.targets, [](const Target& each) { return !each.host.empty(); });
-    if (const auto problem =
-            Limits::refusal(options.tasks, Limits::facts(), static_cast<int>(elsewhere)))
+    const Limits::Need need{.tasks = options.tasks,
+                            .here = options.tasks - static_cast<int>(elsewhere),
+                            .debugger = Limits::memoryOf(options.debugger)};
+    if (const auto problem = Limits::refusal(need, Limits::facts()))
         throw std::runtime_error(*problem);
 }
 

@@ -1,6 +1,7 @@
 #include "backend/clients/localclient.h"
 
 #include "backend/os/drain.h"
+#include "backend/os/indexcache.h"
 #include "backend/os/tracing.h"
 
 #include <array>
@@ -26,7 +27,8 @@ LocalClient::LocalClient(EventLoop& loop, Listener& hears, const DebuggerStart& 
       program(start.program),
       patience(loop) {
     ChildProcess::Start what;
-    what.argv = start.argvFor(terminal.name(), inputTerminal.name());
+    what.argv = start.argvFor(terminal.name(), inputTerminal.name(),
+                              start.indexCacheWords.empty() ? "" : IndexCache::folder());
     what.environment = start.environment;
     what.terminal = terminal.terminal();
     what.inherits = start.inherits;

@@ -12,6 +12,9 @@ struct DebuggerStart {
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
     std::vector<std::string> argv;
+    /// Behind the first of these where there is a directory for an index of symbols; its path goes
+    /// behind the last. None: no such index is kept.
+    std::vector<std::string> indexCacheWords;
     /// Added to the environment.
     Environment environment;
     /// The prompt that the debugger shows, byte for byte.
@@ -43,7 +46,9 @@ struct DebuggerStart {
     /// process.
     static DebuggerStart of(const Driver& driver, Driver::Launch launch, Environment environment,
                             pid_t attach = 0);
-    /// The command line with the names of real terminals and the process.
+    /// The command line with the names of real terminals and the process, and with the directory of
+    /// the index; empty: there is none.
     std::vector<std::string> argvFor(const std::string& ownTerminal,
-                                     const std::string& programsTerminal) const;
+                                     const std::string& programsTerminal,
+                                     const std::string& indexCache) const;
 };

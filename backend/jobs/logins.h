@@ -55,8 +55,6 @@ class Logins {
     void kill();
     /// Whether a launcher still runs.
     bool running() const;
-    /// Adds the ids of the launchers' processes.
-    void listPids(std::vector<pid_t>& pids) const;
 
   private:
     enum Phase { AHEAD, LATE, DONE };

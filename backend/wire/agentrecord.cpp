@@ -110,9 +110,11 @@ AgentChallenge AgentChallenge::of(const AgentRecord& record) {
 
 AgentRecord AgentRecords::start(const DebuggerStart& start) {
     Packer packer;
-    packer.packInt(static_cast<int>(start.argv.size()));
-    for (const std::string& word : start.argv)
-        pack(packer, word);
+    for (const auto* words : {&start.argv, &start.indexCacheWords}) {
+        packer.packInt(static_cast<int>(words->size()));
+        for (const std::string& word : *words)
+            pack(packer, word);
+    }
     packer.packInt(static_cast<int>(start.environment.size()));
     for (const auto& [name, value] : start.environment) {
         pack(packer, name);
@@ -129,8 +131,10 @@ AgentRecord AgentRecords::start(const DebuggerStart& start) {
 DebuggerStart AgentRecords::startOf(const AgentRecord& record) {
     Packer packer = reader(record, AgentRecord::START);
     DebuggerStart start;
-    for (int left = packer.unpackCount(4); left > 0; --left)
-        start.argv.push_back(unpackWord(packer));
+    for (auto* words : {&start.argv, &start.indexCacheWords}) {
+        for (int left = packer.unpackCount(4); left > 0; --left)
+            words->push_back(unpackWord(packer));
+    }
     for (int left = packer.unpackCount(8); left > 0; --left) {
         std::string name = unpackWord(packer);
         std::string value = unpackWord(packer);

@@ -43,7 +43,7 @@ struct AgentRecord {
 
 /// How an agent introduces itself.
 struct AgentHello {
-    static constexpr int version = 2;
+    static constexpr int version = 3;
 
     int protocol = version;
     /// Chosen for this connection.

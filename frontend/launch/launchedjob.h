@@ -61,8 +61,6 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     std::set<std::string> awaitedHosts() const;
     /// Whether a launcher still runs.
     bool running() const { return logins.running(); }
-    /// Adds the ids of the launchers' processes.
-    void listPids(std::vector<pid_t>& pids) const { logins.listPids(pids); }
     /// Lets no further agent in, and says nothing more. Ends logins that have brought no agent.
     void stop();
 

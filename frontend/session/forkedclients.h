@@ -60,8 +60,6 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
 
     /// Looks whose debuggers have ended.
     void collect();
-    /// Adds the ids of the debuggers' processes.
-    void listPids(std::vector<pid_t>& pids) const;
     void resume();
     /// Asks the agents which processes the clients' are; gives how many will answer.
     int askIdentities();
@@ -108,7 +106,7 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
     }
     int nextNumber() const { return firstNumber + static_cast<int>(clients.size()); }
     DebuggerStart startOf(pid_t process) const;
-    std::optional<std::string> refusal(const Limits::Facts& facts) const;
+    std::optional<std::string> refusal(bool here) const;
     void onFirstPrompt(int number);
     void join(int number);
 

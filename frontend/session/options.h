@@ -34,6 +34,8 @@ struct Options {
     std::string debuggerThere = "gdb";
     /// Whether processes that the tasks fork are debugged, too.
     bool forks = true;
+    /// Whether debuggers keep an index of a program's symbols for those that come after them.
+    bool indexCache = true;
     /// How many consoles a session has at most.
     std::size_t consoles = 32;
     /// Whether a person sits at the first console: the session then lives on without consoles.

@@ -7,11 +7,11 @@
 #include "backend/wire/rendezvous.h"
 #include "frontend/session/exitstatus.h"
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <sstream>
+#include <sys/wait.h>
 
 namespace {
 
@@ -52,7 +52,7 @@ int SessionServer::run() {
     }
     const auto verdict = clients.verdict();
     if (status != 0 || !verdict) return status;
-    std::fprintf(stderr, "vex: %s\n", verdict->c_str());
+    clients.say(*verdict);
     return ExitStatus::refused;
 }
 
@@ -93,18 +93,17 @@ void SessionServer::onSignal(int number) {
 // The user does not want to wait any longer for the start.
 void SessionServer::onGiveUp() {
     if (phase != STARTING) return;
-    std::fprintf(stderr, "vex: the start was given up\n");
+    clients.say("the start was given up");
     end(1);
 }
 
 void SessionServer::onChild() {
-    clients.collect();
-    programs.collect();
-    std::vector<pid_t> known;
-    clients.listPids(known);
-    programs.listPids(known);
-    std::sort(known.begin(), known.end());
-    ProcessTree::reapStrangers(known);
+    while (const auto child = ProcessTree::endedChild()) {
+        if (!clients.collect(*child)) programs.collect();
+        // What its owner has reaped is none of this process any more. The others are strangers:
+        // what debuggers leave behind comes here.
+        ::waitpid(*child, nullptr, WNOHANG);
+    }
     detachment.look();
 }
 
@@ -149,7 +148,7 @@ std::string SessionServer::onConsoleEnded(bool first, ControlServer::Leave how) 
     if (first && how == ControlServer::VANISHED) {
         end(128 + SIGKILL);
     } else if (first && how == ControlServer::LEFT && !consoles.met()) {
-        std::fprintf(stderr, "vex: the console ended before it was connected\n");
+        clients.say("the console ended before it was connected");
         end(1);
     } else {
         endIfDeserted();

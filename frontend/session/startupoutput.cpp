@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -17,13 +18,14 @@ bool StartupOutput::allSaid(std::string_view text, std::size_t clients) const {
 
 std::string StartupOutput::report(const Driver& driver) const {
     std::vector<std::pair<std::string, ClientSet>> lines; // in the order in which they came
+    std::unordered_map<std::string, std::size_t> places;  // in those
     for (const auto& [client, text] : texts) {
         std::istringstream in(text);
         for (std::string line; std::getline(in, line);) {
             if (driver.isGreeting(line)) continue;
-            auto at = std::ranges::find(lines, line, &std::pair<std::string, ClientSet>::first);
-            if (at == lines.end()) at = lines.insert(at, {line, {}});
-            at->second.insert(client);
+            const auto [at, isNew] = places.try_emplace(line, lines.size());
+            if (isNew) lines.emplace_back(line, ClientSet());
+            lines[at->second].second.insert(client);
         }
     }
     std::string report;

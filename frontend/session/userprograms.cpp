@@ -150,8 +150,3 @@ void UserPrograms::collect() {
             client, status == 0 ? "" : ChildProcess::describe(status, "was ended by a signal: "));
     }
 }
-
-void UserPrograms::listPids(std::vector<pid_t>& pids) const {
-    for (const auto& [client, program] : running)
-        pids.push_back(program->process.pid());
-}

@@ -49,8 +49,6 @@ class UserPrograms {
     void resume();
     /// Looks which have ended; call it on SIGCHLD.
     void collect();
-    /// Adds the ids of the processes.
-    void listPids(std::vector<pid_t>& pids) const;
 
   private:
     struct Running;

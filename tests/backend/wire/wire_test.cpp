@@ -44,6 +44,7 @@ std::string bodyOf(const AgentRecord& record) { return record.frame().substr(4);
 TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     DebuggerStart start;
     start.argv = {"gdb", "", "two words"};
+    start.indexCacheWords = {"-iex", "x"};
     start.environment = {{"A", "1"}, {"B", ""}};
     start.prompt = "\001x\n";
     start.terminal = start.inputTerminal = start.process = "x";
@@ -52,6 +53,7 @@ TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
     const AgentRecord record = AgentRecords::start(start);
     const DebuggerStart copy = AgentRecords::startOf(AgentRecord::unpack(bodyOf(record)));
     EXPECT_EQ(copy.argv, start.argv);
+    EXPECT_EQ(copy.argvFor("t", "i", "/c"), start.argvFor("t", "i", "/c"));
     EXPECT_EQ(copy.environment, start.environment);
     EXPECT_EQ(copy.prompt, start.prompt);
     EXPECT_EQ(copy.attach, start.attach);
