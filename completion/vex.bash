@@ -47,7 +47,7 @@ _vex() {
     -n | --tasks | --consoles) return ;;
     esac
     if [[ $current == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --launch --hosts --agent --rsh
+        mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --partial --launch --hosts --agent --rsh
             --tasks --forks --index-cache --debugger --console --consoles --script --list --join --help --version' -- "$current")
         return
     fi

@@ -45,6 +45,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                    "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
         ->check(CLI::Range(1, maxPid))
         ->excludes(number);
+    app.add_flag("--partial", partial, "With --mpi: go on although tasks of the job are missing");
     CLI::Option* launcher =
         app.add_option("--launch", launch,
                        "Let this command line start the tasks: 'mpirun -np 4', 'srun -n 4', ssh")

@@ -15,6 +15,8 @@ struct Options {
     std::string attachConfig;
     /// The launcher of a parallel job that runs already; 0: none.
     pid_t mpiLauncher = 0;
+    /// Whether to go on without asking when tasks of that job are missing.
+    bool partial = false;
     /// The command line of the launcher that shall start the tasks; empty: none.
     std::string launch;
     /// The file that names the hosts to start the launcher for; empty: it starts all tasks.
