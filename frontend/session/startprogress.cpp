@@ -99,6 +99,7 @@ void StartProgress::end() {
 void StartProgress::say(const std::string& sentence) { print("vex: " + sentence + "\n"); }
 
 void StartProgress::print(const std::string& lines) {
+    if (lines.empty()) return;
     const std::string below = shown;
     show("");
     std::fputs(lines.c_str(), stderr);
