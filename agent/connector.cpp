@@ -21,7 +21,6 @@ Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello i
       again(loop),
       stream(loop) {
     hello.host = ThisMachine::hostName();
-    hello.pid = ::getpid();
     std::optional<SocketAddress> address;
     if (!where.socketName.empty() && (address = SocketAddress::abstract(where.socketName)))
         candidates.push_back(*address);
@@ -85,7 +84,7 @@ void Connector::whenConnected() {
 }
 
 void Connector::introduce() {
-    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxFrame);
+    link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxHello);
     const long user = link->peerUser();
     if (user != -1 && user != static_cast<long>(::geteuid()) && user != 0) {
         problem = "another user listens at the front end's socket";

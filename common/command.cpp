@@ -4,9 +4,12 @@
 #include "common/packer.h"
 #include "common/unixsock.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 void Command::init(int consoleId, const std::string& groupName, Type commandType, const char* text,
                    int bytes) {
@@ -112,8 +115,8 @@ std::unique_ptr<char[]> GroupCommand::pack(int* len) const {
     for (const std::string& name : operandNames)
         packer.packStr(name);
     packer.packInt(numOfId());
-    for (int id : operandIds)
-        packer.packInt(id);
+    for (const ClientSet::Range& r : operandIds.runs())
+        packer.packInts(r.first, r.last);
     if (len) *len = packer.getPackedMsgLen();
     return packer.getPackedMsg();
 }
@@ -123,10 +126,19 @@ void GroupCommand::unpack(const void* buf, int len) {
     packer.setPackedMsg(buf, len);
     opType = static_cast<Type>(packer.unpackInt());
     baseName = packer.unpackStr();
+    // Sorted first: a record may hold a million of them, in the worst of orders.
+    std::vector<std::string> names;
     for (int n = packer.unpackCount(5); n > 0; --n)
-        operandNames.insert(packer.unpackStr());
-    for (int m = packer.unpackCount(4); m > 0; --m)
-        operandIds.insert(packer.unpackInt());
+        names.push_back(packer.unpackStr());
+    std::ranges::sort(names);
+    operandNames.insert(std::make_move_iterator(names.begin()),
+                        std::make_move_iterator(names.end()));
+    std::vector<ClientSet::Range> ids;
+    for (int m = packer.unpackCount(4); m > 0; --m) {
+        const int id = packer.unpackInt();
+        ids.push_back({id, id});
+    }
+    operandIds.insert(ClientSet(std::move(ids)));
 }
 
 void GroupCommand::dump() const {

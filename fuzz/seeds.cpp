@@ -1,5 +1,5 @@
 // Writes well-formed inputs for the fuzz targets, one directory a target: fuzz_seeds DIRECTORY
-#include "backend/wire/agentrecord.h"
+#include "backend/wire/noderecords.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/reply.h"
@@ -69,12 +69,21 @@ int main(int argc, char** argv) {
     AgentHello hello;
     hello.nonce = "nonce";
     hello.host = "node1";
-    seed("agent", hello.record().frame() + AgentRecord{AgentRecord::OUTPUT, "x\n"}.frame());
+    seed("agent", hello.record().frames() + NodeRecords::tasks({{0, 2, 7}}).frames());
     DebuggerStart start;
     start.argv = {"gdb", "-q"};
     start.environment = {{"VEX_TASK", "0"}};
-    start.prompt = start.terminal = start.inputTerminal = start.process = "x";
-    seed("agent", AgentRecords::start(start).frame());
+    start.prompt = start.terminal = start.inputTerminal = start.process = start.dialect = "x";
+    seed("agent", NodeRecords::start({start, {{0, 0}, {3, 7}}}).frames());
+    const ClientSet odd{1, 3, 5};
+    StackTree tree;
+    tree.add(1, {"poll", "main"});
+    seed("agent", NodeRecords::begin(odd, {7}).frames() + NodeRecords::type(odd, "where").frames());
+    seed("agent",
+         NodeRecords::lines(7, {}, {{odd, {"$1 = 1"}}, {{1}, {"> ", false, false}}}).frames() +
+             NodeRecords::stacks(7, tree).frames() + NodeRecords::asks(7, odd, "> ").frames());
+    seed("agent", NodeRecords::notes(AgentRecord::IDENTITY, {{1, "rank 1"}}).frames() +
+                      NodeRecords::about(AgentRecord::ENDED, odd).frames());
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");
     return 0;

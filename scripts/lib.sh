@@ -149,4 +149,5 @@ sourceFiles() {
 packagesToBuild=(g++ cmake ninja-build libasio-dev libcli11-dev libssl-dev)
 packagesToRun=(gdb ncurses-bin)
 packagesToTest=(libgtest-dev libc-bin openmpi-bin libopenmpi-dev mpich libmpich-dev)
+packagesForSlurm=(slurmctld slurmd slurm-client munge)
 packagesForChecks=(clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev shellcheck)

@@ -15,6 +15,8 @@ class Client {
         /// The debugger printed something, without its prompts.
         virtual void onOutput(int client, std::string_view text) = 0;
         virtual void onPrompt(int client) = 0;
+        /// The debugger tells that its task runs from now on, or stands still.
+        virtual void onRuns(int client, bool runs) = 0;
         /// Whether to go on reading; when not, resume begins again.
         virtual bool mayRead(int client) = 0;
     };

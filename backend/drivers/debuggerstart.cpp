@@ -18,6 +18,8 @@ DebuggerStart DebuggerStart::of(const Driver& driver, Driver::Launch launch,
     start.terminal = launch.terminal = "terminal-" + launch.nonce;
     start.inputTerminal = launch.inputTerminal = "input-" + launch.nonce;
     start.process = "process-" + launch.nonce;
+    start.dialect = driver.name();
+    start.errorMark = launch.errorMark;
     if (attach != 0) launch.attach = start.process;
     start.argv = driver.argv(launch);
     if (launch.cachesIndex) start.indexCacheWords = driver.indexCacheWords();
@@ -26,6 +28,15 @@ DebuggerStart DebuggerStart::of(const Driver& driver, Driver::Launch launch,
     if (!launch.program.empty()) start.program = Text::baseName(launch.program[0]);
     start.environment = std::move(environment);
     start.environment.insert(start.environment.end(), {{"TERM", "dumb"}, {"DEBUGINFOD_URLS", ""}});
+    return start;
+}
+
+DebuggerStart DebuggerStart::with(int number, pid_t target) const {
+    DebuggerStart start = *this;
+    start.client = number;
+    start.attach = target;
+    if (!clientVariable.empty())
+        start.environment.emplace_back(clientVariable, std::to_string(number));
     return start;
 }
 

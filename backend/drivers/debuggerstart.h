@@ -36,8 +36,14 @@ struct DebuggerStart {
     std::string program;
     /// The directory to start the debugger in; empty: that of the process that starts it.
     std::string folder;
-    /// For an agent: the number of its client; -1: none.
+    /// The number of its client; -1: none.
     int client = -1;
+    /// The variable that tells the debugger's environment that number; empty: none does.
+    std::string clientVariable;
+    /// For an agent: the name of the driver.
+    std::string dialect;
+    /// For an agent: Driver::Launch::errorMark.
+    std::string errorMark;
     /// For an agent: what the debugger prints in front of the process id of a forked child; empty:
     /// forks are not followed.
     std::string forkMark;
@@ -46,6 +52,8 @@ struct DebuggerStart {
     /// process.
     static DebuggerStart of(const Driver& driver, Driver::Launch launch, Environment environment,
                             pid_t attach = 0);
+    /// The same for another client, and for the process that it attaches to.
+    DebuggerStart with(int number, pid_t target) const;
     /// The command line with the names of real terminals and the process, and with the directory of
     /// the index; empty: there is none.
     std::vector<std::string> argvFor(const std::string& ownTerminal,

@@ -3,6 +3,7 @@
 #include "backend/drivers/gdb.h"
 #include "backend/drivers/lldb.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -46,8 +47,14 @@ std::string Driver::functionName(std::string_view call) {
     return std::string(call);
 }
 
-std::unique_ptr<Driver> makeDriver(const std::string& executable) {
+bool Driver::names(std::string_view word, std::span<const CommandName> commands) {
+    return std::ranges::any_of(commands, [word](const CommandName& each) {
+        return word.size() >= each.least && each.name.starts_with(word);
+    });
+}
+
+std::unique_ptr<Driver> makeDriver(const std::string& executable, bool attaches) {
     const std::string name = executable.substr(executable.rfind('/') + 1);
     if (name.starts_with("lldb")) return std::make_unique<Lldb>(executable);
-    return std::make_unique<Gdb>(executable);
+    return std::make_unique<Gdb>(executable, attaches);
 }

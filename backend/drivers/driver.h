@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -71,6 +73,13 @@ class Driver {
     virtual bool isGreeting(std::string_view line) const = 0;
     /// What the user can do about this line of the start-up; empty: nothing is known.
     virtual std::string hintFor(std::string_view) const { return ""; }
+    /// Whether this command line lets the task run until the prompt; for a debugger that prints no
+    /// marks of that (PromptMatcher).
+    virtual bool letsRun(std::string_view line) const = 0;
+    /// The line of the debugger's as users are to see it.
+    virtual std::string shown(std::string line) const { return line; }
+    /// What is different from what the debugger shows by itself, in one line; empty: nothing.
+    virtual std::string notice() const { return ""; }
     /// Whether this command line takes bars as its own, a pipe of the debugger, say.
     virtual bool keepsBars(std::string_view line) const = 0;
     /// The command that prints the stacks of all threads, at most this many calls of each.
@@ -80,7 +89,14 @@ class Driver {
   protected:
     /// The bare name of a call as debuggers print it: without its arguments and parameter types.
     static std::string functionName(std::string_view call);
+    /// Whether a word names one of these commands, perhaps shortened down to so many letters.
+    struct CommandName {
+        std::string_view name;
+        std::size_t least;
+    };
+    static bool names(std::string_view word, std::span<const CommandName> commands);
 };
 
-/// The driver for an executable: lldb when its name begins so, else gdb.
-std::unique_ptr<Driver> makeDriver(const std::string& executable);
+/// The driver for an executable: lldb when its name begins so, else gdb. Whether its debuggers
+/// attach to running tasks.
+std::unique_ptr<Driver> makeDriver(const std::string& executable, bool attaches = false);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// Counts the errors that debuggers report, and takes the marks that tell of them
 /// (Driver::Launch::errorMark) out of the clients' output. The end of a debugger that no command
@@ -29,6 +30,11 @@ class ErrorWatch {
     /// A script that ran for the client has failed.
     void scriptFailed(int client) { scriptsFailed.insert(client); }
 
+    /// Errors that were counted elsewhere.
+    void add(int more, const ClientSet& whose);
+    /// What was counted since the last call of this: how many, and whose.
+    std::pair<int, ClientSet> take();
+
     /// "3 errors were reported by the debuggers of 0:1 4"; nothing when there was none.
     std::optional<std::string> verdict() const;
 
@@ -36,7 +42,7 @@ class ErrorWatch {
     struct Seen {
         explicit Seen(const std::string& mark) : matcher(mark) {}
         PromptMatcher matcher;
-        std::string partialLine;
+        std::string lineBegin; // of the unfinished line, for a driver that tells errors by lines
         std::string lastTyped;
         long marks = 0;
     };
@@ -49,4 +55,5 @@ class ErrorWatch {
 
     Seen& seen(int client) { return clients.try_emplace(client, errorMark).first->second; }
     void count(int client);
+    long errorLines(Seen& each, std::string_view text) const;
 };

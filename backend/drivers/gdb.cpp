@@ -1,18 +1,23 @@
 #include "backend/drivers/gdb.h"
 
+#include "backend/drivers/promptmatcher.h"
+
 #include <algorithm>
 
 namespace {
 
 // What gdb writes to its standard error, errors, warnings and a few notices, goes to a file in
-// memory. A thread shows it as it comes; when a command is done, all is shown, and the mark behind
-// it if there is an error. A breakpoint that waits for a library was made, whatever gdb says of it.
+// memory, which never makes gdb wait. While the task runs, and for a moment after each prompt, a
+// thread shows it as it comes; when a command is done, all is shown, and the mark behind it if
+// there is an error. A breakpoint that waits for a library was made, whatever gdb says of it.
 constexpr const char* errorHook = R"(
 import gdb, os, signal, threading, time
 mark = bytes([MARK])
 terminal = os.dup(2)
 messages = os.memfd_create("messages")
 lock = threading.Lock()
+woken = threading.Condition(lock)
+until = time.monotonic() + 1
 shown = 0
 waiting = set()
 harmless = ("Quit", "warning: ", "Do you need ", "BFD: ", "[")
@@ -21,6 +26,11 @@ def is_error(line):
     return line and not line.startswith(harmless) and not line.split(chr(9))[0].isdigit()
 def write(text):
     while text: text = text[os.write(terminal, text):]
+def look_until(when):
+    global until
+    with lock:
+        until = when
+        woken.notify()
 def show():
     global shown
     with lock:
@@ -29,6 +39,8 @@ def show():
         write(text)
 def show_always():
     while True:
+        with lock:
+            while time.monotonic() > until: woken.wait()
         time.sleep(0.1)
         show()
 def tell():
@@ -44,13 +56,39 @@ def tell():
         os.lseek(messages, 0, os.SEEK_SET)
         shown = 0
     if any(map(is_error, text.splitlines())) and not new: write(mark)
+    look_until(time.monotonic() + 1)
 before = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
 threading.Thread(target=show_always, daemon=True).start()
 signal.pthread_sigmask(signal.SIG_SETMASK, before)
 gdb.events.before_prompt.connect(tell)
+gdb.events.cont.connect(lambda event: look_until(float("inf")))
 gdb.flush()
 write(mark)
 os.dup2(messages, 2)
+)";
+
+// Marks in the output when the task begins to run and when it stands still (PromptMatcher). Calls
+// of its functions have events of their own, but the prompt behind one that was given up comes
+// without.
+constexpr const char* runHook = R"(
+import gdb, os
+ends = (bytes([STANDS]), bytes([RUNS]))
+running = False
+def tell(now):
+    global running
+    if now == running: return
+    running = now
+    gdb.flush()
+    text = ends[now]
+    while text: text = text[os.write(1, text):]
+def look(event = None):
+    if running:
+        tell(any(each.is_running() for inferior in gdb.inferiors() for each in inferior.threads()))
+gdb.events.cont.connect(lambda event: tell(True))
+gdb.events.inferior_call.connect(lambda event: tell(isinstance(event, gdb.InferiorCallPreEvent)))
+gdb.events.stop.connect(look)
+gdb.events.exited.connect(look)
+gdb.events.before_prompt.connect(look)
 )";
 
 // Commands that end the attached process ask first; all others go without a question.
@@ -85,12 +123,32 @@ std::string inOneLine(const std::string& python) {
     return "python exec('" + line + "', {})";
 }
 
-std::string errorHookFor(const std::string& mark) {
+// The Python text with the bytes of a mark in the place of a word.
+std::string withMark(std::string python, std::string_view word, std::string_view mark) {
     std::string bytes;
     for (const char c : mark)
         bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
-    std::string text = errorHook;
-    return inOneLine(text.replace(text.find("MARK"), 4, bytes));
+    return python.replace(python.find(word), word.size(), bytes);
+}
+
+std::string runHookFor(const std::string& prompt) {
+    const auto mark = [&prompt](char which) {
+        return prompt.substr(0, prompt.size() - 1) + which + prompt.back();
+    };
+    return inOneLine(withMark(withMark(runHook, "STANDS", mark(PromptMatcher::stands)), "RUNS",
+                              mark(PromptMatcher::runs)));
+}
+
+// The length of the code address and of what is around it, "0x00007f3c2a8e71b4 in ", when the text
+// begins with one as gdb prints it in front of a function's name.
+std::size_t codeAddress(std::string_view text) {
+    constexpr std::size_t digits = 16;
+    constexpr std::string_view begin = "0x", in = " in ";
+    if (!text.starts_with(begin)) return 0;
+    const std::size_t end = text.find_first_not_of("0123456789abcdef", begin.size());
+    if (end != begin.size() + digits || text.substr(end, in.size()) != in) return 0;
+    const std::string_view call = text.substr(end + in.size());
+    return call.find(" (") == std::string_view::npos ? 0 : end + in.size();
 }
 
 } // namespace
@@ -106,6 +164,8 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         "debuginfod enabled off",
         // A name that no loaded file knows is kept for the libraries to come; no question.
         "breakpoint pending on",
+        // They name the threads by numbers that differ in every task.
+        "print thread-events off",
         "prompt \\001" + launch.nonce + "\\n",
     };
     if (launch.attach.empty()) {
@@ -123,10 +183,10 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("-iex");
         words.push_back("set " + setting);
     }
-    if (!launch.errorMark.empty()) {
-        words.push_back("-iex");
-        words.push_back(errorHookFor(launch.errorMark));
-    }
+    words.insert(words.end(), {"-iex", runHookFor(prompt(launch.nonce))});
+    if (!launch.errorMark.empty())
+        words.insert(words.end(),
+                     {"-iex", inOneLine(withMark(errorHook, "MARK", launch.errorMark))});
     if (!launch.attach.empty()) {
         // gdb quits at the end of its input, too.
         words.insert(words.end(),
@@ -170,7 +230,36 @@ bool Gdb::showsInterrupt(std::string_view line) const {
 std::string Gdb::forkMark() const { return "[Detaching after fork from child process "; }
 
 bool Gdb::isGreeting(std::string_view line) const {
-    return line.empty() || line.starts_with("Reading symbols from ");
+    return line.empty() || line.starts_with("Reading symbols from ") ||
+           line.starts_with("Python scripting is not supported in this copy of GDB");
+}
+
+bool Gdb::letsRun(std::string_view line) const {
+    static constexpr CommandName runners[] = {
+        {"run", 1},     {"start", 5},  {"starti", 6}, {"continue", 1}, {"fg", 2},    {"nexti", 1},
+        {"ni", 2},      {"stepi", 1},  {"si", 2},     {"finish", 3},   {"until", 1}, {"jump", 1},
+        {"advance", 3}, {"signal", 3}, {"call", 3},   {"source", 2},
+    };
+    return names(line.substr(0, line.find_first_of(" \t/")), runners);
+}
+
+std::string Gdb::shown(std::string line) const {
+    if (!attaches) return line;
+    constexpr std::string_view finish = "Run till exit from ";
+    std::size_t at = line.starts_with(finish) ? finish.size() : 0;
+    if (line.compare(at, 1, "#") == 0) {
+        at = line.find_first_not_of("0123456789", at + 1);
+        at = at == std::string::npos ? at : line.find_first_not_of(' ', at);
+        if (at == std::string::npos) return line;
+    }
+    return line.erase(at, codeAddress(std::string_view(line).substr(at)));
+}
+
+std::string Gdb::notice() const {
+    return attaches
+               ? "gdb's frame lines are shown without their code addresses, which differ in every "
+                 "task; to see one: print $pc"
+               : "";
 }
 
 std::string Gdb::hintFor(std::string_view line) const {

@@ -5,7 +5,10 @@
 /// The driver of gdb, version 12 or later.
 class Gdb : public Driver {
   public:
-    explicit Gdb(std::string path) : executable(std::move(path)) {}
+    /// Tasks that are attached to have their code at addresses of their own, each at another: these
+    /// are left out of gdb's own frame lines.
+    explicit Gdb(std::string path, bool toAttach = false)
+        : executable(std::move(path)), attaches(toAttach) {}
 
     std::string name() const override { return "gdb"; }
     std::vector<std::string> argv(const Launch& launch) const override;
@@ -19,10 +22,14 @@ class Gdb : public Driver {
     bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;
     std::string hintFor(std::string_view line) const override;
+    bool letsRun(std::string_view line) const override;
+    std::string shown(std::string line) const override;
+    std::string notice() const override;
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
 
   private:
     const std::string executable;
+    const bool attaches;
 };

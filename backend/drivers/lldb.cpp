@@ -50,6 +50,22 @@ bool Lldb::isGreeting(std::string_view line) const {
            line.starts_with("NameError: ");
 }
 
+bool Lldb::letsRun(std::string_view line) const {
+    static constexpr CommandName runners[] = {
+        {"run", 1},   {"continue", 1},   {"next", 1}, {"step", 1},   {"nexti", 1},
+        {"stepi", 2}, {"ni", 2},         {"si", 2},   {"finish", 1}, {"call", 3},
+        {"jump", 1},  {"expression", 4}, {"sif", 3},
+    };
+    static constexpr CommandName parts[] = {
+        {"continue", 1},  {"launch", 1},   {"until", 1},         {"step-over", 3}, {"step-in", 3},
+        {"step-inst", 3}, {"step-out", 3}, {"step-scripted", 3}, {"signal", 2},
+    };
+    const std::string_view word = line.substr(0, line.find_first_of(" \t"));
+    if (word != "process" && word != "thread") return names(word, runners);
+    line.remove_prefix(std::min(line.size(), line.find_first_not_of(" \t", word.size())));
+    return names(line.substr(0, line.find_first_of(" \t")), parts);
+}
+
 bool Lldb::keepsBars(std::string_view line) const {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     return word == "shell" || word == "platform" || word == "script" || word == "regexp-tbreak";

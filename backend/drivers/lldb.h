@@ -18,6 +18,7 @@ class Lldb : public Driver {
     std::string forkMark() const override { return ""; }
     bool reportsError(std::string_view line) const override { return line.starts_with("error: "); }
     bool isGreeting(std::string_view line) const override;
+    bool letsRun(std::string_view line) const override;
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;

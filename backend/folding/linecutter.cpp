@@ -1,42 +1,65 @@
 #include "backend/folding/linecutter.h"
 
+#include "backend/folding/safetext.h"
+
 #include <algorithm>
 #include <utility>
 
-std::vector<std::string> LineCutter::feed(std::string_view text, Clock::time_point now) {
-    std::vector<std::string> lines;
-    std::string clean;
-    if (text.find('\0') != std::string_view::npos) {
-        std::copy_if(text.begin(), text.end(), std::back_inserter(clean),
-                     [](char c) { return c != '\0'; });
-        text = clean;
-    }
-    for (;;) {
-        const std::size_t newline = text.find('\n');
-        const std::string_view head = text.substr(0, newline);
-        partial.append(head);
-        if (newline == std::string_view::npos) {
-            line.append(head);
-            if (line.size() > maxTail) line.erase(0, line.size() - maxTail);
-            break;
-        }
-        if (!taken || !partial.empty()) lines.push_back(std::exchange(partial, {}));
-        breakLine();
+std::vector<LineCutter::Piece> LineCutter::feed(std::string_view text, Clock::time_point now) {
+    std::vector<Piece> pieces;
+    for (std::size_t newline; (newline = text.find('\n')) != std::string_view::npos;) {
+        keep(text.substr(0, newline), pieces);
         text.remove_prefix(newline + 1);
+        // Of a line that a program on its terminal goes on with, the return may be all that is
+        // left.
+        if (!taken || partial.find_first_not_of('\r') != std::string::npos)
+            pieces.push_back({std::exchange(partial, {}), taken, true});
+        partial.clear();
+        line.clear();
+        taken = false;
+        began.reset();
     }
+    if (text.empty()) return pieces;
+    keep(text, pieces);
+    line.append(text.substr(text.size() - std::min(text.size(), maxTail)));
+    if (line.size() > maxTail) line.erase(0, line.size() - maxTail);
     if (!partial.empty() && !began) began = now;
-    return lines;
+    grown = now;
+    return pieces;
 }
 
-std::optional<std::string> LineCutter::takePartial() {
-    if (partial.empty()) return std::nullopt;
-    taken = true;
+// Adds text without a newline to the unfinished line.
+void LineCutter::keep(std::string_view text, std::vector<Piece>& pieces) {
+    while (partial.size() + text.size() > maxLine) {
+        const std::size_t fits = maxLine - partial.size();
+        partial.append(text.substr(0, fits));
+        text.remove_prefix(fits);
+        pieces.push_back(take(partial.size() - SafeText::unfinished(partial)));
+    }
+    partial.append(text);
+}
+
+LineCutter::Piece LineCutter::take(std::size_t length) {
+    std::string rest = partial.substr(length);
+    partial.resize(length);
+    Piece piece{std::exchange(partial, std::move(rest)), std::exchange(taken, true), false};
     began.reset();
-    return std::exchange(partial, {});
+    return piece;
 }
 
-void LineCutter::breakLine() {
+std::optional<LineCutter::Piece> LineCutter::takePartial() {
+    const std::size_t length = partial.size() - SafeText::unfinished(partial);
+    // What is left waits for the rest of its character.
+    began.reset();
+    if (length == 0) return std::nullopt;
+    return take(length);
+}
+
+std::optional<LineCutter::Piece> LineCutter::takeRest() {
+    std::optional<Piece> piece;
+    if (!partial.empty()) piece = take(partial.size());
     line.clear();
     taken = false;
-    if (partial.empty()) began.reset();
+    began.reset();
+    return piece;
 }

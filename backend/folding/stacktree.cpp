@@ -27,6 +27,56 @@ void StackTree::add(int client, const std::vector<std::string>& calls) {
           client);
 }
 
+StackTree::StackTree(const Outline& outline) {
+    std::vector<Node*> path{&root};
+    for (const Call& call : outline.calls) {
+        path.resize(call.depth + 1);
+        Node& node = path.back()->calls[call.text];
+        node.clients = call.clients;
+        node.threads = call.threads;
+        path.push_back(&node);
+    }
+    for (const Call& call : outline.innermost)
+        innermost[call.text] = {call.clients, call.threads, {}};
+    for (const Row& row : outline.without)
+        without[row.text] = row.clients;
+}
+
+StackTree::Outline StackTree::outline() const {
+    Outline flat;
+    list(root.calls, 0, flat.calls);
+    list(innermost, 0, flat.innermost);
+    for (const auto& [reason, clients] : without)
+        flat.without.push_back({reason, clients});
+    return flat;
+}
+
+// Recursion ends as that of merge does.
+void StackTree::list(const std::map<std::string, Node>& nodes, std::size_t depth,
+                     std::vector<Call>& calls) {
+    for (const auto& [text, node] : nodes) {
+        calls.push_back({depth, text, node.clients, node.threads});
+        list(node.calls, depth + 1, calls);
+    }
+}
+
+void StackTree::add(const StackTree& other) {
+    merge(root.calls, other.root.calls);
+    merge(innermost, other.innermost);
+    for (const auto& [reason, clients] : other.without)
+        without[reason].insert(clients);
+}
+
+// Recursion ends: a stack's depth is bounded by what its debugger was asked for.
+void StackTree::merge(std::map<std::string, Node>& into, const std::map<std::string, Node>& other) {
+    for (const auto& [call, node] : other) {
+        Node& mine = into[call];
+        mine.clients.insert(node.clients);
+        mine.threads += node.threads;
+        merge(mine.calls, node.calls);
+    }
+}
+
 // Nodes of equal size stand in the order of their first clients.
 std::vector<const std::pair<const std::string, StackTree::Node>*>
 StackTree::byClients(const std::map<std::string, Node>& nodes) {
@@ -77,7 +127,7 @@ std::vector<StackTree::RowGroup> StackTree::tree() const {
     return rows;
 }
 
-// Recursion ends: a stack's depth is bounded by what its debugger was asked for.
+// Recursion ends as that of merge does.
 void StackTree::walk(const Node& node, std::size_t depth, std::vector<RowGroup>& rows) {
     for (const auto* call : byClients(node.calls)) {
         rows.push_back({{std::string(2 * depth, ' ') + call->first + threadsOf(call->second),

@@ -18,9 +18,31 @@ class StackTree {
     };
     /// Rows that stand side by side: no two of a group have the same text.
     using RowGroup = std::vector<Row>;
+    /// A call of the tree: those that it has called stand behind it, one deeper.
+    struct Call {
+        std::size_t depth = 0;
+        std::string text;
+        ClientSet clients;
+        std::size_t threads = 0;
+    };
+    /// The whole tree, flat.
+    struct Outline {
+        std::vector<Call> calls;
+        std::vector<Call> innermost; // of depth 0
+        std::vector<Row> without;
+    };
+    /// The most calls of a stack that debuggers are asked for.
+    static constexpr int maxCalls = 500;
+
+    StackTree() = default;
+    /// No call is deeper by more than one than that before it, or than maxCalls.
+    explicit StackTree(const Outline& outline);
+    Outline outline() const;
 
     /// Adds the stack of one thread, the innermost call first.
     void add(int client, const std::vector<std::string>& calls);
+    /// Adds the stacks of other clients.
+    void add(const StackTree& other);
     /// Adds a client that has no stack, and the reason.
     void addWithout(int client, const std::string& reason) { without[reason].insert(client); }
 
@@ -44,6 +66,9 @@ class StackTree {
     std::map<std::string, Node> innermost; // by the text of the place
     std::map<std::string, ClientSet> without;
 
+    static void list(const std::map<std::string, Node>& nodes, std::size_t depth,
+                     std::vector<Call>& calls);
+    static void merge(std::map<std::string, Node>& into, const std::map<std::string, Node>& other);
     static std::vector<const std::pair<const std::string, Node>*>
     byClients(const std::map<std::string, Node>& nodes);
     static std::string threadsOf(const Node& node);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "backend/drivers/driver.h"
 #include "backend/folding/stacktree.h"
 #include "common/clientset.h"
 
@@ -16,8 +15,9 @@ class StatReport {
     StatReport(bool withPlaces, bool innermostOnly)
         : places(withPlaces), innermost(innermostOnly) {}
 
-    /// Adds what a client's debugger answered when it was asked for the stacks.
-    void add(int client, const std::string& answer, const Driver& driver);
+    bool withPlaces() const { return places; }
+    /// Adds the stacks of clients that are not there yet.
+    void add(const StackTree& tree) { stacks.add(tree); }
     /// Adds a row as it is.
     void addRow(const std::string& text, const ClientSet& clients) {
         ready.push_back({{text, clients}});
@@ -35,6 +35,4 @@ class StatReport {
     StackTree stacks;
     std::vector<StackTree::RowGroup> ready;
     std::map<std::string, StackTree::Row> fed;
-
-    std::string nameOf(const Driver::StackLine& call) const;
 };

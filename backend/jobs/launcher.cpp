@@ -7,8 +7,11 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -18,12 +21,14 @@ namespace {
 
 // In bytes; a longer line is handed over in pieces.
 constexpr std::size_t maxLine = 4096;
+// How long a launcher that was asked to end may take.
+constexpr auto maxStop = std::chrono::seconds(2);
 
 } // namespace
 
 Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const std::string& input,
                    Handler handler)
-    : handle(std::move(handler)), output(loop) {
+    : handle(std::move(handler)), output(loop), patience(loop) {
     Pipe toIt, fromIt;
     Pipe::unblock(fromIt.reader);
     // Short enough for the pipe's buffer.
@@ -63,16 +68,42 @@ bool Launcher::readSome() {
         partial.erase(0, line.size() + (end == line.size() ? 1 : 0));
         while (line.ends_with('\r') || line.ends_with(' '))
             line.pop_back();
-        if (!line.empty()) handle.line(line);
+        if (!line.empty()) tell(line);
     }
     return true;
+}
+
+// "srun: job 4711 queued and waiting for resources", "salloc: Pending job allocation 4711"; then
+// "srun: job 4711 has been allocated resources".
+void Launcher::tell(const std::string& line) {
+    for (const std::string_view key : {"Pending job allocation ", ": job "}) {
+        const std::size_t at = line.find(key);
+        if (at == std::string::npos) continue;
+        const std::size_t begin = at + key.size();
+        const std::size_t end = std::min(line.size(), line.find_first_not_of("0123456789", begin));
+        if (end > begin) slurmJob = line.substr(begin, end - begin);
+    }
+    handle.line(line);
+}
+
+void Launcher::stop() {
+    process.signal(SIGTERM);
+    patience.after(maxStop, [this] {
+        killed = process.running();
+        process.signal(SIGKILL);
+    });
+}
+
+std::optional<std::string> Launcher::remedy() const {
+    if (!killed || slurmJob.empty()) return std::nullopt;
+    return "scancel " + slurmJob;
 }
 
 void Launcher::collect() {
     if (process.poll() != ChildProcess::ENDED) return;
     // A process that it has started may keep the pipe open, so the pipe's end is not waited for.
     drain(pipe.get(), [this] { return readSome(); });
-    if (!partial.empty()) handle.line(std::exchange(partial, {}));
+    if (!partial.empty()) tell(std::exchange(partial, {}));
     output.release();
     pipe.reset();
     handle.ended(ChildProcess::describe(process.status(), "was ended by "));

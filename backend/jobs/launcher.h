@@ -5,9 +5,9 @@
 #include "backend/os/stream.h"
 #include "common/descriptor.h"
 
-#include <csignal>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,8 +31,12 @@ class Launcher {
 
     /// Looks whether the launcher has ended; call it on SIGCHLD.
     void collect();
-    /// Makes the launcher end; collect sees that.
-    void kill() const { process.signal(SIGKILL); }
+    /// Makes the launcher end; collect sees that. SIGTERM comes first: by it srun takes its job out
+    /// of the queue, and mpirun clears up. After two seconds comes SIGKILL.
+    void stop();
+    /// When it had to be killed: the command that takes back what it has left behind, "scancel
+    /// 4711"; nothing where none is known of.
+    std::optional<std::string> remedy() const;
     pid_t pid() const { return process.pid(); }
     bool running() const { return process.running(); }
 
@@ -45,11 +49,15 @@ class Launcher {
 
   private:
     Handler handle;
-    Descriptor pipe;     // of the launcher's output
-    Stream output;       // of the pipe
-    std::string partial; // of a line
+    Descriptor pipe;      // of the launcher's output
+    Stream output;        // of the pipe
+    std::string partial;  // of a line
+    std::string slurmJob; // that waits in the queue, as srun has told
+    Timer patience;
+    bool killed = false;
     ChildProcess process;
 
     void waitToRead();
     bool readSome();
+    void tell(const std::string& line);
 };

@@ -1,10 +1,13 @@
 #include "backend/jobs/logins.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace {
 
 constexpr std::size_t maxUnderWay = 8;
+// Within this time a launcher whose tasks have ended ends by itself.
+constexpr auto maxFollow = std::chrono::seconds(2);
 
 } // namespace
 
@@ -36,7 +39,7 @@ void Logins::onTimeOut(std::size_t number) {
     Login& login = logins[number];
     if (login.phase == DONE) return;
     login.phase = LATE;
-    login.launcher->kill();
+    login.launcher->stop();
 }
 
 void Logins::onEnded(std::size_t login, const std::string& how) {
@@ -53,10 +56,16 @@ void Logins::collect() {
         logins[i].launcher->collect();
 }
 
-void Logins::kill() {
+void Logins::stop() {
     for (std::size_t i = 0; i < started; ++i) {
-        if (logins[i].patience) logins[i].patience->cancel();
-        if (!finished(i)) logins[i].launcher->kill();
+        Login& login = logins[i];
+        if (!login.patience) login.patience.emplace(loop);
+        login.patience->cancel();
+        if (!finished(i)) {
+            login.launcher->stop();
+            continue;
+        }
+        login.patience->after(maxFollow, [&login] { login.launcher->stop(); });
     }
 }
 

@@ -32,7 +32,7 @@ class Logins {
         virtual void onEnded(std::size_t login, const std::string& how) = 0;
     };
 
-    /// Starts none yet. With a time limit, a login that is not done in time is killed. The owner
+    /// Starts none yet. With a time limit, a login that is not done in time is stopped. The owner
     /// must outlive this.
     Logins(EventLoop& loop, std::size_t count, std::optional<Clock::duration> maxTime,
            Owner& owner);
@@ -51,8 +51,13 @@ class Logins {
 
     /// Looks which launchers have ended; call it on SIGCHLD.
     void collect();
-    /// Kills the launchers of the logins that are under way.
-    void kill();
+    /// Makes all launchers end: those of the logins that are under way at once, the others once
+    /// their tasks have had time to end.
+    void stop();
+    /// The command that takes back what a launcher has left behind (Launcher::remedy).
+    std::optional<std::string> remedy(std::size_t login) const {
+        return logins[login].launcher->remedy();
+    }
     /// Whether a launcher still runs.
     bool running() const;
 

@@ -9,9 +9,15 @@ namespace Wait {
 
 /// Output waits at most this long for more of its kind before it is sent.
 constexpr auto window = std::chrono::milliseconds(200);
-/// A line without its end may still get it; after this time it is shown as it is, unless it is a
-/// question.
+/// Lines with which others still merge wait at most this long.
+constexpr auto fold = std::chrono::milliseconds(1000);
+/// What all have said waits so long for what is read in the same breath.
+constexpr auto breath = std::chrono::milliseconds(20);
+/// A line that a running program has not ended may still get its end; after this time it is shown
+/// as it is.
 constexpr auto halfLine = std::chrono::milliseconds(500);
+/// A debugger that goes on printing a line does so within this time; else it waits for an answer.
+constexpr auto silence = std::chrono::seconds(2);
 /// An interrupt is answered after this time at the latest, even when clients have not stopped.
 constexpr auto interrupt = std::chrono::milliseconds(1000);
 /// A client that got an interrupt gets no other one before this time has passed.

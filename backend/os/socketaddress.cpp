@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <net/if.h>
 #include <netinet/in.h>

@@ -1,11 +1,14 @@
 #include "backend/wire/agentlink.h"
 
+#include "backend/os/descriptorpassing.h"
 #include "common/brokenconnection.h"
 #include "common/unixsock.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <iterator>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -28,7 +31,8 @@ AgentLink::AgentLink(EventLoop& eventLoop, Descriptor connected, int maxFrame)
     : loop(eventLoop),
       socket(std::move(connected)),
       stream(loop, socket.get()),
-      reader(maxFrame),
+      most(maxFrame),
+      reader(most),
       family(familyOf(socket)) {
     const int fd = socket.get();
     // None of the programs that this process starts may hold it.
@@ -54,6 +58,7 @@ void AgentLink::start(Handler& first) {
 
 void AgentLink::setHandler(Handler* next, int maxFrame) {
     handler = next;
+    most = maxFrame;
     reader.allow(maxFrame);
 }
 
@@ -63,10 +68,25 @@ void AgentLink::waitToRead() {
 
 void AgentLink::readSome() {
     std::array<char, 65536> buffer;
-    const ssize_t got = ::read(socket.get(), buffer.data(), buffer.size());
+    const ssize_t got = receive(buffer.data(), buffer.size());
     if (got == 0 || (got == -1 && errno != EAGAIN && errno != EINTR)) return close();
     if (got > 0) reader.feed({buffer.data(), static_cast<std::size_t>(got)});
     takeRecords();
+}
+
+ssize_t AgentLink::receive(char* buffer, std::size_t size) {
+    if (!takesDescriptors) return ::read(socket.get(), buffer, size);
+    auto [got, handed] = DescriptorPassing::receive(socket.get(), buffer, size);
+    std::ranges::move(handed, std::back_inserter(descriptors));
+    return got;
+}
+
+Descriptor AgentLink::takeDescriptor() {
+    Descriptor first;
+    if (descriptors.empty()) return first;
+    first = std::move(descriptors.front());
+    descriptors.pop_front();
+    return first;
 }
 
 void AgentLink::takeRecords() {
@@ -78,7 +98,15 @@ void AgentLink::takeRecords() {
             }
             const auto body = reader.body();
             if (!body) break;
-            const AgentRecord record = AgentRecord::unpack(*body);
+            AgentRecord record = AgentRecord::unpack(*body);
+            if (parts.size() + record.body.size() > AgentRecord::maxBody) throw BrokenConnection();
+            if (record.type == AgentRecord::PART) {
+                // A peer that has not proved itself yet has nothing long to say.
+                if (most < AgentRecord::maxFrame) throw BrokenConnection();
+                parts += record.body;
+                continue;
+            }
+            if (!parts.empty()) record.body.insert(0, std::exchange(parts, {}));
             if (handler) handler->onRecord(record);
         }
     } catch (const BrokenConnection&) {
@@ -97,7 +125,7 @@ void AgentLink::resume() {
 
 void AgentLink::send(const AgentRecord& record) {
     if (over) return;
-    queue.add(record.frame());
+    queue.add(record.frames());
     // Together with what else this turn of the loop has to say.
     if (!writing) waitToWrite();
 }

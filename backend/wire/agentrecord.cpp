@@ -1,8 +1,12 @@
 #include "backend/wire/agentrecord.h"
 
+#include "backend/wire/bytes.h"
 #include "common/brokenconnection.h"
 #include "common/frame.h"
 #include "common/packer.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -36,19 +40,11 @@ Packer reader(const AgentRecord& record, AgentRecord::Type type) {
     return packer;
 }
 
-constexpr std::string DebuggerStart::*startTexts[] = {
-    &DebuggerStart::prompt,   &DebuggerStart::terminal, &DebuggerStart::inputTerminal,
-    &DebuggerStart::process,  &DebuggerStart::program,  &DebuggerStart::folder,
-    &DebuggerStart::forkMark,
-};
-
 void expectEnd(const Packer& packer) {
     if (packer.remaining() != 0) throw BrokenConnection();
 }
 
-} // namespace
-
-std::string AgentRecord::frame() const {
+std::string frameOf(AgentRecord::Type type, std::string_view body) {
     Packer packer;
     packer.packInt(type);
     std::string whole(packer.getPackedMsg().get(), 4);
@@ -56,38 +52,51 @@ std::string AgentRecord::frame() const {
     return Frame::wrap(whole.data(), static_cast<int>(whole.size()));
 }
 
+} // namespace
+
+std::string AgentRecord::frames() const {
+    constexpr std::size_t piece = maxFrame - 64;
+    std::string all;
+    std::string_view rest = body;
+    for (; rest.size() > piece; rest.remove_prefix(piece))
+        all += frameOf(PART, rest.substr(0, piece));
+    return all + frameOf(type, rest);
+}
+
 AgentRecord AgentRecord::unpack(std::string_view bytes) {
     Packer packer;
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
-    if (!(type >= HELLO && type <= TELL) && !(type >= START && type <= CHALLENGE))
-        throw BrokenConnection();
+    const bool known = type == PART || type == HELLO || type == PROOF || type == CHALLENGE ||
+                       (type >= TASKS && type <= FORKED) || (type >= START && type <= LEAVEFORK) ||
+                       (type >= JOIN && type <= LEAVE) || (type >= WELCOME && type <= FINISH);
+    if (!known) throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};
 }
 
 AgentRecord AgentHello::record() const {
     Packer packer;
     packer.packInt(protocol);
+    pack(packer, program);
     pack(packer, nonce);
-    packer.packInt(rank);
-    packer.packInt(size);
     pack(packer, host);
     packer.packInt(pid);
-    packer.packInt(forked);
+    packer.packInt(login);
     return finished(AgentRecord::HELLO, packer);
 }
 
 AgentHello AgentHello::of(const AgentRecord& record) {
+    // Protocols before this one did not name the program.
+    constexpr int firstWithProgram = 3;
     Packer packer = reader(record, AgentRecord::HELLO);
     AgentHello hello;
     hello.protocol = packer.unpackInt();
-    if (hello.protocol != AgentHello::version) return hello; // its host and pid are unknown
+    hello.program = hello.protocol >= firstWithProgram ? unpackWord(packer) : "";
+    if (hello.protocol != AgentHello::version) return hello;
     hello.nonce = unpackText(packer);
-    hello.rank = packer.unpackInt();
-    hello.size = packer.unpackInt();
     hello.host = unpackWord(packer);
     hello.pid = packer.unpackInt();
-    hello.forked = packer.unpackInt();
+    hello.login = packer.unpackInt();
     expectEnd(packer);
     return hello;
 }
@@ -106,50 +115,4 @@ AgentChallenge AgentChallenge::of(const AgentRecord& record) {
     challenge.proof = unpackText(packer);
     expectEnd(packer);
     return challenge;
-}
-
-AgentRecord AgentRecords::start(const DebuggerStart& start) {
-    Packer packer;
-    for (const auto* words : {&start.argv, &start.indexCacheWords}) {
-        packer.packInt(static_cast<int>(words->size()));
-        for (const std::string& word : *words)
-            pack(packer, word);
-    }
-    packer.packInt(static_cast<int>(start.environment.size()));
-    for (const auto& [name, value] : start.environment) {
-        pack(packer, name);
-        pack(packer, value);
-    }
-    for (const auto text : startTexts)
-        pack(packer, start.*text);
-    packer.packInt(start.attach);
-    packer.packInt(start.throughShells);
-    packer.packInt(start.client);
-    return finished(AgentRecord::START, packer);
-}
-
-DebuggerStart AgentRecords::startOf(const AgentRecord& record) {
-    Packer packer = reader(record, AgentRecord::START);
-    DebuggerStart start;
-    for (auto* words : {&start.argv, &start.indexCacheWords}) {
-        for (int left = packer.unpackCount(4); left > 0; --left)
-            words->push_back(unpackWord(packer));
-    }
-    for (int left = packer.unpackCount(8); left > 0; --left) {
-        std::string name = unpackWord(packer);
-        std::string value = unpackWord(packer);
-        start.environment.emplace_back(std::move(name), std::move(value));
-    }
-    for (const auto text : startTexts)
-        start.*text = unpackWord(packer);
-    start.attach = packer.unpackInt();
-    const int throughShells = packer.unpackInt();
-    start.throughShells = throughShells == 1;
-    start.client = packer.unpackInt();
-    expectEnd(packer);
-    if (start.argv.empty() || start.prompt.empty() || start.terminal.empty() ||
-        start.inputTerminal.empty() || start.process.empty() || start.attach < 0 ||
-        (throughShells & ~1) != 0)
-        throw BrokenConnection();
-    return start;
 }

@@ -1,30 +1,53 @@
 #pragma once
 
-#include "backend/drivers/debuggerstart.h"
-
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 
 /// What an agent and the front end tell each other: a frame (common/frame.h) around a type and a
-/// body. Unpacking checks every length and throws BrokenConnection.
+/// body. What the bodies hold is told in NodeRecords, but for the greeting, which is here and which
+/// agents of all versions understand. Unpacking checks every length and throws BrokenConnection.
 struct AgentRecord {
     enum Type : int {
+        // Of both sides.
+        PART = 0, // the beginning of the body of the next record, which is too long for a frame
         // From the agent.
-        HELLO = 1, // first: AgentHello
-        OUTPUT,    // what the debugger printed, without its prompts
-        PROMPT,
-        ENDED,    // the debugger has ended; all its output has gone before
-        IDENTITY, // the answer to WHO: one line
-        PROOF,    // the answer to CHALLENGE: the agent knows the secret (Handshake)
-        HOLDS,    // the debugger has attached to its process; before its first PROMPT
+        HELLO = 1,  // first: AgentHello
+        PROOF = 6,  // the answer to CHALLENGE: the agent knows the secret (Handshake)
+        TASKS = 10, // tasks whose debuggers it can run
+        STARTED,    // debuggers have prompted first
+        LINES,      // what clients have said, folded
+        WHOLE,      // whole answers, for filters
+        STACKS,     // a tree of stacks
+        ANSWERED,
+        ASKS,
+        ENDED,    // debuggers have ended; all their output has gone before
+        IDENTITY, // the answer to WHO
+        ERRORS,   // that debuggers have reported
         TELL,     // one line for the user
+        FORKED,   // a task has forked a process that could be debugged
         // From the front end.
-        START = 101, // DebuggerStart
-        TYPE,        // a line for the debugger
+        CHALLENGE = 105, // the answer to HELLO: AgentChallenge
+        START = 110,     // debuggers
+        BEGIN,           // a work
+        TYPE,            // a line
         INTERRUPT,
+        REPLY, // to questions
         WHO,
-        CHALLENGE, // the answer to HELLO: AgentChallenge
+        RELEASE,   // debuggers end, and let go of what they have attached to
+        LEAVEFORK, // the answer to FORKED that is no START
+        // From the keeper of a task to the agent of its node, on the same host.
+        JOIN = 201, // first
+        RUNS,       // a debugger that was to be started, with its terminals
+        FAILED,     // it could not be
+        GONE,       // a debugger has ended
+        LEAVE,      // the launcher ends the task
+        // From a node's agent to a keeper.
+        WELCOME = 301, // the answer to JOIN
+        REFUSED,       // the other one
+        FORK,          // start a debugger
+        SIGNAL,        // for a debugger
+        FINISH,        // kill what is left, and end
     };
 
     Type type = HELLO;
@@ -35,9 +58,11 @@ struct AgentRecord {
     static constexpr int maxFrame = 4 * 1024 * 1024;
     /// The same of an agent that has not proved itself yet.
     static constexpr int maxHello = 4096;
+    /// The largest body, in parts or not: the whole answer of a client, or a node's trees.
+    static constexpr std::size_t maxBody = 96 * 1024 * 1024;
 
-    /// The whole frame.
-    std::string frame() const;
+    /// Its frames, of which all but the last are parts.
+    std::string frames() const;
     static AgentRecord unpack(std::string_view frameBody);
 };
 
@@ -46,18 +71,17 @@ struct AgentHello {
     static constexpr int version = 3;
 
     int protocol = version;
+    /// The program's own; empty: the protocol is older than this field.
+    std::string program = VEX_VERSION;
     /// Chosen for this connection.
     std::string nonce;
-    /// -1: the launcher does not tell it.
-    int rank = -1;
-    int size = -1;
     std::string host;
     pid_t pid = 0;
-    /// The process that a task has forked, of a connection for such a process; the rank is then the
-    /// number of the task's client. 0: the connection is for a task.
-    pid_t forked = 0;
+    /// Which of the front end's logins has started it; -1: a launcher has.
+    int login = -1;
 
     AgentRecord record() const;
+    /// Of another protocol, only its number is known, and the program's version.
     static AgentHello of(const AgentRecord& record);
 };
 
@@ -69,10 +93,3 @@ struct AgentChallenge {
     AgentRecord record() const;
     static AgentChallenge of(const AgentRecord& record);
 };
-
-namespace AgentRecords {
-
-AgentRecord start(const DebuggerStart& start);
-DebuggerStart startOf(const AgentRecord& record);
-
-} // namespace AgentRecords

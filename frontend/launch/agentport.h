@@ -29,8 +29,6 @@ class AgentPort {
     ~AgentPort() { close(); }
 
     const Rendezvous& rendezvous() const { return where; }
-    /// From now on few agents come: leaves less room to strangers.
-    void expectFew() { maxStrangers = 64; }
     /// Listens no more and drops the peers that have not come through.
     void close();
 
@@ -67,7 +65,7 @@ class AgentPort {
     Door local, tcp;
     std::map<AgentLink*, Stranger> strangers;
     // Room for the agents of the largest job, which may come all at once, and some strangers.
-    std::size_t maxStrangers = 4200;
+    static constexpr std::size_t maxStrangers = 4200;
 
     void openTcp();
     void listen(Door& door);

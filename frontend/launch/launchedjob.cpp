@@ -83,49 +83,51 @@ void LaunchedJob::onLine(std::size_t login, const std::string& line) {
 }
 
 void LaunchedJob::onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) {
-    // Once all tasks are there, only forked processes are missing.
-    if (phase == OVER || (phase == COMPLETE && hello.forked <= 0)) return link->close();
+    if (phase != GATHERING) return link->close();
     if (hello.protocol != AgentHello::version) {
         link->close();
-        return fail("an agent is of another version of VEX; --agent names another one.");
+        return fail("an agent is of another version of VEX (" +
+                    (hello.program.empty() ? "" : hello.program + ", ") + "protocol " +
+                    std::to_string(hello.protocol) + "; this is " + VEX_VERSION + ", protocol " +
+                    std::to_string(AgentHello::version) + "); --agent names another one.");
     }
-    if (hello.forked > 0) return onForked(hello, link);
-    if (hello.rank == -1) {
-        link->close();
-        return fail("the launcher does not tell its tasks their ranks by " +
-                    std::string("OMPI_COMM_WORLD_RANK, PMIX_RANK, PMI_RANK or SLURM_PROCID. Is it "
-                                "one of mpirun, mpiexec and srun? For ssh, give --hosts."));
-    }
-    if (hello.size < 1 || hello.size > Limits::maxTasks) {
-        link->close();
-        return fail("the job has " + plural(hello.size, "task") + "; a session has 1 to " +
-                    std::to_string(Limits::maxTasks) + " of them.");
-    }
-    onTask(hello, link);
+    owner.onAgent(hello, std::move(link));
 }
 
-void LaunchedJob::onTask(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
-    if (size() == 0) setSize(hello.size);
-    const bool inRange = hello.rank >= 0 && hello.rank < size();
-    const bool isThere = inRange && present[static_cast<std::size_t>(hello.rank)];
-    if (hello.size != size() || !inRange || isThere) {
-        link->close();
-        owner.onLauncherSaid("the agent of host " + hello.host + ", process " +
-                             std::to_string(hello.pid) + ", was refused: it says that it is rank " +
-                             std::to_string(hello.rank) + " of " + std::to_string(hello.size) +
-                             (isThere ? ", and that one is there already" : ""));
-        return;
+std::vector<int> LaunchedJob::admit(const std::string& host,
+                                    const std::vector<NodeRecords::Task>& tasks) {
+    std::vector<int> clients;
+    for (const NodeRecords::Task& task : tasks) {
+        if (phase != GATHERING) break;
+        if (!isFit(host, task)) continue;
+        markPresent(task.rank);
+        clients.push_back(task.rank);
+        count();
     }
-    markPresent(hello.rank);
-    owner.onAgent(hello.rank, link);
-    count();
+    return clients;
 }
 
-void LaunchedJob::onForked(const AgentHello& hello, const std::shared_ptr<AgentLink>& link) {
-    if (plan.forks)
-        owner.onForkedAgent(hello.rank, hello.forked, link);
-    else
-        link->close();
+bool LaunchedJob::isFit(const std::string& host, const NodeRecords::Task& task) {
+    if (task.rank == -1) {
+        fail("the launcher does not tell its tasks their ranks by " +
+             std::string("OMPI_COMM_WORLD_RANK, PMIX_RANK, PMI_RANK or SLURM_PROCID. Is it "
+                         "one of mpirun, mpiexec and srun? For ssh, give --hosts."));
+        return false;
+    }
+    if (task.size < 1 || task.size > Limits::maxTasks) {
+        fail("the job has " + plural(task.size, "task") + "; a session has 1 to " +
+             std::to_string(Limits::maxTasks) + " of them.");
+        return false;
+    }
+    if (size() == 0) setSize(task.size);
+    const bool inRange = task.rank >= 0 && task.rank < size();
+    const bool isThere = inRange && present[static_cast<std::size_t>(task.rank)];
+    if (task.size == size() && inRange && !isThere) return true;
+    owner.onLauncherSaid("the agent of host " + host + ", process " + std::to_string(task.pid) +
+                         ", was refused: it says that it is rank " + std::to_string(task.rank) +
+                         " of " + std::to_string(task.size) +
+                         (isThere ? ", and that one is there already" : ""));
+    return false;
 }
 
 void LaunchedJob::markPresent(int client) {
@@ -146,10 +148,7 @@ void LaunchedJob::count() {
     phase = COMPLETE;
     if (!perHost()) logins.finish(0);
     file.reset();
-    if (plan.forks)
-        port->expectFew();
-    else
-        port->close();
+    port->close();
 }
 
 void LaunchedJob::setSize(int size) {
@@ -161,7 +160,10 @@ void LaunchedJob::setSize(int size) {
 }
 
 void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
-    if (phase == OVER) return;
+    if (phase == OVER) {
+        if (const auto remedy = logins.remedy(login)) owner.onLeftBehind(plan.launcher[0], *remedy);
+        return;
+    }
     if (logins.finished(login))
         return owner.onLauncherSaid("(" + how + "; tasks that end with it are removed)");
     if (perHost()) {
@@ -196,7 +198,7 @@ void LaunchedJob::stop() {
     phase = OVER;
     file.reset();
     if (port) port->close();
-    if (perHost()) logins.kill();
+    logins.stop();
 }
 
 void LaunchedJob::fail(const std::string& problem) {

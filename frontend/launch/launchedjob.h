@@ -2,6 +2,7 @@
 
 #include "backend/jobs/logins.h"
 #include "backend/os/eventloop.h"
+#include "backend/wire/noderecords.h"
 #include "frontend/launch/agentport.h"
 
 #include <memory>
@@ -11,9 +12,8 @@
 #include <vector>
 
 /// The agents of a session, which connect back to here: started by the launcher of a parallel job
-/// with its tasks, or by ssh where tasks run already. Once all are there, no other agent can
-/// connect, but for the agents' own further connections when forked processes are of interest. One
-/// thread.
+/// with its tasks, or by ssh where tasks run already. Once all tasks are there, no other agent can
+/// connect. One thread.
 class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
   public:
     struct Plan {
@@ -27,8 +27,6 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
         std::vector<std::string> hosts;
         /// Goes on without the agents that hosts do not bring.
         bool lenient = false;
-        /// Lets agents in for what the tasks fork.
-        bool forks = false;
         /// Also agents of this machine come by TCP.
         bool onlyTcp = false;
     };
@@ -38,14 +36,16 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
         virtual ~Owner() = default;
         /// How many tasks there are; once, before any is connected.
         virtual void onSize(int size) = 0;
-        /// The agent of a task is there; once for each. The link has no handler yet.
-        virtual void onAgent(int client, std::shared_ptr<AgentLink> link) = 0;
-        /// An agent is there for a process that the task of a client has forked.
-        virtual void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) = 0;
+        /// The agent of a node is there. The link has no handler yet; what the node says of its
+        /// tasks goes to admit.
+        virtual void onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) = 0;
         /// No agent will come for a client; a sentence for the user.
         virtual void onMissing(int client, const std::string& problem) = 0;
         /// The launcher printed a line, or something is to be told of it.
         virtual void onLauncherSaid(const std::string& line) = 0;
+        /// A launcher did not end when it was asked to, and was killed; the command takes back what
+        /// it has left behind.
+        virtual void onLeftBehind(const std::string& launcher, const std::string& remedy) = 0;
         /// The start has failed; a sentence for the user.
         virtual void onJobFailed(const std::string& problem) = 0;
     };
@@ -57,11 +57,15 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     void start();
     /// Looks which launchers have ended; call it on SIGCHLD.
     void collect() { logins.collect(); }
+    /// A node has these tasks. Gives the clients that they are; others are refused. Each client
+    /// comes once.
+    std::vector<int> admit(const std::string& host, const std::vector<NodeRecords::Task>& tasks);
     /// The hosts that were asked for an agent and have not brought it yet, each once.
     std::set<std::string> awaitedHosts() const;
     /// Whether a launcher still runs.
     bool running() const { return logins.running(); }
-    /// Lets no further agent in, and says nothing more. Ends logins that have brought no agent.
+    /// Lets no further agent in, and tells of nothing more but of what a launcher leaves behind.
+    /// Makes the launchers end, which collect sees.
     void stop();
 
   private:
@@ -89,8 +93,7 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     void startLogins();
     void markPresent(int client);
     void count();
-    void onTask(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
-    void onForked(const AgentHello& hello, const std::shared_ptr<AgentLink>& link);
+    bool isFit(const std::string& host, const NodeRecords::Task& task);
     void fail(const std::string& problem);
 
     // AgentPort::Owner

@@ -53,7 +53,6 @@ void Clients::callAgents() {
     plan.hosts = options.hostOfTask;
     plan.onlyTcp = std::getenv("VEX_LAUNCH_TCP") != nullptr;
     plan.lenient = options.attaches();
-    plan.forks = options.forks;
     agents = std::make_unique<LaunchedJob>(loop, plan, static_cast<LaunchedJob::Owner&>(*this));
     try {
         agents->start();
@@ -88,27 +87,41 @@ void Clients::move(std::size_t task, Task::Phase reached) {
 
 // Starting reads symbols: more at a time than there are processors makes nothing faster.
 void Clients::startLocal() {
+    if (agents && !options.attaches()) return;
     const auto limit = std::max(2u, std::thread::hardware_concurrency());
     for (; phase == STARTING && nextLocal < tasks.size() && localStarting < limit; ++nextLocal) {
         if (!isLocal(nextLocal)) continue;
         move(nextLocal, Task::STARTING);
-        tasks[nextLocal].client =
-            std::make_unique<LocalClient>(loop, *this, startOf(static_cast<int>(nextLocal)));
-        taskOf.emplace(tasks[nextLocal].client->pid(), static_cast<int>(nextLocal));
+        const int id = static_cast<int>(nextLocal);
+        at(id).client =
+            std::make_unique<LocalClient>(loop, *this, commonStart().with(id, targetOf(id)));
+        taskOf.emplace(at(id).client->pid(), id);
     }
 }
 
-void Clients::onAgent(int id, std::shared_ptr<AgentLink> link) {
+void Clients::onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) {
     if (phase != STARTING) return link->close();
-    DebuggerStart start = startOf(id);
+    nodes.push_back(std::make_unique<RemoteNode>(std::move(link), hello.host,
+                                                 static_cast<RemoteNode::Owner&>(*this)));
+}
+
+void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& found) {
+    if (phase != STARTING) return node.close();
+    NodeRecords::Start start{commonStart(), {}};
     // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
     if (!options.hostOfTask.empty() && !options.attaches())
-        start.folder = std::filesystem::current_path().string();
+        start.common.folder = std::filesystem::current_path().string();
     // The agent looks for it.
-    start.argv[0] = options.debuggerThere;
-    move(static_cast<std::size_t>(id), Task::STARTING);
-    at(id).client = std::make_unique<RemoteClient>(std::move(link), *this,
-                                                   static_cast<RemoteClient::Owner&>(*this), start);
+    start.common.argv[0] = options.debuggerThere;
+    for (const int id : agents->admit(node.host(), found)) {
+        move(static_cast<std::size_t>(id), Task::STARTING);
+        at(id).node = &node;
+        start.clients.emplace_back(id, targetOf(id));
+    }
+    if (!start.clients.empty())
+        node.start(start);
+    else if (node.clients().empty())
+        node.close();
 }
 
 void Clients::onMissing(int id, const std::string& problem) {
@@ -118,17 +131,14 @@ void Clients::onMissing(int id, const std::string& problem) {
     settle(id, Task::ENDED);
 }
 
-void Clients::onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) {
-    if (phase == RUNNING && parent >= 0 && alive(parent))
-        forked.add({parent, process}, std::move(link));
-    else
-        link->close();
-}
-
 void Clients::onLauncherSaid(const std::string& line) {
     const std::string text = "launcher: " + line;
     if (phase == STARTING) say(text);
     if (phase == RUNNING) owner.announce(text);
+}
+
+void Clients::onLeftBehind(const std::string& launcher, const std::string& remedy) {
+    say(launcher + " had to be killed, and its job may still run; end that by: " + remedy);
 }
 
 // The debugger has prompted, or ended; the first of these is the end of its start.
@@ -143,6 +153,7 @@ void Clients::settle(int id, Task::Phase reached) {
 void Clients::allStarted() {
     progress.print(startupOutput.report(driver));
     if (const auto problem = defect()) return fail(*problem);
+    if (const std::string notice = driver.notice(); !notice.empty()) say(notice);
     phase = RUNNING;
     progress.end();
     forked.begin(static_cast<int>(tasks.size()));
@@ -150,7 +161,7 @@ void Clients::allStarted() {
 }
 
 std::optional<std::string> Clients::defect() const {
-    if (std::ranges::none_of(tasks, [](const Task& task) { return !!task.client; }))
+    if (std::ranges::none_of(tasks, [](const Task& task) { return task.client || task.node; }))
         return "no task could be reached";
     if (living() == 0)
         return "no debugger is left; try: " + options.debugger + " " +
@@ -160,7 +171,8 @@ std::optional<std::string> Clients::defect() const {
         startupOutput.allSaid(options.program[0] + ": No such file or directory", tasks.size()))
         return "no task's host has the program; is its file system shared, its path right there?";
     for (std::size_t i = 0; errors && i < tasks.size(); ++i) {
-        if (tasks[i].phase != Task::ENDED && !errors->canTell(static_cast<int>(i)))
+        const bool here = tasks[i].client && tasks[i].phase != Task::ENDED;
+        if (errorsUntold || (here && !errors->canTell(static_cast<int>(i))))
             return "the debuggers cannot tell their errors, which --script needs: is this a gdb "
                    "without Python?";
     }
@@ -173,10 +185,16 @@ StartProgress::Facts Clients::startFacts() const {
     facts.expected = tasks.size();
     facts.awaited = agents ? agents->awaitedHosts() : std::set<std::string>();
     facts.hosts = !facts.awaited.empty();
-    // Hosts that have brought their agents, and launchers, tell no more.
-    if (!facts.hosts)
-        facts.awaited.insert(agents && count(Task::STARTING) == 0 ? options.launcherWords[0]
-                                                                  : driver.name());
+    if (facts.hosts) return facts;
+    // A launcher does not tell where its tasks will be.
+    if (count(Task::STARTING) == 0 && agents) facts.awaited.insert(options.launcherWords[0]);
+    const RemoteNode* last = nullptr;
+    for (const Task& task : tasks) {
+        if (task.phase == Task::STARTING && task.node &&
+            std::exchange(last, task.node) != task.node)
+            facts.awaited.insert(task.node->host());
+    }
+    if (facts.awaited.empty()) facts.awaited.insert(driver.name());
     return facts;
 }
 
@@ -186,20 +204,22 @@ void Clients::fail(const std::string& problem) {
     owner.onStartFailed();
 }
 
-DebuggerStart Clients::startOf(int id) const {
+// Of any task; it needs the task's number and process.
+DebuggerStart Clients::commonStart() const {
     Driver::Launch launch = ForkedClients::newLaunch(driver, errors.get());
     launch.program = options.program;
     launch.cachesIndex = options.indexCache;
     DebuggerStart start = DebuggerStart::of(
-        driver, launch,
-        {{"VEX_TASK", std::to_string(id)},
-         {"VEX_NTASKS", std::to_string(tasks.size())},
-         {"VEX_JOB", job}},
-        options.attaches() ? options.targets[static_cast<std::size_t>(id)].pid : 0);
+        driver, launch, {{"VEX_NTASKS", std::to_string(tasks.size())}, {"VEX_JOB", job}},
+        options.attaches() ? 1 : 0);
+    start.clientVariable = "VEX_TASK";
     start.throughShells = options.mpiLauncher != 0;
-    start.client = id;
     if (options.forks) start.forkMark = driver.forkMark();
     return start;
+}
+
+pid_t Clients::targetOf(int id) const {
+    return options.attaches() ? options.targets[static_cast<std::size_t>(id)].pid : 0;
 }
 
 // --- while they run
@@ -224,22 +244,85 @@ void Clients::onPrompt(int id) {
     settle(id, Task::READY);
 }
 
-void Clients::onEnded(int id) {
+void Clients::onRuns(int id, bool runs) {
+    if (phase == RUNNING) owner.onClientRuns(id, runs);
+}
+
+void Clients::taskEnded(int id) {
     if (phase == STARTING) startupOutput.add(id, "\nthe debugger ended during the start\n");
     if (phase != RUNNING) return settle(id, Task::ENDED);
     move(static_cast<std::size_t>(id), Task::ENDED);
     forked.taskEnded(id);
-    if (errors) errors->ended(id);
+    // Of those of a node, the node has counted the errors.
+    if (errors && at(id).client) errors->ended(id);
     owner.onClientEnded(id);
 }
 
-void Clients::onIdentified(int /*task*/) {
-    if (phase == RUNNING) owner.onIdentity();
+// --- nodes
+
+void Clients::onStarted(RemoteNode& node, const NodeRecords::Started& started) {
+    ClientSet ours; // tasks
+    for (const int id : started.clients) {
+        if (isTask(id))
+            ours.insert(id);
+        else
+            forked.onStarted(id, started);
+    }
+    if (ours.empty() || phase != STARTING) return;
+    // What a debugger prints while it attaches is of interest only when it could not.
+    if (!started.holds)
+        startupOutput.add(
+            ours, started.text + (started.ended ? "\nthe debugger ended during the start\n" : ""));
+    attached = attached || started.holds;
+    if (errors && !started.ended && !started.tellsErrors) errorsUntold = true;
+    owner.onNode(ours, node);
+    for (const int id : ours)
+        settle(id, started.ended ? Task::ENDED : Task::READY);
+}
+
+void Clients::onEnded(const ClientSet& clients) {
+    for (const int id : clients) {
+        if (isTask(id))
+            taskEnded(id);
+        else
+            forked.ended(id);
+    }
+}
+
+void Clients::onIdentified(const ClientSet& clients) {
+    if (phase != RUNNING) return;
+    if (isTask(clients.front()))
+        owner.onIdentity();
+    else
+        forked.onIdentified(clients);
 }
 
 void Clients::onTold(int id, const std::string& text) {
-    if (phase == RUNNING) owner.tellOfClient(id, text);
+    if (phase != RUNNING) return;
+    if (isTask(id))
+        owner.tellOfClient(id, text);
+    else
+        forked.onTold(id, text);
 }
+
+void Clients::onErrors(const NodeRecords::Errors& reported) {
+    if (errors) errors->add(reported.count, reported.clients);
+}
+
+void Clients::onForked(RemoteNode& node, const NodeRecords::Fork& fork) {
+    if (phase == RUNNING && options.forks && alive(fork.parent))
+        forked.add({fork.parent, fork.process}, node);
+    else
+        node.leaveFork(fork);
+}
+
+Node::Listener* Clients::listener() { return phase == RUNNING ? &owner.nodeListener() : nullptr; }
+
+bool Clients::mayRead(const RemoteNode& node) {
+    return phase != RUNNING || owner.mayReadClients(node.clients());
+}
+
+// --- all of them
 
 bool Clients::collect(pid_t child) {
     const auto found = taskOf.find(child);
@@ -250,7 +333,7 @@ bool Clients::collect(pid_t child) {
     }
     const int task = found->second;
     taskOf.erase(found);
-    if (at(task).client->ended()) onEnded(task);
+    if (at(task).client->ended()) taskEnded(task);
     return true;
 }
 
@@ -263,14 +346,19 @@ void Clients::resume() {
     for (const Task& task : tasks) {
         if (task.client) task.client->resume();
     }
+    for (const auto& node : nodes)
+        node->resume();
     forked.resume();
 }
 
+std::string Clients::describe(int id) const {
+    if (!isTask(id)) return forked.describe(id);
+    return at(id).node ? at(id).node->identity(id) : at(id).client->identity();
+}
+
 int Clients::askIdentities() {
-    const auto asked = std::ranges::count_if(tasks, [](const Task& task) {
-        return task.phase != Task::ENDED && task.client && task.client->askIdentity();
-    });
-    return static_cast<int>(asked) + forked.askIdentities();
+    return static_cast<int>(std::ranges::count_if(
+        nodes, [](const auto& node) { return node->askIdentities(node->clients()); }));
 }
 
 bool Clients::alive(int id) const {
@@ -288,11 +376,13 @@ void Clients::end() {
     for (const Task& task : tasks) {
         if (task.client) task.client->release();
     }
+    for (const auto& node : nodes)
+        node->close();
     forked.end();
 }
 
 bool Clients::releasing() const {
-    if (agents && count(Task::AWAITED) < tasks.size() && agents->running()) return true;
+    if (agents && agents->running()) return true;
     const auto isHere = [](const Task& task) {
         return task.client && task.client->pid() != -1 && task.client->running();
     };

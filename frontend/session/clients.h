@@ -6,7 +6,7 @@
 #include "backend/drivers/errorwatch.h"
 #include "backend/os/eventloop.h"
 #include "frontend/launch/launchedjob.h"
-#include "frontend/launch/remoteclient.h"
+#include "frontend/launch/remotenode.h"
 #include "frontend/session/forkedclients.h"
 #include "frontend/session/options.h"
 #include "frontend/session/startprogress.h"
@@ -27,7 +27,7 @@
 /// what they print. Tells on the standard error what goes wrong at the start. One thread.
 class Clients : public Client::Listener,
                 private LaunchedJob::Owner,
-                private RemoteClient::Owner,
+                private RemoteNode::Owner,
                 private StartProgress::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
@@ -39,6 +39,12 @@ class Clients : public Client::Listener,
         virtual void onAllStarted() = 0;
         /// The start has failed, and the user was told so.
         virtual void onStartFailed() = 0;
+        /// Clients are those of a node on another machine, not this process's.
+        virtual void onNode(const ClientSet& clients, Node& node) = 0;
+        /// Hears what the clients of other machines say.
+        virtual Node::Listener& nodeListener() = 0;
+        /// Whether to go on reading what the clients say.
+        virtual bool mayReadClients(const ClientSet& clients) = 0;
         /// Something for all users to know, about no client in particular.
         virtual void announce(const std::string& text) = 0;
     };
@@ -56,12 +62,13 @@ class Clients : public Client::Listener,
     /// the debugger of a task.
     bool collect(pid_t child);
 
+    /// Of a client of this machine.
     void type(int client, const std::string& line);
     void interrupt(int client) { of(client).interrupt(); }
     /// Reads on where the owner has refused.
     void resume();
     /// Which process the client's is, in one line.
-    std::string describe(int client) const { return of(client).identity(); }
+    std::string describe(int client) const;
     /// Asks the agents which processes the clients' are; gives how many will answer.
     int askIdentities();
     bool alive(int client) const;
@@ -87,7 +94,8 @@ class Clients : public Client::Listener,
         /// READY: its debugger has prompted. ENDED: its debugger has ended, or there will be none.
         enum Phase { AWAITED, STARTING, READY, ENDED };
 
-        std::unique_ptr<Client> client; // null: there is no debugger yet
+        std::unique_ptr<Client> client; // null: there is no debugger yet, or a node has it
+        RemoteNode* node = nullptr;     // null: no debugger yet, or one of this machine
         Phase phase = AWAITED;
     };
     enum Phase { STARTING, RUNNING, OVER };
@@ -101,10 +109,12 @@ class Clients : public Client::Listener,
     std::deque<Task> tasks; // by their numbers; they stay where they are
     std::array<std::size_t, Task::ENDED + 1> inPhase{}; // how many tasks are in each phase
     std::size_t localStarting = 0;                      // of them are this machine's and STARTING
+    std::unordered_map<pid_t, int> taskOf;              // of a debugger of this machine that runs
     std::unique_ptr<LaunchedJob> agents;                // null: all debuggers are this machine's
-    std::size_t nextLocal = 0;             // the task to be started next, if it is a local one
-    std::unordered_map<pid_t, int> taskOf; // of a debugger of this machine that runs
-    bool attached = false;                 // a debugger holds a task that ran before
+    std::vector<std::unique_ptr<RemoteNode>> nodes;
+    std::size_t nextLocal = 0; // the task to be started next, if it is a local one
+    bool attached = false;     // a debugger holds a task that ran before
+    bool errorsUntold = false; // a node's debuggers cannot tell their errors
     StartupOutput startupOutput;
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
     ForkedClients forked;
@@ -125,27 +135,37 @@ class Clients : public Client::Listener,
     std::optional<std::string> defect() const;
     void fail(const std::string& problem);
 
-    DebuggerStart startOf(int task) const;
+    DebuggerStart commonStart() const;
+    pid_t targetOf(int task) const;
     void settle(int task, Task::Phase reached);
 
     // Client::Listener
     void onOutput(int task, std::string_view text) override;
     void onPrompt(int task) override;
+    void onRuns(int task, bool runs) override;
     bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
 
     // LaunchedJob::Owner
     void onSize(int size) override;
-    void onAgent(int task, std::shared_ptr<AgentLink> link) override;
-    void onForkedAgent(int parent, pid_t process, std::shared_ptr<AgentLink> link) override;
+    void onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) override;
     void onMissing(int task, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
+    void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }
 
     // StartProgress::Owner
     StartProgress::Facts startFacts() const override;
 
-    // RemoteClient::Owner
-    void onEnded(int task) override;
-    void onIdentified(int task) override;
-    void onTold(int task, const std::string& text) override;
+    // RemoteNode::Owner
+    void onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& found) override;
+    void onStarted(RemoteNode& node, const NodeRecords::Started& started) override;
+    void onEnded(const ClientSet& clients) override;
+    void onIdentified(const ClientSet& clients) override;
+    void onTold(int client, const std::string& text) override;
+    void onErrors(const NodeRecords::Errors& reported) override;
+    void onForked(RemoteNode& node, const NodeRecords::Fork& fork) override;
+    Node::Listener* listener() override;
+    bool mayRead(const RemoteNode& node) override;
+
+    void taskEnded(int task);
 };

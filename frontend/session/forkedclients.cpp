@@ -24,7 +24,7 @@ ForkedClients::ForkedClients(EventLoop& eventLoop, const Options& sessionOptions
       errors(errorWatch),
       owner(whose),
       forks(loop, *this, options.forks ? driver.forkMark() : "",
-            static_cast<std::size_t>(std::max(fewForks, options.tasks))) {}
+            static_cast<std::size_t>(std::max(fewForks, options.tasks)), ::getpid()) {}
 
 // --- the start
 
@@ -62,43 +62,56 @@ int ForkedClients::adopt(const Forks::Child& child) {
     if (const auto problem = refusal(true)) throw std::runtime_error(*problem);
     const int number = nextNumber();
     auto client = std::make_unique<LocalClient>(loop, *this, startOf(child.pid));
-    clients.push_back({child, std::move(client)});
+    Fork fork;
+    fork.child = child;
+    fork.client = std::move(client);
+    clients.push_back(std::move(fork));
     return number;
 }
 
-void ForkedClients::add(const Forks::Child& child, std::shared_ptr<AgentLink> link) {
+void ForkedClients::add(const Forks::Child& child, RemoteNode& node) {
     if (const auto problem = refusal(false)) {
         owner.tellOfClient(child.parent, "forked process " + std::to_string(child.pid) +
                                              " runs on without a debugger: " + *problem);
-        return link->close();
+        return node.leaveFork({child.parent, child.pid});
     }
-    DebuggerStart start = startOf(child.pid);
-    start.argv[0] = options.debuggerThere;
-    auto client = std::make_unique<RemoteClient>(std::move(link), *this,
-                                                 static_cast<RemoteClient::Owner&>(*this), start);
-    clients.push_back({child, std::move(client)});
+    NodeRecords::Start start{startOf(child.pid), {{nextNumber(), child.pid}}};
+    start.common.argv[0] = options.debuggerThere;
+    Fork fork;
+    fork.child = child;
+    fork.node = &node;
+    clients.push_back(std::move(fork));
+    node.start(start);
 }
 
-void ForkedClients::onFirstPrompt(int number) {
+void ForkedClients::onStarted(int number, const NodeRecords::Started& started) {
+    if (started.ended)
+        ended(number);
+    else if (!over)
+        onFirstPrompt(number, started.holds);
+}
+
+void ForkedClients::onFirstPrompt(int number, bool holds) {
     Fork& fork = at(number);
-    if (fork.client->holds()) {
-        if (std::exchange(fork.phase, Fork::ASKED) == Fork::STARTING && !fork.client->askIdentity())
-            join(number);
+    if (holds) {
+        const bool wasStarting = std::exchange(fork.phase, Fork::ASKED) == Fork::STARTING;
+        if (wasStarting && !(fork.node && fork.node->askIdentities({number}))) join(number);
         return;
     }
     // On another machine, the agent tells why.
-    if (fork.client->pid() != -1 && ProcessTree::parentOf(fork.child.pid) != 0)
+    if (!fork.node && ProcessTree::parentOf(fork.child.pid) != 0)
         forks.refuse(fork.child, "the debugger could not attach");
     forks.started(number);
-    fork.client->release();
+    fork.release(number);
 }
 
 void ForkedClients::join(int number) {
     Fork& fork = at(number);
     if (!fork.alive()) return;
     fork.phase = Fork::CLIENT;
-    owner.onClientForked(number, fork.client->identity() + "  forked by client " +
-                                     std::to_string(fork.child.parent));
+    owner.onClientForked(
+        number, fork.identity(number) + "  forked by client " + std::to_string(fork.child.parent),
+        fork.node);
     forks.started(number);
 }
 
@@ -119,27 +132,29 @@ void ForkedClients::onPrompt(int number) {
     if (at(number).joined())
         owner.onClientPrompt(number);
     else
-        onFirstPrompt(number);
+        onFirstPrompt(number, client(number).holds());
 }
 
-void ForkedClients::onEnded(int number) {
+void ForkedClients::onRuns(int number, bool runs) {
+    if (!over && at(number).joined()) owner.onClientRuns(number, runs);
+}
+
+void ForkedClients::ended(int number) {
     Fork& fork = at(number);
     const bool joined = fork.joined();
     fork.phase = joined ? Fork::ENDED : Fork::LOST;
     if (over) return;
-    // Its agent has nothing else to do.
-    fork.client->release();
     forks.ended(number);
     if (!joined) return;
-    if (errors) errors->ended(number);
+    // Of those of a node, the node has counted the errors.
+    if (errors && !fork.node) errors->ended(number);
     owner.onClientEnded(number);
 }
 
-void ForkedClients::onIdentified(int number) {
+void ForkedClients::onIdentified(const ClientSet& numbers) {
     if (over) return;
-    if (at(number).joined())
-        owner.onIdentity();
-    else
+    if (at(numbers.front()).joined()) return owner.onIdentity();
+    for (const int number : numbers)
         join(number);
 }
 
@@ -154,19 +169,15 @@ void ForkedClients::tellOfForks(int parent, const std::string& text) {
 void ForkedClients::collect() {
     // An end may lead to another adoption.
     for (std::size_t i = 0; i < clients.size(); ++i) {
-        if (clients[i].client->ended()) onEnded(firstNumber + static_cast<int>(i));
+        if (clients[i].client && clients[i].client->ended())
+            ended(firstNumber + static_cast<int>(i));
     }
 }
 
 void ForkedClients::resume() {
-    for (const Fork& fork : clients)
-        fork.client->resume();
-}
-
-int ForkedClients::askIdentities() {
-    return static_cast<int>(std::ranges::count_if(clients, [](const Fork& fork) {
-        return fork.phase == Fork::CLIENT && fork.client->askIdentity();
-    }));
+    for (const Fork& fork : clients) {
+        if (fork.client) fork.client->resume();
+    }
 }
 
 bool ForkedClients::alive(int number) const {
@@ -178,9 +189,8 @@ int ForkedClients::living() const {
 }
 
 bool ForkedClients::running() const {
-    return std::ranges::any_of(clients, [](const Fork& fork) {
-        return fork.client->pid() != -1 && fork.client->running();
-    });
+    return std::ranges::any_of(
+        clients, [](const Fork& fork) { return fork.client && fork.client->running(); });
 }
 
 // --- the end
@@ -188,6 +198,7 @@ bool ForkedClients::running() const {
 void ForkedClients::end() {
     over = true;
     forks.stop();
-    for (const Fork& fork : clients)
-        fork.client->release();
+    for (const Fork& fork : clients) {
+        if (fork.client) fork.client->release();
+    }
 }

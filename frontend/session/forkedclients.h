@@ -7,8 +7,7 @@
 #include "backend/drivers/errorwatch.h"
 #include "backend/os/eventloop.h"
 #include "backend/os/limits.h"
-#include "backend/wire/agentlink.h"
-#include "frontend/launch/remoteclient.h"
+#include "frontend/launch/remotenode.h"
 #include "frontend/session/options.h"
 
 #include <deque>
@@ -20,9 +19,9 @@
 #include <vector>
 
 /// The clients for processes that tasks fork. Finds the forked processes of this machine (Forks),
-/// is handed the agents of others, and has a debugger attach to each process, which becomes a
+/// is told those of nodes, and has a debugger attach to each process, which becomes a
 /// client once its debugger holds it and has told which process it is. One thread.
-class ForkedClients : public Client::Listener, private RemoteClient::Owner, private Forks::Owner {
+class ForkedClients : public Client::Listener, private Forks::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
     class Owner {
@@ -30,11 +29,13 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
         virtual ~Owner() = default;
         virtual void onClientOutput(int client, std::string_view text) = 0;
         virtual void onClientPrompt(int client) = 0;
+        virtual void onClientRuns(int client, bool runs) = 0;
         /// Whether to go on reading. After a no, resume makes it read on.
         virtual bool mayReadClient(int client) = 0;
         virtual void onClientEnded(int client) = 0;
-        /// A forked process has become a client; the text says which process it is.
-        virtual void onClientForked(int client, const std::string& who) = 0;
+        /// A forked process has become a client; the text says which process it is. The node is
+        /// null for this process's.
+        virtual void onClientForked(int client, const std::string& who, Node* node) = 0;
         /// Something for all users to know about a client.
         virtual void tellOfClient(int client, const std::string& text) = 0;
         /// An answer to askIdentities has come, or will not.
@@ -55,15 +56,22 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
         forks.heard(task, debugger, text);
     }
     void taskEnded(int task) { forks.ended(task); }
-    /// Takes an agent for a process that the task of a client has forked.
-    void add(const Forks::Child& child, std::shared_ptr<AgentLink> link);
+    /// Has a node debug a process that the task of one of its clients has forked.
+    void add(const Forks::Child& child, RemoteNode& node);
+    // What a node tells of clients that were added.
+    void onStarted(int number, const NodeRecords::Started& started);
+    void onIdentified(const ClientSet& numbers);
+    void onTold(int number, const std::string& text);
+    /// Its debugger has ended, or its agent is gone.
+    void ended(int number);
 
     /// Looks whose debuggers have ended.
     void collect();
     void resume();
-    /// Asks the agents which processes the clients' are; gives how many will answer.
-    int askIdentities();
+    /// Of this machine.
     Client& client(int number) const { return *at(number).client; }
+    /// Which process the client's is, in one line.
+    std::string describe(int number) const { return at(number).identity(number); }
     /// Whether there is a client of this number that has not ended.
     bool alive(int number) const;
     /// How many clients there are that have not ended.
@@ -83,11 +91,21 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
         enum Phase { STARTING, ASKED, CLIENT, ENDED, LOST };
 
         Forks::Child child;
-        std::unique_ptr<Client> client;
+        std::unique_ptr<Client> client; // null: a node has it
+        RemoteNode* node = nullptr;     // null: this machine has it
         Phase phase = STARTING;
 
         bool alive() const { return phase < ENDED; }
         bool joined() const { return phase == CLIENT || phase == ENDED; }
+        std::string identity(int number) const {
+            return node ? node->identity(number) : client->identity();
+        }
+        void release(int number) const {
+            if (node)
+                node->release({number});
+            else
+                client->release();
+        }
     };
 
     EventLoop& loop;
@@ -107,18 +125,14 @@ class ForkedClients : public Client::Listener, private RemoteClient::Owner, priv
     int nextNumber() const { return firstNumber + static_cast<int>(clients.size()); }
     DebuggerStart startOf(pid_t process) const;
     std::optional<std::string> refusal(bool here) const;
-    void onFirstPrompt(int number);
+    void onFirstPrompt(int number, bool holds);
     void join(int number);
 
     // Client::Listener
     void onOutput(int number, std::string_view text) override;
     void onPrompt(int number) override;
+    void onRuns(int number, bool runs) override;
     bool mayRead(int number) override { return over || owner.mayReadClient(number); }
-
-    // RemoteClient::Owner
-    void onEnded(int number) override;
-    void onIdentified(int number) override;
-    void onTold(int number, const std::string& text) override;
 
     // Forks::Owner
     int adopt(const Forks::Child& child) override;

@@ -7,6 +7,7 @@
 #include "backend/wire/rendezvous.h"
 #include "frontend/session/exitstatus.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -26,7 +27,7 @@ std::string programOf(const Options& options) {
 
 SessionServer::SessionServer(const Options& sessionOptions, Session& session, Channel line)
     : options(sessionOptions),
-      driver(makeDriver(options.debugger)),
+      driver(makeDriver(options.debugger, options.attaches())),
       program(programOf(options)),
       signals(loop, {SIGCHLD, SIGUSR1, SIGTERM}, [this](int number) { onSignal(number); }),
       boardTimer(loop),
@@ -178,20 +179,29 @@ void SessionServer::onClientOutput(int id, std::string_view text) {
     board.output(id, text, Clock::now());
 }
 
+void SessionServer::onClientRuns(int id, bool runs) { board.runs(id, runs); }
+
 void SessionServer::onClientPrompt(int id) {
     board.prompted(id, Clock::now());
     programs.resume();
 }
 
-void SessionServer::onClientEnded(int id) { board.clientGone(id); }
+void SessionServer::onClientEnded(int id) { board.clientGone(id, Clock::now()); }
 
-void SessionServer::onClientForked(int id, const std::string& who) { board.clientForked(id, who); }
+void SessionServer::onClientForked(int id, const std::string& who, Node* node) {
+    board.clientForked(id, who);
+    if (node) board.setNode({id}, *node);
+}
+
+bool SessionServer::mayReadClients(const ClientSet& ids) {
+    return std::ranges::all_of(ids, [this](int id) { return mayReadClient(id); });
+}
 
 void SessionServer::onAllStarted() {
     phase = SERVING;
     const ClientSet all = board.groups().all();
     for (const int id : all) {
-        if (!clients.alive(id)) board.clientGone(id);
+        if (!clients.alive(id)) board.clientGone(id, Clock::now());
     }
     // A console that has its number may send commands: not before all debuggers have prompted.
     consoles.serve();

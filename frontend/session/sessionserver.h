@@ -61,7 +61,10 @@ class SessionServer : private Switchboard::Outlet,
 
     // Switchboard::Outlet
     void toConsole(int console, const Reply& reply) override { consoles.send(console, reply); }
-    void toConsole(int console, const Data& data) override { consoles.send(console, data); }
+    void toConsole(int console, const Data& data) override { consoles.send({console}, data); }
+    void toConsoles(const std::vector<int>& to, const Data& data) override {
+        consoles.send(to, data);
+    }
     void toClient(int client, const std::string& line) override { clients.type(client, line); }
     void interrupt(int client) override { clients.interrupt(client); }
     void startUserProgram(int client, const std::string& command,
@@ -78,9 +81,13 @@ class SessionServer : private Switchboard::Outlet,
     void onStartFailed() override { end(1); }
     void onClientOutput(int client, std::string_view text) override;
     void onClientPrompt(int client) override;
+    void onClientRuns(int client, bool runs) override;
     bool mayReadClient(int client) override { return !consoles.congested(board.ownerOf(client)); }
     void onClientEnded(int client) override;
-    void onClientForked(int client, const std::string& who) override;
+    void onClientForked(int client, const std::string& who, Node* node) override;
+    void onNode(const ClientSet& ids, Node& node) override { board.setNode(ids, node); }
+    Node::Listener& nodeListener() override { return board; }
+    bool mayReadClients(const ClientSet& ids) override;
     void tellOfClient(int client, const std::string& text) override { board.tell(client, text); }
     void announce(const std::string& text) override { board.announce(text); }
     void onIdentity() override { whoQueries.answered(); }

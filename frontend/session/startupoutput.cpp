@@ -1,7 +1,7 @@
 #include "frontend/session/startupoutput.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
-#include "common/clientset.h"
 
 #include <algorithm>
 #include <sstream>
@@ -10,28 +10,40 @@
 #include <vector>
 
 bool StartupOutput::allSaid(std::string_view text, std::size_t clients) const {
-    return clients > 0 && clients == static_cast<std::size_t>(
-                                         std::ranges::count_if(texts, [text](const auto& each) {
-                                             return each.second.find(text) != std::string::npos;
-                                         }));
+    std::size_t found = 0;
+    for (const auto& [client, said] : texts)
+        found += said.find(text) != std::string::npos;
+    for (const auto& [said, whose] : equal) {
+        if (said.find(text) != std::string::npos) found += whose.size();
+    }
+    return clients > 0 && found == clients;
 }
 
 std::string StartupOutput::report(const Driver& driver) const {
-    std::vector<std::pair<std::string, ClientSet>> lines; // in the order in which they came
+    std::vector<std::pair<ClientSet, std::string>> said;
+    for (const auto& [client, text] : texts)
+        said.push_back({{client}, text});
+    for (const auto& [text, clients] : equal)
+        said.emplace_back(clients, text);
+    std::ranges::stable_sort(said, {}, [](const auto& each) { return each.first.front(); });
+    std::vector<std::pair<std::string, ClientSet>> lines; // in the order of the clients
     std::unordered_map<std::string, std::size_t> places;  // in those
-    for (const auto& [client, text] : texts) {
+    for (const auto& [whose, text] : said) {
         std::istringstream in(text);
         for (std::string line; std::getline(in, line);) {
             if (driver.isGreeting(line)) continue;
             const auto [at, isNew] = places.try_emplace(line, lines.size());
             if (isNew) lines.emplace_back(line, ClientSet());
-            lines[at->second].second.insert(client);
+            lines[at->second].second.insert(whose);
         }
     }
     std::string report;
     for (const auto& [line, clients] : lines) {
         const std::string hint = driver.hintFor(line);
-        report.append("vex: ").append(Text::list(clients)).append(" | ").append(line);
+        report.append("vex: ")
+            .append(Text::list(clients))
+            .append(" | ")
+            .append(SafeText::line(line));
         report.append(hint.empty() ? "" : " ").append(hint).append("\n");
     }
     return report;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/drivers/driver.h"
+#include "common/clientset.h"
 
 #include <map>
 #include <string>
@@ -10,6 +11,8 @@
 class StartupOutput {
   public:
     void add(int client, std::string_view text) { texts[client] += text; }
+    /// All that each of these clients has printed.
+    void add(const ClientSet& clients, const std::string& text) { equal[text].insert(clients); }
     /// Whether each of that many clients has said this.
     bool allSaid(std::string_view text, std::size_t clients) const;
     void drop(int client) { texts.erase(client); }
@@ -19,4 +22,5 @@ class StartupOutput {
 
   private:
     std::map<int, std::string> texts;
+    std::map<std::string, ClientSet> equal; // texts of clients that are known as sets
 };

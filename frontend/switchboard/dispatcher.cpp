@@ -1,5 +1,6 @@
 #include "frontend/switchboard/dispatcher.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 
 #include <algorithm>
@@ -8,8 +9,6 @@
 
 namespace {
 
-// Bytes that are kept of one client's output for the program behind the bar.
-constexpr std::size_t maxCaptured = 64 * 1024 * 1024;
 // Lines of a script that wait until the client's debugger has answered the line before them.
 constexpr std::size_t maxScript = 10000;
 
@@ -17,25 +16,36 @@ constexpr const char* scriptCommand = "vex_cmd";
 
 } // namespace
 
-Dispatcher::Dispatcher(int count, const Driver& kind, Outlet& out, Listener& told)
-    : driver(kind),
-      outlet(out),
-      listener(told),
-      workers(static_cast<std::size_t>(count)),
-      requests(out) {}
+Dispatcher::Dispatcher(int count, const Driver& kind, Node& theirs, Outlet& out, Listener& told)
+    : driver(kind), firstNode(theirs), outlet(out), listener(told), requests(out) {
+    setClients(count);
+}
+
+void Dispatcher::setClients(int count) {
+    Member idle;
+    idle.node = &firstNode;
+    members.assign(static_cast<std::size_t>(count), idle);
+}
+
+void Dispatcher::setNode(const ClientSet& clients, Node& node) {
+    for (const int id : clients)
+        at(id).node = &node;
+}
 
 void Dispatcher::addClient(int id) {
-    workers.resize(std::max(workers.size(), static_cast<std::size_t>(id) + 1));
+    members.resize(std::max(members.size(), static_cast<std::size_t>(id) + 1));
+    at(id).node = &firstNode;
 }
 
 void Dispatcher::consoleLeft(int console) {
     requests.consoleLeft(console);
-    for (std::size_t i = 0; i < workers.size(); ++i) {
-        if (workers[i].console != console) continue;
-        workers[i].console = 0;
-        if (!workers[i].programRuns) continue;
-        stopUserProgram(static_cast<int>(i));
-        conclude(static_cast<int>(i));
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        if (members[i].console != console) continue;
+        members[i].console = 0;
+        const int id = static_cast<int>(i);
+        if (!programRuns(id)) continue;
+        stopProgram(id);
+        conclude(id);
     }
 }
 
@@ -43,86 +53,112 @@ void Dispatcher::consoleLeft(int console) {
 
 std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point now) {
     if (auto problem = wanted.prepare(driver, outlet)) return problem;
-    wanted.overdue = now + Wait::answer;
-    Request& request = requests.add(std::move(wanted));
-    for (int id : request.members)
-        assign(id, request);
-    requests.flushIdle();
-    for (int id : request.members) {
-        if (request.kind == Command::SCRIPTCLIENT) {
-            at(id).programRuns = true;
-            outlet.startUserProgram(id, request.line, "");
-        } else {
-            type(id, request.line);
-        }
+    const ClientSet clients = wanted.members;
+    const Request& request = place(std::move(wanted), clients, now);
+    if (request.kind == Command::SCRIPTCLIENT) {
+        for (const int id : clients)
+            startProgram(id, request.line, "");
+    } else {
+        for (const auto& [node, theirs] : byNode(clients))
+            node->type(theirs, request.line);
     }
     return std::nullopt;
 }
 
 void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
     const int id = wanted.members.front();
+    report(place(std::move(wanted), {id}, now), id);
+}
+
+std::map<Node*, ClientSet> Dispatcher::byNode(const ClientSet& clients) const {
+    std::map<Node*, ClientSet> nodes;
+    Node* last = nullptr;
+    ClientSet* theirs = nullptr;
+    for (const int id : clients) {
+        if (at(id).node != last) theirs = &nodes[last = at(id).node];
+        theirs->insert(id);
+    }
+    return nodes;
+}
+
+// Makes the clients work on the request.
+Request& Dispatcher::place(Request wanted, const ClientSet& clients, Clock::time_point now) {
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
-    assign(id, request);
+    // What they said before is heard first.
+    for (const auto& [node, theirs] : byNode(clients))
+        node->begin(theirs, request.work(), now);
+    for (const int id : clients) {
+        assert(!at(id).request);
+        at(id).request = &request;
+        at(id).console = request.console;
+    }
+    request.await(clients);
     requests.flushIdle();
-    at(id).filtered = true;
-    report(request, id);
+    return request;
 }
 
-void Dispatcher::assign(int id, Request& request) {
-    Worker& worker = at(id);
-    assert(!worker.request);
-    // What the client said before is no part of the answer.
-    takePartial(id);
-    worker.cutter.breakLine();
-    worker.request = &request;
-    request.await(id);
-    worker.console = request.console;
-    worker.filtered = false;
-    worker.captured.clear();
+void Dispatcher::answered(int work, const ClientSet& clients, Clock::time_point now) {
+    Request* const request = requests.find(work);
+    if (!request) return;
+    ClientSet done = request->waiting.intersection(clients);
+    if (done.empty()) return;
+    requests.flushReady(*request);
+    if (request->kind == Command::SCRIPTCLIENT) {
+        for (const int id : done) {
+            programs[id].typed = false;
+            advance(id, now);
+        }
+        return;
+    }
+    if (request->stat && done.size() == request->waiting.size()) report(*request, done.back());
+    // A filter still works for some.
+    ClientSet busy;
+    for (const int id : programs.empty() ? ClientSet() : done) {
+        if (programRuns(id)) busy.insert(id);
+    }
+    done.erase(busy);
+    if (!done.empty()) completed(*request, done);
 }
 
-void Dispatcher::type(int id, const std::string& line) {
-    at(id).exchange.begin();
-    outlet.toClient(id, line);
+void Dispatcher::captured(int work, int id, const std::string& text) {
+    const Request* const request = requests.find(work);
+    if (request && request->console != 0 && request->waiting.contains(id))
+        startProgram(id, request->filter, text);
 }
 
-// Carries out the client's part of its request until it must wait for its debugger.
+void Dispatcher::stacks(int work, const StackTree& tree) {
+    Request* const request = requests.find(work);
+    if (request && request->stat) request->stat->add(tree);
+}
+
+// Carries out what the client's program has printed until it must wait for its debugger.
 void Dispatcher::advance(int id, Clock::time_point now) {
-    Worker& worker = at(id);
-    Request& request = *worker.request;
-    while (!worker.exchange.open() && !worker.script.empty()) {
-        std::string line = std::move(worker.script.front());
-        worker.script.pop_front();
+    Program& program = programs[id];
+    Request& request = *at(id).request;
+    while (!program.typed && !program.script.empty()) {
+        std::string line = std::move(program.script.front());
+        program.script.pop_front();
         const std::string words = line.substr(std::min(line.size(), line.find_first_not_of(" \t")));
         if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(words) == scriptCommand &&
-            !Text::afterWord(words).empty())
-            type(id, Text::afterWord(words));
-        else
-            deliver(id, std::move(line), now);
+            !Text::afterWord(words).empty()) {
+            program.typed = true;
+            at(id).node->type({id}, Text::afterWord(words));
+        } else {
+            if (!request.stat) line = SafeText::line(std::move(line));
+            deliver(request, id, line, now);
+        }
     }
     conclude(id);
 }
 
 // The client has done its part of the request, unless something works for it still.
 void Dispatcher::conclude(int id) {
-    Worker& worker = at(id);
-    Request& request = *worker.request;
-    requests.flushLarge(request);
-    if (worker.exchange.open() || worker.programRuns) return;
-    if (captures(worker) && !worker.filtered) {
-        worker.filtered = true;
-        const std::string text = std::exchange(worker.captured, {});
-        if (request.stat) {
-            request.stat->add(id, text, driver);
-            if (request.waiting.size() == 1) report(request, id);
-        } else if (request.console != 0) {
-            worker.programRuns = true;
-            outlet.startUserProgram(id, request.filter, text);
-        }
-        if (worker.programRuns) return;
-    }
-    completed(id);
+    Request& request = *at(id).request;
+    requests.flushReady(request);
+    const auto program = programs.find(id);
+    if (program != programs.end() && (program->second.runs || program->second.typed)) return;
+    completed(request, {id});
 }
 
 // Hands the report of stat over when all clients have answered: to its filter, if there is one,
@@ -131,54 +167,63 @@ void Dispatcher::conclude(int id) {
 void Dispatcher::report(Request& request, std::optional<int> last) {
     request.reported = true;
     if (!request.filter.empty() && last && request.console != 0) {
-        at(*last).programRuns = true;
-        outlet.startUserProgram(*last, request.filter, request.stat->text());
+        startProgram(*last, request.filter, request.stat->text());
         return;
     }
-    int lineNo = 0;
     for (const auto& group : request.stat->rows()) {
         for (const auto& row : group)
-            request.gathered.addRow(row.clients, lineNo, row.text);
-        ++lineNo;
+            request.gathered.addRow(row.clients, SafeText::of(row.text), {},
+                                    &row != &group.front());
     }
+    requests.arm(request);
 }
 
-void Dispatcher::completed(int id) {
-    Worker& worker = at(id);
-    Request& request = *std::exchange(worker.request, nullptr);
-    worker.idleLineCount = request.answeredBy(id);
+void Dispatcher::completed(Request& request, const ClientSet& clients) {
+    for (const int id : clients) {
+        at(id).request = nullptr;
+        if (!programs.empty()) programs.erase(id);
+    }
+    request.answeredBy(clients);
     const bool over = request.waiting.empty();
     if (over && request.stat && !request.reported) report(request, std::nullopt);
-    if (over) requests.flush(request);
-    listener.answered(id, request);
+    if (over) {
+        requests.flush(request);
+        requests.continueIdle(request);
+    } else {
+        requests.flushReady(request);
+    }
+    listener.answered(clients, request);
     if (over) requests.forget(request);
 }
 
 void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
-    for (int id : ids) {
-        Worker& worker = at(id);
-        if (!worker.request || worker.exchange.settling()) continue;
-        if (worker.exchange.interrupt(now)) outlet.interrupt(id);
-        if (!worker.programRuns) continue;
-        stopUserProgram(id);
+    ClientSet working;
+    for (const int id : ids) {
+        if (!at(id).request) continue;
+        if (!programRuns(id)) {
+            working.insert(id);
+            continue;
+        }
+        at(id).node->interrupt({id}, now);
+        stopProgram(id);
         conclude(id);
     }
+    for (const auto& [node, theirs] : byNode(working))
+        node->interrupt(theirs, now);
 }
 
 bool Dispatcher::reply(const ClientSet& ids, const std::string& text, Clock::time_point now) {
-    bool any = false;
-    for (int id : ids) {
-        Worker& worker = at(id);
-        if (!worker.exchange.open() || !driver.asks(worker.cutter.tail())) continue;
-        any = true;
-        takePartial(id);
-        worker.cutter.breakLine();
-        worker.request->asking.erase(id);
-        worker.request->overdue = now + Wait::answer;
-        requests.arm(*worker.request);
-        outlet.toClient(id, text);
+    ClientSet taken;
+    for (const auto& [node, theirs] : byNode(ids))
+        taken.insert(node->reply(theirs, text, now));
+    for (const int id : taken) {
+        Request& request = *at(id).request;
+        request.asking.erase(id);
+        request.unnamed.erase(id);
+        request.overdue = now + Wait::answer;
+        requests.arm(request);
     }
-    return any;
+    return !taken.empty();
 }
 
 void Dispatcher::adopt(int id, int console) {
@@ -190,202 +235,163 @@ void Dispatcher::adopt(int id, int console) {
 
 // --- what clients say
 
-Request& Dispatcher::requestFor(const Worker& worker) {
-    return worker.request ? *worker.request : requests.idleOf(worker.console);
+// Where the client's output goes; null: nobody wants it.
+Request* Dispatcher::outputOf(int id, int work) {
+    // Nobody knows of it yet.
+    if (!has(id) || !at(id).node) return nullptr;
+    Request* const request = at(id).request;
+    // What is left of a work before that is idle output, and so is all of a client without work.
+    if (!request || request->number != work)
+        return requests.noConsoles() ? nullptr : &requests.idleOf(at(id).console);
+    // What it says while the filter has its answer is no part of that.
+    return request->captures() ? nullptr : request;
 }
 
-void Dispatcher::output(int id, std::string_view text, Clock::time_point now) {
-    Worker& worker = at(id);
-    if (!worker.request && requests.noConsoles()) return;
-    for (std::string& line : worker.cutter.feed(text, now))
-        addLine(id, std::move(line), now);
-    Request& request = requestFor(worker);
-    if (worker.cutter.since()) requests.awaitWindow(request, *worker.cutter.since());
-    requests.flushLarge(request);
-}
-
-void Dispatcher::addLine(int id, std::string text, Clock::time_point now) {
-    Worker& worker = at(id);
-    // A program's terminal that is not raw ends lines so.
-    if (text.ends_with('\r')) text.pop_back();
-    switch (worker.exchange.line(text, driver, now)) {
-    case Exchange::TOO_LATE:
-        return;
-    case Exchange::TOO_EARLY:
-        outlet.interrupt(id);
-        break;
-    case Exchange::ANSWER:
-        break;
+void Dispatcher::hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
+                      Clock::time_point since, Folder::Cut cut) {
+    std::map<int, std::pair<Request*, ClientSet>> heard; // by request
+    for (const int id : clients) {
+        Request* const request = outputOf(id, work);
+        if (!request) continue;
+        auto& [where, whose] = heard[request->number];
+        where = request;
+        whose.insert(id);
     }
-    if (captures(worker))
-        capture(worker, text);
-    else
-        deliver(id, std::move(text), now);
+    for (auto& [number, each] : heard) {
+        auto& [request, whose] = each;
+        for (const std::string& line : lines)
+            request->gathered.add(whose, line, since, cut);
+        requests.flushReady(*request);
+    }
 }
 
-void Dispatcher::deliver(int id, std::string text, Clock::time_point now) {
-    Worker& worker = at(id);
-    Request& request = requestFor(worker);
-    const int lineNo = lineCount(id)++;
-    if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
-        request.gathered.addRow(row->clients, lineNo, row->text);
-    else if (request.stat)
-        request.gathered.addRow(request.members, lineNo, std::move(text));
-    else
-        request.gathered.add(id, lineNo, std::move(text), now);
-    requests.awaitWindow(request, now);
+void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::string> lines,
+                      Clock::time_point now) {
+    hear(work, clients, lines, now, Folder::WHOLE);
 }
 
-void Dispatcher::capture(Worker& worker, const std::string& text) {
-    if (worker.captured.size() < maxCaptured) worker.captured += text + "\n";
+// The beginning of a line has waited long enough. What goes on with it stands directly behind it.
+void Dispatcher::saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
+                          Clock::time_point now) {
+    const auto cut = static_cast<Folder::Cut>((part.goesOn ? Folder::REST : Folder::WHOLE) |
+                                              (part.ended ? Folder::WHOLE : Folder::HALF));
+    hear(work, clients, {part.text}, part.ended ? now : now - Wait::window, cut);
 }
 
-void Dispatcher::takePartial(int id) {
-    Worker& worker = at(id);
-    const Clock::time_point since = worker.cutter.since().value_or(Clock::time_point());
-    auto text = worker.cutter.takePartial();
-    if (!text || (!worker.request && requests.noConsoles())) return;
-    if (captures(worker))
-        capture(worker, *text);
-    else
-        requestFor(worker).gathered.add(id, lineCount(id)++, std::move(*text), since);
+void Dispatcher::deliver(Request& request, int id, const std::string& text, Clock::time_point now) {
+    if (!request.stat) return request.gathered.add(id, text, now);
+    const auto* row = request.stat->find(text);
+    request.gathered.addRow(row ? row->clients : request.members,
+                            row ? SafeText::of(row->text) : SafeText::line(text), now);
 }
 
-void Dispatcher::prompted(int id, Clock::time_point now) {
-    Worker& worker = at(id);
-    if (!worker.exchange.open()) return;
-    // Behind its first prompt a debugger prints only what an interrupt makes it say.
-    const bool settled = worker.exchange.settling();
-    if (settled)
-        worker.cutter.takePartial();
-    else
-        takePartial(id);
-    worker.cutter.breakLine();
-    if (worker.exchange.prompt(now) == Exchange::ANSWERED)
-        advance(id, now);
-    else if (!settled)
-        settling.emplace_back(worker.exchange.settledAt(), id);
+void Dispatcher::asks(int work, const ClientSet& clients, const std::string& question,
+                      Clock::time_point now) {
+    Request* const request = requests.find(work);
+    if (!request) return;
+    ClientSet fresh = request->waiting.intersection(clients);
+    if (fresh.empty()) return;
+    if (request->unnamed.empty() || fresh.front() < request->unnamed.front())
+        request->question = question;
+    request->unnamed.insert(fresh);
+    request->naming = now;
+    requests.arm(*request);
 }
 
 void Dispatcher::clientGone(int id) {
-    Worker& worker = at(id);
-    if (worker.programRuns) stopUserProgram(id);
-    takePartial(id);
-    if (worker.request || !requests.noConsoles()) requests.flush(requestFor(worker));
-    worker.gone = true;
-    worker.exchange.end();
+    if (programRuns(id)) stopProgram(id);
+    programs.erase(id);
+    if (at(id).request)
+        requests.flush(*at(id).request);
+    else if (!requests.noConsoles())
+        requests.flush(requests.idleOf(at(id).console));
 }
 
 void Dispatcher::remove(int id) {
-    if (at(id).request) completed(id);
+    if (at(id).request) completed(*at(id).request, {id});
 }
 
 // --- the user's programs
 
-void Dispatcher::stopUserProgram(int id) {
-    Worker& worker = at(id);
+void Dispatcher::startProgram(int id, const std::string& command, const std::string& input) {
+    programs[id].runs = true;
+    outlet.startUserProgram(id, command, input);
+}
+
+void Dispatcher::stopProgram(int id) {
     outlet.stopUserProgram(id);
-    worker.programRuns = false;
-    worker.script.clear();
-    worker.programLines = LineCutter();
+    Program& program = programs[id];
+    program.runs = false;
+    program.script.clear();
+    program.lines = LineCutter();
+}
+
+bool Dispatcher::programRuns(int id) const {
+    const auto program = programs.find(id);
+    return program != programs.end() && program->second.runs;
 }
 
 void Dispatcher::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
-    Worker& worker = at(id);
-    for (std::string& line : worker.programLines.feed(text, now))
-        worker.script.push_back(std::move(line));
+    Program& program = programs[id];
+    for (LineCutter::Piece& line : program.lines.feed(text, now))
+        program.script.push_back(std::move(line.text));
     advance(id, now);
 }
 
 void Dispatcher::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
-    Worker& worker = at(id);
-    if (auto line = worker.programLines.takePartial()) worker.script.push_back(std::move(*line));
-    worker.programLines = LineCutter();
-    worker.programRuns = false;
+    const Request& request = *at(id).request;
+    Program& program = programs[id];
+    if (auto line = program.lines.takeRest()) program.script.push_back(std::move(line->text));
+    program.lines = LineCutter();
+    program.runs = false;
     // A filter that finds nothing ends so; its other faults it reports itself.
-    const bool silent = captures(worker) && problem.starts_with("ended with status");
+    const bool silent = request.captures() && problem.starts_with("ended with status");
     if (!problem.empty() && !silent)
-        worker.script.push_back((captures(worker) ? worker.request->filter : "the script") + " " +
-                                problem);
+        program.script.push_back((request.captures() ? request.filter : "the script") + " " +
+                                 problem);
     advance(id, now);
 }
 
-bool Dispatcher::userProgramMayTalk(int id) const { return at(id).script.size() < maxScript; }
+bool Dispatcher::userProgramMayTalk(int id) const {
+    const auto program = programs.find(id);
+    return program == programs.end() || program->second.script.size() < maxScript;
+}
 
 // --- what consoles get
 
-void Dispatcher::flushDue(Request& request, Clock::time_point now) {
-    if (!request.due || *request.due > now) return;
-    std::optional<Clock::time_point> young;
-    // A command's output is that of clients that still work on it; other output is any client's.
-    const auto look = [&](int id) {
-        Worker& worker = at(id);
-        const auto since = worker.cutter.since();
-        if (worker.gone || !since || &requestFor(worker) != &request) return;
-        // Time cuts no line that is captured.
-        const auto patience = driver.asks(worker.cutter.tail()) ? Wait::window : Wait::halfLine;
-        const Clock::time_point asIf = *since + patience - Wait::window;
-        if (asIf + Wait::window > now)
-            young = young ? std::min(*young, asIf) : asIf;
-        else if (!captures(worker))
-            takePartial(id);
-    };
-    for (int id : request.waiting)
-        look(id);
-    for (std::size_t i = 0; request.waiting.empty() && i < workers.size(); ++i)
-        look(static_cast<int>(i));
-    requests.flushDue(request, now);
-    if (young) requests.awaitWindow(request, *young);
-    tellAsking(request, now);
-}
-
 void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
-                     const std::string& text, int lineNo) {
-    Aggregator line;
-    line.addRow(about, lineNo, text);
-    if (const auto record = line.take(console, cmd)) outlet.toConsole(console, *record);
+                     const std::string& text) {
+    outlet.toConsole(console,
+                     Folder::record(Folder().aside(about, SafeText::of(text)), console, cmd));
 }
 
 // Says something about clients of a running request, below what they have printed.
 void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
     requests.flush(request);
-    say(request.console, request.text, about, text, lastLine(about));
+    outlet.toConsole(request.console,
+                     Folder::record(request.gathered.aside(about, SafeText::of(text)),
+                                    request.console, request.text));
 }
 
 void Dispatcher::announce(int console, const ClientSet& about, const std::string& text) {
-    say(console, "", about, text, lastLine(about));
-}
-
-int Dispatcher::lastLine(const ClientSet& ids) {
-    int lineNo = 0;
-    for (int id : ids)
-        lineNo = std::max(lineNo, lineCount(id));
-    return lineNo;
-}
-
-// How many lines the client has said since it was given its last command.
-int& Dispatcher::lineCount(int id) {
-    Worker& worker = at(id);
-    return worker.request ? worker.request->lineCounts.at(id) : worker.idleLineCount;
+    Request* where = &requests.idleOf(console);
+    for (const int id : about) {
+        Request* const request = has(id) ? at(id).request : nullptr;
+        if (!request || request->console != console) continue;
+        where = request;
+        break;
+    }
+    outlet.toConsole(console,
+                     Folder::record(where->gathered.aside(about, SafeText::of(text)), console, ""));
 }
 
 // Names the clients that wait for an answer, and lets the console prompt for it.
-void Dispatcher::tellAsking(Request& request, Clock::time_point now) {
-    if (request.console == 0) return;
-    ClientSet fresh;
-    for (int id : request.waiting) {
-        const Worker& worker = at(id);
-        if (!worker.exchange.open() || request.asking.contains(id) ||
-            !driver.asks(worker.cutter.tail()))
-            continue;
-        // A client that has just begun to ask is waited for, so that all are named together.
-        const auto since = worker.cutter.since();
-        if (since && *since + Wait::window > now) return;
-        fresh.insert(id);
-    }
-    if (fresh.empty()) return;
+void Dispatcher::tellAsking(Request& request) {
+    const ClientSet fresh = request.unnamed.intersection(request.waiting);
+    if (request.console == 0 || fresh.empty()) return;
+    request.unnamed.clear();
     request.asking.insert(fresh);
-    std::string question = at(fresh.front()).cutter.tail();
+    std::string question = std::exchange(request.question, {});
     while (question.ends_with(' '))
         question.pop_back();
     remark(request, fresh, "waits for an answer to '" + question + "'; give it by: send ...");
@@ -398,29 +404,30 @@ void Dispatcher::tellOverdue(Request& request, Clock::time_point now) {
     ClientSet silent = request.waiting;
     silent.erase(request.asking);
     if (!silent.empty() && request.console != 0)
-        remark(request, silent, "No answer yet from " + Text::list(silent));
+        remark(request, silent, "No answer yet from " + listed(silent));
+}
+
+// The clients with their hosts, if these are few.
+std::string Dispatcher::listed(const ClientSet& clients) const {
+    constexpr std::size_t few = 4;
+    std::map<std::string, ClientSet> hosts;
+    for (const auto& [node, theirs] : byNode(clients))
+        hosts[node->host()].insert(theirs);
+    if (hosts.size() > few)
+        return Text::list(clients) + " on " + std::to_string(hosts.size()) + " hosts";
+    std::string text;
+    for (const auto& [host, theirs] : hosts)
+        text +=
+            (text.empty() ? "" : ", ") + Text::list(theirs) + (host.empty() ? "" : " on " + host);
+    return text;
 }
 
 // --- time
 
-std::optional<Clock::time_point> Dispatcher::deadline() const {
-    std::optional<Clock::time_point> next = requests.deadline();
-    if (!settling.empty() && (!next || settling.front().first < *next))
-        next = settling.front().first;
-    return next;
-}
-
 void Dispatcher::tick(Clock::time_point now) {
-    while (!settling.empty() && settling.front().first <= now) {
-        const auto [until, id] = settling.front();
-        settling.pop_front();
-        Worker& worker = at(id);
-        if (!worker.exchange.settling() || worker.exchange.settledAt() != until) continue;
-        worker.exchange.end();
-        advance(id, now);
-    }
     while (Request* request = requests.due(now)) {
-        flushDue(*request, now);
+        requests.flushDue(*request, now);
+        if (std::exchange(request->naming, std::nullopt)) tellAsking(*request);
         tellOverdue(*request, now);
         requests.arm(*request);
     }

@@ -1,33 +1,30 @@
 #pragma once
 
 #include "backend/drivers/driver.h"
-#include "backend/folding/exchange.h"
 #include "backend/folding/linecutter.h"
+#include "backend/folding/node.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/data.h"
 #include "frontend/switchboard/requests.h"
 
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-/// The clients at work: types the lines of requests at the clients' debuggers, feeds answers to
-/// the user's programs, and gathers all output. Knows consoles by their numbers only; what their
-/// state machines need is the Switchboard's.
+/// The requests at work: has nodes type their lines at the clients' debuggers, feeds answers to the
+/// user's programs, and gathers all output. Knows consoles by their numbers only; what their state
+/// machines need is the Switchboard's.
 ///
-/// Does no I/O: it acts through its Outlet, which must not call back, and tells its Listener.
-class Dispatcher {
+/// Does no I/O: it acts through its Outlet and the nodes, which must not call back, and tells its
+/// Listener.
+class Dispatcher : public Node::Listener {
   public:
     class Outlet : public Requests::Outlet, public ProgramLookup {
       public:
-        /// Types a line, given without its newline, at the client's debugger.
-        virtual void toClient(int client, const std::string& line) = 0;
-        /// Sends the client's debugger SIGINT.
-        virtual void interrupt(int client) = 0;
         /// Runs a shell command for the client, with a text as its input. Its output and its end
         /// come back through userProgramOutput and userProgramEnded. A client has one at a time.
         virtual void startUserProgram(int client, const std::string& command,
@@ -39,19 +36,22 @@ class Dispatcher {
     class Listener {
       public:
         virtual ~Listener() = default;
-        /// The client has done its part of the request. When no other is waited for, all output of
-        /// the request was sent, and the request is forgotten after this call.
-        virtual void answered(int client, const Request& request) = 0;
+        /// The clients have done their part of the request. When no other is waited for, all output
+        /// of the request was sent, and the request is forgotten after this call.
+        virtual void answered(const ClientSet& clients, const Request& request) = 0;
         /// Clients of the request wait for an answer of the user; a record has named them.
         virtual void asks(const Request& request) = 0;
     };
 
-    /// Clients 0 to clients - 1, all idle. The driver, the outlet and the listener must outlive
-    /// this.
-    Dispatcher(int clients, const Driver& driver, Outlet& out, Listener& told);
+    /// Clients 0 to clients - 1, all idle. The driver, the node, the outlet and the listener must
+    /// outlive this.
+    Dispatcher(int clients, const Driver& driver, Node& node, Outlet& out, Listener& told);
 
-    /// Replaces the clients by 0 to count - 1, all idle; before a console has joined.
-    void setClients(int count) { workers = std::vector<Worker>(static_cast<std::size_t>(count)); }
+    /// Replaces the clients by 0 to count - 1, all idle and of the first node; before a console has
+    /// joined.
+    void setClients(int count);
+    /// The clients are those of another node, which must outlive this.
+    void setNode(const ClientSet& clients, Node& node);
 
     /// Adds an idle client; no number is used twice.
     void addClient(int id);
@@ -79,74 +79,77 @@ class Dispatcher {
     /// Sends all output that was gathered for a console's requests.
     void flushAll(int console) { requests.flushAll(console); }
     /// Says something about clients to one console.
-    void say(int console, const std::string& cmd, const ClientSet& about, const std::string& text,
-             int lineNo = 0);
-    /// The same, below what the clients have printed.
+    void say(int console, const std::string& cmd, const ClientSet& about, const std::string& text);
+    /// The same, below what the console's clients have printed.
     void announce(int console, const ClientSet& about, const std::string& text);
 
-    void output(int client, std::string_view text, Clock::time_point now);
-    void prompted(int client, Clock::time_point now);
     void userProgramOutput(int client, std::string_view text, Clock::time_point now);
     void userProgramEnded(int client, const std::string& problem, Clock::time_point now);
     bool userProgramMayTalk(int client) const;
-    /// The client's debugger has ended: sends its last words. Its request still waits for it until
-    /// remove.
+    /// The client's debugger has ended, and its node has said its last words: sends them. Its
+    /// request still waits for it until remove.
     void clientGone(int client);
     /// A client that is gone has done its part of its request.
     void remove(int client);
 
-    std::optional<Clock::time_point> deadline() const;
+    std::optional<Clock::time_point> deadline() const { return requests.deadline(); }
     void tick(Clock::time_point now);
 
+    // Node::Listener
+    void said(int work, const ClientSet& clients, std::vector<std::string> lines,
+              Clock::time_point now) override;
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
+                  Clock::time_point now) override;
+    void captured(int work, int client, const std::string& text) override;
+    void stacks(int work, const StackTree& tree) override;
+    void answered(int work, const ClientSet& clients, Clock::time_point now) override;
+    void asks(int work, const ClientSet& clients, const std::string& question,
+              Clock::time_point now) override;
+
   private:
-    struct Worker {
-        bool gone = false;
+    struct Member {
         Request* request = nullptr; // the command it works on; null: it is idle
         int console = 0;            // the owner of its present or last command; 0: none
-        Exchange exchange;
-        LineCutter cutter;
-        int idleLineCount = 0;          // while it works, its request has the count
-        bool programRuns = false;       // a program of the user's works for it
-        bool filtered = false;          // its output has gone to the filter or into the report
-        std::string captured;           // its output, which does not go to the console as it stands
-        std::deque<std::string> script; // what its script printed and is not carried out yet
-        LineCutter programLines;
+        Node* node = nullptr;       // null: there is no such client
+    };
+    /// A program of the user's for one client, and what it printed.
+    struct Program {
+        bool runs = false;
+        bool typed = false;             // a line of its script waits for the debugger's answer
+        std::deque<std::string> script; // lines that are not carried out yet
+        LineCutter lines;
     };
 
     const Driver& driver;
+    Node& firstNode;
     Outlet& outlet;
     Listener& listener;
-    std::vector<Worker> workers;
+    std::vector<Member> members;
+    std::map<int, Program> programs; // of clients whose request needs one
     Requests requests;
-    /// Clients that may be settling, and until when; the times ascend. A client that has answered
-    /// meanwhile still stands here.
-    std::deque<std::pair<Clock::time_point, int>> settling;
 
-    bool has(int client) const { return static_cast<std::size_t>(client) < workers.size(); }
-    Worker& at(int client) { return workers[static_cast<std::size_t>(client)]; }
-    const Worker& at(int client) const { return workers[static_cast<std::size_t>(client)]; }
+    bool has(int client) const { return static_cast<std::size_t>(client) < members.size(); }
+    Member& at(int client) { return members[static_cast<std::size_t>(client)]; }
+    const Member& at(int client) const { return members[static_cast<std::size_t>(client)]; }
 
-    void assign(int id, Request& request);
-    void type(int client, const std::string& line);
+    std::map<Node*, ClientSet> byNode(const ClientSet& clients) const;
+    std::string listed(const ClientSet& clients) const;
+    Request& place(Request wanted, const ClientSet& clients, Clock::time_point now);
+    void startProgram(int client, const std::string& command, const std::string& input);
+    void stopProgram(int client);
+    bool programRuns(int client) const;
     void advance(int client, Clock::time_point now);
     void conclude(int client);
-    void stopUserProgram(int client);
-    static bool captures(const Worker& worker) {
-        return worker.request && worker.request->captures();
-    }
-    static void capture(Worker& worker, const std::string& text);
     void report(Request& request, std::optional<int> last);
-    void completed(int client);
+    void completed(Request& request, const ClientSet& clients);
 
-    Request& requestFor(const Worker& worker);
-    void addLine(int client, std::string text, Clock::time_point now);
-    void deliver(int client, std::string text, Clock::time_point now);
-    void takePartial(int client);
-    void flushDue(Request& request, Clock::time_point now);
-    int lastLine(const ClientSet& ids);
-    int& lineCount(int client);
+    Request* outputOf(int client, int work);
+    void hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
+              Clock::time_point since, Folder::Cut cut);
+    static void deliver(Request& request, int client, const std::string& text,
+                        Clock::time_point now);
 
     void remark(Request& request, const ClientSet& about, const std::string& text);
-    void tellAsking(Request& request, Clock::time_point now);
+    void tellAsking(Request& request);
     void tellOverdue(Request& request, Clock::time_point now);
 };

@@ -5,6 +5,8 @@
 #include "common/wholenumber.h"
 
 #include <iterator>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -20,6 +22,11 @@ Reply failed(int number, const std::string& text = "") {
     Reply reply(Reply::FAILED, number);
     reply.addRetInfo(text.c_str());
     return reply;
+}
+
+// Operands are gathered and united once: there may be as many as clients.
+void append(std::vector<ClientSet::Range>& ranges, const ClientSet& ids) {
+    ranges.insert(ranges.end(), ids.ranges().begin(), ids.ranges().end());
 }
 
 } // namespace
@@ -72,9 +79,11 @@ Reply Groups::query(const std::string& name, int console) const {
 
 Reply Groups::assignFiltered(const GroupCommand& command, int console, const std::string& current) {
     ClientSet ids = command.ids().intersection(everyone);
+    std::vector<ClientSet::Range> operands;
     for (const std::string& name : command.names()) {
-        if (const auto operand = members(name, console)) ids.insert(*operand);
+        if (const auto operand = members(name, console)) append(operands, *operand);
     }
+    ids.insert(ClientSet(std::move(operands)));
     // When no client spoke, a console that stands in FILTERED keeps the group: else its next
     // command would go to all clients.
     if (!ids.empty() || current != GroupNames::filtered) filtered[console] = std::move(ids);
@@ -95,11 +104,13 @@ Reply Groups::apply(const GroupCommand& command, int console, const std::string&
     if (command.getOpType() == GroupCommand::DELETE && !before) return failed(CMD_GROUP_NOT_FOUND);
     ClientSet ids = command.ids();
     if (ids.intersection(everyone) != ids) return failed(CMD_GROUP_CLIENT_ID);
+    std::vector<ClientSet::Range> operands;
     for (const std::string& name : command.names()) {
         const auto operand = members(name, console);
         if (!operand) return failed(CMD_GROUP_NOT_FOUND);
-        ids.insert(*operand);
+        append(operands, *operand);
     }
+    ids.insert(ClientSet(std::move(operands)));
     ClientSet result = before.value_or(ClientSet());
     switch (command.getOpType()) {
     case GroupCommand::ASSIGN:

@@ -3,20 +3,9 @@
 #include "backend/os/text.h"
 #include "frontend/switchboard/pipeline.h"
 
-#include <algorithm>
-
-namespace {
-
-// Calls of each thread that stat asks for.
-constexpr int maxCalls = 500;
-
-} // namespace
-
-int Request::commonLines() const {
-    std::optional<int> least;
-    for (const auto& [client, count] : lineCounts)
-        least = std::min(least.value_or(count), count);
-    return least.value_or(0);
+Work Request::work() const {
+    if (stat) return {number, Work::STACKS, stat->withPlaces(), false};
+    return {number, filter.empty() ? Work::LINES : Work::WHOLE, false, instant()};
 }
 
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
@@ -59,6 +48,6 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
         const std::string program = Text::firstWord(filter);
         if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
-    line = driver.backtraceCommand(maxCalls);
+    line = driver.backtraceCommand(StackTree::maxCalls);
     return std::nullopt;
 }

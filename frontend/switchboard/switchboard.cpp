@@ -1,6 +1,7 @@
 #include "frontend/switchboard/switchboard.h"
 
-#include "backend/folding/aggregator.h"
+#include "backend/folding/folder.h"
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
@@ -21,7 +22,10 @@ Reply answer(Reply::Value value, int number, const std::string& text = "") {
 } // namespace
 
 Switchboard::Switchboard(int count, const Driver& driver, Outlet& out)
-    : outlet(out), table(count), dispatcher(count, driver, out, *this) {}
+    : outlet(out),
+      table(count),
+      local(driver, out, dispatcher),
+      dispatcher(count, driver, local, out, *this) {}
 
 void Switchboard::setClients(int count) {
     assert(consoles.empty());
@@ -102,8 +106,9 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
         return;
     }
-    if (const auto problem = dispatcher.start(request, now)) {
-        dispatcher.say(number, request.text, *members, *problem);
+    const std::string text = request.text;
+    if (const auto problem = dispatcher.start(std::move(request), now)) {
+        dispatcher.say(number, text, *members, *problem);
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
@@ -132,11 +137,10 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
         return;
     }
     if (!pipeline) {
-        Aggregator rows;
-        int lineNo = 0;
+        Folder rows;
         for (int id : members)
-            rows.addRow({id}, lineNo++, outlet.describe(id));
-        if (const auto record = rows.take(number, request.text)) outlet.toConsole(number, *record);
+            rows.addRow({id}, SafeText::of(outlet.describe(id)), now);
+        outlet.toConsole(number, Folder::record(rows.take(), number, request.text));
         sendReady(number, consoles[number]);
         return;
     }
@@ -261,11 +265,11 @@ void Switchboard::answerQuestion(int number, const Command& command, Clock::time
 
 // --- what becomes of it
 
-void Switchboard::answered(int id, const Request& request) {
+void Switchboard::answered(const ClientSet& clients, const Request& request) {
     auto owner = consoles.find(request.console);
     if (owner == consoles.end()) return;
     auto& [number, console] = *owner;
-    console.interrupted.erase(id);
+    console.interrupted.erase(clients);
     if (!request.waiting.empty()) {
         // The clients that it still waits for may all be outside the console's present group.
         if (console.awaited.contains(request.number) && !worksHere(request, number, console)) {
@@ -334,12 +338,12 @@ void Switchboard::tell(int id, const std::string& text) {
 }
 
 void Switchboard::output(int id, std::string_view text, Clock::time_point now) {
-    dispatcher.output(id, text, now);
+    local.output(id, text, now);
     tellDeadline();
 }
 
 void Switchboard::prompted(int id, Clock::time_point now) {
-    dispatcher.prompted(id, now);
+    local.prompted(id, now);
     tellDeadline();
 }
 
@@ -353,8 +357,9 @@ void Switchboard::userProgramEnded(int id, const std::string& problem, Clock::ti
     tellDeadline();
 }
 
-void Switchboard::clientGone(int id) {
+void Switchboard::clientGone(int id, Clock::time_point now) {
     if (!table.all().contains(id)) return; // never announced, or gone before
+    local.gone(id, now);
     dispatcher.clientGone(id);
     table.removeClient(id);
     for (const auto& [number, console] : consoles)
@@ -390,6 +395,8 @@ void Switchboard::announce(const std::string& text) {
 
 std::optional<Clock::time_point> Switchboard::deadline() const {
     std::optional<Clock::time_point> next = dispatcher.deadline();
+    const auto nodes = local.deadline();
+    if (nodes && (!next || *nodes < *next)) next = nodes;
     for (const auto& [number, console] : consoles) {
         if (!console.interrupts.empty() && (!next || console.interrupts.front() < *next))
             next = console.interrupts.front();
@@ -406,6 +413,7 @@ void Switchboard::tellDeadline() {
 
 void Switchboard::tick(Clock::time_point now) {
     told.reset();
+    local.tick(now);
     dispatcher.tick(now);
     for (auto& [number, console] : consoles) {
         while (!console.interrupts.empty() && console.interrupts.front() <= now) {

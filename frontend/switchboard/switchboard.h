@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/drivers/driver.h"
+#include "backend/folding/localnode.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/command.h"
@@ -16,17 +17,20 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 /// Connects consoles with clients: knows the groups, decides which console may ask which clients
 /// for what, and gives each console the single answer that it waits for. What the clients do is the
 /// Dispatcher's.
 ///
 /// Does no I/O: it is told what happened and at what time, and acts through its Outlet. Calls that
-/// lead to calls of the Outlet must not come back into the switchboard.
-class Switchboard : private Dispatcher::Listener {
+/// lead to calls of the Outlet must not come back into the switchboard. The clients are this
+/// process's, unless setNode says otherwise; those of other nodes are heard by Node::Listener.
+class Switchboard : public Node::Listener, private Dispatcher::Listener {
   public:
     /// What the switchboard does to the world.
-    class Outlet : public Dispatcher::Outlet {
+    class Outlet : public Dispatcher::Outlet, public LocalNode::Outlet {
       public:
         using Dispatcher::Outlet::toConsole;
         virtual void toConsole(int console, const Reply& reply) = 0;
@@ -44,21 +48,26 @@ class Switchboard : private Dispatcher::Listener {
     /// Replaces the clients by 0 to count - 1, all idle; before a console has joined.
     void setClients(int count);
 
+    /// The clients are those of a node, which must outlive this.
+    void setNode(const ClientSet& clients, Node& node) { dispatcher.setNode(clients, node); }
+
     /// Consoles have numbers from 1 up; a number is used once.
     void consoleJoined(int console);
     void consoleLeft(int console);
     /// A record from the console; throws BrokenConnection for one that no console sends.
     void command(int console, const Command& command, Clock::time_point now);
 
-    /// What a client printed, without its prompts.
+    /// What a client of this process printed, without its prompts.
     void output(int client, std::string_view text, Clock::time_point now);
     void prompted(int client, Clock::time_point now);
+    /// The client's debugger tells that its task runs from now on, or stands still.
+    void runs(int client, bool nowRuns) { local.runs(client, nowRuns); }
     /// Adds an idle client, whose number was never used; the text names its process.
     void clientForked(int client, const std::string& process);
     /// Tells all consoles something about a client.
     void tell(int client, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
-    void clientGone(int client);
+    void clientGone(int client, Clock::time_point now);
 
     /// What the user's program for a client prints, and its end; "" or what went wrong.
     void userProgramOutput(int client, std::string_view text, Clock::time_point now);
@@ -75,6 +84,31 @@ class Switchboard : private Dispatcher::Listener {
     void announce(const std::string& text);
     /// Whether the command asks which processes the tasks are; its answer needs describe.
     static bool asksWho(const Command& command);
+
+    // Node::Listener
+    void said(int work, const ClientSet& clients, std::vector<std::string> lines,
+              Clock::time_point now) override {
+        dispatcher.said(work, clients, std::move(lines), now);
+        tellDeadline();
+    }
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
+                  Clock::time_point now) override {
+        dispatcher.saidPart(work, clients, part, now);
+        tellDeadline();
+    }
+    void captured(int work, int client, const std::string& text) override {
+        dispatcher.captured(work, client, text);
+    }
+    void stacks(int work, const StackTree& tree) override { dispatcher.stacks(work, tree); }
+    void answered(int work, const ClientSet& clients, Clock::time_point now) override {
+        dispatcher.answered(work, clients, now);
+        tellDeadline();
+    }
+    void asks(int work, const ClientSet& clients, const std::string& question,
+              Clock::time_point now) override {
+        dispatcher.asks(work, clients, question, now);
+        tellDeadline();
+    }
 
     /// Does what is due: what was gathered leaves, interrupts are answered.
     void tick(Clock::time_point now);
@@ -101,6 +135,7 @@ class Switchboard : private Dispatcher::Listener {
     Outlet& outlet;
     Groups table;
     std::map<int, Console> consoles;
+    LocalNode local;
     Dispatcher dispatcher;
     std::optional<Clock::time_point> told; // the last wakeAt
 
@@ -116,7 +151,7 @@ class Switchboard : private Dispatcher::Listener {
     ClientSet workingFor(int console, const ClientSet& members) const;
 
     // Dispatcher::Listener
-    void answered(int client, const Request& request) override;
+    void answered(const ClientSet& clients, const Request& request) override;
     void asks(const Request& request) override;
 
     bool worksHere(const Request& request, int number, const Console& console) const;

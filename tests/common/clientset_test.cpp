@@ -43,7 +43,7 @@ TEST(ClientSet, BehavesAsASetOfIds) {
         // The same members in the same order, in disjoint ranges that do not touch.
         ASSERT_TRUE(std::equal(set.begin(), set.end(), model.begin(), model.end())) << set.str();
         ASSERT_EQ(set.size(), model.size());
-        const auto& runs = set.ranges();
+        const auto runs = set.ranges();
         for (std::size_t n = 1; n < runs.size(); ++n)
             ASSERT_GT(runs[n].first, runs[n - 1].last + 1);
         for (int n = -22; n < 55; ++n)

@@ -38,9 +38,9 @@ void merge(Model& model) {
 std::string described(const Data& data) {
     std::ostringstream out;
     for (const auto& [number, slot] : data.slots())
-        for (const auto& l : slot.lines)
-            out << number << ' ' << l->getContent() << ' ' << l->getMinBEId() << ' '
-                << l->getMaxBEId() << ' ' << l->getState() << ": " << l->clients().str() << '\n';
+        for (const Line& l : slot.lines)
+            out << number << ' ' << l.getContent() << ' ' << l.getMinBEId() << ' ' << l.getMaxBEId()
+                << ' ' << l.getState() << ": " << l.clients().str() << '\n';
     return out.str();
 }
 

@@ -1,5 +1,6 @@
 #include "backend/wire/agentrecord.h"
 #include "backend/wire/handshake.h"
+#include "backend/wire/noderecords.h"
 #include "backend/wire/rendezvous.h"
 #include "tests/support/vextest.h"
 
@@ -136,15 +137,16 @@ class Stranger {
     }
     // Introduces itself as an agent does.
     void hello(const std::string& secret, int rank, int size) {
-        const AgentHello hello{.nonce = "once", .rank = rank, .size = size, .host = "elsewhere"};
-        send(hello.record().frame());
+        const AgentHello hello{.nonce = "once", .host = "elsewhere"};
+        send(hello.record().frames());
         const auto body = Frame::recv(&socket);
         const auto challenge = AgentChallenge::of(AgentRecord::unpack({body.data(), body.size()}));
         const auto proof = [&](Handshake::Side side) {
             return Handshake::proof(side, secret, hello.record().body, challenge.nonce);
         };
         EXPECT_EQ(challenge.proof == proof(Handshake::FRONT_END), size > 0);
-        send(AgentRecord{AgentRecord::PROOF, proof(Handshake::AGENT)}.frame());
+        send(AgentRecord{AgentRecord::PROOF, proof(Handshake::AGENT)}.frames());
+        send(NodeRecords::tasks({{rank, size, 1}}).frames());
     }
     // Whether the other side hangs up, after whatever it had to say.
     bool dropped() {
@@ -193,13 +195,13 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     EXPECT_TRUE(silent.dropped());
 
     folder.write("go", "");
-    task.send(AgentRecord{AgentRecord::PROMPT, ""}.frame());
+    task.send(NodeRecords::started({{0}, false, false, false, ""}).frames());
     Peer console(path);
     EXPECT_EQ(rendezvousFiles(), 0u);
     EXPECT_THROW(Stranger{where.port}, std::runtime_error);
     EXPECT_EQ(console.command("print 1", "1"), (Lines{"1 | $1 = 1", "READY"}));
     // One that talks nonsense is gone; the session goes on with the rest.
-    task.send(AgentRecord{AgentRecord::OUTPUT, "hello\n"}.frame());
+    task.send(NodeRecords::lines(0, {}, {{{0}, {"hello"}}}).frames());
     EXPECT_EQ(console.next(), (Lines{"0 | hello"}));
     task.send(std::string("\x7f\xff\xff\xff", 4));
     EXPECT_EQ(console.next(), (Lines{"REPLY 5 0"}));
@@ -226,8 +228,8 @@ TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
     DebuggerStart start;
     start.argv = {"/bin/touch", folder.path("obeyed")};
     start.prompt = start.terminal = start.inputTerminal = start.process = "x";
-    const std::string lies = AgentChallenge{"n", std::string(32, 'x')}.record().frame() +
-                             AgentRecords::start(start).frame();
+    const std::string lies = AgentChallenge{"n", std::string(32, 'x')}.record().frames() +
+                             NodeRecords::start({start, {{0, 0}}}).frames();
     EXPECT_EQ(::send(peer, lies.data(), lies.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(lies.size()));
     agent.until("another program listens there, not the front end");

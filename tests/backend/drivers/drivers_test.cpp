@@ -17,24 +17,29 @@ Pieces inChunks(const std::string& text, std::size_t size) {
     Pieces all;
     for (std::size_t at = 0; at < text.size(); at += size) {
         for (const auto& piece : matcher.feed(std::string_view(text).substr(at, size))) {
-            if (all.empty() || all.back().prompt) all.emplace_back();
+            if (all.empty() || all.back().mark != PromptMatcher::NONE) all.emplace_back();
             all.back().text += piece.text;
-            all.back().prompt = piece.prompt;
+            all.back().mark = piece.mark;
         }
     }
-    if (const std::string rest = matcher.rest(); !rest.empty()) all.push_back({rest, false});
+    if (const std::string rest = matcher.rest(); !rest.empty())
+        all.push_back({rest, PromptMatcher::NONE});
     return all;
 }
 
+using enum PromptMatcher::Mark;
+
 TEST(PromptMatcher, FindsPromptsHoweverTheyAreCut) {
     const std::pair<std::string, Pieces> cases[] = {
-        {"a\n" + prompt, {{"a\n", true}}},
-        {prompt + prompt, {{"", true}, {"", true}}},
-        {"no newline" + prompt + "b", {{"no newline", true}, {"b", false}}},
+        {"a\n" + prompt, {{"a\n", PROMPT}}},
+        {prompt + prompt, {{"", PROMPT}, {"", PROMPT}}},
+        {"no newline" + prompt + "b", {{"no newline", PROMPT}, {"b", NONE}}},
         // Beginnings that come to nothing.
-        {"\1non" + prompt, {{"\1non", true}}},
-        {"\1\1\1" + prompt, {{"\1\1\1", true}}},
-        {"\1nonce \n", {{"\1nonce \n", false}}},
+        {"\1non" + prompt, {{"\1non", PROMPT}}},
+        {"\1\1\1" + prompt, {{"\1\1\1", PROMPT}}},
+        {"\1nonce \n", {{"\1nonce \n", NONE}}},
+        {"a\1nonce+\nb\1nonce-\n" + prompt, {{"a", RUNS}, {"b", STANDS}, {"", PROMPT}}},
+        {"\1nonce+\1nonce-x\1nonce++\n", {{"\1nonce+\1nonce-x\1nonce++\n", NONE}}},
     };
     for (const auto& [text, pieces] : cases)
         for (std::size_t size = 1; size <= text.size(); ++size)
@@ -43,8 +48,8 @@ TEST(PromptMatcher, FindsPromptsHoweverTheyAreCut) {
 
 TEST(PromptMatcher, KeepsBackOnlyWhatMayBecomeAPrompt) {
     PromptMatcher matcher(prompt);
-    EXPECT_EQ(matcher.feed("text\1no"), (Pieces{{"text", false}}));
-    EXPECT_EQ(matcher.feed("t"), (Pieces{{"\1not", false}}));
+    EXPECT_EQ(matcher.feed("text\1no"), (Pieces{{"text", NONE}}));
+    EXPECT_EQ(matcher.feed("t"), (Pieces{{"\1not", NONE}}));
     EXPECT_TRUE(matcher.feed("\1").empty());
     EXPECT_EQ(matcher.rest(), "\1");
     EXPECT_EQ(matcher.rest(), "");
@@ -92,6 +97,44 @@ TEST(Gdb, FindsFunctionsInStackLines) {
     for (const char* line : {"", "#", "#x", "#1", "#1 ", "#1  0x12", "No threads.", "Thread 2 left",
                              "(More stack frames follow...)"})
         EXPECT_EQ(gdb.parseStackLine(line).kind, OTHER) << line;
+}
+
+TEST(Gdb, LeavesCodeAddressesOutOfItsFrameLinesOnly) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"#1  0x00007f3c2a8e71b4 in f (p=0x55d0c0ffee00) at a.c:3",
+         "#1  f (p=0x55d0c0ffee00) at a.c:3"},
+        {"#12 0x00007f3c2a8e71b4 in ?? ()", "#12 ?? ()"},
+        {"0x00007f3c2a8e71b4 in poll () from /lib/libc.so.6", "poll () from /lib/libc.so.6"},
+        {"Run till exit from #0  0x00007f3c2a8e71b4 in f (x=1) at a.c:3",
+         "Run till exit from #0  f (x=1) at a.c:3"},
+        {"#0  f (p=0x0) at a.c:3", "#0  f (p=0x0) at a.c:3"},
+        {"$1 = (int *) 0x00007f3c2a8e71b4", "$1 = (int *) 0x00007f3c2a8e71b4"},
+        {"0x12 in it (", "0x12 in it ("},
+        {"0x00007f3c2a8e71b4 in range", "0x00007f3c2a8e71b4 in range"},
+        {"#", "#"},
+        {"#1", "#1"},
+        {"#1 ", "#1 "},
+        {"Run till exit from ", "Run till exit from "},
+        {"", ""},
+    };
+    for (const auto& [line, shown] : cases) {
+        EXPECT_EQ(Gdb("gdb", true).shown(line), shown);
+        EXPECT_EQ(Gdb("gdb").shown(line), line);
+    }
+}
+
+TEST(Driver, KnowsWhatLetsTheTaskRun) {
+    const Gdb gdb("gdb");
+    const Lldb lldb("lldb");
+    for (const char* line : {"c", "continue 3", "r", "ni", "fin", "call f(3)", "until"})
+        EXPECT_TRUE(gdb.letsRun(line)) << line;
+    for (const char* line : {"", "list", "print x", "where", "info line", "break f", "fr"})
+        EXPECT_FALSE(gdb.letsRun(line)) << line;
+    for (const char* line : {"c", "process launch", "thread step-over", "expression f()", "finish"})
+        EXPECT_TRUE(lldb.letsRun(line)) << line;
+    for (const char* line :
+         {"thread backtrace all", "process status", "thread", "bt", "frame variable"})
+        EXPECT_FALSE(lldb.letsRun(line)) << line;
 }
 
 TEST(Lldb, ReadsTheLinesOfABacktraceAndKnowsWhatAsks) {

@@ -1,7 +1,7 @@
-#include "backend/wire/agentrecord.h"
+#include "backend/wire/noderecords.h"
 #include "backend/wire/rendezvous.h"
 #include "common/brokenconnection.h"
-#include "common/frame.h"
+#include "common/framereader.h"
 #include "tests/support/tempdir.h"
 
 namespace {
@@ -38,55 +38,199 @@ TEST(Rendezvous, IsReadBackAndPrivate) {
     }
 }
 
-// The body of a frame.
-std::string bodyOf(const AgentRecord& record) { return record.frame().substr(4); }
+// Writes down again what it is told, as records.
+class Echo : public Node, public Node::Listener {
+  public:
+    AgentRecord record;
 
-TEST(AgentRecord, CarriesWhatADebuggerIsStartedWith) {
-    DebuggerStart start;
-    start.argv = {"gdb", "", "two words"};
-    start.indexCacheWords = {"-iex", "x"};
-    start.environment = {{"A", "1"}, {"B", ""}};
-    start.prompt = "\001x\n";
-    start.terminal = start.inputTerminal = start.process = "x";
-    start.attach = 77;
-    start.throughShells = true;
-    const AgentRecord record = AgentRecords::start(start);
-    const DebuggerStart copy = AgentRecords::startOf(AgentRecord::unpack(bodyOf(record)));
-    EXPECT_EQ(copy.argv, start.argv);
-    EXPECT_EQ(copy.argvFor("t", "i", "/c"), start.argvFor("t", "i", "/c"));
-    EXPECT_EQ(copy.environment, start.environment);
-    EXPECT_EQ(copy.prompt, start.prompt);
-    EXPECT_EQ(copy.attach, start.attach);
-    EXPECT_TRUE(copy.throughShells);
+    void begin(const ClientSet& clients, const Work& work, Clock::time_point) override {
+        record = NodeRecords::begin(clients, work);
+    }
+    void type(const ClientSet& clients, const std::string& line) override {
+        record = NodeRecords::type(clients, line);
+    }
+    void interrupt(const ClientSet& clients, Clock::time_point) override {
+        record = NodeRecords::interrupt(clients);
+    }
+    ClientSet reply(const ClientSet& clients, const std::string& text, Clock::time_point) override {
+        record = NodeRecords::reply(clients, text);
+        return clients;
+    }
+    const std::string& host() const override { return record.body; }
+    void said(int work, const ClientSet& clients, std::vector<std::string> lines,
+              Clock::time_point now) override {
+        for (std::string& line : lines)
+            rows.push_back({clients, {std::move(line)}});
+        age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point() - now);
+        record = NodeRecords::lines(work, age, rows);
+    }
+    void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
+                  Clock::time_point) override {
+        rows.push_back({clients, part});
+        record = NodeRecords::lines(work, age, rows);
+    }
+    void captured(int work, int client, const std::string& text) override {
+        record = NodeRecords::whole(work, {client}, text);
+    }
+    void stacks(int work, const StackTree& tree) override {
+        record = NodeRecords::stacks(work, tree);
+    }
+    void answered(int work, const ClientSet& clients, Clock::time_point) override {
+        record = NodeRecords::answered(work, clients);
+    }
+    void asks(int work, const ClientSet& clients, const std::string& question,
+              Clock::time_point) override {
+        record = NodeRecords::asks(work, clients, question);
+    }
 
-    AgentHello hello{.nonce = std::string("a\0b", 3), .rank = 3, .size = 4, .host = "node"};
-    EXPECT_EQ(AgentHello::of(hello.record()).nonce, hello.nonce);
-    EXPECT_EQ(AgentHello::of(hello.record()).rank, 3);
-    AgentHello other = hello;
-    other.protocol = AgentHello::version + 1;
-    EXPECT_EQ(AgentHello::of({AgentRecord::HELLO, other.record().body.substr(0, 4)}).rank, -1);
+  private:
+    std::vector<NodeRecords::Row> rows;
+    std::chrono::milliseconds age{};
+};
 
-    // Cut short, too long, or of another type: refused, and nothing is read beyond the end.
-    for (const AgentRecord& each : {record, hello.record()}) {
-        for (std::size_t length = 0; length <= each.body.size(); ++length) {
-            AgentRecord bad = each;
+// Clients of one node of four, round by round, and two of their own.
+const ClientSet known = [] {
+    ClientSet clients{4000, 4001};
+    for (int id = 1; id < 512; id += 4)
+        clients.insert(id);
+    return clients;
+}();
+
+AgentRecord readAndWritten(const AgentRecord& record) {
+    using namespace NodeRecords;
+    switch (record.type) {
+    case AgentRecord::HELLO:
+        return AgentHello::of(record).record();
+    case AgentRecord::CHALLENGE:
+        return AgentChallenge::of(record).record();
+    case AgentRecord::TASKS:
+        return tasks(tasksOf(record));
+    case AgentRecord::START:
+        return start(startOf(record));
+    case AgentRecord::STARTED:
+        return started(startedOf(record, known));
+    case AgentRecord::IDENTITY:
+        return notes(record.type, notesOf(record, known));
+    case AgentRecord::ERRORS:
+        return errors(errorsOf(record, known));
+    case AgentRecord::FORKED:
+        return fork(record.type, forkOf(record, known));
+    case AgentRecord::ENDED:
+        return about(record.type, clientsOf(record, known));
+    default:
+        Echo echo;
+        if (!carryOut(record, known, echo, {}) && !tell(record, known, echo, {}))
+            throw std::logic_error("unknown");
+        return echo.record;
+    }
+}
+
+std::vector<AgentRecord> records() {
+    using namespace NodeRecords;
+    DebuggerStart common;
+    common.argv = {"gdb", "", "two words"};
+    common.indexCacheWords = {"-iex", "set index-cache directory "};
+    common.environment = {{"A", "1"}, {"B", ""}};
+    common.prompt = "\001x\n";
+    common.terminal = common.inputTerminal = common.process = common.dialect = "x";
+    common.throughShells = true;
+    StackTree tree;
+    tree.add(1, {"poll", "wait", "main"});
+    tree.add(5, {"poll", "main"});
+    tree.add(5, {"idle"});
+    tree.addWithout(9, "no stack: no process");
+    ClientSet sparse = known;
+    for (int id = 1; id < 100; id += 12)
+        sparse.erase(id);
+    return {
+        AgentHello{.nonce = std::string("a\0b", 3), .host = "node", .pid = 7}.record(),
+        AgentChallenge{"nonce", "proof"}.record(),
+        tasks({{-1, -1, 1}, {131071, 131072, 4711}, {-2, 2, 3}}),
+        start({common, {{0, 0}, {4000, 77}}}),
+        started({{1, 9}, false, true, false, "text"}),
+        notes(AgentRecord::IDENTITY, {{1, "rank 1"}, {4000, ""}}),
+        errors({3, {5}}),
+        fork(AgentRecord::FORKED, {4001, 99}),
+        about(AgentRecord::ENDED, sparse),
+        begin(known, {7, Work::STACKS, true, false}),
+        type({1, 5, 13}, "print 1"),
+        interrupt({4001}),
+        reply({1}, std::string("\0\xff\n", 3)),
+        lines(7, std::chrono::milliseconds(130),
+              {{known, {"all"}},
+               {known, {""}},
+               {sparse, {"some"}},
+               {{1}, {"> ", false, false}},
+               {{1}, {"y", true, true}},
+               {{5}, {"last"}}}),
+        whole(7, {1}, std::string(300, 'x')),
+        stacks(7, tree),
+        answered(7, sparse),
+        asks(7, {5, 9}, "(y or n) "),
+    };
+}
+
+TEST(AgentRecord, IsReadBackAndNothingBeyondItsEnd) {
+    for (const AgentRecord& record : records()) {
+        SCOPED_TRACE(record.type);
+        const std::string frame = record.frames();
+        EXPECT_EQ(readAndWritten(AgentRecord::unpack(frame.substr(4))).body, record.body);
+        // Cut short, or too long.
+        for (std::size_t length = 0; length <= record.body.size(); ++length) {
+            AgentRecord bad = record;
             bad.body.resize(length);
-            if (length == each.body.size()) bad.body += 'x';
-            const auto read = [&bad] {
-                if (bad.type == AgentRecord::START)
-                    AgentRecords::startOf(bad);
-                else
-                    AgentHello::of(bad);
-            };
-            EXPECT_THROW(read(), BrokenConnection) << length;
+            if (length == record.body.size()) bad.body += '\1';
+            EXPECT_THROW(readAndWritten(bad), BrokenConnection) << length;
         }
     }
-    EXPECT_THROW(AgentHello::of(record), BrokenConnection);
-    hello.host = std::string("no\0de", 5);
-    EXPECT_THROW(AgentHello::of(hello.record()), BrokenConnection);
-    for (const std::string& body : {std::string(), std::string("\0\0\0", 3), std::string(4, '\0'),
+    // A set of equal steps is short, however many it has.
+    EXPECT_LE(NodeRecords::answered(7, known).body.size(), 12u);
+    for (const std::string& body : {std::string(), std::string("\0\0\0", 3),
                                     std::string("\0\0\0\x09", 4), std::string(4, '\xff')})
         EXPECT_THROW(AgentRecord::unpack(body), BrokenConnection);
+}
+
+TEST(AgentRecord, RefusesWhatTakesMoreThanItSays) {
+    // The set of `answered` to work 7, byte by byte.
+    const std::vector<unsigned char> sets[] = {
+        {1, 2, 0},                            // client 2 is not the node's
+        {1, 1, 1, 0},                         // nor is it in a range
+        {1, 0xff, 0xff, 0xff, 0x07, 1, 0x7f}, // beyond the last number
+        {1, 1, 4, 0xff, 0xff, 0x3f},          // more than the node has
+        {2, 5, 0, 0, 0},                      // twice the same
+        {0xff, 0xff, 0xff, 0xff, 0x0f},       // more runs than bytes
+        {1, 0x81, 0x00, 0},                   // a number that is longer than it must be
+    };
+    for (const auto& set : sets) {
+        const std::string body = "\7" + std::string(set.begin(), set.end());
+        EXPECT_THROW(readAndWritten({AgentRecord::ANSWERED, body}), BrokenConnection)
+            << testing::PrintToString(set);
+    }
+    // A tree whose second call hangs in the air.
+    EXPECT_THROW(readAndWritten({AgentRecord::STACKS, std::string("\7\2\0\1a\1\1\0\1"
+                                                                  "\2\1b\1\1\0\1\0\0",
+                                                                  19)}),
+                 BrokenConnection);
+    // Agents of other versions are named, not understood.
+    AgentHello other;
+    other.protocol = AgentHello::version + 1;
+    other.program = "9.9";
+    EXPECT_EQ(AgentHello::of({AgentRecord::HELLO, other.record().body + "more"}).program, "9.9");
+    EXPECT_EQ(AgentHello::of({AgentRecord::HELLO, std::string("\0\0\0\2old", 7)}).program, "");
+    const AgentHello hello{.nonce = "n", .host = std::string("no\0de", 5)};
+    EXPECT_THROW(AgentHello::of(hello.record()), BrokenConnection);
+    // What is too long for a frame comes in parts.
+    const AgentRecord large{AgentRecord::WHOLE, std::string(9 * 1024 * 1024, 'x')};
+    FrameReader reader(AgentRecord::maxFrame);
+    reader.feed(large.frames());
+    std::string body;
+    int parts = 0;
+    while (const auto frame = reader.body()) {
+        const AgentRecord part = AgentRecord::unpack(*frame);
+        body += part.body;
+        parts += part.type == AgentRecord::PART;
+    }
+    EXPECT_TRUE(body == large.body && parts == 2) << body.size() << " " << parts;
 }
 
 } // namespace

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// Text that does nothing to the terminal which shows it. Its control bytes are written in caret
+/// notation: "^[" for ESC, "^@" for NUL, "^?" for DEL, and "M-^[" for the upper control characters,
+/// whether as single bytes or as UTF-8. A tab stays, and so does every other byte, in UTF-8 or not.
+namespace SafeText {
+
+/// A text without newlines. Takes time in proportion to its length, very little for plain ASCII.
+std::string of(std::string text);
+/// A line as a terminal would leave it: of the pieces between its carriage returns the last one
+/// that is not empty.
+std::string line(std::string text);
+/// How many bytes at the end of the text are the beginning of a UTF-8 character, 0 to 3.
+std::size_t unfinished(std::string_view text);
+
+} // namespace SafeText
