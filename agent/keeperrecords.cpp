@@ -85,7 +85,7 @@ KeeperOrder KeeperOrder::of(const AgentRecord& record) {
     case AgentRecord::SIGNAL:
         order.client = in.integer();
         order.number = in.integer();
-        order.group = in.flag();
+        order.group = in.integer() != 0;
         break;
     case AgentRecord::FINISH:
         order.status = in.integer();

@@ -528,16 +528,23 @@ std::string ClientSet::str() const {
 }
 
 void ClientSet::appendTo(std::string& text) const {
-    for (const Range& r : runs()) {
-        char digits[2 * Decimal::size + 2];
-        char* end = Decimal::write(digits, r.first);
-        if (r.last != r.first) {
+    if (empty()) return;
+    char piece[2048];
+    char* end = piece;
+    Decimal::Series numbers;
+    eachRun(lowest, highest, [&](int first, int last) {
+        end = numbers.write(end, first);
+        if (last != first) {
             *end++ = ':';
-            end = Decimal::write(end, r.last);
+            end = numbers.write(end, last);
         }
         *end++ = ' ';
-        text.append(digits, static_cast<std::size_t>(end - digits));
-    }
+        if (end + 3 * Decimal::Series::size > piece + sizeof piece) {
+            text.append(piece, static_cast<std::size_t>(end - piece));
+            end = piece;
+        }
+    });
+    text.append(piece, static_cast<std::size_t>(end - piece));
 }
 
 bool ClientSet::operator==(const ClientSet& other) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -131,6 +132,13 @@ class ClientSet {
     const_iterator begin() const;
     const_iterator end() const { return {}; }
     Runs runs() const { return {this}; }
+    /// Calls each(first, last) for every run of the ids from `from` to `to`, both inclusive.
+    template <class Each>
+    void eachRun(int from, int to, Each each) const;
+    /// Appends ids that ascend, as many of `number` as fit a bitmap that the set already holds;
+    /// how many that were. idAt(i) is the i-th.
+    template <class IdAt>
+    std::size_t appendToBits(std::size_t number, IdAt idAt);
     /// The runs, copied; runs() walks them where they are.
     std::vector<Range> ranges() const;
     /// The run that holds the id or, when none does, the first behind it; end of runs() if there is
@@ -176,6 +184,74 @@ class ClientSet {
     void assignRuns(std::vector<Range> runs);
     bool testBit(int id) const;
     Range runFrom(std::int64_t id) const;
-    template <class Each>
-    void eachRun(Each each) const;
 };
+
+template <class Each>
+void ClientSet::eachRun(int from, int to, Each each) const {
+    if (empty() || from > highest || to < lowest) return;
+    from = from > lowest ? from : lowest;
+    to = to < highest ? to : highest;
+    if (!hasBits()) {
+        for (RunIterator run = seek(from); run.set && run->first <= to; ++run)
+            each(run->first > from ? run->first : from, run->last < to ? run->last : to);
+        return;
+    }
+    const Word* words = body->bits.data();
+    const std::size_t begin = static_cast<std::size_t>(from - body->base);
+    const std::size_t end = static_cast<std::size_t>(to - body->base); // inclusive
+    const auto idOf = [this](std::size_t bit) {
+        return static_cast<int>(body->base + static_cast<std::int64_t>(bit));
+    };
+    bool open = false; // a run goes on from the word before
+    std::size_t first = 0;
+    for (std::size_t i = begin / 64; i <= end / 64; ++i) {
+        Word w = words[i];
+        if (i == begin / 64) w &= ~Word{0} << (begin % 64);
+        if (i == end / 64) w &= ~Word{0} >> (63 - end % 64);
+        if (open) {
+            if (w == ~Word{0}) continue;
+            const int length = std::countr_one(w);
+            each(idOf(first), idOf(i * 64 + static_cast<std::size_t>(length) - 1));
+            open = false;
+            w &= w + 1;
+        }
+        while (w != 0) {
+            const int start = std::countr_zero(w);
+            const int length = std::countr_one(w >> start);
+            first = i * 64 + static_cast<std::size_t>(start);
+            if (start + length == 64) {
+                open = true;
+                break;
+            }
+            each(idOf(first), idOf(first + static_cast<std::size_t>(length) - 1));
+            w &= w + (w & (~w + 1));
+        }
+    }
+    if (open) each(idOf(first), to);
+}
+
+template <class IdAt>
+std::size_t ClientSet::appendToBits(std::size_t number, IdAt idAt) {
+    if (!hasBits() || number == 0) return 0;
+    // Not more than what makes the bitmap twice as long where it is thinnest.
+    if (number > body->bits.size()) number = body->bits.size();
+    if (idAt(number - 1) <= highest) return 0;
+    const int last = idAt(number - 1);
+    growBits(last, last);
+    if (!hasBits()) return 0;
+    Word* words = body->bits.data();
+    const std::int64_t base = body->base;
+    int before = highest;
+    std::size_t taken = 0;
+    for (; taken < number; ++taken) {
+        const int id = idAt(taken);
+        if (id <= before || id > last) break;
+        const std::size_t at = static_cast<std::size_t>(id - base);
+        words[at / 64] |= Word{1} << (at % 64);
+        before = id;
+    }
+    highest = before;
+    body->count += taken;
+    settle();
+    return taken;
+}

@@ -33,8 +33,9 @@ void Data::setBounds(int minId, int maxId, int clients) {
 Data::Slot& Data::slotOf(int number) {
     // Lines come slot by slot.
     if (!lines.empty() && lines.rbegin()->first == number) return lines.rbegin()->second;
-    const auto [at, fresh] = lines.try_emplace(number);
-    if (fresh) at->second.version = ++versions;
+    const bool behind = lines.empty() || lines.rbegin()->first < number;
+    const auto at = lines.try_emplace(behind ? lines.end() : lines.lower_bound(number), number);
+    if (at->second.version == 0) at->second.version = ++versions;
     slotCount = std::max(slotCount, number + 1);
     return at->second;
 }
@@ -83,7 +84,8 @@ void Data::addData(Data&& data) {
         auto node = data.lines.extract(data.lines.begin());
         const int number = node.key();
         Slot& arrived = node.mapped();
-        const auto at = lines.lower_bound(number);
+        const bool behind = lines.empty() || lines.rbegin()->first < number;
+        const auto at = behind ? lines.end() : lines.lower_bound(number);
         if (at != lines.end() && at->first == number) {
             for (Line& line : arrived.lines)
                 store(number, std::move(line));
@@ -187,6 +189,10 @@ Line* Data::KeyIndex::find(Variants& lines, const Line& like) const {
 
 void Data::mergeSlot(Slot& slot) {
     Variants& all = slot.lines;
+    if (all.size() == 1) {
+        slot.merged = 1;
+        return;
+    }
     const auto from = all.begin() + static_cast<std::ptrdiff_t>(slot.merged);
     if (!std::is_sorted(slot.merged ? from - 1 : from, all.end())) {
         std::stable_sort(all.begin(), all.end());
@@ -234,8 +240,11 @@ void Data::mergeSlot(Slot& slot) {
 void Data::merge() {
     std::vector<int> pending;
     pending.swap(unmerged);
+    auto at = lines.end();
     for (int number : pending) {
-        auto at = lines.find(number);
+        // Mostly one slot after the other.
+        if (at == lines.end() || ++at == lines.end() || at->first != number)
+            at = lines.find(number);
         if (at != lines.end()) mergeSlot(at->second);
     }
 }

@@ -35,6 +35,13 @@ class Line {
     /// Adds first, first + 1, ..., last, one after the other; requires first <= last.
     void addBEs(int first, int last);
     void addBEs(const ClientSet& ids);
+    /// See ClientSet; what it takes are added clients.
+    template <class IdAt>
+    std::size_t appendToBits(std::size_t number, IdAt idAt) {
+        const std::size_t taken = be_ids.appendToBits(number, idAt);
+        if (taken > 0) raise(idAt(0), idAt(taken - 1));
+        return taken;
+    }
     /// Adds every client of the other line, by the same rule.
     void addLine(const Line* other) { addBEs(other->be_ids); }
     void clearBE() { be_ids.clear(); }

@@ -1,5 +1,7 @@
 #include "console/slotwords.h"
 
+#include "common/commonends.h"
+
 #include <algorithm>
 #include <cctype>
 #include <limits>
@@ -45,14 +47,20 @@ std::string_view WordCutter::next() {
     }
 }
 
-SlotWords::Step SlotWords::stepOf(Step::Kind kind, std::size_t count, const Line& line,
-                                  std::size_t number, const WordPool::Word& word) {
-    Step step{kind, false, static_cast<std::uint32_t>(count), 0, 0, 0, 0};
-    step.line = static_cast<std::uint32_t>(number);
-    step.at = static_cast<std::uint32_t>(word.text.data() - line.getContent().data());
-    step.length = static_cast<std::uint32_t>(word.text.size());
-    step.hash = word.hash;
-    return step;
+WordCutter::WordCutter(std::string_view line, std::string_view before) : rest(line) {
+    const auto& classes = byteClasses();
+    const auto delimits = [&](char c) {
+        return classes[static_cast<unsigned char>(c)] == DELIMITER;
+    };
+    std::size_t begin = CommonEnds::head(line, before);
+    const std::size_t shared = CommonEnds::tail(line.substr(begin), before.substr(begin));
+    std::size_t end = line.size() - shared;
+    // A word that goes beyond what both have in common is another one.
+    while (begin > 0 && !delimits(line[begin - 1]))
+        --begin;
+    while (end < line.size() && !delimits(line[end]))
+        ++end;
+    rest = line.substr(begin, end - begin);
 }
 
 namespace {
@@ -73,26 +81,25 @@ void SlotWords::read(const Data::Slot& slot) {
     Words before, now;
     if (lines > 0) cut(slot.lines[lines - 1].getContent(), before);
     for (; lines < slot.lines.size(); ++lines) {
-        const Line& line = slot.lines[lines];
-        cut(line.getContent(), now);
+        cut(slot.lines[lines].getContent(), now);
         const std::size_t first = steps.size();
         if (now.size() == before.size() && !steps.empty()) {
             for (std::size_t i = 0; i < now.size(); ++i) {
                 if (!(now[i] == before[i]))
-                    steps.push_back(stepOf(Step::CHANGE, i, line, lines, now[i]));
+                    steps.push_back({Step::CHANGE, false, static_cast<std::uint32_t>(i), now[i]});
             }
             if (steps.size() == first) {
                 if (steps.back().kind == Step::REPEAT)
                     ++steps.back().count;
                 else
-                    steps.push_back({Step::REPEAT, true, 1, 0, 0, 0, 0});
+                    steps.push_back({Step::REPEAT, true, 1, {}});
                 continue;
             }
         } else {
             for (const WordPool::Word& word : now)
-                steps.push_back(stepOf(Step::WHOLE, 0, line, lines, word));
+                steps.push_back({Step::WHOLE, false, 0, word});
             // A line without words leaves nothing to be compared with.
-            if (now.empty()) steps.push_back({Step::WHOLE, true, 0, 0, 0, 0, 0});
+            if (now.empty()) steps.push_back({Step::WHOLE, true, 0, {}});
         }
         steps.back().last = true;
         before.swap(now);
@@ -123,7 +130,6 @@ void SlotWords::replay(const Data::Slot& slot, WordPool& pool) {
     Words words, changed;
     std::uint64_t oldest = 0;
     bool whole = false; // the words are being replaced by those of another line
-    std::vector<std::size_t> places;
     for (const Step& step : steps) {
         if (step.kind == Step::REPEAT) {
             // Once a line's words are all there, its repetitions change nothing.
@@ -131,19 +137,15 @@ void SlotWords::replay(const Data::Slot& slot, WordPool& pool) {
                 addAll(words, pool, oldest);
             continue;
         }
-        const std::string_view text =
-            step.length == 0 ? std::string_view()
-                             : slot.lines[step.line].getContent().substr(step.at, step.length);
-        const WordPool::Word word(text, step.hash);
         if (step.kind == Step::WHOLE) {
             if (!whole) words.clear();
             whole = !step.last;
-            if (!text.empty()) words.push_back(word);
+            if (!step.word.text.empty()) words.push_back(step.word);
             if (step.last) addAll(words, pool, oldest);
             continue;
         }
-        words[step.count] = word;
-        changed.push_back(word);
+        words[step.count] = step.word;
+        changed.push_back(step.word);
         if (!step.last) continue;
         // The other words stay where they are unless one of them is dropped on the way.
         if (pool.dropped() + changed.size() <= oldest) {

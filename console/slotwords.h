@@ -12,8 +12,8 @@
 /// The words of one slot of kept output, for adding them to the pool again and again.
 ///
 /// Lines of a slot are much alike, so a line is held by what is another word than in the line
-/// before it. Words are held by where they stand in the lines, which must not have changed places
-/// since: a slot of another version is begun afresh.
+/// before it. Words are borrowed from the lines, which must not have changed places since: a slot
+/// of another version is begun afresh.
 class SlotWords {
   public:
     /// Adds all words of the slot's lines, in their order, whose texts the pool borrows.
@@ -25,7 +25,7 @@ class SlotWords {
         enum Kind : std::uint8_t { REPEAT, CHANGE, WHOLE } kind;
         bool last;           // of its line
         std::uint32_t count; // REPEAT: lines; CHANGE: which word
-        std::uint32_t line, at, length, hash;
+        WordPool::Word word; // in the text of its line
     };
     using Words = std::vector<WordPool::Word>;
 
@@ -35,8 +35,6 @@ class SlotWords {
     std::vector<Step> steps;
 
     void read(const Data::Slot& slot);
-    static Step stepOf(Step::Kind kind, std::size_t count, const Line& line, std::size_t number,
-                       const WordPool::Word& word);
     static void addAll(const Words& words, WordPool& pool, std::uint64_t& oldest);
 };
 
@@ -44,6 +42,8 @@ class SlotWords {
 class WordCutter {
   public:
     explicit WordCutter(std::string_view line) : rest(line) {}
+    /// Of what a line does not have in common with the line before it.
+    WordCutter(std::string_view line, std::string_view before);
     /// The next word; an empty one when there is none.
     std::string_view next();
 

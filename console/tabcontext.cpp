@@ -41,8 +41,11 @@ bool TabContext::offer(const Data& record) {
     for (const auto& [number, slot] : record.slots()) {
         // The editor need not wait for the whole record.
         const Readline::LockedPool pool = Readline::lockPool();
+        std::string_view before;
         for (const Line& line : slot.lines) {
-            WordCutter cutter(line.getContent());
+            // The words of the line before are there, or fresh.
+            WordCutter cutter(line.getContent(), before);
+            before = line.getContent();
             for (auto text = cutter.next(); !text.empty(); text = cutter.next()) {
                 const WordPool::Word word(text);
                 if (pool.words.contains(word)) continue;

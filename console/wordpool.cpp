@@ -33,26 +33,32 @@ std::uint32_t WordPool::hashOf(std::string_view text) {
 }
 
 void WordPool::unlink(std::uint16_t at) {
-    std::uint16_t* link = &heads[contextQueue[at].word.hash % chains];
+    std::uint16_t* link = &heads[hashes[at] % chains];
     while (*link != at)
-        link = &contextQueue[*link].next;
-    *link = contextQueue[at].next;
+        link = &nexts[*link];
+    *link = nexts[at];
 }
 
 std::uint64_t WordPool::add(const Word& word) {
-    if (const std::uint16_t known = find(word); known != none) return contextQueue[known].number;
-    const auto at = static_cast<std::uint16_t>(added % capacity);
-    if (added >= capacity) unlink(at);
+    // The place of the entry that will be dropped next, if any.
+    const auto oldest = static_cast<std::uint16_t>(added % capacity);
+    if (const std::uint16_t known = find(word); known != none) {
+        const std::uint64_t lap = added - oldest;
+        return known < oldest ? lap + known : lap + known - capacity;
+    }
+    if (added >= capacity) unlink(oldest);
     std::uint16_t& head = heads[word.hash % chains];
-    contextQueue[at] = {word, added, head};
-    head = at;
+    contextQueue[oldest] = word.text;
+    hashes[oldest] = word.hash;
+    nexts[oldest] = head;
+    head = oldest;
     return added++;
 }
 
 void WordPool::settle() {
     for (settled = std::max(settled, dropped()); settled < added; ++settled) {
         const std::size_t at = settled % capacity;
-        owned[at] = contextQueue[at].word.text;
-        contextQueue[at].word.text = owned[at];
+        owned[at] = contextQueue[at];
+        contextQueue[at] = owned[at];
     }
 }

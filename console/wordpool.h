@@ -42,32 +42,29 @@ class WordPool {
     /// How many texts have had to make room.
     std::uint64_t dropped() const { return added > capacity ? added - capacity : 0; }
     /// The text of an entry that is there.
-    std::string_view text(std::uint64_t number) const { return entryOf(number).word.text; }
+    std::string_view text(std::uint64_t number) const { return contextQueue[number % capacity]; }
 
     static std::uint32_t hashOf(std::string_view text);
 
   private:
-    struct Entry {
-        Word word;
-        std::uint64_t number = 0;
-        std::uint16_t next = 0; // in the chain of its hash
-    };
     static constexpr std::uint16_t none = 0xffff;
-    static constexpr std::size_t chains = 1024;
+    static constexpr std::size_t chains = 8192;
 
     // Entry n stands at n % capacity.
-    std::array<Entry, capacity> contextQueue;
+    std::array<std::string_view, capacity> contextQueue;
     std::array<std::string, capacity> owned;
-    std::array<std::uint16_t, chains> heads; // of the chains
+    // The set of what is there: chains of those whose hashes end alike.
+    std::array<std::uint32_t, capacity> hashes{};
+    std::array<std::uint16_t, capacity> nexts{};
+    std::array<std::uint16_t, chains> heads;
     std::uint64_t added = 0;
     std::uint64_t settled = 0; // the entries before this one are not borrowed
 
     std::uint16_t find(const Word& word) const {
         std::uint16_t at = heads[word.hash % chains];
-        while (at != none && !(contextQueue[at].word == word))
-            at = contextQueue[at].next;
+        while (at != none && (hashes[at] != word.hash || contextQueue[at] != word.text))
+            at = nexts[at];
         return at;
     }
-    const Entry& entryOf(std::uint64_t number) const { return contextQueue[number % capacity]; }
     void unlink(std::uint16_t at);
 };

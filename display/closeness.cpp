@@ -1,49 +1,12 @@
 #include "display/closeness.h"
 
+#include "common/commonends.h"
 #include "display/levenshtein.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 #include <string>
 
 namespace {
-
-std::uint64_t eightAt(const char* at) {
-    std::uint64_t word;
-    std::memcpy(&word, at, sizeof word);
-    return word;
-}
-
-std::size_t commonHead(std::string_view a, std::string_view b) {
-    const std::size_t size = std::min(a.size(), b.size());
-    std::size_t i = 0;
-    if constexpr (std::endian::native == std::endian::little) {
-        for (; i + 8 <= size; i += 8) {
-            if (const auto odd = eightAt(a.data() + i) ^ eightAt(b.data() + i))
-                return i + static_cast<std::size_t>(std::countr_zero(odd)) / 8;
-        }
-    }
-    while (i < size && a[i] == b[i])
-        ++i;
-    return i;
-}
-
-std::size_t commonTail(std::string_view a, std::string_view b) {
-    const std::size_t size = std::min(a.size(), b.size());
-    const char *endA = a.data() + a.size(), *endB = b.data() + b.size();
-    std::size_t i = 0;
-    if constexpr (std::endian::native == std::endian::little) {
-        for (; i + 8 <= size; i += 8) {
-            if (const auto odd = eightAt(endA - i - 8) ^ eightAt(endB - i - 8))
-                return i + static_cast<std::size_t>(std::countl_zero(odd)) / 8;
-        }
-    }
-    while (i < size &&
-           endA[-1 - static_cast<std::ptrdiff_t>(i)] == endB[-1 - static_cast<std::ptrdiff_t>(i)])
-        ++i;
-    return i;
-}
 
 // How many bytes differ, of two texts of the same length; stops counting above `most`.
 std::size_t unlikeBytes(std::string_view a, std::string_view b, std::size_t most) {
@@ -126,12 +89,12 @@ bool Closeness::isWithin(std::size_t from, std::size_t rows, std::string_view co
 Line::State Closeness::compare(std::string_view other) {
     const std::size_t longer = std::max(leader.size(), other.size());
     const std::size_t shorter = std::min(leader.size(), other.size());
-    const std::size_t head = commonHead(leader, other);
+    const std::size_t head = CommonEnds::head(leader, other);
     if (head == longer) return Line::EQUAL;
     // The largest distance that is less than a fifth.
     const std::size_t most = (longer - 1) / 5;
     if (longer - shorter > most) return Line::DIFFERENT;
-    const std::size_t tail = commonTail(leader.substr(head), other.substr(head));
+    const std::size_t tail = CommonEnds::tail(leader.substr(head), other.substr(head));
     const std::size_t rows = leader.size() - head - tail;
     const std::string_view columns = other.substr(head, other.size() - head - tail);
     const std::size_t left = std::max(rows, columns.size());

@@ -16,10 +16,12 @@ namespace {
 
 // Lines that are printed between two questions whether to stop.
 constexpr unsigned questionInterval = 64;
+constexpr std::size_t longText = 1000; // bytes
 
-void appendNumber(std::string& text, int number) {
+std::string clientPrefix(int client) {
     char digits[Decimal::size];
-    text.append(digits, static_cast<std::size_t>(Decimal::write(digits, number) - digits));
+    return std::string(digits, static_cast<std::size_t>(Decimal::write(digits, client) - digits)) +
+           " | ";
 }
 
 } // namespace
@@ -43,31 +45,30 @@ void Parser::setColor(const char* color, ColorT type) {
     std::puts("wrong color type. ");
 }
 
-// Which pairs of a record have a key that may come twice. Two bits for each place of a table that
-// is far larger than the number of pairs: two pairs that meet there are remembered in vain at
-// worst.
+// Which pairs of a record have a key that may come twice: two bits, seen and seen again, for each
+// place of a table that is far larger than the number of pairs. Two pairs that meet at a place are
+// remembered in vain at worst.
 class Parser::Pairs {
   public:
-    explicit Pairs(std::size_t number)
-        : once(std::bit_ceil(16 * number + 64) / 64), twice(once.size()) {}
+    explicit Pairs(std::size_t number) : places(std::bit_ceil(16 * number + 64) / 32) {}
 
     void add(std::size_t pair) {
         const std::size_t at = place(pair);
-        const std::uint64_t bit = std::uint64_t{1} << (at % 64);
-        twice[at / 64] |= once[at / 64] & bit;
-        once[at / 64] |= bit;
+        std::uint64_t& word = places[at / 32];
+        const std::uint64_t seen = std::uint64_t{1} << (at % 32 * 2);
+        word |= (word & seen) << 1 | seen;
     }
     bool mayRecur(std::size_t pair) const {
         const std::size_t at = place(pair);
-        return (twice[at / 64] >> (at % 64) & 1) != 0;
+        return (places[at / 32] >> (at % 32 * 2 + 1) & 1) != 0;
     }
 
   private:
-    std::vector<std::uint64_t> once, twice;
+    std::vector<std::uint64_t> places;
 
     std::size_t place(std::size_t pair) const {
         const std::uint64_t mixed = pair * 0x9e3779b97f4a7c15u;
-        return static_cast<std::size_t>(mixed >> 20) & (once.size() * 64 - 1);
+        return static_cast<std::size_t>(mixed >> 20) & (places.size() * 32 - 1);
     }
 };
 
@@ -94,7 +95,10 @@ void Parser::judge(Data::Slot& slot, std::size_t position, const Pairs& pairs) {
     closeness.lead(leader.getContent());
     for (std::size_t j = 0; j < variants.size(); ++j) {
         if (j == chosen) continue;
-        if (isStopped()) return;
+        // One of two long texts may take a while.
+        if ((j % questionInterval == 0 || variants[j].getContent().size() > longText) &&
+            isStopped())
+            return;
         Line& variant = variants[j];
         const std::size_t pair = hash2Key(leader.getKey(), variant.getKey());
         Line::State state;
@@ -165,9 +169,10 @@ bool Parser::dump(Data* data, Mode mode, const char* pattern) {
         }
     } catch (const BadPattern&) {
         valid = false;
-        screen.text += endColor;
-        screen.text.append(Catalog::get(HELP_MATCH_BRIEF)).append("\n\n");
-        screen.text += Catalog::get(HELP_MATCH_DETAIL);
+        screen.append(endColor);
+        screen.append(Catalog::get(HELP_MATCH_BRIEF));
+        screen.append("\n\n");
+        screen.append(Catalog::get(HELP_MATCH_DETAIL));
     }
     screen.flush();
     return valid;
@@ -185,23 +190,24 @@ void Parser::dumpCollapsed(Data* data, const char* pattern) {
 
 void Parser::printPerClient(std::vector<const Line*> variants, const Data& data,
                             const char* pattern) {
-    const bool plain = !pattern || !*pattern;
     int prefixed = 0;
-    std::string prefix; // of the client that is printed
+    Screen::Stamp prefix; // of the client that is printed
     PerClient walk(std::move(variants), data.getMinId(), data.getMaxId());
     while (!stopped && walk.next()) {
         walk.visit([&](int client, const Line& line) {
             if (stopped) return;
+            if (pattern && *pattern) {
+                dumpLine(&line, client, pattern);
+                return;
+            }
             if (prefix.empty() || client != prefixed) {
                 prefixed = client;
-                prefix.clear();
-                appendNumber(prefix, client);
-                prefix += " | ";
+                prefix.set(clientPrefix(client));
             }
             printColor(line);
-            const std::size_t from = screen.text.size();
-            screen.text.append(prefix).append(line.getContent());
-            printText(from, plain ? nullptr : pattern);
+            screen.append(prefix);
+            screen.append(line.getContent());
+            endLine(true);
         });
     }
 }
@@ -238,53 +244,58 @@ void Parser::dumpAuto(Data* data, const char* pattern) {
 
 void Parser::dumpLine(const Line* line, const char* pattern) {
     assert(line);
-    printColor(*line);
-    const std::size_t from = screen.text.size();
-    line->clients().appendTo(screen.text);
-    screen.text.append("| ").append(line->getContent());
-    printText(from, pattern);
+    text.clear();
+    line->clients().appendTo(text);
+    text += "| ";
+    printLine(*line, pattern);
 }
 
 void Parser::dumpLine(const Line* line, int id, const char* pattern) {
     assert(line);
     if (!line->clients().contains(id)) return;
-    printColor(*line);
-    const std::size_t from = screen.text.size();
-    appendNumber(screen.text, id);
-    screen.text.append(" | ").append(line->getContent());
-    printText(from, pattern);
+    text = clientPrefix(id);
+    printLine(*line, pattern);
+}
+
+// Prints a line behind the prefix that stands in `text`.
+void Parser::printLine(const Line& line, const char* pattern) {
+    printColor(line);
+    if (!pattern || !*pattern) {
+        screen.append(text);
+        screen.append(line.getContent());
+        endLine(true);
+        return;
+    }
+    // Compiled when the first line is to be printed: that is when a bad cascade is noticed.
+    if (!filter) {
+        filter.emplace();
+        if (filter->compare(pattern) == -1) throw BadPattern();
+    }
+    text += line.getContent();
+    std::string passed;
+    const bool printed = filter->filter(text.c_str(), passed);
+    screen.append(passed);
+    endLine(printed);
 }
 
 void Parser::printColor(const Line& line) {
     switch (line.getState()) {
     case Line::EQUAL:
-        screen.text += ecolor;
+        screen.append(ecolor);
         return;
     case Line::SIMILAR:
-        screen.text += scolor;
+        screen.append(scolor);
         return;
     case Line::DIFFERENT:
-        screen.text += dcolor;
+        screen.append(dcolor);
         return;
     }
     assert(!"Undefined line state");
 }
 
-// Ends the line whose text stands on the screen from a place on.
-void Parser::printText(std::size_t from, const char* pattern) {
-    bool printed = true;
-    if (pattern && *pattern) {
-        // Compiled when the first line is to be printed: that is when a bad cascade is noticed.
-        const std::string text = screen.text.substr(from);
-        screen.text.resize(from);
-        if (!filter) {
-            filter.emplace();
-            if (filter->compare(pattern) == -1) throw BadPattern();
-        }
-        printed = filter->filter(text.c_str(), screen.text);
-    }
-    screen.text += endColor;
-    if (printed) screen.text += '\n';
+void Parser::endLine(bool printed) {
+    screen.append(endColor);
+    if (printed) screen.append('\n');
     screen.lineDone();
     if (++lines % questionInterval == 0) isStopped();
 }

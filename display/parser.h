@@ -57,10 +57,11 @@ class Parser {
     std::vector<int> leaders;
     std::vector<int> weights;
     std::string ecolor, scolor, dcolor;
-    const char* endColor = END_COLOR;
+    std::string endColor = END_COLOR;
 
     std::optional<Pattern> filter;
     Screen screen;
+    std::string text; // of the line that is printed, from its prefix on
     Closeness closeness;
     std::function<bool()> stopAsked;
     bool stopped = false;
@@ -70,6 +71,7 @@ class Parser {
     bool isStopped();
     void judge(Data::Slot& slot, std::size_t position, const Pairs& pairs);
     void printColor(const Line& line);
-    void printText(std::size_t from, const char* pattern);
+    void printLine(const Line& line, const char* pattern);
+    void endLine(bool printed);
     void printPerClient(std::vector<const Line*> variants, const Data& data, const char* pattern);
 };

@@ -28,14 +28,11 @@ template <class Each>
 void PerClient::eachClient(std::uint32_t line, Each each) const {
     const std::int64_t from = std::max(block, first);
     const std::int64_t to = std::min(block + static_cast<std::int64_t>(blockSize) - 1, last);
-    for (auto run = lines[line]->clients().seek(static_cast<int>(from));
-         run != ClientSet::RunIterator() && run->first <= to; ++run) {
-        const auto begin =
-            static_cast<std::size_t>(std::max<std::int64_t>(run->first, from) - block);
-        const auto end = static_cast<std::size_t>(std::min<std::int64_t>(run->last, to) - block);
-        for (std::size_t c = begin; c <= end; ++c)
-            each(c);
-    }
+    lines[line]->clients().eachRun(static_cast<int>(from), static_cast<int>(to),
+                                   [this, &each](int begin, int end) {
+                                       for (std::int64_t c = begin - block; c <= end - block; ++c)
+                                           each(static_cast<std::size_t>(c));
+                                   });
 }
 
 bool PerClient::next() {

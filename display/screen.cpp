@@ -1,14 +1,23 @@
 #include "display/screen.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
+
+void Screen::grow(std::size_t bytes) {
+    capacity = std::max({2 * capacity, length + bytes, piece + piece / 4});
+    auto larger = std::make_unique_for_overwrite<char[]>(capacity);
+    if (length > 0) std::memcpy(larger.get(), buffer.get(), length);
+    buffer = std::move(larger);
+}
 
 void Screen::flush() {
     std::fflush(stdout);
-    const char* at = text.data();
-    for (std::size_t left = text.size(); left > 0;) {
+    const char* at = buffer.get();
+    for (std::size_t left = length; left > 0;) {
         const ssize_t put = ::write(STDOUT_FILENO, at, left);
         if (put > 0) {
             at += put;
@@ -20,5 +29,5 @@ void Screen::flush() {
             break;
         }
     }
-    text.clear();
+    length = 0;
 }

@@ -29,6 +29,15 @@ Alignment::Alignment(const Histories& ofClients, const SentLines& sentBefore,
     number();
 }
 
+void Alignment::Places::add(std::uint32_t slot) {
+    if (first == none) {
+        first = slot;
+        return;
+    }
+    if (!more) more = std::make_unique<std::vector<std::uint32_t>>(1, first);
+    more->push_back(slot);
+}
+
 void Alignment::placeAll(const std::vector<Histories::Run>& runs) {
     struct Class {
         std::size_t clients;
@@ -169,7 +178,7 @@ void Alignment::placeBehind(std::span<const std::uint32_t> path, std::uint32_t a
     const auto found = match(path, [&](std::uint32_t text, std::uint32_t symbol,
                                        std::vector<Candidate>& to, std::size_t limit) {
         // They mostly ascend: what stands elsewhere is not found, at the worst.
-        const auto& known = where[text];
+        const auto known = where[text].slots();
         auto slot = std::lower_bound(
             known.begin(), known.end(), from,
             [this](std::uint32_t each, std::uint64_t order) { return slots[each].order <= order; });
@@ -196,14 +205,15 @@ void Alignment::placeBehind(std::span<const std::uint32_t> path, std::uint32_t a
 
 void Alignment::put(std::uint32_t node, std::uint32_t slot) {
     const std::uint32_t text = textOf(node);
-    std::uint32_t line = lineAt(slot, text);
+    const bool fresh = slots[slot].number < 0 && where[text].slots().empty();
+    std::uint32_t line = fresh ? none : lineAt(slot, text);
     if (line == none) {
         line = static_cast<std::uint32_t>(lineList.size());
         lineList.push_back({text, slot});
         lineIndex.insert(IndexTable::hashOf(slot, text), line, [this](std::uint32_t each) {
             return IndexTable::hashOf(lineList[each].slot, lineList[each].text);
         });
-        if (slots[slot].number < 0) where[text].push_back(slot);
+        if (slots[slot].number < 0) where[text].add(slot);
     }
     placed[node] = line;
 }

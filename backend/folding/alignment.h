@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -47,15 +48,29 @@ class Alignment {
         bool ordered;
     };
 
+    /// Where a text stands: mostly in one slot.
+    class Places {
+      public:
+        void add(std::uint32_t slot);
+        std::span<const std::uint32_t> slots() const {
+            if (more) return *more;
+            return {&first, first == none ? std::size_t{0} : 1};
+        }
+
+      private:
+        std::uint32_t first = none;
+        std::unique_ptr<std::vector<std::uint32_t>> more; // all of them
+    };
+
     const Histories& histories;
     const SentLines& sent;
     std::vector<std::uint32_t> placed; // by node: its line
     std::vector<Line> lineList;
     IndexTable lineIndex; // by slot and text
     std::vector<Slot> slots;
-    std::vector<std::vector<std::uint32_t>> where; // by text: slots behind everything sent
-    std::vector<std::uint32_t> sentSlots;          // by number from the lowest that is reachable
-    std::vector<std::uint32_t> symbols;            // by text, for one comparison
+    std::vector<Places> where;            // by text: slots behind everything sent
+    std::vector<std::uint32_t> sentSlots; // by number from the lowest that is reachable
+    std::vector<std::uint32_t> symbols;   // by text, for one comparison
 
     void placeAll(const std::vector<Histories::Run>& runs);
     void place(std::uint32_t node);

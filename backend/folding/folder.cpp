@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <utility>
 
 namespace {
@@ -17,6 +18,28 @@ constexpr std::size_t maxNodes = 2 * maxText / sizeof(Histories::Node);
 constexpr std::size_t freshShare = 4;
 
 constexpr int everything = std::numeric_limits<int>::max();
+
+// A line that leaves.
+struct Place {
+    int number;
+    int order; // within the number
+    std::uint32_t line;
+};
+
+// Keeps the order of those with the same number.
+void sortByNumber(std::vector<Place>& places) {
+    if (places.empty()) return;
+    const auto [least, most] = std::ranges::minmax(places, {}, &Place::number);
+    const int first = least.number;
+    std::vector<std::size_t> begins(static_cast<std::size_t>(most.number - first) + 2);
+    for (const Place& each : places)
+        ++begins[static_cast<std::size_t>(each.number - first) + 1];
+    std::partial_sum(begins.begin(), begins.end(), begins.begin());
+    std::vector<Place> sorted(places.size());
+    for (const Place& each : places)
+        sorted[begins[static_cast<std::size_t>(each.number - first)]++] = each;
+    places = std::move(sorted);
+}
 
 void insert(ClientSet& clients, const Histories::Run& run) {
     if (run.first == run.last)
@@ -165,6 +188,62 @@ Folder::Lines Folder::takeUpTo(Limit limit) {
         takeRows(taken);
     }
     return taken;
+}
+
+Folder::Ending Folder::ending() {
+    Ending all;
+    all.uses.resize(histories.textCount());
+    const Runs runs = histories.runs();
+    const Alignment alignment(histories, sent, runs);
+    const auto& nodes = histories.nodes();
+    // The runs are counted, then stand line by line.
+    const auto walk = [&](auto&& visit) {
+        for (const auto& run : runs)
+            for (auto at = run.point; Histories::isNode(at);) {
+                const std::uint32_t node = Histories::indexOf(at);
+                visit(alignment.lineOf(node), run);
+                at = nodes[node].parent;
+            }
+    };
+    std::vector<Place> places(alignment.lines().size());
+    std::vector<std::uint32_t> ends(places.size() + 1);
+    walk([&](std::uint32_t line, const Histories::Run& run) {
+        if (ends[line]++ == 0) places[line].order = run.first;
+    });
+    for (std::uint32_t i = 0; i < places.size(); ++i) {
+        const auto& line = alignment.lines()[i];
+        places[i].number = alignment.numberOf(line);
+        places[i].line = i;
+        if (alignment.ordered(line)) {
+            const int place = sent.place(places[i].number, histories.text(line.text).hash);
+            places[i].order = place < 0 ? everything : place;
+        }
+        ++all.uses[line.text];
+    }
+    // Lines were placed one class of clients after the other: those of a number are mostly in
+    // order.
+    const auto inOrder = [](const Place& a, const Place& b) {
+        return a.number != b.number ? a.number < b.number : a.order < b.order;
+    };
+    sortByNumber(places);
+    if (!std::ranges::is_sorted(places, inOrder)) std::ranges::stable_sort(places, inOrder);
+    std::uint32_t sum = 0;
+    all.lines.reserve(places.size());
+    for (const Place& each : places) {
+        const std::uint32_t count = std::exchange(ends[each.line], sum);
+        if (count == 0) continue; // a beginning that was continued meanwhile
+        sum += count;
+        all.lines.push_back({each.number, alignment.lines()[each.line].text, sum});
+    }
+    all.clients.resize(sum);
+    walk([&](std::uint32_t line, const Histories::Run& run) {
+        all.clients[ends[line]++] = {run.first, run.last};
+    });
+    return all;
+}
+
+std::string Folder::endingText(Ending& all, std::uint32_t text) {
+    return --all.uses[text] == 0 ? histories.release(text) : histories.text(text).text;
 }
 
 void Folder::takeRows(Lines& to) {

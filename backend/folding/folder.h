@@ -83,6 +83,10 @@ class Folder {
 
     /// All that is held.
     Lines take();
+    /// All that is held, and nothing is added any more: hands the lines over number by number,
+    /// which takes less memory and time than a take.
+    template <class Hear>
+    void finish(Hear hear);
     /// What must leave by now: what all that are awaited have passed, or all but lines that have
     /// only just begun.
     Lines takeDue(Clock::time_point now);
@@ -109,6 +113,21 @@ class Folder {
     std::optional<Clock::time_point> passDue; // when to look for what all have passed
     std::size_t fresh = 0; // lines and answers since what all have passed was looked for
 
+    /// All lines that are held, in the order in which they leave, with the clients of each as runs
+    /// of ids; the texts are moved out one by one.
+    struct Ending {
+        struct Line {
+            int number;
+            std::uint32_t text;
+            std::size_t end; // of its runs
+        };
+        std::vector<Line> lines;
+        std::vector<ClientSet::Range> clients;
+        std::vector<std::uint32_t> uses; // of each text
+    };
+
+    Ending ending();
+    std::string endingText(Ending& all, std::uint32_t text);
     void added(Clock::time_point now, bool merged);
     void awaitPassed();
     Clock::time_point windowEnd() const;
@@ -117,3 +136,20 @@ class Folder {
     int lastPassed(const Alignment& alignment, const Runs& runs) const;
     void takeRows(Lines& to);
 };
+
+template <class Hear>
+void Folder::finish(Hear hear) {
+    Ending all = ending();
+    std::vector<Line> same;
+    std::size_t run = 0;
+    for (std::size_t i = 0; i < all.lines.size(); ++i) {
+        const Ending::Line& each = all.lines[i];
+        Line line{each.number, {}, endingText(all, each.text), WHOLE};
+        for (; run < each.end; ++run)
+            line.clients.insertRange(all.clients[run].first, all.clients[run].last);
+        same.push_back(std::move(line));
+        if (i + 1 < all.lines.size() && all.lines[i + 1].number == each.number) continue;
+        hear(std::move(same));
+        same.clear();
+    }
+}

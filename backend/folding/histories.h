@@ -95,6 +95,8 @@ class Histories {
     const std::vector<Node>& nodes() const { return nodeList; }
     const std::vector<Root>& roots() const { return rootList; }
     const Text& text(std::uint32_t id) const { return texts[id]; }
+    /// Gives a text away that is not needed any more.
+    std::string release(std::uint32_t id) { return std::move(texts[id].text); }
     std::size_t textCount() const { return texts.size(); }
     /// The bytes of the distinct texts.
     std::size_t textBytes() const { return bytes; }

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 /// Finds entries of its owner's arrays by their hashes: a table of their indexes, open addressed.
@@ -24,10 +24,7 @@ class IndexTable {
     template <class HashOf>
     void insert(std::uint64_t hash, std::uint32_t index, HashOf hashOf) {
         if (2 * (count + 1) > cells.size()) {
-            const std::vector<std::uint32_t> old = std::exchange(
-                cells, std::vector<std::uint32_t>(cells.empty() ? 16 : 2 * cells.size(), none));
-            for (const std::uint32_t each : old)
-                if (each != none) put(hashOf(each), each);
+            grow(hashOf);
         }
         put(hash, index);
         ++count;
@@ -50,6 +47,19 @@ class IndexTable {
     std::size_t spread(std::uint64_t hash) const {
         return static_cast<std::size_t>((hash ^ hash >> 32) * 0xFF51AFD7ED558CCD >> 20) &
                (cells.size() - 1);
+    }
+    // In the order of the entries, which lie in memory so.
+    template <class HashOf>
+    void grow(HashOf hashOf) {
+        std::uint32_t most = 0;
+        for (const std::uint32_t each : cells)
+            if (each != none) most = std::max(most, each);
+        std::vector<bool> held(most + std::size_t{1});
+        for (const std::uint32_t each : cells)
+            if (each != none) held[each] = true;
+        cells.assign(cells.empty() ? 16 : 2 * cells.size(), none);
+        for (std::uint32_t each = 0; count > 0 && each <= most; ++each)
+            if (held[each]) put(hashOf(each), each);
     }
     void put(std::uint64_t hash, std::uint32_t index) {
         std::size_t at = spread(hash);

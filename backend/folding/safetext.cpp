@@ -102,6 +102,12 @@ std::string SafeText::line(std::string text) {
     return of(std::move(text));
 }
 
+SafeText::Character SafeText::character(std::string_view text, std::size_t at) {
+    const std::size_t length = characterAt(text, at);
+    if (length == 0) return {1, lengthOf(byteAt(text, at)) == 1};
+    return {length, length == lengthOf(byteAt(text, at))};
+}
+
 std::size_t SafeText::unfinished(std::string_view text) {
     const std::size_t most = std::min<std::size_t>(3, text.size());
     for (std::size_t back = 1; back <= most; ++back) {

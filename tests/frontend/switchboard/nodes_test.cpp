@@ -128,7 +128,7 @@ class NodesTest : public testing::Test, private Switchboard::Outlet {
         ++records;
         for (const auto& [number, slot] : data.slots())
             for (const auto& line : slot.lines)
-                lines.push_back(line.clients().str() + "| " + line.getContent());
+                lines.push_back(line.clients().str() + "| " + std::string(line.getContent()));
     }
     void toClient(int, const std::string&) override { FAIL(); }
     void interrupt(int) override { FAIL(); }
