@@ -6,14 +6,14 @@ namespace {
 
 const char* const helpText =
     "Runs the debugger of one task for vex. Started by vex through the launcher of a job.\n"
-    "Usage: vexagent --rendezvous FILE | --tasks-of HOST:PORT/NUMBER\n"
+    "Usage: vexagent --rendezvous FILE | --tasks-of JOB\n"
     "\n"
     "Options:\n"
     "  -h, --help          Print this help message and exit\n"
     "  -V, --version       Print the version and exit\n"
     "  --rendezvous FILE   The file that says how to reach vex; - for the standard input\n"
-    "  --tasks-of HOST:PORT/NUMBER\n"
-    "                      List the tasks of this process manager of MPICH's\n";
+    "  --tasks-of JOB      List the tasks of a job on this host: HOST:PORT/NUMBER, a process\n"
+    "                      manager of MPICH's, or NAME=VALUE in the tasks' environment\n";
 
 const ::option longOptions[] = {
     {"rendezvous", required_argument, nullptr, 'r'},

@@ -6,7 +6,7 @@
 struct AgentOptions {
     /// The file that says how to reach the front end; "-": standard input; empty: not asked for.
     std::string rendezvous;
-    /// The process manager whose tasks are listed: host:port/number; empty: not asked for.
+    /// The job whose tasks are listed, as RunningJob::Manager names it; empty: not asked for.
     std::string manager;
 
     /// What a wrong usage ends with.

@@ -121,7 +121,8 @@ constexpr auto table = std::to_array<MessageCatalog::Entry>({
      "3917-913  exit -- Exit the current console only.\n"
      "        Nothing is killed: the clients, the debugged programs and the other\n"
      "        consoles go on. A session that was started on a terminal lives on\n"
-     "        without a console; one that a script controls ends with its last.\n"
+     "        without a console; a session that a script controls ends with its last\n"
+     "        console.\n"
      "        You are asked before: y leaves, any other answer does nothing.\n"
      "        'option session' shows the number of the session; by that number,\n"
      "        'vex --join <number>' opens another console of it.\n"},

@@ -53,7 +53,7 @@ class UnixSocket {
     void awaitEnd(int ms);
     /// Ends the stream and closes the descriptor.
     void close();
-    /// Closes the descriptor alone, for one that another process shares and goes on using.
+    /// Closes the descriptor alone: another process shares the connection and goes on using it.
     void drop();
     void async();
     void setSbuf(int bytes);

@@ -12,7 +12,7 @@
 class CommandLine {
   public:
     /// What a line means depends on this as well. Each command asks only for what it needs to know,
-    /// and asking for the state may wait until there is one that can be relied on.
+    /// and asking for the state may wait until the state is settled.
     class Context {
       public:
         virtual ~Context() = default;

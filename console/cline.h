@@ -55,7 +55,7 @@ class Line {
     void moveDown();
     void search();
     void dumpHistory() const { history.dump(); }
-    /// Adds an earlier session's line; one that does not fit the buffer is left out.
+    /// Adds an earlier session's line; a line that does not fit the buffer is left out.
     void recall(const std::string& s);
 
     void autoComplete();

@@ -271,8 +271,8 @@ void ConsoleSession::refused() {
     if (open.empty()) promptAgain(machine.isInterrupted());
 }
 
-// A request has its answer. The console is back in its saved state only with the last one that is
-// open; the one for "FILTERED" ends a command, so that what follows it ends in NORMAL.
+// A request has its answer. The console returns to its saved state with the answer to the last open
+// request; the request for "FILTERED" ends a command, so that what follows it ends in NORMAL.
 void ConsoleSession::answered() {
     const OpenRequests::Kind kind = open.pop();
     if (open.empty())

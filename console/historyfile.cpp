@@ -20,7 +20,8 @@ constexpr std::size_t keptLines = 800;
 constexpr std::size_t countedBytes = 255;
 constexpr int lockTries = 100; // of 10 ms each
 
-// Another console holds the lock for moments only; one that is stopped meanwhile must not stop us.
+// Another console holds the lock for moments only; a console that is stopped meanwhile must
+// not stop this one.
 // A file system without locks does without.
 bool lock(int fd) {
     for (int i = 0; i < lockTries; ++i) {

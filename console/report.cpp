@@ -1,19 +1,27 @@
 #include "console/report.h"
 
+#include "common/wholenumber.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <optional>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
-const char* place() { return std::getenv("VEX_CONSOLE_REPORT"); }
+// The descriptor; nothing when no report is wanted, or the variable names none.
+std::optional<int> place() {
+    const char* const text = std::getenv("VEX_CONSOLE_REPORT");
+    const auto number = text ? wholeNumber<int>(text) : std::nullopt;
+    return number && *number >= 0 ? number : std::nullopt;
+}
 
 } // namespace
 
-bool Report::isWanted() { return place() != nullptr; }
+bool Report::isWanted() { return place().has_value(); }
 
 bool Report::inputIsOver() {
     for (;;) {
@@ -28,7 +36,9 @@ bool Report::inputIsOver() {
 }
 
 void Report::tell(long refusals, long mistakes, bool complete) {
+    const auto descriptor = place();
+    if (!descriptor) return;
     const std::string text = std::to_string(refusals) + " " + std::to_string(mistakes) + " " +
                              (complete ? "1" : "0") + "\n";
-    (void)!::write(std::atoi(place()), text.data(), text.size());
+    (void)!::write(*descriptor, text.data(), text.size());
 }

@@ -289,8 +289,8 @@ int Term::getKey(const std::function<int()>& next) const {
         // A sequence that breaks off is dropped; the end is met again by the next call.
         if (byte < 0) return byte;
         typed += static_cast<char>(byte);
-        // A shorter sequence sorts before those that extend it, so the first one that is not less
-        // is the key itself or, if there is any, a longer candidate.
+        // A shorter sequence sorts before those that extend it, so the first sequence that is not
+        // less is the key itself or, if there is any, a longer candidate.
         const auto at = keymap.lower_bound(typed);
         if (at != keymap.end() && at->first == typed) return at->second;
         const bool isPrefix = at != keymap.end() && at->first.compare(0, typed.size(), typed) == 0;

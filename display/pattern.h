@@ -16,7 +16,8 @@ struct BadPattern {};
 /// calls dump and free.
 class Pattern {
   public:
-    /// Compiles an expression and appends it. Ignores an empty one and one that does not compile.
+    /// Compiles an expression and appends it. Ignores an empty expression and what does not
+    /// compile.
     void add(const std::string& expr);
     /// Appends the expressions of a cascade. Gives back 0, or -1 when it is malformed; expressions
     /// before the fault stay until free.

@@ -11,6 +11,7 @@
 #include "frontend/session/sessionserver.h"
 #include "frontend/terminal/foreground.h"
 #include "frontend/terminal/guardian.h"
+#include "frontend/terminal/key.h"
 #include "frontend/terminal/sessionlist.h"
 
 #include <algorithm>
@@ -39,6 +40,17 @@ void prepareAgents(Options& options, const std::string& commandLine) {
     if (options.agent.empty()) options.agent = Executables::agent();
 }
 
+// Half a job is debugged only when the user says so.
+void acceptShortfall(const Options& options, const std::string& shortfall, std::size_t found) {
+    std::fprintf(stderr, "vex: %s\n", shortfall.c_str());
+    if (options.partial) return;
+    const std::string some = "the " + std::to_string(found) + " that were found";
+    if (!options.interactive || !options.script.empty() || !::isatty(STDERR_FILENO))
+        throw std::runtime_error("to go on with " + some + ": --partial");
+    if (!Key::confirms("vex: go on with " + some + "? (y/n) "))
+        throw std::runtime_error("the start was given up");
+}
+
 // Finds the tasks to attach to, and that it can be done.
 void findTargets(Options& options) {
     RunningJob running;
@@ -57,6 +69,8 @@ void findTargets(Options& options) {
     for (const std::string& note : running.notes())
         std::fprintf(stderr, "vex: %s\n", note.c_str());
     if (options.targets.empty()) throw std::runtime_error("there is no task to attach to.");
+    if (const auto shortfall = running.shortfall())
+        acceptShortfall(options, *shortfall, options.targets.size());
     if (options.targets.size() > Limits::maxTasks)
         throw std::runtime_error("that are more than " + std::to_string(Limits::maxTasks) +
                                  " tasks.");
@@ -122,11 +136,12 @@ void prepare(Options& options) {
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
     Limits::liftDescriptors();
-    // Those of other hosts have their terminals there.
     const auto elsewhere = std::ranges::count_if(
         options.targets, [](const Target& each) { return !each.host.empty(); });
-    if (const auto problem =
-            Limits::refusal(options.tasks, Limits::facts(), static_cast<int>(elsewhere)))
+    const Limits::Need need{.tasks = options.tasks,
+                            .here = options.tasks - static_cast<int>(elsewhere),
+                            .debugger = Limits::memoryOf(options.debugger)};
+    if (const auto problem = Limits::refusal(need, Limits::facts()))
         throw std::runtime_error(*problem);
 }
 

@@ -1,8 +1,11 @@
 #include "backend/clients/debuggerchild.h"
 
+#include "backend/os/indexcache.h"
+
 DebuggerChild::DebuggerChild(const DebuggerStart& start) {
     ChildProcess::Start what;
-    what.argv = start.argvFor(terminal.name(), inputTerminal.name());
+    what.argv = start.argvFor(terminal.name(), inputTerminal.name(),
+                              start.indexCacheWords.empty() ? "" : IndexCache::folder());
     what.environment = start.environment;
     what.terminal = terminal.terminal();
     what.inherits = start.inherits;

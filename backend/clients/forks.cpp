@@ -2,9 +2,9 @@
 
 #include "backend/os/processtree.h"
 #include "backend/os/tracing.h"
+#include "common/wholenumber.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <unistd.h>
 #include <utility>
@@ -40,7 +40,8 @@ void Forks::heard(int client, pid_t debugger, std::string_view text) {
         const std::size_t end = kept.find_first_not_of("0123456789", begin);
         if (end == std::string::npos) break; // more digits may come
         done = end;
-        if (end - begin < 10) see({client, std::atoi(kept.c_str() + begin)}, debugger);
+        const auto pid = wholeNumber<pid_t>(std::string_view(kept).substr(begin, end - begin));
+        if (pid) see({client, *pid}, debugger);
     }
     kept.erase(0, std::max(done, kept.size() - std::min(kept.size(), maxMark)));
 }

@@ -13,7 +13,8 @@
 #include <string>
 
 /// A debugger of this machine on its pseudo-terminal, and the terminal that its program reads from.
-/// Kills the debugger when destroyed; one that has attached to its program must be released before.
+/// Kills the debugger when destroyed; a debugger that has attached to its program must be released
+/// before.
 /// One thread. Outlives the loop's last turn.
 class LocalClient : public Client {
   public:
@@ -26,9 +27,9 @@ class LocalClient : public Client {
 
     void type(const std::string& line) override;
     /// Sends SIGINT to the debugger and to what it runs in its foreground, a shell's command; the
-    /// debugged program has a group of its own. But not before the debugger has begun with what was
-    /// typed: one that still reads its command drops the interrupt and runs the command after it. A
-    /// prompt that comes before that makes the interrupt void.
+    /// debugged program has a group of its own. The signal waits until the debugger has begun with
+    /// what was typed: a debugger that still reads its command drops the interrupt and runs the
+    /// command after it. A prompt that comes before that makes the interrupt void.
     void interrupt() override;
     void resume() override;
     /// Makes a debugger that has attached to its program let it go, without breakpoints, and end:

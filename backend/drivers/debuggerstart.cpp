@@ -22,6 +22,7 @@ DebuggerStart DebuggerStart::of(const Driver& driver, Driver::Launch launch,
     start.errorMark = launch.errorMark;
     if (attach != 0) launch.attach = start.process;
     start.argv = driver.argv(launch);
+    if (launch.cachesIndex) start.indexCacheWords = driver.indexCacheWords();
     start.prompt = driver.prompt(launch.nonce);
     start.attach = attach;
     if (!launch.program.empty()) start.program = Text::baseName(launch.program[0]);
@@ -40,8 +41,13 @@ DebuggerStart DebuggerStart::with(int number, pid_t target) const {
 }
 
 std::vector<std::string> DebuggerStart::argvFor(const std::string& ownTerminal,
-                                                const std::string& programsTerminal) const {
+                                                const std::string& programsTerminal,
+                                                const std::string& indexCache) const {
     std::vector<std::string> words = argv;
+    if (!indexCacheWords.empty() && !indexCache.empty()) {
+        words.insert(words.begin() + 1, indexCacheWords.begin(), indexCacheWords.end());
+        words[indexCacheWords.size()] += indexCache;
+    }
     for (std::string& word : words) {
         replaceAll(word, terminal, ownTerminal);
         replaceAll(word, inputTerminal, programsTerminal);

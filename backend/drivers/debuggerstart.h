@@ -12,6 +12,9 @@ struct DebuggerStart {
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
     std::vector<std::string> argv;
+    /// Behind the first of these where there is a directory for an index of symbols; its path goes
+    /// behind the last. None: no such index is kept.
+    std::vector<std::string> indexCacheWords;
     /// Added to the environment.
     Environment environment;
     /// The prompt that the debugger shows, byte for byte.
@@ -51,7 +54,9 @@ struct DebuggerStart {
                             pid_t attach = 0);
     /// The same for another client, and for the process that it attaches to.
     DebuggerStart with(int number, pid_t target) const;
-    /// The command line with the names of real terminals and the process.
+    /// The command line with the names of real terminals and the process, and with the directory of
+    /// the index; empty: there is none.
     std::vector<std::string> argvFor(const std::string& ownTerminal,
-                                     const std::string& programsTerminal) const;
+                                     const std::string& programsTerminal,
+                                     const std::string& indexCache) const;
 };

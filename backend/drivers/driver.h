@@ -29,6 +29,8 @@ class Driver {
         /// What the debugger shall print once at its start, and before the prompt behind the
         /// message of each error: letters, digits and control bytes. Empty: nothing.
         std::string errorMark;
+        /// Whether the debugger may keep what it finds in a program's symbols for the next one.
+        bool cachesIndex = false;
     };
 
     /// What a line of a backtrace of all threads says.
@@ -47,6 +49,9 @@ class Driver {
 
     /// The command line that starts the debugger.
     virtual std::vector<std::string> argv(const Launch& launch) const = 0;
+    /// The words behind the debugger's name, the last one to be followed by the path of a
+    /// directory, that make it keep an index of symbols there; none: it cannot.
+    virtual std::vector<std::string> indexCacheWords() const { return {}; }
     /// The prompt that it then shows, byte for byte.
     virtual std::string prompt(const std::string& nonce) const = 0;
     /// The line without an end that would make the debugger wait for another line.

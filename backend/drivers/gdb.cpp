@@ -200,6 +200,10 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
     return words;
 }
 
+std::vector<std::string> Gdb::indexCacheWords() const {
+    return {"-iex", "set index-cache enabled on", "-iex", "set index-cache directory "};
+}
+
 std::string Gdb::prompt(const std::string& nonce) const { return "\001" + nonce + "\n"; }
 
 std::string Gdb::whole(std::string line) const {

@@ -12,6 +12,7 @@ class Gdb : public Driver {
 
     std::string name() const override { return "gdb"; }
     std::vector<std::string> argv(const Launch& launch) const override;
+    std::vector<std::string> indexCacheWords() const override;
     std::string prompt(const std::string& nonce) const override;
     std::string whole(std::string line) const override;
     bool asks(std::string_view tail) const override;

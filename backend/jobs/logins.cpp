@@ -73,8 +73,3 @@ bool Logins::running() const {
     return std::any_of(logins.begin(), logins.end(),
                        [](const Login& each) { return each.launcher && each.launcher->running(); });
 }
-
-void Logins::listPids(std::vector<pid_t>& pids) const {
-    for (std::size_t i = 0; i < started; ++i)
-        pids.push_back(logins[i].launcher->pid());
-}

@@ -60,8 +60,6 @@ class Logins {
     }
     /// Whether a launcher still runs.
     bool running() const;
-    /// Adds the ids of the launchers' processes.
-    void listPids(std::vector<pid_t>& pids) const;
 
   private:
     enum Phase { AHEAD, LATE, DONE };

@@ -79,16 +79,20 @@ class Search : private Logins::Owner {
         std::string word, program;
         int rank = -1;
         pid_t pid = 0;
-        if (text >> word >> rank >> pid && word == "task" && pid > 0 &&
-            std::getline(text >> std::ws, program))
+        if (line.starts_with("size ") && text >> word >> rank && rank > 0)
+            job.noteSize(rank);
+        else if (text >> word >> rank >> pid && word == "task" && pid > 0 &&
+                 std::getline(text >> std::ws, program))
             job.addRemote({rank, pid, hostOf(login), program});
         else
             std::fprintf(stderr, "vex: %s: %s\n", hostOf(login).c_str(), line.c_str());
     }
     void onEnded(std::size_t login, const std::string& how) override {
-        if (how != "ended with status 0")
+        if (how != "ended with status 0") {
+            job.noteSilent(hostOf(login));
             std::fprintf(stderr, "vex: the tasks of host %s are left out: %s %s\n",
                          hostOf(login).c_str(), words[0].c_str(), how.c_str());
+        }
         logins.finish(login);
         logins.startNext();
         if (logins.allFinished()) loop.stop();
@@ -105,6 +109,7 @@ void RemoteTasks::addTo(RunningJob& job, const std::vector<std::string>& rsh,
 void RemoteTasks::list(const std::string& manager, std::ostream& out) {
     RunningJob job;
     job.addManaged(manager);
+    if (job.size() > 0) out << "size " << job.size() << '\n';
     for (const Target& task : job.targets()) {
         out << "task " << task.rank << ' ' << task.pid << ' '
             << Text::baseName(ProcessTree::executableOf(task.pid)) << '\n';

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-/// Finds the tasks of a job on other hosts, where only MPICH's process managers know them: an agent
-/// there lists them.
+/// Finds the tasks of a job on other hosts, where only the launcher's process managers and the
+/// tasks' environment tell them: an agent there lists them.
 namespace RemoteTasks {
 
 /// Adds them to the job; the standard error tells what cannot be found. The words of `rsh` start a
@@ -17,7 +17,7 @@ namespace RemoteTasks {
 void addTo(RunningJob& job, const std::vector<std::string>& rsh, const std::string& agent);
 
 /// On the agent's side: lists the tasks of a process manager of this host, one "task RANK PID
-/// PROGRAM" a line.
+/// PROGRAM" a line, and "size N" where the size of the whole job is known.
 void list(const std::string& manager, std::ostream& out);
 
 } // namespace RemoteTasks

@@ -1,10 +1,12 @@
 #include "backend/jobs/runningjob.h"
 
+#include "backend/jobs/jobprocesses.h"
 #include "backend/jobs/mpir.h"
 #include "backend/os/processtree.h"
 #include "backend/os/rankvariables.h"
 #include "backend/os/text.h"
 #include "backend/os/thismachine.h"
+#include "common/clientset.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -19,6 +21,19 @@ std::string shortName(const std::string& host) { return host.substr(0, host.find
 
 // MPICH's process manager: one on each host, the parent of the tasks there.
 constexpr const char* manager = "hydra_pmi_proxy";
+
+// "a, b, c and 2 more"
+std::string listed(const std::set<std::string>& names) {
+    constexpr std::size_t maxNamed = 3;
+    std::string text;
+    std::size_t count = 0;
+    for (const std::string& name : names) {
+        if (++count > maxNamed)
+            return text + " and " + std::to_string(names.size() - maxNamed) + " more";
+        text.append(count == 1 ? "" : ", ").append(name);
+    }
+    return text;
+}
 
 // The word behind this one; empty when it is not there.
 std::string behind(const std::vector<std::string>& words, const std::string& option) {
@@ -62,16 +77,24 @@ bool RunningJob::isThisMachine(const std::string& host) {
 }
 
 void RunningJob::add(const Target& target) {
-    const auto same = [&target](const Target& each) {
-        return each.pid == target.pid && each.host == target.host;
-    };
-    if (std::ranges::any_of(found, same))
+    if (!known.emplace(target.host, target.pid).second)
         throw std::runtime_error("process " + std::to_string(target.pid) +
                                  (target.host.empty() ? "" : " of " + target.host) +
                                  " is named twice.");
     // Such a host would be an option of the command that it is given to.
     if (target.host.starts_with('-')) throw std::runtime_error("'" + target.host + "' is no host.");
     found.push_back(target);
+    if (target.rank >= 0) ranks.insert(target.rank);
+}
+
+void RunningJob::addRemote(const Target& target) {
+    if (target.rank < 0 || !ranks.contains(target.rank)) add(target);
+}
+
+bool RunningJob::isHere(const std::string& host) {
+    const auto [at, isNew] = answers.try_emplace(host, false);
+    if (isNew) at->second = here(host);
+    return at->second;
 }
 
 void RunningJob::addPids(const std::vector<pid_t>& pids) {
@@ -86,7 +109,7 @@ void RunningJob::addEntries(const TALConfig& config) {
         const std::string& address = config.getIP(i);
         if (config.getPid(i) <= 0)
             remarks.push_back(start + "it has no process");
-        else if ((name.empty() && address.empty()) || here(name) || here(address))
+        else if ((name.empty() && address.empty()) || isHere(name) || isHere(address))
             add({config.getTask(i), config.getPid(i)});
         else
             add({config.getTask(i), config.getPid(i), name.empty() ? address : name,
@@ -100,7 +123,7 @@ bool RunningJob::addTable(pid_t launcher) {
     if (!table.empty() && Text::baseName(table[0].executable) == manager) return false;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const int rank = static_cast<int>(i);
-        if (here(table[i].host))
+        if (isHere(table[i].host))
             add({rank, ProcessTree::programOf(table[i].pid)});
         else
             add({rank, table[i].pid, table[i].host, Text::baseName(table[i].executable)});
@@ -112,40 +135,69 @@ bool RunningJob::addByManagers(const std::vector<pid_t>& processes) {
     const std::size_t before = found.size();
     for (pid_t each : processes) {
         if (ProcessTree::nameOf(each) != manager) continue;
-        for (pid_t task : ProcessTree::children(each))
+        for (pid_t task : ProcessTree::children(each)) {
             add({RankVariables::rankOf(task), ProcessTree::programOf(task)});
+            noteSize(JobProcesses::sizeOf(task));
+        }
     }
     return found.size() > before;
 }
 
 void RunningJob::addManaged(const std::string& name) {
+    if (name.find('=') != std::string::npos) {
+        addNamed(name);
+        return;
+    }
     std::vector<pid_t> processes = ProcessTree::everyone();
     std::erase_if(processes,
                   [&name](pid_t id) { return nameIn(ProcessTree::wordsOf(id)) != name; });
     addByManagers(processes);
 }
 
-// Started by "ssh -x HOST "/usr/bin/hydra_pmi_proxy" --control-port HOST:PORT ...".
+// MPICH's are started by "ssh -x HOST "/usr/bin/hydra_pmi_proxy" --control-port HOST:PORT ...".
 void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
     for (const pid_t id : processes) {
         const std::vector<std::string> words = ProcessTree::wordsOf(id);
+        if (const auto daemon = JobProcesses::daemonIn(words)) {
+            noteManager({daemon->host, daemon->job});
+            continue;
+        }
         const auto at = std::ranges::find_if(
             words, [](const std::string& word) { return word.find(manager) != word.npos; });
         if (at - words.begin() < 2 || at == words.end() || at[-1].starts_with('-')) continue;
-        // Also a wrapper around ssh has these words.
-        const Manager there{at[-1], nameIn(words)};
-        if (std::ranges::find(elsewhere, there) == elsewhere.end()) elsewhere.push_back(there);
+        noteManager({at[-1], nameIn(words)});
     }
+}
+
+// Also a wrapper around ssh has its words.
+void RunningJob::noteManager(const Manager& manager) {
+    if (std::ranges::find(elsewhere, manager) == elsewhere.end()) elsewhere.push_back(manager);
 }
 
 bool RunningJob::addByRank(const std::vector<pid_t>& processes) {
     const std::size_t before = found.size();
+    std::string job;
     for (pid_t id : processes) {
         const int rank = RankVariables::rankOf(id);
         // What a task has started inherits its rank; the task itself comes first.
-        if (rank >= 0 && std::ranges::find(found, rank, &Target::rank) == found.end())
-            add({rank, ProcessTree::programOf(id)});
+        if (rank < 0 || ranks.contains(rank)) continue;
+        add({rank, ProcessTree::programOf(id)});
+        noteSize(JobProcesses::sizeOf(id));
+        if (job.empty()) job = JobProcesses::nameOf(id);
     }
+    // A daemon of the launcher's may have started others.
+    if (!job.empty()) addNamed(job);
+    return found.size() > before;
+}
+
+// Those of this machine.
+bool RunningJob::addNamed(const std::string& name) {
+    const std::size_t before = found.size();
+    const JobProcesses::Job job = JobProcesses::find(name);
+    for (const JobProcesses::Task& task : job.tasks) {
+        if (!ranks.contains(task.rank)) add({task.rank, ProcessTree::programOf(task.pid)});
+    }
+    noteSize(job.size);
     return found.size() > before;
 }
 
@@ -167,10 +219,35 @@ void RunningJob::addJob(pid_t launcher) {
         if (addTable(each)) return;
     }
     noteManagers(below);
-    if (addByManagers(below) || !elsewhere.empty() || addByRank(below)) return;
+    // Started by a task of another job, they have the variables of that one as well.
+    if (const std::string own = JobProcesses::nameOf(launcher); !own.empty())
+        std::erase_if(below, [&own](pid_t id) { return JobProcesses::nameOf(id) == own; });
+    const bool some = addByManagers(below) || addByRank(below);
+    if (jobSize == -1) noteSize(JobProcesses::sizeIn(ProcessTree::wordsOf(launchers.back())));
+    if (some || !elsewhere.empty()) return;
     throw std::runtime_error("process " + number + " (" + ProcessTree::nameOf(launcher) +
                              ") has no tasks of a parallel job. Name the job's mpirun, mpiexec or "
                              "srun, or the tasks themselves with --attach.");
+}
+
+std::optional<std::string> RunningJob::shortfall() const {
+    if (jobSize <= static_cast<int>(ranks.size()) || ranks.size() < found.size())
+        return std::nullopt;
+    ClientSet missing;
+    for (int rank = 0; rank < jobSize; ++rank) {
+        if (!ranks.contains(rank)) missing.insert(rank);
+    }
+    std::set<std::string> asked;
+    for (const Manager& each : elsewhere) {
+        if (!silent.contains(each.host)) asked.insert(each.host);
+    }
+    std::string text = "ranks " + Text::list(missing) + " of " + std::to_string(jobSize) +
+                       " are missing: no process of yours on this host";
+    if (!asked.empty()) text += " or on " + listed(asked);
+    text += " has them";
+    if (!silent.empty()) text += ", and " + listed(silent) + " could not be asked";
+    if (elsewhere.empty()) text += ", and the launcher does not tell of another host";
+    return text;
 }
 
 std::vector<Target> RunningJob::targets() const {

@@ -3,8 +3,13 @@
 #include "backend/jobs/target.h"
 #include "common/talconfig.h"
 
+#include <algorithm>
 #include <functional>
+#include <map>
+#include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// Finds the tasks of a job that runs already. Its notes tell the user what it leaves out.
@@ -20,27 +25,39 @@ class RunningJob {
     /// Adds the entries of an attach file that have a process.
     void addEntries(const TALConfig& config);
 
-    /// Adds the tasks of a parallel job by the process of its launcher: from the table that Open
-    /// MPI's and Slurm's keep for debuggers, from the process tree of MPICH's, else what runs below
-    /// that process and has a rank in its environment. Throws std::runtime_error when none is
-    /// found.
+    /// Adds the tasks of a parallel job by the process of its launcher: from the table that
+    /// launchers keep for debuggers (Open MPI's up to version 4, Slurm's), from the process tree of
+    /// MPICH's, else what has a rank in its environment and runs below that process or belongs to
+    /// the same job. Throws std::runtime_error when none is found.
     void addJob(pid_t launcher);
     /// Adds the tasks of the process manager of this name on this machine.
     void addManaged(const std::string& manager);
-    /// Adds a task of another host.
-    void addRemote(const Target& target) { add(target); }
+    /// Adds a task of another host, unless its rank is there already.
+    void addRemote(const Target& target);
+    /// How many tasks the job has, as a host tells it.
+    void noteSize(int tasks) { jobSize = std::max(jobSize, tasks); }
+    /// A host could not be asked for its tasks.
+    void noteSilent(const std::string& host) { silent.insert(host); }
 
-    /// A process manager of MPICH's on another host.
+    /// A process manager on another host.
     struct Manager {
         std::string host;
-        std::string name; // where its launcher listens, and its number: "host:port/1"
+        /// Of MPICH's: where its launcher listens, and its number: "host:port/1". Of Open MPI's:
+        /// the job, see JobProcesses.
+        std::string name;
         bool operator==(const Manager&) const = default;
     };
-    /// The process managers on other hosts of the job that was added: they alone know their tasks.
+    /// The process managers on other hosts of the job that was added: only there can its tasks be
+    /// found.
     const std::vector<Manager>& managers() const { return elsewhere; }
 
     /// The tasks, those with a rank in the order of their ranks.
     std::vector<Target> targets() const;
+    /// How many tasks the job has; -1: not known.
+    int size() const { return jobSize; }
+    /// Which ranks of the job were not found and why, as a sentence; nothing when none is known to
+    /// be missing.
+    std::optional<std::string> shortfall() const;
     const std::vector<std::string>& notes() const { return remarks; }
 
     static bool isThisMachine(const std::string& host);
@@ -50,10 +67,18 @@ class RunningJob {
     std::vector<Target> found;
     std::vector<std::string> remarks;
     std::vector<Manager> elsewhere;
+    std::set<std::pair<std::string, pid_t>> known; // hosts and processes of what was found
+    std::set<int> ranks;                           // of what was found
+    std::set<std::string> silent;
+    std::map<std::string, bool> answers; // of `here`: to find them out takes the system's time
+    int jobSize = -1;
 
+    bool isHere(const std::string& host);
     void add(const Target& target);
     bool addTable(pid_t launcher);
     bool addByManagers(const std::vector<pid_t>& processes);
     void noteManagers(const std::vector<pid_t>& processes);
+    void noteManager(const Manager& manager);
     bool addByRank(const std::vector<pid_t>& processes);
+    bool addNamed(const std::string& job);
 };

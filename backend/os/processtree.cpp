@@ -160,13 +160,17 @@ void ProcessTree::killDescendants(pid_t root, pid_t except) {
     }
 }
 
+std::optional<pid_t> ProcessTree::endedChild() {
+    siginfo_t what{};
+    if (::waitid(P_ALL, 0, &what, WEXITED | WNOHANG | WNOWAIT) == -1 || what.si_pid == 0)
+        return std::nullopt;
+    return what.si_pid;
+}
+
 void ProcessTree::reapStrangers(const std::vector<pid_t>& known) {
-    for (;;) {
-        siginfo_t what{};
-        if (::waitid(P_ALL, 0, &what, WEXITED | WNOHANG | WNOWAIT) == -1 || what.si_pid == 0)
-            return;
+    while (const auto child = endedChild()) {
         // Its owner waits for it; the others come after that.
-        if (std::binary_search(known.begin(), known.end(), what.si_pid)) return;
-        ::waitpid(what.si_pid, nullptr, WNOHANG);
+        if (std::binary_search(known.begin(), known.end(), *child)) return;
+        ::waitpid(*child, nullptr, WNOHANG);
     }
 }

@@ -40,6 +40,8 @@ std::optional<std::string> variable(pid_t id, const std::string& name);
 /// Kills these descendants by SIGKILL, the deepest first, until none is left; waits at most about a
 /// second.
 void killDescendants(pid_t root, pid_t except = -1);
+/// A child of this process that has ended and that nobody has reaped; nothing when there is none.
+std::optional<pid_t> endedChild();
 /// Reaps the ended children of this process that are not among `known` (ascending).
 void reapStrangers(const std::vector<pid_t>& known);
 

@@ -127,9 +127,11 @@ std::vector<NodeRecords::Task> NodeRecords::tasksOf(const AgentRecord& record) {
 AgentRecord NodeRecords::start(const Start& start) {
     ByteWriter out;
     const DebuggerStart& common = start.common;
-    out.number(common.argv.size());
-    for (const std::string& word : common.argv)
-        out.text(word);
+    for (const auto* words : {&common.argv, &common.indexCacheWords}) {
+        out.number(words->size());
+        for (const std::string& word : *words)
+            out.text(word);
+    }
     out.number(common.environment.size());
     for (const auto& [name, value] : common.environment) {
         out.text(name);
@@ -150,8 +152,10 @@ NodeRecords::Start NodeRecords::startOf(const AgentRecord& record) {
     ByteReader in = reader(record, AgentRecord::START);
     Start start;
     DebuggerStart& common = start.common;
-    for (std::size_t left = in.count(1); left > 0; --left)
-        common.argv.push_back(in.word());
+    for (auto* words : {&common.argv, &common.indexCacheWords}) {
+        for (std::size_t left = in.count(1); left > 0; --left)
+            words->push_back(in.word());
+    }
     for (std::size_t left = in.count(2); left > 0; --left) {
         std::string name = in.word();
         common.environment.emplace_back(std::move(name), in.word());

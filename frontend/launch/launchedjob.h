@@ -66,8 +66,6 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     std::set<std::string> awaitedHosts() const;
     /// Whether a launcher still runs.
     bool running() const { return logins.running(); }
-    /// Adds the ids of the launchers' processes.
-    void listPids(std::vector<pid_t>& pids) const { logins.listPids(pids); }
     /// Lets no further agent in, and tells of nothing more but of what a launcher leaves behind.
     /// Makes the launchers end, which collect sees.
     void stop();

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <limits>
 #include <stdexcept>
 #include <thread>
 
@@ -33,14 +32,16 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       tasks(static_cast<std::size_t>(options.tasks)),
       errors(errorWatch(options, driver)),
       forked(loop, options, driver, errors.get(), owner),
-      patience(loop) {}
+      progress(loop, static_cast<StartProgress::Owner&>(*this)) {
+    inPhase[Task::AWAITED] = tasks.size();
+}
 
 Clients::~Clients() = default;
 
 // --- the start
 
 void Clients::start() {
-    sayWhoIsMissing();
+    progress.begin();
     if (!options.launcherWords.empty()) callAgents();
     startLocal();
 }
@@ -62,11 +63,11 @@ void Clients::callAgents() {
 
 void Clients::onSize(int count) {
     if (options.attaches()) return;
-    // The tasks' terminals are on their own machines.
-    Limits::Facts facts = Limits::facts();
-    facts.terminals = std::numeric_limits<long>::max();
-    if (const auto problem = Limits::refusal(count, facts)) return fail(*problem);
+    // What the debuggers need, their agents' machines have.
+    if (const auto problem = Limits::refusal({.tasks = count}, Limits::facts()))
+        return fail(*problem);
     tasks.resize(static_cast<std::size_t>(count));
+    inPhase[Task::AWAITED] = tasks.size();
     owner.onTaskCount(count);
 }
 
@@ -74,27 +75,27 @@ bool Clients::isLocal(std::size_t task) const {
     return !agents || (options.attaches() && options.targets[task].host.empty());
 }
 
-std::size_t Clients::count(Task::Phase reached) const {
-    return static_cast<std::size_t>(std::ranges::count(tasks, reached, &Task::phase));
+// All changes of a task's phase: how many are in which is asked for each of them.
+void Clients::move(std::size_t task, Task::Phase reached) {
+    const Task::Phase before = std::exchange(tasks[task].phase, reached);
+    --inPhase[before];
+    ++inPhase[reached];
+    if (!isLocal(task)) return;
+    localStarting += reached == Task::STARTING;
+    localStarting -= before == Task::STARTING;
 }
 
 // Starting reads symbols: more at a time than there are processors makes nothing faster.
 void Clients::startLocal() {
     if (agents && !options.attaches()) return;
     const auto limit = std::max(2u, std::thread::hardware_concurrency());
-    const auto busy = [this] {
-        std::size_t found = 0;
-        for (std::size_t i = 0; i < nextLocal; ++i)
-            found += tasks[i].phase == Task::STARTING && isLocal(i);
-        return found;
-    };
-    for (; phase == STARTING && nextLocal < tasks.size() && busy() < limit; ++nextLocal) {
+    for (; phase == STARTING && nextLocal < tasks.size() && localStarting < limit; ++nextLocal) {
         if (!isLocal(nextLocal)) continue;
-        Task& task = tasks[nextLocal];
-        task.phase = Task::STARTING;
+        move(nextLocal, Task::STARTING);
         const int id = static_cast<int>(nextLocal);
-        task.client =
+        at(id).client =
             std::make_unique<LocalClient>(loop, *this, commonStart().with(id, targetOf(id)));
+        taskOf.emplace(at(id).client->pid(), id);
     }
 }
 
@@ -117,7 +118,7 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
     // The agent looks for it.
     start.common.argv[0] = options.debuggerThere;
     for (const int id : agents->admit(node.host(), found)) {
-        at(id).phase = Task::STARTING;
+        move(static_cast<std::size_t>(id), Task::STARTING);
         at(id).node = &node;
         start.clients.emplace_back(id, targetOf(id));
     }
@@ -129,38 +130,36 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
 
 void Clients::onMissing(int id, const std::string& problem) {
     if (phase != STARTING) return;
-    std::fprintf(stderr, "vex: client %d is left out: %s\n", id, problem.c_str());
-    at(id).phase = Task::STARTING;
+    say("client " + std::to_string(id) + " is left out: " + problem);
+    move(static_cast<std::size_t>(id), Task::STARTING);
     settle(id, Task::ENDED);
 }
 
 void Clients::onLauncherSaid(const std::string& line) {
     const std::string text = "launcher: " + line;
-    if (phase == STARTING) std::fprintf(stderr, "vex: %s\n", text.c_str());
+    if (phase == STARTING) say(text);
     if (phase == RUNNING) owner.announce(text);
 }
 
 void Clients::onLeftBehind(const std::string& launcher, const std::string& remedy) {
-    std::fprintf(stderr, "vex: %s had to be killed, and its job may still run; end that by: %s\n",
-                 launcher.c_str(), remedy.c_str());
+    say(launcher + " had to be killed, and its job may still run; end that by: " + remedy);
 }
 
 // The debugger has prompted, or ended; the first of these is the end of its start.
 void Clients::settle(int id, Task::Phase reached) {
-    const bool wasStarting = std::exchange(at(id).phase, reached) == Task::STARTING;
+    const bool wasStarting = at(id).phase == Task::STARTING;
+    move(static_cast<std::size_t>(id), reached);
     if (!wasStarting) return;
-    ++settled;
     startLocal();
-    if (phase == STARTING && settled == tasks.size()) allStarted();
+    if (phase == STARTING && count(Task::AWAITED) + count(Task::STARTING) == 0) allStarted();
 }
 
 void Clients::allStarted() {
-    std::fputs(startupOutput.report(driver).c_str(), stderr);
+    progress.print(startupOutput.report(driver));
     if (const auto problem = defect()) return fail(*problem);
-    if (const std::string notice = driver.notice(); !notice.empty())
-        std::fprintf(stderr, "vex: %s\n", notice.c_str());
+    if (const std::string notice = driver.notice(); !notice.empty()) say(notice);
     phase = RUNNING;
-    patience.cancel();
+    progress.end();
     forked.begin(static_cast<int>(tasks.size()));
     owner.onAllStarted();
 }
@@ -184,23 +183,28 @@ std::optional<std::string> Clients::defect() const {
     return std::nullopt;
 }
 
-void Clients::sayWhoIsMissing() {
-    patience.after(std::chrono::seconds(10), [this] {
-        if (phase != STARTING) return;
-        if (tasks.empty())
-            std::fprintf(stderr, "vex: the launcher has not started a task yet; Ctrl-C gives up\n");
-        else
-            std::fprintf(stderr, "vex: %zu of %zu debuggers have started; Ctrl-C gives up\n",
-                         count(Task::READY) + count(Task::ENDED), tasks.size());
-        for (const std::string& host : agents ? agents->awaitedHosts() : std::set<std::string>())
-            std::fprintf(stderr, "vex: no answer yet from host %s\n", host.c_str());
-        sayWhoIsMissing();
-    });
+StartProgress::Facts Clients::startFacts() const {
+    StartProgress::Facts facts;
+    facts.started = count(Task::READY) + count(Task::ENDED);
+    facts.expected = tasks.size();
+    facts.awaited = agents ? agents->awaitedHosts() : std::set<std::string>();
+    facts.hosts = !facts.awaited.empty();
+    if (facts.hosts) return facts;
+    // A launcher does not tell where its tasks will be.
+    if (count(Task::STARTING) == 0 && agents) facts.awaited.insert(options.launcherWords[0]);
+    const RemoteNode* last = nullptr;
+    for (const Task& task : tasks) {
+        if (task.phase == Task::STARTING && task.node &&
+            std::exchange(last, task.node) != task.node)
+            facts.awaited.insert(task.node->host());
+    }
+    if (facts.awaited.empty()) facts.awaited.insert(driver.name());
+    return facts;
 }
 
 void Clients::fail(const std::string& problem) {
     if (phase == OVER) return;
-    std::fprintf(stderr, "vex: %s\n", problem.c_str());
+    say(problem);
     owner.onStartFailed();
 }
 
@@ -208,6 +212,7 @@ void Clients::fail(const std::string& problem) {
 DebuggerStart Clients::commonStart() const {
     Driver::Launch launch = ForkedClients::newLaunch(driver, errors.get());
     launch.program = options.program;
+    launch.cachesIndex = options.indexCache;
     DebuggerStart start = DebuggerStart::of(
         driver, launch, {{"VEX_NTASKS", std::to_string(tasks.size())}, {"VEX_JOB", job}},
         options.attaches() ? 1 : 0);
@@ -250,7 +255,7 @@ void Clients::onRuns(int id, bool runs) {
 void Clients::taskEnded(int id) {
     if (phase == STARTING) startupOutput.add(id, "\nthe debugger ended during the start\n");
     if (phase != RUNNING) return settle(id, Task::ENDED);
-    at(id).phase = Task::ENDED;
+    move(static_cast<std::size_t>(id), Task::ENDED);
     forked.taskEnded(id);
     // Of those of a node, the node has counted the errors.
     if (errors && at(id).client) errors->ended(id);
@@ -323,20 +328,17 @@ bool Clients::mayRead(const RemoteNode& node) {
 
 // --- all of them
 
-void Clients::collect() {
-    for (std::size_t i = 0; i < tasks.size(); ++i) {
-        if (tasks[i].client && tasks[i].client->ended()) taskEnded(static_cast<int>(i));
+bool Clients::collect(pid_t child) {
+    const auto found = taskOf.find(child);
+    if (found == taskOf.end()) {
+        forked.collect();
+        if (agents) agents->collect();
+        return false;
     }
-    forked.collect();
-    if (agents) agents->collect();
-}
-
-void Clients::listPids(std::vector<pid_t>& pids) const {
-    for (const Task& task : tasks) {
-        if (task.client) pids.push_back(task.client->pid());
-    }
-    forked.listPids(pids);
-    if (agents) agents->listPids(pids);
+    const int task = found->second;
+    taskOf.erase(found);
+    if (at(task).client->ended()) taskEnded(task);
+    return true;
 }
 
 void Clients::type(int id, const std::string& line) {
@@ -373,7 +375,7 @@ int Clients::livingTasks() const { return static_cast<int>(tasks.size() - count(
 
 void Clients::end() {
     phase = OVER;
-    patience.cancel();
+    progress.end();
     if (agents) agents->stop();
     for (const Task& task : tasks) {
         if (task.client) task.client->release();

@@ -9,20 +9,26 @@
 #include "frontend/launch/remotenode.h"
 #include "frontend/session/forkedclients.h"
 #include "frontend/session/options.h"
+#include "frontend/session/startprogress.h"
 #include "frontend/session/startupoutput.h"
 
+#include <array>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <unordered_map>
 #include <vector>
 
 /// The debuggers of a session, one for each client: starts those of the tasks here, through a
 /// launcher or where the tasks run, leaves those of forked processes to ForkedClients, and carries
 /// what they print. Tells on the standard error what goes wrong at the start. One thread.
-class Clients : public Client::Listener, private LaunchedJob::Owner, private RemoteNode::Owner {
+class Clients : public Client::Listener,
+                private LaunchedJob::Owner,
+                private RemoteNode::Owner,
+                private StartProgress::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
     class Owner : public ForkedClients::Owner {
@@ -50,10 +56,11 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     ~Clients() override;
 
     void start();
-    /// Looks what has ended; call it on SIGCHLD.
-    void collect();
-    /// Adds the ids of the processes that are waited for here.
-    void listPids(std::vector<pid_t>& pids) const;
+    /// Tells the user something about the session's start or its end.
+    void say(const std::string& sentence) { progress.say(sentence); }
+    /// A child of this process has ended, and was not reaped: does so, and gives true, when it is
+    /// the debugger of a task.
+    bool collect(pid_t child);
 
     /// Of a client of this machine.
     void type(int client, const std::string& line);
@@ -99,17 +106,19 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     const std::string job; // names this session in the environment of what it starts
     Owner& owner;
     Phase phase = STARTING;
-    std::deque<Task> tasks;              // by their numbers; they stay where they are
-    std::unique_ptr<LaunchedJob> agents; // null: all debuggers are this machine's
+    std::deque<Task> tasks; // by their numbers; they stay where they are
+    std::array<std::size_t, Task::ENDED + 1> inPhase{}; // how many tasks are in each phase
+    std::size_t localStarting = 0;                      // of them are this machine's and STARTING
+    std::unordered_map<pid_t, int> taskOf;              // of a debugger of this machine that runs
+    std::unique_ptr<LaunchedJob> agents;                // null: all debuggers are this machine's
     std::vector<std::unique_ptr<RemoteNode>> nodes;
-    std::size_t settled = 0;   // tasks whose start is over
     std::size_t nextLocal = 0; // the task to be started next, if it is a local one
     bool attached = false;     // a debugger holds a task that ran before
     bool errorsUntold = false; // a node's debuggers cannot tell their errors
     StartupOutput startupOutput;
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
     ForkedClients forked;
-    Timer patience; // of the user, at the start
+    StartProgress progress;
 
     bool isTask(int client) const { return static_cast<std::size_t>(client) < tasks.size(); }
     Task& at(int task) { return tasks[static_cast<std::size_t>(task)]; }
@@ -117,11 +126,11 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     Client& of(int client) const {
         return isTask(client) ? *at(client).client : forked.client(client);
     }
-    std::size_t count(Task::Phase reached) const;
+    std::size_t count(Task::Phase reached) const { return inPhase[reached]; }
+    void move(std::size_t task, Task::Phase reached);
     bool isLocal(std::size_t task) const;
     void callAgents();
     void startLocal();
-    void sayWhoIsMissing();
     void allStarted();
     std::optional<std::string> defect() const;
     void fail(const std::string& problem);
@@ -143,6 +152,9 @@ class Clients : public Client::Listener, private LaunchedJob::Owner, private Rem
     void onLauncherSaid(const std::string& line) override;
     void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }
+
+    // StartProgress::Owner
+    StartProgress::Facts startFacts() const override;
 
     // RemoteNode::Owner
     void onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& found) override;

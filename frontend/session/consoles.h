@@ -50,7 +50,7 @@ class Consoles : public ConsoleLink::Owner {
     /// Whether so much waits for the console that no more should be produced.
     bool congested(int console) const;
     bool contains(int console) const { return links.contains(console); }
-    /// Whether there is none, not even one that is being closed.
+    /// Whether there is no console, neither open nor being closed.
     bool empty() const { return links.empty(); }
     /// How many are open: a console that has closed its end counts no more, though what it sent may
     /// be unread.

@@ -1,11 +1,18 @@
 #include "frontend/session/controlserver.h"
 
+#include "common/wholenumber.h"
+
 #include <algorithm>
-#include <cstdlib>
+#include <chrono>
+#include <string_view>
 
 ControlServer::ControlServer(EventLoop& eventLoop, Channel first, const Descriptor& entrance,
                              Owner& whose)
-    : owner(whose), loop(eventLoop), listener(entrance), door(eventLoop, entrance.get()) {
+    : owner(whose),
+      loop(eventLoop),
+      listener(entrance),
+      door(eventLoop, entrance.get()),
+      pause(eventLoop) {
     add(0, std::move(first));
     lines[0]->attends = true;
     listen();
@@ -20,8 +27,12 @@ int ControlServer::present() const {
 
 void ControlServer::listen() {
     door.whenReadable([this] {
-        if (auto channel = Channel::accept(listener)) add(++lastNumber, std::move(*channel));
-        listen();
+        if (auto channel = Channel::accept(listener)) {
+            add(++lastNumber, std::move(*channel));
+            return listen();
+        }
+        // A peer that cannot be accepted, for want of descriptors, goes on asking.
+        pause.after(std::chrono::milliseconds(100), [this] { listen(); });
     });
 }
 
@@ -58,7 +69,8 @@ void ControlServer::act(int id, const std::string& text) {
     } else if (text == "give up") {
         if (id == 0) owner.onGiveUp();
     } else if (text.starts_with("end ")) {
-        owner.onEnd(std::atoi(text.c_str() + 4));
+        const auto status = wholeNumber<int>(std::string_view(text).substr(4));
+        if (status) owner.onEnd(*status);
     } else if (text == "facts") {
         line.channel.say(owner.facts());
     }

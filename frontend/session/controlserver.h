@@ -58,6 +58,7 @@ class ControlServer {
     EventLoop& loop;
     const Descriptor& listener;
     Stream door;
+    Timer pause; // after a peer that could not be accepted
     std::map<int, std::unique_ptr<Line>> lines;
     int lastNumber = 0; // of a line; that of the first foreground is 0
 

@@ -5,7 +5,6 @@
 #include "backend/wire/rendezvous.h"
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -38,6 +37,7 @@ Driver::Launch ForkedClients::newLaunch(const Driver& driver, const ErrorWatch* 
 
 DebuggerStart ForkedClients::startOf(pid_t process) const {
     Driver::Launch launch = newLaunch(driver, errors);
+    launch.cachesIndex = options.indexCache;
     launch.owned = !options.attaches();
     DebuggerStart start = DebuggerStart::of(driver, launch, {}, process);
     start.client = nextNumber();
@@ -46,14 +46,20 @@ DebuggerStart ForkedClients::startOf(pid_t process) const {
 }
 
 // Why there cannot be another debugger; nothing when there can.
-std::optional<std::string> ForkedClients::refusal(const Limits::Facts& facts) const {
+std::optional<std::string> ForkedClients::refusal(bool here) const {
     const auto running =
         owner.livingTasks() + static_cast<int>(std::ranges::count_if(clients, &Fork::alive));
-    return Limits::refusal(running + 1, facts, running);
+    Limits::Need need{.tasks = running + 1};
+    if (here) {
+        need.here = running + 1;
+        need.started = running;
+        need.debugger = Limits::memoryOf(options.debugger);
+    }
+    return Limits::refusal(need, Limits::facts());
 }
 
 int ForkedClients::adopt(const Forks::Child& child) {
-    if (const auto problem = refusal(Limits::facts())) throw std::runtime_error(*problem);
+    if (const auto problem = refusal(true)) throw std::runtime_error(*problem);
     const int number = nextNumber();
     auto client = std::make_unique<LocalClient>(loop, *this, startOf(child.pid));
     Fork fork;
@@ -64,9 +70,7 @@ int ForkedClients::adopt(const Forks::Child& child) {
 }
 
 void ForkedClients::add(const Forks::Child& child, RemoteNode& node) {
-    Limits::Facts facts = Limits::facts();
-    facts.terminals = std::numeric_limits<long>::max(); // the agent's machine has them
-    if (const auto problem = refusal(facts)) {
+    if (const auto problem = refusal(false)) {
         owner.tellOfClient(child.parent, "forked process " + std::to_string(child.pid) +
                                              " runs on without a debugger: " + *problem);
         return node.leaveFork({child.parent, child.pid});
@@ -167,12 +171,6 @@ void ForkedClients::collect() {
     for (std::size_t i = 0; i < clients.size(); ++i) {
         if (clients[i].client && clients[i].client->ended())
             ended(firstNumber + static_cast<int>(i));
-    }
-}
-
-void ForkedClients::listPids(std::vector<pid_t>& pids) const {
-    for (const Fork& fork : clients) {
-        if (fork.client) pids.push_back(fork.client->pid());
     }
 }
 

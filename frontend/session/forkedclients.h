@@ -67,8 +67,6 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
 
     /// Looks whose debuggers have ended.
     void collect();
-    /// Adds the ids of the debuggers' processes.
-    void listPids(std::vector<pid_t>& pids) const;
     void resume();
     /// Of this machine.
     Client& client(int number) const { return *at(number).client; }
@@ -126,7 +124,7 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     }
     int nextNumber() const { return firstNumber + static_cast<int>(clients.size()); }
     DebuggerStart startOf(pid_t process) const;
-    std::optional<std::string> refusal(const Limits::Facts& facts) const;
+    std::optional<std::string> refusal(bool here) const;
     void onFirstPrompt(int number, bool holds);
     void join(int number);
 

@@ -28,6 +28,9 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     app.add_option("--forks", forks,
                    "Whether processes that the tasks fork become clients: yes or no")
         ->default_str("yes");
+    app.add_option("--index-cache", indexCache,
+                   "Whether gdb keeps an index of the program's symbols for the next: yes or no")
+        ->default_str("yes");
     app.add_option("--console", console,
                    "The console program (default: the vexconsole beside vex, else in PATH)");
     app.add_option("--attach", attach, "Attach to these running processes: PID,PID,...")
@@ -42,6 +45,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                    "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
         ->check(CLI::Range(1, maxPid))
         ->excludes(number);
+    app.add_flag("--partial", partial, "With --mpi: go on although tasks of the job are missing");
     CLI::Option* launcher =
         app.add_option("--launch", launch,
                        "Let this command line start the tasks: 'mpirun -np 4', 'srun -n 4', ssh")

@@ -15,6 +15,8 @@ struct Options {
     std::string attachConfig;
     /// The launcher of a parallel job that runs already; 0: none.
     pid_t mpiLauncher = 0;
+    /// Whether to go on without asking when tasks of that job are missing.
+    bool partial = false;
     /// The command line of the launcher that shall start the tasks; empty: none.
     std::string launch;
     /// The file that names the hosts to start the launcher for; empty: it starts all tasks.
@@ -34,6 +36,8 @@ struct Options {
     std::string debuggerThere = "gdb";
     /// Whether processes that the tasks fork are debugged, too.
     bool forks = true;
+    /// Whether debuggers keep an index of a program's symbols for those that come after them.
+    bool indexCache = true;
     /// How many consoles a session has at most.
     std::size_t consoles = 32;
     /// Whether a person sits at the first console: the session then lives on without consoles.

@@ -33,8 +33,8 @@ class Session {
     /// The next connection; null when nobody waits, or when the peer is neither this user nor root.
     std::unique_ptr<UnixSocket> accept();
 
-    /// In a process that shares this session with one that serves it: no longer listens, but keeps
-    /// the number taken and removes the file.
+    /// For a process that shares this session with its server: no longer listens, but keeps the
+    /// number taken and removes the file.
     void stopListening();
     /// In a process that has nothing to do with this session any more: leaves all to the others.
     void abandon();

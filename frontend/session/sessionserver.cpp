@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <sstream>
+#include <sys/wait.h>
 
 namespace {
 
@@ -47,15 +48,31 @@ int SessionServer::run() {
         clients.start();
         loop.run();
     } catch (...) {
-        // Debuggers let go of their tasks as at any other end.
-        end(1);
-        loop.run();
+        takeDown();
         throw;
     }
     const auto verdict = clients.verdict();
     if (status != 0 || !verdict) return status;
-    std::fprintf(stderr, "vex: %s\n", verdict->c_str());
+    clients.say(*verdict);
     return ExitStatus::refused;
+}
+
+// After a fault, debuggers let go of their tasks as at any other end. The user hears of that fault,
+// not of those that follow it. When it faults again and again, the guardian does the rest.
+void SessionServer::takeDown() {
+    constexpr int maxFaults = 10;
+    try {
+        end(1);
+    } catch (...) {
+        detachment.begin();
+    }
+    for (int faults = 0; faults < maxFaults; ++faults) {
+        try {
+            return loop.run();
+        } catch (...) {
+            continue;
+        }
+    }
 }
 
 // --- the world outside
@@ -77,18 +94,17 @@ void SessionServer::onSignal(int number) {
 // The user does not want to wait any longer for the start.
 void SessionServer::onGiveUp() {
     if (phase != STARTING) return;
-    std::fprintf(stderr, "vex: the start was given up\n");
+    clients.say("the start was given up");
     end(1);
 }
 
 void SessionServer::onChild() {
-    clients.collect();
-    programs.collect();
-    std::vector<pid_t> known;
-    clients.listPids(known);
-    programs.listPids(known);
-    std::sort(known.begin(), known.end());
-    ProcessTree::reapStrangers(known);
+    while (const auto child = ProcessTree::endedChild()) {
+        if (!clients.collect(*child)) programs.collect();
+        // What its owner has reaped is none of this process any more. The others are strangers:
+        // what debuggers leave behind comes here.
+        ::waitpid(*child, nullptr, WNOHANG);
+    }
     detachment.look();
 }
 
@@ -133,7 +149,7 @@ std::string SessionServer::onConsoleEnded(bool first, ControlServer::Leave how) 
     if (first && how == ControlServer::VANISHED) {
         end(128 + SIGKILL);
     } else if (first && how == ControlServer::LEFT && !consoles.met()) {
-        std::fprintf(stderr, "vex: the console ended before it was connected\n");
+        clients.say("the console ended before it was connected");
         end(1);
     } else {
         endIfDeserted();

@@ -126,5 +126,6 @@ class SessionServer : private Switchboard::Outlet,
     void endIfDeserted();
     void resumeReading();
 
+    void takeDown();
     void end(int exitStatus);
 };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -26,13 +27,14 @@ std::string StartupOutput::report(const Driver& driver) const {
         said.emplace_back(clients, text);
     std::ranges::stable_sort(said, {}, [](const auto& each) { return each.first.front(); });
     std::vector<std::pair<std::string, ClientSet>> lines; // in the order of the clients
+    std::unordered_map<std::string, std::size_t> places;  // in those
     for (const auto& [whose, text] : said) {
         std::istringstream in(text);
         for (std::string line; std::getline(in, line);) {
             if (driver.isGreeting(line)) continue;
-            auto at = std::ranges::find(lines, line, &std::pair<std::string, ClientSet>::first);
-            if (at == lines.end()) at = lines.insert(at, {line, {}});
-            at->second.insert(whose);
+            const auto [at, isNew] = places.try_emplace(line, lines.size());
+            if (isNew) lines.emplace_back(line, ClientSet());
+            lines[at->second].second.insert(whose);
         }
     }
     std::string report;

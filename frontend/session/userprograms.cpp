@@ -63,50 +63,50 @@ void UserPrograms::begin(int client, Start what) {
     Pipe input, output;
     Pipe::unblock(input.writer);
     Pipe::unblock(output.reader);
-    const auto helper = std::make_shared<Running>(loop);
-    running[client] = helper;
+    const auto program = std::make_shared<Running>(loop);
+    running[client] = program;
     ChildProcess::Start start;
     start.argv = {"/bin/sh", "-c", what.command};
     start.environment = std::move(what.environment);
     start.input = input.reader.get();
     start.output = output.writer.get();
-    helper->process.start(start);
-    helper->toWrite = std::move(what.input);
-    helper->fromIt = std::move(output.reader);
-    helper->toIt = std::move(input.writer);
-    helper->output.watch(helper->fromIt.get());
-    helper->input.watch(helper->toIt.get());
-    waitToRead(client, helper);
-    waitToWrite(helper);
+    program->process.start(start);
+    program->toWrite = std::move(what.input);
+    program->fromIt = std::move(output.reader);
+    program->toIt = std::move(input.writer);
+    program->output.watch(program->fromIt.get());
+    program->input.watch(program->toIt.get());
+    waitToRead(client, program);
+    waitToWrite(program);
 }
 
-void UserPrograms::waitToRead(int client, const std::shared_ptr<Running>& helper) {
-    helper->output.whenReadable([this, client, helper] {
+void UserPrograms::waitToRead(int client, const std::shared_ptr<Running>& program) {
+    program->output.whenReadable([this, client, program] {
         if (!owner.mayReadProgram(client))
-            helper->paused = true;
-        else if (readSome(client, *helper) && helper->output.watching())
-            waitToRead(client, helper);
+            program->paused = true;
+        else if (readSome(client, *program) && program->output.watching())
+            waitToRead(client, program);
     });
 }
 
-void UserPrograms::waitToWrite(const std::shared_ptr<Running>& helper) {
-    helper->input.whenWritable([this, helper] {
-        std::string& text = helper->toWrite;
-        const ssize_t put = ::write(helper->toIt.get(), text.data(), text.size());
+void UserPrograms::waitToWrite(const std::shared_ptr<Running>& program) {
+    program->input.whenWritable([this, program] {
+        std::string& text = program->toWrite;
+        const ssize_t put = ::write(program->toIt.get(), text.data(), text.size());
         if (put > 0) text.erase(0, static_cast<std::size_t>(put));
         // A program that has read enough ("head") closes its end.
         const bool broken = put == -1 && errno != EAGAIN && errno != EINTR;
         if (text.empty() || broken)
-            helper->closeInput();
+            program->closeInput();
         else
-            waitToWrite(helper);
+            waitToWrite(program);
     });
 }
 
 // Reads what is there at the moment, once; false when no more will come.
-bool UserPrograms::readSome(int client, Running& helper) {
+bool UserPrograms::readSome(int client, Running& program) {
     std::array<char, 65536> buffer;
-    const ssize_t got = ::read(helper.fromIt.get(), buffer.data(), buffer.size());
+    const ssize_t got = ::read(program.fromIt.get(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
     owner.onProgramOutput(client, {buffer.data(), static_cast<std::size_t>(got)});
     return true;
@@ -116,42 +116,37 @@ void UserPrograms::stop(int client) {
     std::erase_if(waiting, [client](const Waiting& each) { return each.client == client; });
     const auto found = running.find(client);
     if (found == running.end()) return;
-    const auto helper = found->second;
+    const auto program = found->second;
     running.erase(found);
-    if (helper->process.running()) ::kill(-helper->process.pid(), SIGKILL);
-    helper->output.release();
-    helper->fromIt.reset();
-    helper->closeInput();
+    if (program->process.running()) ::kill(-program->process.pid(), SIGKILL);
+    program->output.release();
+    program->fromIt.reset();
+    program->closeInput();
     loop.post([this] { startNext(); });
 }
 
 void UserPrograms::resume() {
-    for (const auto& [client, helper] : running) {
-        if (std::exchange(helper->paused, false)) waitToRead(client, helper);
+    for (const auto& [client, program] : running) {
+        if (std::exchange(program->paused, false)) waitToRead(client, program);
     }
 }
 
 void UserPrograms::collect() {
     std::vector<int> over;
-    for (const auto& [client, helper] : running) {
-        if (helper->process.poll() == ChildProcess::ENDED) over.push_back(client);
+    for (const auto& [client, program] : running) {
+        if (program->process.poll() == ChildProcess::ENDED) over.push_back(client);
     }
     for (const int client : over) {
         const auto found = running.find(client);
         if (found == running.end()) continue;
-        const auto helper = found->second;
+        const auto program = found->second;
         // The owner may stop it when it hears its output.
-        drain(helper->fromIt.get(), [this, client, &helper] {
-            return helper->output.watching() && readSome(client, *helper);
+        drain(program->fromIt.get(), [this, client, &program] {
+            return program->output.watching() && readSome(client, *program);
         });
         stop(client);
-        const int status = helper->process.status();
+        const int status = program->process.status();
         owner.onProgramEnded(
             client, status == 0 ? "" : ChildProcess::describe(status, "was ended by a signal: "));
     }
-}
-
-void UserPrograms::listPids(std::vector<pid_t>& pids) const {
-    for (const auto& [client, helper] : running)
-        pids.push_back(helper->process.pid());
 }

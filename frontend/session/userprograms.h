@@ -49,8 +49,6 @@ class UserPrograms {
     void resume();
     /// Looks which have ended; call it on SIGCHLD.
     void collect();
-    /// Adds the ids of the processes.
-    void listPids(std::vector<pid_t>& pids) const;
 
   private:
     struct Running;
@@ -67,7 +65,7 @@ class UserPrograms {
 
     void startNext();
     void begin(int client, Start what);
-    void waitToRead(int client, const std::shared_ptr<Running>& helper);
-    void waitToWrite(const std::shared_ptr<Running>& helper);
-    bool readSome(int client, Running& helper);
+    void waitToRead(int client, const std::shared_ptr<Running>& program);
+    void waitToWrite(const std::shared_ptr<Running>& program);
+    bool readSome(int client, Running& program);
 };

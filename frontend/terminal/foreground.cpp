@@ -1,15 +1,17 @@
 #include "frontend/terminal/foreground.h"
 
 #include "backend/os/pipe.h"
+#include "common/wholenumber.h"
 #include "frontend/session/exitstatus.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sstream>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -153,7 +155,11 @@ void Foreground::waitToHear() {
 
 // "goes on" or "is full", and how many consoles the session has.
 void Foreground::onText(const std::string& text) {
-    const int consoles = std::atoi(text.c_str() + std::strlen("goes on "));
+    const std::string_view number =
+        std::string_view(text).substr(std::min(text.size(), std::string_view("goes on ").size()));
+    const auto found = wholeNumber<int>(number);
+    if (!found) return;
+    const int consoles = *found;
     const std::string name = "session " + std::to_string(start.session);
     if (text.starts_with("is full ")) {
         say(name + " has its " + std::to_string(consoles) +

@@ -229,4 +229,57 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
     if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
 }
 
+TEST_F(AttachTest, HalfAJobIsDebuggedOnlyWhenItsUserSaysSo) {
+    const std::string launcher =
+        script("launcher", "#!/bin/sh\nexport OMPI_COMM_WORLD_SIZE=4 PMIX_NAMESPACE=job-$$@1\n"
+                           "for rank in 0 2; do OMPI_COMM_WORLD_RANK=$rank " +
+                               program("steadily") + " & done\nwait\n");
+    Terminal job({{launcher}});
+    ASSERT_TRUE(eventually([&] { return tasksOf(job.pid(), "steadily").size() == 2; }));
+    const Lines mpi{"--mpi", std::to_string(job.pid())};
+    const std::string missing = "vex: ranks 1 3 of 4 are missing: no process of yours on this host "
+                                "has them, and the launcher does not tell of another host\n";
+    const std::string question = "vex: go on with the 2 that were found? (y/n) ";
+
+    Lines partial = mpi;
+    partial.push_back("--partial");
+    Peer console(beginWith(partial));
+    vex->until(missing);
+    EXPECT_EQ(console.command("print 1"), (Lines{"0:1 | $1 = 1", "READY"}));
+    quit(console);
+
+    const std::string consoleProgram = folder.path("console");
+    const auto ask = [&](const std::string& keys) {
+        std::filesystem::remove(folder.path("session"));
+        launch({"--console", consoleProgram, mpi[0], mpi[1]});
+        vex->until(missing + question);
+        vex->type(keys);
+    };
+    const auto terminalIsAsFound = [this] {
+        return vex->settings().c_lflag == vex->initialSettings().c_lflag;
+    };
+    for (const char* key : {"n", "\003"}) {
+        ask(key);
+        vex->until("n\nvex: the start was given up\n");
+        EXPECT_EQ(vex->exitStatus(), 1);
+        EXPECT_TRUE(terminalIsAsFound());
+    }
+    ask("");
+    vex->signal(SIGTERM);
+    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
+    EXPECT_TRUE(terminalIsAsFound());
+    ask("y");
+    await("session");
+    EXPECT_TRUE(terminalIsAsFound());
+    vex->signal(SIGTERM);
+    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
+
+    input = "print 1\n";
+    launch({mpi[0], mpi[1]});
+    vex->until(missing + "vex: to go on with the 2 that were found: --partial\n");
+    EXPECT_EQ(vex->exitStatus(), 1);
+    for (const pid_t task : tasksOf(job.pid(), "steadily"))
+        EXPECT_EQ(Tracing::tracerOf(task), 0);
+}
+
 } // namespace

@@ -317,7 +317,7 @@ TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
     const std::string shouting = script("shouting", "#!/bin/sh\necho no slots for you\nexit 3\n");
     const std::string hosts = folder.write("hosts", "node1\n");
     const std::string big =
-        script("big", "#!/bin/sh\nOMPI_COMM_WORLD_RANK=0 OMPI_COMM_WORLD_SIZE=4097 \"$@\"\n");
+        script("big", "#!/bin/sh\nOMPI_COMM_WORLD_RANK=0 OMPI_COMM_WORLD_SIZE=131073 \"$@\"\n");
     const struct {
         Lines arguments;
         Lines texts;
@@ -329,7 +329,7 @@ TEST_F(LaunchTest, FailuresSayWhyAndWhatToDo) {
         {{"--launch", shouting, "--hosts", hosts},
          {"launcher: node1: no slots for you", "for host node1 ended with status 3"}},
         {{"--launch", "env"}, {"does not tell its tasks their ranks"}},
-        {{"--launch", big}, {"the job has 4097 tasks; a session has 1 to 4096 of them."}},
+        {{"--launch", big}, {"the job has 131073 tasks; a session has 1 to 131072 of them."}},
         {{"--launch", fakeSsh()}, {"ssh needs the hosts of the tasks: --hosts FILE"}},
         {{"--launch", "env", "--hosts", folder.path("none")}, {"cannot read the host file"}},
         {{"--debugger", "nosuchdebugger", "--launch", "env PMI_RANK=0 PMI_SIZE=1"},

@@ -217,7 +217,7 @@ TEST_F(VexTest, SaysWhatIsWrongAndWhatToDo) {
         const char* message;
     } cases[] = {
         {{}, "program"},
-        {{"-n", "0", "true"}, "4096"},
+        {{"-n", "0", "true"}, "131072"},
         {{"-n", "2", "./nosuch"}, "cannot find the program './nosuch': No such file or directory"},
         {{"nosuch-program"}, "neither here nor in PATH"},
         {{text}, "chmod +x"},

@@ -10,18 +10,44 @@
 namespace {
 
 TEST(Limits, SaysWhatIsTooMuchAndWhatToDo) {
-    const auto refusal = [](int tasks, const Limits::Facts& facts) {
-        return Limits::refusal(tasks, facts).value_or("");
+    constexpr auto any = RLIM_INFINITY;
+    constexpr std::uint64_t mega = 1 << 20;
+    const std::string pty = " are free here. The administrator can allow more: sudo sysctl "
+                            "kernel.pty.max=";
+    const std::string files = " are allowed here (ulimit -Hn). The administrator can allow more: "
+                              "sudo prlimit --pid $$ --nofile=";
+    const std::string processes = "2 tasks need 4 processes, and only 3 more are allowed here "
+                                  "(ulimit -u). ";
+    const struct {
+        Limits::Need need;
+        Limits::Facts facts; // descriptors, terminals free and used, processes, memory
+        std::string text;
+    } cases[] = {
+        {{320, 320}, {1024, 4096}, ""},
+        {{321, 321},
+         {1024, 4096},
+         "321 tasks need 1027 open files, and only 1024" + files + "1027"},
+        {{960, 0}, {1024, 0}, ""},
+        {{961, 0}, {1024, 0}, "961 tasks need 1025 open files, and only 1024" + files + "1025"},
+        {{131072, 131072}, {any, 262144}, ""},
+        {{2049, 2049},
+         {any, 4096, 7},
+         "2049 tasks need 4098 pseudo-terminals, and only 4096" + pty + "4105"},
+        {{1, 1}, {1024, 0}, "1 task needs 2 pseudo-terminals, and only 0" + pty + "2"},
+        {{9, 8, 8}, {1024, 0}, ""},
+        {{2, 2}, {any, 4, 0, 4}, ""},
+        {{2, 2}, {any, 4, 0, 3, 50, 54}, processes + "Allow more: ulimit -u 54"},
+        {{2, 2},
+         {any, 4, 0, 3, 50, 53},
+         processes + "The administrator can allow more: sudo prlimit --pid $$ --nproc=54"},
+        {{3, 2, 0, 5 * mega}, {any, 4, 0, any, 0, any, 10 * mega}, ""},
+        {{3, 2, 0, 5 * mega},
+         {any, 4, 0, any, 0, any, 9 * mega},
+         "3 tasks need at least 10 MB of memory for debuggers, and only 9 MB are free here. Let a "
+         "launcher spread them over more hosts: vex --launch"},
     };
-    const std::string pty = ". The administrator can allow more: sysctl kernel.pty.max";
-    EXPECT_EQ(refusal(320, {1024, 4096}), "");
-    EXPECT_EQ(refusal(321, {1024, 4096}),
-              "321 tasks need 1027 open files, and only 1024 are allowed here (ulimit -Hn).");
-    EXPECT_EQ(refusal(2048, {RLIM_INFINITY, 4096}), "");
-    EXPECT_EQ(refusal(2049, {RLIM_INFINITY, 4096}),
-              "2049 tasks need 4098 pseudo-terminals, and only 4096 are free here" + pty);
-    EXPECT_EQ(refusal(1, {1024, 0}),
-              "1 tasks need 2 pseudo-terminals, and only 0 are free here" + pty);
+    for (const auto& each : cases)
+        EXPECT_EQ(Limits::refusal(each.need, each.facts).value_or(""), each.text);
 }
 
 TEST(SendQueue, SharesLongPiecesWithOtherQueues) {

@@ -129,6 +129,7 @@ std::vector<AgentRecord> records() {
     using namespace NodeRecords;
     DebuggerStart common;
     common.argv = {"gdb", "", "two words"};
+    common.indexCacheWords = {"-iex", "set index-cache directory "};
     common.environment = {{"A", "1"}, {"B", ""}};
     common.prompt = "\001x\n";
     common.terminal = common.inputTerminal = common.process = common.dialect = "x";
