@@ -123,6 +123,12 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
     EXPECT_EQ(console.command("python print(gdb.selected_inferior().pid)"),
               (Lines{"0 | " + walkers[0].number(), "1 | " + walkers[1].number(),
                      "2 | " + walkers[2].number(), "READY"}));
+    // The tasks' code lies at different addresses; those of data are shown.
+    vex->until("without their code addresses");
+    console.command("break step");
+    console.command("continue");
+    const Lines stack = console.command("where 2");
+    EXPECT_TRUE(stack.at(1).starts_with("0 | #1  main (argc=1, argv=0x")) << stack.at(1);
     EXPECT_TRUE(
         console.command("vex who")[2].ends_with("pid " + walkers[2].number() + "  steadily"));
     quit(console);
