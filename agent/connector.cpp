@@ -21,7 +21,6 @@ Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello i
       again(loop),
       stream(loop) {
     hello.host = ThisMachine::hostName();
-    hello.pid = ::getpid();
     std::optional<SocketAddress> address;
     if (!where.socketName.empty() && (address = SocketAddress::abstract(where.socketName)))
         candidates.push_back(*address);

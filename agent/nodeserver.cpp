@@ -1,22 +1,14 @@
 #include "agent/nodeserver.h"
 
 #include "backend/clients/identity.h"
-#include "backend/os/executables.h"
 #include "backend/os/processtree.h"
-#include "backend/os/tracing.h"
 #include "common/brokenconnection.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <stdexcept>
-#include <unistd.h>
 #include <utility>
 
-NodeServer::NodeServer(EventLoop& eventLoop, const Rendezvous& where,
-                       std::vector<NodeRecords::Task> found, Owner& whose)
+NodeServer::NodeServer(EventLoop& eventLoop, const Rendezvous& where, Owner& whose)
     : loop(eventLoop),
-      tasks(std::move(found)),
       owner(whose),
       timer(loop),
       connector(std::make_unique<Connector>(loop, where, AgentHello(),
@@ -31,7 +23,17 @@ NodeServer::~NodeServer() {
 void NodeServer::onConnected(std::shared_ptr<AgentLink> connected) {
     link = std::move(connected);
     link->setHandler(this, AgentRecord::maxFrame);
-    link->send(NodeRecords::tasks(tasks));
+    tellTasks();
+}
+
+void NodeServer::add(const NodeRecords::Task& task) {
+    tasks.push_back(task);
+    // Together with others that come at this moment.
+    if (tasks.size() == 1) loop.post([this] { tellTasks(); });
+}
+
+void NodeServer::tellTasks() {
+    if (link && !tasks.empty()) link->send(NodeRecords::tasks(std::exchange(tasks, {})));
 }
 
 void NodeServer::onClosed() {
@@ -56,7 +58,7 @@ void NodeServer::onRecord(const AgentRecord& record) {
         break;
     case AgentRecord::RELEASE:
         for (const int id : NodeRecords::clientsOf(record, node->clients())) {
-            if (const auto& client = debuggers[id].client) client->release();
+            release(id);
         }
         break;
     case AgentRecord::LEAVEFORK: {
@@ -79,45 +81,44 @@ void NodeServer::start(const NodeRecords::Start& wanted) {
         driver = makeDriver(common.dialect, attach);
         node.emplace(*driver, common.errorMark, static_cast<ServedNode::Outlet&>(*this));
     }
-    std::string problem;
-    if (!common.folder.empty() && ::chdir(common.folder.c_str()) == -1)
-        problem = "cannot go to the directory " + common.folder +
-                  " there: " + std::strerror(errno) + "\n";
     for (const auto& [id, process] : wanted.clients) {
         if (debuggers.contains(id)) throw BrokenConnection();
-        startOne(common.with(id, process), problem);
+        const DebuggerStart one = common.with(id, process);
+        Debugger& debugger = debuggers[id];
+        debugger.wanted = one;
+        debugger.target = process;
+        debugger.forked = offered.erase(process) > 0;
+        node->add(id, !debugger.forked);
+        owner.onStart(one, debugger.forked);
     }
     wait();
 }
 
-void NodeServer::startOne(DebuggerStart start, const std::string& problem) {
-    const int id = start.client;
-    Debugger& debugger = debuggers[id];
-    debugger.forked = offered.erase(start.attach) > 0;
-    // The launcher may have left the task a descriptor to talk to it by.
-    start.inherits = start.attach == 0;
-    if (start.throughShells) start.attach = ProcessTree::programOf(start.attach);
-    debugger.target = start.attach;
-    if (!debugger.forked) attaching = start.attach != 0;
-    node->add(id, !debugger.forked);
-    if (!problem.empty()) node->output(id, problem, Clock::now());
-    owner.onStart(start);
-    try {
-        if (debugger.target != 0)
-            Tracing::checkAttach(debugger.target);
-        else if (!Tracing::works())
-            throw std::runtime_error("tracing processes (ptrace) is refused there");
-        start.argv.at(0) = Executables::debugger(start.argv.at(0));
-        debugger.client = std::make_unique<LocalClient>(loop, *this, start);
-    } catch (const std::exception& error) {
-        const Clock::time_point now = Clock::now();
-        node->output(id, std::string("cannot start the debugger: ") + error.what() + "\n", now);
-        if (debugger.forked && ProcessTree::parentOf(debugger.target) != 0)
-            tell(id, "forked process " + std::to_string(debugger.target) +
-                         " runs on without a debugger: " + error.what());
-        node->ended(id, now);
-        owner.onEnded(id);
-    }
+void NodeServer::started(int id, std::unique_ptr<DebuggerProcess> process, pid_t target,
+                         const std::string& notice) {
+    Debugger& debugger = debuggers.at(id);
+    if (!notice.empty()) node->output(id, notice, Clock::now());
+    debugger.wanted->attach = debugger.target = target;
+    debugger.client =
+        std::make_unique<LocalClient>(loop, *this, *debugger.wanted, std::move(process));
+    debugger.wanted.reset();
+    wait();
+}
+
+void NodeServer::failed(int id, const std::string& notice, const std::string& problem) {
+    Debugger& debugger = debuggers.at(id);
+    node->output(id, notice + "cannot start the debugger: " + problem + "\n", Clock::now());
+    if (debugger.forked && ProcessTree::parentOf(debugger.target) != 0)
+        tell(id, "forked process " + std::to_string(debugger.target) +
+                     " runs on without a debugger: " + problem);
+    end(id, debugger);
+}
+
+void NodeServer::end(int id, Debugger& debugger) {
+    debugger.ended = true;
+    node->ended(id, Clock::now());
+    wait();
+    owner.onEnded(id);
 }
 
 void NodeServer::tellIdentities(const ClientSet& clients) {
@@ -159,45 +160,31 @@ bool NodeServer::mayRead(int /*client*/) { return !link || !link->congested(); }
 
 void NodeServer::onPrompt(int id) {
     const Debugger& debugger = debuggers[id];
-    const bool holds = debugger.target != 0 && node->starting(id) && debugger.client->holds();
-    if (debugger.target != 0 && node->starting(id)) {
-        if (!holds && debugger.forked && ProcessTree::parentOf(debugger.target) != 0)
-            tell(id, "forked process " + std::to_string(debugger.target) +
-                         " runs on without a debugger: the debugger could not attach");
-        owner.onAttachDone(id);
-    }
+    const bool first = node->starting(id);
+    const bool holds = debugger.target != 0 && first && debugger.client->holds();
+    if (debugger.forked && first && !holds && ProcessTree::parentOf(debugger.target) != 0)
+        tell(id, "forked process " + std::to_string(debugger.target) +
+                     " runs on without a debugger: the debugger could not attach");
     node->prompted(id, holds, Clock::now());
     wait();
+    if (first) owner.onPrompted(id);
 }
 
-bool NodeServer::collect() {
-    bool some = false;
-    for (auto& [id, debugger] : debuggers) {
-        if (!debugger.client || !debugger.client->ended()) continue;
-        some = true;
-        node->ended(id, Clock::now());
-        owner.onEnded(id);
-    }
-    wait();
-    return some;
+void NodeServer::look(int id) {
+    Debugger& debugger = debuggers.at(id);
+    if (!debugger.ended && debugger.client && debugger.client->ended()) end(id, debugger);
 }
 
-void NodeServer::listPids(std::vector<pid_t>& pids) const {
-    for (const auto& [id, debugger] : debuggers) {
-        if (debugger.client && debugger.client->running()) pids.push_back(debugger.client->pid());
-    }
+void NodeServer::lose(int id) {
+    const auto at = debuggers.find(id);
+    if (at == debuggers.end() || at->second.ended) return;
+    at->second.client.reset();
+    end(id, at->second);
 }
 
-bool NodeServer::running() const {
-    return std::ranges::any_of(debuggers, [](const auto& each) {
-        return each.second.client && each.second.client->running();
-    });
-}
-
-void NodeServer::release() {
-    for (const auto& [id, debugger] : debuggers) {
-        if (debugger.client) debugger.client->release();
-    }
+void NodeServer::release(int id) {
+    const auto at = debuggers.find(id);
+    if (at != debuggers.end() && at->second.client) at->second.client->release();
 }
 
 void NodeServer::tell(int client, const std::string& text) {

@@ -14,8 +14,8 @@
 #include <sys/types.h>
 #include <vector>
 
-/// The debuggers that an agent runs, and its connection to the front end, which says what to do and
-/// gets what the debuggers say. One thread.
+/// The connection of a node's agent to the front end, and the debuggers of the node behind it: the
+/// front end says what to do, and gets what they say. One thread.
 class NodeServer : public Client::Listener,
                    private Connector::Owner,
                    private AgentLink::Handler,
@@ -26,12 +26,13 @@ class NodeServer : public Client::Listener,
     class Owner {
       public:
         virtual ~Owner() = default;
-        /// A debugger is about to be started, as the front end wants it.
-        virtual void onStart(const DebuggerStart& start) = 0;
+        /// The front end wants a debugger to be started so; started or failed tells the server what
+        /// has come of it. `forked`: for a process that was offered.
+        virtual void onStart(const DebuggerStart& start, bool forked) = 0;
         /// A debugger printed something.
         virtual void onOutput(int client, pid_t debugger, std::string_view text) = 0;
-        /// The debugger holds the process that it was to attach to, or could not attach.
-        virtual void onAttachDone(int client) = 0;
+        /// The start of the debugger is over: it has prompted.
+        virtual void onPrompted(int client) = 0;
         /// The debugger has ended, or there will be none.
         virtual void onEnded(int client) = 0;
         /// The front end does not want a forked process debugged.
@@ -41,45 +42,52 @@ class NodeServer : public Client::Listener,
     };
 
     /// Connects at once. The owner must outlive this.
-    NodeServer(EventLoop& loop, const Rendezvous& where, std::vector<NodeRecords::Task> tasks,
-               Owner& owner);
+    NodeServer(EventLoop& loop, const Rendezvous& where, Owner& owner);
     ~NodeServer() override;
 
+    /// The node can run the debugger of this task.
+    void add(const NodeRecords::Task& task);
     /// A task has forked a process: the front end asks for its debugger, or leaves it.
     void offer(const NodeRecords::Fork& fork);
-    /// Whether debuggers attach to their programs; known from the first onStart on.
-    bool attaches() const { return attaching; }
-    /// Looks which debuggers have ended, and tells the front end; whether one has.
-    bool collect();
-    /// Adds the processes of the debuggers that run.
-    void listPids(std::vector<pid_t>& pids) const;
-    bool running() const;
-    /// Lets go of what the debuggers attached to, without breakpoints, and ends them.
-    void release();
+
+    /// The client's debugger runs, and attaches to `target` (0: to none). The notice for the user
+    /// may be empty.
+    void started(int client, std::unique_ptr<DebuggerProcess> process, pid_t target,
+                 const std::string& notice);
+    /// There is none; why is for the user.
+    void failed(int client, const std::string& notice, const std::string& problem);
+    /// Looks whether the client's debugger has ended, and tells the front end.
+    void look(int client);
+    /// Whatever has become of the client's debugger, nothing comes from it any more.
+    void lose(int client);
+    /// Lets go of what the client's debugger attached to, without breakpoints, and ends it.
+    void release(int client);
     /// One line for the user.
     void tell(int client, const std::string& text);
 
   private:
     struct Debugger {
+        std::optional<DebuggerStart> wanted; // until it has started
         std::unique_ptr<LocalClient> client; // null: there is none
         pid_t target = 0;                    // the process to attach to; 0: none
         bool forked = false;                 // a task has forked that
+        bool ended = false;
     };
 
     EventLoop& loop;
-    const std::vector<NodeRecords::Task> tasks;
     Owner& owner;
-    Timer timer; // of the served node
+    std::vector<NodeRecords::Task> tasks; // that the front end does not know of yet
+    Timer timer;                          // of the served node
     std::unique_ptr<Connector> connector;
     std::shared_ptr<AgentLink> link; // null: not yet, or not any more
     std::unique_ptr<Driver> driver;
     std::optional<ServedNode> node; // none: no debugger was asked for
     std::map<int, Debugger> debuggers;
     std::set<pid_t> offered; // forked processes
-    bool attaching = false;
 
     void start(const NodeRecords::Start& wanted);
-    void startOne(DebuggerStart start, const std::string& problem);
+    void end(int id, Debugger& debugger);
+    void tellTasks();
     void tellIdentities(const ClientSet& clients);
     void wait();
 

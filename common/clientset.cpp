@@ -1,40 +1,57 @@
 #include "common/clientset.h"
 
+#include "common/bits.h"
+#include "common/decimal.h"
+
 #include <algorithm>
 #include <cassert>
 
 namespace {
 
+using Wide = std::int64_t; // ends of runs plus one, without overflow
+
 std::size_t width(const ClientSet::Range& r) {
-    return static_cast<std::size_t>(static_cast<std::int64_t>(r.last) - r.first + 1);
+    return static_cast<std::size_t>(static_cast<Wide>(r.last) - r.first + 1);
 }
 
-// Appends a run to an ascending list, joining it with the last one when they touch.
-void append(std::vector<ClientSet::Range>& runs, const ClientSet::Range& r) {
-    if (!runs.empty() && static_cast<std::int64_t>(runs.back().last) + 1 >= r.first)
-        runs.back().last = std::max(runs.back().last, r.last);
-    else
-        runs.push_back(r);
-}
-
-// The first run that does not end before the id.
-template <class Runs>
-auto seek(Runs& runs, int id) {
-    return std::lower_bound(runs.begin(), runs.end(), id,
+// The first range that does not end before the id.
+template <class Ranges>
+auto lowerRange(Ranges& ranges, int id) {
+    return std::lower_bound(ranges.begin(), ranges.end(), id,
                             [](const ClientSet::Range& r, int value) { return r.last < value; });
 }
 
+// Appends a run to an ascending list, joining it with the last one when they touch.
+void join(std::vector<ClientSet::Range>& ranges, const ClientSet::Range& r) {
+    if (!ranges.empty() && static_cast<Wide>(ranges.back().last) + 1 >= r.first)
+        ranges.back().last = std::max(ranges.back().last, r.last);
+    else
+        ranges.push_back(r);
+}
+
+std::size_t countRuns(const std::vector<std::uint64_t>& bits) {
+    std::size_t runs = 0;
+    std::uint64_t carry = 0;
+    for (const std::uint64_t word : bits) {
+        const std::uint64_t starts = word & ~(word << 1 | carry);
+        runs += Bits::count(&starts, 1);
+        carry = word >> 63;
+    }
+    return runs;
+}
+
+// Words of a bitmap for the ids from `low` to `high`.
+std::size_t wordsFor(int low, int high) {
+    return static_cast<std::size_t>((static_cast<Wide>(high) >> 6) - (static_cast<Wide>(low) >> 6) +
+                                    1);
+}
+
+// Ranges are asked whether bits are smaller from this number on.
+constexpr std::size_t manyRanges = 8;
+
 } // namespace
 
-ClientSet::const_iterator& ClientSet::const_iterator::operator++() {
-    if (id < range->last)
-        ++id;
-    else if (++range != stop)
-        id = range->first;
-    else
-        id = 0;
-    return *this;
-}
+// Construction.
 
 ClientSet::ClientSet(std::initializer_list<int> ids) {
     for (int id : ids)
@@ -42,165 +59,501 @@ ClientSet::ClientSet(std::initializer_list<int> ids) {
 }
 
 ClientSet::ClientSet(std::vector<Range> ranges) {
-    std::sort(ranges.begin(), ranges.end(),
-              [](const Range& a, const Range& b) { return a.first < b.first; });
+    const auto before = [](const Range& a, const Range& b) { return a.first < b.first; };
+    if (!std::is_sorted(ranges.begin(), ranges.end(), before))
+        std::sort(ranges.begin(), ranges.end(), before);
     for (const Range& r : ranges)
-        append(runs, r);
-    recount();
+        insertRange(r.first, r.last);
+}
+
+ClientSet::ClientSet(const ClientSet& other)
+    : lowest(other.lowest),
+      highest(other.highest),
+      body(other.body ? std::make_unique<Body>(*other.body) : nullptr) {}
+
+ClientSet::ClientSet(ClientSet&& other) noexcept
+    : lowest(other.lowest), highest(other.highest), body(std::move(other.body)) {
+    other.clear();
+}
+
+ClientSet& ClientSet::operator=(const ClientSet& other) {
+    if (this != &other) *this = ClientSet(other);
+    return *this;
+}
+
+ClientSet& ClientSet::operator=(ClientSet&& other) noexcept {
+    if (this == &other) return *this;
+    lowest = other.lowest;
+    highest = other.highest;
+    body = std::move(other.body);
+    other.clear();
+    return *this;
+}
+
+void ClientSet::clear() {
+    lowest = 0;
+    highest = -1;
+    body.reset();
+}
+
+// The two forms of the body.
+
+ClientSet::Body& ClientSet::manyRuns() {
+    if (!body) {
+        body = std::make_unique<Body>();
+        body->ranges.push_back({lowest, highest});
+        body->count = width(body->ranges.front());
+    }
+    return *body;
+}
+
+// Gives the body up when it holds one run or none.
+void ClientSet::settle() {
+    if (body && body->count == width({lowest, highest})) body.reset();
+}
+
+void ClientSet::takeBits() {
+    body->base = static_cast<Wide>(lowest) & ~Wide{63};
+    body->bits.assign(wordsFor(lowest, highest), 0);
+    for (const Range& r : body->ranges)
+        Bits::set(body->bits.data(), static_cast<std::size_t>(r.first - body->base),
+                  static_cast<std::size_t>(r.last - body->base));
+    body->ranges = {};
+}
+
+// Called where the ranges are about to grow: their number doubles between two calls.
+void ClientSet::useBitsIfSmaller() {
+    if (body->ranges.size() >= manyRanges && body->ranges.size() > wordsFor(lowest, highest))
+        takeBits();
+}
+
+void ClientSet::assignRuns(std::vector<Range> runs) {
+    clear();
+    if (runs.empty()) return;
+    lowest = runs.front().first;
+    highest = runs.back().last;
+    if (runs.size() == 1) return;
+    body = std::make_unique<Body>();
+    for (const Range& r : runs)
+        body->count += width(r);
+    body->ranges = std::move(runs);
+    useBitsIfSmaller();
+    if (body->bits.empty() && body->ranges.capacity() > 2 * body->ranges.size())
+        body->ranges.shrink_to_fit();
+}
+
+// Makes room for these ids in the bitmap; goes over to ranges when that takes less memory by far.
+void ClientSet::growBits(int first, int last) {
+    const int low = std::min(lowest, first), high = std::max(highest, last);
+    const Wide base = std::min(body->base, static_cast<Wide>(low) & ~Wide{63});
+    const std::size_t before = static_cast<std::size_t>(body->base - base) / 64;
+    const std::size_t words =
+        std::max(before + body->bits.size(), static_cast<std::size_t>((high - base) / 64 + 1));
+    if (words == body->bits.size()) return;
+    if (words > 2 * body->bits.size() + manyRanges && countRuns(body->bits) < words / 2) {
+        body->ranges = ranges();
+        body->bits = {};
+        return;
+    }
+    body->bits.insert(body->bits.begin(), before, 0);
+    body->bits.resize(words);
+    body->base = base;
+}
+
+void ClientSet::insertIntoBits(const Range& run) {
+    const std::size_t first = static_cast<std::size_t>(run.first - body->base);
+    const std::size_t last = static_cast<std::size_t>(run.last - body->base);
+    Word* words = body->bits.data();
+    if (first == last) {
+        const Word bit = Word{1} << (first % 64);
+        body->count += (words[first / 64] & bit) == 0;
+        words[first / 64] |= bit;
+    } else {
+        const std::size_t number = last / 64 - first / 64 + 1;
+        body->count -= Bits::count(words + first / 64, number);
+        Bits::set(words, first, last);
+        body->count += Bits::count(words + first / 64, number);
+    }
+    lowest = std::min(lowest, run.first);
+    highest = std::max(highest, run.last);
+    settle();
+}
+
+bool ClientSet::testBit(int id) const {
+    const std::size_t at = static_cast<std::size_t>(id - body->base);
+    return (body->bits[at / 64] >> (at % 64) & 1) != 0;
+}
+
+// The first run of the bitmap at the id or behind it; {0, -1} when there is none.
+ClientSet::Range ClientSet::runFrom(Wide id) const {
+    const std::size_t size = body->bits.size() * 64;
+    const std::size_t from = id > body->base ? static_cast<std::size_t>(id - body->base) : 0;
+    const std::size_t first = Bits::next(body->bits.data(), size, from);
+    if (first == size) return {0, -1};
+    const std::size_t end = Bits::nextClear(body->bits.data(), size, first);
+    return {static_cast<int>(body->base + static_cast<Wide>(first)),
+            static_cast<int>(body->base + static_cast<Wide>(end) - 1)};
+}
+
+// Adding.
+
+// Adds a run behind the last one.
+void ClientSet::append(const Range& run) {
+    if (empty()) {
+        lowest = run.first;
+        highest = run.last;
+        return;
+    }
+    const bool touches = static_cast<Wide>(highest) + 1 == run.first;
+    if (!body && touches) {
+        highest = run.last;
+        return;
+    }
+    Body& many = manyRuns();
+    if (!many.bits.empty()) growBits(run.first, run.last);
+    if (!many.bits.empty()) {
+        insertIntoBits(run);
+        return;
+    }
+    many.count += width(run);
+    highest = run.last;
+    if (touches) {
+        many.ranges.back().last = run.last;
+        return;
+    }
+    const bool full = many.ranges.size() == many.ranges.capacity();
+    many.ranges.push_back(run);
+    if (full) useBitsIfSmaller();
 }
 
 bool ClientSet::insert(int id) {
-    if (runs.empty() || runs.back().last < id) {
-        append(runs, {id, id});
-        ++count;
+    if (empty() || id > highest) {
+        append({id, id});
         return true;
     }
-    auto next = seek(runs, id);
-    if (next->first <= id) return false;
-    const bool joinsNext = static_cast<std::int64_t>(id) + 1 == next->first;
-    const bool joinsPrev =
-        next != runs.begin() && static_cast<std::int64_t>(std::prev(next)->last) + 1 == id;
-    if (joinsNext && joinsPrev) {
-        std::prev(next)->last = next->last;
-        runs.erase(next);
-    } else if (joinsNext) {
-        next->first = id;
-    } else if (joinsPrev) {
-        std::prev(next)->last = id;
-    } else {
-        runs.insert(next, {id, id});
-    }
-    ++count;
+    if (contains(id)) return false;
+    insertRange(id, id);
     return true;
 }
 
 void ClientSet::insertRange(int first, int last) {
     assert(first <= last);
-    ClientSet range;
-    range.runs.push_back({first, last});
-    range.count = width(range.runs.front());
-    insert(range);
+    if (empty() || first > highest) {
+        append({first, last});
+        return;
+    }
+    if (hasBits()) growBits(first, last);
+    if (hasBits()) {
+        insertIntoBits({first, last});
+        return;
+    }
+    Range run{first, last};
+    const auto meets = [&run](const Range& r) {
+        return static_cast<Wide>(r.first) <= static_cast<Wide>(run.last) + 1 &&
+               static_cast<Wide>(run.first) <= static_cast<Wide>(r.last) + 1;
+    };
+    if (!body && meets({lowest, highest})) {
+        lowest = std::min(lowest, first);
+        highest = std::max(highest, last);
+        return;
+    }
+    Body& many = manyRuns();
+    auto from = lowerRange(many.ranges, first);
+    if (from != many.ranges.begin() && meets(*std::prev(from))) --from;
+    auto to = from;
+    for (; to != many.ranges.end() && meets(*to); ++to) {
+        run.first = std::min(run.first, to->first);
+        run.last = std::max(run.last, to->last);
+        many.count -= width(*to);
+    }
+    many.count += width(run);
+    lowest = std::min(lowest, run.first);
+    highest = std::max(highest, run.last);
+    if (from != to) {
+        *from = run;
+        many.ranges.erase(std::next(from), to);
+        settle();
+        return;
+    }
+    const bool full = many.ranges.size() == many.ranges.capacity();
+    many.ranges.insert(from, run);
+    if (full) useBitsIfSmaller();
+}
+
+void ClientSet::uniteBits(const Body& other) {
+    const std::size_t offset = static_cast<std::size_t>(other.base - body->base) / 64;
+    Word* words = body->bits.data() + offset;
+    for (std::size_t i = 0; i < other.bits.size(); ++i)
+        words[i] |= other.bits[i];
+    body->count = Bits::count(body->bits.data(), body->bits.size());
+    const std::size_t span = width({lowest, highest});
+    if (body->count == span) {
+        body.reset();
+    } else if (body->count / 7 * 8 > span && countRuns(body->bits) < body->bits.size() / 2) {
+        body->ranges = ranges();
+        body->bits = {};
+    }
 }
 
 void ClientSet::insert(const ClientSet& other) {
-    if (other.empty()) return;
-    if (runs.empty() || runs.back().last < other.runs.front().first) {
-        for (const Range& r : other.runs)
-            append(runs, r);
-        count += other.count;
+    if (other.empty() || this == &other) return;
+    if (empty()) {
+        *this = other;
         return;
     }
-    if (other.runs.size() == 1 && other.count == 1) {
-        insert(other.runs.front().first);
+    if (!other.body) {
+        insertRange(other.lowest, other.highest);
+        return;
+    }
+    if (!body && lowest <= other.lowest && highest >= other.highest) return;
+    if (other.hasBits() && !hasBits()) {
+        ClientSet united(other);
+        united.insert(*this);
+        *this = std::move(united);
+        return;
+    }
+    if (hasBits()) {
+        // Both ends of the other set fit first; ranges may come out of that.
+        if (other.hasBits()) {
+            const Wide end = other.body->base + static_cast<Wide>(other.body->bits.size()) * 64 - 1;
+            growBits(static_cast<int>(std::max<Wide>(other.body->base, INT32_MIN)),
+                     static_cast<int>(std::min<Wide>(end, INT32_MAX)));
+        } else {
+            growBits(other.lowest, other.highest);
+        }
+        if (hasBits() && other.hasBits()) {
+            lowest = std::min(lowest, other.lowest);
+            highest = std::max(highest, other.highest);
+            uniteBits(*other.body);
+            return;
+        }
+        if (hasBits()) {
+            for (const Range& r : other.body->ranges) {
+                insertRange(r.first, r.last);
+            }
+            return;
+        }
+    }
+    if (!other.hasBits() && other.body->ranges.size() <= 4) {
+        for (const Range& r : other.body->ranges)
+            insertRange(r.first, r.last);
         return;
     }
     std::vector<Range> merged;
-    merged.reserve(runs.size() + other.runs.size());
-    auto a = runs.begin();
-    auto b = other.runs.begin();
-    while (a != runs.end() || b != other.runs.end()) {
-        const bool takeA = b == other.runs.end() || (a != runs.end() && a->first <= b->first);
-        append(merged, takeA ? *a++ : *b++);
+    auto a = runs().begin(), b = other.runs().begin();
+    const RunIterator none;
+    while (a != none || b != none) {
+        const bool takeA = b == none || (a != none && a->first <= b->first);
+        RunIterator& next = takeA ? a : b;
+        join(merged, *next);
+        ++next;
     }
-    runs = std::move(merged);
-    recount();
+    assignRuns(std::move(merged));
 }
 
+// Removing.
+
 bool ClientSet::erase(int id) {
-    auto at = seek(runs, id);
-    if (at == runs.end() || at->first > id) return false;
+    if (!contains(id)) return false;
+    if (lowest == highest) {
+        clear();
+        return true;
+    }
+    if (!body && (id == lowest || id == highest)) {
+        id == lowest ? ++lowest : --highest;
+        return true;
+    }
+    Body& many = manyRuns();
+    --many.count;
+    if (!many.bits.empty()) {
+        const std::size_t at = static_cast<std::size_t>(id - many.base);
+        many.bits[at / 64] &= ~(Word{1} << (at % 64));
+        if (id == lowest) lowest = runFrom(id).first;
+        if (id == highest) {
+            std::size_t last = at / 64;
+            while (many.bits[last] == 0)
+                --last;
+            highest = static_cast<int>(many.base + static_cast<Wide>(last) * 64 + 63 -
+                                       std::countl_zero(many.bits[last]));
+        }
+        settle();
+        return true;
+    }
+    const auto at = lowerRange(many.ranges, id);
     const Range whole = *at;
     if (whole.first == whole.last) {
-        runs.erase(at);
+        many.ranges.erase(at);
     } else if (id == whole.first) {
         at->first = id + 1;
     } else if (id == whole.last) {
         at->last = id - 1;
     } else {
         at->last = id - 1;
-        runs.insert(std::next(at), {id + 1, whole.last});
+        const bool full = many.ranges.size() == many.ranges.capacity();
+        many.ranges.insert(std::next(at), {id + 1, whole.last});
+        if (full) useBitsIfSmaller();
+        return true;
     }
-    --count;
+    lowest = many.ranges.front().first;
+    highest = many.ranges.back().last;
+    settle();
     return true;
 }
 
 void ClientSet::erase(const ClientSet& other) {
+    if (empty() || other.empty() || other.lowest > highest || other.highest < lowest) return;
     std::vector<Range> rest;
-    auto b = other.runs.begin();
-    for (Range a : runs) {
+    RunIterator b = other.seek(lowest);
+    const RunIterator none;
+    for (Range a : runs()) {
         bool used = false;
-        while (b != other.runs.end() && b->last < a.first)
+        while (b != none && b->last < a.first)
             ++b;
-        for (auto cut = b; cut != other.runs.end() && cut->first <= a.last; ++cut) {
-            if (cut->first > a.first) rest.push_back({a.first, cut->first - 1});
-            if (cut->last >= a.last) {
+        for (; b != none && b->first <= a.last; ++b) {
+            if (b->first > a.first) rest.push_back({a.first, b->first - 1});
+            if (b->last >= a.last) {
                 used = true;
                 break;
             }
-            a.first = cut->last + 1;
+            a.first = b->last + 1;
         }
         if (!used) rest.push_back(a);
     }
-    runs = std::move(rest);
-    recount();
+    assignRuns(std::move(rest));
 }
 
 ClientSet ClientSet::intersection(const ClientSet& other) const {
-    ClientSet both;
-    auto a = runs.begin();
-    auto b = other.runs.begin();
-    while (a != runs.end() && b != other.runs.end()) {
+    std::vector<Range> both;
+    if (empty() || other.empty()) return {};
+    RunIterator a = seek(other.lowest), b = other.seek(lowest);
+    const RunIterator none;
+    while (a != none && b != none) {
         const int first = std::max(a->first, b->first);
         const int last = std::min(a->last, b->last);
-        if (first <= last) both.runs.push_back({first, last});
+        if (first <= last) both.push_back({first, last});
         if (a->last < b->last)
             ++a;
         else
             ++b;
     }
-    both.recount();
-    return both;
+    ClientSet result;
+    result.assignRuns(std::move(both));
+    return result;
 }
+
+// Looking.
 
 bool ClientSet::contains(int id) const {
-    auto at = seek(runs, id);
-    return at != runs.end() && at->first <= id;
+    if (id < lowest || id > highest) return false;
+    if (!body) return true;
+    if (!body->bits.empty()) return testBit(id);
+    const auto at = lowerRange(body->ranges, id);
+    return at->first <= id;
 }
 
-bool ClientSet::intersects(const ClientSet& other) const { return !intersection(other).empty(); }
+bool ClientSet::intersects(const ClientSet& other) const {
+    if (empty() || other.empty()) return false;
+    RunIterator a = seek(other.lowest), b = other.seek(lowest);
+    const RunIterator none;
+    while (a != none && b != none) {
+        if (a->first <= b->last && b->first <= a->last) return true;
+        if (a->last < b->last)
+            ++a;
+        else
+            ++b;
+    }
+    return false;
+}
 
-void ClientSet::clear() {
-    runs.clear();
-    count = 0;
+std::size_t ClientSet::size() const {
+    if (empty()) return 0;
+    return body ? body->count : width({lowest, highest});
+}
+
+std::size_t ClientSet::heapSize() const {
+    if (!body) return 0;
+    return sizeof(Body) + body->ranges.capacity() * sizeof(Range) +
+           body->bits.capacity() * sizeof(Word);
+}
+
+ClientSet::RunIterator& ClientSet::RunIterator::operator++() {
+    const Body* body = set->body.get();
+    if (body && !body->bits.empty() && run.last < set->highest) {
+        run = set->runFrom(static_cast<Wide>(run.last) + 1);
+    } else if (body && body->bits.empty() && ++index < body->ranges.size()) {
+        run = body->ranges[index];
+    } else {
+        *this = {};
+    }
+    return *this;
+}
+
+ClientSet::RunIterator ClientSet::Runs::begin() const {
+    return set->empty() ? RunIterator() : set->seek(set->lowest);
+}
+
+ClientSet::RunIterator ClientSet::seek(int id) const {
+    RunIterator it;
+    if (empty() || id > highest) return it;
+    it.set = this;
+    if (!body) {
+        it.run = {lowest, highest};
+    } else if (!body->bits.empty()) {
+        // From the beginning of the run that holds the id.
+        int first = std::max(id, lowest);
+        while (first > lowest && testBit(first) && testBit(first - 1))
+            --first;
+        it.run = runFrom(first);
+    } else {
+        const auto at = lowerRange(body->ranges, id);
+        it.index = static_cast<std::size_t>(at - body->ranges.begin());
+        it.run = *at;
+    }
+    return it;
 }
 
 ClientSet::const_iterator ClientSet::begin() const {
-    if (runs.empty()) return end();
     const_iterator it;
-    it.range = runs.data();
-    it.stop = runs.data() + runs.size();
-    it.id = runs.front().first;
+    it.at = runs().begin();
+    it.enter(it.at);
     return it;
 }
 
-ClientSet::const_iterator ClientSet::end() const {
-    const_iterator it;
-    it.range = it.stop = runs.data() + runs.size();
-    return it;
-}
+std::vector<ClientSet::Range> ClientSet::ranges() const { return {runs().begin(), runs().end()}; }
 
 std::string ClientSet::str() const {
     std::string text;
-    for (const Range& r : runs) {
-        text += std::to_string(r.first);
-        if (r.last != r.first) text.append(":").append(std::to_string(r.last));
-        text += ' ';
-    }
+    appendTo(text);
     return text;
 }
 
-void ClientSet::recount() {
-    count = 0;
-    for (const Range& r : runs)
-        count += width(r);
+void ClientSet::appendTo(std::string& text) const {
+    if (empty()) return;
+    char piece[2048];
+    char* end = piece;
+    Decimal::Series numbers;
+    eachRun(lowest, highest, [&](int first, int last) {
+        end = numbers.write(end, first);
+        if (last != first) {
+            *end++ = ':';
+            end = numbers.write(end, last);
+        }
+        *end++ = ' ';
+        if (end + 3 * Decimal::Series::size > piece + sizeof piece) {
+            text.append(piece, static_cast<std::size_t>(end - piece));
+            end = piece;
+        }
+    });
+    text.append(piece, static_cast<std::size_t>(end - piece));
+}
+
+bool ClientSet::operator==(const ClientSet& other) const {
+    if (lowest != other.lowest || highest != other.highest || size() != other.size()) return false;
+    if (!body || !other.body) return !body && !other.body;
+    auto a = runs().begin(), b = other.runs().begin();
+    const RunIterator none;
+    for (; a != none && b != none; ++a, ++b) {
+        if (*a != *b) return false;
+    }
+    return a == b;
 }

@@ -1,17 +1,22 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
-/// An ordered set of client ids, held as disjoint, non-adjacent ranges in ascending order.
+/// An ordered set of client ids.
 ///
-/// Jobs have up to 100,000 tasks and most lines come from long runs of neighbours, so a set costs
-/// memory by its runs, not by its members. Appending in ascending order is O(1), a union is linear
-/// in the runs of both sets. A value type; not synchronised.
+/// Jobs have up to 131,072 tasks, most lines come from one client, from all, or from long runs of
+/// neighbours, and some from clients spread at random. An empty set and a single run take the 16
+/// bytes of the object; several runs are held as ranges as long as these take less memory than a
+/// bit for each id between the smallest and the largest, else as such a bitmap. Appending in
+/// ascending order is O(1), a union is linear in the ranges of both sets or in the words of both
+/// bitmaps. A value type; not synchronised.
 class ClientSet {
   public:
     /// A run of ids, both ends inclusive, first <= last.
@@ -19,6 +24,41 @@ class ClientSet {
         int first;
         int last;
         bool operator==(const Range&) const = default;
+    };
+
+    /// Walks the runs, ascending; they neither overlap nor touch. Whatever changes the set ends it.
+    class RunIterator {
+      public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Range;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const Range*;
+        using reference = const Range&;
+
+        RunIterator() = default;
+        const Range& operator*() const { return run; }
+        const Range* operator->() const { return &run; }
+        RunIterator& operator++();
+        RunIterator operator++(int) {
+            RunIterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(const RunIterator& other) const {
+            return set == other.set && (!set || run == other.run);
+        }
+
+      private:
+        friend class ClientSet;
+        const ClientSet* set = nullptr; // null behind the last run
+        std::size_t index = 0;          // of the run, where ranges are held
+        Range run{0, -1};
+    };
+    /// The runs of a set that must live as long as it is walked.
+    struct Runs {
+        const ClientSet* set;
+        RunIterator begin() const;
+        RunIterator end() const { return {}; }
     };
 
     /// Walks the ids one by one, ascending.
@@ -32,25 +72,39 @@ class ClientSet {
 
         const_iterator() = default;
         int operator*() const { return id; }
-        const_iterator& operator++();
+        const_iterator& operator++() {
+            if (id < at->last)
+                ++id;
+            else
+                enter(++at);
+            return *this;
+        }
         const_iterator operator++(int) {
             const_iterator before = *this;
             ++*this;
             return before;
         }
-        bool operator==(const const_iterator& other) const = default;
+        bool operator==(const const_iterator& other) const {
+            return at == other.at && id == other.id;
+        }
 
       private:
         friend class ClientSet;
-        const Range* range = nullptr;
-        const Range* stop = nullptr;
+        RunIterator at;
         int id = 0;
+
+        void enter(const RunIterator& run) { id = run == RunIterator() ? 0 : run->first; }
     };
 
     ClientSet() = default;
     ClientSet(std::initializer_list<int> ids);
     /// The union of any ranges, in any order, in O(n log n).
     explicit ClientSet(std::vector<Range> ranges);
+    ClientSet(const ClientSet& other);
+    ClientSet(ClientSet&& other) noexcept;
+    ClientSet& operator=(const ClientSet& other);
+    ClientSet& operator=(ClientSet&& other) noexcept;
+    ~ClientSet() = default;
 
     /// Adds one id; false when it was there already.
     bool insert(int id);
@@ -67,27 +121,137 @@ class ClientSet {
 
     bool contains(int id) const;
     bool intersects(const ClientSet& other) const;
-    std::size_t size() const { return count; }
-    bool empty() const { return count == 0; }
+    std::size_t size() const;
+    bool empty() const { return lowest > highest; }
     void clear();
 
     /// Smallest and largest id; the set must not be empty.
-    int front() const { return runs.front().first; }
-    int back() const { return runs.back().last; }
+    int front() const { return lowest; }
+    int back() const { return highest; }
 
     const_iterator begin() const;
-    const_iterator end() const;
-    const std::vector<Range>& ranges() const { return runs; }
+    const_iterator end() const { return {}; }
+    Runs runs() const { return {this}; }
+    /// Calls each(first, last) for every run of the ids from `from` to `to`, both inclusive.
+    template <class Each>
+    void eachRun(int from, int to, Each each) const;
+    /// Appends ids that ascend, as many of `number` as fit a bitmap that the set already holds;
+    /// how many that were. idAt(i) is the i-th.
+    template <class IdAt>
+    std::size_t appendToBits(std::size_t number, IdAt idAt);
+    /// The runs, copied; runs() walks them where they are.
+    std::vector<Range> ranges() const;
+    /// The run that holds the id or, when none does, the first behind it; end of runs() if there is
+    /// no such run.
+    RunIterator seek(int id) const;
 
     /// The compact form shown to users: each run as "a" or "a:b", each followed by one blank
     /// ("0:3 5 7:9 "); empty for an empty set.
     std::string str() const;
+    /// Appends that form.
+    void appendTo(std::string& text) const;
 
-    bool operator==(const ClientSet& other) const { return runs == other.runs; }
+    /// Bytes that the set takes besides the object itself.
+    std::size_t heapSize() const;
+
+    bool operator==(const ClientSet& other) const;
 
   private:
-    std::vector<Range> runs;
-    std::size_t count = 0;
+    using Word = std::uint64_t;
 
-    void recount();
+    // What a set of several runs holds: either ranges or, when bits is not empty, a bit for each id
+    // from base on.
+    struct Body {
+        std::size_t count = 0;
+        std::vector<Range> ranges;
+        std::vector<Word> bits;
+        std::int64_t base = 0; // a multiple of 64
+    };
+
+    int lowest = 0;
+    int highest = -1;
+    std::unique_ptr<Body> body; // null for an empty set and for a single run
+
+    bool hasBits() const { return body && !body->bits.empty(); }
+    Body& manyRuns();
+    void append(const Range& run);
+    void insertIntoBits(const Range& run);
+    void growBits(int first, int last);
+    void uniteBits(const Body& other);
+    void takeBits();
+    void useBitsIfSmaller();
+    void settle();
+    void assignRuns(std::vector<Range> runs);
+    bool testBit(int id) const;
+    Range runFrom(std::int64_t id) const;
 };
+
+template <class Each>
+void ClientSet::eachRun(int from, int to, Each each) const {
+    if (empty() || from > highest || to < lowest) return;
+    from = from > lowest ? from : lowest;
+    to = to < highest ? to : highest;
+    if (!hasBits()) {
+        for (RunIterator run = seek(from); run.set && run->first <= to; ++run)
+            each(run->first > from ? run->first : from, run->last < to ? run->last : to);
+        return;
+    }
+    const Word* words = body->bits.data();
+    const std::size_t begin = static_cast<std::size_t>(from - body->base);
+    const std::size_t end = static_cast<std::size_t>(to - body->base); // inclusive
+    const auto idOf = [this](std::size_t bit) {
+        return static_cast<int>(body->base + static_cast<std::int64_t>(bit));
+    };
+    bool open = false; // a run goes on from the word before
+    std::size_t first = 0;
+    for (std::size_t i = begin / 64; i <= end / 64; ++i) {
+        Word w = words[i];
+        if (i == begin / 64) w &= ~Word{0} << (begin % 64);
+        if (i == end / 64) w &= ~Word{0} >> (63 - end % 64);
+        if (open) {
+            if (w == ~Word{0}) continue;
+            const int length = std::countr_one(w);
+            each(idOf(first), idOf(i * 64 + static_cast<std::size_t>(length) - 1));
+            open = false;
+            w &= w + 1;
+        }
+        while (w != 0) {
+            const int start = std::countr_zero(w);
+            const int length = std::countr_one(w >> start);
+            first = i * 64 + static_cast<std::size_t>(start);
+            if (start + length == 64) {
+                open = true;
+                break;
+            }
+            each(idOf(first), idOf(first + static_cast<std::size_t>(length) - 1));
+            w &= w + (w & (~w + 1));
+        }
+    }
+    if (open) each(idOf(first), to);
+}
+
+template <class IdAt>
+std::size_t ClientSet::appendToBits(std::size_t number, IdAt idAt) {
+    if (!hasBits() || number == 0) return 0;
+    // Not more than what makes the bitmap twice as long where it is thinnest.
+    if (number > body->bits.size()) number = body->bits.size();
+    if (idAt(number - 1) <= highest) return 0;
+    const int last = idAt(number - 1);
+    growBits(last, last);
+    if (!hasBits()) return 0;
+    Word* words = body->bits.data();
+    const std::int64_t base = body->base;
+    int before = highest;
+    std::size_t taken = 0;
+    for (; taken < number; ++taken) {
+        const int id = idAt(taken);
+        if (id <= before || id > last) break;
+        const std::size_t at = static_cast<std::size_t>(id - base);
+        words[at / 64] |= Word{1} << (at % 64);
+        before = id;
+    }
+    highest = before;
+    body->count += taken;
+    settle();
+    return taken;
+}

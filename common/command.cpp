@@ -115,8 +115,8 @@ std::unique_ptr<char[]> GroupCommand::pack(int* len) const {
     for (const std::string& name : operandNames)
         packer.packStr(name);
     packer.packInt(numOfId());
-    for (int id : operandIds)
-        packer.packInt(id);
+    for (const ClientSet::Range& r : operandIds.runs())
+        packer.packInts(r.first, r.last);
     if (len) *len = packer.getPackedMsgLen();
     return packer.getPackedMsg();
 }

@@ -3,8 +3,10 @@
 #include "common/frame.h"
 #include "common/packer.h"
 #include "common/unixsock.h"
+#include "common/wirereader.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <cstdint>
 #include <cstring>
@@ -28,22 +30,35 @@ void Data::setBounds(int minId, int maxId, int clients) {
     be_num = clients;
 }
 
-void Data::store(int slot, std::unique_ptr<Line> line) {
-    slotCount = std::max(slotCount, slot + 1);
-    Slot& at = lines[slot];
-    if (at.merged == at.lines.size()) unmerged.push_back(slot);
+Data::Slot& Data::slotOf(int number) {
+    // Lines come slot by slot.
+    if (!lines.empty() && lines.rbegin()->first == number) return lines.rbegin()->second;
+    const bool behind = lines.empty() || lines.rbegin()->first < number;
+    const auto at = lines.try_emplace(behind ? lines.end() : lines.lower_bound(number), number);
+    if (at->second.version == 0) at->second.version = ++versions;
+    slotCount = std::max(slotCount, number + 1);
+    return at->second;
+}
+
+void Data::store(int number, Line&& line) {
+    Slot& at = slotOf(number);
+    if (at.merged == at.lines.size()) unmerged.push_back(number);
     at.lines.push_back(std::move(line));
 }
 
 void Data::addLine(const Line* line) {
     assert(line);
-    addLine(std::make_unique<Line>(*line));
+    addLine(Line(*line));
 }
 
 void Data::addLine(std::unique_ptr<Line> line) {
     assert(line);
-    const int slot = line->getLineNo();
-    store(slot, std::move(line));
+    addLine(std::move(*line));
+}
+
+void Data::addLine(Line&& line) {
+    const int number = line.getLineNo();
+    store(number, std::move(line));
 }
 
 void Data::clearLine() {
@@ -58,14 +73,41 @@ void Data::clearLine() {
 void Data::addData(const Data* data) {
     assert(data);
     for (const auto& [number, slot] : data->lines) {
-        for (const auto& line : slot.lines)
-            addLine(line.get());
+        for (const Line& line : slot.lines)
+            addLine(&line);
     }
-    if (data->max_id > max_id)
-        max_id = data->max_id;
-    else if (data->min_id < min_id)
-        min_id = data->min_id;
-    be_num = saturate(static_cast<std::int64_t>(be_num) + data->be_num);
+    addTrailer(*data);
+}
+
+void Data::addData(Data&& data) {
+    while (!data.lines.empty()) {
+        auto node = data.lines.extract(data.lines.begin());
+        const int number = node.key();
+        Slot& arrived = node.mapped();
+        const bool behind = lines.empty() || lines.rbegin()->first < number;
+        const auto at = behind ? lines.end() : lines.lower_bound(number);
+        if (at != lines.end() && at->first == number) {
+            for (Line& line : arrived.lines)
+                store(number, std::move(line));
+            continue;
+        }
+        arrived.merged = 0;
+        arrived.index.reset();
+        arrived.version = ++versions;
+        if (!arrived.lines.empty()) unmerged.push_back(number);
+        slotCount = std::max(slotCount, number + 1);
+        lines.insert(at, std::move(node));
+    }
+    addTrailer(data);
+    data.clearLine();
+}
+
+void Data::addTrailer(const Data& data) {
+    if (data.max_id > max_id)
+        max_id = data.max_id;
+    else if (data.min_id < min_id)
+        min_id = data.min_id;
+    be_num = saturate(static_cast<std::int64_t>(be_num) + data.be_num);
 }
 
 void Data::copy(const Data& other) {
@@ -74,8 +116,8 @@ void Data::copy(const Data& other) {
     type = other.type;
     consoleID = other.consoleID;
     for (const auto& [number, slot] : other.lines) {
-        for (const auto& line : slot.lines)
-            addLine(line.get());
+        for (const Line& line : slot.lines)
+            addLine(&line);
     }
     be_num = other.be_num;
     max_id = other.max_id;
@@ -89,10 +131,10 @@ void Data::fromStr(const char* text, int beId, int* lineNo) {
         std::string piece(text,
                           newline ? static_cast<std::size_t>(newline - text) : std::strlen(text));
         chomp(piece.data());
-        auto line = std::make_unique<Line>((*lineNo)++, Line::EQUAL);
-        line->setContent(piece.c_str());
-        line->addBE(beId);
-        line->generateKey();
+        Line line((*lineNo)++, Line::EQUAL);
+        line.setContent(piece.c_str());
+        line.addBE(beId);
+        line.generateKey();
         store(slotCount, std::move(line));
         if (!newline) break;
         text = newline + 1;
@@ -106,59 +148,103 @@ void Data::chomp(char* text) const {
         *at = '\0';
 }
 
+// The table of keys.
+
+std::size_t Data::KeyIndex::home(const Line& line) const {
+    return static_cast<std::size_t>(line.getKey() * 0x9e3779b97f4a7c15u >> shift);
+}
+
+void Data::KeyIndex::build(const Variants& lines, std::size_t known, std::size_t expected) {
+    const std::size_t size = std::bit_ceil(2 * std::max<std::size_t>(expected, indexThreshold));
+    shift = 64 - std::countr_zero(size);
+    cells.assign(size, 0);
+    used = 0;
+    for (std::size_t i = 0; i < known; ++i)
+        enter(lines, i);
+}
+
+void Data::KeyIndex::enter(const Variants& lines, std::size_t position) {
+    std::size_t at = home(lines[position]);
+    while (cells[at] != 0)
+        at = (at + 1) & (cells.size() - 1);
+    cells[at] = static_cast<std::uint32_t>(position + 1);
+    ++used;
+}
+
+void Data::KeyIndex::add(const Variants& lines, std::size_t position) {
+    // Positions are entered in ascending order: all before this one are there.
+    if (2 * (used + 1) > cells.size())
+        build(lines, position + 1, 2 * position);
+    else
+        enter(lines, position);
+}
+
+Line* Data::KeyIndex::find(Variants& lines, const Line& like) const {
+    for (std::size_t at = home(like); cells[at] != 0; at = (at + 1) & (cells.size() - 1)) {
+        Line& line = lines[cells[at] - 1];
+        if (line.getKey() == like.getKey() && line.getContent() == like.getContent()) return &line;
+    }
+    return nullptr;
+}
+
 void Data::mergeSlot(Slot& slot) {
     Variants& all = slot.lines;
-    const auto before = [](const std::unique_ptr<Line>& a, const std::unique_ptr<Line>& b) {
-        return less_compare(a.get(), b.get());
-    };
+    if (all.size() == 1) {
+        slot.merged = 1;
+        return;
+    }
     const auto from = all.begin() + static_cast<std::ptrdiff_t>(slot.merged);
-    if (!std::is_sorted(slot.merged ? from - 1 : from, all.end(), before)) {
-        std::stable_sort(all.begin(), all.end(), before);
+    if (!std::is_sorted(slot.merged ? from - 1 : from, all.end())) {
+        std::stable_sort(all.begin(), all.end());
         slot.merged = 0;
         slot.index.reset();
+        slot.version = ++versions;
     }
-    if (!slot.index && all.size() > indexThreshold) {
-        slot.index = std::make_unique<std::unordered_multimap<std::size_t, Line*>>();
-        for (std::size_t i = 0; i < slot.merged; ++i)
-            slot.index->emplace(all[i]->getKey(), all[i].get());
+    KeyIndex* index = nullptr;
+    if (all.size() > indexThreshold) {
+        // A slot that is filled at once is seldom added to: its index is not kept.
+        if (slot.merged > 0 && !slot.index) {
+            slot.index = std::make_unique<KeyIndex>();
+            slot.index->build(all, slot.merged, all.size());
+        }
+        index = slot.index ? slot.index.get() : &scratch;
+        if (!slot.index) scratch.build(all, 0, all.size());
     }
     // Every line joins the first one like it; the lines that stay move up.
     std::size_t kept = slot.merged;
     for (std::size_t i = slot.merged; i < all.size(); ++i) {
-        Line* line = all[i].get();
+        Line& line = all[i];
         Line* same = nullptr;
-        if (slot.index) {
-            auto [at, end] = slot.index->equal_range(line->getKey());
-            for (; at != end && !same; ++at) {
-                if (at->second->getContent() == line->getContent()) same = at->second;
-            }
+        if (index) {
+            same = index->find(all, line);
         } else {
             for (std::size_t j = 0; j < kept && !same; ++j) {
-                if (all[j]->getKey() == line->getKey() &&
-                    all[j]->getContent() == line->getContent())
-                    same = all[j].get();
+                if (all[j].getKey() == line.getKey() && all[j].getContent() == line.getContent())
+                    same = &all[j];
             }
         }
         if (same) {
             // Its smallest id stays: the lines are sorted by theirs, and so is the rest of the
             // slot.
-            same->addLine(line);
-            all[i].reset();
+            same->addLine(&line);
             continue;
         }
-        if (slot.index) slot.index->emplace(line->getKey(), line);
-        if (kept != i) all[kept] = std::move(all[i]);
+        if (kept != i) all[kept] = std::move(line);
+        if (index) index->add(all, kept);
         ++kept;
     }
-    all.resize(kept);
+    all.erase(all.begin() + static_cast<std::ptrdiff_t>(kept), all.end());
     slot.merged = kept;
 }
 
 void Data::merge() {
     std::vector<int> pending;
     pending.swap(unmerged);
+    auto at = lines.end();
     for (int number : pending) {
-        auto at = lines.find(number);
+        // Mostly one slot after the other.
+        if (at == lines.end() || ++at == lines.end() || at->first != number)
+            at = lines.find(number);
         if (at != lines.end()) mergeSlot(at->second);
     }
 }
@@ -182,13 +268,13 @@ std::unique_ptr<char[]> Data::pack(int* len) const {
         if (number > next) packer.packInt(next - number);
         next = number + 1;
         packer.packInt(static_cast<int>(slot.lines.size()));
-        for (const auto& line : slot.lines) {
-            packer.packInt(line->getLineNo());
-            packer.packInt(line->numOfBE());
-            for (int id : line->clients())
-                packer.packInt(id);
-            packer.packStr(line->getContent());
-            packer.packInt(static_cast<int>(static_cast<std::uint32_t>(line->getKey())));
+        for (const Line& line : slot.lines) {
+            packer.packInt(line.getLineNo());
+            packer.packInt(line.numOfBE());
+            for (const ClientSet::Range& r : line.clients().runs())
+                packer.packInts(r.first, r.last);
+            packer.packStr(line.getContent());
+            packer.packInt(static_cast<int>(static_cast<std::uint32_t>(line.getKey())));
         }
     }
     packer.packInt(be_num);
@@ -200,54 +286,49 @@ std::unique_ptr<char[]> Data::pack(int* len) const {
 }
 
 void Data::unpack(const void* buf, int len) {
+    WireReader in(buf, static_cast<std::size_t>(len));
+    read(in);
+}
+
+void Data::read(WireReader& in) {
     // The least that a line record takes: number, client count, empty text, key.
     constexpr std::size_t lineSize = 17;
+    // A slot's count is believed that far before its lines have come.
+    constexpr int believed = 65536;
     clearLine();
-    Packer packer;
-    packer.setPackedMsg(buf, len);
-    clientID = packer.unpackInt();
-    type = static_cast<Type>(packer.unpackInt());
-    consoleID = packer.unpackInt();
-    const int slotNumber = packer.unpackInt();
+    clientID = in.readInt();
+    type = static_cast<Type>(in.readInt());
+    consoleID = in.readInt();
+    const int slotNumber = in.readInt();
     if (slotNumber < 0) throw BrokenConnection();
-    std::vector<int> ids;
     for (std::int64_t i = 0; i < slotNumber; ++i) {
-        int count = packer.unpackInt();
+        int count = in.readInt();
         if (count <= 0) {
             i -= count;
-            count = packer.unpackInt();
+            count = in.readInt();
         }
-        if (count < 0 || static_cast<std::size_t>(count) > packer.remaining() / lineSize)
+        if (count < 0 || static_cast<std::size_t>(count) > in.remaining() / lineSize)
             throw BrokenConnection();
-        for (; count > 0; --count) {
-            const int number = packer.unpackInt();
+        for (int left = count; left > 0; --left) {
+            const int number = in.readInt();
             // The slot after the last must still have a number.
             if (number < 0 || number == std::numeric_limits<int>::max()) throw BrokenConnection();
-            auto line = std::make_unique<Line>(number, Line::EQUAL);
-            ids.resize(static_cast<std::size_t>(packer.unpackCount(4)));
-            for (int& id : ids)
-                id = packer.unpackInt();
-            // Ascending ids are appended in constant time each; others are put in order first. The
-            // bounds follow the order of arrival.
-            ClientSet clients;
-            if (std::is_sorted(ids.begin(), ids.end())) {
-                for (int id : ids)
-                    clients.insert(id);
-                line->addBEs(clients);
-            } else {
-                for (int id : ids)
-                    line->addBE(id);
-            }
-            line->setContent(packer.unpackStr());
+            Line line(number, Line::EQUAL);
+            const int clients = in.readInt();
+            in.readClients(clients, line);
+            line.setContent(in.readText());
             // Sign-extended: only the low 32 bits travel.
-            line->setKey(static_cast<std::size_t>(static_cast<std::int64_t>(packer.unpackInt())));
-            addLine(std::move(line));
+            line.setKey(static_cast<std::size_t>(static_cast<std::int64_t>(in.readInt())));
+            Slot& slot = slotOf(number);
+            if (slot.lines.empty())
+                slot.lines.reserve(static_cast<std::size_t>(std::min(left, believed)));
+            store(number, std::move(line));
         }
     }
-    be_num = packer.unpackInt();
-    max_id = packer.unpackInt();
-    min_id = packer.unpackInt();
-    console_cmd = packer.unpackStr();
+    be_num = in.readInt();
+    max_id = in.readInt();
+    min_id = in.readInt();
+    console_cmd = in.readText();
 }
 
 void Data::send(UnixSocket* socket) const {
@@ -259,13 +340,14 @@ void Data::send(UnixSocket* socket) const {
 
 void Data::recv(UnixSocket* socket) {
     assert(socket);
-    const std::vector<char> body = Frame::recv(socket);
-    unpack(body.data(), static_cast<int>(body.size()));
+    WireReader in(*socket, Frame::recvLength(socket));
+    read(in);
+    in.skip();
 }
 
 void Data::dump() const {
     for (const auto& [number, slot] : lines) {
-        for (const auto& line : slot.lines)
-            line->dump();
+        for (const Line& line : slot.lines)
+            line.dump();
     }
 }

@@ -2,13 +2,14 @@
 
 #include "common/line.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 class UnixSocket;
+class WireReader;
 
 /// Output of one or several clients, arranged by line number, or a change of the clients' status.
 ///
@@ -19,15 +20,36 @@ class Data {
   public:
     enum Type : int { TEXT = 0, READY = 1, QUIT = 2, ERROR = 3, DEPLOY = 4, URGENTTEXT = 5 };
 
-    using Variants = std::vector<std::unique_ptr<Line>>;
+    using Variants = std::vector<Line>;
+
+    /// Finds the lines of a slot by their keys: positions, in an open table.
+    class KeyIndex {
+      public:
+        void clear() { cells.clear(); }
+        /// Prepares for so many lines; the first `known` of them are entered.
+        void build(const Variants& lines, std::size_t known, std::size_t expected);
+        /// The first line entered that has this one's key and content; nullptr if there is none.
+        Line* find(Variants& lines, const Line& like) const;
+        void add(const Variants& lines, std::size_t position);
+
+      private:
+        std::vector<std::uint32_t> cells; // position + 1, 0 for a free one
+        std::size_t used = 0;
+        int shift = 0;
+
+        std::size_t home(const Line& line) const;
+        void enter(const Variants& lines, std::size_t position);
+    };
 
     /// The variants of one line number, and what merge has folded so far.
     struct Slot {
         Variants lines;
         /// The first `merged` lines hold no two alike.
         std::size_t merged = 0;
-        /// Lines of the merged part by key; kept once there are many.
-        std::unique_ptr<std::unordered_multimap<std::size_t, Line*>> index;
+        /// Another one, of all slots that the record ever had, once lines have changed places.
+        std::uint64_t version = 0;
+        /// Lines of the merged part; kept once there are many and more keep coming.
+        std::unique_ptr<KeyIndex> index;
     };
 
     Data() = default;
@@ -54,15 +76,20 @@ class Data {
 
     /// The slots that hold lines, by slot number.
     const std::map<int, Slot>& slots() const { return lines; }
+    /// The same, for setting the states of lines.
+    std::map<int, Slot>& slots() { return lines; }
 
     /// Stores a copy at the end of the slot of its line number.
     void addLine(const Line* line);
     /// The same without the copy.
+    void addLine(Line&& line);
     void addLine(std::unique_ptr<Line> line);
     /// Releases all lines; the header fields and the truncated count stay.
     void clearLine();
     /// Adds copies of the other record's lines, its clients and bounds.
     void addData(const Data* data);
+    /// The same, but takes the lines over; the other record is left without any.
+    void addData(Data&& data);
     void copy(const Data& other);
     /// Cuts one client's raw output into lines, one slot each; *lineNo counts them on.
     void fromStr(const char* text, int beId, int* lineNo);
@@ -78,6 +105,7 @@ class Data {
     /// Reads a packed record of len bytes; throws BrokenConnection when it lies about its lengths.
     void unpack(const void* buf, int len);
     void send(UnixSocket* socket) const;
+    /// Reads a record, line by line as it arrives. Throws BrokenConnection.
     void recv(UnixSocket* socket);
     void dump() const;
 
@@ -94,7 +122,12 @@ class Data {
     int truncated = 0;
     /// Slots with lines that merge has not seen.
     std::vector<int> unmerged;
+    std::uint64_t versions = 0;
+    KeyIndex scratch; // for the slots that keep no index
 
-    void store(int slot, std::unique_ptr<Line> line);
-    static void mergeSlot(Slot& slot);
+    Slot& slotOf(int number);
+    void store(int number, Line&& line);
+    void addTrailer(const Data& data);
+    void read(WireReader& in);
+    void mergeSlot(Slot& slot);
 };

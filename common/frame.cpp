@@ -35,17 +35,21 @@ void Frame::send(UnixSocket* socket, const char* body, int len) {
     socket->write(frame.data(), static_cast<int>(frame.size()));
 }
 
-std::vector<char> Frame::recv(UnixSocket* socket) {
+std::size_t Frame::recvLength(UnixSocket* socket) {
     assert(socket);
     char head[4];
     socket->read(head, sizeof head);
     const int len = length(head);
     if (len < 0) throw BrokenConnection();
+    return static_cast<std::size_t>(len);
+}
+
+std::vector<char> Frame::recv(UnixSocket* socket) {
+    const std::size_t len = recvLength(socket);
     std::vector<char> body;
-    while (body.size() < static_cast<std::size_t>(len)) {
+    while (body.size() < len) {
         const std::size_t have = body.size();
-        const std::size_t step = std::min<std::size_t>(static_cast<std::size_t>(len) - have,
-                                                       std::max<std::size_t>(have, 65536));
+        const std::size_t step = std::min(len - have, std::max<std::size_t>(have, 65536));
         body.resize(have + step);
         socket->read(body.data() + have, static_cast<int>(step));
     }

@@ -37,6 +37,9 @@ void send(UnixSocket* socket, const char* body, int len);
 /// Reads one frame's body. Memory grows with the bytes that arrive, never with the length alone.
 /// Throws BrokenConnection, also for a negative length.
 std::vector<char> recv(UnixSocket* socket);
+/// Reads the head of a frame alone: the length of its body. Throws BrokenConnection, also for a
+/// negative length.
+std::size_t recvLength(UnixSocket* socket);
 
 /// The length that stands at the head of a frame (4 bytes).
 int length(const char* head);

@@ -38,7 +38,25 @@ void Packer::packInt(int value) {
     append(bytes, 4);
 }
 
-void Packer::packStr(const char* text) { packMem(text, static_cast<int>(std::strlen(text)) + 1); }
+void Packer::packInts(int first, int last) {
+    const std::int64_t number = static_cast<std::int64_t>(last) - first + 1;
+    if (number > std::numeric_limits<int>::max() / 4) throw std::length_error("record too long");
+    checkBuffer(static_cast<int>(number) * 4);
+    char* to = msgBuf.get() + msgLen;
+    for (std::int64_t i = 0; i < number; ++i, to += 4) {
+        const std::uint32_t wire = htonl(static_cast<std::uint32_t>(first + i));
+        std::memcpy(to, &wire, 4);
+    }
+    msgLen += static_cast<int>(number) * 4;
+}
+
+void Packer::packStr(std::string_view text) {
+    text = text.substr(0, text.find('\0'));
+    const int length = static_cast<int>(text.size());
+    packInt(length + 1);
+    append(text.data(), length);
+    append("", 1);
+}
 
 void Packer::packMem(const char* data, int len) {
     assert(len >= 0);

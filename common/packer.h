@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
+#include <string_view>
 
 /// Turns the fields of a record into one contiguous byte buffer, and reads them back.
 ///
@@ -18,9 +18,10 @@ class Packer {
     Packer() = default;
 
     void packInt(int value);
+    /// Packs first, first + 1, ..., last.
+    void packInts(int first, int last);
     /// Packs the text up to its first NUL.
-    void packStr(const char* text);
-    void packStr(const std::string& text) { packStr(text.c_str()); }
+    void packStr(std::string_view text);
     void packMem(const char* data, int len);
 
     /// Hands over the buffer; the packer is empty afterwards. Take the length first.

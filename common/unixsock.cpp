@@ -127,16 +127,21 @@ void UnixSocket::waitToWrite() {
 void UnixSocket::read(void* buf, int len) {
     char* at = static_cast<char*>(buf);
     while (len > 0) {
+        const std::size_t got = readSome(at, static_cast<std::size_t>(len));
+        at += got;
+        len -= static_cast<int>(got);
+    }
+}
+
+std::size_t UnixSocket::readSome(void* buf, std::size_t len) {
+    for (;;) {
         if (cancelFd >= 0) waitToRead();
-        const ssize_t got = ::read(socket, at, static_cast<std::size_t>(len));
-        if (got > 0) {
-            at += got;
-            len -= static_cast<int>(got);
-        } else if (got == -1 && errno == EAGAIN) {
+        const ssize_t got = ::read(socket, buf, len);
+        if (got > 0) return static_cast<std::size_t>(got);
+        if (got == -1 && errno == EAGAIN)
             waitToRead();
-        } else if (got == 0 || errno != EINTR) {
+        else if (got == 0 || errno != EINTR)
             throw BrokenConnection();
-        }
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/brokenconnection.h"
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,6 +33,9 @@ class UnixSocket {
 
     /// Reads exactly len bytes; throws BrokenConnection. Also works on a non-blocking descriptor.
     void read(void* buf, int len);
+    /// Reads what has come, at least one byte and at most len; how many there were. Throws
+    /// BrokenConnection.
+    std::size_t readSome(void* buf, std::size_t len);
     /// Writes all len bytes, going on after a write that a signal cut short; throws
     /// BrokenConnection.
     void write(const void* buf, int len);

@@ -213,7 +213,10 @@ void Console::SignalHandler(int sig) {
                 term.restore();
                 ::_exit(1);
             }
-        } else if (isInteractive) {
+            break;
+        }
+        session.cutShort();
+        if (isInteractive) {
             machine.setState(StateMachine::INTERRUPTED,
                              {StateMachine::RUNNING, StateMachine::TEMP, StateMachine::INTTEMP});
         } else if (machine.setState(
@@ -285,7 +288,7 @@ void Console::readLines() {
         try {
             parseCommandLine(line);
         } catch (Token& token) {
-            const ConsoleSession::Lock quiet(machine);
+            const ConsoleSession::Lock quiet = session.takeQuiet();
             reportError(token.Error(), token.Cursor());
         }
         std::fflush(stdout);

@@ -5,21 +5,23 @@
 #include "common/error.h"
 #include "common/groupnames.h"
 #include "console/readline.h"
-#include "console/tabcontext.h"
 #include "console/term.h"
 #include "display/color.h"
 #include "display/parser.h"
 
 #include <cassert>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <malloc.h>
 #include <optional>
 #include <utility>
-#include <vector>
 
 namespace {
 
 constexpr int patience = 2000; // ms for an answer that is due although the user pressed Ctrl-C
+// So many lines are worth giving their memory back to the system.
+constexpr std::size_t manyLines = 65536;
 
 } // namespace
 
@@ -27,9 +29,7 @@ ConsoleSession::ConsoleSession(const Settings& choices, FrontEndLink& connection
     : settings(choices),
       link(connection),
       machine(*StateMachine::getInstance()),
-      curGroupName(GroupNames::all) {
-    addTabContext(lastData);
-}
+      curGroupName(GroupNames::all) {}
 
 // The turn and the prompt.
 
@@ -40,6 +40,11 @@ ConsoleSession::Lock ConsoleSession::takeTurn() {
         Lock turn(machine);
         if (machine.isToQuit()) return turn;
         int ms = -1;
+        if (showing) {
+            turn.unlock();
+            awaitQuiet();
+            continue;
+        }
         if (!machine.isBusy()) {
             if (open.empty()) return turn;
             // Ctrl-C came before an answer: the next request must not overtake it.
@@ -55,6 +60,27 @@ ConsoleSession::Lock ConsoleSession::takeTurn() {
         turn.unlock();
         machine.waitForChange(ms);
     }
+}
+
+ConsoleSession::Lock ConsoleSession::takeQuiet() {
+    for (;;) {
+        Lock turn(machine);
+        if (!showing || machine.isToQuit()) return turn;
+        turn.unlock();
+        awaitQuiet();
+    }
+}
+
+// Sleeps until nothing is being shown, or the state has changed.
+void ConsoleSession::awaitQuiet() {
+    quietAwaited = true;
+    if (showing) machine.waitForChange(-1);
+}
+
+void ConsoleSession::endShowing() {
+    showing = false;
+    // Nobody is woken who does not wait: records may come by the thousand.
+    if (quietAwaited.exchange(false)) machine.announce();
 }
 
 void ConsoleSession::buildPrompt(bool interrupted) {
@@ -110,7 +136,10 @@ void ConsoleSession::send(Lock& turn, Command::Type type, const std::string& tex
         if (machine.isToQuit()) return;
         // Running, with an empty store, before the clients can answer.
         machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
+        const std::lock_guard keeper(keeping);
         lastData.clearLine();
+        if (keptLines > manyLines) ::malloc_trim(0);
+        keptLines = 0;
     }
     const std::string group = curGroupName;
     turn.unlock();
@@ -128,17 +157,16 @@ void ConsoleSession::sendGroupCmd(Lock& turn, const GroupCommand& command) {
 }
 
 void ConsoleSession::createFilteredGroupCmd(Lock& turn) {
-    std::vector<ClientSet::Range> ranges;
-    for (const auto& [number, slot] : lastData.slots()) {
-        for (const auto& line : slot.lines) {
-            const auto& runs = line->clients().ranges();
-            ranges.insert(ranges.end(), runs.begin(), runs.end());
-        }
-    }
     GroupCommand filtered;
     filtered.setBase(GroupNames::filtered);
     filtered.setOpType(GroupCommand::ASSIGN);
-    filtered.addOperands(ClientSet(std::move(ranges)));
+    {
+        const std::lock_guard keeper(keeping);
+        for (const auto& [number, slot] : lastData.slots()) {
+            for (const Line& line : slot.lines)
+                filtered.addOperands(line.clients());
+        }
+    }
     const std::string group = curGroupName;
     turn.unlock();
     link.transmit(filtered, group);
@@ -282,7 +310,7 @@ void ConsoleSession::handleData() {
         send(turn, Command::ON, GroupNames::all);
         break;
     case Data::TEXT:
-        handleText();
+        handleText(turn);
         break;
     default:
         assert(!"Unhandled data type");
@@ -306,36 +334,76 @@ void ConsoleSession::handleReady(Lock& turn) {
     if (isBatch) quit();
 }
 
-void ConsoleSession::handleText() {
+void ConsoleSession::handleText(Lock& turn) {
+    const int mode = settings.c_dmode;
     if (curData.getConsoleID() != link.getId()) {
         if (settings.toBcast != 1) return;
         if (!curData.getConsoleCmd().empty()) std::puts(curData.getConsoleCmd().c_str());
         const int color = settings.c_bcolor;
-        display(curData, color, color, color, nullptr);
+        showing = true;
+        turn.unlock();
+        display(curData, mode, {color, color, color}, nullptr, interrupts);
+        endShowing();
         return;
     }
-    if (!machine.isInterrupted())
-        display(curData, settings.c_ecolor, settings.c_scolor, settings.c_dcolor, nullptr);
-    lastData.addData(&curData);
+    const unsigned before = interrupts;
+    const bool shown = !machine.isInterrupted();
+    const Colours colours = ownColours();
+    const int limit = settings.maxHistoryLines;
+    // Output and a command that clears it stay in their order: who holds the turn next waits here.
+    const std::lock_guard keeper(keeping);
+    showing = shown;
+    turn.unlock();
+    if (shown) {
+        display(curData, mode, colours, nullptr, before);
+        endShowing();
+    }
+    keep(limit);
+}
+
+// Takes the record over into the kept output; for the one who holds `keeping`.
+void ConsoleSession::keep(int limit) {
+    if (lastData.slots().empty()) words.forget();
+    std::size_t lines = 0;
+    for (const auto& [number, slot] : curData.slots())
+        lines += slot.lines.size();
+    keptLines += lines;
+    const bool offered = words.offer(curData);
+    lastData.addData(std::move(curData));
     lastData.merge();
-    lastData.truncate(settings.maxHistoryLines);
-    addNewTabContext(curData, lastData);
+    lastData.truncate(limit);
+    // Records of thousands of lines outrun one tenth at a time.
+    const std::int64_t most = 2 * static_cast<std::int64_t>(limit);
+    while (static_cast<std::int64_t>(lastData.slots().size()) > most) {
+        const int before = lastData.getTruncated();
+        lastData.truncate(limit);
+        if (lastData.getTruncated() <= before) break;
+    }
+    if (!offered) words.replay(lastData);
+    if (lines > manyLines) ::malloc_trim(0);
+}
+
+ConsoleSession::Colours ConsoleSession::ownColours() const {
+    return {settings.c_ecolor, settings.c_scolor, settings.c_dcolor};
 }
 
 bool ConsoleSession::match(const std::string& cascade) {
-    return display(lastData, settings.c_ecolor, settings.c_scolor, settings.c_dcolor,
-                   cascade.c_str());
+    const unsigned before = interrupts;
+    const std::lock_guard keeper(keeping);
+    return display(lastData, settings.c_dmode, ownColours(), cascade.c_str(), before);
 }
 
-bool ConsoleSession::display(Data& data, int ecolor, int scolor, int dcolor,
-                             const char* pattern) const {
+// Shows a record until Ctrl-C is pressed once more than `before`.
+bool ConsoleSession::display(Data& data, int mode, const Colours& colours, const char* pattern,
+                             unsigned before) {
     Parser parser;
     if (Term::isPlain()) {
         parser.setPlain();
     } else {
-        parser.setColor(colorList[ecolor].detail, Parser::EQUAL_COLOR);
-        parser.setColor(colorList[scolor].detail, Parser::SIMILAR_COLOR);
-        parser.setColor(colorList[dcolor].detail, Parser::DIFFERENT_COLOR);
+        parser.setColor(colorList[colours.equal].detail, Parser::EQUAL_COLOR);
+        parser.setColor(colorList[colours.similar].detail, Parser::SIMILAR_COLOR);
+        parser.setColor(colorList[colours.different].detail, Parser::DIFFERENT_COLOR);
     }
-    return parser.dump(&data, static_cast<Parser::Mode>(settings.c_dmode), pattern);
+    parser.stopWhen([this, before] { return interrupts != before; });
+    return parser.dump(&data, static_cast<Parser::Mode>(mode), pattern);
 }

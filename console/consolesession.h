@@ -6,8 +6,10 @@
 #include "console/frontendlink.h"
 #include "console/openrequests.h"
 #include "console/settings.h"
+#include "console/tabcontext.h"
 
 #include <atomic>
+#include <cstddef>
 #include <mutex>
 #include <string>
 
@@ -17,7 +19,9 @@
 /// The input thread prompts and sends, the main thread handles the front end's records as they
 /// come. What both touch is guarded by the turn, the lock of the state machine. A function that is
 /// given the turn gives it back before it sends, so that the other thread need not wait for the
-/// send. The settings and the link must outlive the object.
+/// send. Nor is the turn held while output is shown and kept, which may take long: who wants to
+/// prompt waits for what is being shown, which ends at a line once Ctrl-C has been pressed, and who
+/// wants the kept output for its own lock. The settings and the link must outlive the object.
 class ConsoleSession {
   public:
     using Lock = std::unique_lock<StateMachine>;
@@ -29,6 +33,8 @@ class ConsoleSession {
     /// Waits until no command or request is in flight, or the session ends, and gives the turn. A
     /// front end that owes an answer after Ctrl-C is waited for two seconds.
     Lock takeTurn();
+    /// Takes the turn, whatever is in flight, as soon as nothing is being shown.
+    Lock takeQuiet();
     /// Takes the turn and prompts; false, and no prompt, when the session ends.
     bool showPrompt();
     /// To be called when the line behind the prompt has been read.
@@ -62,6 +68,8 @@ class ConsoleSession {
     /// Has finish send a QUIT; async-signal-safe.
     void wantQuit() { quitWanted = true; }
     bool isQuitWanted() const { return quitWanted; }
+    /// Ends what is being shown, at a line; async-signal-safe.
+    void cutShort() { ++interrupts; }
 
     // Once both threads have ended.
 
@@ -79,17 +87,27 @@ class ConsoleSession {
     bool isBatch = false;
     Reply curReply;
     Data curData;
+    TabContext words;
     long refusals = 0;
 
     // Guarded by the turn.
     OpenRequests open;
     std::string prompt;
     std::string curGroupName;
-    Data lastData;
     bool unanswered = false;
     bool atPrompt = false; // the input thread has prompted and waits for a line
     /// The next ON reply prints the prompt, because the input thread waits at an old one.
     bool needToPrompt = false;
+
+    // Taken behind the turn; whoever has it does not wait for the turn.
+    std::mutex keeping;
+    Data lastData;             // guarded by keeping
+    std::size_t keptLines = 0; // that it has been given; guarded by keeping
+
+    // Output is being shown; begins under the turn.
+    std::atomic<bool> showing{false};
+    std::atomic<bool> quietAwaited{false}; // the input thread sleeps until it has been shown
+    std::atomic<unsigned> interrupts{0};
 
     // A QUIT is wanted from the moment that the state says so.
     std::atomic<bool> quitWanted{false};
@@ -101,7 +119,15 @@ class ConsoleSession {
     void openRequest(OpenRequests::Kind kind);
     void createFilteredGroupCmd(Lock& turn);
     void buildPrompt(bool interrupted);
-    bool display(Data& data, int ecolor, int scolor, int dcolor, const char* pattern) const;
+    struct Colours {
+        int equal, similar, different;
+    };
+    Colours ownColours() const;
+    bool display(Data& data, int mode, const Colours& colours, const char* pattern,
+                 unsigned before);
+    void endShowing();
+    void awaitQuiet();
+    void keep(int limit);
 
     void actOnReply(Lock& turn);
     void refused();
@@ -109,5 +135,5 @@ class ConsoleSession {
     void switched(StateMachine::STATE state);
     void promptAgain(bool interrupted);
     void handleReady(Lock& turn);
-    void handleText();
+    void handleText(Lock& turn);
 };

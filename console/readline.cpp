@@ -2,15 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
-#include <deque>
-#include <mutex>
-#include <set>
-#include <string_view>
+#include <utility>
 
 namespace {
-
-constexpr std::size_t poolCapacity = 400;
 
 std::string_view withoutBlanks(std::string_view text) {
     while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
@@ -21,27 +17,10 @@ std::string_view withoutBlanks(std::string_view text) {
 // The completion pool, filled by both threads and read by the editor.
 struct Pool {
     std::mutex mutex;
-    std::deque<std::string> contextQueue; // oldest first
-    // Views into the queue's texts, which stay where they are.
-    std::set<std::string_view, Readline::StringCompare> contextSet;
-    // How many entries have been dropped: entry i of the queue is the (dropped + i)-th ever.
-    unsigned long long dropped = 0;
-
+    WordPool words;
     // The cycle of generateVariable: the entry to look at next and its text.
-    unsigned long long position = 0;
+    std::uint64_t position = 0;
     std::string pos;
-
-    void add(std::string_view text) {
-        const std::string_view entry = withoutBlanks(text);
-        if (entry.empty() || contextSet.contains(entry)) return;
-        if (contextQueue.size() == poolCapacity) {
-            contextSet.erase(contextQueue.front());
-            contextQueue.pop_front();
-            ++dropped;
-        }
-        contextQueue.emplace_back(entry);
-        contextSet.insert(contextQueue.back());
-    }
 };
 
 // Made on first use, because the first words are added while other static objects are built.
@@ -69,27 +48,17 @@ const char* readCommandLine(const std::string& prompt) {
     return line.read();
 }
 
-void addContext(std::string_view text) { addContexts({text}); }
-
-void addContexts(const std::vector<std::string_view>& texts) {
+LockedPool lockPool() {
     Pool& p = pool();
-    const std::lock_guard guard(p.mutex);
-    for (const std::string_view text : texts)
-        p.add(text);
+    return {std::unique_lock(p.mutex), p.words};
 }
 
-bool addContextsIfRoom(const std::vector<std::string_view>& texts) {
-    Pool& p = pool();
-    const std::lock_guard guard(p.mutex);
-    if (p.dropped > 0) return false;
-    std::set<std::string_view> fresh;
-    for (const std::string_view text : texts) {
-        if (!p.contextSet.contains(withoutBlanks(text))) fresh.insert(withoutBlanks(text));
-        if (p.contextQueue.size() + fresh.size() > poolCapacity) return false;
-    }
-    for (const std::string_view text : texts)
-        p.add(text);
-    return true;
+void addContext(std::string_view text) {
+    const std::string_view entry = withoutBlanks(text);
+    if (entry.empty()) return;
+    const LockedPool p = lockPool();
+    p.words.add(WordPool::Word(entry));
+    p.words.settle();
 }
 
 // The editor calls it as a MatchFunc, which takes the prefix by value.
@@ -97,25 +66,23 @@ bool addContextsIfRoom(const std::vector<std::string_view>& texts) {
 std::string generateVariable(std::string prefix, int state) {
     Pool& p = pool();
     const std::lock_guard guard(p.mutex);
+    const WordPool& words = p.words;
     if (state == 0) {
-        if (prefix.empty() || p.contextQueue.empty()) return "";
-        p.position = p.dropped;
-        p.pos = p.contextQueue.front();
+        if (prefix.empty() || words.size() == 0) return "";
+        p.position = words.dropped();
+        p.pos = words.text(p.position);
     }
     // Entries dropped since the last call cannot be walked any more.
-    std::size_t at = static_cast<std::size_t>(std::max(p.position, p.dropped) - p.dropped);
+    const std::uint64_t end = words.dropped() + words.size();
+    p.position = std::max(p.position, words.dropped());
     while (p.pos.compare(0, prefix.size(), prefix) != 0) {
-        if (at < p.contextQueue.size()) ++at;
-        if (at >= p.contextQueue.size()) {
-            p.position = p.dropped + at;
-            return "";
-        }
-        p.pos = p.contextQueue[at];
+        if (p.position < end) ++p.position;
+        if (p.position >= end) return "";
+        p.pos = words.text(p.position);
     }
     std::string found = p.pos;
-    if (++at >= p.contextQueue.size()) at = 0;
-    p.position = p.dropped + at;
-    p.pos = p.contextQueue[at];
+    if (++p.position >= end) p.position = words.dropped();
+    p.pos = words.text(p.position);
     return found;
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "console/cline.h"
+#include "console/wordpool.h"
 
+#include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// The console's line input: one process-wide editor and the pool of words that the tab key offers.
 namespace Readline {
@@ -18,22 +19,19 @@ const char* readCommandLine(const std::string& prompt);
 /// Prints the prompt alone.
 void showPrompt(const std::string& prompt);
 
-/// The order of the pool's texts.
-struct StringCompare {
-    bool operator()(std::string_view a, std::string_view b) const { return a < b; }
-};
-
-/// Adds one text to the pool of completions, without its leading white space; a text that is there
-/// keeps its place, the 401st drops the oldest. Any thread may call; the console itself has
-/// many at once.
+/// Adds one text to the pool of completions, without its leading white space; see WordPool. Any
+/// thread may call.
 void addContext(std::string_view text);
 /// The editor's completion function: walks the pool's entries that begin with the prefix, oldest
 /// first. State 0 begins a cycle.
 std::string generateVariable(std::string prefix, int state);
-/// Adds texts one after the other.
-void addContexts(const std::vector<std::string_view>& texts);
-/// The same, but only when no text has ever been dropped from the pool and none will be; false
-/// otherwise, and nothing is added.
-bool addContextsIfRoom(const std::vector<std::string_view>& texts);
+
+/// The pool, kept from the other thread for as long as this object lives. Whatever is still
+/// borrowed by the pool must stand until settle.
+struct LockedPool {
+    std::unique_lock<std::mutex> lock;
+    WordPool& words;
+};
+LockedPool lockPool();
 
 } // namespace Readline

@@ -6,54 +6,84 @@
 #include "display/color.h"
 
 #include <algorithm>
-#include <cctype>
-#include <iterator>
 #include <string_view>
 #include <vector>
 
 namespace {
 
-// The words of the lines, in their order; they point into the lines.
-void collectWords(const Data& data, std::vector<std::string_view>& words) {
-    static constexpr char delimiters[] = " \t+=-/\\<>()[]{}.,;|*&%!?#'@\"";
-    for (const auto& [number, slot] : data.slots()) {
-        for (const auto& line : slot.lines) {
-            const std::string_view text = line->getContent();
-            for (std::size_t at = text.find_first_not_of(delimiters); at != text.npos;) {
-                const std::size_t end = std::min(text.find_first_of(delimiters, at), text.size());
-                const unsigned char c = static_cast<unsigned char>(text[at]);
-                if (end - at > 1 && !std::isspace(c) && !std::isdigit(c) && std::isprint(c))
-                    words.push_back(text.substr(at, end - at));
-                at = text.find_first_not_of(delimiters, end);
-            }
-        }
-    }
+// The words of the tables, in their order.
+std::vector<WordPool::Word> tableWords() {
+    std::vector<WordPool::Word> words;
+    for (const Topic& command : cmdList)
+        words.emplace_back(command.name);
+    for (const Topic& topic : topicList)
+        words.emplace_back(topic.name);
+    for (const Color& color : colorList)
+        words.emplace_back(color.name);
+    for (const char* option : optionList)
+        words.emplace_back(option);
+    for (const DumpTopic& mode : dcmdList)
+        words.emplace_back(mode.name);
+    for (const BcastTopic& word : bcastList)
+        words.emplace_back(word.name);
+    words.emplace_back(GroupNames::filtered);
+    return words;
 }
 
 } // namespace
 
-void addTabContext(const Data& lastData) {
-    std::vector<std::string_view> words;
-    collectWords(lastData, words);
-    for (const Topic& command : cmdList)
-        words.push_back(command.name);
-    for (const Topic& topic : topicList)
-        words.push_back(topic.name);
-    for (const Color& color : colorList)
-        words.push_back(color.name);
-    words.insert(words.end(), std::begin(optionList), std::end(optionList));
-    for (const DumpTopic& mode : dcmdList)
-        words.push_back(mode.name);
-    for (const BcastTopic& word : bcastList)
-        words.push_back(word.name);
-    words.push_back(GroupNames::filtered);
-    Readline::addContexts(words);
+TabContext::TabContext() { replay({}); }
+
+bool TabContext::offer(const Data& record) {
+    if (!complete) return false;
+    // The few that are not there yet, in their order.
+    WordPool fresh;
+    for (const auto& [number, slot] : record.slots()) {
+        // The editor need not wait for the whole record.
+        const Readline::LockedPool pool = Readline::lockPool();
+        std::string_view before;
+        for (const Line& line : slot.lines) {
+            // The words of the line before are there, or fresh.
+            WordCutter cutter(line.getContent(), before);
+            before = line.getContent();
+            for (auto text = cutter.next(); !text.empty(); text = cutter.next()) {
+                const WordPool::Word word(text);
+                if (pool.words.contains(word)) continue;
+                fresh.add(word);
+                if (pool.words.size() + fresh.size() > WordPool::capacity || pool.words.dropped())
+                    return false;
+            }
+        }
+    }
+    const Readline::LockedPool pool = Readline::lockPool();
+    for (std::uint64_t i = 0; i < fresh.size(); ++i)
+        pool.words.add(WordPool::Word(fresh.text(i)));
+    pool.words.settle();
+    return true;
 }
 
-// Called for every record: as long as no word ever had to make room, all others are there already
-// and only those of the record can be new.
-void addNewTabContext(const Data& record, const Data& lastData) {
-    std::vector<std::string_view> words;
-    collectWords(record, words);
-    if (!Readline::addContextsIfRoom(words)) addTabContext(lastData);
+void TabContext::replay(const Data& kept) {
+    static const std::vector<WordPool::Word> tables = tableWords();
+    std::uint64_t droppedBefore = 0;
+    {
+        const Readline::LockedPool pool = Readline::lockPool();
+        droppedBefore = pool.words.dropped();
+    }
+    auto known = slots.begin();
+    for (const auto& [number, slot] : kept.slots()) {
+        while (known != slots.end() && known->first < number)
+            known = slots.erase(known);
+        if (known == slots.end() || known->first != number)
+            known = slots.emplace_hint(known, number, SlotWords());
+        // The editor need not wait for all slots.
+        const Readline::LockedPool pool = Readline::lockPool();
+        known->second.replay(slot, pool.words);
+        ++known;
+    }
+    slots.erase(known, slots.end());
+    const Readline::LockedPool pool = Readline::lockPool();
+    for (const WordPool::Word& word : tables)
+        pool.words.add(word);
+    pool.words.settle();
+    complete = pool.words.dropped() == droppedBefore;
 }

@@ -1,17 +1,28 @@
 #include "display/parser.h"
 
 #include "common/catalog.h"
-#include "display/levenshtein.h"
+#include "common/decimal.h"
+#include "display/perclient.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
+#include <cstdint>
 #include <cstdio>
-#include <set>
+#include <string>
+#include <utility>
 
 namespace {
 
-// Printed text is handed on in pieces of about this many bytes.
-constexpr std::size_t outputChunk = 65536;
+// Lines that are printed between two questions whether to stop.
+constexpr unsigned questionInterval = 64;
+constexpr std::size_t longText = 1000; // bytes
+
+std::string clientPrefix(int client) {
+    char digits[Decimal::size];
+    return std::string(digits, static_cast<std::size_t>(Decimal::write(digits, client) - digits)) +
+           " | ";
+}
 
 } // namespace
 
@@ -34,49 +45,109 @@ void Parser::setColor(const char* color, ColorT type) {
     std::puts("wrong color type. ");
 }
 
-Line::State Parser::compare(Line* line1, Line* line2) {
+// Which pairs of a record have a key that may come twice: two bits, seen and seen again, for each
+// place of a table that is far larger than the number of pairs. Two pairs that meet at a place are
+// remembered in vain at worst.
+class Parser::Pairs {
+  public:
+    explicit Pairs(std::size_t number) : places(std::bit_ceil(16 * number + 64) / 32) {}
+
+    void add(std::size_t pair) {
+        const std::size_t at = place(pair);
+        std::uint64_t& word = places[at / 32];
+        const std::uint64_t seen = std::uint64_t{1} << (at % 32 * 2);
+        word |= (word & seen) << 1 | seen;
+    }
+    bool mayRecur(std::size_t pair) const {
+        const std::size_t at = place(pair);
+        return (places[at / 32] >> (at % 32 * 2 + 1) & 1) != 0;
+    }
+
+  private:
+    std::vector<std::uint64_t> places;
+
+    std::size_t place(std::size_t pair) const {
+        const std::uint64_t mixed = pair * 0x9e3779b97f4a7c15u;
+        return static_cast<std::size_t>(mixed >> 20) & (places.size() * 32 - 1);
+    }
+};
+
+Line::State Parser::compare(const Line* line1, const Line* line2) {
     assert(line1 && line2);
     const std::size_t pair = hash2Key(line1->getKey(), line2->getKey());
     if (const auto known = distances.find(pair); known != distances.end()) return known->second;
-    const std::string& a = line1->getContent();
-    const std::string& b = line2->getContent();
-    const std::size_t longer = std::max(a.size(), b.size());
-    const std::size_t gap = longer - std::min(a.size(), b.size());
-    Line::State verdict = Line::DIFFERENT;
-    if (a == b) {
-        verdict = Line::EQUAL;
-    } else if (5 * gap < longer) {
-        // The distance is at least the difference in length: anything else is settled above.
-        const std::size_t distance = static_cast<std::size_t>(Levenshtein::Distance(a, b));
-        if (5 * distance < longer) verdict = Line::SIMILAR;
-    }
+    closeness.lead(line1->getContent());
+    const Line::State verdict = closeness.compare(line2->getContent());
     distances.emplace(pair, verdict);
     return verdict;
 }
 
+bool Parser::isStopped() {
+    if (!stopped && stopAsked) stopped = stopAsked();
+    return stopped;
+}
+
+// Sets the states of a position's variants, the leader's excepted, and the position's weight.
+void Parser::judge(Data::Slot& slot, std::size_t position, const Pairs& pairs) {
+    auto& variants = slot.lines;
+    const std::size_t chosen = static_cast<std::size_t>(leaders[position]);
+    const Line& leader = variants[chosen];
+    closeness.lead(leader.getContent());
+    for (std::size_t j = 0; j < variants.size(); ++j) {
+        if (j == chosen) continue;
+        // One of two long texts may take a while.
+        if ((j % questionInterval == 0 || variants[j].getContent().size() > longText) &&
+            isStopped())
+            return;
+        Line& variant = variants[j];
+        const std::size_t pair = hash2Key(leader.getKey(), variant.getKey());
+        Line::State state;
+        if (pairs.mayRecur(pair)) {
+            const auto known = distances.find(pair);
+            state =
+                known != distances.end() ? known->second : closeness.compare(variant.getContent());
+            if (known == distances.end()) distances.emplace(pair, state);
+        } else {
+            state = closeness.compare(variant.getContent());
+        }
+        assert(state != Line::EQUAL);
+        variant.setState(state);
+        weights[position] += state == Line::SIMILAR ? 1 : 2;
+    }
+}
+
 void Parser::parse(Data* data) {
     assert(data);
+    const std::size_t before = leaders.size();
+    std::size_t pairCount = distances.size();
     for (const auto& [number, slot] : data->slots()) {
         const auto& variants = slot.lines;
         int leader = 0;
         // The reference count stays that of the first variant, so the last larger one leads.
         for (std::size_t j = 1; j < variants.size(); ++j) {
-            if (variants[j]->numOfBE() > variants[0]->numOfBE()) leader = static_cast<int>(j);
+            if (variants[j].numOfBE() > variants[0].numOfBE()) leader = static_cast<int>(j);
         }
         leaders.push_back(leader);
         weights.push_back(0);
+        if (!variants.empty()) pairCount += variants.size() - 1;
     }
-    std::size_t position = leaders.size() - data->slots().size();
+    if (pairCount == 0) return;
+    Pairs pairs(pairCount);
+    for (const auto& [pair, verdict] : distances) {
+        pairs.add(pair);
+        pairs.add(pair);
+    }
+    std::size_t position = before;
     for (const auto& [number, slot] : data->slots()) {
-        const auto& variants = slot.lines;
-        const std::size_t leader = static_cast<std::size_t>(leaders[position]);
-        for (std::size_t j = 0; j < variants.size(); ++j) {
-            if (j == leader) continue;
-            const Line::State state = compare(variants[leader].get(), variants[j].get());
-            assert(state != Line::EQUAL);
-            variants[j]->setState(state);
-            weights[position] += state == Line::SIMILAR ? 1 : 2;
+        const std::size_t leader = static_cast<std::size_t>(leaders[position++]);
+        for (std::size_t j = 0; j < slot.lines.size(); ++j) {
+            if (j != leader)
+                pairs.add(hash2Key(slot.lines[leader].getKey(), slot.lines[j].getKey()));
         }
+    }
+    position = before;
+    for (auto& [number, slot] : data->slots()) {
+        if (slot.lines.size() > 1) judge(slot, position, pairs);
         ++position;
     }
 }
@@ -98,68 +169,56 @@ bool Parser::dump(Data* data, Mode mode, const char* pattern) {
         }
     } catch (const BadPattern&) {
         valid = false;
-        out += endColor;
-        out.append(Catalog::get(HELP_MATCH_BRIEF)).append("\n\n");
-        out += Catalog::get(HELP_MATCH_DETAIL);
+        screen.append(endColor);
+        screen.append(Catalog::get(HELP_MATCH_BRIEF));
+        screen.append("\n\n");
+        screen.append(Catalog::get(HELP_MATCH_DETAIL));
     }
-    flush(0);
-    std::fflush(stdout);
+    screen.flush();
     return valid;
 }
 
 void Parser::dumpCollapsed(Data* data, const char* pattern) {
     parse(data);
     for (const auto& [number, slot] : data->slots()) {
-        for (const auto& line : slot.lines)
-            dumpLine(line.get(), pattern);
+        for (const Line& line : slot.lines) {
+            if (stopped) return;
+            dumpLine(&line, pattern);
+        }
     }
 }
 
-// Prints variants client by client, each client's lines in the order of the variants. A sweep over
-// the ends of the clients' ranges keeps the set of variants that the current client printed, so
-// clients without output cost nothing.
-template <class Variants>
-void Parser::printPerClient(const Variants& variants, Data* data, const char* pattern) {
-    struct Edge {
-        long long id;
-        bool starts;
-        std::size_t variant;
-    };
-    std::vector<Edge> edges;
-    for (std::size_t v = 0; v < variants.size(); ++v) {
-        for (const ClientSet::Range& r : variants[v]->clients().ranges()) {
-            const int first = std::max(r.first, data->getMinId());
-            const int last = std::min(r.last, data->getMaxId());
-            if (first > last) continue;
-            edges.push_back({first, true, v});
-            edges.push_back({last + 1LL, false, v});
-        }
-    }
-    std::sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) { return a.id < b.id; });
-    std::set<std::size_t> present;
-    for (std::size_t e = 0; e < edges.size();) {
-        long long id = edges[e].id;
-        for (; e < edges.size() && edges[e].id == id; ++e) {
-            if (edges[e].starts)
-                present.insert(edges[e].variant);
-            else
-                present.erase(edges[e].variant);
-        }
-        if (present.empty()) continue;
-        for (; id < edges[e].id; ++id) {
-            for (std::size_t v : present)
-                dumpLine(variants[v], static_cast<int>(id), pattern);
-        }
+void Parser::printPerClient(std::vector<const Line*> variants, const Data& data,
+                            const char* pattern) {
+    int prefixed = 0;
+    Screen::Stamp prefix; // of the client that is printed
+    PerClient walk(std::move(variants), data.getMinId(), data.getMaxId());
+    while (!stopped && walk.next()) {
+        walk.visit([&](int client, const Line& line) {
+            if (stopped) return;
+            if (pattern && *pattern) {
+                dumpLine(&line, client, pattern);
+                return;
+            }
+            if (prefix.empty() || client != prefixed) {
+                prefixed = client;
+                prefix.set(clientPrefix(client));
+            }
+            printColor(line);
+            screen.append(prefix);
+            screen.append(line.getContent());
+            endLine(true);
+        });
     }
 }
 
 void Parser::dumpExpanded(Data* data, const char* pattern) {
-    std::vector<Line*> variants;
+    std::vector<const Line*> variants;
     for (const auto& [number, slot] : data->slots()) {
-        for (const auto& line : slot.lines)
-            variants.push_back(line.get());
+        for (const Line& line : slot.lines)
+            variants.push_back(&line);
     }
-    printPerClient(variants, data, pattern);
+    printPerClient(std::move(variants), *data, pattern);
 }
 
 void Parser::dumpAuto(Data* data, const char* pattern) {
@@ -167,68 +226,76 @@ void Parser::dumpAuto(Data* data, const char* pattern) {
     const int half = data->numOfBE() / 2;
     std::size_t position = 0;
     for (const auto& [number, slot] : data->slots()) {
-        std::vector<Line*> variants;
-        for (const auto& line : slot.lines)
-            variants.push_back(line.get());
-        if (weights[position++] > half) {
-            printPerClient(variants, data, pattern);
-        } else {
-            for (Line* line : variants)
-                dumpLine(line, pattern);
+        if (stopped) return;
+        const bool perClient = weights[position++] > half;
+        if (perClient) {
+            std::vector<const Line*> variants;
+            for (const Line& line : slot.lines)
+                variants.push_back(&line);
+            printPerClient(std::move(variants), *data, pattern);
+            continue;
+        }
+        for (const Line& line : slot.lines) {
+            if (stopped) return;
+            dumpLine(&line, pattern);
         }
     }
 }
 
-void Parser::dumpLine(Line* line, const char* pattern) {
+void Parser::dumpLine(const Line* line, const char* pattern) {
     assert(line);
-    printColor(*line);
-    std::string text = line->clients().str();
+    text.clear();
+    line->clients().appendTo(text);
     text += "| ";
-    text += line->getContent();
-    printText(text, pattern);
+    printLine(*line, pattern);
 }
 
-void Parser::dumpLine(Line* line, int id, const char* pattern) {
+void Parser::dumpLine(const Line* line, int id, const char* pattern) {
     assert(line);
     if (!line->clients().contains(id)) return;
-    printColor(*line);
-    printText(itoa(id) + " | " + line->getContent(), pattern);
+    text = clientPrefix(id);
+    printLine(*line, pattern);
+}
+
+// Prints a line behind the prefix that stands in `text`.
+void Parser::printLine(const Line& line, const char* pattern) {
+    printColor(line);
+    if (!pattern || !*pattern) {
+        screen.append(text);
+        screen.append(line.getContent());
+        endLine(true);
+        return;
+    }
+    // Compiled when the first line is to be printed: that is when a bad cascade is noticed.
+    if (!filter) {
+        filter.emplace();
+        if (filter->compare(pattern) == -1) throw BadPattern();
+    }
+    text += line.getContent();
+    std::string passed;
+    const bool printed = filter->filter(text.c_str(), passed);
+    screen.append(passed);
+    endLine(printed);
 }
 
 void Parser::printColor(const Line& line) {
     switch (line.getState()) {
     case Line::EQUAL:
-        out += ecolor;
+        screen.append(ecolor);
         return;
     case Line::SIMILAR:
-        out += scolor;
+        screen.append(scolor);
         return;
     case Line::DIFFERENT:
-        out += dcolor;
+        screen.append(dcolor);
         return;
     }
     assert(!"Undefined line state");
 }
 
-void Parser::printText(const std::string& text, const char* pattern) {
-    bool printed = true;
-    if (pattern && *pattern) {
-        // Compiled when the first line is to be printed: that is when a bad cascade is noticed.
-        if (!filter) {
-            filter.emplace();
-            if (filter->compare(pattern) == -1) throw BadPattern();
-        }
-        printed = filter->filter(text.c_str(), out);
-    } else {
-        out += text;
-    }
-    out += endColor;
-    if (printed) out += '\n';
-    flush(outputChunk);
-}
-
-void Parser::flush(std::size_t limit) {
-    if (out.size() <= limit) return;
-    std::fwrite(out.data(), 1, out.size(), stdout);
-    out.clear();
+void Parser::endLine(bool printed) {
+    screen.append(endColor);
+    if (printed) screen.append('\n');
+    screen.lineDone();
+    if (++lines % questionInterval == 0) isStopped();
 }

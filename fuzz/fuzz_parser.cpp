@@ -13,10 +13,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (!unpacks(received, textOf(bytes, size))) return 0;
     // No front end sends equal variants at one place: keys that fit the texts, and a merge.
     Data data;
-    for (const auto& [number, slot] : received.slots()) {
-        for (const auto& line : slot.lines) {
-            line->generateKey();
-            data.addLine(line.get());
+    for (auto& [number, slot] : received.slots()) {
+        for (Line& line : slot.lines) {
+            line.generateKey();
+            data.addLine(&line);
         }
     }
     data.merge();

@@ -31,9 +31,9 @@ bool allEndWithin(std::chrono::seconds time) {
 Detachment::Rounds::~Rounds() { resumeTasks(); }
 
 // A task that blocks SIGINT does not stop by it, but by SIGSTOP.
-void Detachment::Rounds::stopTasks() {
+void Detachment::Rounds::stop(std::vector<pid_t> tasks) {
     second = true;
-    stopped = Tracing::heldFrom(::getpid());
+    stopped = std::move(tasks);
     for (const pid_t task : stopped)
         ::kill(task, SIGSTOP);
 }
@@ -43,10 +43,9 @@ void Detachment::Rounds::resumeTasks() {
         ::kill(task, SIGCONT);
 }
 
-void Detachment::Rounds::finish() {
-    ProcessTree::killDescendants(::getpid());
-    resumeTasks();
-}
+std::vector<pid_t> Detachment::Owner::heldTasks() const { return Tracing::heldFrom(::getpid()); }
+
+void Detachment::Owner::killRest() { ProcessTree::killDescendants(::getpid()); }
 
 Detachment::Detachment(EventLoop& loop, Owner& whose) : owner(whose), timer(loop) {}
 
@@ -64,7 +63,7 @@ void Detachment::wait() {
     timer.after(Rounds::length, [this] {
         if (!begun) return;
         if (rounds.last()) return finish();
-        rounds.stopTasks();
+        rounds.stop(owner.heldTasks());
         wait();
     });
 }
@@ -72,7 +71,8 @@ void Detachment::wait() {
 void Detachment::finish() {
     begun = false;
     timer.cancel();
-    rounds.finish();
+    owner.killRest();
+    rounds.resumeTasks();
     owner.onDetached();
 }
 
@@ -80,9 +80,10 @@ void Detachment::complete(bool patient) {
     Rounds rounds;
     const bool holding = !Tracing::heldFrom(::getpid()).empty();
     if ((holding || patient) && !allEndWithin(Rounds::length) && holding) {
-        rounds.stopTasks();
+        rounds.stop(Tracing::heldFrom(::getpid()));
         allEndWithin(Rounds::length);
     }
-    rounds.finish();
+    ProcessTree::killDescendants(::getpid());
+    rounds.resumeTasks();
     reapAll();
 }

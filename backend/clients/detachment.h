@@ -11,7 +11,8 @@
 /// would leave its breakpoints behind. One policy, in a form for the event loop and a blocking one:
 /// 3 s for the debuggers, which were told to let go before; then the tasks that are still held are
 /// stopped, and their debuggers get 3 s more; then everything below this process is killed, and the
-/// stopped tasks go on. One thread.
+/// stopped tasks go on. Where the debuggers are below other processes, the owner says what is held
+/// and kills. One thread.
 class Detachment {
   public:
     /// An object that has debuggers to end.
@@ -20,7 +21,12 @@ class Detachment {
         virtual ~Owner() = default;
         /// Whether a debugger still runs, or whatever else is waited for.
         virtual bool detaching() const = 0;
-        /// Nothing is left below this process. Called once.
+        /// The tasks that debuggers hold and that are no descendants of theirs.
+        virtual std::vector<pid_t> heldTasks() const;
+        /// Kills what is left; time is up, or nothing is waited for any more. Once, before
+        /// onDetached.
+        virtual void killRest();
+        /// Called once.
         virtual void onDetached() = 0;
     };
 
@@ -50,16 +56,14 @@ class Detachment {
         Rounds& operator=(const Rounds&) = delete;
 
         /// Stops the tasks that are held still, for the second and last round.
-        void stopTasks();
+        void stop(std::vector<pid_t> tasks);
         bool last() const { return second; }
-        /// Kills what is left below this process.
-        void finish();
+        /// The tasks that were stopped go on.
+        void resumeTasks();
 
       private:
         std::vector<pid_t> stopped;
         bool second = false;
-
-        void resumeTasks();
     };
 
     Owner& owner;

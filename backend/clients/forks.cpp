@@ -22,8 +22,13 @@ constexpr std::size_t maxSeen = 1000;
 
 } // namespace
 
-Forks::Forks(EventLoop& loop, Owner& whose, std::string markText, std::size_t maxChildren)
-    : owner(whose), mark(std::move(markText)), limit(maxChildren), timer(loop) {}
+Forks::Forks(EventLoop& loop, Owner& whose, std::string markText, std::size_t maxChildren,
+             pid_t orphansParent)
+    : owner(whose),
+      mark(std::move(markText)),
+      limit(maxChildren),
+      reaper(orphansParent),
+      timer(loop) {}
 
 void Forks::heard(int client, pid_t debugger, std::string_view text) {
     if (mark.empty() || stopped) return;
@@ -41,10 +46,10 @@ void Forks::heard(int client, pid_t debugger, std::string_view text) {
 }
 
 // A program can print anything: believed are only children of a process that this debugger traces,
-// and those that have lost such a parent and come to this process.
+// and those that have lost such a parent and come to the reaper.
 void Forks::see(const Child& child, pid_t debugger) {
     const pid_t parent = ProcessTree::parentOf(child.pid);
-    const bool orphan = parent == ::getpid();
+    const bool orphan = parent == reaper;
     if (child.pid <= 0 || parent == 0 || (!orphan && Tracing::tracerOf(parent) != debugger)) return;
     const auto before = std::find_if(seen.begin(), seen.end(), [&child](const Seen& each) {
         return each.child.pid == child.pid;

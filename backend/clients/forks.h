@@ -31,8 +31,9 @@ class Forks {
     };
 
     /// The mark is what debuggers print in front of a child's process id, empty to look for none;
-    /// at most `limit` children are debugged at a time. The owner must outlive this.
-    Forks(EventLoop& loop, Owner& owner, std::string mark, std::size_t limit);
+    /// at most `limit` children are debugged at a time. Children that lose their parent come to the
+    /// process `reaper`. The owner must outlive this.
+    Forks(EventLoop& loop, Owner& owner, std::string mark, std::size_t limit, pid_t reaper);
 
     /// What a client printed; `debugger` is its debugger's process.
     void heard(int client, pid_t debugger, std::string_view text);
@@ -57,6 +58,7 @@ class Forks {
     Owner& owner;
     const std::string mark;
     const std::size_t limit;
+    const pid_t reaper;
     Timer timer;
     std::map<int, std::string> tails; // of each client's output: may hold the beginning of a mark
     std::deque<Seen> seen;

@@ -6,9 +6,6 @@
 #include "backend/os/tracing.h"
 
 #include <filesystem>
-#include <iterator>
-#include <sstream>
-#include <vector>
 
 namespace {
 
@@ -16,11 +13,6 @@ namespace {
 std::string rankOf(pid_t pid) {
     if (const int rank = RankVariables::rankOf(pid); rank >= 0) return std::to_string(rank);
     return ProcessTree::variable(pid, "VEX_TASK").value_or("");
-}
-
-std::vector<pid_t> childrenOf(pid_t pid) {
-    std::istringstream text(ProcessTree::fileOf(pid, "task/" + std::to_string(pid) + "/children"));
-    return {std::istream_iterator<pid_t>(text), {}};
 }
 
 } // namespace
@@ -38,10 +30,10 @@ Identity Identity::ofProcess(pid_t pid) {
 }
 
 Identity Identity::underDebugger(pid_t debugger) {
-    for (pid_t child : childrenOf(debugger)) {
+    for (pid_t child : ProcessTree::children(debugger)) {
         if (Tracing::tracerOf(child) > 0) return ofProcess(child);
         // A debugger may leave it to a server that it has started.
-        for (pid_t below : childrenOf(child)) {
+        for (pid_t below : ProcessTree::children(child)) {
             if (Tracing::tracerOf(below) == child) return ofProcess(below);
         }
     }

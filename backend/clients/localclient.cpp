@@ -1,5 +1,6 @@
 #include "backend/clients/localclient.h"
 
+#include "backend/clients/debuggerchild.h"
 #include "backend/os/drain.h"
 #include "backend/os/tracing.h"
 
@@ -17,22 +18,20 @@ constexpr auto deaf = std::chrono::milliseconds(50);
 } // namespace
 
 LocalClient::LocalClient(EventLoop& loop, Listener& hears, const DebuggerStart& start)
+    : LocalClient(loop, hears, start, std::make_unique<DebuggerChild>(start)) {}
+
+LocalClient::LocalClient(EventLoop& loop, Listener& hears, const DebuggerStart& start,
+                         std::unique_ptr<DebuggerProcess> started)
     : listener(hears),
       number(start.client),
-      stream(loop, terminal.master()),
-      inputStream(loop, inputTerminal.master()),
+      process(std::move(started)),
+      terminals(process->takeTerminals()),
+      stream(loop, terminals.debugger.get()),
+      inputStream(loop, terminals.program.get()),
       matcher(start.prompt),
       target(start.attach),
       program(start.program),
       patience(loop) {
-    ChildProcess::Start what;
-    what.argv = start.argvFor(terminal.name(), inputTerminal.name());
-    what.environment = start.environment;
-    what.terminal = terminal.terminal();
-    what.inherits = start.inherits;
-    if (target != 0) what.orphan = ChildProcess::Start::INTERRUPTED;
-    process.start(what);
-    terminal.closeTerminal();
     waitToRead();
     waitToReadInput();
 }
@@ -60,7 +59,7 @@ void LocalClient::resume() {
 // Reads what is there at the moment, once; false when no more will come.
 bool LocalClient::readSome() {
     std::array<char, 65536> buffer;
-    const ssize_t got = ::read(terminal.master(), buffer.data(), buffer.size());
+    const ssize_t got = ::read(terminals.debugger.get(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
     answered = true;
     for (const auto& piece : matcher.feed({buffer.data(), static_cast<std::size_t>(got)})) {
@@ -79,7 +78,7 @@ bool LocalClient::readSome() {
 // What a program writes to its input terminal by name ("/dev/tty") is output, too.
 bool LocalClient::readInput() {
     std::array<char, 4096> buffer;
-    const ssize_t got = ::read(inputTerminal.master(), buffer.data(), buffer.size());
+    const ssize_t got = ::read(terminals.program.get(), buffer.data(), buffer.size());
     if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
     listener.onOutput(number, {buffer.data(), static_cast<std::size_t>(got)});
     return true;
@@ -94,8 +93,8 @@ void LocalClient::type(const std::string& line) {
 
 void LocalClient::writeSome() {
     writing = false;
-    while (!unwritten.empty() && terminal.master() != -1) {
-        const ssize_t put = ::write(terminal.master(), unwritten.data(), unwritten.size());
+    while (!unwritten.empty() && terminals.debugger) {
+        const ssize_t put = ::write(terminals.debugger.get(), unwritten.data(), unwritten.size());
         if (put == -1 && errno == EINTR) continue;
         if (put == -1 && errno != EAGAIN) return; // ended sees to that
         if (put == -1) {
@@ -110,18 +109,18 @@ void LocalClient::writeSome() {
 void LocalClient::interrupt() {
     const auto early = typedAt + deaf;
     if (answered || Clock::now() >= early) {
-        process.signalGroup(SIGINT);
+        process->signalGroup(SIGINT);
         return;
     }
-    patience.at(early, [this] { process.signalGroup(SIGINT); });
+    patience.at(early, [this] { process->signalGroup(SIGINT); });
 }
 
 void LocalClient::release() {
-    if (target == 0 || terminal.master() == -1) return;
+    if (target == 0 || !terminals.debugger) return;
     patience.cancel();
-    process.signal(SIGINT);
+    process->signal(SIGINT);
     stream.release();
-    terminal.closeMaster();
+    terminals.debugger.reset();
 }
 
 bool LocalClient::holds() const { return target != 0 && Tracing::isTracedBy(pid(), target); }
@@ -136,8 +135,8 @@ Identity LocalClient::who() const {
 }
 
 bool LocalClient::ended() {
-    if (process.poll() != ChildProcess::ENDED) return false;
-    drain(terminal.master(), [this] { return readSome(); });
+    if (!process->ended()) return false;
+    drain(terminals.debugger.get(), [this] { return readSome(); });
     readInput();
     const std::string rest = matcher.rest();
     if (!rest.empty()) listener.onOutput(number, rest);
@@ -149,8 +148,8 @@ bool LocalClient::ended() {
     if (target != 0) {
         stream.release();
         inputStream.release();
-        terminal.closeMaster();
-        inputTerminal.closeMaster();
+        terminals.debugger.reset();
+        terminals.program.reset();
     }
     return true;
 }

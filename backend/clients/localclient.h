@@ -1,15 +1,15 @@
 #pragma once
 
 #include "backend/clients/client.h"
+#include "backend/clients/debuggerprocess.h"
 #include "backend/clients/identity.h"
 #include "backend/drivers/debuggerstart.h"
 #include "backend/drivers/promptmatcher.h"
-#include "backend/os/childprocess.h"
 #include "backend/os/clock.h"
 #include "backend/os/eventloop.h"
-#include "backend/os/pty.h"
 #include "backend/os/stream.h"
 
+#include <memory>
 #include <string>
 
 /// A debugger of this machine on its pseudo-terminal, and the terminal that its program reads from.
@@ -19,6 +19,9 @@ class LocalClient : public Client {
   public:
     /// Starts the debugger. The listener must outlive this. Throws std::system_error.
     LocalClient(EventLoop& loop, Listener& listener, const DebuggerStart& start);
+    /// The same for a debugger that was started by another process, as `start` says.
+    LocalClient(EventLoop& loop, Listener& listener, const DebuggerStart& start,
+                std::unique_ptr<DebuggerProcess> process);
     ~LocalClient() override;
 
     void type(const std::string& line) override;
@@ -36,14 +39,14 @@ class LocalClient : public Client {
     bool holds() const override;
     std::string identity() const override { return who().str(); }
     Identity who() const;
-    pid_t pid() const override { return process.pid(); }
-    bool running() const override { return process.running(); }
+    pid_t pid() const override { return process->pid(); }
+    bool running() const override { return process->running(); }
 
   private:
     Listener& listener;
-    const int number;  // in the session
-    Pty terminal;      // the debugger's
-    Pty inputTerminal; // the program's
+    const int number; // in the session
+    const std::unique_ptr<DebuggerProcess> process;
+    DebuggerProcess::Terminals terminals;
     Stream stream;
     Stream inputStream;
     PromptMatcher matcher;
@@ -56,7 +59,6 @@ class LocalClient : public Client {
     bool writing = false;
     bool paused = false; // mayRead refused for the debugger's terminal
     bool inputPaused = false;
-    ChildProcess process;
 
     void waitToRead();
     void waitToReadInput();

@@ -7,7 +7,7 @@ namespace {
 // Bounds of the search: differences, and steps a line.
 constexpr int maxDifferences = 1000;
 constexpr std::size_t stepsPerLine = 64;
-constexpr std::size_t freeSteps = 4096;
+constexpr std::size_t freeSteps = 1024;
 
 class Search {
   public:

@@ -57,7 +57,14 @@ Folder::Folder(std::chrono::milliseconds longest, int last)
 
 void Folder::added(Clock::time_point now, bool merged) {
     ++fresh;
+    lastAdded = now;
     if (merged) lastMerged = std::max(lastMerged, now);
+    awaitPassed();
+}
+
+void Folder::awaitPassed() {
+    if (!passDue && histories.allHaveSpoken() && fresh * freshShare >= histories.nodes().size())
+        passDue = lastAdded + Wait::breath;
 }
 
 void Folder::add(int client, std::string_view text, Clock::time_point now, Cut cut) {
@@ -74,6 +81,7 @@ void Folder::add(const ClientSet& clients, std::string_view text, Clock::time_po
 void Folder::answered(int client) {
     histories.answered(client);
     ++fresh;
+    awaitPassed();
 }
 
 void Folder::addRow(const ClientSet& clients, std::string text, Clock::time_point now,
@@ -89,6 +97,10 @@ bool Folder::full() const {
 
 std::optional<Clock::time_point> Folder::due() const {
     if (empty()) return std::nullopt;
+    return std::min(windowEnd(), passDue.value_or(Clock::time_point::max()));
+}
+
+Clock::time_point Folder::windowEnd() const {
     return std::min(began + patience, std::max(began, lastMerged) + Wait::window);
 }
 
@@ -100,6 +112,7 @@ template <class Limit>
 Folder::Lines Folder::takeUpTo(Limit limit) {
     Lines taken;
     fresh = 0;
+    passDue.reset();
     if (!histories.empty()) {
         const Runs runs = histories.runs();
         const Alignment alignment(histories, sent, runs);
@@ -250,6 +263,10 @@ Folder::Lines Folder::take() {
 }
 
 Folder::Lines Folder::takeDue(Clock::time_point now) {
+    if (windowEnd() > now)
+        return takeUpTo([this](const Alignment& alignment, const Runs& runs) {
+            return lastPassed(alignment, runs);
+        });
     if (!rows.empty()) return take();
     return takeUpTo([&](const Alignment& alignment, const Runs&) {
         // Lines stay together: below one that must leave, none stays.
@@ -266,12 +283,6 @@ Folder::Lines Folder::takeDue(Clock::time_point now) {
         }
         return all ? everything : last;
     });
-}
-
-Folder::Lines Folder::takePassed() {
-    if (!histories.allHaveSpoken() || fresh * freshShare < histories.nodes().size()) return {};
-    return takeUpTo(
-        [&](const Alignment& alignment, const Runs& runs) { return lastPassed(alignment, runs); });
 }
 
 // The last line that a client has in common with another is where it has come: what it alone said
@@ -318,8 +329,9 @@ Data Folder::record(Lines lines, int consoleId, const std::string& consoleCmd) {
     record.setType(Data::TEXT);
     record.setConsoleID(consoleId);
     record.setConsoleCmd(consoleCmd);
-    record.setBounds(lines.clients.front(), lines.clients.back(),
-                     static_cast<int>(lines.clients.size()));
+    if (!lines.clients.empty())
+        record.setBounds(lines.clients.front(), lines.clients.back(),
+                         static_cast<int>(lines.clients.size()));
     for (Line& each : lines.lines) {
         auto line = std::make_unique<::Line>(each.number, ::Line::EQUAL);
         line->setContent(std::move(each.text));

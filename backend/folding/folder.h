@@ -23,7 +23,8 @@ class Alignment;
 /// an order that each of their clients has said them in, and else by their smallest clients. Memory
 /// grows with the distinct lines and histories, not with the clients.
 ///
-/// Does not wait by itself: take what is `due` then, and what all have passed after each addition.
+/// What all that are awaited have said leaves at once, what others may still say a while later.
+/// Does not wait by itself: take what is `due` then.
 class Folder {
   public:
     /// How a line is cut; see Histories.
@@ -86,10 +87,9 @@ class Folder {
     /// which takes less memory and time than a take.
     template <class Hear>
     void finish(Hear hear);
-    /// What must leave by now: lines that have only just begun stay for the others.
+    /// What must leave by now: what all that are awaited have passed, or all but lines that have
+    /// only just begun.
     Lines takeDue(Clock::time_point now);
-    /// What all that are awaited have passed. Mostly nothing, and then quick.
-    Lines takePassed();
 
     /// A record of the lines for a console.
     static Data record(Lines lines, int consoleId, const std::string& consoleCmd);
@@ -109,7 +109,9 @@ class Folder {
     std::size_t rowBytes = 0;
     Clock::time_point began;      // when the oldest of what is held came
     Clock::time_point lastMerged; // when the last line came that others had said before
-    std::size_t fresh = 0;        // lines and answers since what all have passed was looked for
+    Clock::time_point lastAdded;
+    std::optional<Clock::time_point> passDue; // when to look for what all have passed
+    std::size_t fresh = 0; // lines and answers since what all have passed was looked for
 
     /// All lines that are held, in the order in which they leave, with the clients of each as runs
     /// of ids; the texts are moved out one by one.
@@ -127,6 +129,8 @@ class Folder {
     Ending ending();
     std::string endingText(Ending& all, std::uint32_t text);
     void added(Clock::time_point now, bool merged);
+    void awaitPassed();
+    Clock::time_point windowEnd() const;
     template <class Limit>
     Lines takeUpTo(Limit limit);
     int lastPassed(const Alignment& alignment, const Runs& runs) const;

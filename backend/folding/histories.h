@@ -76,6 +76,9 @@ class Histories {
     /// Nothing was said; what comes first stands behind the number `last`.
     explicit Histories(int last) : rootIndex{{{last, -1}, 0}} { rootList.front().last = last; }
 
+    Histories(Histories&&) = default;
+    Histories& operator=(Histories&&) = default;
+
     /// The next line of the client, or of each of the clients; true when another client has said
     /// the same text.
     bool add(int client, std::string_view text, std::uint32_t cut, Clock::time_point now);

@@ -122,8 +122,10 @@ void ChildProcess::start(const Start& what) {
 
 ChildProcess::Event ChildProcess::poll() {
     if (!running()) return NOTHING;
-    if (::waitpid(id, &waitStatus, WNOHANG | WUNTRACED) != id) return NOTHING;
-    if (WIFSTOPPED(waitStatus)) return STOPPED;
+    const pid_t found = ::waitpid(id, &waitStatus, WNOHANG | WUNTRACED);
+    const bool reaped = found == -1 && errno == ECHILD; // by who reaps all of this process's
+    if (found != id && !reaped) return NOTHING;
+    if (!reaped && WIFSTOPPED(waitStatus)) return STOPPED;
     ended = true;
     return ENDED;
 }

@@ -11,6 +11,8 @@ namespace Wait {
 constexpr auto window = std::chrono::milliseconds(200);
 /// Lines with which others still merge wait at most this long.
 constexpr auto fold = std::chrono::milliseconds(1000);
+/// What all have said waits so long for what is read in the same breath.
+constexpr auto breath = std::chrono::milliseconds(20);
 /// A line that a running program has not ended may still get its end; after this time it is shown
 /// as it is.
 constexpr auto halfLine = std::chrono::milliseconds(500);

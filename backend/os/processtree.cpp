@@ -1,12 +1,14 @@
 #include "backend/os/processtree.h"
 
+#include "common/descriptor.h"
 #include "common/wholenumber.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -30,6 +32,29 @@ std::string statField(pid_t id, int number) {
     return field;
 }
 
+// Most kernels list the children of each thread (CONFIG_PROC_CHILDREN).
+bool listsChildren() {
+    static const bool lists = ::access("/proc/thread-self/children", R_OK) == 0;
+    return lists;
+}
+
+// The living children of a process as the kernel lists them. One may be missing while another one
+// ends; a list without any is complete.
+std::vector<pid_t> listedChildren(pid_t parent) {
+    std::vector<pid_t> found;
+    std::error_code fault;
+    const std::string threads = "/proc/" + std::to_string(parent) + "/task";
+    for (std::filesystem::directory_iterator at(threads, fault), end; !fault && at != end;
+         at.increment(fault)) {
+        std::istringstream ids(
+            ProcessTree::fileOf(parent, "task/" + at->path().filename().string() + "/children"));
+        for (pid_t id; ids >> id;) {
+            if (ProcessTree::parentOf(id) == parent) found.push_back(id);
+        }
+    }
+    return found;
+}
+
 } // namespace
 
 std::vector<pid_t> ProcessTree::everyone() {
@@ -44,11 +69,13 @@ std::vector<pid_t> ProcessTree::everyone() {
 }
 
 std::string ProcessTree::fileOf(pid_t id, const std::string& name) {
-    std::ifstream file("/proc/" + std::to_string(id) + "/" + name, std::ios::binary);
-    std::ostringstream text;
-    // Inserting stops where the process vanishes; iterators over the buffer would throw.
-    text << file.rdbuf();
-    return text.str();
+    const std::string path = "/proc/" + std::to_string(id) + "/" + name;
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::string text;
+    std::array<char, 8192> piece;
+    for (ssize_t got; file && (got = ::read(file.get(), piece.data(), piece.size())) > 0;)
+        text.append(piece.data(), static_cast<std::size_t>(got));
+    return text;
 }
 
 pid_t ProcessTree::parentOf(pid_t id) { return std::atoi(statField(id, 4).c_str()); }
@@ -62,15 +89,22 @@ std::string ProcessTree::executableOf(pid_t id) {
     return std::filesystem::read_symlink("/proc/" + std::to_string(id) + "/exe", fault).string();
 }
 
-std::vector<pid_t> ProcessTree::descendants(pid_t root) {
-    std::multimap<pid_t, pid_t> children;
-    for (pid_t id : everyone())
-        children.emplace(parentOf(id), id);
+std::vector<pid_t> ProcessTree::descendants(pid_t root, pid_t except) {
+    std::multimap<pid_t, pid_t> all;
+    if (!listsChildren()) {
+        for (pid_t id : everyone())
+            all.emplace(parentOf(id), id);
+    }
     std::vector<pid_t> found{root};
     for (std::size_t i = 0; i < found.size(); ++i) {
-        const auto [first, last] = children.equal_range(found[i]);
-        for (auto each = first; each != last; ++each)
-            found.push_back(each->second);
+        if (listsChildren()) {
+            for (const pid_t child : listedChildren(found[i]))
+                all.emplace(found[i], child);
+        }
+        const auto [first, last] = all.equal_range(found[i]);
+        for (auto each = first; each != last; ++each) {
+            if (each->second != except) found.push_back(each->second);
+        }
     }
     std::reverse(found.begin(), found.end());
     found.pop_back();
@@ -78,6 +112,7 @@ std::vector<pid_t> ProcessTree::descendants(pid_t root) {
 }
 
 std::vector<pid_t> ProcessTree::children(pid_t parent) {
+    if (listsChildren()) return listedChildren(parent);
     std::vector<pid_t> found = everyone();
     std::erase_if(found, [parent](pid_t id) { return parentOf(id) != parent; });
     return found;
@@ -114,10 +149,10 @@ std::optional<std::string> ProcessTree::variable(pid_t id, const std::string& na
     return std::nullopt;
 }
 
-void ProcessTree::killDescendants(pid_t root) {
+void ProcessTree::killDescendants(pid_t root, pid_t except) {
     // A process can start another one between the look and the blow, so look again.
     for (int round = 0; round < 200; ++round) {
-        const std::vector<pid_t> living = descendants(root);
+        const std::vector<pid_t> living = descendants(root, except);
         if (living.empty()) return;
         for (pid_t id : living)
             ::kill(id, SIGKILL);

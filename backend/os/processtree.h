@@ -15,8 +15,9 @@ std::string fileOf(pid_t id, const std::string& name);
 
 /// All process ids, as /proc lists them at this moment.
 std::vector<pid_t> everyone();
-/// The descendants of a process, the deepest first, without itself.
-std::vector<pid_t> descendants(pid_t root);
+/// The descendants of a process, the deepest first, without itself; without those below `except`,
+/// and it. Looks at no other process where the kernel lists the children of each.
+std::vector<pid_t> descendants(pid_t root, pid_t except = -1);
 /// The living children of a process.
 std::vector<pid_t> children(pid_t parent);
 /// The parent of a process; 0: it is gone, or dead and not reaped.
@@ -36,9 +37,9 @@ pid_t programOf(pid_t task);
 /// A variable of the environment that a process was started with; nothing when it has none or does
 /// not show it.
 std::optional<std::string> variable(pid_t id, const std::string& name);
-/// Kills the descendants by SIGKILL, the deepest first, until none is left; waits at most about a
+/// Kills these descendants by SIGKILL, the deepest first, until none is left; waits at most about a
 /// second.
-void killDescendants(pid_t root);
+void killDescendants(pid_t root, pid_t except = -1);
 /// Reaps the ended children of this process that are not among `known` (ascending).
 void reapStrangers(const std::vector<pid_t>& known);
 

@@ -3,6 +3,7 @@
 #include "common/descriptor.h"
 
 #include <string>
+#include <utility>
 
 /// A pseudo-terminal that passes bytes as they are: no echo, no line editing, no signals from
 /// control bytes, no output processing. Owns both ends.
@@ -21,6 +22,8 @@ class Pty {
     void closeTerminal() { back.reset(); }
     /// Hangs up: the program finds the end of its input.
     void closeMaster() { front.reset(); }
+    /// Hands over the front end's end; closing that hangs up.
+    Descriptor takeMaster() { return std::move(front); }
 
   private:
     Descriptor front;

@@ -12,17 +12,26 @@ constexpr std::size_t shortPiece = 64 * 1024;
 } // namespace
 
 void SendQueue::add(std::string bytes) {
+    if (bytes.empty()) return;
     waiting += bytes.size();
     wasCongested |= congested();
-    if (!queue.empty() && queue.back().size() + bytes.size() <= shortPiece)
-        queue.back() += bytes;
-    else if (!bytes.empty())
-        queue.push_back(std::move(bytes));
+    if (!queue.empty() && !queue.back().shared &&
+        queue.back().own.size() + bytes.size() <= shortPiece)
+        queue.back().own += bytes;
+    else
+        queue.push_back({std::move(bytes), nullptr});
+}
+
+void SendQueue::add(std::shared_ptr<const std::string> bytes) {
+    if (bytes->size() <= shortPiece) return add(std::string(*bytes));
+    waiting += bytes->size();
+    wasCongested |= congested();
+    queue.push_back({{}, std::move(bytes)});
 }
 
 bool SendQueue::send(int socket) {
     while (!queue.empty()) {
-        const std::string& first = queue.front();
+        const std::string& first = queue.front().bytes();
         const ssize_t put =
             ::send(socket, first.data() + sent, first.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (put == -1 && errno == EINTR) continue;

@@ -26,13 +26,13 @@ bool childMay(__ptrace_request request, pid_t pid) {
 
 // A field of /proc/PID/status, without the blanks in front; empty when there is none.
 std::string statusField(pid_t pid, const std::string& name) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(file, line);) {
-        if (!line.starts_with(name + ":")) continue;
-        const std::size_t begin = line.find_first_not_of(" \t", name.size() + 1);
-        return begin == std::string::npos ? "" : line.substr(begin);
-    }
-    return "";
+    // The name that the process gave itself stands in front, without newlines.
+    const std::string text = '\n' + ProcessTree::fileOf(pid, "status");
+    const std::size_t line = text.find('\n' + name + ':');
+    if (line == std::string::npos) return "";
+    const std::size_t end = text.find('\n', line + 1);
+    const std::size_t begin = text.find_first_not_of(" \t", line + name.size() + 2);
+    return begin < end ? text.substr(begin, end - begin) : "";
 }
 
 std::string userName(uid_t user) {

@@ -1,11 +1,14 @@
 #include "backend/wire/agentlink.h"
 
+#include "backend/os/descriptorpassing.h"
 #include "common/brokenconnection.h"
 #include "common/unixsock.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <iterator>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -65,10 +68,25 @@ void AgentLink::waitToRead() {
 
 void AgentLink::readSome() {
     std::array<char, 65536> buffer;
-    const ssize_t got = ::read(socket.get(), buffer.data(), buffer.size());
+    const ssize_t got = receive(buffer.data(), buffer.size());
     if (got == 0 || (got == -1 && errno != EAGAIN && errno != EINTR)) return close();
     if (got > 0) reader.feed({buffer.data(), static_cast<std::size_t>(got)});
     takeRecords();
+}
+
+ssize_t AgentLink::receive(char* buffer, std::size_t size) {
+    if (!takesDescriptors) return ::read(socket.get(), buffer, size);
+    auto [got, handed] = DescriptorPassing::receive(socket.get(), buffer, size);
+    std::ranges::move(handed, std::back_inserter(descriptors));
+    return got;
+}
+
+Descriptor AgentLink::takeDescriptor() {
+    Descriptor first;
+    if (descriptors.empty()) return first;
+    first = std::move(descriptors.front());
+    descriptors.pop_front();
+    return first;
 }
 
 void AgentLink::takeRecords() {

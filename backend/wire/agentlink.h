@@ -6,8 +6,10 @@
 #include "common/descriptor.h"
 #include "common/framereader.h"
 
+#include <deque>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 
 /// The connection between an agent and the front end, at either end. Never blocks: what the other
 /// side does not read yet waits in a queue. One thread.
@@ -46,6 +48,12 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     /// The user at the other end of a local socket (SO_PEERCRED); -1: the socket tells none.
     long peerUser() const;
 
+    /// Descriptors that come over a local socket are kept from now on, not dropped.
+    void expectDescriptors() { takesDescriptors = true; }
+    /// The one that has come first and was not taken yet; those of a record are there when the
+    /// record is. None: there is no other.
+    Descriptor takeDescriptor();
+
   private:
     EventLoop& loop;
     Descriptor socket;
@@ -56,12 +64,15 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     std::string parts; // the beginning of the next record's body
     SendQueue queue{1024 * 1024, 128 * 1024};
     const int family; // of the socket's address
+    std::deque<Descriptor> descriptors;
+    bool takesDescriptors = false;
     bool writing = false;
     bool paused = false;
     bool over = false;
 
     void waitToRead();
     void readSome();
+    ssize_t receive(char* buffer, std::size_t size);
     void takeRecords();
     void waitToWrite();
     void writeSome();

@@ -5,6 +5,9 @@
 #include "common/frame.h"
 #include "common/packer.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace {
 
 void pack(Packer& packer, const std::string& text) {
@@ -65,7 +68,8 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
     const bool known = type == PART || type == HELLO || type == PROOF || type == CHALLENGE ||
-                       (type >= TASKS && type <= FORKED) || (type >= START && type <= LEAVEFORK);
+                       (type >= TASKS && type <= FORKED) || (type >= START && type <= LEAVEFORK) ||
+                       (type >= JOIN && type <= LEAVE) || (type >= WELCOME && type <= FINISH);
     if (!known) throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};
 }

@@ -36,6 +36,18 @@ struct AgentRecord {
         WHO,
         RELEASE,   // debuggers end, and let go of what they have attached to
         LEAVEFORK, // the answer to FORKED that is no START
+        // From the keeper of a task to the agent of its node, on the same host.
+        JOIN = 201, // first
+        RUNS,       // a debugger that was to be started, with its terminals
+        FAILED,     // it could not be
+        GONE,       // a debugger has ended
+        LEAVE,      // the launcher ends the task
+        // From a node's agent to a keeper.
+        WELCOME = 301, // the answer to JOIN
+        REFUSED,       // the other one
+        FORK,          // start a debugger
+        SIGNAL,        // for a debugger
+        FINISH,        // kill what is left, and end
     };
 
     Type type = HELLO;

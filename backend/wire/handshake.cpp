@@ -23,3 +23,11 @@ std::string Handshake::proof(Side side, const std::string& secret, const std::st
 bool Handshake::equal(const std::string& one, const std::string& other) {
     return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
 }
+
+std::string Handshake::hash(const std::string& text) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> hash;
+    unsigned length = 0;
+    if (EVP_Digest(text.data(), text.size(), hash.data(), &length, EVP_sha256(), nullptr) != 1)
+        throw std::runtime_error("cannot compute a hash");
+    return {reinterpret_cast<const char*>(hash.data()), length};
+}

@@ -12,6 +12,8 @@ enum Side { FRONT_END, AGENT };
 /// both of which are made anew for each connection.
 std::string proof(Side side, const std::string& secret, const std::string& hello,
                   const std::string& nonce);
+/// A hash of the text, 32 bytes, by which nobody finds the text: SHA-256 (RFC 6234).
+std::string hash(const std::string& text);
 /// Compares in a time that does not tell where they differ.
 bool equal(const std::string& one, const std::string& other);
 

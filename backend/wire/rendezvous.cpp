@@ -1,6 +1,7 @@
 #include "backend/wire/rendezvous.h"
 
 #include "backend/os/thismachine.h"
+#include "backend/wire/handshake.h"
 #include "common/descriptor.h"
 #include "common/wholenumber.h"
 
@@ -21,16 +22,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string randomDigits(std::size_t bytes) {
-    std::string raw(bytes, '\0');
-    if (::getrandom(raw.data(), raw.size(), 0) != static_cast<ssize_t>(raw.size()))
-        throw std::system_error(errno, std::generic_category(), "cannot get random bytes");
+std::string digits(const std::string& bytes) {
     std::string text;
-    for (const char c : raw) {
+    for (const char c : bytes) {
         text += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
         text += "0123456789abcdef"[static_cast<unsigned char>(c) & 15];
     }
     return text;
+}
+
+std::string randomDigits(std::size_t bytes) {
+    std::string raw(bytes, '\0');
+    if (::getrandom(raw.data(), raw.size(), 0) != static_cast<ssize_t>(raw.size()))
+        throw std::system_error(errno, std::generic_category(), "cannot get random bytes");
+    return digits(raw);
 }
 
 int number(const std::string& text) {
@@ -83,6 +88,7 @@ void removeStale(const fs::path& folder) {
 std::string Rendezvous::str() const {
     std::ostringstream text;
     if (!socketName.empty()) text << "socket " << socketName << '\n';
+    if (!nodeName.empty()) text << "node " << nodeName << '\n';
     for (const std::string& address : addresses)
         text << "address " << address << '\n';
     text << "port " << port << "\nsecret " << secret << '\n';
@@ -96,6 +102,8 @@ Rendezvous Rendezvous::parse(std::istream& in) {
     for (std::string name, value; in >> name >> value;) {
         if (name == "socket")
             result.socketName = value;
+        else if (name == "node")
+            result.nodeName = value;
         else if (name == "address")
             result.addresses.push_back(value);
         else if (name == "port")
@@ -114,6 +122,10 @@ Rendezvous Rendezvous::parse(std::istream& in) {
 }
 
 std::string Rendezvous::newSecret() { return randomDigits(32); }
+
+std::string Rendezvous::nodeNameOf(const std::string& secret) {
+    return "vex-node-" + digits(Handshake::hash("node" + secret).substr(0, 16));
+}
 
 RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content) {
     // The settings directory above it is as private.

@@ -19,6 +19,9 @@ struct Rendezvous {
     /// The rank and the size of the job for an agent whose launcher tells neither; -1: it tells.
     int rank = -1;
     int size = -1;
+    /// The abstract name of the socket of a node's agent, the same on each host; known to others,
+    /// it tells nothing of the secret. Empty: agents of a host do not find each other.
+    std::string nodeName = {};
 
     std::string str() const;
     /// Throws std::runtime_error.
@@ -26,6 +29,8 @@ struct Rendezvous {
 
     /// A secret of 256 random bits, printable.
     static std::string newSecret();
+    /// A name for the node's agents of the launch that has this secret.
+    static std::string nodeNameOf(const std::string& secret);
 };
 
 /// The file that tells agents a rendezvous: private to its user, in a directory that all hosts of a

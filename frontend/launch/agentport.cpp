@@ -59,6 +59,7 @@ Descriptor boundTo(const SocketAddress& address) {
 AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Owner& whose)
     : loop(eventLoop), owner(whose), local(loop), tcp(loop) {
     where.secret = Rendezvous::newSecret();
+    where.nodeName = Rendezvous::nodeNameOf(where.secret);
     if (withLocal) {
         // An abstract name leaves no file behind. It is no secret, so it needs none of ours.
         where.socketName = "vex-agents-" + Rendezvous::newSecret().substr(0, 16);

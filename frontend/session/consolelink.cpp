@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 ConsoleLink::ConsoleLink(EventLoop& eventLoop, Owner& whose, int number,
                          std::unique_ptr<UnixSocket> connection)
@@ -40,7 +41,12 @@ void ConsoleLink::readSome() {
     if (!over) waitToRead();
 }
 
-void ConsoleLink::send(std::string bytes) {
+void ConsoleLink::send(std::string bytes) { enqueue(std::move(bytes)); }
+
+void ConsoleLink::send(std::shared_ptr<const std::string> bytes) { enqueue(std::move(bytes)); }
+
+template <class Bytes>
+void ConsoleLink::enqueue(Bytes bytes) {
     if (over || finishing) return;
     queue.add(std::move(bytes));
     // Together with what else this turn of the loop has to say.

@@ -33,6 +33,8 @@ class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
     void start();
     /// Queues bytes.
     void send(std::string bytes);
+    /// The same; the bytes may wait for other links, too.
+    void send(std::shared_ptr<const std::string> bytes);
     /// Whether so much waits that no more should be produced for this console.
     bool congested() const { return queue.congested(); }
     /// Whether the console has closed its end; what it sent before may be unread still.
@@ -55,6 +57,8 @@ class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
     bool over = false;
 
     void waitToRead();
+    template <class Bytes>
+    void enqueue(Bytes bytes);
     void waitToWrite();
     void readSome();
     void writeSome();

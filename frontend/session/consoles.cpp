@@ -97,10 +97,17 @@ void Consoles::finish() {
 
 void Consoles::send(int id, const Reply& reply) { sendBytes(id, Frame::of(KIND_REPLY, reply)); }
 
-void Consoles::send(int id, const Data& data) {
-    // The console that has asked gets all; its clients wait for it.
-    if (data.getType() == Data::TEXT && data.getConsoleID() != id && congested(id)) return;
-    sendBytes(id, Frame::of(KIND_DATA, data));
+void Consoles::send(const std::vector<int>& to, const Data& data) {
+    std::shared_ptr<const std::string> packed;
+    for (const int id : to) {
+        // The console that has asked gets all; its clients wait for it.
+        const auto link = links.find(id);
+        if (link == links.end() ||
+            (data.getType() == Data::TEXT && data.getConsoleID() != id && congested(id)))
+            continue;
+        if (!packed) packed = std::make_shared<const std::string>(Frame::of(KIND_DATA, data));
+        link->second->send(packed);
+    }
 }
 
 void Consoles::sendBytes(int id, const std::string& bytes) {

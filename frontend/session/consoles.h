@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 /// The consoles of a session: lets them in, numbers them from 1, and carries records. One thread.
 class Consoles : public ConsoleLink::Owner {
@@ -43,8 +44,9 @@ class Consoles : public ConsoleLink::Owner {
     void finish();
 
     void send(int console, const Reply& reply);
-    /// Output for a console that only looks on and does not keep up is dropped.
-    void send(int console, const Data& data);
+    /// One packed record for all of them. Output for a console that only looks on and does not keep
+    /// up is dropped.
+    void send(const std::vector<int>& to, const Data& data);
     /// Whether so much waits for the console that no more should be produced.
     bool congested(int console) const;
     bool contains(int console) const { return links.contains(console); }

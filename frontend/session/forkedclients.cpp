@@ -25,7 +25,7 @@ ForkedClients::ForkedClients(EventLoop& eventLoop, const Options& sessionOptions
       errors(errorWatch),
       owner(whose),
       forks(loop, *this, options.forks ? driver.forkMark() : "",
-            static_cast<std::size_t>(std::max(fewForks, options.tasks))) {}
+            static_cast<std::size_t>(std::max(fewForks, options.tasks)), ::getpid()) {}
 
 // --- the start
 

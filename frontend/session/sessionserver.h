@@ -61,7 +61,10 @@ class SessionServer : private Switchboard::Outlet,
 
     // Switchboard::Outlet
     void toConsole(int console, const Reply& reply) override { consoles.send(console, reply); }
-    void toConsole(int console, const Data& data) override { consoles.send(console, data); }
+    void toConsole(int console, const Data& data) override { consoles.send({console}, data); }
+    void toConsoles(const std::vector<int>& to, const Data& data) override {
+        consoles.send(to, data);
+    }
     void toClient(int client, const std::string& line) override { clients.type(client, line); }
     void interrupt(int client) override { clients.interrupt(client); }
     void startUserProgram(int client, const std::string& command,

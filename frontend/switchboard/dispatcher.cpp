@@ -92,8 +92,8 @@ Request& Dispatcher::place(Request wanted, const ClientSet& clients, Clock::time
         assert(!at(id).request);
         at(id).request = &request;
         at(id).console = request.console;
-        request.await(id);
     }
+    request.await(clients);
     requests.flushIdle();
     return request;
 }
@@ -103,7 +103,7 @@ void Dispatcher::answered(int work, const ClientSet& clients, Clock::time_point 
     if (!request) return;
     ClientSet done = request->waiting.intersection(clients);
     if (done.empty()) return;
-    requests.flushLarge(*request);
+    requests.flushReady(*request);
     if (request->kind == Command::SCRIPTCLIENT) {
         for (const int id : done) {
             programs[id].typed = false;
@@ -146,8 +146,7 @@ void Dispatcher::advance(int id, Clock::time_point now) {
             at(id).node->type({id}, Text::afterWord(words));
         } else {
             if (!request.stat) line = SafeText::line(std::move(line));
-            deliver(request, id, std::move(line), now);
-            requests.awaitWindow(request, now);
+            deliver(request, id, line, now);
         }
     }
     conclude(id);
@@ -156,7 +155,7 @@ void Dispatcher::advance(int id, Clock::time_point now) {
 // The client has done its part of the request, unless something works for it still.
 void Dispatcher::conclude(int id) {
     Request& request = *at(id).request;
-    requests.flushLarge(request);
+    requests.flushReady(request);
     const auto program = programs.find(id);
     if (program != programs.end() && (program->second.runs || program->second.typed)) return;
     completed(request, {id});
@@ -171,23 +170,28 @@ void Dispatcher::report(Request& request, std::optional<int> last) {
         startProgram(*last, request.filter, request.stat->text());
         return;
     }
-    int lineNo = 0;
     for (const auto& group : request.stat->rows()) {
         for (const auto& row : group)
-            request.gathered.addRow(row.clients, lineNo, SafeText::of(row.text));
-        ++lineNo;
+            request.gathered.addRow(row.clients, SafeText::of(row.text), {},
+                                    &row != &group.front());
     }
+    requests.arm(request);
 }
 
 void Dispatcher::completed(Request& request, const ClientSet& clients) {
     for (const int id : clients) {
         at(id).request = nullptr;
-        at(id).idleLineCount = request.answeredBy(id);
         if (!programs.empty()) programs.erase(id);
     }
+    request.answeredBy(clients);
     const bool over = request.waiting.empty();
     if (over && request.stat && !request.reported) report(request, std::nullopt);
-    if (over) requests.flush(request);
+    if (over) {
+        requests.flush(request);
+        requests.continueIdle(request);
+    } else {
+        requests.flushReady(request);
+    }
     listener.answered(clients, request);
     if (over) requests.forget(request);
 }
@@ -244,41 +248,41 @@ Request* Dispatcher::outputOf(int id, int work) {
 }
 
 void Dispatcher::hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
-                      Clock::time_point since, Clock::time_point now, bool goesOn) {
-    Request* last = nullptr;
+                      Clock::time_point since, Folder::Cut cut) {
+    std::map<int, std::pair<Request*, ClientSet>> heard; // by request
     for (const int id : clients) {
         Request* const request = outputOf(id, work);
         if (!request) continue;
-        for (const std::string& line : lines)
-            deliver(*request, id, line, now, goesOn);
-        requests.awaitWindow(*request, since);
-        if (last && last != request) requests.flushLarge(*last);
-        last = request;
+        auto& [where, whose] = heard[request->number];
+        where = request;
+        whose.insert(id);
     }
-    if (last) requests.flushLarge(*last);
+    for (auto& [number, each] : heard) {
+        auto& [request, whose] = each;
+        for (const std::string& line : lines)
+            request->gathered.add(whose, line, since, cut);
+        requests.flushReady(*request);
+    }
 }
 
 void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::string> lines,
                       Clock::time_point now) {
-    hear(work, clients, lines, now, now);
+    hear(work, clients, lines, now, Folder::WHOLE);
 }
 
 // The beginning of a line has waited long enough. What goes on with it stands directly behind it.
 void Dispatcher::saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                           Clock::time_point now) {
-    hear(work, clients, {part.text}, part.ended ? now : now - Wait::window, now, part.goesOn);
+    const auto cut = static_cast<Folder::Cut>((part.goesOn ? Folder::REST : Folder::WHOLE) |
+                                              (part.ended ? Folder::WHOLE : Folder::HALF));
+    hear(work, clients, {part.text}, part.ended ? now : now - Wait::window, cut);
 }
 
-void Dispatcher::deliver(Request& request, int id, std::string text, Clock::time_point now,
-                         bool goesOn) {
-    int& count = lineCount(id);
-    const int lineNo = goesOn && count > 0 ? count - 1 : count++;
-    if (const auto* row = request.stat ? request.stat->find(text) : nullptr)
-        request.gathered.addRow(row->clients, lineNo, SafeText::of(row->text));
-    else if (request.stat)
-        request.gathered.addRow(request.members, lineNo, SafeText::line(std::move(text)));
-    else
-        request.gathered.add(id, lineNo, std::move(text), now);
+void Dispatcher::deliver(Request& request, int id, const std::string& text, Clock::time_point now) {
+    if (!request.stat) return request.gathered.add(id, text, now);
+    const auto* row = request.stat->find(text);
+    request.gathered.addRow(row ? row->clients : request.members,
+                            row ? SafeText::of(row->text) : SafeText::line(text), now);
 }
 
 void Dispatcher::asks(int work, const ClientSet& clients, const std::string& question,
@@ -290,7 +294,8 @@ void Dispatcher::asks(int work, const ClientSet& clients, const std::string& que
     if (request->unnamed.empty() || fresh.front() < request->unnamed.front())
         request->question = question;
     request->unnamed.insert(fresh);
-    requests.awaitWindow(*request, now - Wait::window);
+    request->naming = now;
+    requests.arm(*request);
 }
 
 void Dispatcher::clientGone(int id) {
@@ -355,33 +360,29 @@ bool Dispatcher::userProgramMayTalk(int id) const {
 // --- what consoles get
 
 void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
-                     const std::string& text, int lineNo) {
-    Aggregator line;
-    line.addRow(about, lineNo, SafeText::of(text));
-    if (const auto record = line.take(console, cmd)) outlet.toConsole(console, *record);
+                     const std::string& text) {
+    outlet.toConsole(console,
+                     Folder::record(Folder().aside(about, SafeText::of(text)), console, cmd));
 }
 
 // Says something about clients of a running request, below what they have printed.
 void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
     requests.flush(request);
-    say(request.console, request.text, about, text, lastLine(about));
+    outlet.toConsole(request.console,
+                     Folder::record(request.gathered.aside(about, SafeText::of(text)),
+                                    request.console, request.text));
 }
 
 void Dispatcher::announce(int console, const ClientSet& about, const std::string& text) {
-    say(console, "", about, text, lastLine(about));
-}
-
-int Dispatcher::lastLine(const ClientSet& ids) {
-    int lineNo = 0;
-    for (int id : ids)
-        lineNo = std::max(lineNo, lineCount(id));
-    return lineNo;
-}
-
-// How many lines the client has said since it was given its last command.
-int& Dispatcher::lineCount(int id) {
-    Member& member = at(id);
-    return member.request ? member.request->lineCounts.at(id) : member.idleLineCount;
+    Request* where = &requests.idleOf(console);
+    for (const int id : about) {
+        Request* const request = has(id) ? at(id).request : nullptr;
+        if (!request || request->console != console) continue;
+        where = request;
+        break;
+    }
+    outlet.toConsole(console,
+                     Folder::record(where->gathered.aside(about, SafeText::of(text)), console, ""));
 }
 
 // Names the clients that wait for an answer, and lets the console prompt for it.
@@ -425,10 +426,8 @@ std::string Dispatcher::listed(const ClientSet& clients) const {
 
 void Dispatcher::tick(Clock::time_point now) {
     while (Request* request = requests.due(now)) {
-        if (request->due && *request->due <= now) {
-            requests.flushDue(*request, now);
-            tellAsking(*request);
-        }
+        requests.flushDue(*request, now);
+        if (std::exchange(request->naming, std::nullopt)) tellAsking(*request);
         tellOverdue(*request, now);
         requests.arm(*request);
     }

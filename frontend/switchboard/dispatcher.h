@@ -79,9 +79,8 @@ class Dispatcher : public Node::Listener {
     /// Sends all output that was gathered for a console's requests.
     void flushAll(int console) { requests.flushAll(console); }
     /// Says something about clients to one console.
-    void say(int console, const std::string& cmd, const ClientSet& about, const std::string& text,
-             int lineNo = 0);
-    /// The same, below what the clients have printed.
+    void say(int console, const std::string& cmd, const ClientSet& about, const std::string& text);
+    /// The same, below what the console's clients have printed.
     void announce(int console, const ClientSet& about, const std::string& text);
 
     void userProgramOutput(int client, std::string_view text, Clock::time_point now);
@@ -111,7 +110,6 @@ class Dispatcher : public Node::Listener {
     struct Member {
         Request* request = nullptr; // the command it works on; null: it is idle
         int console = 0;            // the owner of its present or last command; 0: none
-        int idleLineCount = 0;      // while it works, its request has the count
         Node* node = nullptr;       // null: there is no such client
     };
     /// A program of the user's for one client, and what it printed.
@@ -147,12 +145,9 @@ class Dispatcher : public Node::Listener {
 
     Request* outputOf(int client, int work);
     void hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
-              Clock::time_point since, Clock::time_point now, bool goesOn = false);
-    /// A text that goes on with the client's line before has the number of that line.
-    void deliver(Request& request, int client, std::string text, Clock::time_point now,
-                 bool goesOn = false);
-    int lastLine(const ClientSet& ids);
-    int& lineCount(int client);
+              Clock::time_point since, Folder::Cut cut);
+    static void deliver(Request& request, int client, const std::string& text,
+                        Clock::time_point now);
 
     void remark(Request& request, const ClientSet& about, const std::string& text);
     void tellAsking(Request& request);

@@ -3,15 +3,6 @@
 #include "backend/os/text.h"
 #include "frontend/switchboard/pipeline.h"
 
-#include <algorithm>
-
-int Request::commonLines() const {
-    std::optional<int> least;
-    for (const auto& [client, count] : lineCounts)
-        least = std::min(least.value_or(count), count);
-    return least.value_or(0);
-}
-
 Work Request::work() const {
     if (stat) return {number, Work::STACKS, stat->withPlaces(), false};
     return {number, filter.empty() ? Work::LINES : Work::WHOLE, false, instant()};

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "backend/drivers/driver.h"
-#include "backend/folding/aggregator.h"
+#include "backend/folding/folder.h"
 #include "backend/folding/node.h"
 #include "backend/folding/statreport.h"
 #include "backend/os/clock.h"
@@ -9,10 +9,8 @@
 #include "common/command.h"
 #include "frontend/switchboard/programlookup.h"
 
-#include <cstddef>
 #include <optional>
 #include <string>
-#include <unordered_map>
 
 /// A console's command to its clients, from its start until the last of them has answered; or the
 /// output of a console's idle clients.
@@ -36,39 +34,29 @@ struct Request {
     ClientSet members;
     /// The clients that have not answered yet; empty for the output of idle clients.
     ClientSet waiting;
-    /// How many lines each of those has said.
-    std::unordered_map<int, int> lineCounts;
     /// The clients that were named because they wait for an answer of the user.
     ClientSet asking;
     /// Those that are still to be named, and what the first of them asks.
     ClientSet unnamed;
     std::string question;
-    Aggregator gathered;
-    /// When more bytes than this are gathered, the lines leave that all clients have said.
-    std::size_t limit = maxRecord;
-    /// Whether that has happened.
-    bool loud = false;
-    /// When the gathered output must leave.
-    std::optional<Clock::time_point> due;
+    /// When they are to be named.
+    std::optional<Clock::time_point> naming;
+    Folder gathered;
     /// When the clients that have not answered are to be named.
     std::optional<Clock::time_point> overdue;
-    /// The earlier of the two, as Requests has listed it.
+    /// When Requests looks at it again.
     std::optional<Clock::time_point> armed;
 
-    static constexpr std::size_t maxRecord = 1024 * 1024;
-
-    /// The client works on it from now on.
-    void await(int client) {
-        waiting.insert(client);
-        lineCounts[client] = 0;
+    /// The clients work on it from now on.
+    void await(const ClientSet& clients) {
+        waiting.insert(clients);
+        gathered.await(clients);
     }
-    /// The client has answered; gives back how many lines it has said.
-    int answeredBy(int client) {
-        waiting.erase(client);
-        return lineCounts.extract(client).mapped();
+    void answeredBy(const ClientSet& clients) {
+        waiting.erase(clients);
+        for (const int id : clients)
+            gathered.answered(id);
     }
-    /// How many lines every client that has not answered yet has said.
-    int commonLines() const;
     bool instant() const { return kind == Command::INSTANT; }
     /// Whether the clients' output goes to the program behind the bar or into the report, and not
     /// to the console as it stands.

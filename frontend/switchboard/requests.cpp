@@ -1,13 +1,8 @@
 #include "frontend/switchboard/requests.h"
 
 #include <algorithm>
-
-namespace {
-
-// Bytes that are gathered while lines wait for the same from slower clients.
-constexpr std::size_t maxGathered = 16 * Request::maxRecord;
-
-} // namespace
+#include <utility>
+#include <vector>
 
 void Requests::consoleJoined(int console) {
     Request own;
@@ -48,15 +43,15 @@ Request& Requests::idleOf(int console) {
 
 // --- records
 
-void Requests::broadcast(const std::optional<Data>& record) const {
-    if (!record) return;
+void Requests::broadcast(const Request& request, Folder::Lines lines) const {
+    if (lines.empty() || idle.empty()) return;
+    std::vector<int> consoles;
     for (const auto& [console, number] : idle)
-        outlet.toConsole(console, *record);
+        consoles.push_back(console);
+    outlet.toConsoles(consoles, Folder::record(std::move(lines), request.console, request.text));
 }
 
-void Requests::flush(Request& request) {
-    broadcast(request.gathered.take(request.console, request.text));
-}
+void Requests::flush(Request& request) { broadcast(request, request.gathered.take()); }
 
 void Requests::flushIdle() {
     for (const auto& [console, number] : idle)
@@ -69,51 +64,40 @@ void Requests::flushAll(int console) {
     }
 }
 
-void Requests::flushLarge(Request& request) {
-    const std::size_t size = request.gathered.size();
-    if (request.instant() || size > maxGathered ||
-        (request.waiting.empty() && size > Request::maxRecord)) {
-        flush(request);
-    } else if (size > request.limit) {
-        request.loud = true;
-        broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
-                                            Clock::time_point::min()));
-        if (const auto oldest = request.gathered.oldest()) {
-            request.due = *oldest + Wait::window;
-            arm(request);
-        }
-    } else {
-        return;
-    }
-    request.limit = std::max(Request::maxRecord, 2 * request.gathered.size());
+void Requests::flushReady(Request& request) {
+    if (request.instant() || request.gathered.full()) flush(request);
+    arm(request);
 }
 
 void Requests::flushDue(Request& request, Clock::time_point now) {
-    if (request.loud)
-        broadcast(request.gathered.takePart(request.console, request.text, request.commonLines(),
-                                            now - Wait::window / 2));
-    else
-        flush(request);
-    request.due.reset();
-    if (const auto oldest = request.gathered.oldest()) request.due = *oldest + Wait::window;
+    const auto due = request.gathered.due();
+    if (due && *due <= now) broadcast(request, request.gathered.takeDue(now));
+}
+
+void Requests::continueIdle(const Request& request) {
+    const auto owner = idle.find(request.console);
+    if (owner == idle.end()) return;
+    Request& own = requests.at(owner->second);
+    flush(own);
+    own.gathered = Folder(Wait::fold, std::max(own.gathered.highest(), request.gathered.highest()));
 }
 
 // --- time
 
-void Requests::awaitWindow(Request& request, Clock::time_point since) {
-    const Clock::time_point until = since + Wait::window;
-    if (request.due && *request.due <= until) return;
-    request.due = until;
-    arm(request);
+void Requests::arm(Request& request) {
+    std::optional<Clock::time_point> next = request.gathered.due();
+    for (const auto& other : {request.overdue, request.naming})
+        if (other && (!next || *other < *next)) next = other;
+    // One that has moved on is looked at once for nothing.
+    if (!next || (request.armed && *request.armed <= *next)) return;
+    disarm(request);
+    request.armed = next;
+    deadlines.emplace(*next, request.number);
 }
 
-void Requests::arm(Request& request) {
-    std::optional<Clock::time_point> next = request.due;
-    if (request.overdue && (!next || *request.overdue < *next)) next = request.overdue;
-    if (next == request.armed) return;
+void Requests::disarm(Request& request) {
     if (request.armed) deadlines.erase({*request.armed, request.number});
-    request.armed = next;
-    if (next) deadlines.emplace(*next, request.number);
+    request.armed.reset();
 }
 
 std::optional<Clock::time_point> Requests::deadline() const {
@@ -122,5 +106,7 @@ std::optional<Clock::time_point> Requests::deadline() const {
 
 Request* Requests::due(Clock::time_point now) {
     if (deadlines.empty() || deadlines.begin()->first > now) return nullptr;
-    return &requests.at(deadlines.begin()->second);
+    Request& request = requests.at(deadlines.begin()->second);
+    disarm(request);
+    return &request;
 }

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <utility>
+#include <vector>
 
 /// The requests in flight, and one for the output of each console's idle clients. Keeps their
 /// deadlines, and sends their output in records to every console. Does no I/O.
@@ -17,6 +18,8 @@ class Requests {
       public:
         virtual ~Outlet() = default;
         virtual void toConsole(int console, const Data& data) = 0;
+        /// The same for several consoles at once.
+        virtual void toConsoles(const std::vector<int>& consoles, const Data& data) = 0;
     };
 
     /// The outlet must outlive this.
@@ -40,17 +43,17 @@ class Requests {
     void flush(Request& request);
     void flushIdle();
     void flushAll(int console);
-    /// Sends much output before its time, but keeps the lines that some clients may still say.
-    void flushLarge(Request& request);
-    /// Sends what has waited long enough, and sets when the rest is due.
+    /// To be called when lines were gathered: sends all of much, and what is not held at all.
+    void flushReady(Request& request);
+    /// Sends what has waited long enough.
     void flushDue(Request& request, Clock::time_point now);
+    /// The request is over: what its console's idle clients say from now on stands behind it.
+    void continueIdle(const Request& request);
 
-    /// Output of this age is due a window later, unless older output is due before.
-    void awaitWindow(Request& request, Clock::time_point since);
-    /// To be called when the request's deadlines have changed.
+    /// To be called when the request's deadlines have changed, its gathered output's among them.
     void arm(Request& request);
     std::optional<Clock::time_point> deadline() const;
-    /// A request whose deadline has passed; null: there is none.
+    /// A request whose deadline has passed, and which is to be armed again; null: there is none.
     Request* due(Clock::time_point now);
 
   private:
@@ -60,5 +63,6 @@ class Requests {
     int lastNumber = 0;
     std::set<std::pair<Clock::time_point, int>> deadlines;
 
-    void broadcast(const std::optional<Data>& record) const;
+    void broadcast(const Request& request, Folder::Lines lines) const;
+    void disarm(Request& request);
 };

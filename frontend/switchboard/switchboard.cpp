@@ -1,6 +1,6 @@
 #include "frontend/switchboard/switchboard.h"
 
-#include "backend/folding/aggregator.h"
+#include "backend/folding/folder.h"
 #include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
@@ -106,8 +106,9 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
         return;
     }
-    if (const auto problem = dispatcher.start(request, now)) {
-        dispatcher.say(number, request.text, *members, *problem);
+    const std::string text = request.text;
+    if (const auto problem = dispatcher.start(std::move(request), now)) {
+        dispatcher.say(number, text, *members, *problem);
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
@@ -136,11 +137,10 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
         return;
     }
     if (!pipeline) {
-        Aggregator rows;
-        int lineNo = 0;
+        Folder rows;
         for (int id : members)
-            rows.addRow({id}, lineNo++, SafeText::of(outlet.describe(id)));
-        if (const auto record = rows.take(number, request.text)) outlet.toConsole(number, *record);
+            rows.addRow({id}, SafeText::of(outlet.describe(id)), now);
+        outlet.toConsole(number, Folder::record(rows.take(), number, request.text));
         sendReady(number, consoles[number]);
         return;
     }

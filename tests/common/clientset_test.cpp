@@ -3,51 +3,82 @@
 
 namespace {
 
-// Random operations on two sets over a few ids, so that ranges meet in every way.
+// Random operations on two sets: over few ids, so that ranges meet in every way, and over many, so
+// that bitmaps of several words come and go.
 TEST(ClientSet, BehavesAsASetOfIds) {
-    std::mt19937 random(1);
-    const auto pick = [&](unsigned below) { return static_cast<int>(random() % below); };
-    ClientSet set, other;
-    std::set<int> model, otherModel;
-    for (int i = 0; i < 12000; ++i) {
-        const int id = pick(60) - 20, last = id + pick(12);
-        switch (pick(7)) {
-        case 0:
-            ASSERT_EQ(set.insert(id), model.insert(id).second);
-            break;
-        case 1:
-            ASSERT_EQ(set.erase(id), model.erase(id) == 1);
-            break;
-        case 2:
-            set.insertRange(id, last);
-            for (int n = id; n <= last; ++n)
-                model.insert(n);
-            break;
-        case 3:
-            set.insert(other);
-            model.insert(otherModel.begin(), otherModel.end());
-            break;
-        case 4:
-            set.erase(other);
-            std::erase_if(model, [&](int n) { return otherModel.contains(n); });
-            break;
-        case 5:
-            std::swap(set, other);
-            std::swap(model, otherModel);
-            break;
-        case 6:
-            std::erase_if(model, [&](int n) { return !otherModel.contains(n); });
-            ASSERT_EQ(set.intersects(other), !model.empty());
-            set = set.intersection(other);
+    for (const int breadth : {60, 2000}) {
+        std::mt19937 random(1);
+        const auto pick = [&](int below) {
+            return static_cast<int>(random() % static_cast<unsigned>(below));
+        };
+        ClientSet set, other;
+        std::set<int> model, otherModel;
+        for (int i = 0; i < 12000; ++i) {
+            const int id = pick(breadth) - 20, last = id + pick(12);
+            switch (pick(9)) {
+            case 0:
+                ASSERT_EQ(set.insert(id), model.insert(id).second);
+                break;
+            case 1:
+                ASSERT_EQ(set.erase(id), model.erase(id) == 1);
+                break;
+            case 2:
+                set.insertRange(id, last);
+                for (int n = id; n <= last; ++n)
+                    model.insert(n);
+                break;
+            case 3:
+                set.insert(other);
+                model.insert(otherModel.begin(), otherModel.end());
+                break;
+            case 4:
+                set.erase(other);
+                std::erase_if(model, [&](int n) { return otherModel.contains(n); });
+                break;
+            case 5:
+                std::swap(set, other);
+                std::swap(model, otherModel);
+                break;
+            case 6:
+                std::erase_if(model, [&](int n) { return !otherModel.contains(n); });
+                ASSERT_EQ(set.intersects(other), !model.empty());
+                set = set.intersection(other);
+                break;
+            case 7: { // spread at random, as they come off the wire
+                std::vector<int> ids;
+                for (int n = id; n < id + breadth / 4; n += 1 + pick(4))
+                    ids.push_back(n);
+                model.insert(ids.begin(), ids.end());
+                for (std::size_t at = 0; at < ids.size();) {
+                    const std::size_t taken = set.appendToBits(
+                        ids.size() - at, [&](std::size_t n) { return ids[at + n]; });
+                    if (taken == 0) set.insert(ids[at]);
+                    at += std::max<std::size_t>(taken, 1);
+                }
+                break;
+            }
+            case 8: {
+                std::vector<int> part, expected;
+                set.eachRun(id, last + 100, [&](int from, int to) {
+                    for (; from <= to; ++from)
+                        part.push_back(from);
+                });
+                std::copy_if(model.begin(), model.end(), std::back_inserter(expected),
+                             [&](int n) { return n >= id && n <= last + 100; });
+                ASSERT_EQ(part, expected);
+            }
+            }
+            // The same members in the same order, in disjoint ranges that do not touch.
+            ASSERT_TRUE(std::equal(set.begin(), set.end(), model.begin(), model.end()))
+                << set.str();
+            ASSERT_EQ(set.size(), model.size());
+            const auto runs = set.ranges();
+            for (std::size_t n = 1; n < runs.size(); ++n)
+                ASSERT_GT(runs[n].first, runs[n - 1].last + 1);
+            ASSERT_EQ(set, ClientSet(runs));
+            for (int n = id - 60; n < id + 60; ++n)
+                ASSERT_EQ(set.contains(n), model.contains(n)) << n << " in " << set.str();
         }
-        // The same members in the same order, in disjoint ranges that do not touch.
-        ASSERT_TRUE(std::equal(set.begin(), set.end(), model.begin(), model.end())) << set.str();
-        ASSERT_EQ(set.size(), model.size());
-        const auto& runs = set.ranges();
-        for (std::size_t n = 1; n < runs.size(); ++n)
-            ASSERT_GT(runs[n].first, runs[n - 1].last + 1);
-        for (int n = -22; n < 55; ++n)
-            ASSERT_EQ(set.contains(n), model.contains(n)) << n << " in " << set.str();
     }
 }
 

@@ -1,4 +1,6 @@
 #include "common/data.h"
+#include "common/frame.h"
+#include "common/unixsock.h"
 #include "tests/support/testing.h"
 
 namespace {
@@ -38,9 +40,9 @@ void merge(Model& model) {
 std::string described(const Data& data) {
     std::ostringstream out;
     for (const auto& [number, slot] : data.slots())
-        for (const auto& l : slot.lines)
-            out << number << ' ' << l->getContent() << ' ' << l->getMinBEId() << ' '
-                << l->getMaxBEId() << ' ' << l->getState() << ": " << l->clients().str() << '\n';
+        for (const Line& l : slot.lines)
+            out << number << ' ' << l.getContent() << ' ' << l.getMinBEId() << ' ' << l.getMaxBEId()
+                << ' ' << l.getState() << ": " << l.clients().str() << '\n';
     return out.str();
 }
 
@@ -96,6 +98,41 @@ TEST(Data, MergeEqualsFoldingOneByOne) {
             ASSERT_EQ(described(kept), described(model)) << mix.seed << " round " << round;
         }
     }
+}
+
+// Long texts and sets over the ends of what is read at once.
+TEST(Data, IsReadInPieces) {
+    std::mt19937 random(5);
+    const auto pick = [&](unsigned below) { return static_cast<int>(random() % below); };
+    Data sent;
+    for (int number = 0; number < 12; ++number) {
+        Line line(number, Line::EQUAL);
+        for (int i = 0, at = 0; i < 40000; ++i)
+            line.addBE(number % 3 == 0 ? at += 1 + pick(3) : number % 3 == 1 ? i : i * 1000);
+        line.setContent(std::string(static_cast<std::size_t>(pick(2) ? pick(900000) : 80), 'x'));
+        line.generateKey();
+        sent.addLine(&line);
+    }
+    int length = 0;
+    const auto body = sent.pack(&length);
+    const std::string frame = Frame::wrap(body.get(), length) + "behind";
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    UnixSocket near(ends[0]), far(ends[1]);
+    std::thread writer([&] {
+        for (std::size_t at = 0; at < frame.size();) {
+            const std::size_t size = std::min<std::size_t>(frame.size() - at, 1 + random() % 70000);
+            near.write(frame.data() + at, static_cast<int>(size));
+            at += size;
+        }
+    });
+    Data arrived;
+    arrived.recv(&far);
+    char rest[6];
+    far.read(rest, sizeof rest);
+    writer.join();
+    EXPECT_EQ(std::string(rest, sizeof rest), "behind");
+    EXPECT_EQ(described(arrived), described(sent));
 }
 
 TEST(Data, TruncateReleasesTheOldestTenth) {

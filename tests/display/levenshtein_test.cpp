@@ -1,3 +1,4 @@
+#include "display/closeness.h"
 #include "display/levenshtein.h"
 #include "tests/support/testing.h"
 
@@ -47,6 +48,47 @@ TEST(Levenshtein, EqualsTheMatrix) {
     expectExact("ab", "ba"); // a head that equals the other tail is none
     EXPECT_EQ(Levenshtein::Distance("", text(5000, 20)), 5000);
     EXPECT_EQ(Levenshtein::Distance({"a\0b", 3}, {"a\0c", 3}), 1);
+}
+
+TEST(Closeness, JudgesAsTheMatrix) {
+    std::mt19937 random(3);
+    const auto pick = [&](std::size_t below) { return random() % below; };
+    const auto letter = [&](std::size_t letters) {
+        return static_cast<char>('\xf8' + pick(letters));
+    };
+    Closeness closeness;
+    std::size_t verdicts[3] = {};
+    for (int round = 0; round < 6000; ++round) {
+        // Lengths on both sides of what a word's band can hold.
+        const std::size_t letters = 2 + pick(20);
+        std::string leader(pick(4) ? pick(180) : pick(12), '\0');
+        for (char& c : leader)
+            c = letter(letters);
+        closeness.lead(leader);
+        for (int variant = 0; variant < 4; ++variant) {
+            std::string other = leader;
+            for (std::size_t edits = pick(leader.size() / 4 + 2); edits > 0; --edits) {
+                const std::size_t at = pick(other.size() + 1);
+                other.replace(at, pick(2), pick(3), letter(letters));
+            }
+            const std::size_t distance = static_cast<std::size_t>(matrixDistance(leader, other));
+            const std::size_t longer = std::max(leader.size(), other.size());
+            const Line::State expected = distance == 0           ? Line::EQUAL
+                                         : 5 * distance < longer ? Line::SIMILAR
+                                                                 : Line::DIFFERENT;
+            ASSERT_EQ(closeness.compare(other), expected) << leader.size() << ' ' << distance;
+            ++verdicts[expected];
+        }
+    }
+    EXPECT_GT(*std::min_element(verdicts, verdicts + 3), 1000u);
+    // What is left between the ends decides whether texts are compared at all.
+    const std::string end(100000, 'e');
+    for (const auto& [left, expected] : {std::pair{8192, Line::SIMILAR}, {8193, Line::DIFFERENT}}) {
+        const std::string middle(static_cast<std::size_t>(left), 'a');
+        const std::string leader = end + middle;
+        closeness.lead(leader);
+        EXPECT_EQ(closeness.compare(end + std::string(middle.size(), 'b')), expected);
+    }
 }
 
 } // namespace

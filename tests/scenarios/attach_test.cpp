@@ -46,12 +46,12 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     std::unique_ptr<Peer> console;
     const auto kquit = [&] { console->send(Command::QUIT, "all"); };
     const auto freeRun = [&] { console->send(Command::CLIENT, "all", "continue"); };
-    const auto killAgents = [&] {
-        for (const pid_t each : living()) {
-            // The inner one of its two processes.
-            if (ProcessTree::nameOf(each) == "vexagent" && childOf(each, "vexagent") == -1)
-                ::kill(each, SIGKILL);
-        }
+    const auto killKeepers = [&] {
+        kill(named("vexagent", living()));
+        kquit();
+    };
+    const auto killNode = [&] {
+        kill(named("vexagent-node", living()));
         kquit();
     };
     const struct {
@@ -65,7 +65,8 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
         {"running, kquit", {"threads"}, freeRun, kquit},
         {"running, SIGTERM", {"threads"}, freeRun, [&] { vex->signal(SIGTERM); }, true},
         {"running, SIGKILL", {"threads"}, freeRun, [&] { vex->signal(SIGKILL); }, true},
-        {"running, agents killed, kquit", {"threads"}, freeRun, killAgents, true},
+        {"running, its keeper killed, kquit", {"threads"}, freeRun, killKeepers, true},
+        {"running, the node's agent killed, kquit", {"threads"}, freeRun, killNode, true},
         {"running, SIGINT blocked, kquit", {"deaf"}, freeRun, kquit, true},
         {"with a question, kquit",
          {},

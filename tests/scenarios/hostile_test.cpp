@@ -31,3 +31,17 @@ TEST_F(Hostile, ALengthAloneTakesNoMemory) {
     frontEnd.close();
     expectEnd();
 }
+
+TEST_F(Hostile, AFloodOfLinesIsNotKept) {
+    environment["VEX_HISTORY_LINES"] = "20";
+    begin();
+    std::vector<Output> lines;
+    for (int i = 0; i < 300; ++i)
+        lines.push_back({i, {0}, "line " + std::to_string(i) + "."});
+    command("run");
+    frontEnd.print(id, lines);
+    finish();
+    const std::string kept = answerTo("match");
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), '\n'), 40);
+    EXPECT_NE(kept.find("line 260."), kept.npos);
+}

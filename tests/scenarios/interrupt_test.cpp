@@ -151,3 +151,38 @@ TEST_F(Interrupt, ThousandsOfInterruptsDuringABusyExchange) {
     EXPECT_GT(commands, lines / 4) << failure;
     EXPECT_GT(sent, signals / 5);
 }
+
+// Shows 400 lines of 2,000 clients one by one, and takes its time.
+TEST_F(Interrupt, EndsWhatIsBeingShownAtALine) {
+    begin();
+    answerTo("option mode expanded");
+    ClientSet all;
+    all.insertRange(0, 1999);
+    std::vector<Output> lines;
+    for (int i = 0; i < 400; ++i)
+        lines.push_back({i, all, "line " + std::to_string(i) + "."});
+    command("run");
+    frontEnd.print(id, lines);
+    console->until("0 | line 399.");
+    console->signal(SIGINT);
+    const std::string shown = prompt("(all:int) ");
+    EXPECT_EQ(shown.substr(shown.size() - 6), "\x1b[00m\n");
+    EXPECT_EQ(shown.find("1999 | line 399."), shown.npos);
+    // What was not shown has been kept.
+    enter("leave");
+    finish();
+    EXPECT_NE(answerTo("match '^1999 ' | match 399").find("1999 | line 399."), shown.npos);
+}
+
+// Nor does it wait for verdicts, of which two lines of a megabyte would need very many steps.
+TEST_F(Interrupt, UnlikeGiantsAreNotCompared) {
+    begin();
+    command("run");
+    std::string giant(1000000, 'a'), other(1000000, 'b');
+    giant.back() = other.front() = '.';
+    frontEnd.print(id, {{0, {0}, giant}, {0, {1}, other}});
+    console->signal(SIGINT);
+    prompt("(all:int) ");
+    enter("leave");
+    finish();
+}

@@ -139,8 +139,8 @@ class Peer {
     static Lines textOf(const Data& data) {
         Lines lines;
         for (const auto& [number, slot] : data.slots()) {
-            for (const auto& line : slot.lines)
-                lines.push_back(line->clients().str() + "| " + line->getContent());
+            for (const Line& line : slot.lines)
+                lines.push_back(line.clients().str() + "| " + std::string(line.getContent()));
         }
         return lines;
     }

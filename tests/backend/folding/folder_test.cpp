@@ -90,19 +90,20 @@ TEST_F(FolderTest, WaitsForThoseWhoComeAndForNobodyElse) {
     says({0}, {"a", "b"});
     EXPECT_EQ(folder.due(), start + 200ms);
     says({1}, {"a"}, start + 150ms);
-    EXPECT_EQ(shown(folder.takePassed()), "");
     EXPECT_EQ(folder.due(), start + 350ms);
     says({2}, {"a"}, start + 160ms);
-    EXPECT_EQ(shown(folder.takePassed()), "0@0:2 a");
+    EXPECT_EQ(folder.due(), start + 180ms);
+    EXPECT_EQ(shown(folder.takeDue(start + 180ms)), "0@0:2 a");
     for (int i = 1; i < 9; ++i)
-        says({i}, {"b"}, start + 100ms * i);
+        says({i == 2 ? 9 : i}, {"b"}, start + 100ms * i);
     EXPECT_EQ(folder.due(), start + 1s);
     // What has only just begun stays.
     says({0}, {"begun", "c"}, start + 950ms);
-    EXPECT_EQ(shown(folder.takeDue(start + 1s)), "1@0:8 b");
+    EXPECT_EQ(shown(folder.takeDue(start + 1s)), "1@0:1 3:9 b");
     folder.answered(1);
     folder.answered(2);
-    EXPECT_EQ(shown(folder.takePassed()), "2@0 begun / 3@0 c");
+    EXPECT_EQ(folder.due(), start + 970ms);
+    EXPECT_EQ(shown(folder.takeDue(start + 1s)), "2@0 begun / 3@0 c");
     EXPECT_EQ(folder.due(), std::nullopt);
 }
 
@@ -177,7 +178,6 @@ class World {
             const int id = pick(count);
             if (id == slow && pick(50) != 0) continue;
             speak(id);
-            if (pick(4) == 0) show(folder.takePassed());
             const auto due = folder.due();
             if (due && *due <= now) show(folder.takeDue(now));
             if (pick(60) == 0) show(folder.take());

@@ -1,8 +1,10 @@
 #include "backend/os/limits.h"
 #include "backend/os/processtree.h"
+#include "backend/os/sendqueue.h"
 #include "backend/os/tracing.h"
 #include "tests/support/testing.h"
 
+#include <array>
 #include <sys/prctl.h>
 
 namespace {
@@ -20,6 +22,34 @@ TEST(Limits, SaysWhatIsTooMuchAndWhatToDo) {
               "2049 tasks need 4098 pseudo-terminals, and only 4096 are free here" + pty);
     EXPECT_EQ(refusal(1, {1024, 0}),
               "1 tasks need 2 pseudo-terminals, and only 0 are free here" + pty);
+}
+
+TEST(SendQueue, SharesLongPiecesWithOtherQueues) {
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    auto record = std::make_shared<const std::string>(300000, 'x');
+    SendQueue queue(100000, 1000), other(100000, 1000);
+    for (SendQueue* each : {&queue, &other}) {
+        each->add(std::string("head"));
+        each->add(record);
+        each->add(std::string("tail"));
+    }
+    EXPECT_EQ(record.use_count(), 3);
+    EXPECT_TRUE(queue.congested());
+    std::string got;
+    while (!queue.empty()) {
+        ASSERT_TRUE(queue.send(ends[0]));
+        std::array<char, 65536> buffer;
+        got.append(buffer.data(),
+                   static_cast<std::size_t>(::read(ends[1], buffer.data(), buffer.size())));
+    }
+    for (std::array<char, 65536> buffer; got.size() < record->size() + 8;)
+        got.append(buffer.data(),
+                   static_cast<std::size_t>(::read(ends[1], buffer.data(), buffer.size())));
+    EXPECT_EQ(got, "head" + *record + "tail");
+    EXPECT_EQ(record.use_count(), 2); // the other's
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 // The reason that can be acted on first comes first.

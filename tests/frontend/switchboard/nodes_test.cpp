@@ -98,6 +98,7 @@ class NodesTest : public testing::Test, private Switchboard::Outlet {
             board.setNode(clients, nodes.back());
         }
         board.consoleJoined(1);
+        mostBytes(&PlayedNode::bytesUp); // those of the start
     }
 
     void types(const std::string& line, Command::Type type = Command::CLIENT) {
@@ -120,13 +121,14 @@ class NodesTest : public testing::Test, private Switchboard::Outlet {
 
   private:
     void toConsole(int, const Reply&) override {}
+    void toConsoles(const std::vector<int>&, const Data& data) override { toConsole(1, data); }
     void toConsole(int, const Data& data) override {
         readies += data.getType() == Data::READY;
         if (data.getType() != Data::TEXT) return;
         ++records;
         for (const auto& [number, slot] : data.slots())
             for (const auto& line : slot.lines)
-                lines.push_back(line->clients().str() + "| " + line->getContent());
+                lines.push_back(line.clients().str() + "| " + std::string(line.getContent()));
     }
     void toClient(int, const std::string&) override { FAIL(); }
     void interrupt(int) override { FAIL(); }

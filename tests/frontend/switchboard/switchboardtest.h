@@ -104,9 +104,13 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
             note(to + (data.getType() == Data::READY ? "READY " : "QUIT ") + its);
         else if (console == 1 || its == "2")
             for (const auto& [number, slot] : data.slots())
-                for (const auto& line : slot.lines)
-                    note(to + std::to_string(number) + "@" + line->clients().str() +
-                         line->getContent());
+                for (const Line& line : slot.lines)
+                    note(to + std::to_string(number) + "@" + line.clients().str() +
+                         std::string(line.getContent()));
+    }
+    void toConsoles(const std::vector<int>& consoles, const Data& data) override {
+        for (const int console : consoles)
+            toConsole(console, data);
     }
     void toClient(int client, const std::string& line) override {
         note("type " + std::to_string(client) + " " + line);

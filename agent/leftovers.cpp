@@ -1,0 +1,55 @@
+#include "agent/leftovers.h"
+
+#include "backend/os/processtree.h"
+
+#include <chrono>
+#include <csignal>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *sessionName = "VEX_JOB", *taskName = "VEX_TASK";
+
+// Keepers that a launcher kills are lost one after the other.
+constexpr auto gathering = std::chrono::milliseconds(20);
+
+Leftovers::Mark markOfProcess(pid_t id) {
+    return {ProcessTree::variable(id, sessionName).value_or(""),
+            ProcessTree::variable(id, taskName).value_or("")};
+}
+
+} // namespace
+
+Leftovers::Mark Leftovers::markOf(const DebuggerStart& start) {
+    Mark mark;
+    for (const auto& [name, value] : start.environment) {
+        if (name == sessionName) mark.first = value;
+        if (name == taskName) mark.second = value;
+    }
+    return mark;
+}
+
+void Leftovers::kill(const Marks& marks, EventLoop::Task then) {
+    for (const Mark& each : marks) {
+        if (!each.first.empty()) sought.insert(each);
+    }
+    timer.after(gathering, [this, task = std::move(then)] {
+        look();
+        sought.clear();
+        task();
+    });
+}
+
+void Leftovers::look() const {
+    // A process can start another one between the look and the blow.
+    for (int round = 0; round < 50; ++round) {
+        bool some = false;
+        for (const pid_t id : ProcessTree::everyone()) {
+            if (!sought.contains(markOfProcess(id)) || ProcessTree::parentOf(id) == 0) continue;
+            some = true;
+            ::kill(id, SIGKILL);
+        }
+        if (!some) return;
+        ::usleep(5000);
+    }
+}

@@ -1,0 +1,57 @@
+#include "display/perclient.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+PerClient::PerClient(std::vector<const Line*> shown, int firstClient, int lastClient)
+    : lines(std::move(shown)), first(firstClient), last(lastClient), begins(blockSize + 1) {
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        wait(static_cast<std::uint32_t>(i), first);
+}
+
+std::int64_t PerClient::blockOf(std::int64_t client) {
+    constexpr std::int64_t size = blockSize;
+    return (client < 0 ? client - size + 1 : client) / size * size;
+}
+
+// Has the line wait at its next client from one on.
+void PerClient::wait(std::uint32_t line, std::int64_t from) {
+    if (from > std::numeric_limits<int>::max()) return;
+    const auto run = lines[line]->clients().seek(static_cast<int>(from));
+    if (run == ClientSet::RunIterator()) return;
+    const std::int64_t client = std::max<std::int64_t>(run->first, from);
+    if (client <= last) waiting[blockOf(client)].push_back(line);
+}
+
+template <class Each>
+void PerClient::eachClient(std::uint32_t line, Each each) const {
+    const std::int64_t from = std::max(block, first);
+    const std::int64_t to = std::min(block + static_cast<std::int64_t>(blockSize) - 1, last);
+    lines[line]->clients().eachRun(static_cast<int>(from), static_cast<int>(to),
+                                   [this, &each](int begin, int end) {
+                                       for (std::int64_t c = begin - block; c <= end - block; ++c)
+                                           each(static_cast<std::size_t>(c));
+                                   });
+}
+
+bool PerClient::next() {
+    if (waiting.empty()) return false;
+    const auto node = waiting.extract(waiting.begin());
+    block = node.key();
+    std::vector<std::uint32_t> here = node.mapped();
+    if (!std::is_sorted(here.begin(), here.end())) std::sort(here.begin(), here.end());
+    // Counted, added up, and filled in: the lines stay in their order.
+    std::fill(begins.begin(), begins.end(), 0);
+    for (const std::uint32_t line : here)
+        eachClient(line, [this](std::size_t c) { ++begins[c + 1]; });
+    for (std::size_t c = 0; c < blockSize; ++c)
+        begins[c + 1] += begins[c];
+    members.resize(begins[blockSize]);
+    std::vector<std::uint32_t> fill(begins.begin(), begins.end() - 1);
+    for (const std::uint32_t line : here) {
+        eachClient(line, [&](std::size_t c) { members[fill[c]++] = line; });
+        wait(line, block + static_cast<std::int64_t>(blockSize));
+    }
+    return true;
+}

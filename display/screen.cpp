@@ -1,0 +1,33 @@
+#include "display/screen.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <poll.h>
+#include <unistd.h>
+#include <utility>
+
+void Screen::grow(std::size_t bytes) {
+    capacity = std::max({2 * capacity, length + bytes, piece + piece / 4});
+    auto larger = std::make_unique_for_overwrite<char[]>(capacity);
+    if (length > 0) std::memcpy(larger.get(), buffer.get(), length);
+    buffer = std::move(larger);
+}
+
+void Screen::flush() {
+    std::fflush(stdout);
+    const char* at = buffer.get();
+    for (std::size_t left = length; left > 0;) {
+        const ssize_t put = ::write(STDOUT_FILENO, at, left);
+        if (put > 0) {
+            at += put;
+            left -= static_cast<std::size_t>(put);
+        } else if (put == -1 && errno == EAGAIN) {
+            pollfd output{STDOUT_FILENO, POLLOUT, 0};
+            ::poll(&output, 1, -1);
+        } else if (put == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    length = 0;
+}
