@@ -32,8 +32,6 @@ void LineFold::showDue(Clock::time_point now) {
         show(folder.take().lines);
     else if (const auto when = folder.due(); when && *when <= now)
         show(folder.takeDue(now).lines);
-    else
-        show(folder.takePassed().lines);
 }
 
 void LineFold::finish() {
