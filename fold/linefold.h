@@ -29,7 +29,7 @@ class LineFold {
 
     /// When showDue has something to show; nothing when nothing is held.
     std::optional<Clock::time_point> due() const { return folder.due(); }
-    /// Shows what all labels have passed, and what has waited long enough.
+    /// Shows what is due.
     void showDue(Clock::time_point now);
     /// Shows all that is held.
     void finish();

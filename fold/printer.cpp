@@ -22,19 +22,17 @@ void Printer::judge(std::vector<Shown>& position) const {
     if (position.size() < 2 || !matters) return;
     Data data;
     for (Shown& each : position) {
-        auto line = std::make_unique<Line>(0, Line::EQUAL);
-        line->setKey(std::hash<std::string>()(each.text));
-        line->setContent(std::move(each.text));
-        line->addBEs(each.ranks);
+        Line line(0, Line::EQUAL);
+        line.setKey(std::hash<std::string>()(each.text));
+        line.setContent(each.text);
+        line.addBEs(each.ranks);
         data.addLine(std::move(line));
     }
     Parser parser;
     parser.parse(&data);
     const auto& lines = data.slots().begin()->second.lines;
-    for (std::size_t i = 0; i < position.size(); ++i) {
-        position[i].text = lines[i].getContent();
+    for (std::size_t i = 0; i < position.size(); ++i)
         position[i].state = lines[i].getState();
-    }
 }
 
 void Printer::show(std::vector<Folder::Line>&& lines) {

@@ -84,6 +84,11 @@ int main(int argc, char** argv) {
              NodeRecords::stacks(7, tree).frames() + NodeRecords::asks(7, odd, "> ").frames());
     seed("agent", NodeRecords::notes(AgentRecord::IDENTITY, {{1, "rank 1"}}).frames() +
                       NodeRecords::about(AgentRecord::ENDED, odd).frames());
+    for (const char* lines :
+         {"node01: a\nnode2: a\nplain\nnode01: b\n", "[1,3]<stdout>:x\n[1,4]<stderr>:x\n",
+          "  3: x\r\n 12: y", "[a@1,3]<stdout>: x\n", "[3] \xff\n[3]\n"})
+        for (const char how : {'\0', '\x19', '\x2e', '\xd0'})
+            seed("fold", how + std::string(lines));
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");
     return 0;

@@ -1,6 +1,7 @@
 #include "frontend/session/clients.h"
 
 #include "backend/clients/localclient.h"
+#include "backend/folding/safetext.h"
 #include "backend/os/limits.h"
 #include "backend/wire/rendezvous.h"
 
@@ -136,7 +137,7 @@ void Clients::onMissing(int id, const std::string& problem) {
 }
 
 void Clients::onLauncherSaid(const std::string& line) {
-    const std::string text = "launcher: " + line;
+    const std::string text = "launcher: " + SafeText::line(line);
     if (phase == STARTING) say(text);
     if (phase == RUNNING) owner.announce(text);
 }

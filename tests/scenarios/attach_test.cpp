@@ -127,6 +127,12 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
                      "2 | " + walkers[2].number(), "4 | " + walkers[3].number(), "READY"}));
     // Its two tasks take one login.
     EXPECT_EQ(folder.read("hosts.log"), "node1\n");
+    // The tasks' code lies at different addresses; those of data are shown.
+    vex->until("without their code addresses");
+    console.command("break step");
+    console.command("continue");
+    const Lines stack = console.command("where 2");
+    EXPECT_TRUE(stack.at(1).starts_with("0 | #1  main (argc=1, argv=0x")) << stack.at(1);
     EXPECT_TRUE(
         console.command("vex who")[2].ends_with("pid " + walkers[2].number() + "  steadily"));
     quit(console);

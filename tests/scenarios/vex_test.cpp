@@ -49,6 +49,11 @@ TEST_F(VexTest, ASessionWithGdb) {
         console.send(Command::CLIENT, "2", line);
         EXPECT_EQ(console.finish(), (Lines{"2 | x", "READY"})) << line;
     }
+    // What the debugger prints slowly while its task stands still is one line.
+    EXPECT_EQ(console.command("python import time; [(gdb.write('%d,' % i), gdb.flush(), "
+                              "time.sleep(0.7)) for i in range(3)]; gdb.write('\\a\\n')",
+                              "1"),
+              (Lines{"1 | 0,1,2,^G", "READY"}));
     EXPECT_EQ(console.command("nosuch", "1"),
               (Lines{"1 | Undefined command: \"nosuch\".  Try \"help\".", "READY"}));
     console.send(Command::CLIENT, "all", "quit");
