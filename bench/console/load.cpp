@@ -8,7 +8,8 @@
 // each for 100, an equal share of the clients each for any other number; flood sends RECORDS
 // records of 4,000 lines. MODE: auto, collapsed, expanded; "seen" behind it (auto-seen) shows 500
 // words beforehand. Prints one line: bytes, and of the best run ms of processor time, ms of the
-// bare loop, MiB at the peak and behind it, writes and bytes written.
+// bare loop, MiB at the peak and behind it, writes and bytes written. For idle: wake-ups of the
+// console in two seconds at its prompt, and with a command in flight.
 #include "common/clientset.h"
 #include "common/command.h"
 #include "common/data.h"
@@ -23,6 +24,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -305,8 +307,36 @@ double bareMs(const Records& records) {
     return ms;
 }
 
+// How often the console's threads have begun to wait.
+double waits(pid_t pid) {
+    double sum = 0;
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+        const std::string file = "task/" + task.path().filename().string() + "/status";
+        sum += statusOf(pid, file.c_str(), "voluntary_ctxt_switches:");
+    }
+    return sum;
+}
+
+int measureIdle(char** argv) {
+    Console console(argv[1]);
+    console.run({});
+    const auto wakeUps = [&] {
+        ::sleep(1);
+        const double before = waits(console.process());
+        ::sleep(2);
+        return waits(console.process()) - before;
+    };
+    const double atPrompt = wakeUps();
+    console.type("run\n");
+    console.expect(Command::CLIENT);
+    std::printf("%.0f %.0f\n", atPrompt, wakeUps());
+    return 0;
+}
+
 int measure(char** argv, int runs) {
     const std::string workload = argv[2], mode = argv[5];
+    if (workload == "idle") return measureIdle(argv);
     const Records records = recordsOf(workload, std::atoi(argv[3]), std::atoi(argv[4]));
     double bytes = 0;
     for (const std::string& r : records)

@@ -22,8 +22,10 @@ TEST_F(Hostile, ALengthAloneTakesNoMemory) {
     begin();
     command("run");
     const long before = residentKilobytes();
-    // Two gigabytes are announced, a little comes, and no more.
-    frontEnd.raw(framed("7fffffff", std::string(300000, '\0')));
+    // Two gigabytes are announced, a line of nearly as much, a little comes, and no more.
+    const std::string line =
+        bytes("00000000 00000000 00000007 00000001 00000001 00000000 00000000 7f000000");
+    frontEnd.raw(framed("7fffffff", line + std::string(300000, 'x')));
     // The console's thread at the keyboard is not held up by it.
     console->signal(SIGINT);
     prompt("(all:int) ");
