@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2154
 # What vexfold and its peers need for the same text; read by scripts/bench. Uses $bin.
 
 # labelled KIND CLIENTS: 100 lines of 80 bytes for each client, in the order of the lines. a: all say the
