@@ -1,7 +1,7 @@
 #include "common/clientset.h"
 
-#include "common/bits.h"
-#include "common/decimal.h"
+#include "common/bytes/bits.h"
+#include "common/bytes/decimal.h"
 
 #include <algorithm>
 #include <cassert>
@@ -12,13 +12,6 @@ using Wide = std::int64_t; // ends of runs plus one, without overflow
 
 std::size_t width(const ClientSet::Range& r) {
     return static_cast<std::size_t>(static_cast<Wide>(r.last) - r.first + 1);
-}
-
-// The first range that does not end before the id.
-template <class Ranges>
-auto lowerRange(Ranges& ranges, int id) {
-    return std::lower_bound(ranges.begin(), ranges.end(), id,
-                            [](const ClientSet::Range& r, int value) { return r.last < value; });
 }
 
 // Appends a run to an ascending list, joining it with the last one when they touch.
@@ -59,9 +52,8 @@ ClientSet::ClientSet(std::initializer_list<int> ids) {
 }
 
 ClientSet::ClientSet(std::vector<Range> ranges) {
-    const auto before = [](const Range& a, const Range& b) { return a.first < b.first; };
-    if (!std::is_sorted(ranges.begin(), ranges.end(), before))
-        std::sort(ranges.begin(), ranges.end(), before);
+    std::sort(ranges.begin(), ranges.end(),
+              [](const Range& a, const Range& b) { return a.first < b.first; });
     for (const Range& r : ranges)
         insertRange(r.first, r.last);
 }
@@ -88,12 +80,6 @@ ClientSet& ClientSet::operator=(ClientSet&& other) noexcept {
     body = std::move(other.body);
     other.clear();
     return *this;
-}
-
-void ClientSet::clear() {
-    lowest = 0;
-    highest = -1;
-    body.reset();
 }
 
 // The two forms of the body.
@@ -179,22 +165,6 @@ void ClientSet::insertIntoBits(const Range& run) {
     settle();
 }
 
-bool ClientSet::testBit(int id) const {
-    const std::size_t at = static_cast<std::size_t>(id - body->base);
-    return (body->bits[at / 64] >> (at % 64) & 1) != 0;
-}
-
-// The first run of the bitmap at the id or behind it; {0, -1} when there is none.
-ClientSet::Range ClientSet::runFrom(Wide id) const {
-    const std::size_t size = body->bits.size() * 64;
-    const std::size_t from = id > body->base ? static_cast<std::size_t>(id - body->base) : 0;
-    const std::size_t first = Bits::next(body->bits.data(), size, from);
-    if (first == size) return {0, -1};
-    const std::size_t end = Bits::nextClear(body->bits.data(), size, first);
-    return {static_cast<int>(body->base + static_cast<Wide>(first)),
-            static_cast<int>(body->base + static_cast<Wide>(end) - 1)};
-}
-
 // Adding.
 
 // Adds a run behind the last one.
@@ -258,7 +228,7 @@ void ClientSet::insertRange(int first, int last) {
         return;
     }
     Body& many = manyRuns();
-    auto from = lowerRange(many.ranges, first);
+    auto from = many.ranges.begin() + (lowerRange(first) - many.ranges.cbegin());
     if (from != many.ranges.begin() && meets(*std::prev(from))) --from;
     auto to = from;
     for (; to != many.ranges.end() && meets(*to); ++to) {
@@ -328,9 +298,8 @@ void ClientSet::insert(const ClientSet& other) {
             return;
         }
         if (hasBits()) {
-            for (const Range& r : other.body->ranges) {
+            for (const Range& r : other.body->ranges)
                 insertRange(r.first, r.last);
-            }
             return;
         }
     }
@@ -379,7 +348,7 @@ bool ClientSet::erase(int id) {
         settle();
         return true;
     }
-    const auto at = lowerRange(many.ranges, id);
+    const auto at = many.ranges.begin() + (lowerRange(id) - many.ranges.cbegin());
     const Range whole = *at;
     if (whole.first == whole.last) {
         many.ranges.erase(at);
@@ -441,85 +410,7 @@ ClientSet ClientSet::intersection(const ClientSet& other) const {
     return result;
 }
 
-// Looking.
-
-bool ClientSet::contains(int id) const {
-    if (id < lowest || id > highest) return false;
-    if (!body) return true;
-    if (!body->bits.empty()) return testBit(id);
-    const auto at = lowerRange(body->ranges, id);
-    return at->first <= id;
-}
-
-bool ClientSet::intersects(const ClientSet& other) const {
-    if (empty() || other.empty()) return false;
-    RunIterator a = seek(other.lowest), b = other.seek(lowest);
-    const RunIterator none;
-    while (a != none && b != none) {
-        if (a->first <= b->last && b->first <= a->last) return true;
-        if (a->last < b->last)
-            ++a;
-        else
-            ++b;
-    }
-    return false;
-}
-
-std::size_t ClientSet::size() const {
-    if (empty()) return 0;
-    return body ? body->count : width({lowest, highest});
-}
-
-std::size_t ClientSet::heapSize() const {
-    if (!body) return 0;
-    return sizeof(Body) + body->ranges.capacity() * sizeof(Range) +
-           body->bits.capacity() * sizeof(Word);
-}
-
-ClientSet::RunIterator& ClientSet::RunIterator::operator++() {
-    const Body* body = set->body.get();
-    if (body && !body->bits.empty() && run.last < set->highest) {
-        run = set->runFrom(static_cast<Wide>(run.last) + 1);
-    } else if (body && body->bits.empty() && ++index < body->ranges.size()) {
-        run = body->ranges[index];
-    } else {
-        *this = {};
-    }
-    return *this;
-}
-
-ClientSet::RunIterator ClientSet::Runs::begin() const {
-    return set->empty() ? RunIterator() : set->seek(set->lowest);
-}
-
-ClientSet::RunIterator ClientSet::seek(int id) const {
-    RunIterator it;
-    if (empty() || id > highest) return it;
-    it.set = this;
-    if (!body) {
-        it.run = {lowest, highest};
-    } else if (!body->bits.empty()) {
-        // From the beginning of the run that holds the id.
-        int first = std::max(id, lowest);
-        while (first > lowest && testBit(first) && testBit(first - 1))
-            --first;
-        it.run = runFrom(first);
-    } else {
-        const auto at = lowerRange(body->ranges, id);
-        it.index = static_cast<std::size_t>(at - body->ranges.begin());
-        it.run = *at;
-    }
-    return it;
-}
-
-ClientSet::const_iterator ClientSet::begin() const {
-    const_iterator it;
-    it.at = runs().begin();
-    it.enter(it.at);
-    return it;
-}
-
-std::vector<ClientSet::Range> ClientSet::ranges() const { return {runs().begin(), runs().end()}; }
+// Text, and comparing.
 
 std::string ClientSet::str() const {
     std::string text;

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "common/bytes/bits.h"
+
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -123,7 +126,11 @@ class ClientSet {
     bool intersects(const ClientSet& other) const;
     std::size_t size() const;
     bool empty() const { return lowest > highest; }
-    void clear();
+    void clear() {
+        lowest = 0;
+        highest = -1;
+        body.reset();
+    }
 
     /// Smallest and largest id; the set must not be empty.
     int front() const { return lowest; }
@@ -184,7 +191,111 @@ class ClientSet {
     void assignRuns(std::vector<Range> runs);
     bool testBit(int id) const;
     Range runFrom(std::int64_t id) const;
+    /// The first of the ranges that does not end before the id.
+    std::vector<Range>::const_iterator lowerRange(int id) const {
+        return std::lower_bound(body->ranges.begin(), body->ranges.end(), id,
+                                [](const Range& r, int value) { return r.last < value; });
+    }
 };
+
+// What is asked in inner loops.
+
+inline bool ClientSet::testBit(int id) const {
+    const std::size_t at = static_cast<std::size_t>(id - body->base);
+    return (body->bits[at / 64] >> (at % 64) & 1) != 0;
+}
+
+// The first run of the bitmap at the id or behind it; {0, -1} when there is none.
+inline ClientSet::Range ClientSet::runFrom(std::int64_t id) const {
+    const std::size_t size = body->bits.size() * 64;
+    const std::size_t from = id > body->base ? static_cast<std::size_t>(id - body->base) : 0;
+    const std::size_t first = Bits::next(body->bits.data(), size, from);
+    if (first == size) return {0, -1};
+    const std::size_t end = Bits::nextClear(body->bits.data(), size, first);
+    return {static_cast<int>(body->base + static_cast<std::int64_t>(first)),
+            static_cast<int>(body->base + static_cast<std::int64_t>(end) - 1)};
+}
+
+inline bool ClientSet::contains(int id) const {
+    if (id < lowest || id > highest) return false;
+    if (!body) return true;
+    if (!body->bits.empty()) return testBit(id);
+    const auto at = lowerRange(id);
+    return at->first <= id;
+}
+
+inline bool ClientSet::intersects(const ClientSet& other) const {
+    if (empty() || other.empty()) return false;
+    RunIterator a = seek(other.lowest), b = other.seek(lowest);
+    const RunIterator none;
+    while (a != none && b != none) {
+        if (a->first <= b->last && b->first <= a->last) return true;
+        if (a->last < b->last)
+            ++a;
+        else
+            ++b;
+    }
+    return false;
+}
+
+inline std::size_t ClientSet::size() const {
+    if (empty()) return 0;
+    return body ? body->count
+                : static_cast<std::size_t>(static_cast<std::int64_t>(highest) - lowest + 1);
+}
+
+inline std::size_t ClientSet::heapSize() const {
+    if (!body) return 0;
+    return sizeof(Body) + body->ranges.capacity() * sizeof(Range) +
+           body->bits.capacity() * sizeof(Word);
+}
+
+inline ClientSet::RunIterator& ClientSet::RunIterator::operator++() {
+    const Body* body = set->body.get();
+    if (body && !body->bits.empty() && run.last < set->highest) {
+        run = set->runFrom(static_cast<std::int64_t>(run.last) + 1);
+    } else if (body && body->bits.empty() && ++index < body->ranges.size()) {
+        run = body->ranges[index];
+    } else {
+        *this = {};
+    }
+    return *this;
+}
+
+inline ClientSet::RunIterator ClientSet::Runs::begin() const {
+    return set->empty() ? RunIterator() : set->seek(set->lowest);
+}
+
+inline ClientSet::RunIterator ClientSet::seek(int id) const {
+    RunIterator it;
+    if (empty() || id > highest) return it;
+    it.set = this;
+    if (!body) {
+        it.run = {lowest, highest};
+    } else if (!body->bits.empty()) {
+        // From the beginning of the run that holds the id.
+        int first = std::max(id, lowest);
+        while (first > lowest && testBit(first) && testBit(first - 1))
+            --first;
+        it.run = runFrom(first);
+    } else {
+        const auto at = lowerRange(id);
+        it.index = static_cast<std::size_t>(at - body->ranges.begin());
+        it.run = *at;
+    }
+    return it;
+}
+
+inline ClientSet::const_iterator ClientSet::begin() const {
+    const_iterator it;
+    it.at = runs().begin();
+    it.enter(it.at);
+    return it;
+}
+
+inline std::vector<ClientSet::Range> ClientSet::ranges() const {
+    return {runs().begin(), runs().end()};
+}
 
 template <class Each>
 void ClientSet::eachRun(int from, int to, Each each) const {

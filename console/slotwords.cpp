@@ -1,6 +1,6 @@
 #include "console/slotwords.h"
 
-#include "common/commonends.h"
+#include "common/bytes/commonends.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,6 +1,6 @@
 #include "display/closeness.h"
 
-#include "common/commonends.h"
+#include "common/bytes/commonends.h"
 #include "display/levenshtein.h"
 
 #include <algorithm>

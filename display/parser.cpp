@@ -1,7 +1,7 @@
 #include "display/parser.h"
 
+#include "common/bytes/decimal.h"
 #include "common/catalog.h"
-#include "common/decimal.h"
 #include "display/perclient.h"
 
 #include <algorithm>

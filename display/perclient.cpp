@@ -42,15 +42,25 @@ bool PerClient::next() {
     std::vector<std::uint32_t> here = node.mapped();
     if (!std::is_sorted(here.begin(), here.end())) std::sort(here.begin(), here.end());
     // Counted, added up, and filled in: the lines stay in their order.
-    std::fill(begins.begin(), begins.end(), 0);
-    for (const std::uint32_t line : here)
-        eachClient(line, [this](std::size_t c) { ++begins[c + 1]; });
-    for (std::size_t c = 0; c < blockSize; ++c)
-        begins[c + 1] += begins[c];
-    members.resize(begins[blockSize]);
-    std::vector<std::uint32_t> fill(begins.begin(), begins.end() - 1);
+    if (low < high)
+        std::fill_n(begins.begin() + static_cast<std::ptrdiff_t>(low), high - low + 1, 0);
+    low = blockSize;
+    high = 0;
     for (const std::uint32_t line : here) {
-        eachClient(line, [&](std::size_t c) { members[fill[c]++] = line; });
+        eachClient(line, [this](std::size_t c) {
+            ++begins[c + 1];
+            low = std::min(low, c);
+            high = std::max(high, c + 1);
+        });
+    }
+    if (low >= high) return true;
+    for (std::size_t c = low; c < high; ++c)
+        begins[c + 1] += begins[c];
+    members.resize(begins[high]);
+    fill.assign(begins.begin() + static_cast<std::ptrdiff_t>(low),
+                begins.begin() + static_cast<std::ptrdiff_t>(high));
+    for (const std::uint32_t line : here) {
+        eachClient(line, [&](std::size_t c) { members[fill[c - low]++] = line; });
         wait(line, block + static_cast<std::int64_t>(blockSize));
     }
     return true;

@@ -22,7 +22,7 @@ class PerClient {
     /// Calls visit(client, line) for every line of every client of the block.
     template <class Visit>
     void visit(Visit each) const {
-        for (std::size_t c = 0; c < blockSize; ++c) {
+        for (std::size_t c = low; c < high; ++c) {
             for (std::uint32_t i = begins[c]; i < begins[c + 1]; ++i)
                 each(static_cast<int>(block + static_cast<std::int64_t>(c)), *lines[members[i]]);
         }
@@ -37,6 +37,8 @@ class PerClient {
     std::int64_t block = 0;
     // Which lines the block's clients have: those of the c-th are members[begins[c]] and so on.
     std::vector<std::uint32_t> begins, members;
+    std::size_t low = 0, high = 0; // the clients of the block that have any
+    std::vector<std::uint32_t> fill;
 
     static std::int64_t blockOf(std::int64_t client);
     void wait(std::uint32_t line, std::int64_t from);
