@@ -23,6 +23,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <system_error>
@@ -136,11 +137,17 @@ void prepare(Options& options) {
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
     Limits::liftDescriptors();
-    const auto elsewhere = std::ranges::count_if(
-        options.targets, [](const Target& each) { return !each.host.empty(); });
+    std::set<std::string> hosts;
+    int elsewhere = 0;
+    for (const Target& each : options.targets) {
+        if (each.host.empty()) continue;
+        hosts.insert(each.host);
+        ++elsewhere;
+    }
     const Limits::Need need{.tasks = options.tasks,
-                            .here = options.tasks - static_cast<int>(elsewhere),
-                            .debugger = Limits::memoryOf(options.debugger)};
+                            .here = options.tasks - elsewhere,
+                            .debugger = Limits::memoryOf(options.debugger),
+                            .hosts = static_cast<int>(hosts.size())};
     if (const auto problem = Limits::refusal(need, Limits::facts()))
         throw std::runtime_error(*problem);
 }

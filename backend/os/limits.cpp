@@ -14,8 +14,6 @@ namespace {
 // Each debugger has its own terminal and its program's; both are held open, and one from both ends.
 constexpr int terminalsOfTask = 2;
 constexpr int descriptorsOfTask = 3;
-// A task on another host is a connection to its agent.
-constexpr int descriptorsElsewhere = 1;
 // The consoles' connections, and what a debugger takes while it is being started.
 constexpr int otherDescriptors = 64;
 // The debugger and the program. Threads count as well, but a debugger does without those that it
@@ -104,9 +102,8 @@ std::optional<std::string> Limits::refusal(const Need& need, const Facts& facts)
                std::to_string(facts.terminals) + " are free here." + more +
                "sysctl kernel.pty.max=" + std::to_string(facts.usedTerminals + terminals);
     const auto here = static_cast<rlim_t>(need.here);
-    const auto elsewhere = static_cast<rlim_t>(need.tasks - need.here);
     const rlim_t descriptors =
-        here * descriptorsOfTask + elsewhere * descriptorsElsewhere + otherDescriptors;
+        here * descriptorsOfTask + static_cast<rlim_t>(need.hosts) + otherDescriptors;
     if (descriptors > facts.descriptors)
         return who + std::to_string(descriptors) + " open files, and only " +
                std::to_string(facts.descriptors) + " are allowed here (ulimit -Hn)." + more +

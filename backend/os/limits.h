@@ -31,6 +31,8 @@ struct Need {
     int started = 0;
     /// The least memory that a debugger takes, in bytes.
     std::uint64_t debugger = 0;
+    /// Of the other tasks: the hosts that they are on, where that is known. Each is a connection.
+    int hosts = 0;
 };
 
 /// As the system says at this moment. Where it tells nothing, there is taken to be no limit.

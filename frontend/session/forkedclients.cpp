@@ -46,20 +46,18 @@ DebuggerStart ForkedClients::startOf(pid_t process) const {
 }
 
 // Why there cannot be another debugger; nothing when there can.
-std::optional<std::string> ForkedClients::refusal(bool here) const {
+std::optional<std::string> ForkedClients::refusal() const {
     const auto running =
         owner.livingTasks() + static_cast<int>(std::ranges::count_if(clients, &Fork::alive));
-    Limits::Need need{.tasks = running + 1};
-    if (here) {
-        need.here = running + 1;
-        need.started = running;
-        need.debugger = Limits::memoryOf(options.debugger);
-    }
+    const Limits::Need need{.tasks = running + 1,
+                            .here = running + 1,
+                            .started = running,
+                            .debugger = Limits::memoryOf(options.debugger)};
     return Limits::refusal(need, Limits::facts());
 }
 
 int ForkedClients::adopt(const Forks::Child& child) {
-    if (const auto problem = refusal(true)) throw std::runtime_error(*problem);
+    if (const auto problem = refusal()) throw std::runtime_error(*problem);
     const int number = nextNumber();
     auto client = std::make_unique<LocalClient>(loop, *this, startOf(child.pid));
     Fork fork;
@@ -70,11 +68,6 @@ int ForkedClients::adopt(const Forks::Child& child) {
 }
 
 void ForkedClients::add(const Forks::Child& child, RemoteNode& node) {
-    if (const auto problem = refusal(false)) {
-        owner.tellOfClient(child.parent, "forked process " + std::to_string(child.pid) +
-                                             " runs on without a debugger: " + *problem);
-        return node.leaveFork({child.parent, child.pid});
-    }
     NodeRecords::Start start{startOf(child.pid), {{nextNumber(), child.pid}}};
     start.common.argv[0] = options.debuggerThere;
     Fork fork;

@@ -124,7 +124,7 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     }
     int nextNumber() const { return firstNumber + static_cast<int>(clients.size()); }
     DebuggerStart startOf(pid_t process) const;
-    std::optional<std::string> refusal(bool here) const;
+    std::optional<std::string> refusal() const;
     void onFirstPrompt(int number, bool holds);
     void join(int number);
 
