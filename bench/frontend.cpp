@@ -19,6 +19,7 @@
 #include <optional>
 #include <poll.h>
 #include <string>
+#include <utility>
 #include <sys/epoll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -149,8 +150,8 @@ void local(const std::string& binaries, const std::vector<int>& sizes) {
 void printAgents(const VexUnderLoad& vex, int tasks) {
     std::size_t memory = 0, largest = 0;
     int processes = 0;
-    for (const pid_t each : ProcessTree::everyone()) {
-        if (ProcessTree::nameOf(each) != "vexagent") continue;
+    for (const pid_t each : ProcessTree::descendants(vex.session())) {
+        if (!ProcessTree::nameOf(each).starts_with("vexagent")) continue;
         const std::size_t own = VexUnderLoad::privateOf(each);
         memory += own;
         largest = std::max(largest, own);
@@ -186,6 +187,24 @@ void agents(const std::string& binaries, const std::vector<int>& sizes) {
     std::filesystem::remove_all(name);
 }
 
+// The nodes simulate their clients; each has a connection of its own.
+void nodes(const std::string& binaries, const std::vector<std::pair<int, int>>& sizes) {
+    printHead("Nodes that simulate their clients (nodes x clients)");
+    std::vector<Row> rows;
+    for (const auto& [count, each] : sizes) {
+        VexUnderLoad vex(binaries, {"--launch",
+                                    binaries + "/bench_nodes " + std::to_string(count) + " " +
+                                        std::to_string(each),
+                                    "true"});
+        const int tasks = count * each;
+        const auto stat = vex.stat();
+        std::printf("%8d = %d x %d, stat: %.3f s, %.1f kB in %d records\n", tasks, count, each,
+                    stat.processor, static_cast<double>(stat.bytes) / 1024, stat.records - 1);
+        rows.push_back(measure(vex, tasks, 0));
+    }
+    printGrowth(rows);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -201,6 +220,7 @@ int main(int argc, char** argv) {
     try {
         local(argv[1], sizes);
         agents(argv[1], sizes);
+        nodes(argv[1], {{1, 8}, {16, 128}, {80, 128}, {1024, 128}});
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bench_frontend: %s\n", error.what());
         return 1;

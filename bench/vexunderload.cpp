@@ -157,9 +157,15 @@ VexUnderLoad::Message VexUnderLoad::next() {
 }
 
 VexUnderLoad::Cost VexUnderLoad::command(const std::string& text) {
+    return ask(Command::CLIENT, text);
+}
+
+VexUnderLoad::Cost VexUnderLoad::stat() { return ask(Command::STATCLIENT, "stat"); }
+
+VexUnderLoad::Cost VexUnderLoad::ask(Command::Type type, const std::string& text) {
     Cost cost;
     const double began = now(), had = processorOf(sessionProcess);
-    send(Command::CLIENT, text);
+    send(type, text);
     for (bool ready = false; !ready;) {
         const Message message = next();
         if (message.kind == KIND_REPLY) throw std::runtime_error("vex has refused: " + text);

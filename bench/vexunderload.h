@@ -32,6 +32,8 @@ class VexUnderLoad {
     /// Carries out a client command of all clients, until READY. Takes the record that a console
     /// takes as its cue to ask for the group FILTERED, and asks.
     Cost command(const std::string& text);
+    /// stat, of all clients.
+    Cost stat();
     /// kquit, until vex has ended.
     Cost quit();
 
@@ -56,6 +58,7 @@ class VexUnderLoad {
 
     std::string awaitSession();
     void send(Command::Type type, const std::string& body);
+    Cost ask(Command::Type type, const std::string& text);
     struct Message {
         int kind = 0;
         std::size_t size = 0;
