@@ -19,11 +19,11 @@
 #include <optional>
 #include <poll.h>
 #include <string>
-#include <utility>
 #include <sys/epoll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {

@@ -95,12 +95,13 @@ class SimulatedNode : private Connector::Owner,
     void start(const NodeRecords::Start& wanted) {
         if (!node) {
             driver = makeDriver(wanted.common.dialect, false);
-            node.emplace(*driver, "", static_cast<ServedNode::Outlet&>(*this));
+            node.emplace(*driver, wanted.common.errorMark, static_cast<ServedNode::Outlet&>(*this));
         }
         const Clock::time_point now = Clock::now();
         for (const auto& [id, process] : wanted.clients) {
             node->add(id, false);
             clients.emplace(id, Answers(id));
+            node->output(id, wanted.common.errorMark, now);
             node->prompted(id, false, now);
         }
         wait();
