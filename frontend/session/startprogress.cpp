@@ -135,7 +135,7 @@ void StartProgress::show(const std::string& text) {
 void StartProgress::list() {
     const Facts facts = owner.startFacts();
     if (facts.expected == 0)
-        say(std::string("the launcher has not started a task yet; ") + wayOut);
+        say("the launcher has not started a task yet; " + std::string(wayOut));
     else
         say(std::to_string(facts.started) + " of " + std::to_string(facts.expected) +
             " debuggers have started; " + wayOut);
