@@ -20,6 +20,14 @@ constexpr std::size_t maxMark = 128;
 // Children that wait to be looked at; a program that forks more in that moment is not followed.
 constexpr std::size_t maxSeen = 1000;
 
+// Whether a child of the reaper's may be an orphan of a task's. Its other children are debuggers,
+// as this one, the user's filters and scripts, and launchers, which have no task.
+bool mayBeOrphan(pid_t pid, pid_t debugger) {
+    return ProcessTree::variable(pid, "VEX_TASK") &&
+           !ProcessTree::variable(pid, "VEX_SCRIPT_TASKID") &&
+           ProcessTree::executableOf(pid) != ProcessTree::executableOf(debugger);
+}
+
 } // namespace
 
 Forks::Forks(EventLoop& loop, Owner& whose, std::string markText, std::size_t maxChildren,
@@ -51,7 +59,8 @@ void Forks::heard(int client, pid_t debugger, std::string_view text) {
 void Forks::see(const Child& child, pid_t debugger) {
     const pid_t parent = ProcessTree::parentOf(child.pid);
     const bool orphan = parent == reaper;
-    if (child.pid <= 0 || parent == 0 || (!orphan && Tracing::tracerOf(parent) != debugger)) return;
+    if (child.pid <= 0 || parent == 0) return;
+    if (orphan ? !mayBeOrphan(child.pid, debugger) : Tracing::tracerOf(parent) != debugger) return;
     const auto before = std::find_if(seen.begin(), seen.end(), [&child](const Seen& each) {
         return each.child.pid == child.pid;
     });

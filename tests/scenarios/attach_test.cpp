@@ -151,6 +151,8 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
         // A program can print anything: nobody else's process becomes a client.
         const std::string stranger = std::to_string(childOf(vex->pid(), "vex"));
         first.command("echo [Detaching after fork from child process " + stranger + "]\\n");
+        first.command("python print('[Detaching after fork from child process %d]' % "
+                      "__import__('os').getpid())");
         first.send(Command::CLIENT, "all", "run");
         EXPECT_EQ(third.forked(2), (ClientSet{2, 3}));
         second.forked(2);
