@@ -13,6 +13,7 @@
 #include "console/tables.h"
 #include "console/term.h"
 #include "console/userfile.h"
+#include "display/screen.h"
 
 #include <algorithm>
 #include <atomic>
@@ -197,6 +198,7 @@ void Console::runSession() {
     if (!session.isQuitWanted()) link.disconnect();
     input.join();
     session.finish();
+    complete |= Screen::isGone();
     if (inputFailure) std::rethrow_exception(inputFailure);
 }
 
@@ -245,7 +247,9 @@ void Console::watchData() {
             default:
                 assert(!"Unknown data type");
             }
-            std::fflush(stdout);
+            Screen::flushStdio();
+            // As at the end of the input: nobody is there to read any more.
+            if (Screen::isGone()) session.disconnect();
         }
     } catch (const BrokenConnection&) {
         machine.parseConsole(StateMachine::PASSIVE_QUIT_EVENT);

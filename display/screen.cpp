@@ -14,8 +14,14 @@ void Screen::grow(std::size_t bytes) {
     buffer = std::move(larger);
 }
 
+std::atomic<bool> Screen::gone = false;
+
+void Screen::flushStdio() {
+    if (std::fflush(stdout) == EOF && (errno == EPIPE || errno == EIO)) gone = true;
+}
+
 void Screen::flush() {
-    std::fflush(stdout);
+    flushStdio();
     const char* at = buffer.get();
     for (std::size_t left = length; left > 0;) {
         const ssize_t put = ::write(STDOUT_FILENO, at, left);
@@ -26,6 +32,7 @@ void Screen::flush() {
             pollfd output{STDOUT_FILENO, POLLOUT, 0};
             ::poll(&output, 1, -1);
         } else if (put == 0 || errno != EINTR) {
+            if (put == -1 && (errno == EPIPE || errno == EIO)) gone = true;
             break;
         }
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -44,7 +45,15 @@ class Screen {
     }
     void flush();
 
+    /// Writes what stdio holds back. Any thread.
+    static void flushStdio();
+    /// Whether standard output can never be written again: its reader, or its terminal, has gone
+    /// (EPIPE, EIO). Any thread.
+    static bool isGone() { return gone; }
+
   private:
+    static std::atomic<bool> gone;
+
     static constexpr std::size_t piece = 65536; // bytes
 
     std::unique_ptr<char[]> buffer;

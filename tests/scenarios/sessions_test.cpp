@@ -227,3 +227,14 @@ TEST_F(Sessions, AScriptIsJudged) {
     expectStatus(*lost, 1, "cannot read the script '" + folder.path("nosuch") + "': No such file");
     expectNothingLeft("");
 }
+
+TEST_F(Sessions, EndsWhenNobodyReadsItsOutputAnyMore) {
+    const std::string endless =
+        folder.write("script", "python exec(\"while True: print('x' * 1000)\")\nprint 1\n");
+    vex = run({"/bin/sh", "-c",
+               program("vex") + " -n 1 --script " + endless + " " + program("halo") +
+                   " | head -n 2 | wc -l"});
+    EXPECT_EQ(vex->exitStatus(), 0);
+    EXPECT_EQ(vex->screen(), "2\n");
+    expectNothingLeft("");
+}
