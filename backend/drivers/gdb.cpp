@@ -216,6 +216,9 @@ std::string Gdb::whole(std::string line) const {
 bool Gdb::asks(std::string_view tail) const {
     // "(y or n) ", "(y or [n]) ", "([y] or n) "
     if (tail.ends_with(" n) ") || tail.ends_with("[n]) ")) return true;
+    // With "set pagination on".
+    if (tail.ends_with("--Type <RET> for more, q to quit, c to continue without paging--"))
+        return true;
     // The prompt of commands, define, python and the like, indented by its depth.
     const std::size_t at = tail.find_first_not_of(' ');
     return at != std::string_view::npos && tail.substr(at) == ">";

@@ -99,6 +99,15 @@ TEST(Gdb, FindsFunctionsInStackLines) {
         EXPECT_EQ(gdb.parseStackLine(line).kind, OTHER) << line;
 }
 
+TEST(Gdb, KnowsWhatWaitsForAnAnswer) {
+    const Gdb gdb("gdb");
+    for (const char* tail : {"Quit anyway? (y or n) ", "(y or [n]) ", ">", "  >",
+                             "--Type <RET> for more, q to quit, c to continue without paging--"})
+        EXPECT_TRUE(gdb.asks(tail)) << tail;
+    for (const char* tail : {"", "a >", "--Type <RET> for more", "rank: "})
+        EXPECT_FALSE(gdb.asks(tail)) << tail;
+}
+
 TEST(Gdb, LeavesCodeAddressesOutOfItsFrameLinesOnly) {
     const std::pair<const char*, const char*> cases[] = {
         {"#1  0x00007f3c2a8e71b4 in f (p=0x55d0c0ffee00) at a.c:3",
