@@ -33,10 +33,14 @@ void Leftovers::kill(const Marks& marks, EventLoop::Task then) {
     for (const Mark& each : marks) {
         if (!each.first.empty()) sought.insert(each);
     }
-    timer.after(gathering, [this, task = std::move(then)] {
+    waiting.push_back(std::move(then));
+    if (waiting.size() > 1) return;
+    timer.after(gathering, [this] {
         look();
         sought.clear();
-        task();
+        // One of them may end this.
+        for (const auto& task : std::exchange(waiting, {}))
+            task();
     });
 }
 

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 /// Ends what is left of tasks whose keeper was killed: no process of VEX's is above it any more,
 /// but all that a debugger starts has the names of the session and the task in its environment. One
@@ -25,11 +26,11 @@ class Leftovers {
     /// Kills the processes that have one of these marks, soon; calls `then` once nothing is to be
     /// killed any more.
     void kill(const Marks& marks, EventLoop::Task then);
-    bool pending() const { return !sought.empty(); }
 
   private:
     Timer timer;
     Marks sought;
+    std::vector<EventLoop::Task> waiting; // for the look
 
     void look() const;
 };

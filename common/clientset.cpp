@@ -41,6 +41,8 @@ std::size_t wordsFor(int low, int high) {
 
 // Ranges are asked whether bits are smaller from this number on.
 constexpr std::size_t manyRanges = 8;
+// Words of a bitmap beyond which it must not be sparse.
+constexpr std::size_t maxSparse = 4096;
 
 } // namespace
 
@@ -136,7 +138,9 @@ void ClientSet::growBits(int first, int last) {
     const std::size_t words =
         std::max(before + body->bits.size(), static_cast<std::size_t>((high - base) / 64 + 1));
     if (words == body->bits.size()) return;
-    if (words > 2 * body->bits.size() + manyRanges && countRuns(body->bits) < words / 2) {
+    const bool sparse = words > maxSparse && words > 4 * body->count;
+    if (sparse ||
+        (words > 2 * body->bits.size() + manyRanges && countRuns(body->bits) < words / 2)) {
         body->ranges = ranges();
         body->bits = {};
         return;

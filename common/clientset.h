@@ -251,11 +251,11 @@ inline std::size_t ClientSet::heapSize() const {
 }
 
 inline ClientSet::RunIterator& ClientSet::RunIterator::operator++() {
-    const Body* body = set->body.get();
-    if (body && !body->bits.empty() && run.last < set->highest) {
+    const Body* many = set->body.get();
+    if (many && !many->bits.empty() && run.last < set->highest) {
         run = set->runFrom(static_cast<std::int64_t>(run.last) + 1);
-    } else if (body && body->bits.empty() && ++index < body->ranges.size()) {
-        run = body->ranges[index];
+    } else if (many && many->bits.empty() && ++index < many->ranges.size()) {
+        run = many->ranges[index];
     } else {
         *this = {};
     }

@@ -154,34 +154,34 @@ std::size_t Data::KeyIndex::home(const Line& line) const {
     return static_cast<std::size_t>(line.getKey() * 0x9e3779b97f4a7c15u >> shift);
 }
 
-void Data::KeyIndex::build(const Variants& lines, std::size_t known, std::size_t expected) {
+void Data::KeyIndex::build(const Variants& variants, std::size_t known, std::size_t expected) {
     const std::size_t size = std::bit_ceil(2 * std::max<std::size_t>(expected, indexThreshold));
     shift = 64 - std::countr_zero(size);
     cells.assign(size, 0);
     used = 0;
     for (std::size_t i = 0; i < known; ++i)
-        enter(lines, i);
+        enter(variants, i);
 }
 
-void Data::KeyIndex::enter(const Variants& lines, std::size_t position) {
-    std::size_t at = home(lines[position]);
+void Data::KeyIndex::enter(const Variants& variants, std::size_t position) {
+    std::size_t at = home(variants[position]);
     while (cells[at] != 0)
         at = (at + 1) & (cells.size() - 1);
     cells[at] = static_cast<std::uint32_t>(position + 1);
     ++used;
 }
 
-void Data::KeyIndex::add(const Variants& lines, std::size_t position) {
+void Data::KeyIndex::add(const Variants& variants, std::size_t position) {
     // Positions are entered in ascending order: all before this one are there.
     if (2 * (used + 1) > cells.size())
-        build(lines, position + 1, 2 * position);
+        build(variants, position + 1, 2 * position);
     else
-        enter(lines, position);
+        enter(variants, position);
 }
 
-Line* Data::KeyIndex::find(Variants& lines, const Line& like) const {
+Line* Data::KeyIndex::find(Variants& variants, const Line& like) const {
     for (std::size_t at = home(like); cells[at] != 0; at = (at + 1) & (cells.size() - 1)) {
-        Line& line = lines[cells[at] - 1];
+        Line& line = variants[cells[at] - 1];
         if (line.getKey() == like.getKey() && line.getContent() == like.getContent()) return &line;
     }
     return nullptr;
@@ -320,7 +320,7 @@ void Data::read(WireReader& in) {
             // Sign-extended: only the low 32 bits travel.
             line.setKey(static_cast<std::size_t>(static_cast<std::int64_t>(in.readInt())));
             Slot& slot = slotOf(number);
-            if (slot.lines.empty())
+            if (slot.lines.empty() && left == count)
                 slot.lines.reserve(static_cast<std::size_t>(std::min(left, believed)));
             store(number, std::move(line));
         }

@@ -217,7 +217,6 @@ void Console::SignalHandler(int sig) {
             }
             break;
         }
-        session.cutShort();
         if (isInteractive) {
             machine.setState(StateMachine::INTERRUPTED,
                              {StateMachine::RUNNING, StateMachine::TEMP, StateMachine::INTTEMP});
@@ -227,6 +226,8 @@ void Console::SignalHandler(int sig) {
             // The data loop wakes up; the session's end sends the QUIT.
             session.wantQuit();
         }
+        // Behind the change: what sees the old state sees an interrupt that is still to come.
+        session.cutShort();
         break;
     default:
         assert(!"Unhandled signal");

@@ -54,9 +54,9 @@ class LabelPattern {
 
   private:
     struct Free {
-        void operator()(regex_t* compiled) const {
-            ::regfree(compiled);
-            delete compiled;
+        void operator()(regex_t* expression) const {
+            ::regfree(expression);
+            delete expression;
         }
     };
     std::unique_ptr<regex_t, Free> compiled;

@@ -38,6 +38,9 @@ Source::Result Source::read(std::optional<std::chrono::milliseconds> patience,
         // No signal comes between the caller's look and the wait.
         if (::ppoll(&waited, 1, patience->count() < 0 ? nullptr : &time, &none) <= 0)
             return NOTHING;
+        // Where there is always something to read, the wait lets no signal in.
+        const timespec atOnce{};
+        if (::ppoll(nullptr, 0, &atOnce, &none) == -1) return NOTHING;
     }
     // What was handed over makes room.
     std::memmove(buffer.data(), buffer.data() + done, filled - done);

@@ -64,8 +64,8 @@ ClientSet LocalNode::reply(const ClientSet& clients, const std::string& text,
 
 void LocalNode::output(int id, std::string_view text, Clock::time_point now) {
     Worker& worker = workers[id];
-    // It was only slow.
-    if (std::exchange(worker.silent, false)) worker.asked = false;
+    // It was only slow, or has asked something else before.
+    if (!text.empty()) worker.asked = worker.silent = false;
     std::vector<std::string> lines;
     for (LineCutter::Piece& piece : worker.cutter.feed(text, now)) {
         // A program's terminal that is not raw ends lines so.

@@ -66,8 +66,8 @@ class LocalNode : public Node {
 
         bool captures() const { return work.output != Work::LINES && exchange.open(); }
         void capture(const LineCutter::Piece& piece);
-        bool asks(const Driver& driver) const {
-            return exchange.open() && (silent || driver.asks(cutter.tail()));
+        bool asks(const Driver& kind) const {
+            return exchange.open() && (silent || kind.asks(cutter.tail()));
         }
     };
 

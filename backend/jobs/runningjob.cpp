@@ -170,8 +170,8 @@ void RunningJob::noteManagers(const std::vector<pid_t>& processes) {
 }
 
 // Also a wrapper around ssh has its words.
-void RunningJob::noteManager(const Manager& manager) {
-    if (std::ranges::find(elsewhere, manager) == elsewhere.end()) elsewhere.push_back(manager);
+void RunningJob::noteManager(const Manager& one) {
+    if (std::ranges::find(elsewhere, one) == elsewhere.end()) elsewhere.push_back(one);
 }
 
 bool RunningJob::addByRank(const std::vector<pid_t>& processes) {

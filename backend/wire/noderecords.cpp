@@ -314,8 +314,8 @@ AgentRecord NodeRecords::asks(int work, const ClientSet& clients, const std::str
     return record;
 }
 
-ClientSet NodeRecords::askingOf(const AgentRecord& record, const ClientSet& known) {
-    ByteReader in = reader(record, AgentRecord::ASKS, &known);
+ClientSet NodeRecords::workersOf(const AgentRecord& record, const ClientSet& known) {
+    ByteReader in(record.body, &known);
     in.number(maxNumber);
     return in.set();
 }

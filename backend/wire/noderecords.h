@@ -72,7 +72,8 @@ AgentRecord whole(int work, const ClientSet& clients, const std::string& text);
 AgentRecord stacks(int work, const StackTree& tree);
 AgentRecord answered(int work, const ClientSet& clients);
 AgentRecord asks(int work, const ClientSet& clients, const std::string& question);
-ClientSet askingOf(const AgentRecord& asks, const ClientSet& known);
+/// Whom a record of `answered` or `asks` is about.
+ClientSet workersOf(const AgentRecord& record, const ClientSet& known);
 /// Tells a listener one of these; false: the record is none of them.
 bool tell(const AgentRecord& record, const ClientSet& known, Node::Listener& listener,
           Clock::time_point now);

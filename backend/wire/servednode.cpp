@@ -13,7 +13,6 @@ constexpr std::size_t maxStartText = 64 * 1024;
 ServedNode::ServedNode(const Driver& driver, const std::string& errorMark, Outlet& out)
     : report(out),
       node(driver, out, report),
-      outlet(out),
       errors(errorMark.empty() ? nullptr : std::make_unique<ErrorWatch>(driver, errorMark)) {}
 
 void ServedNode::add(int client, bool errorsCount) {

@@ -50,7 +50,6 @@ class ServedNode : private Node {
 
     NodeReport report;
     LocalNode node;
-    LocalNode::Outlet& outlet;
     const std::unique_ptr<ErrorWatch> errors; // null: not watched for
     ClientSet known;
     std::map<int, Starting> starts;

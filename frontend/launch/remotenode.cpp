@@ -107,7 +107,9 @@ void RemoteNode::onRecord(const AgentRecord& record) {
         owner.onForked(*this, NodeRecords::forkOf(record, known));
         break;
     default: {
-        if (record.type == AgentRecord::ASKS) asking.insert(NodeRecords::askingOf(record, known));
+        if (record.type == AgentRecord::ASKS) asking.insert(NodeRecords::workersOf(record, known));
+        if (record.type == AgentRecord::ANSWERED)
+            asking.erase(NodeRecords::workersOf(record, known));
         Node::Listener* const listener = owner.listener();
         if (listener && !NodeRecords::tell(record, known, *listener, Clock::now()))
             throw BrokenConnection();

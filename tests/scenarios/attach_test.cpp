@@ -132,7 +132,7 @@ TEST_F(AttachTest, AttachesToWhatAnAttachFileNames) {
     console.command("break step");
     console.command("continue");
     const Lines stack = console.command("where 2");
-    EXPECT_TRUE(stack.at(1).starts_with("0 | #1  main (argc=1, argv=0x")) << stack.at(1);
+    EXPECT_NE(stack.at(1).find(" | #1  main (argc=1, argv=0x"), std::string::npos) << stack.at(1);
     EXPECT_TRUE(
         console.command("vex who")[2].ends_with("pid " + walkers[2].number() + "  steadily"));
     quit(console);

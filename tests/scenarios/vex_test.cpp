@@ -5,7 +5,7 @@ namespace {
 
 // What a user does with either debugger, and how it answers.
 struct Dialect {
-    std::string breakpoint, stopped, forget, type, signal;
+    std::string evaluate, breakpoint, stopped, forget, type, signal;
     int values; // results before the first
 };
 
@@ -13,7 +13,7 @@ void debugFourTasks(Peer& console, const Dialect& with) {
     const auto value = [&with](int number, const std::string& result) {
         return " | " + with.type + "$" + std::to_string(with.values + number) + " = " + result;
     };
-    EXPECT_EQ(console.command("print 6 * 7"), (Lines{"0:3" + value(0, "42"), "READY"}));
+    EXPECT_EQ(console.command(with.evaluate + " 6 * 7"), (Lines{"0:3" + value(0, "42"), "READY"}));
     console.command(with.breakpoint);
     // It answers when the program has stopped, not before.
     EXPECT_TRUE(contain(console.command("run"), with.stopped));
@@ -21,7 +21,7 @@ void debugFourTasks(Peer& console, const Dialect& with) {
     for (const std::string rank : {"0", "1", "2", "3"})
         ranks.push_back(rank + value(1, rank));
     ranks.push_back("READY");
-    EXPECT_EQ(console.command("print rank"), ranks);
+    EXPECT_EQ(console.command(with.evaluate + " rank"), ranks);
     EXPECT_TRUE(contain(console.command("vex who"), "halo"));
     console.send(Command::STATCLIENT, "all", "stat -i");
     EXPECT_EQ(console.finish()[0], "0:3 | 4 clients in simulate, called by main");
@@ -31,7 +31,7 @@ void debugFourTasks(Peer& console, const Dialect& with) {
         if (round == 0) console.awaitTheHang(4);
         console.send(Command::INTERRUPT, "all");
         EXPECT_TRUE(contain(console.finish(), with.signal));
-        EXPECT_EQ(console.command("print 1").size(), 2u);
+        EXPECT_EQ(console.command(with.evaluate + " 1").size(), 2u);
     }
     // The debugger's own quit is the normal end.
     console.send(Command::CLIENT, "3", "quit");
@@ -42,7 +42,7 @@ TEST_F(VexTest, ASessionWithGdb) {
     const std::string path = begin(4);
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
     Peer console(path);
-    debugFourTasks(console, {"break simulate", "Breakpoint 1, simulate", "delete 1", "",
+    debugFourTasks(console, {"print", "break simulate", "Breakpoint 1, simulate", "delete 1", "",
                              "received signal SIGINT", 1});
     // The empty line repeats the last command; behind a backslash no second line is waited for.
     for (const char* line : {"echo x\\n", "", "echo x\\", "echo x\\\\"}) {
@@ -67,8 +67,9 @@ TEST_F(VexTest, ASessionWithGdb) {
 TEST_F(VexTest, ASessionWithLldb) {
     if (::access("/usr/bin/lldb", X_OK) != 0) GTEST_SKIP() << "there is no lldb (Debian: lldb)";
     Peer console(begin(4, {"--debugger", "/usr/bin/lldb"}));
-    debugFourTasks(console, {"breakpoint set -n simulate", "stop reason = breakpoint 1.1",
-                             "breakpoint delete 1", "(int) ", "stop reason = signal SIG", 0});
+    debugFourTasks(console,
+                   {"expression", "breakpoint set -n simulate", "stop reason = breakpoint 1.1",
+                    "breakpoint delete 1", "(int) ", "stop reason = signal SIG", 0});
     quit(console);
 }
 
