@@ -34,15 +34,13 @@ std::size_t countRuns(const std::vector<std::uint64_t>& bits) {
 }
 
 // Words of a bitmap for the ids from `low` to `high`.
-std::size_t wordsFor(int low, int high) {
-    return static_cast<std::size_t>((static_cast<Wide>(high) >> 6) - (static_cast<Wide>(low) >> 6) +
-                                    1);
+std::size_t wordsFor(Wide low, Wide high) {
+    return static_cast<std::size_t>((high >> 6) - (low >> 6) + 1);
 }
 
 // Ranges are asked whether bits are smaller from this number on.
 constexpr std::size_t manyRanges = 8;
-// Words of a bitmap beyond which it must not be sparse.
-constexpr std::size_t maxSparse = 4096;
+constexpr std::size_t maxSparse = 4096; // words of a bitmap with few ids
 
 } // namespace
 
@@ -138,8 +136,7 @@ void ClientSet::growBits(int first, int last) {
     const std::size_t words =
         std::max(before + body->bits.size(), static_cast<std::size_t>((high - base) / 64 + 1));
     if (words == body->bits.size()) return;
-    const bool sparse = words > maxSparse && words > 4 * body->count;
-    if (sparse ||
+    if ((words > maxSparse && words > 4 * body->count) ||
         (words > 2 * body->bits.size() + manyRanges && countRuns(body->bits) < words / 2)) {
         body->ranges = ranges();
         body->bits = {};
