@@ -44,8 +44,6 @@ constexpr std::size_t maxSparse = 4096; // words of a bitmap with few ids
 
 } // namespace
 
-// Construction.
-
 ClientSet::ClientSet(std::initializer_list<int> ids) {
     for (int id : ids)
         insert(id);
