@@ -18,7 +18,7 @@ namespace IndexCache {
 const std::string& folder();
 
 /// Where it may lie, the best first: on a disk of this machine, which is fast and does not wait for
-/// others, else in the user's cache directory (the XDG Base Directory Specification).
+/// others, else in the user's cache directory (XDG_CACHE_HOME, else ~/.cache).
 std::vector<std::filesystem::path> places();
 /// Whether the directory is there, or was made, and is this user's: no link, of mode 0700 or less.
 bool makePrivate(const std::filesystem::path& path);
