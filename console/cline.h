@@ -24,6 +24,8 @@ class Line {
     /// Null when the input has ended or the reader was woken; isClosed tells which.
     const char* read();
     bool isClosed() const { return closed; }
+    /// Whether the text is blank; when read gave null, what it had read until then.
+    bool isEmpty() const;
 
     /// The steps of read, for keys from elsewhere.
     void start();
@@ -47,7 +49,6 @@ class Line {
     void moveToEnd();
     void clear();
     void displayLine(const std::string& s);
-    bool isEmpty() const;
     bool isInsert() const { return mode; }
     void toggleInsert() { mode = !mode; }
 

@@ -168,7 +168,8 @@ void Console::init(Argument& args) {
     }
     link.close();
     if (Report::isWanted()) {
-        const bool over = complete || (!session.isUnanswered() && Report::inputIsOver());
+        const bool over =
+            complete || (!session.isUnanswered() && !lineLost && Report::inputIsOver());
         Report::tell(session.getRefusals(), mistakes, over);
     }
 }
@@ -280,7 +281,10 @@ void Console::readLines() {
         const char* line = Readline::line.read();
         session.endPrompt();
         if (!line) {
-            if (!Readline::line.isClosed()) continue;
+            if (!Readline::line.isClosed()) {
+                lineLost |= !Readline::line.isEmpty();
+                continue;
+            }
             complete = true;
             if (Report::isWanted()) std::puts("");
             session.disconnect();
@@ -289,7 +293,8 @@ void Console::readLines() {
         const char* text = line;
         while (std::isspace(static_cast<unsigned char>(*text)))
             ++text;
-        if (*text) writeHistoryFile(std::string(text) + "\n");
+        lineInHand = *text != '\0';
+        if (lineInHand) writeHistoryFile(std::string(text) + "\n");
         try {
             parseCommandLine(line);
         } catch (Token& token) {
@@ -324,6 +329,8 @@ void Console::reportError(const char* message, const char* rest) {
 
 ConsoleSession::Lock& Console::takeTurn() {
     if (!turn.owns_lock()) turn = session.takeTurn();
+    // The session may end between the reading of a line and this.
+    if (lineInHand && machine.isToQuit()) lineLost = true;
     return turn;
 }
 

@@ -62,8 +62,10 @@ class Console : private CommandLine::Context {
     CommandLine commands;
     /// Taken when a line first needs it, given back when the line has been carried out.
     ConsoleSession::Lock turn;
-    long mistakes = 0;     // lines
-    bool complete = false; // the input was read to its end, or left by a command
+    long mistakes = 0;       // lines
+    bool complete = false;   // the input was read to its end, or left by a command
+    bool lineInHand = false; // the line read last says something
+    bool lineLost = false;   // it came too late to be carried out
     std::exception_ptr inputFailure;
 
     void connectToFrontEnd();
