@@ -23,7 +23,6 @@
 #include <system_error>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -128,8 +127,10 @@ KeeperStarted Keeper::tryToStart(const KeeperOrder& order) {
         else if (!Tracing::works())
             throw std::runtime_error("tracing processes (ptrace) is refused there");
         start.argv.at(0) = Executables::debugger(start.argv.at(0));
+        const bool stopped = start.attach == 0 || Tracing::isStopped(start.attach);
         const auto at = debuggers.try_emplace(order.client, start).first;
         result.pid = at->second.process.pid();
+        if (!stopped) ran.push_back(start.attach);
     } catch (const std::exception& error) {
         result.problem = error.what();
     }
@@ -187,15 +188,16 @@ void Keeper::awaitNode() {
     }
 }
 
-// The terminals have hung up with it.
+// The terminals have hung up with it. It may have given up this keeper alone, and serve others.
 int Keeper::loseNode() {
     for (auto& [client, each] : debuggers) {
         if (each.attaches) each.process.signal(SIGINT);
     }
-    Detachment::complete(false);
+    Detachment::complete({.except = nodeAgent, .ran = ran});
     // That has reaped them.
     for (auto& [client, each] : debuggers)
         each.process.ended();
+    awaitNode();
     return 1;
 }
 

@@ -197,20 +197,8 @@ std::vector<pid_t> Task::heldTasks() const {
 // The debuggers alone, without which the tasks that they hold can go on; what else there is comes
 // after that.
 void Task::killRest() {
-    const auto living = [this] {
-        std::vector<pid_t> found;
-        for (const auto& [client, each] : debuggers) {
-            if (each->running && each->target != 0 && ProcessTree::parentOf(each->pid) != 0)
-                found.push_back(each->pid);
-        }
-        return found;
-    };
-    for (int round = 0; round < 200; ++round) {
-        const std::vector<pid_t> rest = living();
-        if (rest.empty()) return;
-        for (const pid_t each : rest)
-            ::kill(each, SIGKILL);
-        ::usleep(5000);
+    for (const auto& [client, each] : debuggers) {
+        if (each->running && each->target != 0) ::kill(each->pid, SIGKILL);
     }
 }
 

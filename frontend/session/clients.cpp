@@ -3,6 +3,7 @@
 #include "backend/clients/localclient.h"
 #include "backend/folding/safetext.h"
 #include "backend/os/limits.h"
+#include "backend/os/processtree.h"
 #include "backend/wire/rendezvous.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -389,7 +391,12 @@ bool Clients::releasing() const {
     const auto isHere = [](const Task& task) {
         return task.client && task.client->pid() != -1 && task.client->running();
     };
-    return options.attaches() && (std::ranges::any_of(tasks, isHere) || forked.running());
+    // What a launcher has started on this machine, without a login, ends by itself: an agent that
+    // was killed could have stopped a task for its debugger, and could not let it go on.
+    const auto isAgent = [](pid_t id) { return ProcessTree::nameOf(id).starts_with("vexagent"); };
+    return options.attaches() &&
+           (std::ranges::any_of(tasks, isHere) || forked.running() ||
+            (agents && std::ranges::any_of(ProcessTree::descendants(::getpid()), isAgent)));
 }
 
 std::optional<std::string> Clients::verdict() const {

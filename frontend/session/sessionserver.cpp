@@ -250,6 +250,11 @@ void SessionServer::end(int exitStatus) {
     detachment.begin();
 }
 
+// What debuggers have started is below this process.
+std::vector<pid_t> SessionServer::heldTasks() const {
+    return options.attaches() ? Detachment::Owner::heldTasks() : std::vector<pid_t>();
+}
+
 void SessionServer::onDetached() {
     closing = true;
     consoles.finish();
