@@ -3,6 +3,7 @@
 #include "backend/clients/detachment.h"
 #include "backend/os/descriptorpassing.h"
 #include "backend/os/executables.h"
+#include "backend/os/limits.h"
 #include "backend/os/processtree.h"
 #include "backend/os/tracing.h"
 #include "common/brokenconnection.h"
@@ -52,6 +53,7 @@ Keeper::Keeper(Descriptor toNode, pid_t ownNodeAgent)
     : link(std::move(toNode)), signals(signalDescriptor()), nodeAgent(ownNodeAgent) {
     // What loses its parent below this process comes here.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Limits::liftDescriptors();
 }
 
 int Keeper::run() {
@@ -153,12 +155,16 @@ void Keeper::collect() {
     if (nodeAgent != -1 && ::waitpid(nodeAgent, nullptr, WNOHANG) == nodeAgent) nodeAgent = -1;
     std::vector<pid_t> known;
     bool some = false;
-    for (auto& [client, each] : debuggers) {
-        if (each.process.ended()) {
-            some = true;
-            send(KeeperOrder::gone(client));
+    for (auto each = debuggers.begin(); each != debuggers.end();) {
+        auto& [client, kept] = *each;
+        if (!kept.process.ended()) {
+            known.push_back(kept.process.pid());
+            ++each;
+            continue;
         }
-        if (each.process.running()) known.push_back(each.process.pid());
+        some = true;
+        send(KeeperOrder::gone(client));
+        each = debuggers.erase(each);
     }
     // What its program has started and left behind ends with the last debugger.
     if (some && known.empty()) killRest();
