@@ -85,6 +85,7 @@ StackTree treeOf(ByteReader& in) {
     for (std::size_t left = in.count(2); left > 0; --left) {
         std::string text(in.text());
         outline.without.push_back({std::move(text), in.set()});
+        if (outline.without.back().clients.empty()) throw BrokenConnection();
     }
     return StackTree(outline);
 }

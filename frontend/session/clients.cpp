@@ -34,7 +34,7 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       owner(whose),
       tasks(static_cast<std::size_t>(options.tasks)),
       errors(errorWatch(options, driver)),
-      forked(loop, options, driver, errors.get(), owner),
+      forked(loop, options, driver, job, errors.get(), owner),
       progress(loop, static_cast<StartProgress::Owner&>(*this)) {
     inPhase[Task::AWAITED] = tasks.size();
 }
@@ -123,10 +123,8 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
         at(id).node = &node;
         start.clients.emplace_back(id, targetOf(id));
     }
-    if (!start.clients.empty())
-        node.start(start);
-    else if (node.clients().empty())
-        node.close();
+    // Other tasks of a host may follow those that were refused.
+    if (!start.clients.empty()) node.start(start);
 }
 
 void Clients::onMissing(int id, const std::string& problem) {
@@ -161,6 +159,9 @@ void Clients::allStarted() {
     if (const std::string notice = driver.notice(); !notice.empty()) say(notice);
     phase = RUNNING;
     progress.end();
+    for (const auto& node : nodes) {
+        if (node->clients().empty()) node->close();
+    }
     forked.begin(static_cast<int>(tasks.size()));
     owner.onAllStarted();
 }
