@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -34,6 +35,7 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       owner(whose),
       tasks(static_cast<std::size_t>(options.tasks)),
       errors(errorWatch(options, driver)),
+      refusal(loop),
       forked(loop, options, driver, job, errors.get(), owner),
       progress(loop, static_cast<StartProgress::Owner&>(*this)) {
     inPhase[Task::AWAITED] = tasks.size();
@@ -123,8 +125,14 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
         at(id).node = &node;
         start.clients.emplace_back(id, targetOf(id));
     }
-    // Other tasks of a host may follow those that were refused.
-    if (!start.clients.empty()) node.start(start);
+    if (!start.clients.empty()) return node.start(start);
+    // Other tasks of its host may follow the refused one in a moment.
+    refused.insert(&node);
+    refusal.after(std::chrono::milliseconds(500), [this] {
+        for (RemoteNode* const each : std::exchange(refused, {})) {
+            if (each->clients().empty()) each->close();
+        }
+    });
 }
 
 void Clients::onMissing(int id, const std::string& problem) {
@@ -159,9 +167,6 @@ void Clients::allStarted() {
     if (const std::string notice = driver.notice(); !notice.empty()) say(notice);
     phase = RUNNING;
     progress.end();
-    for (const auto& node : nodes) {
-        if (node->clients().empty()) node->close();
-    }
     forked.begin(static_cast<int>(tasks.size()));
     owner.onAllStarted();
 }
