@@ -100,6 +100,7 @@ class SessionServer : private Switchboard::Outlet,
     void onCommand(int console, const Command& command) override;
     void onConsoleLeft(int console) override;
     void onConsoleDrained() override { resumeReading(); }
+    void onConsoleDropped(int console, const std::string& why) override;
 
     // ControlServer::Owner
     std::string onConsoleEnded(bool first, ControlServer::Leave how) override;
