@@ -191,19 +191,6 @@ TEST_F(Sessions, CtrlZGivesTheShellItsTerminalUntilFg) {
     EXPECT_EQ(console->exitStatus(), 0);
 }
 
-TEST_F(Sessions, RecordsThatAreNeverFinishedDoNotFillTheMemory) {
-    Peer console(begin(1));
-    std::vector<std::unique_ptr<Peer>> rogues;
-    for (int i = 0; i < 5; ++i) {
-        rogues.push_back(std::make_unique<Peer>(socketPath));
-        rogues.back()->raw(std::string("\0\xff\xff\xff", 4) + std::string(15 << 20, 'x'));
-    }
-    const Lines told = console.next();
-    EXPECT_TRUE(contain(told, " was dropped: it does not finish a record")) << told[0];
-    EXPECT_EQ(console.command("print 1"), (Lines{"0 | $1 = 1", "READY"}));
-    quit(console);
-}
-
 TEST_F(Sessions, AScriptIsJudged) {
     const struct {
         const char *script, *shown, *said;
