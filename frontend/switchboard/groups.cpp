@@ -56,13 +56,16 @@ std::optional<ClientSet> Groups::members(const std::string& name, int console) c
     return *found;
 }
 
-// Null when the console has no such place.
+// Null when the console has no such place, or nobody is left there.
 const ClientSet* Groups::placeOf(const std::string& name, int console) const {
     const auto own = places.find(console);
     if (own == places.end()) return nullptr;
-    if (name == own->second.keptName) return &own->second.kept;
-    const auto at = own->second.groups.find(name);
-    return at == own->second.groups.end() ? nullptr : &at->second;
+    const ClientSet* found = nullptr;
+    if (name == own->second.keptName)
+        found = &own->second.kept;
+    else if (const auto at = own->second.groups.find(name); at != own->second.groups.end())
+        found = &at->second;
+    return found && !found->empty() ? found : nullptr;
 }
 
 void Groups::setPlaces(int console, const std::vector<ClientSet>& clients,
