@@ -167,7 +167,7 @@ int start(Options options) {
         throw std::system_error(errno, std::generic_category(), "cannot start the session");
     if (guardian == 0) {
         ours.close();
-        const auto status = Guardian::run(session, theirs, !options.launcherWords.empty());
+        const auto status = Guardian::run(session, theirs, options);
         return status ? *status : serve(options, session, std::move(theirs));
     }
     theirs.close();

@@ -135,6 +135,10 @@ void SessionServer::onConsoleLeft(int id) {
     endIfDeserted();
 }
 
+void SessionServer::onConsoleDropped(int id, const std::string& why) {
+    if (phase == SERVING) board.announce("console " + std::to_string(id) + " was dropped: " + why);
+}
+
 void SessionServer::endIfDeserted() {
     if (phase != ENDING && !options.interactive && consoles.open() == 0 && controls.present() == 0)
         end(0);
@@ -194,7 +198,12 @@ void SessionServer::onClientForked(int id, const std::string& who, Node* node) {
 }
 
 bool SessionServer::mayReadClients(const ClientSet& ids) {
-    return std::ranges::all_of(ids, [this](int id) { return mayReadClient(id); });
+    const bool several = consoles.several();
+    return std::ranges::none_of(ids, [&](int id) {
+        const int console = board.ownerOf(id);
+        // One link brings the answers for all consoles.
+        return several ? consoles.full(console) : consoles.congested(console);
+    });
 }
 
 void SessionServer::onAllStarted() {
@@ -248,6 +257,11 @@ void SessionServer::end(int exitStatus) {
     programs.stopAll();
     clients.end();
     detachment.begin();
+}
+
+// What debuggers have started is below this process.
+std::vector<pid_t> SessionServer::heldTasks() const {
+    return options.attaches() ? Detachment::Owner::heldTasks() : std::vector<pid_t>();
 }
 
 void SessionServer::onDetached() {

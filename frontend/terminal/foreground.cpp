@@ -186,8 +186,10 @@ void Foreground::say(const std::string& sentence) const {
     std::fprintf(stderr, "%svex: %s\n", newLine ? "\n" : "", sentence.c_str());
 }
 
+// Behind a SIGTERM, the session has waited for a console that does not read.
 void Foreground::endConsole(int reminders) {
-    consoleTimer.after(std::chrono::milliseconds(1500), [this, reminders] {
+    const auto patience = std::chrono::milliseconds(signalled == SIGTERM ? 300 : 1500);
+    consoleTimer.after(patience, [this, reminders] {
         if (!console.running()) return;
         console.signal(SIGCONT);
         console.signal(reminders == 0 ? SIGTERM : SIGKILL);
