@@ -221,14 +221,12 @@ int run(Options options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    const Options::Outcome outcome = options.parse(argc, argv);
-    if (!outcome.proceed) {
+    try {
+        Options options;
+        const Options::Outcome outcome = options.parse(argc, argv);
+        if (outcome.proceed) return run(std::move(options));
         std::fputs(outcome.text.c_str(), outcome.status == 0 ? stdout : stderr);
         return outcome.status;
-    }
-    try {
-        return run(std::move(options));
     } catch (const Error& error) {
         std::fprintf(stderr, "vex: %s", error.getErrMsg());
     } catch (const std::exception& error) {

@@ -1,5 +1,6 @@
 #include "backend/clients/detachment.h"
 
+#include "backend/os/insist.h"
 #include "backend/os/processtree.h"
 #include "backend/os/tracing.h"
 
@@ -77,6 +78,11 @@ void Detachment::finish() {
 }
 
 void Detachment::complete(bool patient) {
+    insist([patient] { completeOnce(patient); });
+    reapAll();
+}
+
+void Detachment::completeOnce(bool patient) {
     Rounds rounds;
     const bool holding = !Tracing::heldFrom(::getpid()).empty();
     if ((holding || patient) && !allEndWithin(Rounds::length) && holding) {
@@ -85,5 +91,4 @@ void Detachment::complete(bool patient) {
     }
     ProcessTree::killDescendants(::getpid());
     rounds.resumeTasks();
-    reapAll();
 }

@@ -71,6 +71,7 @@ class Detachment {
     Rounds rounds;
     bool begun = false; // and not over
 
+    static void completeOnce(bool patient);
     void wait();
     void finish();
 };

@@ -32,9 +32,13 @@ Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const 
     Pipe toIt, fromIt;
     Pipe::unblock(fromIt.reader);
     // Short enough for the pipe's buffer.
-    if (::write(toIt.writer.get(), input.data(), input.size()) !=
-        static_cast<ssize_t>(input.size()))
-        throw std::system_error(errno, std::generic_category(), "cannot write to a pipe");
+    for (std::size_t written = 0; written < input.size();) {
+        const ssize_t put =
+            ::write(toIt.writer.get(), input.data() + written, input.size() - written);
+        if (put == -1 && errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "cannot write to a pipe");
+        written += static_cast<std::size_t>(std::max(put, ssize_t{0}));
+    }
     ChildProcess::Start what;
     what.argv = argv;
     what.input = toIt.reader.get();

@@ -14,11 +14,13 @@ struct Stream::State : std::enable_shared_from_this<State> {
     unsigned long asked = 0; // how often all was forgotten
 
     void wait(descriptor_base::wait_type kind, EventLoop::Task then) {
+        const ErrnoWatch refusal;
         descriptor.async_wait(kind, [weak = weak_from_this(), now = asked,
                                      task = std::move(then)](const asio::error_code& fault) {
             const auto kept = weak.lock();
             if (!fault && kept && now == kept->asked) task();
         });
+        refusal.check("cannot wait for a descriptor");
     }
 };
 

@@ -5,6 +5,7 @@
 #include "frontend/session/exitstatus.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -68,9 +69,15 @@ void Foreground::startConsole() {
 
 // Whether the console carried out every line of the script; tells the user what it did not.
 bool Foreground::succeeded() const {
-    char text[256];
-    const ssize_t got = ::read(report.get(), text, sizeof text);
-    std::istringstream words(std::string(text, got > 0 ? static_cast<std::size_t>(got) : 0));
+    std::string text;
+    while (!text.ends_with('\n')) {
+        char piece[256];
+        const ssize_t got = ::read(report.get(), piece, sizeof piece);
+        if (got == -1 && errno == EINTR) continue;
+        if (got <= 0) break;
+        text.append(piece, static_cast<std::size_t>(got));
+    }
+    std::istringstream words(text);
     long refusals = 0, mistakes = 0;
     bool complete = false;
     words >> refusals >> mistakes >> complete;

@@ -1,6 +1,7 @@
 #include "frontend/terminal/guardian.h"
 
 #include "backend/clients/guard.h"
+#include "backend/os/insist.h"
 #include "backend/os/standardstreams.h"
 #include "backend/wire/rendezvous.h"
 
@@ -18,6 +19,6 @@ std::optional<int> Guardian::run(Session& session, Channel& line, bool agents) {
     // What the session has to say at its start is said by itself.
     StandardStreams::detach();
     const int status = guard.wait(agents);
-    RendezvousFile::removeOf(guard.child());
+    insist([&] { RendezvousFile::removeOf(guard.child()); });
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

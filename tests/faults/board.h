@@ -62,8 +62,10 @@ struct Board {
     std::atomic<bool> aborted = false;
     std::atomic<int> calls[roles][kinds] = {};
     char socketFile[108] = "";
+    unsigned long socketInode = 0;
 
-    /// The environment's variables: the path of the file, and that a failed call tells where it is.
+    /// The environment's variables: the path of the file, and that of one to which a failed call
+    /// and an abort tell where they are.
     static constexpr const char* variable = "VEX_FAULTS";
     static constexpr const char* traceVariable = "VEX_FAULTS_TRACE";
 };

@@ -77,8 +77,6 @@ class Runner {
         folder.write("loop", "#!/bin/sh\nfor r in 0 1; do PMI_SIZE=2 PMI_RANK=$r \"$@\" & done\n"
                              "wait\n");
         ::chmod(folder.path("loop").c_str(), 0700);
-        for (const char* each : {"home", "tmp", "launch"})
-            ::mkdir(folder.path(each).c_str(), 0700);
         folder.write("board", std::string(sizeof(Board), '\0'));
         const int fd = ::open(folder.path("board").c_str(), O_RDWR | O_CLOEXEC);
         page = ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
@@ -95,6 +93,11 @@ class Runner {
         board->kind = at.kind;
         board->number = at.number;
         board->mode = mode;
+        std::filesystem::remove(folder.path("trace"));
+        for (const char* each : {"home", "tmp", "launch"}) {
+            std::filesystem::remove_all(folder.path(each));
+            ::mkdir(folder.path(each).c_str(), 0700);
+        }
         const std::vector<pid_t> tasks = startTasks(plan);
         Outcome outcome;
         {
@@ -106,6 +109,7 @@ class Runner {
             outcome.restored = std::memcmp(&now, &vex.initialSettings(), sizeof now) == 0;
         }
         outcome.clear = clears(tasks);
+        if (traces) outcome.screen += folder.read("trace");
         outcome.socketLeft = socketLeft();
         outcome.tasksRun = std::ranges::all_of(tasks, runs);
         for (const pid_t task : tasks) {
@@ -146,7 +150,7 @@ class Runner {
         }
         start.environment = {{"LD_PRELOAD", VEX_FAULTS_SHIM},
                              {Board::variable, folder.path("board")},
-                             {Board::traceVariable, traces ? "1" : ""},
+                             {Board::traceVariable, traces ? folder.path("trace") : ""},
                              {"HOME", folder.path("home")},
                              {"TMPDIR", folder.path("tmp")},
                              {"VEX_LAUNCH_DIR", folder.path("launch")},
@@ -195,18 +199,29 @@ class Runner {
         return ids;
     }
 
-    // A file behind which nobody listens: the number may have gone to another session.
+    // A file behind which nobody listens: the number may have gone to another session, which is
+    // about to listen or to end.
     bool socketLeft() const {
-        if (board->socketFile[0] == '\0') return false;
+        for (int i = 0; i < 10; ++i) {
+            if (!refuses()) return false;
+            sleepFor(20);
+        }
+        return true;
+    }
+
+    bool refuses() const {
+        struct stat status {};
+        if (::stat(board->socketFile, &status) == -1 || status.st_ino != board->socketInode)
+            return false;
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::snprintf(address.sun_path, sizeof address.sun_path, "%s", board->socketFile);
         const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const bool left =
+        const bool refused =
             ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1 &&
             errno == ECONNREFUSED;
         ::close(socket);
-        return left;
+        return refused;
     }
 
     static bool runs(pid_t task) {
