@@ -285,7 +285,7 @@ void Console::readLines() {
                 lineLost |= !Readline::line.isEmpty();
                 continue;
             }
-            complete = true;
+            complete = !term.hasFailed();
             if (Report::isWanted()) std::puts("");
             session.disconnect();
             continue;

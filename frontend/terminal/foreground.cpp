@@ -40,12 +40,23 @@ int Foreground::run() {
         stream.release();
         line.say(guarded ? "end 1" : "left");
         if (guarded) ::waitpid(start.guardian, nullptr, 0);
+        awaitConsole();
         throw;
     }
     stream.release();
     if (signalled != 0) return 128 + signalled;
     const bool mayJudge = report && (status == 0 || status == ExitStatus::refused);
     return mayJudge && !succeeded() ? ExitStatus::refused : status;
+}
+
+// Without the loop: the console gives the terminal back before this process ends.
+void Foreground::awaitConsole() {
+    constexpr int patience = 1500; // ms
+    for (int waited = 0; console.running() && !console.ended(); waited += 10) {
+        if (waited == (guarded ? patience : 0)) console.signal(SIGTERM);
+        if (waited == 2 * patience) console.signal(SIGKILL);
+        ::usleep(10000);
+    }
 }
 
 void Foreground::startConsole() {
