@@ -1,6 +1,6 @@
 // A debugger of a few kilobytes that answers at once, to measure VEX and not gdb: understands the
-// start-up commands and the prompt that VEX gives gdb, debugs nothing, and answers as Answers has
-// it.
+// start-up commands and the prompt that VEX gives gdb, stops the process that it is to attach to
+// (-p) until it ends, debugs nothing else, and answers as Answers has it.
 
 #include "bench/answers.h"
 
@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -71,8 +73,13 @@ void carryOut(Answers& answers, const std::string& line) {
 } // namespace
 
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; ++i) {
         understand(argv[i]);
+        if (std::string_view(argv[i - 1]) != "-p") continue;
+        const pid_t target = std::atoi(argv[i]);
+        if (::ptrace(PTRACE_ATTACH, target, nullptr, nullptr) == 0)
+            ::waitpid(target, nullptr, __WALL);
+    }
     const char* number = std::getenv("VEX_TASK");
     Answers answers(number ? std::atoi(number) : 0);
     // A read that is interrupted ends, as gdb's does.

@@ -48,7 +48,7 @@ const std::vector<Plan> plans{
       {"(y/n) ", "y\n"},
       {"(all) ", "kquit\n"}, // when the answer was not heard
       {"(y/n) ", "y\n"}}},
-    {"attached", {"--attach", "TASK", "--script", "FOLDER/script"}},
+    {"attached", {"--attach", "TASK", "--script", "FOLDER/script", "--debugger", standin}},
 };
 
 const char script[] = "print 1\nwhere\ngroup a = 0\non a\nprint 2\non all\nstat\nmatch 'step'\n"
@@ -222,8 +222,8 @@ class Runner {
     }
 
     bool refuses() const {
-        struct stat status {};
-        if (::stat(board->socketFile, &status) == -1 || status.st_ino != board->socketInode)
+        if (::access(board->socketFile, F_OK) == -1 ||
+            birthOf(board->socketFile) != board->socketBirth)
             return false;
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -236,10 +236,15 @@ class Runner {
         return refused;
     }
 
+    // It sleeps, and may only just have begun to.
     static bool runs(pid_t task) {
-        const std::string status = ProcessTree::fileOf(task, "status");
-        return status.find("TracerPid:\t0\n") != std::string::npos &&
-               status.find("State:\tS") != std::string::npos;
+        for (const Deadline deadline(clearing); deadline.left() > 0; sleepFor(2)) {
+            const std::string status = ProcessTree::fileOf(task, "status");
+            if (status.find("TracerPid:\t0\n") != std::string::npos &&
+                status.find("State:\tS") != std::string::npos)
+                return true;
+        }
+        return false;
     }
 };
 

@@ -43,7 +43,7 @@ std::atomic<int> calls[Board::kinds];
 thread_local bool inside = false; // the shim itself calls
 
 constexpr std::array<int, Board::kinds> faultOf{
-    EIO,    EIO,    ENOBUFS, ECONNRESET, ENOBUFS, ECONNRESET,   EMFILE, ENOMEM, ENOSPC,
+    EIO,    ENOSPC, ENOBUFS, ECONNRESET, ENOBUFS, ECONNRESET,   EMFILE, ENOMEM, ENOSPC,
     ENOMEM, EAGAIN, EMFILE,  ENOSPC,     EMFILE,  ECONNREFUSED, EMFILE, EAGAIN, ENOMEM};
 
 int (*realMain)(int, char**, char**);
@@ -279,10 +279,9 @@ int bind(int fd, const sockaddr* to, socklen_t size) {
     const int result = real(fd, to, size);
     if (role != -1 && result == 0 && to->sa_family == AF_UNIX) {
         const char* path = reinterpret_cast<const sockaddr_un*>(to)->sun_path;
-        struct stat status {};
-        if (path[0] == '/' && std::strstr(path, ".vexsock.") && ::stat(path, &status) == 0) {
+        if (path[0] == '/' && std::strstr(path, ".vexsock.")) {
             std::snprintf(board->socketFile, sizeof board->socketFile, "%s", path);
-            board->socketInode = status.st_ino;
+            board->socketBirth = birthOf(path);
         }
     }
     return result;
