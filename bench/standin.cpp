@@ -49,6 +49,15 @@ void understand(std::string_view setting) {
     }
 }
 
+// As with gdb, no signal comes in between, which would leave the process stopped by itself.
+void attachTo(pid_t target) {
+    sigset_t all, before;
+    sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, &before);
+    if (::ptrace(PTRACE_ATTACH, target, nullptr, nullptr) == 0) ::waitpid(target, nullptr, __WALL);
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
 // An interrupt that came since the command began counts.
 void waitForInterrupt(const sigset_t& before) {
     while (interrupted == 0)
@@ -76,9 +85,7 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         understand(argv[i]);
         if (std::string_view(argv[i - 1]) != "-p") continue;
-        const pid_t target = std::atoi(argv[i]);
-        if (::ptrace(PTRACE_ATTACH, target, nullptr, nullptr) == 0)
-            ::waitpid(target, nullptr, __WALL);
+        attachTo(std::atoi(argv[i]));
     }
     const char* number = std::getenv("VEX_TASK");
     Answers answers(number ? std::atoi(number) : 0);

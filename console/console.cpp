@@ -290,6 +290,7 @@ void Console::readLines() {
                 continue;
             }
             complete = !term.hasFailed();
+            lineLost |= !complete && !Readline::line.isEmpty();
             if (Report::isWanted()) std::puts("");
             session.disconnect();
             continue;

@@ -162,8 +162,19 @@ int serve(const Options& options, Session& session, Channel line) {
     return SessionServer(options, session, std::move(line)).run();
 }
 
+// A signal that ends this process or its child before both can hear it would leave the session's
+// file: it waits until then.
+void holdSignals() {
+    sigset_t held;
+    ::sigemptyset(&held);
+    ::sigaddset(&held, SIGHUP);
+    ::sigaddset(&held, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &held, nullptr);
+}
+
 int start(Options options) {
     prepare(options);
+    holdSignals();
     Session session;
     auto [ours, theirs] = Channel::pair();
     const pid_t guardian = ::fork();
