@@ -1,5 +1,6 @@
 #include "backend/clients/detachment.h"
 
+#include "backend/os/insist.h"
 #include "backend/os/processtree.h"
 #include "backend/os/tracing.h"
 
@@ -103,6 +104,11 @@ void Detachment::resume(int looks) {
 }
 
 void Detachment::complete(const Rest& rest) {
+    insist([&rest] { completeOnce(rest); });
+    reapAll();
+}
+
+void Detachment::completeOnce(const Rest& rest) {
     const auto held = [&rest] { return Tracing::heldFrom(::getpid(), rest.except); };
     Rounds rounds;
     const bool holding = !held().empty();
@@ -117,5 +123,4 @@ void Detachment::complete(const Rest& rest) {
     rounds.add(stopped);
     for (int looks = Rounds::looks; !rounds.resumeTasks() && looks > 0; --looks)
         std::this_thread::sleep_for(Rounds::pause);
-    reapAll();
 }

@@ -84,6 +84,7 @@ class Detachment {
     Rounds rounds;
     bool begun = false; // and not over
 
+    static void completeOnce(const Rest& rest);
     void wait();
     void finish();
     void resume(int looks);

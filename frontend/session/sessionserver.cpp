@@ -2,6 +2,7 @@
 
 #include "backend/clients/identity.h"
 #include "backend/os/executables.h"
+#include "backend/os/insist.h"
 #include "backend/os/processtree.h"
 #include "backend/os/standardstreams.h"
 #include "backend/wire/rendezvous.h"
@@ -60,19 +61,14 @@ int SessionServer::run() {
 // After a fault, debuggers let go of their tasks as at any other end. The user hears of that fault,
 // not of those that follow it. When it faults again and again, the guardian does the rest.
 void SessionServer::takeDown() {
-    constexpr int maxFaults = 10;
-    try {
-        end(1);
-    } catch (...) {
-        detachment.begin();
-    }
-    for (int faults = 0; faults < maxFaults; ++faults) {
-        try {
-            return loop.run();
-        } catch (...) {
-            continue;
-        }
-    }
+    phase = ENDING;
+    insist([this] { consoles.close(); });
+    insist([this] { programs.stopAll(); });
+    insist([this] { clients.end(); });
+    insist([this] {
+        if (!closing) detachment.begin();
+        loop.run();
+    });
 }
 
 // --- the world outside

@@ -1,6 +1,7 @@
 #include "frontend/terminal/guardian.h"
 
 #include "backend/clients/guard.h"
+#include "backend/os/insist.h"
 #include "backend/os/standardstreams.h"
 #include "backend/os/tracing.h"
 #include "backend/wire/rendezvous.h"
@@ -32,6 +33,6 @@ std::optional<int> Guardian::run(Session& session, Channel& line, const Options&
     // What the session has to say at its start is said by itself.
     StandardStreams::detach();
     const int status = guard.wait(rest);
-    RendezvousFile::removeOf(guard.child());
+    insist([&] { RendezvousFile::removeOf(guard.child()); });
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
