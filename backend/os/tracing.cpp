@@ -1,11 +1,13 @@
 #include "backend/os/tracing.h"
 
+#include "backend/os/clock.h"
 #include "backend/os/processtree.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <pwd.h>
 #include <sstream>
 #include <stdexcept>
@@ -102,6 +104,20 @@ pid_t Tracing::tracerOf(pid_t pid) { return std::atoi(statusField(pid, "TracerPi
 bool Tracing::isTracedBy(pid_t debugger, pid_t pid) {
     const pid_t tracer = tracerOf(pid);
     return tracer > 0 && (tracer == debugger || ProcessTree::parentOf(tracer) == debugger);
+}
+
+pid_t Tracing::tracedBy(pid_t debugger) {
+    static std::map<pid_t, pid_t> traced; // by tracer
+    static Clock::time_point until;
+    if (const auto begin = Clock::now(); begin >= until) {
+        traced.clear();
+        for (const pid_t pid : ProcessTree::everyone()) {
+            if (const pid_t tracer = tracerOf(pid); tracer > 0) traced.emplace(tracer, pid);
+        }
+        until = Clock::now() + 2 * (Clock::now() - begin);
+    }
+    const auto found = traced.find(debugger);
+    return found != traced.end() && tracerOf(found->second) == debugger ? found->second : -1;
 }
 
 std::vector<pid_t> Tracing::heldFrom(pid_t root) {
