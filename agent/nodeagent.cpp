@@ -90,7 +90,7 @@ void NodeAgent::onTaskOver(Task& task) {
         while (listener && accept()) {
         }
         // A keeper that comes too late finds nobody, and looks again.
-        if (tasks.empty()) loop.stop();
+        if (tasks.empty()) server.finish([this] { loop.stop(); });
     });
 }
 

@@ -37,6 +37,8 @@ class Launcher {
     /// When it had to be killed: the command that takes back what it has left behind, "scancel
     /// 4711"; nothing where none is known of.
     std::optional<std::string> remedy() const;
+    /// Whether it has ended with a status other than 0, though nobody has stopped it.
+    bool failed() const;
     pid_t pid() const { return process.pid(); }
     bool running() const { return process.running(); }
 
@@ -54,6 +56,7 @@ class Launcher {
     std::string partial;  // of a line
     std::string slurmJob; // that waits in the queue, as srun has told
     Timer patience;
+    bool stopped = false; // by stop
     bool killed = false;
     ChildProcess process;
 

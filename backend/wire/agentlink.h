@@ -40,6 +40,8 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     void send(const AgentRecord& record);
     /// Whether so much waits that no more should be produced.
     bool congested() const { return queue.congested(); }
+    /// Whether nothing waits to be sent, or never will be.
+    bool sent() const { return over || queue.empty(); }
     /// Reads on after takesRecords has said no.
     void resume();
     /// Closes at once.

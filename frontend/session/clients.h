@@ -119,6 +119,7 @@ class Clients : public Client::Listener,
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
     ForkedClients forked;
     StartProgress progress;
+    Timer farewell; // to nodes whose clients have ended
 
     bool isTask(int client) const { return static_cast<std::size_t>(client) < tasks.size(); }
     Task& at(int task) { return tasks[static_cast<std::size_t>(task)]; }
