@@ -9,11 +9,6 @@
 
 namespace {
 
-long fromEnvironment(const char* name, long otherwise) {
-    const char* const value = std::getenv(name);
-    return value ? std::atol(value) : otherwise;
-}
-
 struct Plan {
     const char* name;
     Lines arguments;
@@ -134,8 +129,8 @@ class KillTest : public VexTest {
 };
 
 TEST_F(KillTest, WhoeverIsKilledNothingIsLeft) {
-    const long seed = fromEnvironment("VEX_SOAK_SEED", 1);
-    const long rounds = fromEnvironment("VEX_SOAK_ROUNDS", 30);
+    const long seed = soak("VEX_SOAK_SEED", 1);
+    const long rounds = soak("VEX_SOAK_ROUNDS", 30);
     random.seed(static_cast<unsigned>(seed));
     ::setenv("VEX_LAUNCH_DIR", folder.path("launch").c_str(), 1);
     const std::string standin = program("gdb-standin");
@@ -190,6 +185,10 @@ TEST_F(KillTest, WhoeverIsKilledNothingIsLeft) {
         if (victim != -1 && ::kill(victim, SIGKILL) == 0) ++killed;
         const bool ends = part == "foreground" || part == "guardian" || part == "session";
         expectEnd((ends && victim != -1) || phase == END);
+        if (part != "vexconsole") {
+            const termios now = vex->settings(), then = vex->initialSettings();
+            EXPECT_EQ(std::memcmp(&now, &then, sizeof now), 0) << "the terminal";
+        }
         for (const auto& walker : walkers)
             EXPECT_TRUE(walker->pid() == victim || walker->walks()) << walker->number();
         expectNoSockets();
