@@ -6,10 +6,6 @@ class Ending : public Session {
     void question(const std::string& line, const std::string& what) {
         EXPECT_EQ(answerTo(line, "(y/n) "), "Really want to quit (" + what + ")? ");
     }
-    bool asFound() const {
-        const termios now = console->settings(), then = console->initialSettings();
-        return std::memcmp(&now, &then, sizeof now) == 0;
-    }
     void kquit() {
         question("kquit", "all processes");
         console->type("Yes\n");
@@ -82,19 +78,6 @@ TEST_F(Ending, WhateverEndsItTheTerminalIsAsItWasFound) {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         {"SIGSEGV", [this] { console->signal(SIGSEGV); }, 128 + SIGSEGV},
 #endif
-        {"stopped, gone on and stopped for good",
-         [this] {
-             for (int round = 0; round < 3; ++round) {
-                 console->signal(SIGTSTP);
-                 EXPECT_TRUE(eventually([this] { return asFound(); }));
-                 console->signal(SIGCONT);
-                 EXPECT_TRUE(eventually([this] { return !asFound(); }));
-             }
-             console->signal(SIGTSTP);
-             EXPECT_TRUE(eventually([this] { return asFound(); }));
-             console->signal(SIGKILL);
-         },
-         128 + SIGKILL},
         {"SIGTERM while a command runs", [&] { running(), terminated(); }, 128 + SIGTERM},
         {"SIGQUIT from the keyboard", [this] { console->type("\x1c"); }, 128 + SIGQUIT},
         {"a failed assertion", [this] { frontEnd.raw(std::string(4, '\x7f')); }, 128 + SIGABRT},

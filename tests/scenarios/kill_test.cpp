@@ -184,7 +184,8 @@ TEST_F(KillTest, WhoeverIsKilledNothingIsLeft) {
         }
         if (victim != -1 && ::kill(victim, SIGKILL) == 0) ++killed;
         const bool ends = part == "foreground" || part == "guardian" || part == "session";
-        expectEnd((ends && victim != -1) || phase == END);
+        // A console that is killed may not have sent its kquit.
+        expectEnd((ends && victim != -1) || (phase == END && part != "vexconsole"));
         if (part != "vexconsole") {
             const termios now = vex->settings(), then = vex->initialSettings();
             EXPECT_EQ(std::memcmp(&now, &then, sizeof now), 0) << "the terminal";
