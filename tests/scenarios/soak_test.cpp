@@ -43,9 +43,13 @@ class SoakTest : public VexTest {
         bool runs = false;
     };
     Work begin(int console, const ClientSet& clients) {
-        const char* const commands[] = {"print 1", "lines 20 200", "own 3", "where", "lines 400",
-                                        "run",     "flood 1",      "set x", "run"};
-        Work work{"g" + std::to_string(console), clients, commands[upTo(8)], {}, false};
+        const char* const commands[] = {"print 1", "lines 20 200", "own 3", "where",
+                                        "run",     "lines 400",    "set x", "run"};
+        Work work{"g" + std::to_string(console),
+                  clients,
+                  upTo(60) == 0 ? "flood 1" : commands[upTo(7)],
+                  {},
+                  false};
         for (const int id : clients) {
             Answers& answers = model[static_cast<std::size_t>(id)];
             std::string text = answers.to(work.command);
@@ -56,6 +60,7 @@ class SoakTest : public VexTest {
         Peer& peer = *peers[static_cast<std::size_t>(console)];
         peer.assign(work.name, clients);
         peer.interrupted = work.name;
+        peer.deaf = true;
         peer.send(Command::CLIENT, work.name, work.command);
         return work;
     }

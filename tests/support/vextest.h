@@ -40,6 +40,7 @@ class Peer {
         return next(pieces);
     }
     std::string interrupted = "all"; // the group
+    bool deaf = false;               // to what others' commands bring
     // All that comes until READY, or until another record that ends a wait: the lines, then the
     // other records. Slow clients send the same line later; it counts once.
     Lines untilReady() {
@@ -84,8 +85,7 @@ class Peer {
         command.send(&socket);
         // Output of other consoles' commands may come in between, and that a client has ended.
         Lines reply = next();
-        while (!reply.empty() &&
-               (!reply[0].starts_with("REPLY") || reply[0].starts_with("REPLY 5")))
+        while (reply.empty() || !reply[0].starts_with("REPLY") || reply[0].starts_with("REPLY 5"))
             reply = next();
         EXPECT_EQ(reply, Lines{"REPLY 0 0"});
     }
@@ -137,6 +137,7 @@ class Peer {
         Data data;
         data.recv(&socket);
         if (data.getType() == Data::READY) return {"READY"};
+        if (deaf && data.getConsoleID() != id) return {};
         pieces.addData(&data);
         return textOf(data);
     }
