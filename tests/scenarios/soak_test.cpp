@@ -69,21 +69,13 @@ class SoakTest : public VexTest {
         if (work.runs) peer.send(Command::INTERRUPT, work.name);
         const auto said = perClient(peer.finish());
         checked += static_cast<long>(said.size());
-        ASSERT_TRUE(said == work.expected) << difference(said, work);
-    }
-    static std::string difference(const std::map<int, std::string>& said, const Work& work) {
-        std::string text = work.command + " to " + work.clients.str() + ":";
         for (const int id : work.clients) {
-            const auto at = said.find(id), expected = work.expected.find(id);
-            const std::string is = at == said.end() ? "" : at->second;
-            const std::string should = expected == work.expected.end() ? "" : expected->second;
-            if (is != should)
-                return text + " " + std::to_string(id) + " said " + is.substr(0, 2000) + "\nnot " +
-                       should.substr(0, 2000);
+            const auto is = said.find(id), should = work.expected.find(id);
+            ASSERT_EQ(is == said.end() ? "" : is->second,
+                      should == work.expected.end() ? "" : should->second)
+                << id << " on " << work.command;
         }
-        return text + " others answered";
     }
-
     void endOne() {
         const int id = alive
                            .ranges()[static_cast<std::size_t>(
@@ -142,7 +134,9 @@ TEST_F(SoakTest, EveryAnswerIsRightAndMemoryStaysFlat) {
         (passed < length / 6 ? early : late) =
             std::max(passed < length / 6 ? early : late, resident());
     }
-    EXPECT_LE(late, early + early / 10 + 4096);
+    if (length >= std::chrono::minutes(5)) {
+        EXPECT_LE(late, early + early / 10);
+    }
     std::cout << rounds << " rounds, " << checked << " answers of " << alive.size()
               << " clients at the end; memory " << early << " KiB early, " << late
               << " KiB at most\n";
