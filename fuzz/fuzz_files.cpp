@@ -125,8 +125,8 @@ void translation(const std::string& text) {
 // Files that users and launchers write, and what else is read like one; the first byte says which.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     if (size == 0) return 0;
-    constexpr auto kinds = {hosts,   rendezvous,  attachFile, settings,   configuration,
-                            history, commandLine, table,      translation};
+    const auto kinds = {hosts,   rendezvous,  attachFile, settings,   configuration,
+                        history, commandLine, table,      translation};
     try {
         kinds.begin()[*bytes % kinds.size()](textOf(bytes + 1, size - 1));
     } catch (const Error&) {
