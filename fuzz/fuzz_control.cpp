@@ -1,6 +1,11 @@
 #include "frontend/session/controlserver.h"
 #include "fuzz/fuzz.h"
 
+#include <algorithm>
+#include <string>
+#include <unistd.h>
+#include <utility>
+
 namespace {
 
 struct Owner : ControlServer::Owner {
@@ -25,7 +30,8 @@ struct Owner : ControlServer::Owner {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::string texts = textOf(bytes, size);
     Owner owner;
-    const Descriptor nobody;
+    static const Descriptor nobody =
+        Channel::listenAs("vex-fuzz-control-" + std::to_string(::getpid()));
     auto [ours, theirs] = Channel::pair();
     ControlServer server(owner.loop, std::move(theirs), nobody, owner);
     int said = 0;

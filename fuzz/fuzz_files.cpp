@@ -20,10 +20,12 @@
 
 namespace {
 
-// A file of this process; each case writes it anew.
+// A file of this process, in a directory that is its alone; each case writes it anew.
 std::string file(const std::string& text) {
-    static const std::string path =
-        std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(::getpid()));
+    static std::string folder = std::filesystem::temp_directory_path() / "vex-fuzz-XXXXXX";
+    static const bool made = ::mkdtemp(folder.data()) != nullptr;
+    expect(made);
+    const std::string path = folder + "/file";
     std::ofstream(path, std::ios::binary) << text;
     return path;
 }
