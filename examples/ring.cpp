@@ -1,5 +1,6 @@
 // A token goes around all tasks of an MPI job, round after round. In one round a task does not pass
-// it on: it computes for ever, and all others wait. With --healthy all rounds come to their end.
+// it on: it computes for ever, and all others wait. With --healthy all rounds come to their end,
+// with --abort the task ends the job (MPI_Abort) instead.
 //
 //   mpicxx -g ring.cpp -o ring && mpirun -np 4 ./ring
 
@@ -14,10 +15,12 @@ constexpr int critical_round = 20;
 int rank = 0;
 int ntasks = 1;
 int round_no = 0;
+bool aborts = false;
 volatile bool lost = true;
 
 // Never comes to an end while the token is lost.
 static int search(int token) {
+    if (aborts) MPI_Abort(MPI_COMM_WORLD, 7);
     while (lost)
         ++token;
     return token;
@@ -46,6 +49,7 @@ int main(int argc, char** argv) {
     MPI_Comm_rank(MPI_COMM_WORLD, &rank);
     MPI_Comm_size(MPI_COMM_WORLD, &ntasks);
     const bool healthy = argc > 1 && std::strcmp(argv[1], "--healthy") == 0;
+    aborts = argc > 1 && std::strcmp(argv[1], "--abort") == 0;
     for (round_no = 0; ntasks > 1 && round_no < rounds; ++round_no)
         go_round(healthy);
     std::printf("rank %d of %d is done\n", rank, ntasks);

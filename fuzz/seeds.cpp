@@ -1,5 +1,6 @@
 // Writes well-formed inputs for the fuzz targets, one directory a target: fuzz_seeds DIRECTORY
 #include "backend/wire/noderecords.h"
+#include "backend/wire/rendezvous.h"
 #include "common/command.h"
 #include "common/data.h"
 #include "common/reply.h"
@@ -32,6 +33,18 @@ std::string dataRecord() {
     }
     data.setBounds(0, 12, 4);
     return packed(data);
+}
+
+std::string rendezvous() {
+    Rendezvous where;
+    where.socketName = "vex-agents-1";
+    where.addresses = {"127.0.0.1", "fe80::1"};
+    where.port = 4711;
+    where.secret = std::string(64, 'a');
+    where.ranks = {3, 5};
+    where.size = 7;
+    where.nodeName = "vex-node";
+    return where.str();
 }
 
 std::string groupRecord() {
@@ -89,6 +102,38 @@ int main(int argc, char** argv) {
           "  3: x\r\n 12: y", "[a@1,3]<stdout>: x\n", "[3] \xff\n[3]\n"})
         for (const char how : {'\0', '\x19', '\x2e', '\xd0'})
             seed("fold", how + std::string(lines));
+    for (const char* line :
+         {"group g1 = 0:3 7 g2", "group g1 + 0", "on g1", "send yes", "script /bin/true x",
+          "instant p 1", "stat -s -i | sort", "match 'a' | match b", "where", "option mode auto",
+          ":s", "history 3", "'open", "interrupt", "help on"})
+        for (const char state : {'\0', '\2'})
+            seed("command", state + std::string(line));
+    seed("output", "\x21\x04"
+                   "a\r\nb\n\1abac\n"
+                   "c\1abac+\nd\x1b[1m\xc3\xa9\1abac-\n"
+                   "a\nb\n> ");
+    seed("stacks", std::string("\0", 1) +
+                       "\nThread 2 (Thread 0x7f (LWP 5) \"x\"):\n#0  0x1 in poll () from "
+                       "/lib/libc.so\n#1  std::map<int, f(int)>::at (this=0x1, k=@0x2) at a.cpp:3\n"
+                       "#2  <signal handler called>\n#3  0x2 in ?? ()\nBacktrace stopped: x\n");
+    seed("stacks", "\1* thread #1, name = 'halo', stop reason = signal SIGINT\n  * frame #0: 0x1 "
+                   "libc.so.6`__poll + 3\n    frame #1: 0x2 halo`main(argc=1) at halo.cpp:3:5\n");
+    const std::string files[] = {"a:2\nb slots=3 # c\n[fe80::1]:2\n",
+                                 rendezvous(),
+                                 "5300;1;3;/bin/halo;1\n0;0;10.0.0.1;node1;4711;1;/bin/halo;-x\n",
+                                 "mode = collapsed\necolor = RED\n# x\nbroadcast = on\n",
+                                 "name = value\n# x\n\nother=%name\n",
+                                 "where\nprint 1\n",
+                                 std::string("mpirun\0-np\0"
+                                             "3\0--host\0a:2,b\0./x\0",
+                                             30),
+                                 std::string("\x18\x10\0\0\0\0\0\0", 8) + std::string(24, '\1') +
+                                     "node\0",
+                                 "%2$s at %1$-5s<END>"};
+    char kind = 0;
+    for (const std::string& text : files)
+        seed("files", kind++ + text);
+    seed("control", "attend\nfacts\nleft\nhung up\ngive up\nend 3\nattend\n");
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");
     return 0;

@@ -11,8 +11,10 @@ struct Identity {
     /// The task's number within the parallel job; empty when its environment does not tell.
     std::string rank;
     std::string program;
+    /// The core file that a debugger looks at in the place of a process; empty: none.
+    std::string core;
 
-    /// The process that a debugger started on this host.
+    /// The process that a debugger of this host has started or attached to, or its core file.
     static Identity underDebugger(pid_t debugger);
     /// A process of this host.
     static Identity ofProcess(pid_t pid);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
+#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -104,6 +105,7 @@ void Launcher::tell(const std::string& line) {
 }
 
 void Launcher::stop() {
+    stopped = stopped || process.running();
     process.signal(SIGTERM);
     patience.after(maxStop, [this] {
         killed = process.running();
@@ -114,6 +116,11 @@ void Launcher::stop() {
 std::optional<std::string> Launcher::remedy() const {
     if (!killed || slurmJob.empty()) return std::nullopt;
     return "scancel " + slurmJob;
+}
+
+bool Launcher::failed() const {
+    const bool exited = !process.running() && WIFEXITED(process.status());
+    return exited && WEXITSTATUS(process.status()) != 0 && !stopped;
 }
 
 void Launcher::collect() {

@@ -38,6 +38,8 @@ class Launcher {
     /// When it had to be killed: the command that takes back what it has left behind, "scancel
     /// 4711"; nothing where none is known of.
     std::optional<std::string> remedy() const;
+    /// Whether it has ended with a status other than 0, though nobody has stopped it.
+    bool failed() const;
     pid_t pid() const { return process.pid(); }
     bool running() const { return process.running(); }
 
@@ -58,6 +60,7 @@ class Launcher {
     Stream inputStream;    // of the pipe, until all is written
     std::string slurmJob;  // that waits in the queue, as srun has told
     Timer patience;
+    bool stopped = false; // by stop
     bool killed = false;
     ChildProcess process;
 

@@ -58,6 +58,8 @@ class Logins {
     std::optional<std::string> remedy(std::size_t login) const {
         return logins[login].launcher->remedy();
     }
+    /// Whether the launcher has failed, though nobody has stopped it (Launcher::failed).
+    bool failed(std::size_t login) const { return logins[login].launcher->failed(); }
     /// Whether a launcher still runs.
     bool running() const;
 

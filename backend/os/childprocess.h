@@ -44,7 +44,7 @@ class ChildProcess {
     /// What became of the child: looks, and does not wait.
     enum Event { NOTHING, STOPPED, ENDED };
     Event poll();
-    /// As waitpid gave it; valid after poll has said ENDED.
+    /// As waitpid gave it; valid after poll has said STOPPED or ENDED.
     int status() const { return waitStatus; }
     /// What such a status tells: "ended with status 3", or `bySignal` and the signal's name.
     static std::string describe(int status, const std::string& bySignal);

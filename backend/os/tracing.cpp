@@ -1,11 +1,13 @@
 #include "backend/os/tracing.h"
 
+#include "backend/os/clock.h"
 #include "backend/os/processtree.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <pwd.h>
 #include <sstream>
 #include <stdexcept>
@@ -105,6 +107,20 @@ bool Tracing::isTracedBy(pid_t debugger, pid_t pid) {
 }
 
 bool Tracing::isStopped(pid_t pid) { return statusField(pid, "State").starts_with('T'); }
+
+pid_t Tracing::tracedBy(pid_t debugger) {
+    static std::map<pid_t, pid_t> traced; // by tracer
+    static Clock::time_point until;
+    if (const auto begin = Clock::now(); begin >= until) {
+        traced.clear();
+        for (const pid_t pid : ProcessTree::everyone()) {
+            if (const pid_t tracer = tracerOf(pid); tracer > 0) traced.emplace(tracer, pid);
+        }
+        until = Clock::now() + 2 * (Clock::now() - begin);
+    }
+    const auto found = traced.find(debugger);
+    return found != traced.end() && tracerOf(found->second) == debugger ? found->second : -1;
+}
 
 std::vector<pid_t> Tracing::heldFrom(pid_t root, pid_t except) {
     std::vector<pid_t> ours = ProcessTree::descendants(root, except);

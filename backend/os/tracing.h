@@ -31,6 +31,10 @@ void checkAttach(pid_t pid);
 pid_t tracerOf(pid_t pid);
 /// Whether a debugger traces a process, by itself or by a server that it has started.
 bool isTracedBy(pid_t debugger, pid_t pid);
+/// A process that a debugger traces, wherever it stands in the tree of processes: a child of what
+/// it has let go, or what it has attached to; -1: none. A look at all processes serves for whoever
+/// asks within twice the time that it took.
+pid_t tracedBy(pid_t debugger);
 
 /// Whether a process that nobody traces stands still by a signal (SIGSTOP, say).
 bool isStopped(pid_t pid);

@@ -97,7 +97,8 @@ Logins::Command LaunchedJob::commandOf(std::size_t login) {
 
 void LaunchedJob::onLine(std::size_t login, const std::string& line) {
     spoke = true;
-    if (phase != OVER) owner.onLauncherSaid((perHost() ? hostOf(login) + ": " : "") + line);
+    if (phase != OVER || tells)
+        owner.onLauncherSaid((perHost() ? hostOf(login) + ": " : "") + line);
 }
 
 void LaunchedJob::onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) {
@@ -187,12 +188,15 @@ void LaunchedJob::setSize(int size) {
 }
 
 void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
+    const std::string ending = "(" + how +
+                               (logins.failed(login) ? ": it has ended the job)"
+                                                     : "; tasks that end with it are removed)");
     if (phase == OVER) {
         if (const auto remedy = logins.remedy(login)) owner.onLeftBehind(plan.launcher[0], *remedy);
+        if (tells && logins.failed(login)) owner.onLauncherSaid(ending);
         return;
     }
-    if (logins.finished(login))
-        return owner.onLauncherSaid("(" + how + "; tasks that end with it are removed)");
+    if (logins.finished(login)) return owner.onLauncherSaid(ending);
     if (perHost()) {
         const std::string& host = hostOf(login);
         const std::string problem =
@@ -224,8 +228,9 @@ std::set<std::string> LaunchedJob::awaitedHosts() const {
     return hosts;
 }
 
-void LaunchedJob::stop() {
+void LaunchedJob::stop(bool stillTells) {
     phase = OVER;
+    tells = stillTells;
     file.reset();
     if (port) port->close();
     logins.stop();

@@ -66,9 +66,12 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     std::set<std::string> awaitedHosts() const;
     /// Whether a launcher still runs.
     bool running() const { return logins.running(); }
-    /// Lets no further agent in, and tells of nothing more but of what a launcher leaves behind.
-    /// Makes the launchers end, which collect sees.
-    void stop();
+    /// Lets no further agent in, and tells of nothing more but of what a launcher leaves behind;
+    /// with `stillTells`, because all tasks have ended, also of what launchers say of that. Makes
+    /// the launchers end, which collect sees.
+    void stop(bool stillTells = false);
+    /// Tells no more of that.
+    void hush() { tells = false; }
 
   private:
     enum Phase { GATHERING, COMPLETE, OVER };
@@ -86,6 +89,7 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     std::size_t expected = 0;  // agents; 0: not known yet
     std::size_t arrivals = 0;  // agents that are there or will not come
     bool spoke = false;        // a launcher has printed something
+    bool tells = false;        // of what launchers say, although it is over
 
     bool perHost() const { return !plan.hosts.empty(); }
     int size() const { return static_cast<int>(present.size()); }

@@ -61,6 +61,8 @@ class RemoteNode : public Node, private AgentLink::Handler {
     void leaveFork(const NodeRecords::Fork& fork);
     /// Ends the clients' debuggers; what they have attached to runs on.
     void release(const ClientSet& clients);
+    /// Whether its agent has not hung up.
+    bool open() const { return link->open(); }
     /// Ends all.
     void close() { link->close(); }
     /// Reads on after mayRead has said no.

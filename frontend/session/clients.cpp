@@ -18,6 +18,9 @@
 
 namespace {
 
+// Within this time the agents of a job that its launcher has ended hang up.
+constexpr auto maxFarewell = std::chrono::milliseconds(300);
+
 std::unique_ptr<ErrorWatch> errorWatch(const Options& options, const Driver& driver) {
     if (options.script.empty()) return nullptr;
     return std::make_unique<ErrorWatch>(driver,
@@ -37,7 +40,8 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       errors(errorWatch(options, driver)),
       refusal(loop),
       forked(loop, options, driver, job, errors.get(), owner),
-      progress(loop, static_cast<StartProgress::Owner&>(*this)) {
+      progress(loop, static_cast<StartProgress::Owner&>(*this)),
+      farewell(loop) {
     inPhase[Task::AWAITED] = tasks.size();
 }
 
@@ -144,8 +148,10 @@ void Clients::onMissing(int id, const std::string& problem) {
 
 void Clients::onLauncherSaid(const std::string& line) {
     const std::string text = "launcher: " + SafeText::line(line);
-    if (phase == STARTING) say(text);
-    if (phase == RUNNING) owner.announce(text);
+    if (phase == RUNNING)
+        owner.announce(text);
+    else
+        say(text);
 }
 
 void Clients::onLeftBehind(const std::string& launcher, const std::string& remedy) {
@@ -381,15 +387,24 @@ int Clients::livingTasks() const { return static_cast<int>(tasks.size() - count(
 // --- the end
 
 void Clients::end() {
-    phase = OVER;
+    const bool deserted = std::exchange(phase, OVER) == RUNNING && living() == 0;
     progress.end();
-    if (agents) agents->stop();
+    if (agents) agents->stop(deserted);
     for (const Task& task : tasks) {
         if (task.client) task.client->release();
     }
-    for (const auto& node : nodes)
-        node->close();
     forked.end();
+    const auto close = [this] {
+        for (const auto& node : nodes)
+            node->close();
+    };
+    if (!deserted || !agents) return close();
+    // Agents that hang up now were ended by their launcher, the others have lost their debuggers.
+    farewell.after(maxFarewell, [this, close] {
+        if (std::ranges::any_of(nodes, [](const auto& node) { return node->open(); }))
+            agents->hush();
+        close();
+    });
 }
 
 bool Clients::releasing() const {

@@ -122,6 +122,7 @@ class Clients : public Client::Listener,
     Timer refusal; // before those of them without another task are dropped
     ForkedClients forked;
     StartProgress progress;
+    Timer farewell; // to nodes whose clients have ended
 
     bool isTask(int client) const { return static_cast<std::size_t>(client) < tasks.size(); }
     Task& at(int task) { return tasks[static_cast<std::size_t>(task)]; }

@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <pwd.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -40,6 +42,34 @@ bool answers(const std::string& path) {
            errno == EAGAIN || errno == EACCES || errno == EPERM;
 }
 
+// Where all numbers are taken: whose socket files most of them are, and what helps.
+std::string whyNone() {
+    namespace fs = std::filesystem;
+    const fs::path prefix = SessionFile::prefix;
+    std::map<uid_t, int> filesOf;
+    std::error_code fault;
+    for (fs::directory_iterator at(prefix.parent_path(), fault), end; !fault && at != end;
+         at.increment(fault)) {
+        struct stat status {};
+        const std::string& path = at->path().native();
+        if (path.starts_with(prefix.native()) && ::lstat(path.c_str(), &status) == 0)
+            ++filesOf[status.st_uid];
+    }
+    const std::string text = "no session number is free";
+    const auto most =
+        std::ranges::max_element(filesOf, {}, [](const auto& each) { return each.second; });
+    if (most == filesOf.end()) return text + ".";
+    const passwd* const entry = ::getpwuid(most->first);
+    const std::string name = entry ? entry->pw_name : std::to_string(most->first);
+    const std::string files = text + ": " + std::to_string(most->second) + " files " +
+                              prefix.native() + "N belong to user " + name + ". ";
+    if (most->first == ::getuid())
+        return files + "End sessions that you do not need; vex --list shows them.";
+    return files + "Have that user or root remove them: find " + prefix.parent_path().native() +
+           " -maxdepth 1 -name '" + prefix.filename().native() + "*' -user " + name + " -delete";
+}
+
+std::string claimOf(int number) { return "vex-session-" + std::to_string(number); }
 std::string controlName(int number) { return "vex-control-" + std::to_string(number); }
 
 } // namespace
@@ -48,12 +78,12 @@ Session::Session(int from) {
     for (int number = from; number <= SessionFile::maxNumber; ++number) {
         if (take(number)) return;
     }
-    throw std::runtime_error("no free session number");
+    throw std::runtime_error(whyNone());
 }
 
 bool Session::take(int number) {
     const std::string path = SessionFile::path(number);
-    Descriptor name = claimName("vex-session-" + std::to_string(number));
+    Descriptor name = claimName(claimOf(number));
     if (!name || answers(path)) return false;
     Descriptor entrance = Channel::listenAs(controlName(number));
     if (!entrance) return false;
@@ -103,6 +133,12 @@ std::vector<int> Session::candidates() {
     }
     std::ranges::sort(numbers);
     return numbers;
+}
+
+void Session::removeDead(int number) {
+    const Descriptor name = claimName(claimOf(number)); // nobody else takes it meanwhile
+    const std::string path = SessionFile::path(number);
+    if (name && !answers(path)) ::unlink(path.c_str());
 }
 
 std::unique_ptr<UnixSocket> Session::accept() {

@@ -16,8 +16,8 @@
 /// file when destroyed.
 class Session {
   public:
-    /// Takes the first free number from `from` up (SessionFile). Throws std::runtime_error when
-    /// there is none.
+    /// Takes the first free number from `from` up (SessionFile). Throws std::runtime_error with a
+    /// sentence that names whose files are in the way when there is none.
     explicit Session(int from = 1);
     ~Session();
     Session(const Session&) = delete;
@@ -43,6 +43,8 @@ class Session {
     static std::optional<Channel> reach(int number);
     /// The numbers of which this user has socket files, ascending; their sessions may be dead.
     static std::vector<int> candidates();
+    /// Removes the socket file of that number, unless its session lives.
+    static void removeDead(int number);
 
   private:
     int id = 0;

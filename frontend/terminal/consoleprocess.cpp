@@ -16,6 +16,8 @@ void ConsoleProcess::start(const std::string& executable, int session,
 bool ConsoleProcess::ended() {
     switch (process.poll()) {
     case ChildProcess::STOPPED:
+        // Not the user's key, but somebody who stops that process alone, and may end it.
+        if (WSTOPSIG(process.status()) == SIGSTOP) return false;
         ::raise(SIGSTOP);
         process.signal(SIGCONT);
         return false;

@@ -18,9 +18,9 @@ class ConsoleProcess {
     /// Throws std::system_error.
     void start(const std::string& executable, int session, const Environment& environment);
     bool running() const { return process.running(); }
-    /// Looks what became of the console. When it was stopped (Ctrl-Z), this process stops as well,
-    /// so that the shell has its terminal back, and both go on together. True when the console has
-    /// ended, once.
+    /// Looks what became of the console. When it was stopped from the terminal (Ctrl-Z), this
+    /// process stops as well, so that the shell has its terminal back, and both go on together.
+    /// True when the console has ended, once.
     bool ended();
     /// As waitpid gave it; valid after ended has said true.
     int status() const { return process.status(); }

@@ -43,7 +43,10 @@ std::string SessionList::text() {
     std::string table;
     for (const int number : Session::candidates()) {
         const auto line = Session::reach(number);
-        if (!line) continue;
+        if (!line) {
+            Session::removeDead(number);
+            continue;
+        }
         line->say("facts");
         const auto answer = line->await(patience);
         if (!answer) {

@@ -1,46 +1,38 @@
-#include "backend/os/childprocess.h"
 #include "backend/os/tracing.h"
 #include "common/descriptor.h"
 #include "tests/support/vextest.h"
+#include "tests/support/walker.h"
 
 namespace {
 
 // vex with tasks that run before it is there, and what tasks fork.
 class AttachTest : public VexTest {};
 
-// A process that is there before the session and after it; counts on its standard output.
-class Walker {
-  public:
-    explicit Walker(Lines arguments = {}) {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) == -1) throw std::runtime_error("no pipe");
-        output = Descriptor(ends[0]);
-        const Descriptor writer(ends[1]);
-        arguments.insert(arguments.begin(), VEX_BIN_DIR "/steadily");
-        ChildProcess::Start start;
-        start.argv = arguments;
-        start.input = STDIN_FILENO;
-        start.output = writer.get();
-        child.start(start);
-    }
-
-    std::string number() const { return std::to_string(child.pid()); }
-    // Whether it counts: what it has said so far is thrown away, then it must say more, for so long
-    // that all its threads have come by every place where a breakpoint can be left.
-    bool walks() const {
-        char text[65536];
-        for (int lines = 0; lines < 20; ++lines) {
-            pollfd ready{output.get(), POLLIN, 0};
-            if (::poll(&ready, 1, 5000) != 1 || ::read(output.get(), text, sizeof text) <= 0)
-                return false;
-        }
-        return ProcessTree::parentOf(child.pid()) != 0;
-    }
-
-  private:
-    Descriptor output;
-    ChildProcess child;
-};
+TEST_F(AttachTest, WhatADebuggerHoldsIsFoundWhereverItStands) {
+    const Walker walker;
+    Peer console(beginWith({"-n", "1", "/bin/sh"}));
+    const auto who = [&console] { return console.command("vex who").at(0); };
+    EXPECT_TRUE(who().ends_with("pid -  sh, not running")) << who();
+    console.command("set follow-fork-mode child");
+    console.send(Command::CLIENT, "all", "run -c 'sleep 1000 & wait'");
+    EXPECT_TRUE(eventually([&] { return !named("sleep", living()).empty(); }));
+    EXPECT_TRUE(eventually([&] {
+        const auto sleeps = named("sleep", living());
+        return std::ranges::any_of(sleeps, [](pid_t id) { return Tracing::tracerOf(id) > 0; });
+    }));
+    console.send(Command::INTERRUPT, "all");
+    console.finish();
+    EXPECT_TRUE(who().ends_with("  sleep")) << who();
+    console.command("kill");
+    console.command("attach " + walker.number());
+    EXPECT_TRUE(who().ends_with("pid " + walker.number() + "  steadily")) << who();
+    const std::string core = folder.path("kept");
+    console.command("generate-core-file " + core);
+    console.command("detach");
+    console.command("core-file " + core);
+    EXPECT_TRUE(who().ends_with("pid -  sh, core file kept")) << who();
+    quit(console);
+}
 
 TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     std::unique_ptr<Peer> console;

@@ -73,10 +73,16 @@ TEST_F(Ending, WhateverEndsItTheTerminalIsAsItWasFound) {
         int status = 0; // 0: the front end goes
     } ways[] = {
         {"SIGTERM at the prompt", terminated, 128 + SIGTERM},
+        {"SIGHUP", [this] { console->signal(SIGHUP); }, 128 + SIGHUP},
+    // A sanitizer has handlers of its own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        {"SIGSEGV", [this] { console->signal(SIGSEGV); }, 128 + SIGSEGV},
+#endif
         {"SIGTERM while a command runs", [&] { running(), terminated(); }, 128 + SIGTERM},
         {"SIGQUIT from the keyboard", [this] { console->type("\x1c"); }, 128 + SIGQUIT},
         {"a failed assertion", [this] { frontEnd.raw(std::string(4, '\x7f')); }, 128 + SIGABRT},
         {"behind kquit", [this] { kquit(); }},
+        {"exit", [this] { question("exit", "current console only"), console->type("y\n"); }},
         {"in the middle of a line", [this] { console->type("whe"), console->until("whe"); }},
         {"at a question", atQuestion},
         {"while a command runs", running},

@@ -99,6 +99,27 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
     if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
 }
 
+TEST_F(LaunchTest, ATaskThatEndsTheJobIsHeardAndSoIsItsLauncher) {
+    for (const auto& [launcher, own] : std::map<std::string, std::string>{
+             {"mpirun.openmpi --oversubscribe -np 3", "ring.openmpi"},
+             {"mpiexec.mpich -n 3", "ring.mpich"}}) {
+        SCOPED_TRACE(own);
+        if (::access(program(own).c_str(), X_OK) != 0) continue;
+        Peer console(beginWith({"--launch", launcher, program(own)}));
+        console.send(Command::CLIENT, "all", "run --abort");
+        const Lines said = console.untilReady();
+        EXPECT_EQ(said.back(), "REPLY -1 803");
+        killConsole();
+        EXPECT_EQ(vex->exitStatus(), 0);
+        // Who of the two comes first is open.
+        const std::string told = "launcher: (ended with status 7: it has ended the job)";
+        EXPECT_TRUE(contain(said, told) || vex->screen().find(told) != std::string::npos);
+        // MPICH's tasks tell of it themselves.
+        EXPECT_TRUE(own != "ring.mpich" || contain(said, "1 | Abort(7) on node 1"));
+        expectNothingLeft(socketPath);
+    }
+}
+
 TEST_F(LaunchTest, HostsOfAFile) {
     const std::string hosts = folder.write("hosts", "# all\nnode1:2\nnode2\n");
     std::filesystem::create_directory(folder.path("here"));

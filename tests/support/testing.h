@@ -67,6 +67,12 @@ bool eventually(Condition&& condition) {
     return true;
 }
 
+/// How long a run is to be, by a variable of the environment: scripts/soak makes it longer.
+inline long soak(const char* variable, long otherwise) {
+    const char* const value = std::getenv(variable);
+    return value ? std::atol(value) : otherwise;
+}
+
 /// What the action writes to standard output.
 template <typename Action>
 std::string printed(Action&& action) {

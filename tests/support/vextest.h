@@ -42,6 +42,8 @@ class Peer {
         Data pieces;
         return next(pieces);
     }
+    std::string interrupted = "all"; // the group
+    bool deaf = false;               // to what others' commands bring
     // All that comes until READY, or until another record that ends a wait: the lines, then the
     // other records. Slow clients send the same line later; it counts once.
     Lines untilReady() {
@@ -54,7 +56,7 @@ class Peer {
             // Not all have stopped within a second; a debugger on a busy machine may have dropped
             // the interrupt. A user tries again.
             if (some == Lines{"REPLY 0 0"}) {
-                send(Command::INTERRUPT, "all");
+                send(Command::INTERRUPT, interrupted);
                 continue;
             }
             others.push_back(some[0]);
@@ -72,21 +74,23 @@ class Peer {
     // The answer to a command or an interrupt, and FILTERED as a console does it.
     Lines finish() {
         Lines answer = untilReady();
-        if (answer.back() == "READY") {
-            GroupCommand filtered;
-            filtered.setOpType(GroupCommand::ASSIGN);
-            filtered.setBase("FILTERED");
-            const std::string body = Frame::packed(filtered);
-            Command command;
-            command.init(id, "all", Command::GROUP, body.data(), static_cast<int>(body.size()));
-            command.send(&socket);
-            // Output of other consoles' commands may come in between.
-            Lines reply = next();
-            while (!reply.empty() && !reply[0].starts_with("REPLY"))
-                reply = next();
-            EXPECT_EQ(reply, Lines{"REPLY 0 0"});
-        }
+        if (answer.back() == "READY") assign("FILTERED", {});
         return answer;
+    }
+    void assign(const std::string& name, const ClientSet& clients) {
+        GroupCommand group;
+        group.setOpType(GroupCommand::ASSIGN);
+        group.setBase(name);
+        group.addOperands(clients);
+        const std::string body = Frame::packed(group);
+        Command command;
+        command.init(id, "all", Command::GROUP, body.data(), static_cast<int>(body.size()));
+        command.send(&socket);
+        // Output of other consoles' commands may come in between, and that a client has ended.
+        Lines reply = next();
+        while (reply.empty() || !reply[0].starts_with("REPLY") || reply[0].starts_with("REPLY 5"))
+            reply = next();
+        EXPECT_EQ(reply, Lines{"REPLY 0 0"});
     }
     // Waits for the announcement of this many forked clients: their numbers.
     ClientSet forked(int number) {
@@ -136,6 +140,7 @@ class Peer {
         Data data;
         data.recv(&socket);
         if (data.getType() == Data::READY) return {"READY"};
+        if (deaf && data.getConsoleID() != id) return {};
         pieces.addData(&data);
         return textOf(data);
     }

@@ -1,0 +1,43 @@
+#include "common/sessionfile.h"
+#include "frontend/session/session.h"
+#include "tests/support/strangers.h"
+
+namespace {
+
+constexpr int number = SessionFile::maxNumber;
+
+TEST_F(Strangers, NobodyElseComesIntoASession) {
+    become(one);
+    Session session(number);
+    ASSERT_EQ(::chmod(session.path().c_str(), 0666), 0); // the file's mode alone is no guard
+    for (const uid_t user : {other, one, uid_t{0}}) {
+        become(user);
+        UnixSocket console;
+        ASSERT_EQ(console.connect(session.path().c_str(), 1), 0);
+        const auto line = Session::reach(number);
+        EXPECT_EQ(line.has_value(), user == one) << user;
+        become(one);
+        EXPECT_EQ(session.accept() != nullptr, user != other) << user;
+        Channel::accept(session.control()); // whoever has come
+    }
+}
+
+TEST_F(Strangers, FilesOfOthersAreNamedWhenNoNumberIsFree) {
+    const std::string path = SessionFile::path(number);
+    become(other);
+    std::ofstream(path) << "mine";
+    become(one);
+    std::string said;
+    try {
+        const Session session(number);
+    } catch (const std::runtime_error& error) {
+        said = error.what();
+    }
+    EXPECT_NE(said.find("files /tmp/.vexsock.N belong to user "), said.npos) << said;
+    EXPECT_NE(said.find("-delete"), said.npos) << said;
+    EXPECT_EQ(::access(path.c_str(), F_OK), 0);
+    become(other);
+    ::unlink(path.c_str());
+}
+
+} // namespace

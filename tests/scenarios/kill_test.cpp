@@ -1,0 +1,194 @@
+// Whichever process of a session is killed, and whenever: nothing is left of the session, its
+// socket file goes with the next "vex --list", and what it has attached to runs on. The rounds
+// follow from VEX_SOAK_SEED; there are VEX_SOAK_ROUNDS of them.
+#include "tests/support/vextest.h"
+#include "tests/support/walker.h"
+
+#include <iostream>
+
+namespace {
+
+struct Plan {
+    const char* name;
+    Lines arguments;
+    Lines programs; // of the processes besides foreground, guardian and session
+    const char *command, *flood, *run;
+};
+
+class KillTest : public VexTest {
+  protected:
+    enum Phase { START, PROMPT, COMMAND, FLOOD, STOP, END, PHASES };
+
+    std::mt19937 random;
+    std::vector<std::unique_ptr<Walker>> walkers;
+    std::chrono::milliseconds slowest{0}; // of the ends
+
+    int upTo(int most) { return std::uniform_int_distribution(0, most)(random); }
+    const std::string& oneOf(const Lines& all) {
+        return all[static_cast<std::size_t>(upTo(static_cast<int>(all.size()) - 1))];
+    }
+    // A console that nobody reads from stands still.
+    void watchFor(int ms) {
+        for (const Deadline end{std::chrono::milliseconds(ms)}; end.left() > 0; sleepFor(1))
+            vex->screen();
+    }
+
+    void start(const Plan& plan) {
+        Lines arguments = plan.arguments;
+        walkers.clear();
+        if (plan.arguments.back() == "--attach") {
+            for (int i = 0; i < 2; ++i)
+                walkers.push_back(std::make_unique<Walker>());
+            arguments.push_back(walkers[0]->number() + "," + walkers[1]->number());
+        }
+        launch(arguments);
+    }
+    void goTo(Phase phase, const Plan& plan) {
+        if (phase == START) return watchFor(upTo(200));
+        vex->until("(all) ");
+        const auto type = [this](const std::string& line, int ms) {
+            vex->type(line + "\n");
+            watchFor(upTo(ms));
+        };
+        if (phase == PROMPT) watchFor(upTo(10));
+        if (phase == COMMAND) type(plan.command, 20);
+        if (phase == FLOOD) type(plan.flood, 200);
+        if (phase == END) type("kquit\ny", 100);
+        if (phase != STOP) return;
+        type(plan.run, 100);
+        vex->signal(SIGINT);
+        for (const pid_t console : named("vexconsole", living()))
+            ::kill(console, SIGINT);
+        type("interrupt", 50);
+    }
+
+    // A process of the session, by the name of its part; -1: there is none at the moment.
+    pid_t find(const std::string& part) {
+        if (part == "foreground") return vex->running() ? vex->pid() : -1;
+        if (part == "guardian") return childOf(vex->pid(), "vex");
+        if (part == "session") return sessionPid();
+        if (part == "steadily") return walkers[static_cast<std::size_t>(upTo(1))]->pid();
+        const auto found = named(part, living());
+        return found.empty() ? -1 : found[static_cast<std::size_t>(upTo(1)) % found.size()];
+    }
+
+    // Whether nothing is left soon. A session that goes on is asked to end.
+    void expectEnd(bool byItself) {
+        using Time = std::chrono::steady_clock;
+        constexpr auto bound = std::chrono::seconds(5);
+        if (!byItself) {
+            watchFor(50);
+            for (const pid_t id : named("vex", living()))
+                ::kill(id, SIGTERM);
+        }
+        const auto begin = Time::now();
+        bool clear = false;
+        for (const Deadline end(2 * bound); !clear && end.left() > 0; watchFor(10))
+            clear = living().empty() && !vex->running();
+        slowest = std::max(
+            slowest, std::chrono::duration_cast<std::chrono::milliseconds>(Time::now() - begin));
+        std::string rest;
+        for (const pid_t id : living())
+            rest += " " + std::to_string(id) + " " + ProcessTree::nameOf(id);
+        EXPECT_EQ(rest, "") << vex->screen();
+        EXPECT_LT(slowest, bound);
+        EXPECT_TRUE(!std::filesystem::exists(folder.path("launch")) ||
+                    std::filesystem::is_empty(folder.path("launch")));
+        kill(living());
+    }
+
+    // The socket files that belong to no living process.
+    std::map<std::string, long long> deadSockets() const {
+        std::map<std::string, long long> found;
+        const std::string living = ProcessTree::fileOf(::getpid(), "net/unix");
+        for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+            const std::string path = entry.path().string();
+            struct stat status {};
+            if (path.starts_with("/tmp/.vexsock.") && ::lstat(path.c_str(), &status) == 0 &&
+                status.st_uid == ::getuid() && S_ISSOCK(status.st_mode) &&
+                living.find(" " + path + "\n") == std::string::npos)
+                found[path] = timeOf(path);
+        }
+        return found;
+    }
+    void expectNoSockets() {
+        const auto before = deadSockets();
+        launch({"--list"});
+        EXPECT_EQ(vex->exitStatus(), 0);
+        for (const auto& [path, time] : before)
+            EXPECT_NE(timeOf(path), time) << path;
+    }
+};
+
+TEST_F(KillTest, WhoeverIsKilledNothingIsLeft) {
+    const long seed = soak("VEX_SOAK_SEED", 1);
+    const long rounds = soak("VEX_SOAK_ROUNDS", 30);
+    random.seed(static_cast<unsigned>(seed));
+    ::setenv("VEX_LAUNCH_DIR", folder.path("launch").c_str(), 1);
+    const std::string standin = program("gdb-standin");
+    const std::string loop = script("loop", "#!/bin/sh\nfor r in 0 1; do PMI_SIZE=2 PMI_RANK=$r "
+                                            "\"$@\" & done\nwait\n");
+    const char* const manyLines = "python for i in range(100000): print(i)";
+    const Plan plans[] = {
+        {"local",
+         {"-n", "2", "--debugger", standin, "true"},
+         {"vexconsole", "gdb-standin"},
+         "own 100",
+         "flood 4",
+         "run"},
+        {"launched",
+         {"--launch", loop, "--debugger", standin, "true"},
+         {"vexconsole", "gdb-standin", "vexagent", "vexagent-node", "loop"},
+         "own 100",
+         "flood 4",
+         "run"},
+        {"local",
+         {"-n", "2", program("halo")},
+         {"vexconsole", "gdb", "halo"},
+         "info line main",
+         manyLines,
+         "run"},
+        {"attached",
+         {"--attach"},
+         {"vexconsole", "gdb", "steadily"},
+         "where",
+         manyLines,
+         "continue"},
+    };
+    long killed = 0;
+    for (long round = 0; round < rounds && !HasFailure(); ++round) {
+        // Real debuggers take a second each.
+        const Plan& plan = plans[round % 8 == 3 ? 3 : round % 8 == 7 ? 2 : upTo(1)];
+        const auto phase = static_cast<Phase>(upTo(PHASES - 1));
+        Lines parts{"foreground", "guardian", "session"};
+        parts.insert(parts.end(), plan.programs.begin(), plan.programs.end());
+        const std::string part = oneOf(parts);
+        const bool stopped = upTo(2) == 0;
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", round " + std::to_string(round) + ": " +
+                     plan.name + ", phase " + std::to_string(phase) + ", " + part +
+                     (stopped ? ", stopped before" : ""));
+        start(plan);
+        goTo(phase, plan);
+        const pid_t victim = find(part);
+        if (victim != -1 && stopped) {
+            ::kill(victim, SIGSTOP);
+            watchFor(upTo(100));
+        }
+        if (victim != -1 && ::kill(victim, SIGKILL) == 0) ++killed;
+        const bool ends = part == "foreground" || part == "guardian" || part == "session";
+        // A console that is killed may not have sent its kquit.
+        expectEnd((ends && victim != -1) || (phase == END && part != "vexconsole"));
+        if (part != "vexconsole") {
+            EXPECT_TRUE(vex->isRestored()) << "the terminal";
+        }
+        for (const auto& walker : walkers)
+            EXPECT_TRUE(walker->pid() == victim || walker->walks()) << walker->number();
+        expectNoSockets();
+        if (round % 100 == 99 || round + 1 == rounds)
+            std::cout << round + 1 << " rounds, " << killed << " killed; the slowest end took "
+                      << slowest.count() << " ms" << std::endl;
+    }
+    ::unsetenv("VEX_LAUNCH_DIR");
+}
+
+} // namespace
