@@ -208,7 +208,7 @@ TEST(AgentRecord, RefusesWhatTakesMoreThanItSays) {
     }
     // A tree whose second call hangs in the air.
     EXPECT_THROW(readAndWritten({AgentRecord::STACKS, std::string("\7\2\0\1a\1\1\0\1"
-                                                                  "\2\1b\1\1\0\1\0\0",
+                                                                  "\2\1b\1\1\0\1\0\0\0",
                                                                   19)}),
                  BrokenConnection);
     // Agents of other versions are named, not understood.
