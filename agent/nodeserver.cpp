@@ -178,6 +178,8 @@ void NodeServer::look(int id) {
 void NodeServer::lose(int id) {
     const auto at = debuggers.find(id);
     if (at == debuggers.end() || at->second.ended) return;
+    // What its last words were may wait still.
+    if (at->second.client) at->second.client->ended();
     at->second.client.reset();
     end(id, at->second);
 }
@@ -189,6 +191,12 @@ void NodeServer::release(int id) {
 
 void NodeServer::tell(int client, const std::string& text) {
     send(NodeRecords::notes(AgentRecord::TELL, {{client, text}}));
+}
+
+void NodeServer::finish() {
+    if (!link) return owner.onOver("");
+    if (node) node->flush(Clock::now());
+    link->finish();
 }
 
 void NodeServer::send(const AgentRecord& record) {

@@ -64,6 +64,9 @@ class NodeServer : public Client::Listener,
     void release(int client);
     /// One line for the user.
     void tell(int client, const std::string& text);
+    /// No debugger is left, nor comes: onOver follows once the front end has all that they have
+    /// said, or at once.
+    void finish();
 
   private:
     struct Debugger {

@@ -104,8 +104,10 @@ bool Tracing::isTracedBy(pid_t debugger, pid_t pid) {
     return tracer > 0 && (tracer == debugger || ProcessTree::parentOf(tracer) == debugger);
 }
 
-std::vector<pid_t> Tracing::heldFrom(pid_t root) {
-    std::vector<pid_t> ours = ProcessTree::descendants(root);
+bool Tracing::isStopped(pid_t pid) { return statusField(pid, "State").starts_with('T'); }
+
+std::vector<pid_t> Tracing::heldFrom(pid_t root, pid_t except) {
+    std::vector<pid_t> ours = ProcessTree::descendants(root, except);
     std::ranges::sort(ours);
     const auto isOurs = [&ours](pid_t pid) { return std::ranges::binary_search(ours, pid); };
     std::vector<pid_t> held;

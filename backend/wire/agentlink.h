@@ -42,6 +42,8 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     bool congested() const { return queue.congested(); }
     /// Reads on after takesRecords has said no.
     void resume();
+    /// Sends what is queued, then says that no more comes; closes when the other side does.
+    void finish();
     /// Closes at once.
     void close();
     bool open() const { return !over; }
@@ -68,6 +70,7 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     bool takesDescriptors = false;
     bool writing = false;
     bool paused = false;
+    bool finishing = false;
     bool over = false;
 
     void waitToRead();

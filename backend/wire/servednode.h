@@ -41,6 +41,8 @@ class ServedNode : private Node {
 
     std::optional<Clock::time_point> deadline() const;
     void tick(Clock::time_point now);
+    /// Sends at once what was gathered.
+    void flush(Clock::time_point now) { report.flush(now); }
 
   private:
     struct Starting {
