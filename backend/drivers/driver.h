@@ -62,6 +62,9 @@ class Driver {
     virtual std::string whole(std::string line) const = 0;
     /// Whether output that ends like this waits for an answer (a secondary prompt).
     virtual bool asks(std::string_view tail) const = 0;
+    /// Whether an unfinished line looks like the debugger's report of where the task has stopped,
+    /// which may be printed before its mark of that.
+    virtual bool beginsStop(std::string_view) const { return false; }
     /// The line that the debugger prints when an interrupt finds it idle.
     virtual std::string interruptEcho() const = 0;
     /// Whether this line shows that an interrupt was taken.

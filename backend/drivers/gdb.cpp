@@ -296,6 +296,17 @@ bool Gdb::asks(std::string_view tail) const {
     return at != std::string_view::npos && tail.substr(at) == ">";
 }
 
+bool Gdb::beginsStop(std::string_view line) const {
+    // Between the name of a function and its arguments gdb may read symbols for a while.
+    const std::size_t bracket = line.rfind(" (");
+    if (bracket != std::string_view::npos && line.find(')', bracket) == std::string_view::npos)
+        return true;
+    static constexpr std::string_view beginnings[] = {"Breakpoint ", "Temporary breakpoint ",
+                                                      "Thread ", "Hardware ", "Program "};
+    return std::ranges::any_of(beginnings,
+                               [line](std::string_view each) { return line.starts_with(each); });
+}
+
 bool Gdb::showsInterrupt(std::string_view line) const {
     return line == "Quit" || line.find("received signal SIG") != std::string_view::npos ||
            line.find("stopped.") != std::string_view::npos;

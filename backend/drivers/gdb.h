@@ -16,6 +16,7 @@ class Gdb : public Driver {
     std::string prompt(const std::string& nonce) const override;
     std::string whole(std::string line) const override;
     bool asks(std::string_view tail) const override;
+    bool beginsStop(std::string_view line) const override;
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;

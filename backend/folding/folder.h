@@ -6,6 +6,7 @@
 #include "common/clientset.h"
 #include "common/data.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -66,6 +67,8 @@ class Folder {
     void add(int client, std::string_view text, Clock::time_point now, Cut cut = WHOLE);
     void add(const ClientSet& clients, std::string_view text, Clock::time_point now,
              Cut cut = WHOLE);
+    /// The last of the clients of a set said so only now, whatever the set's time.
+    void merged(Clock::time_point now) { lastMerged = std::max(lastMerged, now); }
     /// A line about clients that none of them has said, behind all that was gathered, under a
     /// number of its own; or under the number of the row before it, whose text must be another.
     void addRow(const ClientSet& clients, std::string text, Clock::time_point now,

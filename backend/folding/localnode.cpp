@@ -150,7 +150,7 @@ void LocalNode::gone(int id, Clock::time_point now) {
 // --- time
 
 Clock::time_point LocalNode::halfUntil(const Worker& worker) const {
-    return worker.task.shows(worker.cutter, driver.asks(worker.cutter.tail()));
+    return worker.task.shows(worker.cutter, driver);
 }
 
 void LocalNode::awaitHalf(const Worker& worker) {

@@ -41,6 +41,8 @@ class Node {
     class Listener {
       public:
         virtual ~Listener() = default;
+        /// What several clients are about to be said to have said was gathered until now.
+        virtual void gathered(int /*work*/, Clock::time_point /*now*/) {}
         /// The next lines of each of the clients.
         virtual void said(int work, const ClientSet& clients, std::vector<std::string> lines,
                           Clock::time_point now) = 0;

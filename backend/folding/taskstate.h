@@ -28,9 +28,10 @@ class TaskState {
 
     /// When the unfinished line, which there must be, is to be shown as it stands: soon when it is
     /// a question or may be the program's, after some silence when it is the debugger's.
-    Clock::time_point shows(const LineCutter& line, bool asks) const {
-        if (asks) return *line.since() + Wait::window;
-        return running ? *line.since() + Wait::halfLine : line.grownAt() + Wait::silence;
+    Clock::time_point shows(const LineCutter& line, const Driver& driver) const {
+        if (driver.asks(line.tail())) return *line.since() + Wait::window;
+        return running && !driver.beginsStop(line.tail()) ? *line.since() + Wait::halfLine
+                                                          : line.grownAt() + Wait::silence;
     }
 
   private:

@@ -63,6 +63,7 @@ void tellLines(ByteReader& in, Node::Listener& listener, Clock::time_point now) 
         if (!(flags & SAME_CLIENTS)) {
             tell();
             clients = in.set();
+            if (clients.size() > 1) listener.gathered(work, now);
         }
         if (clients.empty()) throw BrokenConnection();
         if ((flags & (GOES_ON | UNENDED)) == 0) {

@@ -97,8 +97,7 @@ Logins::Command LaunchedJob::commandOf(std::size_t login) {
 
 void LaunchedJob::onLine(std::size_t login, const std::string& line) {
     spoke = true;
-    if (phase != OVER || tells)
-        owner.onLauncherSaid((perHost() ? hostOf(login) + ": " : "") + line);
+    if (phase != OVER || tells) owner.onLauncherSaid(prefix(login) + line);
 }
 
 void LaunchedJob::onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) {
@@ -188,7 +187,7 @@ void LaunchedJob::setSize(int size) {
 }
 
 void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
-    const std::string ending = "(" + how +
+    const std::string ending = prefix(login) + "(" + how +
                                (logins.failed(login) ? ": it has ended the job)"
                                                      : "; tasks that end with it are removed)");
     if (phase == OVER) {
@@ -204,13 +203,7 @@ void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
             " before its task was there. Does this work: " + joined(plan.launcher) + " " + host +
             " " + plan.agent + " --version";
         if (!plan.lenient) return fail(problem);
-        for (const int client : remote[login]) {
-            if (phase != GATHERING || isPresent(client)) continue;
-            markPresent(client);
-            owner.onMissing(client, problem);
-            count();
-        }
-        return;
+        return giveUp(login, problem);
     }
     fail("the launcher " + how + " before all tasks were there (" +
          (size() == 0 ? std::string("none was")
@@ -218,6 +211,20 @@ void LaunchedJob::onEnded(std::size_t login, const std::string& how) {
          "). " +
          (spoke ? "What it said stands above; options of its own go into --launch."
                 : "Does this work: " + joined(plan.launcher) + " " + plan.agent + " --version"));
+}
+
+// The job does without the tasks of this host.
+void LaunchedJob::giveUp(std::size_t login, const std::string& problem) {
+    if (phase != GATHERING) return;
+    ClientSet missing;
+    for (const int client : remote[login]) {
+        if (!isPresent(client)) missing.insert(client);
+    }
+    for (const int client : missing)
+        markPresent(client);
+    owner.onMissing(missing, problem);
+    for (std::size_t i = 0; i < missing.size(); ++i)
+        count();
 }
 
 std::set<std::string> LaunchedJob::awaitedHosts() const {

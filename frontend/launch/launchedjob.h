@@ -3,6 +3,7 @@
 #include "backend/jobs/logins.h"
 #include "backend/os/eventloop.h"
 #include "backend/wire/noderecords.h"
+#include "common/clientset.h"
 #include "frontend/launch/agentport.h"
 
 #include <memory>
@@ -41,8 +42,8 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
         /// The agent of a node is there. The link has no handler yet; what the node says of its
         /// tasks goes to admit.
         virtual void onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) = 0;
-        /// No agent will come for a client; a sentence for the user.
-        virtual void onMissing(int client, const std::string& problem) = 0;
+        /// No agent will come for the clients of a host; a sentence for the user.
+        virtual void onMissing(const ClientSet& clients, const std::string& problem) = 0;
         /// The launcher printed a line, or something is to be told of it.
         virtual void onLauncherSaid(const std::string& line) = 0;
         /// A launcher did not end when it was asked to, and was killed; the command takes back what
@@ -96,10 +97,12 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
     const std::string& hostOf(std::size_t login) const {
         return plan.hosts[static_cast<std::size_t>(remote[login].front())];
     }
+    std::string prefix(std::size_t login) const { return perHost() ? hostOf(login) + ": " : ""; }
     bool isPresent(int client) const { return present[static_cast<std::size_t>(client)]; }
     void setSize(int size);
     void startLogins();
     void markPresent(int client);
+    void giveUp(std::size_t login, const std::string& problem);
     void count();
     bool isFit(const std::string& host, const NodeRecords::Task& task);
     void fail(const std::string& problem);

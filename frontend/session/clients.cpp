@@ -4,6 +4,7 @@
 #include "backend/folding/safetext.h"
 #include "backend/os/limits.h"
 #include "backend/os/processtree.h"
+#include "backend/os/text.h"
 #include "backend/wire/rendezvous.h"
 
 #include <algorithm>
@@ -139,11 +140,15 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
     });
 }
 
-void Clients::onMissing(int id, const std::string& problem) {
+void Clients::onMissing(const ClientSet& missing, const std::string& problem) {
     if (phase != STARTING) return;
-    say("client " + std::to_string(id) + " is left out: " + problem);
-    move(static_cast<std::size_t>(id), Task::STARTING);
-    settle(id, Task::ENDED);
+    const std::string clients =
+        (missing.size() == 1 ? "client " : "clients ") + Text::list(missing);
+    say(clients + (missing.size() == 1 ? " is" : " are") + " left out: " + problem);
+    for (const int id : missing)
+        move(static_cast<std::size_t>(id), Task::STARTING);
+    for (const int id : missing)
+        settle(id, Task::ENDED);
 }
 
 void Clients::onLauncherSaid(const std::string& line) {
@@ -169,12 +174,42 @@ void Clients::settle(int id, Task::Phase reached) {
 
 void Clients::allStarted() {
     progress.print(startupOutput.report(driver));
+    if (mayGoOn()) serve();
+}
+
+void Clients::serve() {
     if (const auto problem = defect()) return fail(*problem);
     if (const std::string notice = driver.notice(); !notice.empty()) say(notice);
     phase = RUNNING;
     progress.end();
     forked.begin(static_cast<int>(tasks.size()));
     owner.onAllStarted();
+}
+
+// Half a job is debugged only when the user says so.
+bool Clients::mayGoOn() {
+    if (options.mpiLauncher == 0 || count(Task::ENDED) == 0 || livingTasks() == 0) return true;
+    ClientSet missing;
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        const int rank = options.targets[i].rank;
+        if (tasks[i].phase == Task::ENDED) missing.insert(rank >= 0 ? rank : static_cast<int>(i));
+    }
+    const std::string some = "the " + std::to_string(livingTasks()) + " that could be attached to";
+    say((missing.size() == 1 ? "rank " : "ranks ") + Text::list(missing) +
+        (missing.size() == 1 ? " is" : " are") + " missing");
+    if (options.partial) return true;
+    if (!options.interactive || !options.script.empty() || ::isatty(STDERR_FILENO) == 0) {
+        fail("to go on with " + some + ": --partial");
+        return false;
+    }
+    asking = true;
+    progress.end();
+    owner.onMissingTasks("vex: go on with " + some + "? (y/n) ");
+    return false;
+}
+
+void Clients::goOn() {
+    if (phase == STARTING && std::exchange(asking, false)) serve();
 }
 
 std::optional<std::string> Clients::defect() const {

@@ -38,6 +38,9 @@ class Clients : public Client::Listener,
         virtual void onTaskCount(int tasks) = 0;
         /// Each debugger has prompted, or ended; from here on the clients may be used.
         virtual void onAllStarted() = 0;
+        /// Tasks of a running job are missing; goOn is called if the user wants to go on without
+        /// them.
+        virtual void onMissingTasks(const std::string& question) = 0;
         /// The start has failed, and the user was told so.
         virtual void onStartFailed() = 0;
         /// Clients are those of a node on another machine, not this process's.
@@ -57,6 +60,8 @@ class Clients : public Client::Listener,
     ~Clients() override;
 
     void start();
+    /// The user goes on without the tasks that are missing. Does nothing when nobody has asked.
+    void goOn();
     /// Tells the user something about the session's start or its end.
     void say(const std::string& sentence) { progress.say(sentence); }
     /// A child of this process has ended, and was not reaped: does so, and gives true, when it is
@@ -116,6 +121,7 @@ class Clients : public Client::Listener,
     std::size_t nextLocal = 0; // the task to be started next, if it is a local one
     bool attached = false;     // a debugger holds a task that ran before
     bool errorsUntold = false; // a node's debuggers cannot tell their errors
+    bool asking = false;       // whether to go on without the tasks that are missing
     StartupOutput startupOutput;
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
     std::set<RemoteNode*> refused;            // a task of each was
@@ -136,6 +142,8 @@ class Clients : public Client::Listener,
     void callAgents();
     void startLocal();
     void allStarted();
+    bool mayGoOn();
+    void serve();
     std::optional<std::string> defect() const;
     void fail(const std::string& problem);
 
@@ -152,7 +160,7 @@ class Clients : public Client::Listener,
     // LaunchedJob::Owner
     void onSize(int size) override;
     void onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) override;
-    void onMissing(int task, const std::string& problem) override;
+    void onMissing(const ClientSet& missing, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
     void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
     void onJobFailed(const std::string& problem) override { fail(problem); }

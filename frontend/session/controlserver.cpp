@@ -25,6 +25,11 @@ int ControlServer::present() const {
         std::ranges::count_if(lines, [](const auto& each) { return each.second->attends; }));
 }
 
+void ControlServer::ask(const std::string& question) {
+    const auto first = lines.find(0);
+    if (first != lines.end()) first->second->channel.say("ask " + question);
+}
+
 void ControlServer::listen() {
     door.whenReadable([this] {
         if (auto channel = Channel::accept(listener)) {
@@ -68,6 +73,8 @@ void ControlServer::act(int id, const std::string& text) {
         if (!answer.empty()) line.channel.say(answer);
     } else if (text == "give up") {
         if (id == 0) owner.onGiveUp();
+    } else if (text == "go on") {
+        if (id == 0) owner.onGoOn();
     } else if (text.starts_with("end ")) {
         const auto status = wholeNumber<int>(std::string_view(text).substr(4));
         if (status) owner.onEnd(*status);

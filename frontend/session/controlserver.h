@@ -17,6 +17,8 @@
 ///                had no room for this console; when the session has ended, the line is closed
 ///   hung up      the same, because the terminal is gone
 ///   give up      the start is to be given up
+///   go on        the first foreground was told "ask", a blank and a question, and the user has
+///                pressed the key for yes
 ///   end N        the session is to end, with exit status N
 ///   facts        the answer is what is known of the session
 ///
@@ -34,6 +36,7 @@ class ControlServer {
         /// The first foreground has gone, after its console.
         virtual void onFirstGone() = 0;
         virtual void onGiveUp() = 0;
+        virtual void onGoOn() = 0;
         virtual void onEnd(int exitStatus) = 0;
         virtual std::string facts() const = 0;
     };
@@ -45,6 +48,8 @@ class ControlServer {
 
     /// How many foregrounds have a console that runs.
     int present() const;
+    /// Has the first foreground ask the user: onGoOn or onGiveUp.
+    void ask(const std::string& question);
 
   private:
     struct Line {

@@ -80,6 +80,7 @@ class SessionServer : private Switchboard::Outlet,
     // Clients::Owner
     void onTaskCount(int tasks) override { board.setClients(tasks); }
     void onAllStarted() override;
+    void onMissingTasks(const std::string& question) override { controls.ask(question); }
     void onStartFailed() override { end(1); }
     void onClientOutput(int client, std::string_view text) override;
     void onClientPrompt(int client) override;
@@ -106,6 +107,7 @@ class SessionServer : private Switchboard::Outlet,
     std::string onConsoleEnded(bool first, ControlServer::Leave how) override;
     void onFirstGone() override;
     void onGiveUp() override;
+    void onGoOn() override { clients.goOn(); }
     void onEnd(int exitStatus) override { end(exitStatus); }
     std::string facts() const override;
 

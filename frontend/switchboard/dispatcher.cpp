@@ -270,6 +270,11 @@ void Dispatcher::hear(int work, const ClientSet& clients, const std::vector<std:
         gather(*request, whose);
 }
 
+// A node waits for a moment before it sends; the window counts from the end of that.
+void Dispatcher::gathered(int work, Clock::time_point now) {
+    if (Request* const request = requests.find(work)) request->gathered.merged(now);
+}
+
 void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::string> lines,
                       Clock::time_point now) {
     hear(work, clients, lines, now, Folder::WHOLE);

@@ -98,6 +98,7 @@ class Dispatcher : public Node::Listener {
     void tick(Clock::time_point now);
 
     // Node::Listener
+    void gathered(int work, Clock::time_point now) override;
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override;
     void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,

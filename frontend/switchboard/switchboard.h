@@ -86,6 +86,7 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     static bool asksWho(const Command& command);
 
     // Node::Listener
+    void gathered(int work, Clock::time_point now) override { dispatcher.gathered(work, now); }
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override {
         dispatcher.said(work, clients, std::move(lines), now);

@@ -3,6 +3,7 @@
 #include "backend/os/pipe.h"
 #include "common/wholenumber.h"
 #include "frontend/session/exitstatus.h"
+#include "frontend/terminal/key.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -171,8 +172,13 @@ void Foreground::waitToHear() {
     });
 }
 
-// "goes on" or "is full", and how many consoles the session has.
+// A question, or "goes on" or "is full" and how many consoles the session has.
 void Foreground::onText(const std::string& text) {
+    constexpr std::string_view ask = "ask ";
+    if (text.starts_with(ask)) {
+        line.say(Key::confirms(text.substr(ask.size())) ? "go on" : "give up");
+        return;
+    }
     const std::string_view number =
         std::string_view(text).substr(std::min(text.size(), std::string_view("goes on ").size()));
     const auto found = wholeNumber<int>(number);

@@ -230,12 +230,15 @@ class Stranger {
     void send(const std::string& bytes) {
         socket.write(bytes.data(), static_cast<int>(bytes.size()));
     }
-    // Introduces itself as an agent does.
-    void hello(const std::string& secret, int rank, int size) {
-        const AgentHello hello{.nonce = "once", .host = "elsewhere"};
+    AgentChallenge introduce(const AgentHello& hello) {
         send(hello.record().frames());
         const auto body = Frame::recv(&socket);
-        const auto challenge = AgentChallenge::of(AgentRecord::unpack({body.data(), body.size()}));
+        return AgentChallenge::of(AgentRecord::unpack({body.data(), body.size()}));
+    }
+    // Does as an agent does.
+    void hello(const std::string& secret, int rank, int size) {
+        const AgentHello hello{.nonce = "once", .host = "elsewhere"};
+        const AgentChallenge challenge = introduce(hello);
         const auto proof = [&](Handshake::Side side) {
             return Handshake::proof(side, secret, hello.record().body, challenge.nonce);
         };
@@ -267,6 +270,20 @@ TEST_F(LaunchTest, OnlyAgentsOfThisLaunchComeIn) {
     EXPECT_EQ(rendezvousFiles(), 1u);
     std::istringstream in(folder.read("copy"));
     const Rendezvous where = Rendezvous::parse(in);
+
+    // Who does not know the secret has only what others have said: that is no proof a second time,
+    // nor is the front end's own.
+    const AgentHello overheard{.nonce = "once", .host = "elsewhere"};
+    Stranger agent(where.port), replayed(where.port), reflected(where.port);
+    const AgentChallenge first = agent.introduce(overheard), second = replayed.introduce(overheard),
+                         third = reflected.introduce(overheard);
+    EXPECT_NE(first.nonce, second.nonce);
+    const std::string heard =
+        Handshake::proof(Handshake::AGENT, where.secret, overheard.record().body, first.nonce);
+    replayed.send(AgentRecord{AgentRecord::PROOF, heard}.frames());
+    reflected.send(AgentRecord{AgentRecord::PROOF, third.proof}.frames());
+    EXPECT_TRUE(replayed.dropped());
+    EXPECT_TRUE(reflected.dropped());
 
     Stranger silent(where.port), huge(where.port), wrong(where.port), lying(where.port);
     huge.send(std::string("\x00\x10\x00\x00", 4));

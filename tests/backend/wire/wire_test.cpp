@@ -1,3 +1,4 @@
+#include "backend/wire/handshake.h"
 #include "backend/wire/noderecords.h"
 #include "backend/wire/rendezvous.h"
 #include "common/brokenconnection.h"
@@ -5,6 +6,28 @@
 #include "tests/support/tempdir.h"
 
 namespace {
+
+// Each of what a proof is made of counts, and where one ends and the next begins.
+TEST(Handshake, AProofIsGoodForOneSideAndOneConversation) {
+    using enum Handshake::Side;
+    const std::string good = Handshake::proof(AGENT, "secret", "hello", "nonce");
+    EXPECT_TRUE(Handshake::equal(good, Handshake::proof(AGENT, "secret", "hello", "nonce")));
+    const struct {
+        Handshake::Side side;
+        const char *secret, *hello, *nonce;
+    } others[] = {
+        {FRONT_END, "secret", "hello", "nonce"}, // reflected
+        {AGENT, "secret", "hello", "later"},     // replayed
+        {AGENT, "guess", "hello", "nonce"},      // forged
+        {AGENT, "secret", "other", "nonce"},     // another introduction
+        {AGENT, "secret", "hellon", "once"},
+    };
+    for (const auto& [side, secret, hello, nonce] : others)
+        EXPECT_FALSE(Handshake::equal(good, Handshake::proof(side, secret, hello, nonce)))
+            << secret << hello << nonce;
+    EXPECT_FALSE(Handshake::equal(good, good.substr(1)));
+    EXPECT_FALSE(Handshake::equal(good, ""));
+}
 
 TEST(Rendezvous, IsReadBackAndPrivate) {
     const Rendezvous where{"name", {"10.0.0.1", "fd00::1"}, 4711, Rendezvous::newSecret()};

@@ -29,6 +29,7 @@ class PlayedNode : public Node, private ServedNode::Outlet {
 
     // A debugger prints, and prompts.
     void answers(int id, const std::string& text, Clock::time_point now) {
+        latest = now;
         served.output(id, text, now);
         served.prompted(id, false, now);
     }
@@ -37,7 +38,10 @@ class PlayedNode : public Node, private ServedNode::Outlet {
     }
     void ends(int id, Clock::time_point now) { served.ended(id, now); }
     std::optional<Clock::time_point> deadline() const { return served.deadline(); }
-    void tick(Clock::time_point now) { served.tick(now); }
+    void tick(Clock::time_point now) {
+        latest = now;
+        served.tick(now);
+    }
     const ClientSet& clients() const { return known; }
 
   private:
@@ -45,6 +49,7 @@ class PlayedNode : public Node, private ServedNode::Outlet {
     ServedNode served;
     const std::string name;
     const ClientSet known;
+    Clock::time_point latest{};
 
     void carry(const AgentRecord& record, Clock::time_point now) {
         bytesDown += record.frames().size();
@@ -72,7 +77,7 @@ class PlayedNode : public Node, private ServedNode::Outlet {
     void interrupt(int client) override { interrupted.insert(client); }
     void send(const AgentRecord& record) override {
         bytesUp += record.frames().size();
-        NodeRecords::tell(record, known, listener, {});
+        NodeRecords::tell(record, known, listener, latest);
     }
 };
 
@@ -159,6 +164,21 @@ TEST_F(NodesTest, EqualLinesCostByTheNodeAndArriveAsOneRecord) {
     EXPECT_EQ(readies, 1);
 }
 
+// Each record of the node holds those of its last moment.
+TEST_F(NodesTest, WhatANodesClientsSayOneAfterTheOtherFolds) {
+    types("continue");
+    const std::vector<int> clients(nodes[5].clients().begin(), nodes[5].clients().end());
+    for (std::size_t i = 0; i < 36; i += 2) {
+        for (const int id : {clients[i], clients[i + 1]})
+            nodes[5].answers(id, "stopped\n", now);
+        pass(50ms);
+    }
+    EXPECT_EQ(records, 0);
+    pass(200ms);
+    EXPECT_EQ(records, 1);
+    EXPECT_EQ(lines.size(), 1u);
+}
+
 TEST_F(NodesTest, ASlowNodeHoldsNobodyAndIsNamed) {
     types("continue");
     for (PlayedNode& node : nodes) {
@@ -175,6 +195,7 @@ TEST_F(NodesTest, ASlowNodeHoldsNobodyAndIsNamed) {
     for (const int id : nodes[17].clients()) {
         if (id < 5000) nodes[17].answers(id, "late\n", now);
     }
+    pass(200ms); // the node's moment
     pass(200ms);
     EXPECT_TRUE(lines.back().ends_with(" | late"));
     Command command;

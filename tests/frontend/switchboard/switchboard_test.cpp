@@ -258,6 +258,16 @@ TEST_F(SwitchboardTest, ADebuggersHalfLineWaitsWhileItGrowsAndAsksWhenItDoesNot)
     prints({0}, " a line");
     EXPECT_EQ(pass(1999ms), "");
     EXPECT_EQ(prompts({0}), "1 0@0  a line / 1 READY 1");
+    filtered();
+    // But the debugger may tell where the task has stopped before it tells that it has.
+    for (const char* begin : {"Breakpoint 1, ", "0x4 in f (", "main (argc=1, argv=0x"}) {
+        types(1, "0", "continue");
+        board.runs(0, true);
+        prints({0}, begin);
+        EXPECT_EQ(pass(1999ms), "");
+        prompts({0});
+        filtered();
+    }
 }
 
 TEST_F(SwitchboardTest, ConsolesGetNoControlBytesButProgramsDo) {
