@@ -271,10 +271,14 @@ void Data::bound(int n) {
     const std::size_t most = 2 * static_cast<std::size_t>(std::max(n, 0));
     if (k <= 0 || lines.size() <= most) return;
     truncated = std::min(truncated, lines.begin()->first);
-    // The last slot that has to go, in which tenth it is, and which one is the last to go.
-    const auto last =
-        std::next(lines.begin(), static_cast<std::ptrdiff_t>(lines.size() - most) - 1);
-    const int due = (last->first - truncated) / k + 1;
+    // The last slot that has to go, and in which tenth it is. Mostly no number is left out.
+    const std::size_t surplus = lines.size() - most;
+    const std::int64_t first = lines.begin()->first, end = lines.rbegin()->first;
+    const std::int64_t last =
+        static_cast<std::size_t>(end - first) + 1 == lines.size()
+            ? first + static_cast<std::int64_t>(surplus) - 1
+            : std::next(lines.begin(), static_cast<std::ptrdiff_t>(surplus) - 1)->first;
+    const std::int64_t due = (last - truncated) / k + 1;
     const std::int64_t spare = static_cast<std::int64_t>(slotCount) - n - truncated;
     if (spare < 0) return;
     const std::int64_t released = std::min<std::int64_t>(due, spare / k + 1) * k;

@@ -121,17 +121,11 @@ void ConsoleSession::openRequest(OpenRequests::Kind kind) {
 }
 
 void ConsoleSession::send(Lock& turn, Command::Type type, const std::string& text) {
-    switch (type) {
-    case Command::ON:
-        openRequest(OpenRequests::ON);
-        break;
-    case Command::INTERRUPT:
-        openRequest(OpenRequests::INTERRUPT);
-        break;
-    case Command::PROMPT:
-        machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
-        break;
-    default:
+    if (type == Command::ON || type == Command::INTERRUPT) {
+        openRequest(type == Command::ON ? OpenRequests::ON : OpenRequests::INTERRUPT);
+    } else if (type == Command::PROMPT) {
+        leave();
+    } else {
         unanswered = true;
         if (machine.isToQuit()) return;
         // Running, with an empty store, before the clients can answer.

@@ -283,6 +283,8 @@ void Parser::printLine(const Line& line, const char* pattern) {
         filter.emplace();
         if (filter->compare(pattern) == -1) throw BadPattern();
     }
+    // Expressions may take long for a long text.
+    if (line.getContent().size() > longText && isStopped()) return;
     text += line.getContent();
     std::string passed;
     const bool printed = filter->filter(text.c_str(), passed);
@@ -308,6 +310,6 @@ void Parser::printColor(const Line& line) {
 void Parser::endLine(bool printed) {
     screen.append(endColor);
     if (printed) screen.append('\n');
-    screen.lineDone();
-    if (++lines % questionInterval == 0) isStopped();
+    const bool written = screen.lineDone();
+    if (++lines % questionInterval == 0 || written) isStopped();
 }
