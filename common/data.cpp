@@ -252,7 +252,8 @@ void Data::merge() {
     pending.swap(unmerged);
     auto at = lines.end();
     for (int number : pending) {
-        // Mostly one slot after the other.
+        // Mostly one slot after the other, behind those that were released.
+        if (at == lines.end() && (lines.empty() || number < lines.begin()->first)) continue;
         if (at == lines.end() || ++at == lines.end() || at->first != number)
             at = lines.find(number);
         if (at != lines.end()) mergeSlot(at->second);

@@ -38,9 +38,13 @@ bool TabContext::offer(const Data& kept) {
     if (!complete) return false;
     // The few that are not there yet, in their order.
     WordPool fresh;
+    const auto end = kept.slots().end();
+    auto slot = end;
     for (const int number : kept.pending()) {
-        const auto slot = kept.slots().find(number);
-        if (slot == kept.slots().end()) continue;
+        // Mostly one slot after the other, behind those that were released.
+        if (slot == end && (kept.slots().empty() || number < kept.slots().begin()->first)) continue;
+        if (slot == end || ++slot == end || slot->first != number) slot = kept.slots().find(number);
+        if (slot == end) continue;
         const auto& lines = slot->second.lines;
         // The editor need not wait for the whole record.
         const Readline::LockedPool pool = Readline::lockPool();
