@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <iterator>
 #include <string>
@@ -14,13 +15,20 @@ namespace {
 // How many bytes differ, of two texts of the same length; stops counting above `most`.
 std::size_t unlikeBytes(std::string_view a, std::string_view b, std::size_t most) {
     constexpr std::uint64_t ones = 0x0101010101010101, low = ones * 0x7f;
+    const auto unlike = [&](std::size_t at) {
+        return CommonEnds::eightAt(a.data() + at) ^ CommonEnds::eightAt(b.data() + at);
+    };
+    // By the top bit of each byte that is not zero.
+    const auto notZero = [](std::uint64_t word) {
+        return (((((word & low) + low) | word) & ~low) >> 7) * ones >> 56;
+    };
     std::size_t count = 0, i = 0;
-    for (; i + 8 <= a.size() && count <= most; i += 8) {
-        const std::uint64_t odd =
-            CommonEnds::eightAt(a.data() + i) ^ CommonEnds::eightAt(b.data() + i);
-        // The top bit of each byte that is not zero.
-        const std::uint64_t tops = (((odd & low) + low) | odd) & ~low;
-        count += (tops >> 7) * ones >> 56;
+    for (; i + 8 <= a.size() && count <= most; i += 8)
+        count += notZero(unlike(i));
+    if constexpr (std::endian::native == std::endian::little) {
+        // The last eight, without those that were counted.
+        if (i < a.size() && a.size() >= 8 && count <= most)
+            return count + notZero(unlike(a.size() - 8) >> (8 * (8 - (a.size() - i))));
     }
     for (; i < a.size() && count <= most; ++i)
         count += a[i] != b[i];
@@ -108,6 +116,7 @@ bool Closeness::isWithin(std::size_t from, std::size_t rows, std::string_view co
             distance += (right & last) != 0;
             distance -= (back & last) != 0;
             if (distance >= most + left) return false;
+            if (distance + left <= most + 1) return true;
             plus = back << 1 | ~(down | (right << 1 | 1));
             minus = down & (right << 1 | 1);
         }
@@ -166,7 +175,13 @@ Line::State Closeness::compare(std::string_view other) {
     if (left <= most) return Line::SIMILAR;
     if (most == 0 || rows == 0 || columns.empty()) return Line::DIFFERENT;
     const std::string_view mine = leader.substr(head, rows);
-    if (rows == columns.size() && unlikeBytes(mine, columns, most) <= most) return Line::SIMILAR;
+    if (rows == columns.size()) {
+        // With what is equal around it, so that whole words can be read.
+        const std::size_t begin = std::min(head, longer - std::min<std::size_t>(longer, 8));
+        const std::size_t number = std::max<std::size_t>(head + rows - begin, 8);
+        if (unlikeBytes(leader.substr(begin, number), other.substr(begin, number), most) <= most)
+            return Line::SIMILAR;
+    }
     if (most <= widest && most < rows)
         return isWithin(head, rows, columns, most) ? Line::SIMILAR : Line::DIFFERENT;
     if (most <= mostAlongDiagonals)
