@@ -57,7 +57,7 @@ std::string Answers::to(const std::string& line) {
     if (command == "print")
         return "$" + std::to_string(++values) + " = " + std::to_string(task) + "\n";
     if (command == "where" || command == "bt") return stack(false);
-    if (command == "thread") return stack(true);
+    if (command == "vex-stacks") return stack(true);
     runs = command == "run";
     return runs ? "Starting program: halo\n" : "";
 }

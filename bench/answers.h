@@ -8,7 +8,7 @@
 ///   flood MIB         numbered lines
 ///   line MIB          one line
 ///   print ANYTHING    "$1 = 7" of task 7
-///   where, thread apply all ...   one of 40 stacks
+///   where, vex-stacks one of 40 stacks
 ///   run               begins to run, until it is interrupted
 /// Everything else is answered by nothing.
 class Answers {

@@ -32,7 +32,7 @@ std::pair<Set, Set> pairOf(std::int64_t shape) {
 
 std::size_t bytesOf(const ClientSet& set) { return sizeof set + set.heapSize(); }
 // A node has three pointers, a colour and the id, in a block of the allocator with its head.
-std::size_t bytesOf(const std::set<int>& set) { return sizeof set + set.size() * 48; }
+std::size_t bytesOf(const std::set<int>& set) { return sizeof(std::set<int>) + set.size() * 48; }
 
 void unite(ClientSet& set, const ClientSet& other) { set.insert(other); }
 void unite(std::set<int>& set, const std::set<int>& other) {

@@ -40,6 +40,10 @@ class Driver {
         std::string function;
         /// "file:line" of a call, or its library; empty when the debugger does not know.
         std::string place;
+        /// The path of the library that a call is in; empty: the program itself, or unknown.
+        std::string library;
+        /// Whether the thread is the one that runs main.
+        bool isMain = false;
     };
 
     virtual ~Driver() = default;

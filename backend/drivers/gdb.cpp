@@ -3,6 +3,8 @@
 #include "backend/drivers/promptmatcher.h"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 namespace {
 
@@ -91,6 +93,65 @@ gdb.events.exited.connect(look)
 gdb.events.before_prompt.connect(look)
 )";
 
+// The stacks of all threads, with the library of each call: "thread", a tab and whether it is the
+// one of main; "call", its name, its source line and its library, with tabs between. A gdb without
+// Python has its own backtrace under this name.
+constexpr const char* stacksName = "vex-stacks";
+constexpr const char* stacksHook = R"(
+import gdb
+def calls(most):
+    frame = gdb.newest_frame()
+    while frame is not None and most > 0:
+        name = frame.name() or "??"
+        if frame.type() == gdb.SIGTRAMP_FRAME: name = "<signal handler called>"
+        sal = frame.find_sal()
+        place = ""
+        if sal.symtab: place = "%s:%d" % (sal.symtab.filename, sal.line)
+        print("call", name, place, gdb.solib_name(frame.pc()) or "", sep=chr(9))
+        frame = frame.older()
+        most -= 1
+class Stacks(gdb.Command):
+    def __init__(self): super().__init__("NAME", gdb.COMMAND_STACK)
+    def invoke(self, argument, from_tty):
+        before = gdb.selected_thread()
+        if before is None: raise gdb.GdbError("No process.")
+        frame = None
+        try: frame = gdb.selected_frame()
+        except gdb.error: pass
+        try:
+            for inferior in gdb.inferiors():
+                for each in sorted(inferior.threads(), key=lambda thread: thread.num):
+                    print("thread", int(each.ptid[1] in (0, each.ptid[0])), sep=chr(9))
+                    try:
+                        each.switch()
+                        calls(int(argument))
+                    except gdb.error: pass
+        finally:
+            before.switch()
+            if frame is not None and frame.is_valid(): frame.select()
+Stacks()
+)";
+
+// A task that an interrupt has stopped has its main thread selected, so that all show the same one.
+// The stop itself is shown as it was.
+constexpr const char* mainThreadHook = R"(
+import gdb
+interrupted = False
+def stopped(event):
+    global interrupted
+    interrupted = isinstance(event, gdb.SignalEvent) and event.stop_signal == "SIGINT"
+def settle():
+    global interrupted
+    if not interrupted: return
+    interrupted = False
+    try:
+        for each in gdb.selected_inferior().threads():
+            if each.ptid[0] == each.ptid[1]: return each.switch()
+    except gdb.error: pass
+gdb.events.stop.connect(stopped)
+gdb.events.before_prompt.connect(settle)
+)";
+
 // Commands that end the attached process ask first; all others go without a question.
 constexpr const char* askHook = R"(
 import gdb
@@ -123,12 +184,16 @@ std::string inOneLine(const std::string& python) {
     return "python exec('" + line + "', {})";
 }
 
+std::string withWord(std::string python, std::string_view word, std::string_view text) {
+    return python.replace(python.find(word), word.size(), text);
+}
+
 // The Python text with the bytes of a mark in the place of a word.
 std::string withMark(std::string python, std::string_view word, std::string_view mark) {
     std::string bytes;
     for (const char c : mark)
         bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
-    return python.replace(python.find(word), word.size(), bytes);
+    return withWord(std::move(python), word, bytes);
 }
 
 std::string runHookFor(const std::string& prompt) {
@@ -138,6 +203,8 @@ std::string runHookFor(const std::string& prompt) {
     return inOneLine(withMark(withMark(runHook, "STANDS", mark(PromptMatcher::stands)), "RUNS",
                               mark(PromptMatcher::runs)));
 }
+
+std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
 // The length of the code address and of what is around it, "0x00007f3c2a8e71b4 in ", when the text
 // begins with one as gdb prints it in front of a function's name.
@@ -183,6 +250,11 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("-iex");
         words.push_back("set " + setting);
     }
+    words.insert(words.end(), {"-iex",
+                               std::string("alias ") + stacksName +
+                                   " = thread apply all backtrace -frame-arguments none",
+                               "-iex", inOneLine(withWord(stacksHook, "NAME", stacksName)), "-iex",
+                               inOneLine(mainThreadHook)});
     words.insert(words.end(), {"-iex", runHookFor(prompt(launch.nonce))});
     if (!launch.errorMark.empty())
         words.insert(words.end(),
@@ -277,12 +349,16 @@ bool Gdb::keepsBars(std::string_view line) const {
 }
 
 std::string Gdb::backtraceCommand(int calls) const {
-    return "thread apply all backtrace -frame-arguments none " + std::to_string(calls);
+    return stacksName + (" " + std::to_string(calls));
 }
 
 Driver::StackLine Gdb::parseStackLine(std::string_view line) const {
     StackLine result;
-    if (line.starts_with("Thread ") && line.ends_with("):")) result.kind = StackLine::THREAD;
+    if (line.starts_with("thread\t") || line.starts_with("call\t")) return fieldsOf(line);
+    if (line.starts_with("Thread ") && line.ends_with("):")) {
+        result.kind = StackLine::THREAD;
+        result.isMain = line.starts_with("Thread 1 ");
+    }
     if (!line.starts_with('#')) return result;
     // "#2  0x00007ffff7 in poll (fds=..., timeout=...) at ../poll.c:29", "#0  main () at a.c:3"
     std::size_t at = line.find_first_not_of("0123456789", 1);
@@ -300,13 +376,33 @@ Driver::StackLine Gdb::parseStackLine(std::string_view line) const {
         return result;
     }
     result.function = functionName(line);
-    for (const std::string_view key : {") at ", ") from "}) {
-        at = line.rfind(key);
-        if (at == std::string_view::npos) continue;
-        const std::string_view path = line.substr(at + key.size());
-        const std::size_t slash = path.rfind('/');
-        result.place = slash == std::string_view::npos ? path : path.substr(slash + 1);
-        break;
+    constexpr std::string_view source = ") at ", library = ") from ";
+    if (at = line.rfind(source); at != std::string_view::npos) {
+        result.place = fileName(line.substr(at + source.size()));
+    } else if (at = line.rfind(library); at != std::string_view::npos) {
+        result.library = line.substr(at + library.size());
+        result.place = fileName(result.library);
     }
+    return result;
+}
+
+// What the command of this driver's own prints.
+Driver::StackLine Gdb::fieldsOf(std::string_view line) {
+    StackLine result;
+    std::array<std::string_view, 4> fields;
+    for (std::string_view& field : fields) {
+        const std::size_t end = std::min(line.find('\t'), line.size());
+        field = line.substr(0, end);
+        line.remove_prefix(std::min(line.size(), end + 1));
+    }
+    if (fields[0] == "thread") {
+        result.kind = StackLine::THREAD;
+        result.isMain = fields[1] == "1";
+        return result;
+    }
+    result.kind = StackLine::CALL;
+    result.function = fields[1].starts_with('<') ? std::string(fields[1]) : functionName(fields[1]);
+    result.library = fields[3];
+    result.place = fileName(fields[2].empty() ? fields[3] : fields[2]);
     return result;
 }

@@ -30,6 +30,8 @@ class Gdb : public Driver {
     StackLine parseStackLine(std::string_view line) const override;
 
   private:
+    static StackLine fieldsOf(std::string_view line);
+
     const std::string executable;
     const bool attaches;
 };

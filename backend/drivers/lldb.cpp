@@ -80,7 +80,10 @@ Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
     const std::size_t begin = line.find_first_not_of(" *");
     if (begin == std::string_view::npos) return result;
     line.remove_prefix(begin);
-    if (line.starts_with("thread #")) result.kind = StackLine::THREAD;
+    if (line.starts_with("thread #")) {
+        result.kind = StackLine::THREAD;
+        result.isMain = line.starts_with("thread #1,");
+    }
     if (!line.starts_with("frame #")) return result;
     result.kind = StackLine::CALL;
     // "frame #1: 0x0000555555555200 f`main(argc=1) at f.c:7:5 [opt]", "... libm.so.6`sqrt + 9"
@@ -99,6 +102,7 @@ Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
     const std::size_t at = call.rfind(" at ");
     if (at == std::string_view::npos) {
         result.place = module.substr(module.rfind(' ') + 1);
+        if (result.place.find(".so") != std::string::npos) result.library = result.place;
         return result;
     }
     std::string_view place = call.substr(at + 4);

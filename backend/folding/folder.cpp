@@ -324,7 +324,7 @@ Folder::Lines Folder::aside(const ClientSet& clients, std::string text) {
     return row;
 }
 
-Data Folder::record(Lines lines, int consoleId, const std::string& consoleCmd) {
+Data Folder::record(Lines&& lines, int consoleId, const std::string& consoleCmd) {
     Data record;
     record.setType(Data::TEXT);
     record.setConsoleID(consoleId);

@@ -92,7 +92,7 @@ class Folder {
     Lines takeDue(Clock::time_point now);
 
     /// A record of the lines for a console.
-    static Data record(Lines lines, int consoleId, const std::string& consoleCmd);
+    static Data record(Lines&& lines, int consoleId, const std::string& consoleCmd);
 
   private:
     struct Row {

@@ -234,7 +234,7 @@ void Histories::leave(const std::vector<Run>& runs, const std::vector<Sent>& sen
         if (page) page->spoken = false;
     for (const Run& run : runs) {
         const Point to = moved[indexOf(run.point)];
-        const auto width = static_cast<std::size_t>(run.last - run.first + 1);
+        const auto width = static_cast<std::size_t>(run.last - run.first) + 1;
         Page& page = pageOf(run.first); // a run does not cross pages
         std::fill_n(page.cells.begin() + run.first % pageSize, width,
                     to | (run.awaited ? awaitedBit : 0));

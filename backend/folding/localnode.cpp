@@ -140,7 +140,8 @@ void LocalNode::answer(int id, Worker& worker, Clock::time_point now) {
     if (work.output == Work::WHOLE)
         listener.captured(work.number, id, text);
     else if (work.output == Work::STACKS)
-        listener.stacks(work.number, StackText{driver, work.withPlaces}.parse(id, text));
+        listener.stacks(work.number,
+                        StackText{driver, work.withPlaces, work.allCalls}.parse(id, text));
     listener.answered(work.number, {id}, now);
 }
 

@@ -24,6 +24,8 @@ struct Work {
     Output output = LINES;
     /// STACKS: tells calls apart by source line, too.
     bool withPlaces = false;
+    /// STACKS: all calls of all threads (StackText).
+    bool allCalls = false;
     /// Lines are not held to be folded.
     bool instant = false;
 };

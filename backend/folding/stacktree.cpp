@@ -40,6 +40,8 @@ StackTree::StackTree(const Outline& outline) {
         innermost[call.text] = {call.clients, call.threads, {}};
     for (const Row& row : outline.without)
         without[row.text] = row.clients;
+    for (const Row& row : outline.helpers)
+        helpers[row.text] = row.clients;
 }
 
 StackTree::Outline StackTree::outline() const {
@@ -48,6 +50,8 @@ StackTree::Outline StackTree::outline() const {
     list(innermost, 0, flat.innermost);
     for (const auto& [reason, clients] : without)
         flat.without.push_back({reason, clients});
+    for (const auto& [counts, clients] : helpers)
+        flat.helpers.push_back({counts, clients});
     return flat;
 }
 
@@ -65,6 +69,8 @@ void StackTree::add(const StackTree& other) {
     merge(innermost, other.innermost);
     for (const auto& [reason, clients] : other.without)
         without[reason].insert(clients);
+    for (const auto& [counts, clients] : other.helpers)
+        helpers[counts].insert(clients);
 }
 
 // Recursion ends: a stack's depth is bounded by what its debugger was asked for.
@@ -121,10 +127,30 @@ std::vector<StackTree::RowGroup> StackTree::places() const {
     return groups;
 }
 
+std::vector<ClientSet> StackTree::placeClients() const {
+    std::vector<ClientSet> clients;
+    for (const auto* place : byClients(innermost))
+        clients.push_back(place->second.clients);
+    return clients;
+}
+
 std::vector<StackTree::RowGroup> StackTree::tree() const {
     std::vector<RowGroup> rows;
     walk(root, 0, rows);
     return rows;
+}
+
+// The commonest first.
+std::vector<StackTree::RowGroup> StackTree::helperThreads() const {
+    RowGroup group;
+    for (const auto& [counts, clients] : helpers)
+        group.push_back({"helper threads: " + counts, clients});
+    std::ranges::stable_sort(group, [](const Row& a, const Row& b) {
+        return a.clients.size() != b.clients.size() ? a.clients.size() > b.clients.size()
+                                                    : a.clients.front() < b.clients.front();
+    });
+    if (group.empty()) return {};
+    return {group};
 }
 
 // Recursion ends as that of merge does.

@@ -30,6 +30,7 @@ class StackTree {
         std::vector<Call> calls;
         std::vector<Call> innermost; // of depth 0
         std::vector<Row> without;
+        std::vector<Row> helpers;
     };
     /// The most calls of a stack that debuggers are asked for.
     static constexpr int maxCalls = 500;
@@ -45,15 +46,21 @@ class StackTree {
     void add(const StackTree& other);
     /// Adds a client that has no stack, and the reason.
     void addWithout(int client, const std::string& reason) { without[reason].insert(client); }
+    /// Adds what is to be told of a client's threads that are in no stack here: "libucs 1".
+    void addHelpers(int client, const std::string& counts) { helpers[counts].insert(client); }
 
     /// Where the innermost calls are, the place with the fewest clients first; then the clients
     /// without stacks, a group for each reason. All places are one group, so that a console colours
     /// their differences; when the console would show so many places client by client, each is a
     /// group.
     std::vector<RowGroup> places() const;
+    /// The clients of each place, in the order of places.
+    std::vector<ClientSet> placeClients() const;
     /// The calls from the outermost inwards, a group of one row for each, indented by depth. Of the
     /// calls of one caller, that with the fewest clients stands first.
     std::vector<RowGroup> tree() const;
+    /// The threads that are in no stack: one group, or none.
+    std::vector<RowGroup> helperThreads() const;
 
   private:
     struct Node {
@@ -65,6 +72,7 @@ class StackTree {
     Node root;
     std::map<std::string, Node> innermost; // by the text of the place
     std::map<std::string, ClientSet> without;
+    std::map<std::string, ClientSet> helpers;
 
     static void list(const std::map<std::string, Node>& nodes, std::size_t depth,
                      std::vector<Call>& calls);

@@ -2,12 +2,17 @@
 
 #include "backend/os/text.h"
 
+#include <iterator>
+#include <utility>
+
 std::vector<StackTree::RowGroup> StatReport::rows() const {
     std::vector<StackTree::RowGroup> groups = stacks.places();
-    if (!innermost) {
-        for (auto& group : stacks.tree())
-            groups.push_back(std::move(group));
-    }
+    const auto append = [&groups](std::vector<StackTree::RowGroup> more) {
+        groups.insert(groups.end(), std::move_iterator(more.begin()),
+                      std::move_iterator(more.end()));
+    };
+    if (!chosen.innermostOnly) append(stacks.tree());
+    append(stacks.helperThreads());
     groups.insert(groups.end(), ready.begin(), ready.end());
     return groups;
 }

@@ -11,17 +11,22 @@
 /// Does no I/O.
 class StatReport {
   public:
-    /// withPlaces tells calls apart by source line, too; innermostOnly leaves the tree out.
-    StatReport(bool withPlaces, bool innermostOnly)
-        : places(withPlaces), innermost(innermostOnly) {}
+    struct Options {
+        bool withPlaces = false;    // tells calls apart by source line, too
+        bool innermostOnly = false; // leaves the tree out
+        bool allCalls = false;      // of all threads, not only what their user has written
+    };
+    explicit StatReport(const Options& wanted) : chosen(wanted) {}
 
-    bool withPlaces() const { return places; }
+    const Options& options() const { return chosen; }
     /// Adds the stacks of clients that are not there yet.
     void add(const StackTree& tree) { stacks.add(tree); }
     /// Adds a row as it is.
     void addRow(const std::string& text, const ClientSet& clients) {
         ready.push_back({{text, clients}});
     }
+    /// The clients of each place where innermost calls are, as the rows tell them.
+    std::vector<ClientSet> places() const { return stacks.placeClients(); }
     /// All rows; each group is a line of the report.
     std::vector<StackTree::RowGroup> rows() const;
     /// The same as a text for a program, "0:3 | row" each; find knows its lines from then on.
@@ -30,8 +35,7 @@ class StatReport {
     const StackTree::Row* find(const std::string& line) const;
 
   private:
-    const bool places;
-    const bool innermost;
+    const Options chosen;
     StackTree stacks;
     std::vector<StackTree::RowGroup> ready;
     std::map<std::string, StackTree::Row> fed;

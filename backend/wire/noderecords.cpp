@@ -78,14 +78,29 @@ void tellLines(ByteReader& in, Node::Listener& listener, Clock::time_point now) 
     tell();
 }
 
+std::vector<StackTree::Row> rowsOf(ByteReader& in) {
+    std::vector<StackTree::Row> rows;
+    for (std::size_t left = in.count(2); left > 0; --left) {
+        std::string text(in.text());
+        rows.push_back({std::move(text), in.set()});
+    }
+    return rows;
+}
+
+void put(ByteWriter& out, const std::vector<StackTree::Row>& rows) {
+    out.number(rows.size());
+    for (const auto& [text, clients] : rows) {
+        out.text(text);
+        out.set(clients);
+    }
+}
+
 StackTree treeOf(ByteReader& in) {
     StackTree::Outline outline;
     outline.calls = callsOf(in);
     outline.innermost = callsOf(in);
-    for (std::size_t left = in.count(2); left > 0; --left) {
-        std::string text(in.text());
-        outline.without.push_back({std::move(text), in.set()});
-    }
+    outline.without = rowsOf(in);
+    outline.helpers = rowsOf(in);
     return StackTree(outline);
 }
 
@@ -204,6 +219,7 @@ AgentRecord NodeRecords::begin(const ClientSet& clients, const Work& work) {
     put(out, work.number);
     out.number(work.output);
     out.number(work.withPlaces);
+    out.number(work.allCalls);
     out.number(work.instant);
     return {AgentRecord::BEGIN, out.take()};
 }
@@ -235,6 +251,7 @@ bool NodeRecords::carryOut(const AgentRecord& record, const ClientSet& known, No
         work.number = in.number(maxNumber);
         work.output = static_cast<Work::Output>(in.number(Work::STACKS));
         work.withPlaces = in.flag();
+        work.allCalls = in.flag();
         work.instant = in.flag();
         in.end();
         node.begin(clients, work, now);
@@ -293,11 +310,8 @@ AgentRecord NodeRecords::stacks(int work, const StackTree& tree) {
     const StackTree::Outline outline = tree.outline();
     put(out, outline.calls);
     put(out, outline.innermost);
-    out.number(outline.without.size());
-    for (const auto& [text, clients] : outline.without) {
-        out.text(text);
-        out.set(clients);
-    }
+    put(out, outline.without);
+    put(out, outline.helpers);
     return {AgentRecord::STACKS, out.take()};
 }
 

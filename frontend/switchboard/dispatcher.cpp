@@ -166,6 +166,7 @@ void Dispatcher::conclude(int id) {
 // clients.
 void Dispatcher::report(Request& request, std::optional<int> last) {
     request.reported = true;
+    if (request.kind == Command::STATCLIENT) listener.located(request, request.stat->places());
     if (!request.filter.empty() && last && request.console != 0) {
         startProgram(*last, request.filter, request.stat->text());
         return;

@@ -4,6 +4,7 @@
 #include "common/groupnames.h"
 #include "common/wholenumber.h"
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 #include <vector>
@@ -46,11 +47,45 @@ std::optional<ClientSet> Groups::members(const std::string& name, int console) c
         if (auto at = pending.find(console); at != pending.end()) found = &at->second;
     } else if (const int id = clientOf(name); id >= 0) {
         if (everyone.contains(id)) return ClientSet{id};
+    } else if (const ClientSet* place = placeOf(name, console)) {
+        found = place;
     } else if (auto at = named.find(name); at != named.end()) {
         found = &at->second;
     }
     if (!found || found->empty()) return std::nullopt;
     return *found;
+}
+
+// Null when the console has no such place, or nobody is left there.
+const ClientSet* Groups::placeOf(const std::string& name, int console) const {
+    const auto own = places.find(console);
+    if (own == places.end()) return nullptr;
+    const ClientSet* found = nullptr;
+    if (name == own->second.keptName)
+        found = &own->second.kept;
+    else if (const auto at = own->second.groups.find(name); at != own->second.groups.end())
+        found = &at->second;
+    return found && !found->empty() ? found : nullptr;
+}
+
+void Groups::setPlaces(int console, const std::vector<ClientSet>& clients,
+                       const std::string& current) {
+    Places now;
+    if (const ClientSet* stays = placeOf(current, console)) {
+        now.keptName = current;
+        now.kept = *stays;
+    }
+    for (std::size_t i = 0; i < std::min(clients.size(), GroupNames::maxPlaces); ++i) {
+        ClientSet living = clients[i].intersection(everyone);
+        if (!living.empty())
+            now.groups[GroupNames::place + std::to_string(i + 1)] = std::move(living);
+    }
+    places[console] = std::move(now);
+}
+
+void Groups::leftGroup(int console) {
+    const auto own = places.find(console);
+    if (own != places.end()) own->second.keptName.clear();
 }
 
 std::string Groups::describe(const std::string& name, const ClientSet& ids) {
@@ -72,8 +107,14 @@ Reply Groups::query(const std::string& name, int console) const {
     for (const char* own : {GroupNames::filtered, GroupNames::pending}) {
         if (const auto ids = members(own, console)) text += describe(own, *ids);
     }
-    for (const auto& [key, ids] : named)
-        text += describe(key, ids);
+    if (const auto own = places.find(console); own != places.end()) {
+        for (const auto& [key, ids] : own->second.groups) {
+            if (const auto members = this->members(key, console)) text += describe(key, *members);
+        }
+    }
+    for (const auto& [key, ids] : named) {
+        if (!placeOf(key, console)) text += describe(key, ids);
+    }
     reply.addRetInfo(text.c_str());
     return reply;
 }
@@ -126,6 +167,11 @@ Reply Groups::apply(const GroupCommand& command, int console, const std::string&
     default:
         return failed(CMD_GROUP_OPERATION);
     }
+    // From now on the name is the user's.
+    if (const auto own = places.find(console); own != places.end()) {
+        own->second.groups.erase(base);
+        if (own->second.keptName == base) own->second.keptName.clear();
+    }
     if (!result.empty()) {
         named[base] = std::move(result);
         return Reply(Reply::SUCCESS, 0);
@@ -139,6 +185,11 @@ void Groups::removeClient(int id) {
     everyone.erase(id);
     for (auto* own : {&filtered, &pending}) {
         for (auto& [console, ids] : *own)
+            ids.erase(id);
+    }
+    for (auto& [console, own] : places) {
+        own.kept.erase(id);
+        for (auto& [name, ids] : own.groups)
             ids.erase(id);
     }
     for (auto entry = named.begin(); entry != named.end();) {

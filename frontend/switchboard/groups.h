@@ -27,12 +27,18 @@ class Groups {
 
     void setPending(int console, ClientSet ids) { pending[console] = std::move(ids); }
 
+    /// The places of a console's stat become its groups "PLACE1" and so on. The group in which it
+    /// stands keeps its members until the console is told to have left it.
+    void setPlaces(int console, const std::vector<ClientSet>& clients, const std::string& current);
+    void leftGroup(int console);
+
     /// Adds a client to "all".
     void addClient(int id) { everyone.insert(id); }
     void removeClient(int id);
     void removeConsole(int console) {
         filtered.erase(console);
         pending.erase(console);
+        places.erase(console);
     }
 
   private:
@@ -40,7 +46,14 @@ class Groups {
     std::map<std::string, ClientSet> named;
     std::map<int, ClientSet> filtered;
     std::map<int, ClientSet> pending;
+    struct Places {
+        std::map<std::string, ClientSet> groups;
+        std::string keptName; // of the group in which the console stands; empty: none
+        ClientSet kept;
+    };
+    std::map<int, Places> places;
 
+    const ClientSet* placeOf(const std::string& name, int console) const;
     Reply query(const std::string& name, int console) const;
     Reply assignFiltered(const GroupCommand& command, int console, const std::string& current);
     static std::string describe(const std::string& name, const ClientSet& ids);

@@ -4,8 +4,14 @@
 #include "frontend/switchboard/pipeline.h"
 
 Work Request::work() const {
-    if (stat) return {number, Work::STACKS, stat->withPlaces(), false};
-    return {number, filter.empty() ? Work::LINES : Work::WHOLE, false, instant()};
+    if (stat)
+        return {.number = number,
+                .output = Work::STACKS,
+                .withPlaces = stat->options().withPlaces,
+                .allCalls = stat->options().allCalls};
+    return {.number = number,
+            .output = filter.empty() ? Work::LINES : Work::WHOLE,
+            .instant = instant()};
 }
 
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
@@ -40,8 +46,23 @@ std::optional<std::string> Request::prepareScript(ProgramLookup& programs) {
 
 std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLookup& programs) {
     const std::size_t bar = text.find('|');
-    const std::string options = Text::afterWord(text.substr(0, bar));
-    stat.emplace(options.find("-s") != std::string::npos, options.find("-i") != std::string::npos);
+    // "stat OPTIONS" is the console's, "vex stat OPTIONS" ours.
+    std::string words = Text::afterWord(text.substr(0, bar));
+    const bool ours = Text::firstWord(words) == "stat";
+    if (ours) words = Text::afterWord(words);
+    StatReport::Options options;
+    for (; !words.empty(); words = Text::afterWord(words)) {
+        const std::string option = Text::firstWord(words);
+        if (option == "-s")
+            options.withPlaces = true;
+        else if (option == "-i")
+            options.innermostOnly = true;
+        else if (option == "-a" && ours)
+            options.allCalls = true;
+        else if (ours)
+            return "vex stat takes -a (all calls of all threads), -s and -i, not '" + option + "'";
+    }
+    stat.emplace(options);
     if (bar != std::string::npos) {
         const std::size_t begin = text.find_first_not_of(" \t", bar + 1);
         filter = begin == std::string::npos ? "" : text.substr(begin);

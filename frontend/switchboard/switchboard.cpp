@@ -13,6 +13,11 @@
 
 namespace {
 
+// Commands that are the session's, though a console takes them for the debuggers'.
+bool isOurs(const Command& command) {
+    return command.getType() == Command::CLIENT && Text::firstWord(Text::of(command)) == "vex";
+}
+
 Reply answer(Reply::Value value, int number, const std::string& text = "") {
     Reply reply(value, number);
     reply.addRetInfo(text.c_str());
@@ -101,6 +106,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     request.kind = command.getType();
     request.members = *members;
     if (asksWho(command)) return tellWho(std::move(request), now);
+    if (isOurs(command)) request.kind = Command::STATCLIENT;
     if (std::any_of(members->begin(), members->end(),
                     [this](int id) { return dispatcher.requestOf(id); })) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
@@ -123,7 +129,7 @@ void Switchboard::count(const Request& request) {
 }
 
 bool Switchboard::asksWho(const Command& command) {
-    return command.getType() == Command::CLIENT && Text::firstWord(Text::of(command)) == "vex";
+    return isOurs(command) && Text::firstWord(Text::afterWord(Text::of(command))) != "stat";
 }
 
 void Switchboard::tellWho(Request request, Clock::time_point now) {
@@ -132,7 +138,7 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
     const auto pipeline = Pipeline::parse(request.text, outlet);
     if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
         dispatcher.say(number, request.text, members,
-                       "the one command that begins with 'vex' is: vex who");
+                       "the commands that begin with 'vex' are: vex who, vex stat");
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
@@ -149,7 +155,7 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
         return;
     }
-    request.stat.emplace(false, false);
+    request.stat.emplace(StatReport::Options{});
     for (int id : members)
         request.stat->addRow(outlet.describe(id), {id});
     request.filter = pipeline->filter;
@@ -175,9 +181,20 @@ void Switchboard::groupCommand(int number, const Command& command) {
     // The console's own group is gone, by this operation or while a command ran.
     outlet.toConsole(number,
                      gone && (filtered || before) ? answer(Reply::SUCCESS, 0, "NULL") : reply);
-    if (gone && (filtered || before)) console.group = GroupNames::all;
+    if (gone && (filtered || before)) enter(number, console, GroupNames::all);
     for (auto& [other, its] : consoles)
         leaveVanishedGroup(other, its);
+}
+
+void Switchboard::enter(int number, Console& console, const std::string& group) {
+    if (console.group != group) table.leftGroup(number);
+    console.group = group;
+}
+
+void Switchboard::located(const Request& request, const std::vector<ClientSet>& places) {
+    const auto console = consoles.find(request.console);
+    if (console == consoles.end()) return;
+    table.setPlaces(console->first, places, console->second.group);
 }
 
 void Switchboard::switchGroup(int number, const std::string& name) {
@@ -192,7 +209,7 @@ void Switchboard::switchGroup(int number, const std::string& name) {
         return;
     }
     Console& console = consoles[number];
-    console.group = name;
+    enter(number, console, name);
     console.interrupts.clear();
     console.interrupted = {};
     console.awaited.clear();
@@ -233,7 +250,7 @@ void Switchboard::interruptMembers(int number, const Command& command, Clock::ti
     const auto members = table.members(command.getGroup(), number);
     if (!members) {
         // The console goes back to group all.
-        console.group = GroupNames::all;
+        enter(number, console, GroupNames::all);
         outlet.toConsole(number, answer(Reply::SUCCESS, 0, "NULL"));
         return;
     }
@@ -380,7 +397,7 @@ void Switchboard::clientGone(int id, Clock::time_point now) {
 void Switchboard::leaveVanishedGroup(int number, Console& console) {
     if (table.members(console.group, number)) return;
     if (!console.awaited.empty() || console.filteredDue > 0 || !console.interrupts.empty()) return;
-    console.group = GroupNames::all;
+    enter(number, console, GroupNames::all);
     Data quit;
     quit.setType(Data::QUIT);
     outlet.toConsole(number, quit);

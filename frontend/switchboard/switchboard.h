@@ -146,12 +146,14 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     void interruptMembers(int console, const Command& command, Clock::time_point now);
     void answerQuestion(int console, const Command& command, Clock::time_point now);
     void switchGroup(int console, const std::string& name);
+    void enter(int number, Console& console, const std::string& group);
     void groupCommand(int console, const Command& command);
     ClientSet pendingOf(int console) const;
     ClientSet workingFor(int console, const ClientSet& members) const;
 
     // Dispatcher::Listener
     void answered(const ClientSet& clients, const Request& request) override;
+    void located(const Request& request, const std::vector<ClientSet>& places) override;
     void asks(const Request& request) override;
 
     bool worksHere(const Request& request, int number, const Console& console) const;

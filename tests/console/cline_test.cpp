@@ -12,10 +12,14 @@ const std::string up = "\x1b[A", down = "\x1b[B";
 std::string complete(std::string prefix, int state) {
     static const char* const words[] = {"print", "printf", "set print pretty"};
     static std::size_t next;
-    if (state == 0) next = 0;
+    static std::string wanted;
+    if (state == 0) {
+        next = 0;
+        wanted = std::move(prefix);
+    }
     while (next < std::size(words)) {
         const std::string word = words[next++];
-        if (word.starts_with(prefix)) return word;
+        if (word.starts_with(wanted)) return word;
     }
     return "";
 }

@@ -90,6 +90,8 @@ TEST(Gdb, FindsFunctionsInStackLines) {
         {"#2  Set<int>::operator-> (this=...) at o.cpp:8", "Set<int>::operator->", "o.cpp:8"},
         {"#2  cooperator (a=...) at o.cpp:9", "cooperator", "o.cpp:9"},
         {"#2  0x1 in operator new (size=...) at n.cpp:9", "operator new", "n.cpp:9"},
+        {"call\tns::f<int>(int)\t/a/f.h:3\t", "ns::f<int>", "f.h:3"},
+        {"call\t??\t\t/usr/lib/libx.so.2", "??", "libx.so.2"},
     };
     const Gdb gdb("gdb");
     expectRead(gdb, calls);

@@ -297,7 +297,7 @@ TEST(Folding, WhatNamesAClientIsWhatItSaidInItsOrder) {
     const int steps = wanted ? std::atoi(wanted) : 10000;
     for (int seed = 0; seed * 500 < steps; ++seed) {
         SCOPED_TRACE(seed);
-        World(static_cast<unsigned>(seed), 500);
+        const World played(static_cast<unsigned>(seed), 500);
         if (testing::Test::HasFailure()) return;
     }
 }

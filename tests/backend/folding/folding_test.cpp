@@ -1,6 +1,8 @@
+#include "backend/drivers/gdb.h"
 #include "backend/folding/linecutter.h"
 #include "backend/folding/safetext.h"
-#include "backend/folding/stacktree.h"
+#include "backend/folding/stacktext.h"
+#include "backend/folding/statreport.h"
 #include "tests/support/testing.h"
 
 namespace {
@@ -168,6 +170,84 @@ TEST(StackTree, CountsThreadsAndToleratesEveryShape) {
                                      {{"main", {0, 1}}},
                                      {{"  f", {1}}},
                                      {{"    f", {1}}}}));
+}
+
+// "function, source line, library" of each call, the innermost first; "-" begins another thread
+// than the main one.
+std::string stacksOf(std::initializer_list<const char*> calls) {
+    std::string answer = "thread\t1\n";
+    for (std::string call : calls) {
+        if (call == "-") {
+            answer += "thread\t0\n";
+            continue;
+        }
+        std::ranges::replace(call, ',', '\t');
+        answer += "call\t" + call + "\n";
+    }
+    return answer;
+}
+
+TEST(StackText, ShowsWhatTheUserHasWritten) {
+    const struct {
+        std::string answer, shown;
+    } cases[] = {
+        // Inside of a receive, whatever it does there; a thread of a library's.
+        {stacksOf({"??,,/usr/lib/libuct.so.0", "ucp_worker_progress,,/usr/lib/libucp.so.0",
+                   "PMPI_Recv,,/usr/lib/libmpich.so.12", "receive,/src/ring.cpp:9,",
+                   "main,ring.cpp:50,", "__libc_start_main,,/lib/libc.so.6", "-",
+                   "epoll_wait,../sysdeps/e.c:30,/lib/libc.so.6",
+                   "ucs_event_set_wait,,/usr/lib/libucs.so.0", "start_thread,,/lib/libc.so.6"}),
+         "1 client in MPI_Recv, called by receive|main|  receive|    MPI_Recv|helper threads: "
+         "libucs 1"},
+        // A reduction of the program's own stands behind all that has called it.
+        {stacksOf({"larger,a.c:1,", "ompi_op_reduce,,/opt/lib/libmpi.so.40",
+                   "MPI_Allreduce,,/opt/lib/libmpi.so.40", "main,a.c:9,"}),
+         "1 client in larger, called by ompi_op_reduce|main|  MPI_Allreduce|    ompi_op_reduce|"
+         "      larger"},
+        // The program waits in it once more.
+        {stacksOf({"__GI___poll,,/lib/libc.so.6", "larger,a.c:1,",
+                   "MPI_Allreduce,,/opt/lib/libmpi.so.40", "main,a.c:9,"}),
+         "1 client in poll, called by larger|main|  MPI_Allreduce|    larger|      poll"},
+        // As Fortran has it, and linked into the program.
+        {stacksOf({"PMPI_Wait,,/opt/lib/libmpi.so.40", "pmpi_wait_,,/opt/lib/libmpi_mpifh.so.40",
+                   "MAIN__,a.f90:3,", "main,a.f90:9,"}),
+         "1 client in MPI_Wait, called by MAIN__|main|  MAIN__|    MPI_Wait"},
+        {stacksOf({"MPIDI_CH3I_Progress,,", "PMPI_Barrier,,", "main,,"}),
+         "1 client in MPI_Barrier, called by main|main|  MPI_Barrier"},
+        // A function that has the name of one of libc's; a library of the user's own.
+        {stacksOf({"wait,a.c:3,", "go,,/home/me/libgo.so", "main,a.c:9,"}),
+         "1 client in wait, called by go|main|  go|    wait"},
+        // Threads of the program are no helpers, those of a pool are while it has no work.
+        {stacksOf({"__futex_abstimed_wait,,/lib/libc.so.6",
+                   "___pthread_cond_wait@@GLIBC_2.3.2,,/lib/libc.so.6", "main,a.c:9,", "-",
+                   "work,a.c:5,", "start_thread,,/lib/libc.so.6", "clone3,,/lib/libc.so.6", "-",
+                   "gomp_barrier_wait,,/lib/libgomp.so.1", "gomp_thread_start,,/lib/libgomp.so.1",
+                   "start_thread,,/lib/libc.so.6"}),
+         "1 client in pthread_cond_wait, called by main|1 client in work|main|  pthread_cond_wait|"
+         "work|helper threads: libgomp 1"},
+        // Before main there is nothing else to show.
+        {stacksOf({"_dl_start,,/lib64/ld-linux-x86-64.so.2"}), "1 client in _dl_start|_dl_start"},
+        // A debugger that tells less.
+        {"Thread 1 (LWP 4):\n#0  0x0 in read () from /lib/libc.so.6\n#1  main () at a.c:3\n\n"
+         "Thread 2 (LWP 5):\n#0  0x0 in f () from /lib/libucs.so.0\n",
+         "1 client in read, called by main|main|  read|helper threads: libucs 1"},
+    };
+    const Gdb gdb("gdb");
+    for (const auto& [answer, shown] : cases) {
+        SCOPED_TRACE(answer);
+        StatReport report({});
+        report.add(StackText{gdb}.parse(0, answer));
+        std::string text;
+        for (const auto& group : report.rows()) {
+            for (const auto& row : group)
+                text += (text.empty() ? "" : "|") + row.text;
+        }
+        EXPECT_EQ(text, shown);
+    }
+    const StackTree all = StackText{gdb, true, true}.parse(0, cases[0].answer);
+    EXPECT_EQ(all.tree()[1][0].text, "  main at ring.cpp:50");
+    EXPECT_EQ(all.places().back()[0].text,
+              "1 client in epoll_wait at e.c:30, called by ucs_event_set_wait at libucs.so.0");
 }
 
 } // namespace

@@ -139,6 +139,7 @@ std::vector<AgentRecord> records() {
     tree.add(5, {"poll", "main"});
     tree.add(5, {"idle"});
     tree.addWithout(9, "no stack: no process");
+    tree.addHelpers(5, "libucs 1");
     ClientSet sparse = known;
     for (int id = 1; id < 100; id += 12)
         sparse.erase(id);
@@ -152,7 +153,7 @@ std::vector<AgentRecord> records() {
         errors({3, {5}}),
         fork(AgentRecord::FORKED, {4001, 99}),
         about(AgentRecord::ENDED, sparse),
-        begin(known, {7, Work::STACKS, true, false}),
+        begin(known, {7, Work::STACKS, true, false, false}),
         type({1, 5, 13}, "print 1"),
         interrupt({4001}),
         reply({1}, std::string("\0\xff\n", 3)),
@@ -208,7 +209,7 @@ TEST(AgentRecord, RefusesWhatTakesMoreThanItSays) {
     }
     // A tree whose second call hangs in the air.
     EXPECT_THROW(readAndWritten({AgentRecord::STACKS, std::string("\7\2\0\1a\1\1\0\1"
-                                                                  "\2\1b\1\1\0\1\0\0",
+                                                                  "\2\1b\1\1\0\1\0\0\0",
                                                                   19)}),
                  BrokenConnection);
     // Agents of other versions are named, not understood.

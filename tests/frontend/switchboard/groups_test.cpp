@@ -110,4 +110,23 @@ TEST_F(GroupsTest, FilteredBelongsToEachConsoleAndNeverFails) {
     EXPECT_EQ(members("FILTERED", 2), "none");
 }
 
+TEST_F(GroupsTest, PlacesAreEachConsolesUntilItsNextStat) {
+    apply(ASSIGN, "PLACE2", {7});
+    groups.setPlaces(1, {{2}, {0, 1, 3}}, "all");
+    EXPECT_EQ(list(), "all (8): 0:7\nPLACE1 (1): 2\nPLACE2 (3): 0:1 3\n");
+    EXPECT_EQ(members("PLACE2", 2), "7 ");
+    // The group in which the console stands stays as it was until it leaves that.
+    groups.setPlaces(1, {{0}, {1, 3}, {4}}, "PLACE2");
+    EXPECT_EQ(members("PLACE1") + members("PLACE2") + members("PLACE3"), "0 0:1 3 4 ");
+    groups.leftGroup(1);
+    EXPECT_EQ(members("PLACE2"), "1 3 ");
+    // A name that its user takes is the user's.
+    EXPECT_EQ(apply(ADD, "PLACE2", {5}).getErrCode(), 0);
+    EXPECT_EQ(members("PLACE2", 2), "1 3 5 ");
+    groups.setPlaces(1, std::vector<ClientSet>(12, {6}), "all");
+    EXPECT_EQ(members("PLACE9") + members("PLACE10"), "6 none");
+    groups.removeClient(6);
+    EXPECT_EQ(members("PLACE1") + members("PLACE2"), "none1 3 5 ");
+}
+
 } // namespace

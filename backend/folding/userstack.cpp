@@ -1,0 +1,171 @@
+#include "backend/folding/userstack.h"
+
+#include "backend/os/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace {
+
+using Call = Driver::StackLine;
+
+bool beginsWithAny(std::string_view text, const auto& beginnings) {
+    return std::ranges::any_of(beginnings,
+                               [text](std::string_view each) { return text.starts_with(each); });
+}
+
+bool isOneOf(std::string_view text, const auto& words) {
+    return std::ranges::find(words, text) != std::end(words);
+}
+
+// Where a thread begins, before the first function of the program or of a library.
+constexpr std::array<std::string_view, 10> threadStarts = {
+    "start_thread",
+    "clone",
+    "clone3",
+    "__clone",
+    "__clone3",
+    "_start",
+    "thread_start",
+    "__libc_start_main",
+    "__libc_start_call_main",
+    "__libc_start_main_impl",
+};
+
+// Directories of the system's libraries.
+constexpr std::array<std::string_view, 6> systemDirectories = {
+    "/lib/", "/lib64/", "/lib32/", "/usr/lib/", "/usr/lib64/", "/usr/lib32/",
+};
+
+// Libraries of run times and messages, wherever they are installed.
+constexpr std::array<std::string_view, 36> runtimeLibraries = {
+    "libmpi",     "libpmpi",     "libopen-",    "libpmi",     "libprrte",  "libevent",
+    "libhwloc",   "libucp",      "libucs",      "libuct",     "libucm",    "libucc",
+    "libfabric",  "libpsm",      "libibverbs",  "librdmacm",  "libnccl",   "libcuda",
+    "libshmem",   "liboshmem",   "libsma",      "libgomp",    "libomp",    "libiomp",
+    "libpython",  "libgfortran", "libquadmath", "libstdc++",  "libgcc_s",  "libc.so",
+    "libpthread", "ld-linux",    "mca_",        "linux-vdso", "libvexmpi", "libm.so",
+};
+
+// How the functions inside of them are called, for those that are linked into the program.
+constexpr std::array<std::string_view, 16> runtimeFunctions = {
+    "MPID_", "MPIDI", "MPIR_", "MPIU_", "MPIC_", "ompi_", "opal_", "orte_",
+    "mca_",  "PMIx_", "ucp_",  "uct_",  "ucs_",  "gomp_", "__kmp", "__libc_",
+};
+
+// Calls of libc in which a thread may wait for long.
+constexpr std::array<std::string_view, 62> waitingCalls = {
+    "accept",        "accept4",    "clock_nanosleep", "close",        "connect",    "epoll_pwait",
+    "epoll_pwait2",  "epoll_wait", "fcntl",           "fcntl64",      "fdatasync",  "flock",
+    "fsync",         "futex",      "io_getevents",    "lockf",        "mq_receive", "mq_send",
+    "msgrcv",        "msgsnd",     "nanosleep",       "open",         "open64",     "pause",
+    "poll",          "ppoll",      "pread",           "pread64",      "preadv",     "pselect",
+    "pwrite",        "pwrite64",   "pwritev",         "read",         "readv",      "recv",
+    "recvfrom",      "recvmmsg",   "recvmsg",         "sched_yield",  "select",     "sem_clockwait",
+    "sem_timedwait", "sem_wait",   "semop",           "semtimedop",   "send",       "sendmmsg",
+    "sendmsg",       "sendto",     "sigsuspend",      "sigtimedwait", "sigwait",    "sigwaitinfo",
+    "sleep",         "syscall",    "system",          "usleep",       "wait",       "wait4",
+    "waitid",        "waitpid",
+};
+
+constexpr std::array<std::string_view, 6> messageCalls = {
+    "MPI_", "MPIX_", "nccl", "shmem_", "GOMP_", "omp_",
+};
+
+bool isInLibrary(const Call& call) {
+    if (call.library.empty()) return false;
+    return beginsWithAny(call.library, systemDirectories) ||
+           beginsWithAny(Text::baseName(call.library), runtimeLibraries);
+}
+
+// "MPI_Recv" for "mpi_recv_", "pmpi_recv__" and "mpi_recv_f08_", as compilers of Fortran write it.
+std::optional<std::string> fromFortran(std::string_view name) {
+    if (name.starts_with('p')) name.remove_prefix(1);
+    constexpr std::string_view begin = "mpi_", modern = "_f08";
+    if (!name.starts_with(begin) || !name.ends_with('_')) return std::nullopt;
+    name.remove_prefix(begin.size());
+    while (name.ends_with('_'))
+        name.remove_suffix(1);
+    for (const std::string_view end : {std::string_view("ts"), modern})
+        if (name.ends_with(end) && name.find(modern) != std::string_view::npos)
+            name.remove_suffix(end.size());
+    if (name.empty()) return std::nullopt;
+    std::string result = "MPI_" + std::string(name);
+    result[begin.size()] =
+        static_cast<char>(std::toupper(static_cast<unsigned char>(result[begin.size()])));
+    return result;
+}
+
+// "poll" for "__GI___poll", "pthread_cond_wait" for "___pthread_cond_wait@@GLIBC_2.3.2".
+std::string_view plainName(std::string_view name) {
+    for (const std::string_view begin : {"__GI_", "__libc_"}) {
+        while (name.starts_with('_') && !name.starts_with(begin) && name.find(begin, 1) == 1)
+            name.remove_prefix(1);
+        if (name.starts_with(begin)) name.remove_prefix(begin.size());
+    }
+    name.remove_prefix(std::min(name.size(), name.find_first_not_of('_')));
+    return name.substr(0, name.find('@'));
+}
+
+// The name that the standard gives to a communication or waiting call; nothing for other calls.
+std::optional<std::string> standardName(const Call& call) {
+    std::string_view name = call.function;
+    for (const std::string_view profiled : {"PMPI_", "PMPIX_", "pnccl", "pshmem_"})
+        if (name.starts_with(profiled)) name.remove_prefix(1);
+    if (beginsWithAny(name, messageCalls)) return std::string(name);
+    if (!isInLibrary(call)) return std::nullopt;
+    if (auto fortran = fromFortran(name)) return fortran;
+    name = plainName(name);
+    if (name.starts_with("pthread_") || isOneOf(name, waitingCalls)) return std::string(name);
+    return std::nullopt;
+}
+
+bool belongsToProgram(const Call& call) {
+    const std::string_view name = call.function;
+    if (name.starts_with('<') || name == "??" || isInLibrary(call)) return false;
+    return !isOneOf(name, threadStarts) && !beginsWithAny(name, runtimeFunctions) &&
+           !standardName(call);
+}
+
+// "libucs" for "/usr/lib/x86_64-linux-gnu/libucs.so.0".
+std::string nameOfLibrary(const std::string& path) {
+    const std::string name = Text::baseName(path);
+    return name.substr(0, name.find(".so"));
+}
+
+bool isOfSystem(const Call& call) {
+    static constexpr std::array<std::string_view, 3> names = {"libc", "libpthread", "libstdc++"};
+    return call.library.empty() || isOneOf(nameOfLibrary(call.library), names);
+}
+
+} // namespace
+
+UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
+    const auto innermost = std::ranges::find_if(kept, belongsToProgram);
+    helper = innermost == kept.end();
+    // The library that has started the thread stands outermost.
+    const auto starter = std::ranges::find_if_not(kept.rbegin(), kept.rend(), isOfSystem);
+    libraryName = starter == kept.rend() ? "libc" : nameOfLibrary(starter->library);
+
+    const auto begin = std::find_if(kept.rbegin(), kept.rend(), [](const Call& call) {
+        return call.function == "main" && belongsToProgram(call);
+    });
+    if (begin != kept.rend()) kept.erase(begin.base(), kept.end());
+    while (kept.size() > 1 && isOneOf(kept.back().function, threadStarts))
+        kept.pop_back();
+
+    // A function of the program that a communication call has called shows all that is between.
+    std::size_t from = helper ? kept.size() : static_cast<std::size_t>(innermost - kept.begin());
+    while (from-- > 0) {
+        const auto name = standardName(kept[from]);
+        if (!name) continue;
+        kept[from].function = *name;
+        kept[from].place.clear();
+        kept.erase(kept.begin(), kept.begin() + static_cast<std::ptrdiff_t>(from));
+        return;
+    }
+}
