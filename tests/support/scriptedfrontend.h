@@ -2,11 +2,16 @@
 
 #include "common/command.h"
 #include "common/data.h"
+#include "common/descriptor.h"
 #include "common/frame.h"
 #include "common/reply.h"
 #include "common/unixsock.h"
 #include "tests/support/output.h"
 #include "tests/support/testing.h"
+
+#include <cstddef>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 /// The other end of a console's socket, played by a test: it listens on a session number of its
 /// own, takes one console, and sends and expects records one by one.
@@ -24,6 +29,16 @@ class ScriptedFrontEnd {
             if (::access(name.c_str(), F_OK) != 0) break;
         }
         listener.bind(name.c_str());
+        // As a session does, so that nobody who lists sessions looks whether it is alive.
+        sockaddr_un claimed{};
+        claimed.sun_family = AF_UNIX;
+        const std::string words = "vex-session-" + std::to_string(number);
+        words.copy(claimed.sun_path + 1, words.size());
+        claim.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(
+            ::bind(claim.get(), reinterpret_cast<sockaddr*>(&claimed),
+                   static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + words.size())),
+            0);
     }
     ~ScriptedFrontEnd() { ::unlink(name.c_str()); }
     ScriptedFrontEnd(const ScriptedFrontEnd&) = delete;
@@ -152,6 +167,7 @@ class ScriptedFrontEnd {
 
   private:
     UnixSocket listener;
+    Descriptor claim;
     std::unique_ptr<UnixSocket> console;
     int number = 0;
     std::string name;

@@ -148,6 +148,15 @@ const std::string& Terminal::screen() {
     return output;
 }
 
+bool Terminal::isRestored() const {
+    const termios now = settings();
+    return now.c_iflag == initial.c_iflag && now.c_oflag == initial.c_oflag &&
+           now.c_cflag == initial.c_cflag && now.c_lflag == initial.c_lflag &&
+           std::ranges::equal(now.c_cc, initial.c_cc) &&
+           ::cfgetispeed(&now) == ::cfgetispeed(&initial) &&
+           ::cfgetospeed(&now) == ::cfgetospeed(&initial);
+}
+
 termios Terminal::settings() const {
     termios now{};
     if (::tcgetattr(slave, &now) == -1) raise("tcgetattr");

@@ -56,6 +56,8 @@ class Terminal {
     termios settings() const;
     /// The settings that the program found.
     const termios& initialSettings() const { return initial; }
+    /// Whether the settings are those that the program found.
+    bool isRestored() const;
     pid_t pid() const { return child; }
     /// Readable when there is more to see; -1 after hangUp.
     int fd() const { return master; }
