@@ -258,6 +258,14 @@ TEST_F(SwitchboardTest, ADebuggersHalfLineWaitsWhileItGrowsAndAsksWhenItDoesNot)
     prints({0}, " a line");
     EXPECT_EQ(pass(1999ms), "");
     EXPECT_EQ(prompts({0}), "1 0@0  a line / 1 READY 1");
+    // What is printed over a half line does not continue it.
+    filtered();
+    types(1, "0", "mine");
+    board.runs(0, true);
+    prints({0}, "50%\r");
+    EXPECT_EQ(pass(500ms), "1 0@0 50%");
+    prints({0}, "60%\r\n");
+    EXPECT_EQ(pass(200ms), "1 1@0 60%");
 }
 
 TEST_F(SwitchboardTest, ConsolesGetNoControlBytesButProgramsDo) {
