@@ -29,15 +29,18 @@ class ClientSet {
         bool operator==(const Range&) const = default;
     };
 
-    /// Walks the runs, ascending; they neither overlap nor touch. Whatever changes the set ends it.
-    class RunIterator {
-      public:
+    /// What the library asks of an iterator.
+    template <class Value, class Reference>
+    struct Forward {
         using iterator_category = std::forward_iterator_tag;
-        using value_type = Range;
+        using value_type = Value;
         using difference_type = std::ptrdiff_t;
-        using pointer = const Range*;
-        using reference = const Range&;
-
+        using pointer = const Value*;
+        using reference = Reference;
+    };
+    /// Walks the runs, ascending; they neither overlap nor touch. Whatever changes the set ends it.
+    class RunIterator : public Forward<Range, const Range&> {
+      public:
         RunIterator() = default;
         const Range& operator*() const { return run; }
         const Range* operator->() const { return &run; }
@@ -65,14 +68,8 @@ class ClientSet {
     };
 
     /// Walks the ids one by one, ascending.
-    class const_iterator {
+    class const_iterator : public Forward<int, int> {
       public:
-        using iterator_category = std::forward_iterator_tag;
-        using value_type = int;
-        using difference_type = std::ptrdiff_t;
-        using pointer = const int*;
-        using reference = int;
-
         const_iterator() = default;
         int operator*() const { return id; }
         const_iterator& operator++() {
@@ -148,6 +145,8 @@ class ClientSet {
     std::size_t appendToBits(std::size_t number, IdAt idAt);
     /// The runs, copied; runs() walks them where they are.
     std::vector<Range> ranges() const;
+    /// The smallest id that is not less than this one; back() must not be.
+    int firstFrom(int id) const;
     /// The run that holds the id or, when none does, the first behind it; end of runs() if there is
     /// no such run.
     RunIterator seek(int id) const;
@@ -273,17 +272,27 @@ inline ClientSet::RunIterator ClientSet::seek(int id) const {
     if (!body) {
         it.run = {lowest, highest};
     } else if (!body->bits.empty()) {
-        // From the beginning of the run that holds the id.
-        int first = std::max(id, lowest);
-        while (first > lowest && testBit(first) && testBit(first - 1))
-            --first;
+        const int first = std::max(id, lowest);
         it.run = runFrom(first);
+        if (it.run.first == first)
+            it.run.first = static_cast<int>(
+                body->base + static_cast<std::int64_t>(Bits::beginning(
+                                 body->bits.data(), static_cast<std::size_t>(first - body->base))));
     } else {
         const auto at = lowerRange(id);
         it.index = static_cast<std::size_t>(at - body->ranges.begin());
         it.run = *at;
     }
     return it;
+}
+
+inline int ClientSet::firstFrom(int id) const {
+    if (id <= lowest) return lowest;
+    if (!body) return id;
+    if (body->bits.empty()) return std::max(id, lowerRange(id)->first);
+    const std::size_t at = static_cast<std::size_t>(id - body->base);
+    return static_cast<int>(body->base + static_cast<std::int64_t>(Bits::next(
+                                             body->bits.data(), body->bits.size() * 64, at)));
 }
 
 inline ClientSet::const_iterator ClientSet::begin() const {

@@ -10,7 +10,10 @@
 #include <cassert>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <limits>
+#include <string_view>
 
 namespace {
 
@@ -150,38 +153,44 @@ void Data::chomp(char* text) const {
 
 // The table of keys.
 
-std::size_t Data::KeyIndex::home(const Line& line) const {
-    return static_cast<std::size_t>(line.getKey() * 0x9e3779b97f4a7c15u >> shift);
+std::uint32_t Data::KeyIndex::hashOf(const Line& line) {
+    const std::size_t hash = std::hash<std::string_view>()(line.getContent()) ^ line.getKey();
+    return static_cast<std::uint32_t>(hash ^ hash >> 32);
 }
 
 void Data::KeyIndex::build(const Variants& variants, std::size_t known, std::size_t expected) {
     const std::size_t size = std::bit_ceil(2 * std::max<std::size_t>(expected, indexThreshold));
     shift = 64 - std::countr_zero(size);
-    cells.assign(size, 0);
+    cells.assign(size, {});
     used = 0;
     for (std::size_t i = 0; i < known; ++i)
-        enter(variants, i);
+        enter(i, hashOf(variants[i]));
 }
 
-void Data::KeyIndex::enter(const Variants& variants, std::size_t position) {
-    std::size_t at = home(variants[position]);
-    while (cells[at] != 0)
+void Data::KeyIndex::enter(std::size_t position, std::uint32_t hash) {
+    std::size_t at = home(hash);
+    while (cells[at].place != 0)
         at = (at + 1) & (cells.size() - 1);
-    cells[at] = static_cast<std::uint32_t>(position + 1);
+    cells[at] = {static_cast<std::uint32_t>(position + 1), hash};
     ++used;
 }
 
-void Data::KeyIndex::add(const Variants& variants, std::size_t position) {
-    // Positions are entered in ascending order: all before this one are there.
-    if (2 * (used + 1) > cells.size())
-        build(variants, position + 1, 2 * position);
-    else
-        enter(variants, position);
+void Data::KeyIndex::add(std::size_t position, std::uint32_t hash) {
+    if (2 * (used + 1) > cells.size()) {
+        std::vector<Cell> before(2 * cells.size());
+        before.swap(cells);
+        --shift;
+        used = 0;
+        for (const Cell& cell : before)
+            if (cell.place != 0) enter(cell.place - 1, cell.hash);
+    }
+    enter(position, hash);
 }
 
-Line* Data::KeyIndex::find(Variants& variants, const Line& like) const {
-    for (std::size_t at = home(like); cells[at] != 0; at = (at + 1) & (cells.size() - 1)) {
-        Line& line = variants[cells[at] - 1];
+Line* Data::KeyIndex::find(Variants& variants, const Line& like, std::uint32_t hash) const {
+    for (std::size_t at = home(hash); cells[at].place != 0; at = (at + 1) & (cells.size() - 1)) {
+        if (cells[at].hash != hash) continue;
+        Line& line = variants[cells[at].place - 1];
         if (line.getKey() == like.getKey() && line.getContent() == like.getContent()) return &line;
     }
     return nullptr;
@@ -215,8 +224,9 @@ void Data::mergeSlot(Slot& slot) {
     for (std::size_t i = slot.merged; i < all.size(); ++i) {
         Line& line = all[i];
         Line* same = nullptr;
+        const std::uint32_t hash = index ? KeyIndex::hashOf(line) : 0;
         if (index) {
-            same = index->find(all, line);
+            same = index->find(all, line, hash);
         } else {
             for (std::size_t j = 0; j < kept && !same; ++j) {
                 if (all[j].getKey() == line.getKey() && all[j].getContent() == line.getContent())
@@ -230,7 +240,7 @@ void Data::mergeSlot(Slot& slot) {
             continue;
         }
         if (kept != i) all[kept] = std::move(line);
-        if (index) index->add(all, kept);
+        if (index) index->add(kept, hash);
         ++kept;
     }
     all.erase(all.begin() + static_cast<std::ptrdiff_t>(kept), all.end());
@@ -242,7 +252,8 @@ void Data::merge() {
     pending.swap(unmerged);
     auto at = lines.end();
     for (int number : pending) {
-        // Mostly one slot after the other.
+        // Mostly one slot after the other, behind those that were released.
+        if (at == lines.end() && (lines.empty() || number < lines.begin()->first)) continue;
         if (at == lines.end() || ++at == lines.end() || at->first != number)
             at = lines.find(number);
         if (at != lines.end()) mergeSlot(at->second);
@@ -254,6 +265,26 @@ void Data::truncate(int n) {
     const int k = n / 10;
     if (k > 0) lines.erase(lines.lower_bound(truncated), lines.lower_bound(truncated + k));
     truncated = saturate(static_cast<std::int64_t>(truncated) + k);
+}
+
+void Data::bound(int n) {
+    const int k = n / 10;
+    const std::size_t most = 2 * static_cast<std::size_t>(std::max(n, 0));
+    if (k <= 0 || lines.size() <= most) return;
+    truncated = std::min(truncated, lines.begin()->first);
+    // The last slot that has to go, and in which tenth it is. Mostly no number is left out.
+    const std::size_t surplus = lines.size() - most;
+    const std::int64_t first = lines.begin()->first, end = lines.rbegin()->first;
+    const std::int64_t last =
+        static_cast<std::size_t>(end - first) + 1 == lines.size()
+            ? first + static_cast<std::int64_t>(surplus) - 1
+            : std::next(lines.begin(), static_cast<std::ptrdiff_t>(surplus) - 1)->first;
+    const std::int64_t due = (last - truncated) / k + 1;
+    const std::int64_t spare = static_cast<std::int64_t>(slotCount) - n - truncated;
+    if (spare < 0) return;
+    const std::int64_t released = std::min<std::int64_t>(due, spare / k + 1) * k;
+    truncated = saturate(truncated + released);
+    lines.erase(lines.begin(), lines.lower_bound(truncated));
 }
 
 std::unique_ptr<char[]> Data::pack(int* len) const {

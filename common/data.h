@@ -22,23 +22,29 @@ class Data {
 
     using Variants = std::vector<Line>;
 
-    /// Finds the lines of a slot by their keys: positions, in an open table.
+    /// Finds the lines of a slot by their texts: positions, in an open table. Keys alone would not
+    /// do: those of numbers are often alike.
     class KeyIndex {
       public:
         void clear() { cells.clear(); }
         /// Prepares for so many lines; the first `known` of them are entered.
         void build(const Variants& lines, std::size_t known, std::size_t expected);
-        /// The first line entered that has this one's key and content; nullptr if there is none.
-        Line* find(Variants& lines, const Line& like) const;
-        void add(const Variants& lines, std::size_t position);
+        /// The line entered that has this one's key and content; nullptr if there is none.
+        Line* find(Variants& lines, const Line& like, std::uint32_t hash) const;
+        void add(std::size_t position, std::uint32_t hash);
+        static std::uint32_t hashOf(const Line& line);
 
       private:
-        std::vector<std::uint32_t> cells; // position + 1, 0 for a free one
+        struct Cell {
+            std::uint32_t place = 0; // position + 1, 0 for a free one
+            std::uint32_t hash = 0;
+        };
+        std::vector<Cell> cells;
         std::size_t used = 0;
         int shift = 0;
 
-        std::size_t home(const Line& line) const;
-        void enter(const Variants& lines, std::size_t position);
+        std::size_t home(std::uint32_t hash) const { return hash * 0x9e3779b97f4a7c15u >> shift; }
+        void enter(std::size_t position, std::uint32_t hash);
     };
 
     /// The variants of one line number, and what merge has folded so far.
@@ -78,6 +84,9 @@ class Data {
     const std::map<int, Slot>& slots() const { return lines; }
     /// The same, for setting the states of lines.
     std::map<int, Slot>& slots() { return lines; }
+    /// The numbers of slots with lines that merge has not folded: those behind Slot::merged. Some
+    /// of the slots may have been released since.
+    const std::vector<int>& pending() const { return unmerged; }
 
     /// Stores a copy at the end of the slot of its line number.
     void addLine(const Line* line);
@@ -99,6 +108,11 @@ class Data {
     void merge();
     /// Releases the oldest tenth of n slots once `truncated` + n slots have been filled.
     void truncate(int n);
+    /// To be called behind truncate: where more than 2n slots hold lines, releases the oldest
+    /// tenths of n until no more than that do, or until those are left that truncate would leave.
+    /// The count begins anew with the first slot that holds lines: what an earlier output has left
+    /// of it keeps nothing of this one.
+    void bound(int n);
 
     /// The packed record; its length goes to *len when len is not null.
     std::unique_ptr<char[]> pack(int* len) const;

@@ -121,17 +121,11 @@ void ConsoleSession::openRequest(OpenRequests::Kind kind) {
 }
 
 void ConsoleSession::send(Lock& turn, Command::Type type, const std::string& text) {
-    switch (type) {
-    case Command::ON:
-        openRequest(OpenRequests::ON);
-        break;
-    case Command::INTERRUPT:
-        openRequest(OpenRequests::INTERRUPT);
-        break;
-    case Command::PROMPT:
-        machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
-        break;
-    default:
+    if (type == Command::ON || type == Command::INTERRUPT) {
+        openRequest(type == Command::ON ? OpenRequests::ON : OpenRequests::INTERRUPT);
+    } else if (type == Command::PROMPT) {
+        leave();
+    } else {
         unanswered = true;
         if (machine.isToQuit()) return;
         // Running, with an empty store, before the clients can answer.
@@ -368,17 +362,12 @@ void ConsoleSession::keep(int limit) {
     for (const auto& [number, slot] : curData.slots())
         lines += slot.lines.size();
     keptLines += lines;
-    const bool offered = words.offer(curData);
     lastData.addData(std::move(curData));
-    lastData.merge();
     lastData.truncate(limit);
     // Records of thousands of lines outrun one tenth at a time.
-    const std::int64_t most = 2 * static_cast<std::int64_t>(limit);
-    while (static_cast<std::int64_t>(lastData.slots().size()) > most) {
-        const int before = lastData.getTruncated();
-        lastData.truncate(limit);
-        if (lastData.getTruncated() <= before) break;
-    }
+    lastData.bound(limit);
+    const bool offered = words.offer(lastData);
+    lastData.merge();
     if (!offered) words.replay(lastData);
     if (lines > manyLines) ::malloc_trim(0);
 }

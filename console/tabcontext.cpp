@@ -34,18 +34,26 @@ std::vector<WordPool::Word> tableWords() {
 
 TabContext::TabContext() { replay({}); }
 
-bool TabContext::offer(const Data& record) {
+bool TabContext::offer(const Data& kept) {
     if (!complete) return false;
     // The few that are not there yet, in their order.
     WordPool fresh;
-    for (const auto& [number, slot] : record.slots()) {
+    const auto end = kept.slots().end();
+    auto slot = end;
+    for (const int number : kept.pending()) {
+        // Mostly one slot after the other, behind those that were released.
+        if (slot == end && (kept.slots().empty() || number < kept.slots().begin()->first)) continue;
+        if (slot == end || ++slot == end || slot->first != number) slot = kept.slots().find(number);
+        if (slot == end) continue;
+        const auto& lines = slot->second.lines;
         // The editor need not wait for the whole record.
         const Readline::LockedPool pool = Readline::lockPool();
         std::string_view before;
-        for (const Line& line : slot.lines) {
+        for (std::size_t i = slot->second.merged; i < lines.size(); ++i) {
             // The words of the line before are there, or fresh.
-            WordCutter cutter(line.getContent(), before);
-            before = line.getContent();
+            const std::string_view line = lines[i].getContent();
+            WordCutter cutter(line, before);
+            before = line;
             for (auto text = cutter.next(); !text.empty(); text = cutter.next()) {
                 const WordPool::Word word(text);
                 if (pool.words.contains(word)) continue;

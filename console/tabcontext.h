@@ -17,9 +17,9 @@ class TabContext {
     /// Registers the words of the tables.
     TabContext();
 
-    /// To be called with a record before it joins the output; true when that has done it, else call
-    /// replay with the output that the record has joined.
-    bool offer(const Data& record);
+    /// To be called with the output when a record has joined it and what is too much has left it,
+    /// before the output is merged; true when that has done it, else call replay once it is.
+    bool offer(const Data& kept);
     void replay(const Data& kept);
     /// To be called when the output has been cleared.
     void forget() { slots.clear(); }

@@ -4,16 +4,68 @@
 #include "display/levenshtein.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <iterator>
 #include <string>
 
 namespace {
 
 // How many bytes differ, of two texts of the same length; stops counting above `most`.
 std::size_t unlikeBytes(std::string_view a, std::string_view b, std::size_t most) {
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < a.size() && count <= most; ++i)
+    constexpr std::uint64_t ones = 0x0101010101010101, low = ones * 0x7f;
+    const auto unlike = [&](std::size_t at) {
+        return CommonEnds::eightAt(a.data() + at) ^ CommonEnds::eightAt(b.data() + at);
+    };
+    // By the top bit of each byte that is not zero.
+    const auto notZero = [](std::uint64_t word) {
+        return (((((word & low) + low) | word) & ~low) >> 7) * ones >> 56;
+    };
+    std::size_t count = 0, i = 0;
+    for (; i + 8 <= a.size() && count <= most; i += 8)
+        count += notZero(unlike(i));
+    if constexpr (std::endian::native == std::endian::little) {
+        // The last eight, without those that were counted.
+        if (i < a.size() && a.size() >= 8 && count <= most)
+            return count + notZero(unlike(a.size() - 8) >> (8 * (8 - (a.size() - i))));
+    }
+    for (; i < a.size() && count <= most; ++i)
         count += a[i] != b[i];
     return count;
+}
+
+// Distances up to this one are looked for along diagonals.
+constexpr std::size_t mostAlongDiagonals = 255;
+
+// Whether the distance is at most `most`: for each number of edits and each diagonal, how far down
+// it leads (E. Ukkonen, "Algorithms for approximate string matching", Information and Control 64,
+// 1985). Takes time by the square of the distance, and not by the lengths.
+bool isWithinEdits(std::string_view rows, std::string_view columns, std::size_t most) {
+    using Row = std::ptrdiff_t;
+    const Row n = std::ssize(rows), m = std::ssize(columns), limit = static_cast<Row>(most);
+    constexpr Row unreachable = -2;
+    std::array<Row, 2 * mostAlongDiagonals + 5> furthest;
+    Row* const at = furthest.data() + mostAlongDiagonals + 2; // by diagonal: column - row
+    std::fill(at - limit - 2, at + limit + 3, unreachable);
+    for (Row edits = 0; edits <= limit; ++edits) {
+        // Those from which the last diagonal is still near enough.
+        const Row from = std::max(-edits, m - n - (limit - edits));
+        const Row to = std::min(edits, m - n + (limit - edits));
+        Row before = at[from - 1]; // with an edit less, as is at[k] until it is set
+        for (Row k = from; k <= to; ++k) {
+            Row row = edits == 0 ? 0 : std::max({at[k] + 1, before, at[k + 1] + 1});
+            before = at[k];
+            row = std::min({row, n, m - k});
+            while (row < n && row + k < m &&
+                   rows[static_cast<std::size_t>(row)] ==
+                       columns[static_cast<std::size_t>(row + k)])
+                ++row;
+            at[k] = row;
+        }
+        if (from <= m - n && m - n <= to && at[m - n] == n) return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -50,6 +102,26 @@ Closeness::Word Closeness::match(unsigned char byte, std::ptrdiff_t from) const 
 bool Closeness::isWithin(std::size_t from, std::size_t rows, std::string_view columns,
                          std::size_t most) {
     if (!tabled) fillTable();
+    if (from + rows <= 64) {
+        // All rows in one word, which stands still.
+        const Word last = Word{1} << (rows - 1);
+        Word plus = ~Word{0}, minus = 0;
+        std::size_t distance = rows;
+        for (std::size_t left = columns.size(); left > 0; --left) {
+            const unsigned char byte = static_cast<unsigned char>(columns[columns.size() - left]);
+            const Word equal = places[byte][1] >> from;
+            const Word down = (((equal & plus) + plus) ^ plus) | equal | minus;
+            const Word right = minus | ~(down | plus);
+            const Word back = down & plus;
+            distance += (right & last) != 0;
+            distance -= (back & last) != 0;
+            if (distance >= most + left) return false;
+            if (distance + left <= most + 1) return true;
+            plus = back << 1 | ~(down | (right << 1 | 1));
+            minus = down & (right << 1 | 1);
+        }
+        return distance <= most;
+    }
     const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(from);
     constexpr Word diagonal = Word{1} << 63;
     Word plus = ~Word{0} << (63 - most), minus = 0;
@@ -103,9 +175,17 @@ Line::State Closeness::compare(std::string_view other) {
     if (left <= most) return Line::SIMILAR;
     if (most == 0 || rows == 0 || columns.empty()) return Line::DIFFERENT;
     const std::string_view mine = leader.substr(head, rows);
-    if (rows == columns.size() && unlikeBytes(mine, columns, most) <= most) return Line::SIMILAR;
+    if (rows == columns.size()) {
+        // With what is equal around it, so that whole words can be read.
+        const std::size_t begin = std::min(head, longer - std::min<std::size_t>(longer, 8));
+        const std::size_t number = std::max<std::size_t>(head + rows - begin, 8);
+        if (unlikeBytes(leader.substr(begin, number), other.substr(begin, number), most) <= most)
+            return Line::SIMILAR;
+    }
     if (most <= widest && most < rows)
         return isWithin(head, rows, columns, most) ? Line::SIMILAR : Line::DIFFERENT;
+    if (most <= mostAlongDiagonals)
+        return isWithinEdits(mine, columns, most) ? Line::SIMILAR : Line::DIFFERENT;
     const int distance = Levenshtein::Distance(std::string(mine), std::string(columns));
     return static_cast<std::size_t>(distance) <= most ? Line::SIMILAR : Line::DIFFERENT;
 }

@@ -58,14 +58,24 @@ class Parser::Pairs {
         const std::uint64_t seen = std::uint64_t{1} << (at % 32 * 2);
         word |= (word & seen) << 1 | seen;
     }
-    bool mayRecur(std::size_t pair) const {
-        const std::size_t at = place(pair);
-        return (places[at / 32] >> (at % 32 * 2 + 1) & 1) != 0;
+    /// A bit for each of 64 variants, from one on: whether its pair with the leader may recur.
+    /// Asked at once, since the table is far larger than the caches: the answers come side by side.
+    std::uint64_t recurring(const Line& leader, const Data::Variants& variants,
+                            std::size_t from) const {
+        const std::size_t number = std::min<std::size_t>(64, variants.size() - from);
+        std::uint64_t bits = 0;
+        for (std::size_t i = 0; i < number; ++i)
+            bits |= mayRecur(hash2Key(leader.getKey(), variants[from + i].getKey())) << i;
+        return bits;
     }
 
   private:
     std::vector<std::uint64_t> places;
 
+    std::uint64_t mayRecur(std::size_t pair) const {
+        const std::size_t at = place(pair);
+        return places[at / 32] >> (at % 32 * 2 + 1) & 1;
+    }
     std::size_t place(std::size_t pair) const {
         const std::uint64_t mixed = pair * 0x9e3779b97f4a7c15u;
         return static_cast<std::size_t>(mixed >> 20) & (places.size() * 32 - 1);
@@ -93,16 +103,18 @@ void Parser::judge(Data::Slot& slot, std::size_t position, const Pairs& pairs) {
     const std::size_t chosen = static_cast<std::size_t>(leaders[position]);
     const Line& leader = variants[chosen];
     closeness.lead(leader.getContent());
-    for (std::size_t j = 0; j < variants.size(); ++j) {
+    std::uint64_t recurring = 0; // of the next variants, a bit each
+    for (std::size_t j = 0; j < variants.size(); ++j, recurring >>= 1) {
+        if (j % 64 == 0) recurring = pairs.recurring(leader, variants, j);
         if (j == chosen) continue;
         // One of two long texts may take a while.
         if ((j % questionInterval == 0 || variants[j].getContent().size() > longText) &&
             isStopped())
             return;
         Line& variant = variants[j];
-        const std::size_t pair = hash2Key(leader.getKey(), variant.getKey());
         Line::State state;
-        if (pairs.mayRecur(pair)) {
+        if ((recurring & 1) != 0) {
+            const std::size_t pair = hash2Key(leader.getKey(), variant.getKey());
             const auto known = distances.find(pair);
             state =
                 known != distances.end() ? known->second : closeness.compare(variant.getContent());
@@ -271,6 +283,8 @@ void Parser::printLine(const Line& line, const char* pattern) {
         filter.emplace();
         if (filter->compare(pattern) == -1) throw BadPattern();
     }
+    // Expressions may take long for a long text.
+    if (line.getContent().size() > longText && isStopped()) return;
     text += line.getContent();
     std::string passed;
     const bool printed = filter->filter(text.c_str(), passed);
@@ -296,6 +310,6 @@ void Parser::printColor(const Line& line) {
 void Parser::endLine(bool printed) {
     screen.append(endColor);
     if (printed) screen.append('\n');
-    screen.lineDone();
-    if (++lines % questionInterval == 0) isStopped();
+    const bool written = screen.lineDone();
+    if (++lines % questionInterval == 0 || written) isStopped();
 }

@@ -33,7 +33,8 @@ class Parser {
     void setColor(const char* color, ColorT type);
     /// Prints the texts alone: no colours, and nothing that resets them.
     void setPlain() { endColor = ""; }
-    /// Asked between verdicts and between lines: once it says true, nothing more is printed.
+    /// Asked between verdicts, between lines and when text has been written: once it says true,
+    /// nothing more is printed.
     void stopWhen(std::function<bool()> question) { stopAsked = std::move(question); }
     /// Prints the record. A pattern (null or empty for none) lets only those lines through that
     /// match its cascade; a malformed one shows the usage of match once a line was to be printed.

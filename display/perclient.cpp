@@ -1,7 +1,6 @@
 #include "display/perclient.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 PerClient::PerClient(std::vector<const Line*> shown, int firstClient, int lastClient)
@@ -17,10 +16,9 @@ std::int64_t PerClient::blockOf(std::int64_t client) {
 
 // Has the line wait at its next client from one on.
 void PerClient::wait(std::uint32_t line, std::int64_t from) {
-    if (from > std::numeric_limits<int>::max()) return;
-    const auto run = lines[line]->clients().seek(static_cast<int>(from));
-    if (run == ClientSet::RunIterator()) return;
-    const std::int64_t client = std::max<std::int64_t>(run->first, from);
+    const ClientSet& clients = lines[line]->clients();
+    if (clients.empty() || from > clients.back()) return;
+    const int client = clients.firstFrom(static_cast<int>(from));
     if (client <= last) waiting[blockOf(client)].push_back(line);
 }
 

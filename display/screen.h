@@ -39,9 +39,11 @@ class Screen {
         *room(1) = c;
         ++length;
     }
-    /// To be called behind each line.
-    void lineDone() {
-        if (length >= piece) flush();
+    /// To be called behind each line; whether text was written, which may have taken long.
+    bool lineDone() {
+        if (length < piece) return false;
+        flush();
+        return true;
     }
     void flush();
 

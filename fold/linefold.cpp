@@ -1,9 +1,8 @@
 #include "fold/linefold.h"
 
 #include <algorithm>
-#include <deque>
+#include <iterator>
 #include <map>
-#include <unordered_map>
 #include <utility>
 
 void LineFold::add(std::string_view label, std::string_view text, Clock::time_point now) {
@@ -21,10 +20,10 @@ void LineFold::add(std::string_view label, std::string_view text, Clock::time_po
 void LineFold::addStray(std::string_view text) {
     ++strayCount;
     const auto at = static_cast<std::size_t>(last);
-    if (last == -1 || (following && waiting.empty() && shown[at] == said[at]))
-        printer.showStray(text, last == -1 ? -1 : folder.highest());
-    else
-        waiting.push_back({last, said[at], std::string(text)});
+    if (last == -1 || (following && shown[at] == said[at]))
+        return printer.showStray(text, last == -1 ? -1 : folder.highest());
+    waiting[last].push_back({strayCount, said[at], std::string(text)});
+    watched.insert(last);
 }
 
 void LineFold::showDue(Clock::time_point now) {
@@ -43,40 +42,41 @@ void LineFold::finish() {
     else
         folder.finish([this](std::vector<Folder::Line>&& lines) { show(std::move(lines)); });
     // Whole outputs are one position.
-    for (const Stray& each : std::exchange(waiting, {}))
+    std::vector<Stray> left;
+    for (auto& [id, strays] : std::exchange(waiting, {}))
+        std::ranges::move(strays, std::back_inserter(left));
+    std::ranges::sort(left, {}, &Stray::serial);
+    for (const Stray& each : left)
         printer.showStray(each.text, 0);
 }
 
-// Counts the lines of the labels that strays stand behind, and so finds their positions.
-void LineFold::findStrays(const std::vector<Folder::Line>& lines) {
-    if (waiting.empty() && !following) return;
-    ClientSet watched;
-    std::unordered_map<int, std::deque<Stray*>> of;
-    for (Stray& each : waiting) {
-        watched.insert(each.id);
-        of[each.id].push_back(&each);
-    }
+// Takes out the strays that stand behind these lines: counts the lines of the labels that they wait
+// for.
+std::vector<LineFold::Stray> LineFold::findStrays(const std::vector<Folder::Line>& lines) {
+    std::vector<Stray> found;
+    if (waiting.empty() && !following) return found;
     for (const Folder::Line& line : lines) {
         for (const int id : following ? line.clients : line.clients.intersection(watched)) {
             const std::uint32_t count = ++shown[static_cast<std::size_t>(id)];
-            const auto at = of.find(id);
-            if (at == of.end()) continue;
-            for (auto& next = at->second; !next.empty() && next.front()->behind == count;
-                 next.pop_front())
-                next.front()->position = line.number;
+            const auto at = waiting.find(id);
+            if (at == waiting.end()) continue;
+            for (auto& next = at->second; !next.empty() && next.front().behind == count;
+                 next.pop_front()) {
+                found.push_back(std::move(next.front()));
+                found.back().position = line.number;
+            }
+            if (at->second.empty()) waiting.erase(at);
         }
     }
+    std::ranges::sort(found, [](const Stray& a, const Stray& b) {
+        return a.position != b.position ? a.position < b.position : a.serial < b.serial;
+    });
+    return found;
 }
 
 void LineFold::show(std::vector<Folder::Line>&& lines) {
     if (lines.empty()) return;
-    findStrays(lines);
-    std::vector<Stray> found, left;
-    for (Stray& each : waiting)
-        (each.position == -1 ? left : found).push_back(std::move(each));
-    waiting = std::move(left);
-    std::stable_sort(found.begin(), found.end(),
-                     [](const Stray& a, const Stray& b) { return a.position < b.position; });
+    std::vector<Stray> found = findStrays(lines);
     auto next = found.begin();
     if (next == found.end()) return printer.show(std::move(lines));
     std::vector<Folder::Line> part;

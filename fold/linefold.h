@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,10 +37,9 @@ class LineFold {
     void finish();
 
   private:
-    /// A line of nobody, and the line that it stands behind: which label has said it, as its
-    /// so-manieth line.
+    /// A line of nobody, and the line that it stands behind: the label's so-manieth.
     struct Stray {
-        int id;
+        std::size_t serial; // in the order in which they came
         std::uint32_t behind;
         std::string text;
         int position = -1;
@@ -52,10 +53,11 @@ class LineFold {
     std::vector<std::uint32_t> said;  // lines of each label
     std::vector<std::uint32_t> shown; // of those that were shown; kept when following
     int last = -1;
-    std::vector<Stray> waiting; // in the order in which they came
+    std::map<int, std::deque<Stray>> waiting; // by the id of the label that they stand behind
+    ClientSet watched;                        // those ids, and some that nobody waits for any more
     std::size_t strayCount = 0;
 
     void show(std::vector<Folder::Line>&& lines);
-    void findStrays(const std::vector<Folder::Line>& lines);
+    std::vector<Stray> findStrays(const std::vector<Folder::Line>& lines);
     void showWholes(const std::vector<Folder::Line>& lines);
 };

@@ -29,9 +29,10 @@ Alignment::Alignment(const Histories& ofClients, const SentLines& sentBefore,
     number();
 }
 
-void Alignment::Places::add(std::uint32_t slot) {
+void Alignment::Places::add(std::uint32_t slot, std::uint32_t lineThere) {
     if (first == none) {
         first = slot;
+        line = lineThere;
         return;
     }
     if (!more) more = std::make_unique<std::vector<std::uint32_t>>(1, first);
@@ -205,20 +206,23 @@ void Alignment::placeBehind(std::span<const std::uint32_t> path, std::uint32_t a
 
 void Alignment::put(std::uint32_t node, std::uint32_t slot) {
     const std::uint32_t text = textOf(node);
-    const bool fresh = slots[slot].number < 0 && where[text].slots().empty();
-    std::uint32_t line = fresh ? none : lineAt(slot, text);
+    std::uint32_t line = lineAt(slot, text);
     if (line == none) {
         line = static_cast<std::uint32_t>(lineList.size());
         lineList.push_back({text, slot});
-        lineIndex.insert(IndexTable::hashOf(slot, text), line, [this](std::uint32_t each) {
-            return IndexTable::hashOf(lineList[each].slot, lineList[each].text);
-        });
-        if (slots[slot].number < 0) where[text].add(slot);
+        const bool behindSent = slots[slot].number < 0;
+        if (!behindSent || !where[text].empty())
+            lineIndex.insert(IndexTable::hashOf(slot, text), line);
+        if (behindSent) where[text].add(slot, line);
     }
     placed[node] = line;
 }
 
 std::uint32_t Alignment::lineAt(std::uint32_t slot, std::uint32_t text) const {
+    if (slots[slot].number < 0) {
+        if (where[text].empty()) return none;
+        if (const std::uint32_t line = where[text].lineIn(slot); line != none) return line;
+    }
     return lineIndex.find(IndexTable::hashOf(slot, text), [&](std::uint32_t each) {
         return lineList[each].slot == slot && lineList[each].text == text;
     });

@@ -51,7 +51,10 @@ class Alignment {
     /// Where a text stands: mostly in one slot.
     class Places {
       public:
-        void add(std::uint32_t slot);
+        bool empty() const { return first == none; }
+        /// The line of the text in the first slot that was added.
+        std::uint32_t lineIn(std::uint32_t slot) const { return slot == first ? line : none; }
+        void add(std::uint32_t slot, std::uint32_t lineThere);
         std::span<const std::uint32_t> slots() const {
             if (more) return *more;
             return {&first, first == none ? std::size_t{0} : 1};
@@ -59,6 +62,7 @@ class Alignment {
 
       private:
         std::uint32_t first = none;
+        std::uint32_t line = none;
         std::unique_ptr<std::vector<std::uint32_t>> more; // all of them
     };
 
@@ -66,7 +70,7 @@ class Alignment {
     const SentLines& sent;
     std::vector<std::uint32_t> placed; // by node: its line
     std::vector<Line> lineList;
-    IndexTable lineIndex; // by slot and text
+    IndexTable lineIndex; // by slot and text; without those that are the first in `where`
     std::vector<Slot> slots;
     std::vector<Places> where;            // by text: slots behind everything sent
     std::vector<std::uint32_t> sentSlots; // by number from the lowest that is reachable

@@ -41,7 +41,7 @@ std::uint32_t Histories::intern(std::string_view text) {
     const auto id = static_cast<std::uint32_t>(texts.size());
     texts.push_back({std::string(text), hash, -1});
     bytes += sizeof(Text) + text.size();
-    textIndex.insert(hash, id, [this](std::uint32_t each) { return texts[each].hash; });
+    textIndex.insert(hash, id);
     return id;
 }
 
@@ -60,9 +60,7 @@ std::uint32_t Histories::childWith(Point from, std::uint32_t key, std::uint32_t 
     if (first == none)
         childOf(from) = node;
     else
-        branches.insert(hash, node, [this](std::uint32_t each) {
-            return IndexTable::hashOf(nodeList[each].parent, nodeList[each].key);
-        });
+        branches.insert(hash, node);
     return node;
 }
 
@@ -225,8 +223,7 @@ void Histories::leave(const std::vector<Run>& runs, const std::vector<Sent>& sen
             text = static_cast<std::uint32_t>(texts.size());
             bytes += sizeof(Text) + kept.text.size();
             texts.push_back(std::move(kept));
-            textIndex.insert(texts[text].hash, text,
-                             [this](std::uint32_t each) { return texts[each].hash; });
+            textIndex.insert(texts[text].hash, text);
         }
         const Point parent = isNode(node.parent) ? moved[indexOf(node.parent)] : node.parent;
         const std::uint32_t now = childWith(parent, text << 2 | node.cut(), node.born);

@@ -5,16 +5,22 @@
 #include <algorithm>
 #include <utility>
 
+namespace {
+
+// How many bytes at the end belong to what follows: the beginning of a character, and a return,
+// which may be part of the line's end.
+std::size_t seam(const std::string& text) {
+    return text.ends_with('\r') ? 1 : SafeText::unfinished(text);
+}
+
+} // namespace
+
 std::vector<LineCutter::Piece> LineCutter::feed(std::string_view text, Clock::time_point now) {
     std::vector<Piece> pieces;
     for (std::size_t newline; (newline = text.find('\n')) != std::string_view::npos;) {
         keep(text.substr(0, newline), pieces);
         text.remove_prefix(newline + 1);
-        // Of a line that a program on its terminal goes on with, the return may be all that is
-        // left.
-        if (!taken || partial.find_first_not_of('\r') != std::string::npos)
-            pieces.push_back({std::exchange(partial, {}), taken, true});
-        partial.clear();
+        pieces.push_back({std::exchange(partial, {}), taken, true});
         line.clear();
         taken = false;
         began.reset();
@@ -34,7 +40,7 @@ void LineCutter::keep(std::string_view text, std::vector<Piece>& pieces) {
         const std::size_t fits = maxLine - partial.size();
         partial.append(text.substr(0, fits));
         text.remove_prefix(fits);
-        pieces.push_back(take(partial.size() - SafeText::unfinished(partial)));
+        pieces.push_back(take(partial.size() - seam(partial)));
     }
     partial.append(text);
 }
@@ -48,8 +54,8 @@ LineCutter::Piece LineCutter::take(std::size_t length) {
 }
 
 std::optional<LineCutter::Piece> LineCutter::takePartial() {
-    const std::size_t length = partial.size() - SafeText::unfinished(partial);
-    // What is left waits for the rest of its character.
+    const std::size_t length = partial.size() - seam(partial);
+    // What is left waits for what it belongs to.
     began.reset();
     if (length == 0) return std::nullopt;
     return take(length);

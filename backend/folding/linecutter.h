@@ -11,8 +11,8 @@
 /// Cuts one client's output into lines.
 ///
 /// An unfinished line is kept until its newline comes, or until the owner takes it as it stands.
-/// What follows a taken line continues it, but a newline alone is only its end. A line is taken
-/// by itself when it has grown to maxLine bytes, at the same byte for all clients.
+/// What follows a taken line continues it, and may be its end alone. A line is taken by itself when
+/// it has grown to maxLine bytes, at the same byte for all clients.
 class LineCutter {
   public:
     static constexpr std::size_t maxLine = 4 * 1024 * 1024;
@@ -34,8 +34,8 @@ class LineCutter {
     std::optional<Clock::time_point> since() const { return began; }
     /// When bytes were last added to the unfinished line; of no meaning when there is none.
     Clock::time_point grownAt() const { return grown; }
-    /// Takes the unfinished line as it stands, up to a UTF-8 character whose end is still to come;
-    /// nothing when there is none.
+    /// Takes the unfinished line as it stands, up to a UTF-8 character whose end is still to come
+    /// or a carriage return; nothing when there is none.
     std::optional<Piece> takePartial();
     /// Takes all of the unfinished line, the next byte begins a line: a question was answered, or
     /// the command is over.

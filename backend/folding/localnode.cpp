@@ -11,6 +11,11 @@ namespace {
 // Bytes that are kept of one client's answer that goes to a program or is read here.
 constexpr std::size_t maxCaptured = 64 * 1024 * 1024;
 
+// Whether it is nothing but the end of a line whose text was taken before.
+bool endsOnly(const LineCutter::Piece& piece) {
+    return piece.goesOn && piece.text.find_first_not_of('\r') == std::string::npos;
+}
+
 } // namespace
 
 void LocalNode::Worker::capture(const LineCutter::Piece& piece) {
@@ -70,14 +75,10 @@ void LocalNode::output(int id, std::string_view text, Clock::time_point now) {
     for (LineCutter::Piece& piece : worker.cutter.feed(text, now)) {
         // A program's terminal that is not raw ends lines so.
         if (piece.ended && piece.text.ends_with('\r')) piece.text.pop_back();
-        switch (worker.exchange.line(piece.text, driver, now)) {
-        case Exchange::TOO_LATE:
-            continue;
-        case Exchange::TOO_EARLY:
-            outlet.interrupt(id);
-            break;
-        case Exchange::ANSWER:
-            break;
+        if (!endsOnly(piece)) {
+            const auto kind = worker.exchange.line(piece.text, driver, now);
+            if (kind == Exchange::TOO_LATE) continue;
+            if (kind == Exchange::TOO_EARLY) outlet.interrupt(id);
         }
         hear(id, worker, std::move(piece), lines, now);
     }
@@ -91,7 +92,12 @@ void LocalNode::output(int id, std::string_view text, Clock::time_point now) {
 void LocalNode::hear(int id, Worker& worker, LineCutter::Piece&& piece,
                      std::vector<std::string>& lines, Clock::time_point now) {
     if (worker.captures()) return worker.capture(piece);
-    piece.text = SafeText::line(driver.shown(std::move(piece.text)));
+    if (endsOnly(piece)) return;
+    piece.text = driver.shown(std::move(piece.text));
+    // Behind a return it stands in the place of what was shown, and does not continue it.
+    if (piece.text.find_last_of('\r', piece.text.find_last_not_of('\r')) != std::string::npos)
+        piece.goesOn = false;
+    piece.text = SafeText::line(std::move(piece.text));
     if (piece.ended && !piece.goesOn) {
         lines.push_back(std::move(piece.text));
         return;

@@ -54,6 +54,17 @@ inline std::size_t nextClear(const Word* words, std::size_t size, std::size_t fr
     return i * 64 + static_cast<std::size_t>(std::countr_zero(w));
 }
 
+/// Where the set bits begin that lead up to this one, which is set.
+inline std::size_t beginning(const Word* words, std::size_t at) {
+    std::size_t i = at / 64;
+    Word w = ~words[i] & (~Word{0} >> (63 - at % 64));
+    while (w == 0) {
+        if (i == 0) return 0;
+        w = ~words[--i];
+    }
+    return i * 64 + 64 - static_cast<std::size_t>(std::countl_zero(w));
+}
+
 /// Sets the bits first to last, both inclusive.
 inline void set(Word* words, std::size_t first, std::size_t last) {
     const Word head = ~Word{0} << (first % 64), tail = ~Word{0} >> (63 - last % 64);

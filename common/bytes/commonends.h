@@ -25,6 +25,11 @@ inline std::size_t head(std::string_view a, std::string_view b) {
             if (const auto odd = eightAt(a.data() + i) ^ eightAt(b.data() + i))
                 return i + static_cast<std::size_t>(std::countr_zero(odd)) / 8;
         }
+        if (size >= 8) {
+            // The last eight, some of which are known to be equal.
+            const auto odd = eightAt(a.data() + size - 8) ^ eightAt(b.data() + size - 8);
+            return odd ? size - 8 + static_cast<std::size_t>(std::countr_zero(odd)) / 8 : size;
+        }
     }
     while (i < size && a[i] == b[i])
         ++i;
@@ -40,6 +45,10 @@ inline std::size_t tail(std::string_view a, std::string_view b) {
         for (; i + 8 <= size; i += 8) {
             if (const auto odd = eightAt(endA - i - 8) ^ eightAt(endB - i - 8))
                 return i + static_cast<std::size_t>(std::countl_zero(odd)) / 8;
+        }
+        if (size >= 8) {
+            const auto odd = eightAt(endA - size) ^ eightAt(endB - size);
+            return odd ? size - 8 + static_cast<std::size_t>(std::countl_zero(odd)) / 8 : size;
         }
     }
     while (i < size && a[a.size() - 1 - i] == b[b.size() - 1 - i])

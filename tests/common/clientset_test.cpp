@@ -66,6 +66,14 @@ TEST(ClientSet, BehavesAsASetOfIds) {
                 std::copy_if(model.begin(), model.end(), std::back_inserter(expected),
                              [&](int n) { return n >= id && n <= last + 100; });
                 ASSERT_EQ(part, expected);
+                const auto next = model.lower_bound(id);
+                const auto run = set.seek(id);
+                ASSERT_EQ(run == ClientSet::RunIterator(), next == model.end());
+                if (next == model.end()) break;
+                ASSERT_EQ(set.firstFrom(id), *next);
+                ASSERT_TRUE(run->first <= *next && *next <= run->last);
+                ASSERT_FALSE(model.contains(run->first - 1)) << id << " in " << set.str();
+                break;
             }
             }
             // The same members in the same order, in disjoint ranges that do not touch.

@@ -157,4 +157,42 @@ TEST(Data, TruncateReleasesTheOldestTenth) {
     EXPECT_FALSE(data.slots().contains(5));
 }
 
+// What the console keeps: records of so many lines each, behind the number that truncate has left.
+TEST(Data, BoundKeepsTwiceAsManySlots) {
+    std::mt19937 random(3);
+    const auto pick = [&](int below) { return static_cast<int>(random() % unsigned(below)); };
+    Data data, byTheTenth;
+    int end = 0, last = 0;
+    for (int round = 0; round < 400; ++round) {
+        if (round == 300) {
+            // The next output is not kept whole because much was released of this one.
+            data.clearLine();
+            end = 0;
+        }
+        for (int lines = pick(round % 10 ? 30 : 400); lines > 0; --lines) {
+            last = end;
+            for (Data* each : {&data, &byTheTenth})
+                each->addLine(Line(last, Line::EQUAL));
+            end += pick(20) ? 1 : 50;
+        }
+        data.truncate(40);
+        data.bound(40);
+        for (int before = -1; round < 300 && before != byTheTenth.getTruncated();) {
+            const bool once = before == -1;
+            before = byTheTenth.getTruncated();
+            if (once || byTheTenth.slots().size() > 80) byTheTenth.truncate(40);
+        }
+        ASSERT_LE(data.slots().size(), 80u);
+        if (round >= 300) continue;
+        ASSERT_EQ(data.getTruncated(), byTheTenth.getTruncated()) << round;
+        ASSERT_EQ(data.slots().size(), byTheTenth.slots().size()) << round;
+    }
+    EXPECT_EQ(data.slots().rbegin()->first, last);
+    // However large the numbers are.
+    for (int i = 0; i < 100; ++i)
+        data.addLine(Line(i * 20000000, Line::EQUAL));
+    data.bound(40);
+    EXPECT_EQ(data.slots().begin()->first, 20 * 20000000);
+}
+
 } // namespace

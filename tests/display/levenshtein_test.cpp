@@ -59,9 +59,12 @@ TEST(Closeness, JudgesAsTheMatrix) {
     Closeness closeness;
     std::size_t verdicts[3] = {};
     for (int round = 0; round < 6000; ++round) {
-        // Lengths on both sides of what a word's band can hold.
+        // Lengths on both sides of what a word holds, its band, and the walk along diagonals.
         const std::size_t letters = 2 + pick(20);
-        std::string leader(pick(4) ? pick(180) : pick(12), '\0');
+        std::string leader(round % 500 == 0 ? 1250 + pick(100)
+                           : pick(4)        ? pick(pick(4) ? 180 : 400)
+                                            : pick(12),
+                           '\0');
         for (char& c : leader)
             c = letter(letters);
         closeness.lead(leader);

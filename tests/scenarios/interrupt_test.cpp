@@ -175,6 +175,23 @@ TEST_F(Interrupt, EndsWhatIsBeingShownAtALine) {
     EXPECT_NE(answerTo("match '^1999 ' | match 399").find("1999 | line 399."), shown.npos);
 }
 
+// Shows 40 lines of 300 kB: the first write that Ctrl-C meets is the last one.
+TEST_F(Interrupt, EndsWhatIsBeingShownBetweenLongLines) {
+    begin();
+    std::vector<Output> lines;
+    for (int i = 0; i < 40; ++i)
+        lines.push_back({i, {0}, "line " + std::to_string(i) + "." + std::string(300000, 'x')});
+    command("run");
+    frontEnd.print(id, lines);
+    console->until("| line 2.");
+    console->signal(SIGINT);
+    const std::string shown = prompt("(all:int) ");
+    EXPECT_EQ(shown.substr(shown.size() - 6), "\x1b[00m\n");
+    EXPECT_EQ(shown.find("| line 30."), shown.npos);
+    enter("leave");
+    finish();
+}
+
 // Nor does it wait for verdicts, of which two lines of a megabyte would need very many steps.
 TEST_F(Interrupt, UnlikeGiantsAreNotCompared) {
     begin();

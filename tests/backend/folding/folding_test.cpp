@@ -32,10 +32,11 @@ TEST(LineCutter, WhatFollowsATakenLineGoesOnWithIt) {
     cutter.feed("half", start);
     EXPECT_EQ(cutter.takePartial()->text, "half");
     // The newline alone ends what was taken, and so does a terminal's; an empty line is one.
-    EXPECT_EQ(cutter.feed("\n\n", start), (Pieces{{""}}));
-    cutter.feed("half", start);
-    cutter.takePartial();
-    EXPECT_EQ(cutter.feed("\r\nnext\r\n", start), (Pieces{{"next\r"}}));
+    EXPECT_EQ(cutter.feed("\n\n", start), (Pieces{{"", true, true}, {""}}));
+    cutter.feed("half\r", start);
+    EXPECT_EQ(cutter.takePartial()->text, "half");
+    EXPECT_EQ(cutter.takePartial(), std::nullopt);
+    EXPECT_EQ(cutter.feed("\nnext\r\n", start), (Pieces{{"\r", true, true}, {"next\r"}}));
     // A character is not torn, but what never becomes one is shown in the end.
     cutter.feed("na\xc3", start);
     EXPECT_EQ(cutter.takePartial(), (LineCutter::Piece{"na", false, false}));

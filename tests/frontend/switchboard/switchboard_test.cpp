@@ -268,6 +268,13 @@ TEST_F(SwitchboardTest, ADebuggersHalfLineWaitsWhileItGrowsAndAsksWhenItDoesNot)
         prompts({0});
         filtered();
     }
+    // What is printed over a half line does not continue it.
+    types(1, "0", "mine");
+    board.runs(0, true);
+    prints({0}, "50%\r");
+    EXPECT_EQ(pass(500ms), "1 0@0 50%");
+    prints({0}, "60%\r\n");
+    EXPECT_EQ(pass(200ms), "1 1@0 60%");
 }
 
 TEST_F(SwitchboardTest, ConsolesGetNoControlBytesButProgramsDo) {

@@ -19,6 +19,12 @@ TEST_F(SwitchboardTest, APipeGetsEachClientsOutputWhole) {
         EXPECT_EQ(types(1, "0", (line[1] == 'r' ? ":" : "") + line), "type 0 " + line);
         prompts({0});
     }
+    // Nor is the end lost of a line that is as long as the part that is held of one.
+    filtered();
+    types(1, "0", "where | grep main");
+    prints({0}, std::string(LineCutter::maxLine, 'x') + "\r\nnext\r\n");
+    EXPECT_TRUE(prompts({0}).ends_with("x\nnext\n"));
+    board.userProgramEnded(0, "", now);
     // But not without a bound, 64 MB.
     filtered();
     types(1, "0", "where | grep main");
