@@ -11,14 +11,22 @@
 #include <unistd.h>
 #include <utility>
 
+namespace {
+
+constexpr auto maxTries = std::chrono::seconds(30);
+constexpr auto pauseBetween = std::chrono::milliseconds(200);
+
+} // namespace
+
 Connector::Connector(EventLoop& eventLoop, const Rendezvous& where, AgentHello introduction,
                      Owner& whose)
     : loop(eventLoop),
       secret(where.secret),
       hello(std::move(introduction)),
       owner(whose),
+      end(Clock::now() + maxTries),
       patience(loop),
-      again(loop),
+      pause(loop),
       stream(loop) {
     hello.host = ThisMachine::hostName();
     std::optional<SocketAddress> address;
@@ -40,14 +48,21 @@ Connector::~Connector() {
 void Connector::connect() {
     link.reset();
     if (nextCandidate == candidates.size()) {
+        if (std::exchange(busy, false) && Clock::now() < end) {
+            nextCandidate = 0;
+            return pause.after(pauseBetween, [this] { connect(); });
+        }
         // In a later turn: the owner may still be constructing this.
-        again.after(Clock::duration::zero(), [this, text = problem] { owner.onUnreachable(text); });
+        pause.after(Clock::duration::zero(), [this, text = problem] { owner.onUnreachable(text); });
         return;
     }
     const SocketAddress& candidate = candidates[nextCandidate++];
     socket.reset(::socket(candidate.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) return tryNext(std::strerror(errno));
-    patience.after(std::chrono::seconds(3), [this] { tryNext("no answer"); });
+    patience.after(std::chrono::seconds(3), [this] {
+        busy = true;
+        tryNext("no answer");
+    });
     knock(candidate);
 }
 
@@ -58,7 +73,7 @@ void Connector::knock(const SocketAddress& candidate) {
         stream.whenWritable([this] { whenConnected(); });
     } else if (errno == EAGAIN) {
         // Too many other agents wait at the local socket.
-        again.after(std::chrono::milliseconds(20), [this, &candidate] { knock(candidate); });
+        pause.after(std::chrono::milliseconds(20), [this, &candidate] { knock(candidate); });
     } else {
         tryNext(std::strerror(errno));
     }
@@ -67,7 +82,7 @@ void Connector::knock(const SocketAddress& candidate) {
 void Connector::tryNext(const std::string& why) {
     problem = why;
     patience.cancel();
-    again.cancel();
+    pause.cancel();
     stream.release();
     socket.reset();
     connect();
@@ -105,11 +120,14 @@ void Connector::introduce() {
 void Connector::onClosed() {
     patience.cancel();
     problem = "another program listens there, not the front end";
+    // The front end drops agents, too, when it cannot keep all that come.
+    busy = !std::exchange(lied, false) || busy;
     connect();
 }
 
 // The challenge. Nothing is done for a peer that has not shown that it knows the secret.
 void Connector::onRecord(const AgentRecord& record) {
+    lied = true; // unless it comes through this
     const AgentChallenge challenge = AgentChallenge::of(record);
     if (!Handshake::equal(challenge.proof, Handshake::proof(Handshake::FRONT_END, secret,
                                                             greeting.body, challenge.nonce)))

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backend/os/clock.h"
 #include "backend/os/eventloop.h"
 #include "backend/os/socketaddress.h"
 #include "backend/wire/agentlink.h"
@@ -10,8 +11,8 @@
 #include <vector>
 
 /// The way of an agent to its front end: tries one address after the other, introduces itself, and
-/// lets the front end prove that it knows the secret before it proves the same (Handshake). One
-/// thread.
+/// lets the front end prove that it knows the secret before it proves the same (Handshake). Tries
+/// all of them again for half a minute where somebody may listen who is busy. One thread.
 class Connector : private AgentLink::Handler {
   public:
     /// Hears how the connecting ends, by one of these calls, once; from the event loop.
@@ -37,8 +38,11 @@ class Connector : private AgentLink::Handler {
     Owner& owner;
     std::vector<SocketAddress> candidates;
     std::size_t nextCandidate = 0;
+    const Clock::time_point end; // of all tries
+    bool busy = false;           // of those tried in this round, somebody may listen at one
+    bool lied = false;           // the peer at hand does not know the secret
     Timer patience;
-    Timer again;
+    Timer pause;
     Descriptor socket;
     Stream stream; // of the socket, until it is connected
     std::shared_ptr<AgentLink> link;

@@ -3,6 +3,7 @@
 #include "backend/clients/detachment.h"
 #include "backend/os/descriptorpassing.h"
 #include "backend/os/executables.h"
+#include "backend/os/limits.h"
 #include "backend/os/processtree.h"
 #include "backend/os/tracing.h"
 #include "common/brokenconnection.h"
@@ -23,7 +24,6 @@
 #include <system_error>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -53,6 +53,7 @@ Keeper::Keeper(Descriptor toNode, pid_t ownNodeAgent)
     : link(std::move(toNode)), signals(signalDescriptor()), nodeAgent(ownNodeAgent) {
     // What loses its parent below this process comes here.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Limits::liftDescriptors();
 }
 
 int Keeper::run() {
@@ -128,8 +129,10 @@ KeeperStarted Keeper::tryToStart(const KeeperOrder& order) {
         else if (!Tracing::works())
             throw std::runtime_error("tracing processes (ptrace) is refused there");
         start.argv.at(0) = Executables::debugger(start.argv.at(0));
+        const bool stopped = start.attach == 0 || Tracing::isStopped(start.attach);
         const auto at = debuggers.try_emplace(order.client, start).first;
         result.pid = at->second.process.pid();
+        if (!stopped) ran.push_back(start.attach);
     } catch (const std::exception& error) {
         result.problem = error.what();
     }
@@ -152,12 +155,16 @@ void Keeper::collect() {
     if (nodeAgent != -1 && ::waitpid(nodeAgent, nullptr, WNOHANG) == nodeAgent) nodeAgent = -1;
     std::vector<pid_t> known;
     bool some = false;
-    for (auto& [client, each] : debuggers) {
-        if (each.process.ended()) {
-            some = true;
-            send(KeeperOrder::gone(client));
+    for (auto each = debuggers.begin(); each != debuggers.end();) {
+        auto& [client, kept] = *each;
+        if (!kept.process.ended()) {
+            known.push_back(kept.process.pid());
+            ++each;
+            continue;
         }
-        if (each.process.running()) known.push_back(each.process.pid());
+        some = true;
+        send(KeeperOrder::gone(client));
+        each = debuggers.erase(each);
     }
     // What its program has started and left behind ends with the last debugger.
     if (some && known.empty()) killRest();
@@ -187,15 +194,16 @@ void Keeper::awaitNode() {
     }
 }
 
-// The terminals have hung up with it.
+// The terminals have hung up with it. It may have given up this keeper alone, and serve others.
 int Keeper::loseNode() {
     for (auto& [client, each] : debuggers) {
         if (each.attaches) each.process.signal(SIGINT);
     }
-    Detachment::complete(false);
+    Detachment::complete({.except = nodeAgent, .ran = ran});
     // That has reaped them.
     for (auto& [client, each] : debuggers)
         each.process.ended();
+    awaitNode();
     return 1;
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// The process that a launcher has started for a task, as a parent of the task's debuggers and
 /// nothing else: the agent of its node says what to start, is handed the terminals, and speaks with
@@ -36,6 +37,7 @@ class Keeper {
     FrameReader reader{AgentRecord::maxFrame};
     pid_t nodeAgent;                      // -1: none of ours, or it has ended
     std::map<int, Kept> debuggers;        // by their clients
+    std::vector<pid_t> ran;               // what they have attached to, and was not stopped before
     std::optional<KeeperOrder> over = {}; // the FINISH
 
     bool receive();

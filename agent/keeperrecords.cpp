@@ -46,6 +46,10 @@ KeeperStarted KeeperStarted::of(const AgentRecord& record) {
     started.notice = in.text();
     started.problem = in.text();
     in.end();
+    // These are killed later: a wrong number is everybody's.
+    const bool runs = record.type == AgentRecord::RUNS;
+    if (started.target < 0 || runs != started.problem.empty() || (runs && started.pid < 2))
+        throw BrokenConnection();
     return started;
 }
 

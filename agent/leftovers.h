@@ -32,5 +32,5 @@ class Leftovers {
     Marks sought;
     std::vector<EventLoop::Task> waiting; // for the look
 
-    void look() const;
+    void look(int round);
 };

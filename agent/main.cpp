@@ -72,13 +72,13 @@ int serve(const std::string& path) {
 } // namespace
 
 int main(int argc, char** argv) {
-    AgentOptions options;
-    const AgentOptions::Outcome outcome = options.parse(argc, argv);
-    if (!outcome.proceed) {
-        std::fputs(outcome.text.c_str(), outcome.status == 0 ? stdout : stderr);
-        return outcome.status;
-    }
     try {
+        AgentOptions options;
+        const AgentOptions::Outcome outcome = options.parse(argc, argv);
+        if (!outcome.proceed) {
+            std::fputs(outcome.text.c_str(), outcome.status == 0 ? stdout : stderr);
+            return outcome.status;
+        }
         if (!options.manager.empty()) {
             RemoteTasks::list(options.manager, std::cout);
             return 0;

@@ -17,6 +17,9 @@
 
 namespace {
 
+// By then, a front end that reads has heard all.
+constexpr auto maxFarewell = std::chrono::seconds(30);
+
 std::size_t processors() {
     return static_cast<std::size_t>(std::max(2L, ::sysconf(_SC_NPROCESSORS_ONLN)));
 }
@@ -30,7 +33,8 @@ NodeAgent::NodeAgent(const Rendezvous& where, Descriptor first, pid_t keeper, De
       starts(processors()),
       leftovers(loop),
       door(loop),
-      pause(loop) {
+      pause(loop),
+      farewell(loop) {
     add(std::move(first), keeper);
     if (!listener) return;
     door.watch(listener.get());
@@ -89,9 +93,17 @@ void NodeAgent::onTaskOver(Task& task) {
         tasks.erase(which);
         while (listener && accept()) {
         }
-        // A keeper that comes too late finds nobody, and looks again.
-        if (tasks.empty()) server.finish([this] { loop.stop(); });
+        if (tasks.empty()) leave();
     });
+}
+
+// A keeper that comes too late finds nobody, and looks again.
+void NodeAgent::leave() {
+    door.release();
+    pause.cancel();
+    listener.reset();
+    farewell.after(maxFarewell, [this] { loop.stop(); });
+    server.finish();
 }
 
 // A forked process is of the task that has offered it, any other client of that of its rank.
@@ -128,6 +140,7 @@ void NodeAgent::onForkLeft(pid_t process) {
 }
 
 void NodeAgent::onOver(const std::string& problem) {
+    if (tasks.empty()) return loop.stop();
     if (problem.empty()) return end(0, "");
     end(1, "vexagent: cannot connect to the front end: " + problem + "\n");
 }

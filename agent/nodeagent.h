@@ -18,7 +18,8 @@
 #include <sys/types.h>
 
 /// The agent of a node: serves the tasks whose keepers find it, for a front end that may be on
-/// another machine. Ends when the last task is over. One thread, one event loop.
+/// another machine. Ends when the last task is over, and the front end knows. One thread, one event
+/// loop.
 class NodeAgent : private Task::Owner, private NodeServer::Owner {
   public:
     /// Serves the keeper at `first`, a connected socket to the process `keeper`, and those that
@@ -38,7 +39,7 @@ class NodeAgent : private Task::Owner, private NodeServer::Owner {
         std::string text;
     };
 
-    const Descriptor listener;
+    Descriptor listener;
     EventLoop loop;
     Signals signals;
     NodeServer server;
@@ -50,11 +51,13 @@ class NodeAgent : private Task::Owner, private NodeServer::Owner {
     std::map<int, Task*> ranks;   // of the tasks that have one
     std::map<int, Task*> clients; // of the debuggers
     std::optional<End> over;
+    Timer farewell; // to the front end, which may read no more
 
     void waitAtDoor();
     bool accept();
     void add(Descriptor socket, pid_t keeper);
     void end(int status, const std::string& text);
+    void leave();
 
     // Task::Owner
     void onTask(Task& task) override;

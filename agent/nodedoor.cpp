@@ -4,6 +4,8 @@
 #include "backend/os/descriptorpassing.h"
 #include "backend/os/socketaddress.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -63,12 +65,18 @@ bool NodeDoor::introduce(const Descriptor& link, const KeeperJoin& join) {
     }
     // No byte of what comes behind it is taken.
     const std::string welcome = AgentRecord{AgentRecord::WELCOME, ""}.frames();
-    std::string answer(welcome.size(), '\0');
-    ssize_t got;
-    do
-        got = ::recv(link.get(), answer.data(), answer.size(), MSG_WAITALL);
-    while (got == -1 && errno == EINTR);
-    if (got <= 0) errno = ECONNRESET;
+    std::string answer;
+    while (answer.size() < welcome.size()) {
+        std::array<char, 64> piece;
+        const ssize_t got = ::recv(link.get(), piece.data(),
+                                   std::min(piece.size(), welcome.size() - answer.size()), 0);
+        if (got == -1 && errno == EINTR) continue;
+        if (got <= 0) {
+            errno = ECONNRESET;
+            return false;
+        }
+        answer.append(piece.data(), static_cast<std::size_t>(got));
+    }
     return answer == welcome;
 }
 

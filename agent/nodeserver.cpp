@@ -5,15 +5,7 @@
 #include "common/brokenconnection.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
-
-namespace {
-
-// How long a front end that does not read is waited for.
-constexpr auto maxLastWords = std::chrono::seconds(1);
-
-} // namespace
 
 NodeServer::NodeServer(EventLoop& eventLoop, const Rendezvous& where, Owner& whose)
     : loop(eventLoop),
@@ -186,20 +178,10 @@ void NodeServer::look(int id) {
 void NodeServer::lose(int id) {
     const auto at = debuggers.find(id);
     if (at == debuggers.end() || at->second.ended) return;
-    // What its terminals still hold was said.
+    // What its last words were may wait still.
     if (at->second.client) at->second.client->ended();
     at->second.client.reset();
     end(id, at->second);
-}
-
-void NodeServer::finish(const EventLoop::Task& then) {
-    if (node) node->flush(Clock::now());
-    lastWords(Clock::now() + maxLastWords, then);
-}
-
-void NodeServer::lastWords(Clock::time_point until, const EventLoop::Task& then) {
-    if (!link || link->sent() || Clock::now() >= until) return then();
-    timer.after(std::chrono::milliseconds(5), [this, until, then] { lastWords(until, then); });
 }
 
 void NodeServer::release(int id) {
@@ -209,6 +191,12 @@ void NodeServer::release(int id) {
 
 void NodeServer::tell(int client, const std::string& text) {
     send(NodeRecords::notes(AgentRecord::TELL, {{client, text}}));
+}
+
+void NodeServer::finish() {
+    if (!link) return owner.onOver("");
+    if (node) node->flush(Clock::now());
+    link->finish();
 }
 
 void NodeServer::send(const AgentRecord& record) {

@@ -60,13 +60,13 @@ class NodeServer : public Client::Listener,
     void look(int client);
     /// Whatever has become of the client's debugger, nothing comes from it any more.
     void lose(int client);
-    /// Sends what is still to be told, since no task is left, and then calls; a front end that does
-    /// not read is waited for a second.
-    void finish(const EventLoop::Task& then);
     /// Lets go of what the client's debugger attached to, without breakpoints, and ends it.
     void release(int client);
     /// One line for the user.
     void tell(int client, const std::string& text);
+    /// No debugger is left, nor comes: onOver follows once the front end has all that they have
+    /// said, or at once.
+    void finish();
 
   private:
     struct Debugger {
@@ -93,7 +93,6 @@ class NodeServer : public Client::Listener,
     void tellTasks();
     void tellIdentities(const ClientSet& clients);
     void wait();
-    void lastWords(Clock::time_point until, const EventLoop::Task& then);
 
     // Client::Listener
     void onOutput(int client, std::string_view text) override;

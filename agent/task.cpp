@@ -79,16 +79,21 @@ void Task::takeDebugger(const KeeperStarted& started) {
     if (runs) {
         terminals.debugger = link->takeDescriptor();
         terminals.program = link->takeDescriptor();
-        if (!terminals.debugger || !terminals.program) throw BrokenConnection();
     }
     const auto at = debuggers.find(started.client);
-    if (at == debuggers.end() || at->second->pid != -1) throw BrokenConnection();
+    if (at == debuggers.end() || at->second->pid != -1 || !at->second->running)
+        throw BrokenConnection();
     if (!runs) {
         at->second->running = false;
-        return node.server.failed(started.client, started.notice, started.problem);
+        node.server.failed(started.client, started.notice, started.problem);
+        return detachment.look();
     }
     at->second->pid = started.pid;
     at->second->target = started.target;
+    // This process may have no descriptor left; the debugger's terminal has hung up with that.
+    if (!terminals.debugger || !terminals.program)
+        return node.server.failed(started.client, started.notice,
+                                  "too many files are open there; see ulimit -n");
     node.server.started(
         started.client,
         std::make_unique<KeptDebugger>(link, started.client, at->second, std::move(terminals)),
@@ -98,7 +103,7 @@ void Task::takeDebugger(const KeeperStarted& started) {
 
 void Task::onGone(int client) {
     const auto at = debuggers.find(client);
-    if (at == debuggers.end()) throw BrokenConnection();
+    if (at == debuggers.end() || at->second->pid == -1) throw BrokenConnection();
     at->second->running = false;
     node.server.look(client);
     detachment.look();
@@ -197,20 +202,8 @@ std::vector<pid_t> Task::heldTasks() const {
 // The debuggers alone, without which the tasks that they hold can go on; what else there is comes
 // after that.
 void Task::killRest() {
-    const auto living = [this] {
-        std::vector<pid_t> found;
-        for (const auto& [client, each] : debuggers) {
-            if (each->running && each->target != 0 && ProcessTree::parentOf(each->pid) != 0)
-                found.push_back(each->pid);
-        }
-        return found;
-    };
-    for (int round = 0; round < 200; ++round) {
-        const std::vector<pid_t> rest = living();
-        if (rest.empty()) return;
-        for (const pid_t each : rest)
-            ::kill(each, SIGKILL);
-        ::usleep(5000);
+    for (const auto& [client, each] : debuggers) {
+        if (each->running && each->target != 0) ::kill(each->pid, SIGKILL);
     }
 }
 

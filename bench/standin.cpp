@@ -1,6 +1,6 @@
 // A debugger of a few kilobytes that answers at once, to measure VEX and not gdb: understands the
-// start-up commands and the prompt that VEX gives gdb, debugs nothing, and answers as Answers has
-// it.
+// start-up commands and the prompt that VEX gives gdb, stops the process that it is to attach to
+// (-p) until it ends, debugs nothing else, and answers as Answers has it.
 
 #include "bench/answers.h"
 
@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -47,6 +49,15 @@ void understand(std::string_view setting) {
     }
 }
 
+// As with gdb, no signal comes in between, which would leave the process stopped by itself.
+void attachTo(pid_t target) {
+    sigset_t all, before;
+    sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, &before);
+    if (::ptrace(PTRACE_ATTACH, target, nullptr, nullptr) == 0) ::waitpid(target, nullptr, __WALL);
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
 // An interrupt that came since the command began counts.
 void waitForInterrupt(const sigset_t& before) {
     while (interrupted == 0)
@@ -71,8 +82,11 @@ void carryOut(Answers& answers, const std::string& line) {
 } // namespace
 
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; ++i) {
         understand(argv[i]);
+        if (std::string_view(argv[i - 1]) != "-p") continue;
+        attachTo(std::atoi(argv[i]));
+    }
     const char* number = std::getenv("VEX_TASK");
     Answers answers(number ? std::atoi(number) : 0);
     // A read that is interrupted ends, as gdb's does.

@@ -17,6 +17,8 @@ class FrameReader {
 
     void allow(int largest) { most = largest; }
     void feed(std::string_view bytes) { buffer.append(bytes); }
+    /// The bytes that wait for the rest of their frame.
+    std::size_t waiting() const { return buffer.size(); }
     /// The body of the next whole frame; nothing when more bytes are needed. Throws
     /// BrokenConnection when it says that it is longer than allowed.
     std::optional<std::string> body();

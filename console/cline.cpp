@@ -43,9 +43,10 @@ const char* Line::read() {
     int key = 0;
     while (!ended) {
         key = term.getKey();
-        // The last line of a script may lack its newline. A terminal that goes away took back
-        // whatever was being typed.
-        if (key == Term::CLOSED && !term.isTerminal() && length > 0) key = newline;
+        // The last line of a script may lack its newline, but not a line that could not be read
+        // further. A terminal that goes away took back whatever was being typed.
+        if (key == Term::CLOSED && !term.isTerminal() && !term.hasFailed() && length > 0)
+            key = newline;
         if (key < 0) break;
         ended = handleKey(key);
         flushEcho();

@@ -167,9 +167,13 @@ void Console::init(Argument& args) {
         machine.setState(StateMachine::TOQUIT);
     }
     link.close();
+    const int lostBy = Screen::lostBy();
+    if (lostBy != 0)
+        std::fprintf(stderr, "vexconsole: output was lost: %s\n", std::strerror(lostBy));
     if (Report::isWanted()) {
         const bool over =
-            complete || (!session.isUnanswered() && !lineLost && Report::inputIsOver());
+            lostBy == 0 &&
+            (complete || (!session.isUnanswered() && !lineLost && Report::inputIsOver()));
         Report::tell(session.getRefusals(), mistakes, over);
     }
 }
@@ -285,7 +289,8 @@ void Console::readLines() {
                 lineLost |= !Readline::line.isEmpty();
                 continue;
             }
-            complete = true;
+            complete = !term.hasFailed();
+            lineLost |= !complete && !Readline::line.isEmpty();
             if (Report::isWanted()) std::puts("");
             session.disconnect();
             continue;

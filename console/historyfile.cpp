@@ -65,9 +65,13 @@ std::string readAll(int fd) {
 bool append(int fd, const std::string& text) {
     struct stat before {};
     if (::fstat(fd, &before) == -1) return false;
-    const ssize_t put = ::write(fd, text.data(), text.size());
-    if (put == static_cast<ssize_t>(text.size())) return true;
-    if (put > 0) {
+    std::size_t written = 0;
+    for (ssize_t put = 0; put != -1 && written < text.size();) {
+        put = ::write(fd, text.data() + written, text.size() - written);
+        if (put > 0) written += static_cast<std::size_t>(put);
+    }
+    if (written == text.size()) return true;
+    if (written > 0) {
         [[maybe_unused]] const int cut = ::ftruncate(fd, before.st_size);
     }
     return false;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <poll.h>
@@ -40,5 +41,9 @@ void Report::tell(long refusals, long mistakes, bool complete) {
     if (!descriptor) return;
     const std::string text = std::to_string(refusals) + " " + std::to_string(mistakes) + " " +
                              (complete ? "1" : "0") + "\n";
-    (void)!::write(*descriptor, text.data(), text.size());
+    for (std::size_t told = 0; told < text.size();) {
+        const ssize_t put = ::write(*descriptor, text.data() + told, text.size() - told);
+        if (put == -1 && errno != EINTR) return;
+        told += static_cast<std::size_t>(std::max(put, ssize_t{0}));
+    }
 }

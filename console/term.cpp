@@ -263,18 +263,21 @@ void Term::setupKeymap() {
         keymap[entry.sequence] = entry.key;
 }
 
-int Term::readByte() const {
+int Term::readByte() {
     for (;;) {
         pollfd fds[2] = {{STDIN_FILENO, POLLIN, 0}, {wakeFd, POLLIN, 0}};
         if (::poll(fds, wakeFd >= 0 ? 2 : 1, -1) == -1) {
-            if (errno != EINTR) return CLOSED;
+            // Short of memory for the moment, that is no end of the input.
+            if (errno != EINTR) ::usleep(10000);
             continue;
         }
         if (wakeFd >= 0 && fds[1].revents) return WOKEN;
         unsigned char byte;
         const ssize_t got = ::read(STDIN_FILENO, &byte, 1);
         if (got == 1) return byte;
-        if (got == 0 || (errno != EINTR && errno != EAGAIN)) return CLOSED;
+        if (got == -1 && (errno == EINTR || errno == EAGAIN)) continue;
+        failed = got == -1;
+        return CLOSED;
     }
 }
 

@@ -65,6 +65,8 @@ class Term {
     /// getKey returns WOKEN when this descriptor is readable; -1 for none. Not owned.
     void setWakeFd(int fd) { wakeFd = fd; }
     bool isTerminal() const { return terminal; }
+    /// Whether the input is CLOSED by a failure, not by its end.
+    bool hasFailed() const { return failed; }
 
     /// Restores the settings found at start; async-signal-safe.
     void restore() const;
@@ -76,6 +78,7 @@ class Term {
     std::map<std::string, std::string> termcap;
     std::map<std::string, int> keymap;
     bool terminal = false;
+    bool failed = false;
     int wakeFd = -1;
     // The settings that this program wants, for the time after it was stopped or in the background.
     // A signal handler reads them: one of the two is complete at any moment.
@@ -87,7 +90,7 @@ class Term {
     static_assert(std::atomic<int>::is_always_lock_free);
 
     void guardSignals() const;
-    int readByte() const;
+    int readByte();
     /// The settings to change: the terminal's, or what is wanted when that is not ours just now.
     bool settings(termios& now) const;
     void apply(const termios& now);

@@ -1,13 +1,17 @@
 #include "console/wakeup.h"
 
-#include <cassert>
+#include "common/catalog.h"
+#include "common/error.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-Wakeup::Wakeup() : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) { assert(fd != -1); }
+Wakeup::Wakeup() : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (fd == -1) throw Error(ERR_SYSCALL, "error when call eventfd");
+}
 
 Wakeup::~Wakeup() { ::close(fd); }
 

@@ -4,6 +4,7 @@
 /// from a signal handler; it is never lost and never blocks.
 class Wakeup {
   public:
+    /// Throws Error ERR_SYSCALL.
     Wakeup();
     ~Wakeup();
     Wakeup(const Wakeup&) = delete;

@@ -15,9 +15,17 @@ void Screen::grow(std::size_t bytes) {
 }
 
 std::atomic<bool> Screen::gone = false;
+std::atomic<int> Screen::lost = 0;
+
+void Screen::fail() {
+    if (errno == EPIPE || errno == EIO)
+        gone = true;
+    else
+        lost = errno;
+}
 
 void Screen::flushStdio() {
-    if (std::fflush(stdout) == EOF && (errno == EPIPE || errno == EIO)) gone = true;
+    if (std::fflush(stdout) == EOF) fail();
 }
 
 void Screen::flush() {
@@ -32,7 +40,7 @@ void Screen::flush() {
             pollfd output{STDOUT_FILENO, POLLOUT, 0};
             ::poll(&output, 1, -1);
         } else if (put == 0 || errno != EINTR) {
-            if (put == -1 && (errno == EPIPE || errno == EIO)) gone = true;
+            if (put == -1) fail();
             break;
         }
     }

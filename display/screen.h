@@ -50,9 +50,14 @@ class Screen {
     /// Whether standard output can never be written again: its reader, or its terminal, has gone
     /// (EPIPE, EIO). Any thread.
     static bool isGone() { return gone; }
+    /// The errno of another failure by which output was lost; 0: there was none. Any thread.
+    static int lostBy() { return lost; }
 
   private:
     static std::atomic<bool> gone;
+    static std::atomic<int> lost;
+
+    static void fail();
 
     static constexpr std::size_t piece = 65536; // bytes
 

@@ -18,11 +18,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <set>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -30,6 +32,8 @@
 #include <unistd.h>
 
 namespace {
+
+constexpr char noMemory[] = "vex: there is not enough memory\n";
 
 // Finds the words of the command line that starts agents, and the agents' program.
 void prepareAgents(Options& options, const std::string& commandLine) {
@@ -158,8 +162,19 @@ int serve(const Options& options, Session& session, Channel line) {
     return SessionServer(options, session, std::move(line)).run();
 }
 
+// A signal that ends this process or its child before both can hear it would leave the session's
+// file: it waits until then.
+void holdSignals() {
+    sigset_t held;
+    ::sigemptyset(&held);
+    ::sigaddset(&held, SIGHUP);
+    ::sigaddset(&held, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &held, nullptr);
+}
+
 int start(Options options) {
     prepare(options);
+    holdSignals();
     Session session;
     auto [ours, theirs] = Channel::pair();
     const pid_t guardian = ::fork();
@@ -167,7 +182,7 @@ int start(Options options) {
         throw std::system_error(errno, std::generic_category(), "cannot start the session");
     if (guardian == 0) {
         ours.close();
-        const auto status = Guardian::run(session, theirs, !options.launcherWords.empty());
+        const auto status = Guardian::run(session, theirs, options);
         return status ? *status : serve(options, session, std::move(theirs));
     }
     theirs.close();
@@ -221,16 +236,22 @@ int run(Options options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    const Options::Outcome outcome = options.parse(argc, argv);
-    if (!outcome.proceed) {
+    try {
+        Options options;
+        // The parser's library ends the program when there is no memory: not without a word.
+        std::set_new_handler([] {
+            std::fputs(noMemory, stderr);
+            std::_Exit(1);
+        });
+        const Options::Outcome outcome = options.parse(argc, argv);
+        std::set_new_handler(nullptr);
+        if (outcome.proceed) return run(std::move(options));
         std::fputs(outcome.text.c_str(), outcome.status == 0 ? stdout : stderr);
         return outcome.status;
-    }
-    try {
-        return run(std::move(options));
     } catch (const Error& error) {
         std::fprintf(stderr, "vex: %s", error.getErrMsg());
+    } catch (const std::bad_alloc&) {
+        std::fputs(noMemory, stderr);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vex: %s\n", error.what());
     }

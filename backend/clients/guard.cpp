@@ -1,7 +1,5 @@
 #include "backend/clients/guard.h"
 
-#include "backend/clients/detachment.h"
-
 #include <cerrno>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -27,7 +25,7 @@ Guard::Guard(std::initializer_list<int> signals) {
     ::sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
-int Guard::wait(bool patient) const {
+int Guard::wait(const Detachment::Rest& rest) const {
     for (;;) {
         int number = 0;
         ::sigwait(&heard, &number);
@@ -38,7 +36,7 @@ int Guard::wait(bool patient) const {
         int status = 0;
         for (pid_t ended; (ended = ::waitpid(-1, &status, WNOHANG)) > 0;) {
             if (ended != id) continue;
-            Detachment::complete(patient);
+            Detachment::complete(rest);
             return status;
         }
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/clients/detachment.h"
+
 #include <csignal>
 #include <initializer_list>
 #include <sys/types.h>
@@ -21,8 +23,8 @@ class Guard {
     /// In the guard: the child's process id.
     pid_t child() const { return id; }
     /// In the guard: waits for the end of the child, then completes the Detachment of what it has
-    /// left behind, which knows what `patient` means. Gives the child's status as waitpid does.
-    int wait(bool patient) const;
+    /// left behind, as `rest` says. Gives the child's status as waitpid does.
+    int wait(const Detachment::Rest& rest) const;
 
   private:
     sigset_t heard;

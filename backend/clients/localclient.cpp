@@ -56,11 +56,22 @@ void LocalClient::resume() {
     if (std::exchange(inputPaused, false)) waitToReadInput();
 }
 
+// A terminal that fails while its debugger lives leaves one that hears nothing, or is not heard: it
+// is as good as ended, and ended sees to the rest.
+bool LocalClient::mayGoOn(ssize_t result) {
+    if (result == -1 && (errno == EAGAIN || errno == EINTR)) return true;
+    if (target != 0)
+        release();
+    else
+        process->signal(SIGKILL);
+    return false;
+}
+
 // Reads what is there at the moment, once; false when no more will come.
 bool LocalClient::readSome() {
     std::array<char, 65536> buffer;
     const ssize_t got = ::read(terminals.debugger.get(), buffer.data(), buffer.size());
-    if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
+    if (got <= 0) return mayGoOn(got);
     answered = true;
     for (const auto& piece : matcher.feed({buffer.data(), static_cast<std::size_t>(got)})) {
         if (!piece.text.empty()) listener.onOutput(number, piece.text);
@@ -79,7 +90,7 @@ bool LocalClient::readSome() {
 bool LocalClient::readInput() {
     std::array<char, 4096> buffer;
     const ssize_t got = ::read(terminals.program.get(), buffer.data(), buffer.size());
-    if (got <= 0) return got == -1 && (errno == EAGAIN || errno == EINTR);
+    if (got <= 0) return mayGoOn(got);
     listener.onOutput(number, {buffer.data(), static_cast<std::size_t>(got)});
     return true;
 }
@@ -96,7 +107,10 @@ void LocalClient::writeSome() {
     while (!unwritten.empty() && terminals.debugger) {
         const ssize_t put = ::write(terminals.debugger.get(), unwritten.data(), unwritten.size());
         if (put == -1 && errno == EINTR) continue;
-        if (put == -1 && errno != EAGAIN) return; // ended sees to that
+        if (put == -1 && errno != EAGAIN) {
+            mayGoOn(put);
+            return;
+        }
         if (put == -1) {
             writing = true;
             stream.whenWritable([this] { writeSome(); });

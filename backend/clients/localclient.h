@@ -65,6 +65,7 @@ class LocalClient : public Client {
     void waitToReadInput();
     void wait(Stream& from, bool& held, bool (LocalClient::*read)());
     void writeSome();
+    bool mayGoOn(ssize_t result);
     bool readSome();
     bool readInput();
 };

@@ -1,5 +1,6 @@
 #include "backend/jobs/jobprocesses.h"
 
+#include "backend/os/directory.h"
 #include "backend/os/rankvariables.h"
 #include "common/wholenumber.h"
 
@@ -133,14 +134,14 @@ int JobProcesses::sizeOf(pid_t process, const std::string& proc) {
 JobProcesses::Job JobProcesses::find(const Name& job, const std::string& proc) {
     Job found;
     std::map<pid_t, Member> members;
-    std::error_code fault;
-    for (fs::directory_iterator at(proc, fault), end; !fault && at != end; at.increment(fault)) {
-        const auto pid = wholeNumber<pid_t>(at->path().filename().native());
-        if (!pid || !isOwn(at->path())) continue;
-        const Environment environment = environmentOf(at->path());
+    for (const std::string& name : namesIn(proc)) {
+        const auto pid = wholeNumber<pid_t>(name);
+        const fs::path path = fs::path(proc) / name;
+        if (!pid || !isOwn(path)) continue;
+        const Environment environment = environmentOf(path);
         if (!belongs(environment, job)) continue;
         const int rank = RankVariables::valueOf(valueOf(environment, rankVariable(environment)));
-        if (const auto member = memberOf(at->path(), rank)) members.emplace(*pid, *member);
+        if (const auto member = memberOf(path, rank)) members.emplace(*pid, *member);
         if (found.size == -1) found.size = ::sizeOf(environment);
     }
     // Of several, the first one: the others have lost the parent that they came from.

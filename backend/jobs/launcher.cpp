@@ -29,13 +29,14 @@ constexpr auto maxStop = std::chrono::seconds(2);
 
 Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const std::string& input,
                    Handler handler)
-    : handle(std::move(handler)), output(loop), patience(loop) {
+    : handle(std::move(handler)),
+      output(loop),
+      unwritten(input),
+      inputStream(loop),
+      patience(loop) {
     Pipe toIt, fromIt;
     Pipe::unblock(fromIt.reader);
-    // Short enough for the pipe's buffer.
-    if (::write(toIt.writer.get(), input.data(), input.size()) !=
-        static_cast<ssize_t>(input.size()))
-        throw std::system_error(errno, std::generic_category(), "cannot write to a pipe");
+    Pipe::unblock(toIt.writer);
     ChildProcess::Start what;
     what.argv = argv;
     what.input = toIt.reader.get();
@@ -46,9 +47,25 @@ Launcher::Launcher(EventLoop& loop, const std::vector<std::string>& argv, const 
     pipe = std::move(fromIt.reader);
     output.watch(pipe.get());
     waitToRead();
+    inputPipe = std::move(toIt.writer);
+    inputStream.watch(inputPipe.get());
+    writeSome();
 }
 
 Launcher::~Launcher() = default;
+
+// A launcher need not read it.
+void Launcher::writeSome() {
+    while (!unwritten.empty()) {
+        const ssize_t put = ::write(inputPipe.get(), unwritten.data(), unwritten.size());
+        if (put == -1 && errno == EINTR) continue;
+        if (put == -1 && errno == EAGAIN) return inputStream.whenWritable([this] { writeSome(); });
+        if (put == -1) break;
+        unwritten.erase(0, static_cast<std::size_t>(put));
+    }
+    inputStream.release();
+    inputPipe.reset();
+}
 
 void Launcher::waitToRead() {
     output.whenReadable([this] {

@@ -24,7 +24,8 @@ class Launcher {
         std::function<void(const std::string& how)> ended;
     };
 
-    /// Starts the launcher, with a short text as its standard input. Throws std::system_error.
+    /// Starts the launcher, with a text as its standard input. SIGPIPE must be ignored. Throws
+    /// std::system_error.
     Launcher(EventLoop& loop, const std::vector<std::string>& argv, const std::string& input,
              Handler handler);
     ~Launcher();
@@ -51,16 +52,20 @@ class Launcher {
 
   private:
     Handler handle;
-    Descriptor pipe;      // of the launcher's output
-    Stream output;        // of the pipe
-    std::string partial;  // of a line
-    std::string slurmJob; // that waits in the queue, as srun has told
+    Descriptor pipe;     // of the launcher's output
+    Stream output;       // of the pipe
+    std::string partial; // of a line
+    Descriptor inputPipe;
+    std::string unwritten; // of its input
+    Stream inputStream;    // of the pipe, until all is written
+    std::string slurmJob;  // that waits in the queue, as srun has told
     Timer patience;
     bool stopped = false; // by stop
     bool killed = false;
     ChildProcess process;
 
     void waitToRead();
+    void writeSome();
     bool readSome();
     void tell(const std::string& line);
 };

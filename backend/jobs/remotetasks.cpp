@@ -2,10 +2,13 @@
 
 #include "backend/jobs/logins.h"
 #include "backend/os/eventloop.h"
+#include "backend/os/limits.h"
 #include "backend/os/processtree.h"
 #include "backend/os/signals.h"
 #include "backend/os/text.h"
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -16,6 +19,15 @@
 #include <stdexcept>
 
 namespace {
+
+bool isNumber(int rank) { return rank >= 0 && rank < Limits::maxTasks; }
+
+// What a login prints goes to the user's terminal.
+std::string safe(std::string line) {
+    std::ranges::replace_if(
+        line, [](char each) { return std::iscntrl(static_cast<unsigned char>(each)) != 0; }, '?');
+    return line;
+}
 
 // Asks all process managers of a job, some at a time.
 class Search : private Logins::Owner {
@@ -79,13 +91,13 @@ class Search : private Logins::Owner {
         std::string word, program;
         int rank = -1;
         pid_t pid = 0;
-        if (line.starts_with("size ") && text >> word >> rank && rank > 0)
+        if (line.starts_with("size ") && text >> word >> rank && isNumber(rank - 1))
             job.noteSize(rank);
         else if (text >> word >> rank >> pid && word == "task" && pid > 0 &&
-                 std::getline(text >> std::ws, program))
+                 (rank == -1 || isNumber(rank)) && std::getline(text >> std::ws, program))
             job.addRemote({rank, pid, hostOf(login), program});
         else
-            std::fprintf(stderr, "vex: %s: %s\n", hostOf(login).c_str(), line.c_str());
+            std::fprintf(stderr, "vex: %s: %s\n", hostOf(login).c_str(), safe(line).c_str());
     }
     void onEnded(std::size_t login, const std::string& how) override {
         if (how != "ended with status 0") {

@@ -5,6 +5,13 @@
 
 #include <utility>
 
+// What a loop consists of is made by the first timer.
+EventLoop::Context::Context() {
+    const ErrnoWatch refusal;
+    const asio::steady_timer first(io);
+    refusal.check("cannot make an event loop");
+}
+
 EventLoop::EventLoop() : impl(std::make_unique<Context>()) {}
 
 EventLoop::~EventLoop() = default;

@@ -1,5 +1,6 @@
 #include "backend/os/indexcache.h"
 
+#include "backend/os/directory.h"
 #include "common/descriptor.h"
 
 #include <algorithm>
@@ -90,12 +91,12 @@ void IndexCache::trim(const fs::path& folder, std::uintmax_t bytes, Clock::durat
     };
     std::vector<File> files;
     std::uintmax_t total = 0;
-    std::error_code fault;
-    for (fs::directory_iterator at(folder, fault), end; !fault && at != end; at.increment(fault)) {
+    for (const std::string& name : namesIn(folder)) {
+        const fs::path path = folder / name;
         struct stat status {};
-        if (::lstat(at->path().c_str(), &status) == -1 || !S_ISREG(status.st_mode)) continue;
+        if (::lstat(path.c_str(), &status) == -1 || !S_ISREG(status.st_mode)) continue;
         // A file system may not keep the time of reading.
-        files.push_back({at->path(), static_cast<std::uintmax_t>(status.st_size),
+        files.push_back({path, static_cast<std::uintmax_t>(status.st_size),
                          std::max(status.st_atime, status.st_mtime)});
         total += files.back().size;
     }
@@ -104,6 +105,7 @@ void IndexCache::trim(const fs::path& folder, std::uintmax_t bytes, Clock::durat
         std::time(nullptr) - std::chrono::duration_cast<std::chrono::seconds>(age).count();
     for (const File& each : files) {
         if (total <= bytes || each.used > young) return;
+        std::error_code fault;
         fs::remove(each.path, fault);
         total -= each.size;
     }

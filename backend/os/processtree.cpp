@@ -1,5 +1,6 @@
 #include "backend/os/processtree.h"
 
+#include "backend/os/directory.h"
 #include "common/descriptor.h"
 #include "common/wholenumber.h"
 
@@ -42,12 +43,8 @@ bool listsChildren() {
 // ends; a list without any is complete.
 std::vector<pid_t> listedChildren(pid_t parent) {
     std::vector<pid_t> found;
-    std::error_code fault;
-    const std::string threads = "/proc/" + std::to_string(parent) + "/task";
-    for (std::filesystem::directory_iterator at(threads, fault), end; !fault && at != end;
-         at.increment(fault)) {
-        std::istringstream ids(
-            ProcessTree::fileOf(parent, "task/" + at->path().filename().string() + "/children"));
+    for (const std::string& thread : namesIn("/proc/" + std::to_string(parent) + "/task")) {
+        std::istringstream ids(ProcessTree::fileOf(parent, "task/" + thread + "/children"));
         for (pid_t id; ids >> id;) {
             if (ProcessTree::parentOf(id) == parent) found.push_back(id);
         }
@@ -59,10 +56,7 @@ std::vector<pid_t> listedChildren(pid_t parent) {
 
 std::vector<pid_t> ProcessTree::everyone() {
     std::vector<pid_t> ids;
-    std::error_code fault;
-    for (std::filesystem::directory_iterator at("/proc", fault), end; !fault && at != end;
-         at.increment(fault)) {
-        const std::string name = at->path().filename();
+    for (const std::string& name : namesIn("/proc")) {
         if (const auto id = wholeNumber<pid_t>(name)) ids.push_back(*id);
     }
     return ids;

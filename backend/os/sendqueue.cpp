@@ -35,7 +35,8 @@ bool SendQueue::send(int socket) {
         const ssize_t put =
             ::send(socket, first.data() + sent, first.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (put == -1 && errno == EINTR) continue;
-        if (put == -1) return errno == EAGAIN;
+        // The kernel may be short of memory for the moment.
+        if (put == -1) return errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM;
         sent += static_cast<std::size_t>(put);
         waiting -= static_cast<std::size_t>(put);
         if (sent < first.size()) continue;

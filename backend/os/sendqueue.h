@@ -18,6 +18,8 @@ class SendQueue {
     /// Sends what the socket takes at the moment; false when the connection is broken.
     bool send(int socket);
     bool empty() const { return queue.empty(); }
+    /// The bytes that wait.
+    std::size_t size() const { return waiting; }
     /// Whether so much waits that no more should be produced.
     bool congested() const { return waiting > high; }
     /// Whether little is left after it was congested; true once.

@@ -1,49 +1,64 @@
 #include "backend/os/signals.h"
 
-#include "backend/os/eventloopcontext.h"
+#include "backend/os/stream.h"
+#include "common/descriptor.h"
 
-#include <asio/signal_set.hpp>
-
+#include <cerrno>
 #include <csignal>
+#include <sys/signalfd.h>
+#include <system_error>
+#include <unistd.h>
 #include <utility>
 
-struct Signals::State : std::enable_shared_from_this<State> {
-    State(asio::io_context& io, Handler handler) : set(io), handle(std::move(handler)) {}
-    asio::signal_set set;
+// The signals are blocked, so that they interrupt no system call, and read from a descriptor. One
+// that could not be read is still there in the next turn.
+struct Signals::State {
+    State(EventLoop& loop, Handler handler) : stream(loop), handle(std::move(handler)) {
+        ::sigemptyset(&heard);
+        ::sigprocmask(SIG_BLOCK, nullptr, &before);
+    }
+    sigset_t heard, before;
+    Descriptor signals;
+    Stream stream; // closes after it has let go
     Handler handle;
 
-    // Whatever system call the signal meets is carried out: a line for the terminal is not lost
-    // because a child has ended while it was written.
     void add(int number) {
-        set.add(number);
-        struct sigaction action {};
-        ::sigaction(number, nullptr, &action);
-        action.sa_flags |= SA_RESTART;
-        ::sigaction(number, &action, nullptr);
+        ::sigaddset(&heard, number);
+        ::sigprocmask(SIG_BLOCK, &heard, nullptr);
+        std::signal(number, SIG_DFL);
+        const int fd = ::signalfd(signals.get(), &heard, SFD_CLOEXEC | SFD_NONBLOCK);
+        if (fd == -1)
+            throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
+        if (!signals) signals.reset(fd);
     }
-
+    int next() const {
+        signalfd_siginfo what;
+        return ::read(signals.get(), &what, sizeof what) == sizeof what
+                   ? static_cast<int>(what.ssi_signo)
+                   : 0;
+    }
     void wait() {
-        set.async_wait([weak = weak_from_this()](const asio::error_code& fault, int number) {
-            const auto kept = weak.lock();
-            if (fault || !kept || !kept->handle) return;
+        stream.whenReadable([this] {
             // First: the next signal is heard whatever the handler throws.
-            kept->wait();
-            kept->handle(number);
+            wait();
+            if (const int number = next(); number != 0) handle(number);
         });
     }
 };
 
 Signals::Signals(EventLoop& loop, std::initializer_list<int> numbers, Handler handler)
-    : state(std::make_shared<State>(loop.context().io, std::move(handler))) {
+    : state(std::make_unique<State>(loop, std::move(handler))) {
     for (const int number : numbers)
         state->add(number);
+    state->stream.watch(state->signals.get());
     state->wait();
 }
 
+// What came too late is forgotten.
 Signals::~Signals() {
-    state->handle = nullptr;
-    asio::error_code ignored;
-    state->set.cancel(ignored);
+    while (state->next() != 0) {
+    }
+    ::sigprocmask(SIG_SETMASK, &state->before, nullptr);
 }
 
 void Signals::add(int number) { state->add(number); }

@@ -6,8 +6,9 @@
 #include <initializer_list>
 #include <memory>
 
-/// Signals of this process as events of a loop, from its construction on. Not to be destroyed by
-/// its handler. One thread.
+/// Signals of this process as events of a loop, from its construction on, and blocked while it
+/// lives: children must unblock them. Not to be destroyed by its handler. One thread. Throws
+/// std::system_error.
 class Signals {
   public:
     using Handler = std::function<void(int number)>;
@@ -18,5 +19,5 @@ class Signals {
 
   private:
     struct State;
-    const std::shared_ptr<State> state;
+    const std::unique_ptr<State> state;
 };

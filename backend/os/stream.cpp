@@ -4,9 +4,16 @@
 
 #include <asio/posix/stream_descriptor.hpp>
 
+#include <system_error>
 #include <utility>
 
 using asio::posix::descriptor_base;
+
+namespace {
+
+constexpr char cannotWait[] = "cannot wait for a descriptor";
+
+} // namespace
 
 struct Stream::State : std::enable_shared_from_this<State> {
     explicit State(asio::io_context& io) : descriptor(io) {}
@@ -14,11 +21,13 @@ struct Stream::State : std::enable_shared_from_this<State> {
     unsigned long asked = 0; // how often all was forgotten
 
     void wait(descriptor_base::wait_type kind, EventLoop::Task then) {
+        const ErrnoWatch refusal;
         descriptor.async_wait(kind, [weak = weak_from_this(), now = asked,
                                      task = std::move(then)](const asio::error_code& fault) {
             const auto kept = weak.lock();
             if (!fault && kept && now == kept->asked) task();
         });
+        refusal.check(cannotWait);
     }
 };
 
@@ -28,7 +37,11 @@ Stream::Stream(EventLoop& loop, int fd) : Stream(loop) { watch(fd); }
 
 Stream::~Stream() { release(); }
 
-void Stream::watch(int fd) { state->descriptor.assign(fd); }
+void Stream::watch(int fd) {
+    asio::error_code fault;
+    state->descriptor.assign(fd, fault);
+    if (fault) throw std::system_error(fault, cannotWait);
+}
 
 void Stream::release() {
     ++state->asked;

@@ -26,6 +26,7 @@ class Stream {
     bool watching() const;
 
     /// Calls `then` once, when a read would not block: there is something, an end or an error.
+    /// Throws std::system_error.
     void whenReadable(EventLoop::Task then);
     /// The same for writing.
     void whenWritable(EventLoop::Task then);

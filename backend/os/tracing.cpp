@@ -120,8 +120,10 @@ pid_t Tracing::tracedBy(pid_t debugger) {
     return found != traced.end() && tracerOf(found->second) == debugger ? found->second : -1;
 }
 
-std::vector<pid_t> Tracing::heldFrom(pid_t root) {
-    std::vector<pid_t> ours = ProcessTree::descendants(root);
+bool Tracing::isStopped(pid_t pid) { return statusField(pid, "State").starts_with('T'); }
+
+std::vector<pid_t> Tracing::heldFrom(pid_t root, pid_t except) {
+    std::vector<pid_t> ours = ProcessTree::descendants(root, except);
     std::ranges::sort(ours);
     const auto isOurs = [&ours](pid_t pid) { return std::ranges::binary_search(ours, pid); };
     std::vector<pid_t> held;

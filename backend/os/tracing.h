@@ -36,8 +36,11 @@ bool isTracedBy(pid_t debugger, pid_t pid);
 /// asks within twice the time that it took.
 pid_t tracedBy(pid_t debugger);
 
+/// Whether a process that nobody traces stands still by a signal (SIGSTOP, say).
+bool isStopped(pid_t pid);
+
 /// The processes that descendants of a process trace and that are no descendants themselves: tasks
-/// that were there before their debuggers.
-std::vector<pid_t> heldFrom(pid_t root);
+/// that were there before their debuggers. Descendants below `except` do not count, nor does it.
+std::vector<pid_t> heldFrom(pid_t root, pid_t except = -1);
 
 } // namespace Tracing

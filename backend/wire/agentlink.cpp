@@ -124,7 +124,7 @@ void AgentLink::resume() {
 }
 
 void AgentLink::send(const AgentRecord& record) {
-    if (over) return;
+    if (over || finishing) return;
     queue.add(record.frames());
     // Together with what else this turn of the loop has to say.
     if (!writing) waitToWrite();
@@ -138,8 +138,17 @@ void AgentLink::waitToWrite() {
 void AgentLink::writeSome() {
     writing = false;
     if (!queue.send(socket.get())) return close();
-    if (!queue.empty()) waitToWrite();
+    if (!queue.empty())
+        waitToWrite();
+    else if (finishing)
+        ::shutdown(socket.get(), SHUT_WR);
     if (queue.drained() && handler) handler->onDrained();
+}
+
+// To close while something comes would take back what the other side has not read yet.
+void AgentLink::finish() {
+    if (over || std::exchange(finishing, true)) return;
+    if (!writing) waitToWrite();
 }
 
 void AgentLink::close() {

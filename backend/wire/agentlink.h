@@ -40,10 +40,10 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     void send(const AgentRecord& record);
     /// Whether so much waits that no more should be produced.
     bool congested() const { return queue.congested(); }
-    /// Whether nothing waits to be sent, or never will be.
-    bool sent() const { return over || queue.empty(); }
     /// Reads on after takesRecords has said no.
     void resume();
+    /// Sends what is queued, then says that no more comes; closes when the other side does.
+    void finish();
     /// Closes at once.
     void close();
     bool open() const { return !over; }
@@ -70,6 +70,7 @@ class AgentLink : public std::enable_shared_from_this<AgentLink> {
     bool takesDescriptors = false;
     bool writing = false;
     bool paused = false;
+    bool finishing = false;
     bool over = false;
 
     void waitToRead();

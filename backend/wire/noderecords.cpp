@@ -83,6 +83,7 @@ std::vector<StackTree::Row> rowsOf(ByteReader& in) {
     for (std::size_t left = in.count(2); left > 0; --left) {
         std::string text(in.text());
         rows.push_back({std::move(text), in.set()});
+        if (rows.back().clients.empty()) throw BrokenConnection();
     }
     return rows;
 }

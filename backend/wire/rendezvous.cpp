@@ -1,5 +1,6 @@
 #include "backend/wire/rendezvous.h"
 
+#include "backend/os/directory.h"
 #include "backend/os/thismachine.h"
 #include "backend/wire/handshake.h"
 #include "common/descriptor.h"
@@ -46,20 +47,19 @@ int number(const std::string& text) {
 
 // A file of this folder, and the front end's process that wrote it.
 struct Written {
-    fs::directory_entry file;
+    fs::path file;
     pid_t process = 0;
 };
 
 // The files that front ends of this machine have written; their names are "HOST,PID,RANDOM".
 std::vector<Written> ownFiles(const fs::path& folder) {
     std::vector<Written> found;
-    std::error_code fault;
-    for (fs::directory_iterator at(folder, fault), end; !fault && at != end; at.increment(fault)) {
-        std::istringstream name(at->path().filename().string());
+    for (const std::string& each : namesIn(folder)) {
+        std::istringstream name(each);
         std::string host, pid;
         if (std::getline(name, host, ',') && std::getline(name, pid, ',') &&
             host == ThisMachine::hostName())
-            found.push_back({*at, wholeNumber<pid_t>(pid).value_or(0)});
+            found.push_back({folder / each, wholeNumber<pid_t>(pid).value_or(0)});
     }
     return found;
 }
@@ -69,10 +69,10 @@ std::vector<Written> ownFiles(const fs::path& folder) {
 void removeStale(const fs::path& folder) {
     for (const auto& [file, process] : ownFiles(folder)) {
         std::error_code fault;
-        const auto age = fs::file_time_type::clock::now() - file.last_write_time(fault);
+        const auto age = fs::file_time_type::clock::now() - fs::last_write_time(file, fault);
         if (!fault && process > 0 && ::kill(process, 0) == -1 && errno == ESRCH &&
             age > std::chrono::hours(1))
-            fs::remove(file.path(), fault);
+            fs::remove(file, fault);
     }
 }
 
@@ -147,8 +147,11 @@ RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content
     Descriptor out(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!out) fail(file);
     const std::string text = content.str();
-    if (::write(out.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
-        ::fsync(out.get()) == -1) {
+    std::size_t written = 0;
+    for (ssize_t put = 0; put != -1 && written < text.size();
+         written += static_cast<std::size_t>(std::max(put, ssize_t{0})))
+        put = ::write(out.get(), text.data() + written, text.size() - written);
+    if (written < text.size() || ::fsync(out.get()) == -1) {
         const int reason = errno;
         ::unlink(file.c_str());
         errno = reason;
@@ -164,7 +167,7 @@ void RendezvousFile::removeOf(pid_t pid) {
     try {
         for (const auto& [written, process] : ownFiles(defaultFolder())) {
             std::error_code fault;
-            if (process == pid) fs::remove(written.path(), fault);
+            if (process == pid) fs::remove(written, fault);
         }
     } catch (const std::runtime_error&) {
         // Without a home there is no file.

@@ -41,7 +41,7 @@ class ServedNode : private Node {
 
     std::optional<Clock::time_point> deadline() const;
     void tick(Clock::time_point now);
-    /// Sends all that is held, at once.
+    /// Sends at once what was gathered.
     void flush(Clock::time_point now) { report.flush(now); }
 
   private:

@@ -1,10 +1,12 @@
 #include "frontend/launch/agentport.h"
 
+#include "backend/os/limits.h"
 #include "backend/os/socketaddress.h"
 #include "backend/os/thismachine.h"
 #include "backend/wire/handshake.h"
 #include "common/brokenconnection.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <netinet/in.h>
@@ -54,10 +56,34 @@ Descriptor boundTo(const SocketAddress& address) {
     return socket;
 }
 
+// Of the peer of a socket, as Strangers has it. Who has an address of IPv6 has a network of them.
+std::string sourceOf(const Descriptor& socket) {
+    sockaddr_storage peer{};
+    socklen_t length = sizeof peer;
+    if (::getpeername(socket.get(), reinterpret_cast<sockaddr*>(&peer), &length) == -1) return "?";
+    if (peer.ss_family == AF_UNIX) return "";
+    if (peer.ss_family == AF_INET) {
+        const auto& address = reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
+        return std::string(reinterpret_cast<const char*>(&address), sizeof address);
+    }
+    const auto& address = reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr;
+    return std::string(reinterpret_cast<const char*>(&address),
+                       IN6_IS_ADDR_V4MAPPED(&address) ? sizeof address : sizeof address / 2);
+}
+
+// Strangers leave descriptors for others.
+Strangers::Room room() {
+    Strangers::Room most;
+    const rlim_t descriptors = Limits::facts().descriptors;
+    most.remote = std::min<rlim_t>(most.remote, descriptors / 4);
+    most.silent = std::min(most.silent, most.remote);
+    return most;
+}
+
 } // namespace
 
 AgentPort::AgentPort(EventLoop& eventLoop, bool withLocal, Owner& whose)
-    : loop(eventLoop), owner(whose), local(loop), tcp(loop) {
+    : loop(eventLoop), owner(whose), local(loop), tcp(loop), order(room()) {
     where.secret = Rendezvous::newSecret();
     where.nodeName = Rendezvous::nodeNameOf(where.secret);
     if (withLocal) {
@@ -98,26 +124,46 @@ void AgentPort::accept(Door& door) {
         const bool came = static_cast<bool>(socket);
         if (came) take(std::move(socket));
         if (!door.stream.watching()) return;
-        if (came || gone) return accept(door);
-        // No descriptors are left, say: peers that wait go on waiting.
+        if (came || gone || makeRoom()) return accept(door);
         door.pause.after(std::chrono::milliseconds(100), [this, &door] { accept(door); });
     });
 }
 
+// No descriptors are left, say, which strangers may have. Else peers that wait go on waiting.
+bool AgentPort::makeRoom() {
+    if (const auto stranger = order.next()) {
+        drop(*stranger);
+        return true;
+    }
+    if (!std::exchange(full, true)) owner.onFull();
+    return false;
+}
+
 void AgentPort::take(Descriptor socket) {
-    if (strangers.size() >= maxStrangers) return;
+    const std::string source = sourceOf(socket);
     const auto link = std::make_shared<AgentLink>(loop, std::move(socket), AgentRecord::maxHello);
     const long user = link->peerUser();
-    Stranger& stranger = strangers.try_emplace(link.get(), *this, link).first->second;
-    link->start(stranger);
-    if (user != -1 && user != static_cast<long>(::geteuid())) link->close();
+    if (user != -1 && user != static_cast<long>(::geteuid())) return link->close();
+    const Strangers::Number number = order.come(source);
+    link->start(strangers.try_emplace(number, *this, link, number).first->second);
+    if (const auto surplus = order.surplus()) drop(*surplus);
+}
+
+void AgentPort::drop(Strangers::Number stranger) {
+    const std::shared_ptr<AgentLink> link = strangers.at(stranger).link;
+    link->setHandler(nullptr, 0);
+    link->close();
+    order.leave(stranger);
+    strangers.erase(stranger);
 }
 
 // Ends the stranger, which may still be in its call of this.
 void AgentPort::admit(const Stranger& agent) {
     const AgentHello hello = AgentHello::of(agent.hello);
     const std::shared_ptr<AgentLink> link = agent.link;
-    strangers.erase(link.get());
+    const Strangers::Number number = agent.number;
+    order.leave(number);
+    strangers.erase(number);
     link->setHandler(nullptr, AgentRecord::maxFrame);
     owner.onHello(hello, link);
 }
@@ -134,8 +180,9 @@ void AgentPort::close() {
     }
 }
 
-AgentPort::Stranger::Stranger(AgentPort& ofPort, std::shared_ptr<AgentLink> ofPeer)
-    : link(std::move(ofPeer)), port(ofPort), patience(port.loop) {
+AgentPort::Stranger::Stranger(AgentPort& ofPort, std::shared_ptr<AgentLink> ofPeer,
+                              Strangers::Number ofOrder)
+    : link(std::move(ofPeer)), number(ofOrder), port(ofPort), patience(port.loop) {
     patience.after(maxSilence, [peer = link] { peer->close(); });
 }
 
@@ -148,11 +195,18 @@ void AgentPort::Stranger::onRecord(const AgentRecord& record) {
     port.admit(*this);
 }
 
-void AgentPort::Stranger::onClosed() { port.strangers.erase(link.get()); }
+// Ends this.
+void AgentPort::Stranger::onClosed() {
+    AgentPort& its = port;
+    const Strangers::Number own = number;
+    its.order.leave(own);
+    its.strangers.erase(own);
+}
 
 void AgentPort::Stranger::challenge(const AgentRecord& record) {
     AgentHello::of(record); // throws when it is none
     hello = record;
+    port.order.spoke(number);
     nonce = Rendezvous::newSecret();
     const std::string proof =
         Handshake::proof(Handshake::FRONT_END, port.where.secret, hello.body, nonce);

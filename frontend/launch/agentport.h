@@ -4,15 +4,16 @@
 #include "backend/os/stream.h"
 #include "backend/wire/agentlink.h"
 #include "backend/wire/rendezvous.h"
+#include "frontend/launch/strangers.h"
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
 
 /// Where agents connect: a local socket for those of this machine, and TCP. Only a peer that proves
 /// to know the secret (Handshake), and of the local socket only a peer of the same user, comes
-/// through; any other is dropped, also a peer that says nothing for a few seconds. One thread.
+/// through; any other is dropped, also a peer that says nothing for a few seconds, or that is in
+/// the way of others (Strangers). One thread.
 class AgentPort {
   public:
     class Owner {
@@ -21,6 +22,8 @@ class AgentPort {
         /// An agent has come through; from the event loop. The owner sets the link's handler; what
         /// comes before that is dropped.
         virtual void onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) = 0;
+        /// Peers wait because this process may open no more files; told once.
+        virtual void onFull() = 0;
     };
 
     /// Listens at once. Without a local socket, agents of this machine come by TCP, too. The owner
@@ -37,11 +40,12 @@ class AgentPort {
     class Stranger : public AgentLink::Handler {
       public:
         /// Drops the peer after a while.
-        Stranger(AgentPort& port, std::shared_ptr<AgentLink> link);
+        Stranger(AgentPort& port, std::shared_ptr<AgentLink> link, Strangers::Number number);
         void onRecord(const AgentRecord& record) override;
         void onClosed() override;
 
         const std::shared_ptr<AgentLink> link;
+        const Strangers::Number number;
         AgentRecord hello; // as it came; its body is empty before
 
       private:
@@ -63,13 +67,15 @@ class AgentPort {
     Owner& owner;
     Rendezvous where;
     Door local, tcp;
-    std::map<AgentLink*, Stranger> strangers;
-    // Room for the agents of the largest job, which may come all at once, and some strangers.
-    static constexpr std::size_t maxStrangers = 4200;
+    std::map<Strangers::Number, Stranger> strangers;
+    Strangers order; // of the same
+    bool full = false;
 
     void openTcp();
     void listen(Door& door);
     void accept(Door& door);
     void take(Descriptor socket);
+    bool makeRoom();
     void admit(const Stranger& agent);
+    void drop(Strangers::Number stranger);
 };

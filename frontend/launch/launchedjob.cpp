@@ -113,6 +113,10 @@ void LaunchedJob::onHello(const AgentHello& hello, std::shared_ptr<AgentLink> li
     owner.onAgent(hello, std::move(link));
 }
 
+void LaunchedJob::onFull() {
+    owner.onLauncherSaid("agents wait: vex may open no more files here (ulimit -Hn)");
+}
+
 std::vector<int> LaunchedJob::admit(const std::string& host,
                                     const std::vector<NodeRecords::Task>& tasks) {
     std::vector<int> clients;

@@ -106,6 +106,7 @@ class LaunchedJob : private AgentPort::Owner, private Logins::Owner {
 
     // AgentPort::Owner
     void onHello(const AgentHello& hello, std::shared_ptr<AgentLink> link) override;
+    void onFull() override;
 
     // Logins::Owner
     Logins::Command commandOf(std::size_t login) override;

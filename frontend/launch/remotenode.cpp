@@ -25,6 +25,7 @@ RemoteNode::~RemoteNode() {
 void RemoteNode::start(const NodeRecords::Start& wanted) {
     for (const auto& [client, process] : wanted.clients) {
         known.insert(client);
+        starting.insert(client);
         living.insert(client);
     }
     link->send(NodeRecords::start(wanted));
@@ -80,7 +81,9 @@ void RemoteNode::onRecord(const AgentRecord& record) {
         owner.onTasks(*this, NodeRecords::tasksOf(record));
         break;
     case AgentRecord::STARTED: {
-        const NodeRecords::Started started = NodeRecords::startedOf(record, living);
+        const NodeRecords::Started started = NodeRecords::startedOf(record, starting);
+        if (started.clients.empty()) throw BrokenConnection();
+        starting.erase(started.clients);
         if (started.ended) living.erase(started.clients);
         owner.onStarted(*this, started);
         break;
@@ -120,6 +123,7 @@ void RemoteNode::onRecord(const AgentRecord& record) {
 void RemoteNode::end(ClientSet clients) {
     clients = clients.intersection(living);
     living.erase(clients);
+    starting.erase(clients);
     asking.erase(clients);
     if (!clients.empty()) owner.onEnded(clients);
 }

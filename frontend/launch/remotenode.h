@@ -81,6 +81,7 @@ class RemoteNode : public Node, private AgentLink::Handler {
     const std::string hostName;
     Owner& owner;
     ClientSet known;                       // all that were ever started
+    ClientSet starting;                    // those of them whose start is not over
     ClientSet living;                      // those of them that have not ended
     ClientSet asking;                      // those that wait for an answer of the user
     std::map<int, std::string> identities; // as the agent has told them last

@@ -72,8 +72,17 @@ std::optional<Channel> Channel::accept(const Descriptor& listener) {
 }
 
 bool Channel::say(const std::string& text) const {
-    return ::send(socket.get(), text.data(), std::min(text.size(), maxText),
-                  MSG_NOSIGNAL | MSG_DONTWAIT) != -1;
+    constexpr int maxTries = 20;
+    for (int tries = 0; tries < maxTries; ++tries) {
+        if (::send(socket.get(), text.data(), std::min(text.size(), maxText),
+                   MSG_NOSIGNAL | MSG_DONTWAIT) != -1)
+            return true;
+        if (errno == ENOBUFS || errno == ENOMEM)
+            ::usleep(5000); // the kernel's memory is short at the moment
+        else if (errno != EINTR)
+            return false;
+    }
+    return false;
 }
 
 std::optional<std::string> Channel::hear(bool& over) const {

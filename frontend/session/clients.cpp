@@ -3,6 +3,7 @@
 #include "backend/clients/localclient.h"
 #include "backend/folding/safetext.h"
 #include "backend/os/limits.h"
+#include "backend/os/processtree.h"
 #include "backend/wire/rendezvous.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -36,7 +38,8 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       owner(whose),
       tasks(static_cast<std::size_t>(options.tasks)),
       errors(errorWatch(options, driver)),
-      forked(loop, options, driver, errors.get(), owner),
+      refusal(loop),
+      forked(loop, options, driver, job, errors.get(), owner),
       progress(loop, static_cast<StartProgress::Owner&>(*this)),
       farewell(loop) {
     inPhase[Task::AWAITED] = tasks.size();
@@ -126,10 +129,14 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
         at(id).node = &node;
         start.clients.emplace_back(id, targetOf(id));
     }
-    if (!start.clients.empty())
-        node.start(start);
-    else if (node.clients().empty())
-        node.close();
+    if (!start.clients.empty()) return node.start(start);
+    // Other tasks of its host may follow the refused one in a moment.
+    refused.insert(&node);
+    refusal.after(std::chrono::milliseconds(500), [this] {
+        for (RemoteNode* const each : std::exchange(refused, {})) {
+            if (each->clients().empty()) each->close();
+        }
+    });
 }
 
 void Clients::onMissing(int id, const std::string& problem) {
@@ -391,7 +398,7 @@ void Clients::end() {
         for (const auto& node : nodes)
             node->close();
     };
-    if (!deserted || !agents) return close();
+    if (!deserted || !options.launches()) return close();
     // Agents that hang up now were ended by their launcher, the others have lost their debuggers.
     farewell.after(maxFarewell, [this, close] {
         if (std::ranges::any_of(nodes, [](const auto& node) { return node->open(); }))
@@ -405,7 +412,12 @@ bool Clients::releasing() const {
     const auto isHere = [](const Task& task) {
         return task.client && task.client->pid() != -1 && task.client->running();
     };
-    return options.attaches() && (std::ranges::any_of(tasks, isHere) || forked.running());
+    // What a launcher has started on this machine, without a login, ends by itself: an agent that
+    // was killed could have stopped a task for its debugger, and could not let it go on.
+    const auto isAgent = [](pid_t id) { return ProcessTree::nameOf(id).starts_with("vexagent"); };
+    return options.attaches() &&
+           (std::ranges::any_of(tasks, isHere) || forked.running() ||
+            (agents && std::ranges::any_of(ProcessTree::descendants(::getpid()), isAgent)));
 }
 
 std::optional<std::string> Clients::verdict() const {

@@ -16,6 +16,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -117,6 +118,8 @@ class Clients : public Client::Listener,
     bool errorsUntold = false; // a node's debuggers cannot tell their errors
     StartupOutput startupOutput;
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
+    std::set<RemoteNode*> refused;            // a task of each was
+    Timer refusal; // before those of them without another task are dropped
     ForkedClients forked;
     StartProgress progress;
     Timer farewell; // to nodes whose clients have ended

@@ -2,9 +2,17 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <poll.h>
 #include <unistd.h>
 #include <utility>
+
+namespace {
+
+// By then, a console that is full has read something.
+constexpr auto maxSilence = std::chrono::seconds(30);
+
+} // namespace
 
 ConsoleLink::ConsoleLink(EventLoop& eventLoop, Owner& whose, int number,
                          std::unique_ptr<UnixSocket> connection)
@@ -12,12 +20,21 @@ ConsoleLink::ConsoleLink(EventLoop& eventLoop, Owner& whose, int number,
       owner(whose),
       console(number),
       socket(std::move(connection)),
+      patience(loop),
       stream(loop, socket->getFd()) {}
 
 void ConsoleLink::start() { waitToRead(); }
 
 void ConsoleLink::waitToRead() {
     stream.whenReadable([self = shared_from_this()] { self->readSome(); });
+}
+
+// As long as the queue is full.
+void ConsoleLink::watch() {
+    patience.at(readAt + maxSilence, [this] {
+        drop("it has read nothing for " + std::to_string(maxSilence.count()) + " s, and " +
+             std::to_string(queue.size() >> 20) + " MB wait for it");
+    });
 }
 
 void ConsoleLink::readSome() {
@@ -28,9 +45,19 @@ void ConsoleLink::readSome() {
         return;
     }
     if (got > 0) reader.feed({buffer.data(), static_cast<std::size_t>(got)});
+    takeCommands();
+    if (over) return;
+    if (reader.waiting() > 0) owner.onLinkParked(console);
+    if (!over && !held) waitToRead();
+}
+
+void ConsoleLink::takeCommands() {
     try {
         // A command can end the session and with it this link.
         while (!over && !finishing) {
+            // Its answers would wait behind all the others.
+            held = full();
+            if (held) return;
             const auto command = reader.next();
             if (!command) break;
             owner.onLinkCommand(console, *command);
@@ -38,7 +65,6 @@ void ConsoleLink::readSome() {
     } catch (const BrokenConnection&) {
         close();
     }
-    if (!over) waitToRead();
 }
 
 void ConsoleLink::send(std::string bytes) { enqueue(std::move(bytes)); }
@@ -48,7 +74,10 @@ void ConsoleLink::send(std::shared_ptr<const std::string> bytes) { enqueue(std::
 template <class Bytes>
 void ConsoleLink::enqueue(Bytes bytes) {
     if (over || finishing) return;
+    const bool wasFull = full();
+    if (queue.empty()) readAt = Clock::now();
     queue.add(std::move(bytes));
+    if (full() && !wasFull) watch();
     // Together with what else this turn of the loop has to say.
     if (!writing) waitToWrite();
 }
@@ -60,8 +89,20 @@ void ConsoleLink::waitToWrite() {
 
 void ConsoleLink::writeSome() {
     writing = false;
+    const bool wasFull = full();
+    const std::size_t before = queue.size();
     if (!queue.send(socket->getFd())) return close();
-    if (queue.drained()) owner.onLinkDrained(console);
+    if (queue.size() < before) readAt = Clock::now();
+    if (full()) watch();
+    const bool room = wasFull && !full();
+    if (room) patience.cancel();
+    if (queue.drained() || room) owner.onLinkDrained(console);
+    if (over) return;
+    if (!full() && std::exchange(held, false)) {
+        takeCommands();
+        if (over) return;
+        if (!held) waitToRead();
+    }
     if (!queue.empty())
         waitToWrite();
     else if (finishing)
@@ -73,6 +114,12 @@ bool ConsoleLink::abandoned() const {
     return over || ::poll(&end, 1, 0) != 0;
 }
 
+void ConsoleLink::drop(const std::string& why) {
+    if (over) return;
+    close();
+    owner.onLinkStuck(console, why);
+}
+
 void ConsoleLink::finish() {
     finishing = true;
     if (queue.empty()) close();
@@ -81,6 +128,7 @@ void ConsoleLink::finish() {
 void ConsoleLink::close() {
     if (over) return;
     over = true;
+    patience.cancel();
     stream.release();
     socket->close();
     loop.post([self = shared_from_this()] { self->owner.onLinkClosed(self->console); });

@@ -12,6 +12,10 @@ namespace {
 // What a console hears in place of its number when the session is full.
 constexpr int refused = -1;
 
+// Bytes of unfinished records, of one console and of all.
+constexpr std::size_t largeRecord = 1024 * 1024;
+constexpr std::size_t maxParked = 64 * 1024 * 1024;
+
 std::string bytesOf(int number) {
     std::string bytes(sizeof number, '\0');
     std::memcpy(bytes.data(), &number, sizeof number);
@@ -72,6 +76,25 @@ void Consoles::onLinkDrained(int id) {
     if (id != refused) owner.onConsoleDrained();
 }
 
+void Consoles::onLinkStuck(int id, const std::string& why) {
+    if (id != refused) owner.onConsoleDropped(id, why);
+}
+
+// Records that are never finished must not fill the memory, from however many consoles they come.
+void Consoles::onLinkParked(int id) {
+    const auto link = links.find(id);
+    if (link == links.end() || link->second->parked() < largeRecord) return;
+    std::size_t parked = 0;
+    std::shared_ptr<ConsoleLink> most = link->second;
+    for (const auto& [number, each] : links) {
+        parked += each->parked();
+        if (each->parked() > most->parked()) most = each;
+    }
+    if (parked > maxParked)
+        most->drop("it does not finish a record, of which " + std::to_string(most->parked() >> 20) +
+                   " MB have come");
+}
+
 void Consoles::serve() {
     serving = true;
     for (const auto& [id, link] : links)
@@ -117,6 +140,11 @@ void Consoles::sendBytes(int id, const std::string& bytes) {
 bool Consoles::congested(int id) const {
     const auto link = links.find(id);
     return link != links.end() && link->second->congested();
+}
+
+bool Consoles::full(int id) const {
+    const auto link = links.find(id);
+    return link != links.end() && link->second->full();
 }
 
 std::size_t Consoles::open() const {

@@ -25,8 +25,10 @@ class Consoles : public ConsoleLink::Owner {
         virtual void onCommand(int console, const Command& command) = 0;
         /// The console's connection is over.
         virtual void onConsoleLeft(int console) = 0;
-        /// A console that was congested is so no more.
+        /// A console that was congested, or full, is so no more.
         virtual void onConsoleDrained() = 0;
+        /// A console was dropped, for this reason; onConsoleLeft follows.
+        virtual void onConsoleDropped(int console, const std::string& why) = 0;
     };
 
     /// At most `limit` consoles at a time. The session and the owner must outlive the loop's last
@@ -49,6 +51,10 @@ class Consoles : public ConsoleLink::Owner {
     void send(const std::vector<int>& to, const Data& data);
     /// Whether so much waits for the console that no more should be produced.
     bool congested(int console) const;
+    /// Whether so much waits for the console that no more may be produced, whoever waits for that.
+    bool full(int console) const;
+    /// Whether there are several.
+    bool several() const { return links.size() > 1; }
     bool contains(int console) const { return links.contains(console); }
     /// Whether there is no console, neither open nor being closed.
     bool empty() const { return links.empty(); }
@@ -79,4 +85,6 @@ class Consoles : public ConsoleLink::Owner {
     void onLinkCommand(int console, const Command& command) override;
     void onLinkClosed(int console) override;
     void onLinkDrained(int console) override;
+    void onLinkStuck(int console, const std::string& why) override;
+    void onLinkParked(int console) override;
 };

@@ -17,10 +17,12 @@ constexpr int fewForks = 16;
 } // namespace
 
 ForkedClients::ForkedClients(EventLoop& eventLoop, const Options& sessionOptions,
-                             const Driver& dialect, ErrorWatch* errorWatch, Owner& whose)
+                             const Driver& dialect, std::string sessionsJob, ErrorWatch* errorWatch,
+                             Owner& whose)
     : loop(eventLoop),
       options(sessionOptions),
       driver(dialect),
+      job(std::move(sessionsJob)),
       errors(errorWatch),
       owner(whose),
       forks(loop, *this, options.forks ? driver.forkMark() : "",
@@ -39,8 +41,9 @@ DebuggerStart ForkedClients::startOf(pid_t process) const {
     Driver::Launch launch = newLaunch(driver, errors);
     launch.cachesIndex = options.indexCache;
     launch.owned = !options.attaches();
-    DebuggerStart start = DebuggerStart::of(driver, launch, {}, process);
+    DebuggerStart start = DebuggerStart::of(driver, launch, {{"VEX_JOB", job}}, process);
     start.client = nextNumber();
+    start.clientVariable = "VEX_TASK";
     start.forkMark = driver.forkMark();
     return start;
 }
@@ -59,7 +62,8 @@ std::optional<std::string> ForkedClients::refusal() const {
 int ForkedClients::adopt(const Forks::Child& child) {
     if (const auto problem = refusal()) throw std::runtime_error(*problem);
     const int number = nextNumber();
-    auto client = std::make_unique<LocalClient>(loop, *this, startOf(child.pid));
+    auto client =
+        std::make_unique<LocalClient>(loop, *this, startOf(child.pid).with(number, child.pid));
     Fork fork;
     fork.child = child;
     fork.client = std::move(client);
@@ -146,9 +150,14 @@ void ForkedClients::ended(int number) {
 
 void ForkedClients::onIdentified(const ClientSet& numbers) {
     if (over) return;
-    if (at(numbers.front()).joined()) return owner.onIdentity();
-    for (const int number : numbers)
+    bool joins = false;
+    for (const int number : numbers) {
+        if (at(number).phase != Fork::ASKED) continue;
+        joins = true;
         join(number);
+    }
+    // Else it is the answer to a question about all that an agent has.
+    if (!joins || numbers.size() > 1) owner.onIdentity();
 }
 
 void ForkedClients::onTold(int number, const std::string& text) {

@@ -45,8 +45,8 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     };
 
     /// The options, the driver, `errors` (null: not watched for) and the owner must outlive this.
-    ForkedClients(EventLoop& loop, const Options& options, const Driver& driver, ErrorWatch* errors,
-                  Owner& owner);
+    ForkedClients(EventLoop& loop, const Options& options, const Driver& driver,
+                  std::string sessionsJob, ErrorWatch* errors, Owner& owner);
 
     /// The start of the tasks is over; from here on forked processes may come, whose clients get
     /// the numbers from `first` up.
@@ -111,6 +111,7 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     EventLoop& loop;
     const Options& options;
     const Driver& driver;
+    const std::string job; // VEX_JOB
     ErrorWatch* const errors;
     Owner& owner;
     int firstNumber = 0;

@@ -1,5 +1,6 @@
 #include "frontend/session/session.h"
 
+#include "backend/os/directory.h"
 #include "common/error.h"
 #include "common/sessionfile.h"
 #include "common/wholenumber.h"
@@ -121,10 +122,8 @@ std::optional<Channel> Session::reach(int number) { return Channel::to(controlNa
 std::vector<int> Session::candidates() {
     std::vector<int> numbers;
     const std::filesystem::path prefix = SessionFile::prefix;
-    std::error_code fault;
-    for (std::filesystem::directory_iterator at(prefix.parent_path(), fault), end;
-         !fault && at != end; at.increment(fault)) {
-        const std::string path = at->path().string();
+    for (const std::string& name : namesIn(prefix.parent_path())) {
+        const std::string path = prefix.parent_path() / name;
         if (!path.starts_with(SessionFile::prefix)) continue;
         const auto number = wholeNumber<int>(std::string_view(path).substr(prefix.native().size()));
         struct stat status {};

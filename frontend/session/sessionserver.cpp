@@ -2,6 +2,7 @@
 
 #include "backend/clients/identity.h"
 #include "backend/os/executables.h"
+#include "backend/os/insist.h"
 #include "backend/os/processtree.h"
 #include "backend/os/standardstreams.h"
 #include "backend/wire/rendezvous.h"
@@ -60,19 +61,14 @@ int SessionServer::run() {
 // After a fault, debuggers let go of their tasks as at any other end. The user hears of that fault,
 // not of those that follow it. When it faults again and again, the guardian does the rest.
 void SessionServer::takeDown() {
-    constexpr int maxFaults = 10;
-    try {
-        end(1);
-    } catch (...) {
-        detachment.begin();
-    }
-    for (int faults = 0; faults < maxFaults; ++faults) {
-        try {
-            return loop.run();
-        } catch (...) {
-            continue;
-        }
-    }
+    phase = ENDING;
+    insist([this] { consoles.close(); });
+    insist([this] { programs.stopAll(); });
+    insist([this] { clients.end(); });
+    insist([this] {
+        if (!closing) detachment.begin();
+        loop.run();
+    });
 }
 
 // --- the world outside
@@ -135,6 +131,10 @@ void SessionServer::onConsoleLeft(int id) {
     endIfDeserted();
 }
 
+void SessionServer::onConsoleDropped(int id, const std::string& why) {
+    if (phase == SERVING) board.announce("console " + std::to_string(id) + " was dropped: " + why);
+}
+
 void SessionServer::endIfDeserted() {
     if (phase != ENDING && !options.interactive && consoles.open() == 0 && controls.present() == 0)
         end(0);
@@ -194,7 +194,12 @@ void SessionServer::onClientForked(int id, const std::string& who, Node* node) {
 }
 
 bool SessionServer::mayReadClients(const ClientSet& ids) {
-    return std::ranges::all_of(ids, [this](int id) { return mayReadClient(id); });
+    const bool several = consoles.several();
+    return std::ranges::none_of(ids, [&](int id) {
+        const int console = board.ownerOf(id);
+        // One link brings the answers for all consoles.
+        return several ? consoles.full(console) : consoles.congested(console);
+    });
 }
 
 void SessionServer::onAllStarted() {
@@ -248,6 +253,11 @@ void SessionServer::end(int exitStatus) {
     programs.stopAll();
     clients.end();
     detachment.begin();
+}
+
+// What debuggers have started is below this process.
+std::vector<pid_t> SessionServer::heldTasks() const {
+    return options.attaches() ? Detachment::Owner::heldTasks() : std::vector<pid_t>();
 }
 
 void SessionServer::onDetached() {

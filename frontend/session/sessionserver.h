@@ -15,6 +15,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/types.h>
+#include <vector>
 
 /// A session from its start to its end: starts the clients, serves consoles, and takes everything
 /// down again. Owns all processes and descriptors of the session and the one event loop;
@@ -98,6 +100,7 @@ class SessionServer : private Switchboard::Outlet,
     void onCommand(int console, const Command& command) override;
     void onConsoleLeft(int console) override;
     void onConsoleDrained() override { resumeReading(); }
+    void onConsoleDropped(int console, const std::string& why) override;
 
     // ControlServer::Owner
     std::string onConsoleEnded(bool first, ControlServer::Leave how) override;
@@ -119,6 +122,7 @@ class SessionServer : private Switchboard::Outlet,
 
     // Detachment::Owner
     bool detaching() const override { return clients.releasing(); }
+    std::vector<pid_t> heldTasks() const override;
     void onDetached() override;
 
     void onSignal(int number);

@@ -123,7 +123,9 @@ void Dispatcher::answered(int work, const ClientSet& clients, Clock::time_point 
 
 void Dispatcher::captured(int work, int id, const std::string& text) {
     const Request* const request = requests.find(work);
-    if (request && request->console != 0 && request->waiting.contains(id))
+    // A node can send anything.
+    const bool wanted = request && request->work().output == Work::WHOLE && !programRuns(id);
+    if (wanted && request->console != 0 && request->waiting.contains(id))
         startProgram(id, request->filter, text);
 }
 

@@ -5,6 +5,7 @@
 #include "frontend/session/exitstatus.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -39,12 +40,23 @@ int Foreground::run() {
         stream.release();
         line.say(guarded ? "end 1" : "left");
         if (guarded) ::waitpid(start.guardian, nullptr, 0);
+        awaitConsole();
         throw;
     }
     stream.release();
     if (signalled != 0) return 128 + signalled;
     const bool mayJudge = report && (status == 0 || status == ExitStatus::refused);
     return mayJudge && !succeeded() ? ExitStatus::refused : status;
+}
+
+// Without the loop: the console gives the terminal back before this process ends.
+void Foreground::awaitConsole() {
+    constexpr int patience = 1500; // ms
+    for (int waited = 0; console.running() && !console.ended(); waited += 10) {
+        if (waited == (guarded ? patience : 0)) console.signal(SIGTERM);
+        if (waited == 2 * patience) console.signal(SIGKILL);
+        ::usleep(10000);
+    }
 }
 
 void Foreground::startConsole() {
@@ -68,9 +80,15 @@ void Foreground::startConsole() {
 
 // Whether the console carried out every line of the script; tells the user what it did not.
 bool Foreground::succeeded() const {
-    char text[256];
-    const ssize_t got = ::read(report.get(), text, sizeof text);
-    std::istringstream words(std::string(text, got > 0 ? static_cast<std::size_t>(got) : 0));
+    std::string text;
+    while (!text.ends_with('\n')) {
+        char piece[256];
+        const ssize_t got = ::read(report.get(), piece, sizeof piece);
+        if (got == -1 && errno == EINTR) continue;
+        if (got <= 0) break;
+        text.append(piece, static_cast<std::size_t>(got));
+    }
+    std::istringstream words(text);
     long refusals = 0, mistakes = 0;
     bool complete = false;
     words >> refusals >> mistakes >> complete;
@@ -186,8 +204,10 @@ void Foreground::say(const std::string& sentence) const {
     std::fprintf(stderr, "%svex: %s\n", newLine ? "\n" : "", sentence.c_str());
 }
 
+// Behind a SIGTERM, the session has waited for a console that does not read.
 void Foreground::endConsole(int reminders) {
-    consoleTimer.after(std::chrono::milliseconds(1500), [this, reminders] {
+    const auto patience = std::chrono::milliseconds(signalled == SIGTERM ? 300 : 1500);
+    consoleTimer.after(patience, [this, reminders] {
         if (!console.running()) return;
         console.signal(SIGCONT);
         console.signal(reminders == 0 ? SIGTERM : SIGKILL);

@@ -58,5 +58,6 @@ class Foreground {
     void finishIfOver();
     void say(const std::string& sentence) const;
     void startConsole();
+    void awaitConsole();
     bool succeeded() const;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "frontend/session/options.h"
 #include "frontend/session/session.h"
 
 #include <optional>
@@ -16,6 +17,6 @@ namespace Guardian {
 /// SIGTERM and SIGINT are passed on to the session; SIGQUIT kills it. The session's process alone
 /// keeps the line. This process must have been forked for this and have no children. Throws
 /// std::system_error.
-std::optional<int> run(Session& session, Channel& line, bool agents);
+std::optional<int> run(Session& session, Channel& line, const Options& options);
 
 } // namespace Guardian

@@ -2,6 +2,15 @@
 
 #include <array>
 #include <atomic>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+/// When a file was made, in ns; 0: there is none, or the file system does not tell.
+inline long long birthOf(const char* path) {
+    struct statx facts {};
+    if (::statx(AT_FDCWD, path, 0, STATX_BTIME, &facts) == -1) return 0;
+    return facts.stx_btime.tv_sec * 1'000'000'000LL + facts.stx_btime.tv_nsec;
+}
 
 /// What the driver and the shim in the programs of one session share: a file that all of them map.
 struct Board {
@@ -62,8 +71,10 @@ struct Board {
     std::atomic<bool> aborted = false;
     std::atomic<int> calls[roles][kinds] = {};
     char socketFile[108] = "";
+    long long socketBirth = 0;
 
-    /// The environment's variables: the path of the file, and that a failed call tells where it is.
+    /// The environment's variables: the path of the file, and that of one to which a failed call
+    /// and an abort tell where they are.
     static constexpr const char* variable = "VEX_FAULTS";
     static constexpr const char* traceVariable = "VEX_FAULTS_TRACE";
 };

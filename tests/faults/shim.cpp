@@ -43,7 +43,7 @@ std::atomic<int> calls[Board::kinds];
 thread_local bool inside = false; // the shim itself calls
 
 constexpr std::array<int, Board::kinds> faultOf{
-    EIO,    EIO,    ENOBUFS, ECONNRESET, ENOBUFS, ECONNRESET,   EMFILE, ENOMEM, ENOSPC,
+    EIO,    ENOSPC, ENOBUFS, ECONNRESET, ENOBUFS, ECONNRESET,   EMFILE, ENOMEM, ENOSPC,
     ENOMEM, EAGAIN, EMFILE,  ENOSPC,     EMFILE,  ECONNREFUSED, EMFILE, EAGAIN, ENOMEM};
 
 int (*realMain)(int, char**, char**);
@@ -59,14 +59,23 @@ void findRole() {
         each = 0;
 }
 
+// Where the program is, for a person, in a file: many a process has no standard error.
+void trace() {
+    const char* path = std::getenv(Board::traceVariable);
+    if (!path) return;
+    inside = true;
+    const int fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    void* frames[64];
+    ::backtrace_symbols_fd(frames, ::backtrace(frames, 64), fd);
+    (void)!::write(fd, "\n", 1);
+    ::close(fd);
+    inside = false;
+}
+
 void onAbort() {
     if (role == -1) return;
     board->aborted = true;
-    inside = true;
-    void* frames[64];
-    if (std::getenv(Board::traceVariable))
-        ::backtrace_symbols_fd(frames, ::backtrace(frames, 64), STDERR_FILENO);
-    inside = false;
+    trace();
 }
 
 void onCrash(int number) {
@@ -93,9 +102,12 @@ int instead(int argc, char** argv, char** environment) {
 
 // A signal interrupts nothing but what waits.
 bool interrupts(int fd, int flags = 0) {
-    static std::atomic<unsigned> count = 0;
+    static std::atomic<unsigned> random = 1;
+    struct stat status {};
     if (role == -1 || board->mode != Board::INTERRUPT || (flags & MSG_DONTWAIT) != 0 ||
-        (fd != -1 && (::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) || ++count % 2 == 0)
+        (fd != -1 && ((::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 || ::fstat(fd, &status) == -1 ||
+                      S_ISREG(status.st_mode))) ||
+        ((random = random * 1103515245 + 12345) >> 16) % 2 == 0)
         return false;
     errno = EINTR;
     return true;
@@ -110,12 +122,7 @@ bool fails(Board::Kind kind) {
     if (board->mode != Board::FAIL || board->role != role || board->kind != kind ||
         board->number != number || board->reached.exchange(true))
         return false;
-    if (std::getenv(Board::traceVariable)) {
-        inside = true;
-        void* frames[64];
-        ::backtrace_symbols_fd(frames, ::backtrace(frames, 64), STDERR_FILENO);
-        inside = false;
-    }
+    trace();
     errno = faultOf[static_cast<std::size_t>(kind)];
     return true;
 }
@@ -272,8 +279,10 @@ int bind(int fd, const sockaddr* to, socklen_t size) {
     const int result = real(fd, to, size);
     if (role != -1 && result == 0 && to->sa_family == AF_UNIX) {
         const char* path = reinterpret_cast<const sockaddr_un*>(to)->sun_path;
-        if (path[0] == '/' && std::strstr(path, ".vexsock."))
+        if (path[0] == '/' && std::strstr(path, ".vexsock.")) {
             std::snprintf(board->socketFile, sizeof board->socketFile, "%s", path);
+            board->socketBirth = birthOf(path);
+        }
     }
     return result;
 }

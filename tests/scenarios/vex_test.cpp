@@ -38,6 +38,19 @@ void debugFourTasks(Peer& console, const Dialect& with) {
     EXPECT_EQ(console.finish(), (Lines{"REPLY 5 3", "READY"}));
 }
 
+TEST_F(VexTest, RecordsThatAreNeverFinishedDoNotFillTheMemory) {
+    Peer console(begin(1));
+    std::vector<std::unique_ptr<Peer>> rogues;
+    for (int i = 0; i < 5; ++i) {
+        rogues.push_back(std::make_unique<Peer>(socketPath));
+        rogues.back()->raw(std::string("\0\xff\xff\xff", 4) + std::string(15 << 20, 'x'));
+    }
+    const Lines told = console.next();
+    EXPECT_TRUE(contain(told, " was dropped: it does not finish a record")) << told[0];
+    EXPECT_EQ(console.command("print 1"), (Lines{"0 | $1 = 1", "READY"}));
+    quit(console);
+}
+
 TEST_F(VexTest, ASessionWithGdb) {
     const std::string path = begin(4);
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));

@@ -33,6 +33,9 @@ class Peer {
         command.init(id, group, type, text.c_str(), text.empty() ? 0 : -1);
         command.send(&socket);
     }
+    void raw(const std::string& bytes) {
+        socket.write(bytes.data(), static_cast<int>(bytes.size()));
+    }
     // The next record, as text: "READY", "REPLY -1 511", or the lines of a TEXT record, each as
     // "0:3 | content".
     Lines next() {
