@@ -433,7 +433,7 @@ void Clients::end() {
         for (const auto& node : nodes)
             node->close();
     };
-    if (!deserted || !agents) return close();
+    if (!deserted || !options.launches()) return close();
     // Agents that hang up now were ended by their launcher, the others have lost their debuggers.
     farewell.after(maxFarewell, [this, close] {
         if (std::ranges::any_of(nodes, [](const auto& node) { return node->open(); }))

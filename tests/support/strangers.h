@@ -11,7 +11,9 @@ class Strangers : public testing::Test {
     void SetUp() override {
         if (::getuid() != 0) GTEST_SKIP() << "two users are needed: run it as root";
     }
-    void TearDown() override { become(0); }
+    void TearDown() override {
+        if (!IsSkipped()) become(0);
+    }
 
     /// All that is done from here on is this user's.
     static void become(uid_t user) {
