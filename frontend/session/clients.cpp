@@ -417,8 +417,6 @@ bool Clients::alive(int id) const {
     return isTask(id) ? at(id).phase != Task::ENDED : forked.alive(id);
 }
 
-int Clients::livingTasks() const { return static_cast<int>(tasks.size() - count(Task::ENDED)); }
-
 // --- the end
 
 void Clients::end() {

@@ -80,7 +80,7 @@ class Clients : public Client::Listener,
     bool alive(int client) const;
     /// How many clients have not ended: of all, and of the tasks.
     int living() const { return livingTasks() + forked.living(); }
-    int livingTasks() const;
+    int livingTasks() const { return static_cast<int>(tasks.size() - count(Task::ENDED)); }
 
     /// Ends the debuggers: those that have attached let go; agents take down or let go what they
     /// run.
