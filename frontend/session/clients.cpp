@@ -22,12 +22,6 @@ namespace {
 // Within this time the agents of a job that its launcher has ended hang up.
 constexpr auto maxFarewell = std::chrono::milliseconds(300);
 
-std::unique_ptr<ErrorWatch> errorWatch(const Options& options, const Driver& driver) {
-    if (options.script.empty()) return nullptr;
-    return std::make_unique<ErrorWatch>(driver,
-                                        '\002' + Rendezvous::newSecret().substr(0, 16) + '\002');
-}
-
 } // namespace
 
 Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driver& dialect,
@@ -38,7 +32,10 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       job(std::move(sessionsJob)),
       owner(whose),
       tasks(static_cast<std::size_t>(options.tasks)),
-      errors(errorWatch(options, driver)),
+      errors(options.script.empty()
+                 ? nullptr
+                 : std::make_unique<ErrorWatch>(
+                       driver, '\002' + Rendezvous::newSecret().substr(0, 16) + '\002')),
       refusal(loop),
       forked(loop, options, driver, job, errors.get(), owner),
       progress(loop, static_cast<StartProgress::Owner&>(*this)),
@@ -120,7 +117,7 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
         return;
     }
     NodeRecords::Start start{commonStart(), {}};
-    // A launcher keeps its own directory, or goes where it was told to; ssh goes home.
+    // A launcher keeps its own directory, ssh goes home.
     if (!options.hostOfTask.empty() && !options.attaches())
         start.common.folder = std::filesystem::current_path().string();
     // The agent looks for it.
@@ -445,14 +442,9 @@ bool Clients::releasing() const {
     const auto isHere = [](const Task& task) {
         return task.client && task.client->pid() != -1 && task.client->running();
     };
-    // What a launcher has started on this machine, without a login, ends by itself: an agent that
-    // was killed could have stopped a task for its debugger, and could not let it go on.
+    // Agents on this machine end by themselves: one that is killed cannot let its task go on.
     const auto isAgent = [](pid_t id) { return ProcessTree::nameOf(id).starts_with("vexagent"); };
     return options.attaches() &&
            (std::ranges::any_of(tasks, isHere) || forked.running() ||
             (agents && std::ranges::any_of(ProcessTree::descendants(::getpid()), isAgent)));
-}
-
-std::optional<std::string> Clients::verdict() const {
-    return errors ? errors->verdict() : std::nullopt;
 }

@@ -93,7 +93,7 @@ class Clients : public Client::Listener,
         if (errors) errors->scriptFailed(client);
     }
     /// What the end of a script tells of errors; nothing when there were none.
-    std::optional<std::string> verdict() const;
+    std::optional<std::string> verdict() const { return errors ? errors->verdict() : std::nullopt; }
 
   private:
     struct Task {
