@@ -96,7 +96,8 @@ gdb.events.before_prompt.connect(look)
 // The stacks of all threads, with the library of each call: "thread", a tab and whether it is the
 // one of main; "call", its name, its source line and its library, with tabs between. A gdb without
 // Python has its own backtrace under this name.
-constexpr const char* stacksName = "vex-stacks";
+constexpr const char* plainStacks =
+    "alias vex-stacks = thread apply all backtrace -frame-arguments none";
 constexpr const char* stacksHook = R"(
 import gdb
 def calls(most):
@@ -111,7 +112,7 @@ def calls(most):
         frame = frame.older()
         most -= 1
 class Stacks(gdb.Command):
-    def __init__(self): super().__init__("NAME", gdb.COMMAND_STACK)
+    def __init__(self): super().__init__("vex-stacks", gdb.COMMAND_STACK)
     def invoke(self, argument, from_tty):
         before = gdb.selected_thread()
         if before is None: raise gdb.GdbError("No process.")
@@ -184,16 +185,12 @@ std::string inOneLine(const std::string& python) {
     return "python exec('" + line + "', {})";
 }
 
-std::string withWord(std::string python, std::string_view word, std::string_view text) {
-    return python.replace(python.find(word), word.size(), text);
-}
-
 // The Python text with the bytes of a mark in the place of a word.
 std::string withMark(std::string python, std::string_view word, std::string_view mark) {
     std::string bytes;
     for (const char c : mark)
         bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
-    return withWord(std::move(python), word, bytes);
+    return python.replace(python.find(word), word.size(), bytes);
 }
 
 std::string runHookFor(const std::string& prompt) {
@@ -250,10 +247,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("-iex");
         words.push_back("set " + setting);
     }
-    words.insert(words.end(), {"-iex",
-                               std::string("alias ") + stacksName +
-                                   " = thread apply all backtrace -frame-arguments none",
-                               "-iex", inOneLine(withWord(stacksHook, "NAME", stacksName)), "-iex",
+    words.insert(words.end(), {"-iex", plainStacks, "-iex", inOneLine(stacksHook), "-iex",
                                inOneLine(mainThreadHook)});
     words.insert(words.end(), {"-iex", runHookFor(prompt(launch.nonce))});
     if (!launch.errorMark.empty())
@@ -359,9 +353,7 @@ bool Gdb::keepsBars(std::string_view line) const {
     return word == "pipe" || word == "shell" || word.starts_with("|") || word.starts_with("!");
 }
 
-std::string Gdb::backtraceCommand(int calls) const {
-    return stacksName + (" " + std::to_string(calls));
-}
+std::string Gdb::backtraceCommand(int calls) const { return "vex-stacks " + std::to_string(calls); }
 
 Driver::StackLine Gdb::parseStackLine(std::string_view line) const {
     StackLine result;
