@@ -100,47 +100,55 @@ constexpr const char* plainStacks =
     "alias vex-stacks = thread apply all backtrace -frame-arguments none";
 constexpr const char* stacksHook = R"(
 import gdb
+def text(get):
+    try: return get() or ""
+    except (gdb.error, UnicodeError): return ""
+def place(frame):
+    sal = frame.find_sal()
+    return sal.symtab and "%s:%d" % (sal.symtab.filename, sal.line)
+def say(line):
+    try: print(line)
+    except UnicodeError: print(line.encode("ascii", "backslashreplace").decode())
 def calls(most):
     frame = gdb.newest_frame()
     while frame is not None and most > 0:
-        name = frame.name() or "??"
+        name = text(frame.name) or "??"
         if frame.type() == gdb.SIGTRAMP_FRAME: name = "<signal handler called>"
-        sal = frame.find_sal()
-        place = ""
-        if sal.symtab: place = "%s:%d" % (sal.symtab.filename, sal.line)
-        print("call", name, place, gdb.solib_name(frame.pc()) or "", sep=chr(9))
+        library = text(lambda: gdb.solib_name(frame.pc()))
+        say(chr(9).join(("call", name, text(lambda: place(frame)), library)))
         frame = frame.older()
         most -= 1
 class Stacks(gdb.Command):
     def __init__(self): super().__init__("vex-stacks", gdb.COMMAND_STACK)
     def invoke(self, argument, from_tty):
-        before = gdb.selected_thread()
-        if before is None: raise gdb.GdbError("No process.")
-        frame = None
+        inferior, thread, frame = gdb.selected_inferior(), gdb.selected_thread(), None
         try: frame = gdb.selected_frame()
         except gdb.error: pass
         try:
-            for inferior in gdb.inferiors():
-                for each in sorted(inferior.threads(), key=lambda thread: thread.num):
-                    print("thread", int(each.ptid[1] in (0, each.ptid[0])), sep=chr(9))
+            for each in gdb.inferiors():
+                for one in sorted(each.threads(), key=lambda thread: thread.num):
+                    say(chr(9).join(("thread", str(int(one.ptid[1] in (0, one.ptid[0]))))))
                     try:
-                        each.switch()
+                        one.switch()
                         calls(int(argument))
-                    except gdb.error: pass
+                    except gdb.error as problem: say(str(problem))
         finally:
-            before.switch()
+            if thread is not None: thread.switch()
+            else: gdb.execute("inferior %d" % inferior.num, to_string=True)
             if frame is not None and frame.is_valid(): frame.select()
 Stacks()
 )";
 
 // A task that an interrupt has stopped has its main thread selected, so that all show the same one.
-// The stop itself is shown as it was.
+// The stop itself is shown as it was. A thread that has raised the signal itself (SI_TKILL) stays.
 constexpr const char* mainThreadHook = R"(
 import gdb
 interrupted = False
 def stopped(event):
     global interrupted
     interrupted = isinstance(event, gdb.SignalEvent) and event.stop_signal == "SIGINT"
+    try: interrupted = interrupted and int(gdb.parse_and_eval("$_siginfo.si_code")) != -6
+    except gdb.error: pass
 def settle():
     global interrupted
     if not interrupted: return

@@ -92,7 +92,9 @@ Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
         result.function = "??";
         return result;
     }
-    const std::string_view module = line.substr(0, tick);
+    const std::string_view module =
+        line.substr(0, tick).substr(line.substr(0, tick).rfind(' ') + 1);
+    if (module.find(".so") != std::string_view::npos) result.library = module;
     std::string_view call = line.substr(tick + 1);
     constexpr std::string_view inlined = "[inlined] ";
     if (const std::size_t at = call.find(inlined); at != std::string_view::npos)
@@ -101,8 +103,7 @@ Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
     result.function = functionName(call.substr(0, std::min(call.find(" + "), call.find(" at "))));
     const std::size_t at = call.rfind(" at ");
     if (at == std::string_view::npos) {
-        result.place = module.substr(module.rfind(' ') + 1);
-        if (result.place.find(".so") != std::string::npos) result.library = result.place;
+        result.place = module;
         return result;
     }
     std::string_view place = call.substr(at + 4);

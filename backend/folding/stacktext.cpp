@@ -52,6 +52,8 @@ std::vector<StackText::Thread> StackText::threads(const std::string& answer,
         Driver::StackLine said = driver.parseStackLine(line);
         switch (said.kind) {
         case Driver::StackLine::THREAD:
+            // What stands before the first one is older.
+            if (found.size() == 1) first.clear();
             found.push_back({said.isMain, {}});
             break;
         case Driver::StackLine::CALL:

@@ -58,22 +58,26 @@ constexpr std::array<std::string_view, 16> runtimeFunctions = {
 };
 
 // Calls of libc in which a thread may wait for long.
-constexpr std::array<std::string_view, 62> waitingCalls = {
-    "accept",        "accept4",    "clock_nanosleep", "close",        "connect",    "epoll_pwait",
-    "epoll_pwait2",  "epoll_wait", "fcntl",           "fcntl64",      "fdatasync",  "flock",
-    "fsync",         "futex",      "io_getevents",    "lockf",        "mq_receive", "mq_send",
-    "msgrcv",        "msgsnd",     "nanosleep",       "open",         "open64",     "pause",
-    "poll",          "ppoll",      "pread",           "pread64",      "preadv",     "pselect",
-    "pwrite",        "pwrite64",   "pwritev",         "read",         "readv",      "recv",
-    "recvfrom",      "recvmmsg",   "recvmsg",         "sched_yield",  "select",     "sem_clockwait",
-    "sem_timedwait", "sem_wait",   "semop",           "semtimedop",   "send",       "sendmmsg",
-    "sendmsg",       "sendto",     "sigsuspend",      "sigtimedwait", "sigwait",    "sigwaitinfo",
-    "sleep",         "syscall",    "system",          "usleep",       "wait",       "wait4",
-    "waitid",        "waitpid",
+constexpr std::array<std::string_view, 64> waitingCalls = {
+    "abort",      "raise",         "accept",        "accept4",    "clock_nanosleep", "close",
+    "connect",    "epoll_pwait",   "epoll_pwait2",  "epoll_wait", "fcntl",           "fcntl64",
+    "fdatasync",  "flock",         "fsync",         "futex",      "io_getevents",    "lockf",
+    "mq_receive", "mq_send",       "msgrcv",        "msgsnd",     "nanosleep",       "open",
+    "open64",     "pause",         "poll",          "ppoll",      "pread",           "pread64",
+    "preadv",     "pselect",       "pwrite",        "pwrite64",   "pwritev",         "read",
+    "readv",      "recv",          "recvfrom",      "recvmmsg",   "recvmsg",         "sched_yield",
+    "select",     "sem_clockwait", "sem_timedwait", "sem_wait",   "semop",           "semtimedop",
+    "send",       "sendmmsg",      "sendmsg",       "sendto",     "sigsuspend",      "sigtimedwait",
+    "sigwait",    "sigwaitinfo",   "sleep",         "syscall",    "system",          "usleep",
+    "wait",       "wait4",         "waitid",        "waitpid",
 };
 
-constexpr std::array<std::string_view, 6> messageCalls = {
-    "MPI_", "MPIX_", "nccl", "shmem_", "GOMP_", "omp_",
+constexpr std::array<std::string_view, 2> mpiCalls = {"MPI_", "MPIX_"};
+constexpr std::array<std::string_view, 4> otherMessageCalls = {"nccl", "shmem_", "GOMP_", "omp_"};
+
+// What the system keeps in every process for itself (vdso(7)), in no file.
+constexpr std::array<std::string_view, 5> kernelCalls = {
+    "clock_gettime", "clock_getres", "gettimeofday", "time", "getcpu",
 };
 
 bool isInLibrary(const Call& call) {
@@ -81,6 +85,9 @@ bool isInLibrary(const Call& call) {
     return beginsWithAny(call.library, systemDirectories) ||
            beginsWithAny(Text::baseName(call.library), runtimeLibraries);
 }
+
+// In the program, but not of its author's, perhaps: what was linked into it has no source.
+bool isWithoutSource(const Call& call) { return call.library.empty() && call.place.empty(); }
 
 // "MPI_Recv" for "mpi_recv_", "pmpi_recv__" and "mpi_recv_f08_", as compilers of Fortran write it.
 std::optional<std::string> fromFortran(std::string_view name) {
@@ -108,7 +115,11 @@ std::string_view plainName(std::string_view name) {
         if (name.starts_with(begin)) name.remove_prefix(begin.size());
     }
     name.remove_prefix(std::min(name.size(), name.find_first_not_of('_')));
-    return name.substr(0, name.find('@'));
+    name = name.substr(0, name.find('@'));
+    if (name.starts_with("new_")) name.remove_prefix(4);
+    for (const std::string_view end : {"_slow64", "_2_1", "_internal", "_implementation"})
+        if (name.ends_with(end)) name.remove_suffix(end.size());
+    return name == "pthread_clockjoin_ex" ? "pthread_join" : name;
 }
 
 // The name that the standard gives to a communication or waiting call; nothing for other calls.
@@ -116,8 +127,9 @@ std::optional<std::string> standardName(const Call& call) {
     std::string_view name = call.function;
     for (const std::string_view profiled : {"PMPI_", "PMPIX_", "pnccl", "pshmem_"})
         if (name.starts_with(profiled)) name.remove_prefix(1);
-    if (beginsWithAny(name, messageCalls)) return std::string(name);
-    if (!isInLibrary(call)) return std::nullopt;
+    if (beginsWithAny(name, mpiCalls)) return std::string(name);
+    if (!isInLibrary(call) && !isWithoutSource(call)) return std::nullopt;
+    if (beginsWithAny(name, otherMessageCalls)) return std::string(name);
     if (auto fortran = fromFortran(name)) return fortran;
     name = plainName(name);
     if (name.starts_with("pthread_") || isOneOf(name, waitingCalls)) return std::string(name);
@@ -127,6 +139,8 @@ std::optional<std::string> standardName(const Call& call) {
 bool belongsToProgram(const Call& call) {
     const std::string_view name = call.function;
     if (name.starts_with('<') || name == "??" || isInLibrary(call)) return false;
+    if (isWithoutSource(call) && (isOneOf(name, kernelCalls) || name.starts_with("__vdso_")))
+        return false;
     return !isOneOf(name, threadStarts) && !beginsWithAny(name, runtimeFunctions) &&
            !standardName(call);
 }
@@ -145,7 +159,16 @@ bool isOfSystem(const Call& call) {
 } // namespace
 
 UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
-    const auto innermost = std::ranges::find_if(kept, belongsToProgram);
+    // A stripped program has no names; what ends a stack has no meaning.
+    const auto begun = std::ranges::find_if(kept.rbegin(), kept.rend(), [](const Call& call) {
+        return !call.library.empty() || isOneOf(call.function, threadStarts);
+    });
+    const auto nameless = std::find_if(kept.begin(), begun.base(), [](const Call& call) {
+        return call.function == "??" && call.library.empty();
+    });
+    const bool isStripped = begun != kept.rend() && nameless != begun.base();
+    auto innermost = std::ranges::find_if(kept, belongsToProgram);
+    if (isStripped) innermost = std::min(innermost, nameless);
     helper = innermost == kept.end();
     // The library that has started the thread stands outermost.
     const auto starter = std::ranges::find_if_not(kept.rbegin(), kept.rend(), isOfSystem);

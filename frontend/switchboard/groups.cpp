@@ -56,7 +56,7 @@ std::optional<ClientSet> Groups::members(const std::string& name, int console) c
     return *found;
 }
 
-// Null when the console has no such place, or nobody is left there.
+// Null when the console has no such place; it may have lost all its clients.
 const ClientSet* Groups::placeOf(const std::string& name, int console) const {
     const auto own = places.find(console);
     if (own == places.end()) return nullptr;
@@ -65,20 +65,22 @@ const ClientSet* Groups::placeOf(const std::string& name, int console) const {
         found = &own->second.kept;
     else if (const auto at = own->second.groups.find(name); at != own->second.groups.end())
         found = &at->second;
-    return found && !found->empty() ? found : nullptr;
+    return found;
 }
 
 void Groups::setPlaces(int console, const std::vector<ClientSet>& clients,
                        const std::string& current) {
     Places now;
-    if (const ClientSet* stays = placeOf(current, console)) {
-        now.keptName = current;
-        now.kept = *stays;
-    }
+    const auto stays = members(current, console);
     for (std::size_t i = 0; i < std::min(clients.size(), GroupNames::maxPlaces); ++i) {
         ClientSet living = clients[i].intersection(everyone);
         if (!living.empty())
             now.groups[GroupNames::place + std::to_string(i + 1)] = std::move(living);
+    }
+    // Its own of that name, too.
+    if (stays && (now.groups.contains(current) || placeOf(current, console))) {
+        now.keptName = current;
+        now.kept = *stays;
     }
     places[console] = std::move(now);
 }
@@ -167,6 +169,7 @@ Reply Groups::apply(const GroupCommand& command, int console, const std::string&
     default:
         return failed(CMD_GROUP_OPERATION);
     }
+    const bool hidden = placeOf(base, console) != nullptr;
     // From now on the name is the user's.
     if (const auto own = places.find(console); own != places.end()) {
         own->second.groups.erase(base);
@@ -177,7 +180,7 @@ Reply Groups::apply(const GroupCommand& command, int console, const std::string&
         return Reply(Reply::SUCCESS, 0);
     }
     if (command.getOpType() != GroupCommand::DELETE) return failed(CMD_GROUP_ADD_EMPTY, base);
-    named.erase(base);
+    if (!hidden) named.erase(base);
     return failed(CMD_GROUP_DELETE_EMPTY, base);
 }
 

@@ -225,6 +225,12 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
                    "start_thread,,/lib/libc.so.6"}),
          "1 client in pthread_cond_wait, called by main|1 client in work|main|  pthread_cond_wait|"
          "work|helper threads: libgomp 1"},
+        // Worked on by the kernel's own code; a stripped program's thread; a name of its own.
+        {stacksOf({"clock_gettime,,", "PMPI_Recv,,/opt/lib/libmpi.so.40", "main,a.c:9,", "-",
+                   "pause,,/lib/libc.so.6", "??,,", "start_thread,,/lib/libc.so.6", "-",
+                   "omp_mine,a.c:3,", "start_thread,,/lib/libc.so.6"}),
+         "1 client in MPI_Recv, called by main|1 client in omp_mine|1 client in pause, called by "
+         "??|??|  pause|main|  MPI_Recv|omp_mine"},
         // Before main there is nothing else to show.
         {stacksOf({"_dl_start,,/lib64/ld-linux-x86-64.so.2"}), "1 client in _dl_start|_dl_start"},
         // A debugger that tells less.

@@ -120,13 +120,18 @@ TEST_F(GroupsTest, PlacesAreEachConsolesUntilItsNextStat) {
     EXPECT_EQ(members("PLACE1") + members("PLACE2") + members("PLACE3"), "0 0:1 3 4 ");
     groups.leftGroup(1);
     EXPECT_EQ(members("PLACE2"), "1 3 ");
+    groups.setPlaces(2, {{0}, {1}}, "PLACE2");
+    EXPECT_EQ(members("PLACE2", 2), "7 ");
+    groups.leftGroup(2);
+    EXPECT_EQ(members("PLACE2", 2), "1 ");
+    groups.removeConsole(2);
     // A name that its user takes is the user's.
     EXPECT_EQ(apply(ADD, "PLACE2", {5}).getErrCode(), 0);
     EXPECT_EQ(members("PLACE2", 2), "1 3 5 ");
     groups.setPlaces(1, std::vector<ClientSet>(12, {6}), "all");
     EXPECT_EQ(members("PLACE9") + members("PLACE10"), "6 none");
     groups.removeClient(6);
-    EXPECT_EQ(members("PLACE1") + members("PLACE2"), "none1 3 5 ");
+    EXPECT_EQ(members("PLACE1") + members("PLACE2"), "nonenone");
 }
 
 } // namespace
