@@ -6,7 +6,7 @@ namespace {
 
 constexpr int number = SessionFile::maxNumber;
 
-TEST_F(Strangers, NobodyElseComesIntoASession) {
+TEST_F(StrangersTest, NobodyElseComesIntoASession) {
     become(one);
     Session session(number);
     ASSERT_EQ(::chmod(session.path().c_str(), 0666), 0); // the file's mode alone is no guard
@@ -22,7 +22,7 @@ TEST_F(Strangers, NobodyElseComesIntoASession) {
     }
 }
 
-TEST_F(Strangers, FilesOfOthersAreNamedWhenNoNumberIsFree) {
+TEST_F(StrangersTest, FilesOfOthersAreNamedWhenNoNumberIsFree) {
     const std::string path = SessionFile::path(number);
     become(other);
     std::ofstream(path) << "mine";
