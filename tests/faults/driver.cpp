@@ -25,29 +25,28 @@ const std::vector<Plan> plans{
       {"(y/n) ", "y\n"},
       {"(all) ", "kquit\n"}, // when the answer was not heard
       {"(y/n) ", "y\n"}}},
-    {"attached", {"--attach", "TASK", "--script", "FOLDER/script", "--debugger", standin}},
+    {"attached", {"--attach", "TASKS", "--script", "FOLDER/script", "--debugger", standin}},
 };
 
 struct Case : Fault {
-    int plan = 0;
-    bool last = false; // of its series, as far as is known
+    const Plan* plan = nullptr;
+    const Lines* model = nullptr; // what the session shows when nothing fails
+    bool last = false;            // of its series, as far as is known
 
     std::string str() const {
-        return std::string(plans[static_cast<std::size_t>(plan)].name) + ":" +
-               Board::processes[static_cast<std::size_t>(role)].name + ":" +
-               Board::kindNames[static_cast<std::size_t>(kind)] + ":" + std::to_string(number);
+        std::ostringstream text;
+        text << plan->name << ":" << Board::processes[role].name << ":" << Board::kinds[kind] << ":"
+             << number;
+        return text.str();
+    }
+    int next() const {
+        return number + (kind == Board::kindOf("malloc") && number >= densely ? sparsely : 1);
     }
 };
 
-/// What a session is compared with: what it shows and calls when nothing fails.
-struct Model {
-    std::vector<std::string> lines;
-    std::array<std::array<int, Board::kinds>, Board::roles> calls{};
-};
-
 // What differs from run to run is left out.
-std::vector<std::string> linesOf(const std::string& screen) {
-    std::vector<std::string> lines;
+Lines linesOf(const std::string& screen) {
+    Lines lines;
     std::istringstream text(screen);
     for (std::string line; std::getline(text, line);) {
         std::string plain;
@@ -68,7 +67,7 @@ std::vector<std::string> linesOf(const std::string& screen) {
 
 /// What is wrong with how a session ended; empty when nothing is.
 std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board,
-                    const Model& model) {
+                    const Lines& model) {
     std::string wrong;
     const auto blame = [&](bool found, const char* what) {
         if (found) wrong += (wrong.empty() ? "" : ", ") + std::string(what);
@@ -77,11 +76,10 @@ std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board
     const auto among = [](const auto& all) {
         return [&all](const std::string& line) { return std::ranges::count(all, line) > 0; };
     };
-    const bool whole = std::ranges::all_of(model.lines, among(lines));
+    const bool whole = std::ranges::all_of(model, among(lines));
     const bool told = std::ranges::any_of(lines, [&](const std::string& line) {
         const auto holds = [&](const char* text) { return line.find(text) != line.npos; };
-        return !among(model.lines)(line) &&
-               (holds("vex: ") || holds(" was terminated") || holds("-  "));
+        return !among(model)(line) && (holds("vex: ") || holds(" was terminated") || holds("-  "));
     });
     const int status = outcome.status;
     blame(status == -1, "does not end");
@@ -112,7 +110,6 @@ class Driver {
                             MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         if (page == MAP_FAILED) return 1;
         progress = new (page) Progress;
-        findModels();
         findCases();
         std::cout.flush();
         for (int i = 0; i < workers; ++i) {
@@ -124,35 +121,29 @@ class Driver {
         }
         while (::wait(nullptr) > 0) {
         }
-        std::printf("%d sessions, in %d of them the call was reached: %d went on unchanged, %d "
-                    "findings\n",
-                    progress->runs.load(), progress->reached.load(), progress->ended.load(),
-                    progress->found.load());
+        std::cout << progress->runs << " sessions, in " << progress->reached
+                  << " of them the call was reached: " << progress->ended << " went on unchanged, "
+                  << progress->found << " findings\n";
         return progress->found == 0 ? 0 : 1;
     }
 
   private:
     Progress* progress = nullptr;
-    std::vector<Model> models;
+    std::deque<Lines> models;
     std::vector<Case> cases;
 
-    bool wanted(const std::string& name) const {
-        return only.empty() || name.starts_with(only + ":") || only.starts_with(name);
-    }
-
     // Nothing fails; then everything is cut, or interrupted, and all is as before.
-    void findModels() {
+    void findCases() {
         Runner runner(false);
         for (const Plan& plan : plans) {
-            Model& model = models.emplace_back();
-            if (!wanted(std::string(plan.name))) continue;
+            if (!only.empty() && !(only + ":").starts_with(plan.name + ":")) continue;
+            Lines& model = models.emplace_back();
             for (const auto mode : {Board::NOTHING, Board::CUT, Board::INTERRUPT}) {
                 const Outcome outcome = runner.run(plan, mode);
-                for (std::size_t role = 0; role < Board::roles && mode == Board::NOTHING; ++role) {
-                    for (std::size_t kind = 0; kind < Board::kinds; ++kind)
-                        model.calls[role][kind] = runner.found().calls[role][kind];
+                if (mode == Board::NOTHING) {
+                    model = linesOf(outcome.screen);
+                    addCases(plan, model, runner.found());
                 }
-                if (mode == Board::NOTHING) model.lines = linesOf(outcome.screen);
                 std::string wrong = verdict(plan, outcome, runner.found(), model);
                 if (outcome.status != 0) wrong += " status " + std::to_string(outcome.status);
                 if (wrong.empty()) continue;
@@ -161,15 +152,7 @@ class Driver {
                           << outcome.screen << std::endl;
             }
         }
-    }
-
-    void findCases() {
-        for (int kind = Board::kinds - 1; kind >= 0; --kind) {
-            for (int plan = 0; plan < static_cast<int>(plans.size()); ++plan) {
-                for (int role = 0; role < Board::roles; ++role)
-                    addSeries({{role, kind, 1}, plan});
-            }
-        }
+        std::ranges::stable_sort(cases, std::ranges::greater(), &Case::kind);
         if (all || !only.empty()) return;
         // Evenly from all; a multiple of no count of series.
         std::vector<Case> sample;
@@ -178,17 +161,17 @@ class Driver {
         cases = sample;
     }
 
-    static int after(const Case& at) {
-        return at.number + (at.kind == Board::MALLOC && at.number >= densely ? sparsely : 1);
-    }
-
-    void addSeries(Case at) {
-        const int most =
-            models[static_cast<std::size_t>(at.plan)]
-                .calls[static_cast<std::size_t>(at.role)][static_cast<std::size_t>(at.kind)];
-        for (; at.number <= most; at.number = after(at)) {
-            at.last = after(at) > most;
-            if (only.empty() || (at.str() + ":").starts_with(only + ":")) cases.push_back(at);
+    void addCases(const Plan& plan, const Lines& model, const Board& found) {
+        for (std::size_t role = 0; role < Board::processes.size(); ++role) {
+            for (std::size_t kind = 0; kind < Board::kinds.size(); ++kind) {
+                const int most = found.calls[role][kind];
+                for (Case at{{role, kind, 1}, &plan, &model}; at.number <= most;
+                     at.number = at.next()) {
+                    at.last = at.next() > most;
+                    if (only.empty() || (at.str() + ":").starts_with(only + ":"))
+                        cases.push_back(at);
+                }
+            }
         }
     }
 
@@ -198,25 +181,24 @@ class Driver {
             Case at = cases[i];
             // A busier session than the model may make more calls: until it does not get there.
             while (judge(runner, at) && at.last && all)
-                at.number = after(at);
+                at.number = at.next();
         }
     }
 
     // Whether the call was reached.
     bool judge(Runner& runner, const Case& at) {
-        const Plan& plan = plans[static_cast<std::size_t>(at.plan)];
-        const Outcome outcome = runner.run(plan, Board::FAIL, at);
+        const Outcome outcome = runner.run(*at.plan, Board::FAIL, at);
         const Board& board = runner.found();
-        const std::string wrong =
-            verdict(plan, outcome, board, models[static_cast<std::size_t>(at.plan)]);
+        const std::string wrong = verdict(*at.plan, outcome, board, *at.model);
         ++progress->runs;
         progress->reached += board.reached;
         progress->ended += board.reached && wrong.empty() && outcome.status == 0;
         progress->found += !wrong.empty();
         std::ostringstream line;
         if (!wrong.empty()) line << at.str() << " " << wrong << " (" << outcome.status << ")\n";
-        if (!only.empty()) line << outcome.screen << "\n== " << at.str() << " " << outcome.status;
-        if (!only.empty()) line << (board.reached ? "" : " not reached") << "\n";
+        if (!only.empty())
+            line << outcome.screen << "\n== " << at.str() << " " << outcome.status
+                 << (board.reached ? "\n" : " not reached\n");
         std::cout << line.str() << std::flush;
         return board.reached;
     }
