@@ -1,9 +1,11 @@
 // Runs short sessions in which one call fails, once, and judges how they end. Without options a
-// sample of all cases; --all runs each of them, --only SESSION:PROCESS:KIND[:NUMBER] some or one,
-// --workers N so many at a time. A session whose calls are merely cut or interrupted must be like
-// one in which nothing happens.
+// sample of all cases; --all runs each of them, --only SESSION:PROCESS:KIND[:NUMBER] some or one;
+// VEX_SOAK_WORKERS so many at a time. A session whose calls are merely cut or interrupted must be
+// like one in which nothing happens.
 
 #include "tests/faults/runner.h"
+
+#include <regex>
 
 namespace {
 
@@ -46,21 +48,13 @@ struct Case : Fault {
 
 // What differs from run to run is left out.
 Lines linesOf(const std::string& screen) {
+    // The progress of the start, control sequences, numbers.
+    static const std::regex changing("[\\s\\S]*\r|\x1b[^A-Za-z]*[A-Za-z]?|[0-9]");
     Lines lines;
     std::istringstream text(screen);
     for (std::string line; std::getline(text, line);) {
-        std::string plain;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            if (line[i] == '\x1b') {
-                while (i < line.size() && std::isalpha(static_cast<unsigned char>(line[i])) == 0)
-                    ++i;
-            } else if (line[i] == '\r') {
-                plain.clear(); // the progress of the start
-            } else if (std::isdigit(static_cast<unsigned char>(line[i])) == 0) {
-                plain += line[i];
-            }
-        }
-        if (!plain.empty() && plain != "(all) ") lines.push_back(plain);
+        line = std::regex_replace(line, changing, "");
+        if (!line.empty() && line != "(all) ") lines.push_back(line);
     }
     return lines;
 }
@@ -68,10 +62,6 @@ Lines linesOf(const std::string& screen) {
 /// What is wrong with how a session ended; empty when nothing is.
 std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board,
                     const Lines& model) {
-    std::string wrong;
-    const auto blame = [&](bool found, const char* what) {
-        if (found) wrong += (wrong.empty() ? "" : ", ") + std::string(what);
-    };
     const auto lines = linesOf(outcome.screen);
     const auto among = [](const auto& all) {
         return [&all](const std::string& line) { return std::ranges::count(all, line) > 0; };
@@ -82,14 +72,19 @@ std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board
         return !among(model)(line) && (holds("vex: ") || holds(" was terminated") || holds("-  "));
     });
     const int status = outcome.status;
-    blame(status == -1, "does not end");
-    blame(board.aborted || status == 128 + SIGABRT || status == 128 + SIGSEGV, "crashes");
-    blame(!outcome.clear, "leaves something");
-    blame(outcome.socketLeft, "leaves its socket file");
-    blame(!outcome.tasksRun, "attached tasks do not run");
-    blame(!outcome.restored, "terminal not restored");
-    blame(!told && status != 0, "says nothing");
-    blame(status == 0 && !whole && !told && plan.typed.empty(), "succeeds without its output");
+    const bool crashed = board.aborted || status == 128 + SIGABRT || status == 128 + SIGSEGV;
+    const bool empty = status == 0 && !whole && !told && plan.typed.empty();
+    const std::pair<bool, const char*> faults[] = {{status == -1, "does not end"},
+                                                   {crashed, "crashes"},
+                                                   {!outcome.clear, "leaves something"},
+                                                   {outcome.socketLeft, "leaves its socket file"},
+                                                   {!outcome.tasksRun, "attached tasks do not run"},
+                                                   {!outcome.restored, "terminal not restored"},
+                                                   {!told && status != 0, "says nothing"},
+                                                   {empty, "succeeds without its output"}};
+    std::string wrong;
+    for (const auto& [found, what] : faults)
+        if (found) wrong += (wrong.empty() ? "" : ", ") + std::string(what);
     return wrong;
 }
 
@@ -103,7 +98,6 @@ class Driver {
   public:
     bool all = false;
     std::string only;
-    int workers = 4;
 
     int run() {
         void* page = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE,
@@ -112,10 +106,9 @@ class Driver {
         progress = new (page) Progress;
         findCases();
         std::cout.flush();
-        for (int i = 0; i < workers; ++i) {
+        for (long i = 0; i < soak("VEX_SOAK_WORKERS", 4); ++i) {
             if (::fork() == 0) {
                 work();
-                std::cout.flush();
                 ::_exit(0);
             }
         }
@@ -207,29 +200,17 @@ class Driver {
 } // namespace
 
 int main(int argc, char** argv) {
+    const Lines words(argv + 1, argv + argc);
     Driver driver;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        if (word == "--all") {
-            driver.all = true;
-        } else if (word == "--only" && i + 1 < argc) {
-            driver.only = argv[++i];
-        } else if (word == "--workers" && i + 1 < argc) {
-            driver.workers = std::max(1, std::atoi(argv[++i]));
-        } else {
-            std::cerr << "usage: vex_faults [--all] [--only SESSION:PROCESS:KIND[:NUMBER]] "
-                         "[--workers N]\n";
-            return 2;
-        }
+    driver.all = words == Lines{"--all"};
+    if (words.size() == 2 && words[0] == "--only") driver.only = words[1];
+    if (!words.empty() && !driver.all && driver.only.empty()) {
+        std::cerr << "usage: vex_faults [--all | --only SESSION:PROCESS:KIND[:NUMBER]]\n";
+        return 2;
     }
     if (::getuid() == 0) {
         std::cerr << "skipped: run the tests as an ordinary user\n";
         return 77;
     }
-#ifdef VEX_SANITIZED
-    std::cerr
-        << "skipped: a sanitizer's library wants to be loaded first, and has its own malloc\n";
-    return 77;
-#endif
     return driver.run();
 }

@@ -46,8 +46,6 @@ class Runner {
         if (page == MAP_FAILED) throw std::runtime_error("mmap failed");
     }
     ~Runner() { ::munmap(page, sizeof(Board)); }
-    Runner(const Runner&) = delete;
-    Runner& operator=(const Runner&) = delete;
 
     Outcome run(const Plan& plan, Board::Mode mode, const Fault& fault = {}) {
         std::filesystem::resize_file(folder.path("board"), sizeof(Board)); // drops the traces
@@ -74,8 +72,9 @@ class Runner {
             for (const pid_t id : left())
                 if (ProcessTree::parentOf(id) == ::getpid()) ::kill(id, SIGTERM);
         }
-        for (const Deadline deadline(clearing); !left().empty() && deadline.left() > 0; sleepFor(1))
-            ;
+        const Deadline deadline(clearing);
+        while (!left().empty() && deadline.left() > 0)
+            sleepFor(1);
         outcome.clear = left().empty() && std::filesystem::is_empty(folder.path("launch"));
         for (auto rest = left(); !rest.empty(); rest = left()) {
             for (const pid_t id : rest) {

@@ -144,18 +144,6 @@ struct Cut {
     msghdr* get() { return &message; }
 };
 
-// What a failed call gives.
-struct Failure {
-    template <typename Number>
-    operator Number() const {
-        return -1;
-    }
-    template <typename Pointed>
-    operator Pointed*() const {
-        return nullptr;
-    }
-};
-
 template <typename Result, typename... Arguments>
 Result resultOf(Result (*)(Arguments...));
 
@@ -168,7 +156,7 @@ Result resultOf(Result (*)(Arguments...));
 #define WRAP(name, kind, parameters, arguments, ...)                                               \
     extern "C" decltype(resultOf(::name)) name parameters {                                        \
         REAL(name);                                                                                \
-        if (fails(Board::kindOf(#kind)) __VA_OPT__(|| (__VA_ARGS__))) return Failure();            \
+        if (fails(Board::kindOf(#kind)) __VA_OPT__(|| (__VA_ARGS__))) return -1;                   \
         return real arguments;                                                                     \
     }
 
@@ -202,8 +190,6 @@ WRAP(connect, connect, (int fd, const sockaddr* to, socklen_t n), (fd, to, n))
 WRAP(accept4, accept, (int fd, sockaddr* from, socklen_t* n, int flags), (fd, from, n, flags),
      interrupts(fd))
 WRAP(accept, accept, (int fd, sockaddr* from, socklen_t* n), (fd, from, n), interrupts(fd))
-WRAP(fopen, open, (const char* path, const char* mode), (path, mode))
-WRAP(fopen64, open, (const char* path, const char* mode), (path, mode))
 WRAP(mkostemp, open, (char* path, int flags), (path, flags))
 
 extern "C" {
@@ -216,6 +202,12 @@ int open(const char* path, int flags, ...) {
     va_end(more);
     return fails(Board::kindOf("open")) ? -1 : real(path, flags, mode);
 }
+
+FILE* fopen(const char* path, const char* mode) {
+    REAL(fopen);
+    return fails(Board::kindOf("open")) ? nullptr : real(path, mode);
+}
+FILE* fopen64(const char*, const char*) __attribute__((alias("fopen")));
 
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
     REAL(recvmsg);

@@ -25,9 +25,6 @@ class KillTest : public VexTest {
     int slowest = 0; // of the ends, in ms
 
     int upTo(int most) { return std::uniform_int_distribution(0, most)(random); }
-    const std::string& oneOf(const Lines& all) {
-        return all[static_cast<std::size_t>(upTo(static_cast<int>(all.size()) - 1))];
-    }
     // A console that nobody reads from stands still.
     void watchFor(int ms) {
         for (const Deadline end{std::chrono::milliseconds(ms)}; end.left() > 0; sleepFor(1))
@@ -95,9 +92,9 @@ class KillTest : public VexTest {
         kill(living());
     }
 
-    // The socket files that belong to no living process.
-    std::map<std::string, long long> deadSockets() const {
-        std::map<std::string, long long> found;
+    // Whether the next "vex --list" removes the socket files that belong to no living process.
+    void expectNoSockets() {
+        std::map<std::string, long long> dead;
         const std::string living = ProcessTree::fileOf(::getpid(), "net/unix");
         for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
             const std::string path = entry.path().string();
@@ -105,15 +102,11 @@ class KillTest : public VexTest {
             if (path.starts_with("/tmp/.vexsock.") && ::lstat(path.c_str(), &status) == 0 &&
                 status.st_uid == ::getuid() && S_ISSOCK(status.st_mode) &&
                 living.find(" " + path + "\n") == std::string::npos)
-                found[path] = timeOf(path);
+                dead[path] = timeOf(path);
         }
-        return found;
-    }
-    void expectNoSockets() {
-        const auto before = deadSockets();
         launch({"--list"});
         EXPECT_EQ(vex->exitStatus(), 0);
-        for (const auto& [path, time] : before)
+        for (const auto& [path, time] : dead)
             EXPECT_NE(timeOf(path), time) << path;
     }
 };
@@ -147,7 +140,8 @@ TEST_F(KillTest, WhoeverIsKilledNothingIsLeft) {
         const auto phase = static_cast<Phase>(upTo(PHASES - 1));
         Lines parts{"foreground", "guardian", "session", "vexconsole"};
         parts.insert(parts.end(), plan.programs.begin(), plan.programs.end());
-        const std::string part = oneOf(parts);
+        const int last = static_cast<int>(parts.size()) - 1;
+        const std::string part = parts[static_cast<std::size_t>(upTo(last))];
         const bool stopped = upTo(2) == 0;
         SCOPED_TRACE("seed " + std::to_string(seed) + ", round " + std::to_string(round) + ": " +
                      plan.name + ", phase " + std::to_string(phase) + ", " + part +

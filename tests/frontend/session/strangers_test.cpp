@@ -27,14 +27,14 @@ TEST_F(StrangersTest, FilesOfOthersAreNamedWhenNoNumberIsFree) {
     become(other);
     std::ofstream(path) << "mine";
     become(one);
-    std::string said;
     try {
         const Session session(number);
+        ADD_FAILURE() << "the number is taken";
     } catch (const std::runtime_error& error) {
-        said = error.what();
+        const std::string said = error.what();
+        EXPECT_NE(said.find("files /tmp/.vexsock.N belong to user "), said.npos) << said;
+        EXPECT_NE(said.find("-delete"), said.npos) << said;
     }
-    EXPECT_NE(said.find("files /tmp/.vexsock.N belong to user "), said.npos) << said;
-    EXPECT_NE(said.find("-delete"), said.npos) << said;
     EXPECT_EQ(::access(path.c_str(), F_OK), 0);
     become(other);
     ::unlink(path.c_str());
