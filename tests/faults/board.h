@@ -18,6 +18,7 @@ inline long long birthOf(const char* path) {
 struct Fault {
     std::size_t role = 0, kind = 0;
     int number = 0;
+    bool operator==(const Fault&) const = default;
 };
 
 /// What the driver and the shim in the programs of one session share: a file that all of them map.

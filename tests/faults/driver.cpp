@@ -15,7 +15,7 @@ constexpr int sparsely = 50;
 
 const std::string standin = VEX_BIN_DIR "/gdb-standin";
 
-const std::vector<Plan> plans{
+std::vector<Plan> plans{
     {"local", {"-n", "2", "--script", "FOLDER/script", "--debugger", standin, "true"}},
     {"launched",
      {"--launch", "FOLDER/loop", "--script", "FOLDER/script", "--debugger", standin, "true"}},
@@ -32,14 +32,11 @@ const std::vector<Plan> plans{
 
 struct Case : Fault {
     const Plan* plan = nullptr;
-    const Lines* model = nullptr; // what the session shows when nothing fails
-    bool last = false;            // of its series, as far as is known
+    bool last = false; // of its series, as far as is known
 
     std::string str() const {
-        std::ostringstream text;
-        text << plan->name << ":" << Board::processes[role].name << ":" << Board::kinds[kind] << ":"
-             << number;
-        return text.str();
+        return plan->name + ":" + std::string(Board::processes[role].name) + ":" +
+               std::string(Board::kinds[kind]) + ":" + std::to_string(number);
     }
     int next() const {
         return number + (kind == Board::kindOf("malloc") && number >= densely ? sparsely : 1);
@@ -60,16 +57,16 @@ Lines linesOf(const std::string& screen) {
 }
 
 /// What is wrong with how a session ended; empty when nothing is.
-std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board,
-                    const Lines& model) {
+std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board) {
     const auto lines = linesOf(outcome.screen);
     const auto among = [](const auto& all) {
         return [&all](const std::string& line) { return std::ranges::count(all, line) > 0; };
     };
-    const bool whole = std::ranges::all_of(model, among(lines));
+    const bool whole = std::ranges::all_of(plan.shown, among(lines));
     const bool told = std::ranges::any_of(lines, [&](const std::string& line) {
         const auto holds = [&](const char* text) { return line.find(text) != line.npos; };
-        return !among(model)(line) && (holds("vex: ") || holds(" was terminated") || holds("-  "));
+        return !among(plan.shown)(line) &&
+               (holds("vex: ") || holds(" was terminated") || holds("-  "));
     });
     const int status = outcome.status;
     const bool crashed = board.aborted || status == 128 + SIGABRT || status == 128 + SIGSEGV;
@@ -122,22 +119,20 @@ class Driver {
 
   private:
     Progress* progress = nullptr;
-    std::deque<Lines> models;
     std::vector<Case> cases;
 
     // Nothing fails; then everything is cut, or interrupted, and all is as before.
     void findCases() {
         Runner runner(false);
-        for (const Plan& plan : plans) {
+        for (Plan& plan : plans) {
             if (!only.empty() && !(only + ":").starts_with(plan.name + ":")) continue;
-            Lines& model = models.emplace_back();
             for (const auto mode : {Board::NOTHING, Board::CUT, Board::INTERRUPT}) {
                 const Outcome outcome = runner.run(plan, mode);
                 if (mode == Board::NOTHING) {
-                    model = linesOf(outcome.screen);
-                    addCases(plan, model, runner.found());
+                    plan.shown = linesOf(outcome.screen);
+                    addCases(plan, runner.found());
                 }
-                std::string wrong = verdict(plan, outcome, runner.found(), model);
+                std::string wrong = verdict(plan, outcome, runner.found());
                 if (outcome.status != 0) wrong += " status " + std::to_string(outcome.status);
                 if (wrong.empty()) continue;
                 ++progress->found;
@@ -154,12 +149,11 @@ class Driver {
         cases = sample;
     }
 
-    void addCases(const Plan& plan, const Lines& model, const Board& found) {
+    void addCases(const Plan& plan, const Board& found) {
         for (std::size_t role = 0; role < Board::processes.size(); ++role) {
             for (std::size_t kind = 0; kind < Board::kinds.size(); ++kind) {
                 const int most = found.calls[role][kind];
-                for (Case at{{role, kind, 1}, &plan, &model}; at.number <= most;
-                     at.number = at.next()) {
+                for (Case at{{role, kind, 1}, &plan}; at.number <= most; at.number = at.next()) {
                     at.last = at.next() > most;
                     if (only.empty() || (at.str() + ":").starts_with(only + ":"))
                         cases.push_back(at);
@@ -182,7 +176,7 @@ class Driver {
     bool judge(Runner& runner, const Case& at) {
         const Outcome outcome = runner.run(*at.plan, Board::FAIL, at);
         const Board& board = runner.found();
-        const std::string wrong = verdict(*at.plan, outcome, board, *at.model);
+        const std::string wrong = verdict(*at.plan, outcome, board);
         ++progress->runs;
         progress->reached += board.reached;
         progress->ended += board.reached && wrong.empty() && outcome.status == 0;

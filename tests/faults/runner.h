@@ -19,6 +19,7 @@ struct Plan {
     std::string name;
     Lines arguments; // FOLDER and TASKS stand for what their names say
     std::vector<std::pair<const char*, const char*>> typed = {};
+    Lines shown = {}; // when nothing fails
 };
 
 /// What a session came to.

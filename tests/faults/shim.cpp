@@ -47,8 +47,7 @@ void findRole() {
         return each.program == program_invocation_short_name && each.depth == depth;
     });
     self = found == Board::processes.end() ? nullptr : &*found;
-    for (auto& each : calls)
-        each = 0;
+    std::ranges::fill(calls, 0);
 }
 
 bool isIn(Board::Mode mode) { return self && board->mode == mode; }
@@ -106,8 +105,7 @@ bool fails(std::size_t kind) {
     const int number = ++calls[kind];
     std::atomic<int>& most = board->calls[role][kind];
     if (most < number) most = number;
-    const Fault& fault = board->fault;
-    if (!isIn(Board::FAIL) || fault.role != role || fault.kind != kind || fault.number != number ||
+    if (!isIn(Board::FAIL) || board->fault != Fault{role, kind, number} ||
         board->reached.exchange(true))
         return false;
     trace();
@@ -169,14 +167,12 @@ WRAP(recv, recv, (int fd, void* to, size_t n, int flags), (fd, to, cut(fd, n), f
 WRAP(sendmsg, sendmsg, (int fd, const msghdr* what, int flags), (fd, Cut(fd, what).get(), flags),
      interrupts(fd, flags))
 WRAP(poll, poll, (pollfd * what, nfds_t n, int ms), (what, n, ms), ms != 0 && interrupts(-1))
-WRAP(epoll_ctl, epoll_ctl, (int queue, int what, int fd, epoll_event* event),
-     (queue, what, fd, event))
+WRAP(epoll_ctl, epoll_ctl, (int queue, int what, int fd, epoll_event* at), (queue, what, fd, at))
 WRAP(epoll_wait, epoll_wait, (int queue, epoll_event* events, int n, int ms),
      (queue, events, n, ms), ms != 0 && interrupts(-1))
 WRAP(pipe, pipe, (int* ends), (ends))
 WRAP(pipe2, pipe, (int* ends, int flags), (ends, flags))
-WRAP(socketpair, pipe, (int family, int type, int protocol, int* ends),
-     (family, type, protocol, ends))
+WRAP(socketpair, pipe, (int family, int type, int how, int* ends), (family, type, how, ends))
 WRAP(eventfd, pipe, (unsigned value, int flags), (value, flags))
 WRAP(signalfd, pipe, (int fd, const sigset_t* heard, int flags), (fd, heard, flags))
 WRAP(timerfd_create, pipe, (clockid_t clock, int flags), (clock, flags))
@@ -227,8 +223,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* how, void* (*what)(v
 
 pid_t fork() {
     REAL(fork);
-    if (fails(Board::kindOf("fork"))) return -1;
-    const pid_t child = real();
+    const pid_t child = fails(Board::kindOf("fork")) ? -1 : real();
     if (child == 0 && board) {
         ++depth;
         findRole();
