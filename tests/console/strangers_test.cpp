@@ -5,7 +5,7 @@
 namespace {
 
 // A settings file, its directory and the links to it may be this user's or root's.
-TEST_F(Strangers, OnlyOwnFilesAndRootsAreSettings) {
+TEST_F(StrangersTest, OnlyOwnFilesAndRootsAreSettings) {
     const TempDir folder;
     ::chmod(folder.path().c_str(), 0755);
     for (const uid_t owner : {one, other, uid_t{0}}) {

@@ -1,9 +1,11 @@
 // Runs short sessions in which one call fails, once, and judges how they end. Without options a
-// sample of all cases; --all runs each of them, --only SESSION:PROCESS:KIND[:NUMBER] some or one,
-// --workers N so many at a time. A session whose calls are merely cut or interrupted must be like
-// one in which nothing happens.
+// sample of all cases; --all runs each of them, --only SESSION:PROCESS:KIND[:NUMBER] some or one;
+// VEX_SOAK_WORKERS so many at a time. A session whose calls are merely cut or interrupted must be
+// like one in which nothing happens.
 
 #include "tests/faults/runner.h"
+
+#include <regex>
 
 namespace {
 
@@ -13,7 +15,7 @@ constexpr int sparsely = 50;
 
 const std::string standin = VEX_BIN_DIR "/gdb-standin";
 
-const std::vector<Plan> plans{
+std::vector<Plan> plans{
     {"local", {"-n", "2", "--script", "FOLDER/script", "--debugger", standin, "true"}},
     {"launched",
      {"--launch", "FOLDER/loop", "--script", "FOLDER/script", "--debugger", standin, "true"}},
@@ -25,73 +27,61 @@ const std::vector<Plan> plans{
       {"(y/n) ", "y\n"},
       {"(all) ", "kquit\n"}, // when the answer was not heard
       {"(y/n) ", "y\n"}}},
-    {"attached", {"--attach", "TASK", "--script", "FOLDER/script", "--debugger", standin}},
+    {"attached", {"--attach", "TASKS", "--script", "FOLDER/script", "--debugger", standin}},
 };
 
 struct Case : Fault {
-    int plan = 0;
+    const Plan* plan = nullptr;
     bool last = false; // of its series, as far as is known
 
     std::string str() const {
-        return std::string(plans[static_cast<std::size_t>(plan)].name) + ":" +
-               Board::processes[static_cast<std::size_t>(role)].name + ":" +
-               Board::kindNames[static_cast<std::size_t>(kind)] + ":" + std::to_string(number);
+        return plan->name + ":" + std::string(Board::processes[role].name) + ":" +
+               std::string(Board::kinds[kind]) + ":" + std::to_string(number);
+    }
+    int next() const {
+        return number + (kind == Board::kindOf("malloc") && number >= densely ? sparsely : 1);
     }
 };
 
-/// What a session is compared with: what it shows and calls when nothing fails.
-struct Model {
-    std::vector<std::string> lines;
-    std::array<std::array<int, Board::kinds>, Board::roles> calls{};
-};
-
 // What differs from run to run is left out.
-std::vector<std::string> linesOf(const std::string& screen) {
-    std::vector<std::string> lines;
+Lines linesOf(const std::string& screen) {
+    // The progress of the start, control sequences, numbers.
+    static const std::regex changing("[\\s\\S]*\r|\x1b[^A-Za-z]*[A-Za-z]?|[0-9]");
+    Lines lines;
     std::istringstream text(screen);
     for (std::string line; std::getline(text, line);) {
-        std::string plain;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            if (line[i] == '\x1b') {
-                while (i < line.size() && std::isalpha(static_cast<unsigned char>(line[i])) == 0)
-                    ++i;
-            } else if (line[i] == '\r') {
-                plain.clear(); // the progress of the start
-            } else if (std::isdigit(static_cast<unsigned char>(line[i])) == 0) {
-                plain += line[i];
-            }
-        }
-        if (!plain.empty() && plain != "(all) ") lines.push_back(plain);
+        line = std::regex_replace(line, changing, "");
+        if (!line.empty() && line != "(all) ") lines.push_back(line);
     }
     return lines;
 }
 
 /// What is wrong with how a session ended; empty when nothing is.
-std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board,
-                    const Model& model) {
-    std::string wrong;
-    const auto blame = [&](bool found, const char* what) {
-        if (found) wrong += (wrong.empty() ? "" : ", ") + std::string(what);
-    };
+std::string verdict(const Plan& plan, const Outcome& outcome, const Board& board) {
     const auto lines = linesOf(outcome.screen);
     const auto among = [](const auto& all) {
         return [&all](const std::string& line) { return std::ranges::count(all, line) > 0; };
     };
-    const bool whole = std::ranges::all_of(model.lines, among(lines));
+    const bool whole = std::ranges::all_of(plan.shown, among(lines));
     const bool told = std::ranges::any_of(lines, [&](const std::string& line) {
         const auto holds = [&](const char* text) { return line.find(text) != line.npos; };
-        return !among(model.lines)(line) &&
+        return !among(plan.shown)(line) &&
                (holds("vex: ") || holds(" was terminated") || holds("-  "));
     });
     const int status = outcome.status;
-    blame(status == -1, "does not end");
-    blame(board.aborted || status == 128 + SIGABRT || status == 128 + SIGSEGV, "crashes");
-    blame(!outcome.clear, "leaves something");
-    blame(outcome.socketLeft, "leaves its socket file");
-    blame(!outcome.tasksRun, "attached tasks do not run");
-    blame(!outcome.restored, "terminal not restored");
-    blame(!told && status != 0, "says nothing");
-    blame(status == 0 && !whole && !told && plan.typed.empty(), "succeeds without its output");
+    const bool crashed = board.aborted || status == 128 + SIGABRT || status == 128 + SIGSEGV;
+    const bool empty = status == 0 && !whole && !told && plan.typed.empty();
+    const std::pair<bool, const char*> faults[] = {{status == -1, "does not end"},
+                                                   {crashed, "crashes"},
+                                                   {!outcome.clear, "leaves something"},
+                                                   {outcome.socketLeft, "leaves its socket file"},
+                                                   {!outcome.tasksRun, "attached tasks do not run"},
+                                                   {!outcome.restored, "terminal not restored"},
+                                                   {!told && status != 0, "says nothing"},
+                                                   {empty, "succeeds without its output"}};
+    std::string wrong;
+    for (const auto& [found, what] : faults)
+        if (found) wrong += (wrong.empty() ? "" : ", ") + std::string(what);
     return wrong;
 }
 
@@ -105,55 +95,44 @@ class Driver {
   public:
     bool all = false;
     std::string only;
-    int workers = 4;
 
     int run() {
         void* page = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE,
                             MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         if (page == MAP_FAILED) return 1;
         progress = new (page) Progress;
-        findModels();
         findCases();
         std::cout.flush();
-        for (int i = 0; i < workers; ++i) {
+        for (long i = 0; i < soak("VEX_SOAK_WORKERS", 4); ++i) {
             if (::fork() == 0) {
                 work();
-                std::cout.flush();
                 ::_exit(0);
             }
         }
         while (::wait(nullptr) > 0) {
         }
-        std::printf("%d sessions, in %d of them the call was reached: %d went on unchanged, %d "
-                    "findings\n",
-                    progress->runs.load(), progress->reached.load(), progress->ended.load(),
-                    progress->found.load());
+        std::cout << progress->runs << " sessions, in " << progress->reached
+                  << " of them the call was reached: " << progress->ended << " went on unchanged, "
+                  << progress->found << " findings\n";
         return progress->found == 0 ? 0 : 1;
     }
 
   private:
     Progress* progress = nullptr;
-    std::vector<Model> models;
     std::vector<Case> cases;
 
-    bool wanted(const std::string& name) const {
-        return only.empty() || name.starts_with(only + ":") || only.starts_with(name);
-    }
-
     // Nothing fails; then everything is cut, or interrupted, and all is as before.
-    void findModels() {
+    void findCases() {
         Runner runner(false);
-        for (const Plan& plan : plans) {
-            Model& model = models.emplace_back();
-            if (!wanted(std::string(plan.name))) continue;
+        for (Plan& plan : plans) {
+            if (!only.empty() && !(only + ":").starts_with(plan.name + ":")) continue;
             for (const auto mode : {Board::NOTHING, Board::CUT, Board::INTERRUPT}) {
                 const Outcome outcome = runner.run(plan, mode);
-                for (std::size_t role = 0; role < Board::roles && mode == Board::NOTHING; ++role) {
-                    for (std::size_t kind = 0; kind < Board::kinds; ++kind)
-                        model.calls[role][kind] = runner.found().calls[role][kind];
+                if (mode == Board::NOTHING) {
+                    plan.shown = linesOf(outcome.screen);
+                    addCases(plan, runner.found());
                 }
-                if (mode == Board::NOTHING) model.lines = linesOf(outcome.screen);
-                std::string wrong = verdict(plan, outcome, runner.found(), model);
+                std::string wrong = verdict(plan, outcome, runner.found());
                 if (outcome.status != 0) wrong += " status " + std::to_string(outcome.status);
                 if (wrong.empty()) continue;
                 ++progress->found;
@@ -161,15 +140,7 @@ class Driver {
                           << outcome.screen << std::endl;
             }
         }
-    }
-
-    void findCases() {
-        for (int kind = Board::kinds - 1; kind >= 0; --kind) {
-            for (int plan = 0; plan < static_cast<int>(plans.size()); ++plan) {
-                for (int role = 0; role < Board::roles; ++role)
-                    addSeries({{role, kind, 1}, plan});
-            }
-        }
+        std::ranges::stable_sort(cases, std::ranges::greater(), &Case::kind);
         if (all || !only.empty()) return;
         // Evenly from all; a multiple of no count of series.
         std::vector<Case> sample;
@@ -178,17 +149,16 @@ class Driver {
         cases = sample;
     }
 
-    static int after(const Case& at) {
-        return at.number + (at.kind == Board::MALLOC && at.number >= densely ? sparsely : 1);
-    }
-
-    void addSeries(Case at) {
-        const int most =
-            models[static_cast<std::size_t>(at.plan)]
-                .calls[static_cast<std::size_t>(at.role)][static_cast<std::size_t>(at.kind)];
-        for (; at.number <= most; at.number = after(at)) {
-            at.last = after(at) > most;
-            if (only.empty() || (at.str() + ":").starts_with(only + ":")) cases.push_back(at);
+    void addCases(const Plan& plan, const Board& found) {
+        for (std::size_t role = 0; role < Board::processes.size(); ++role) {
+            for (std::size_t kind = 0; kind < Board::kinds.size(); ++kind) {
+                const int most = found.calls[role][kind];
+                for (Case at{{role, kind, 1}, &plan}; at.number <= most; at.number = at.next()) {
+                    at.last = at.next() > most;
+                    if (only.empty() || (at.str() + ":").starts_with(only + ":"))
+                        cases.push_back(at);
+                }
+            }
         }
     }
 
@@ -198,25 +168,24 @@ class Driver {
             Case at = cases[i];
             // A busier session than the model may make more calls: until it does not get there.
             while (judge(runner, at) && at.last && all)
-                at.number = after(at);
+                at.number = at.next();
         }
     }
 
     // Whether the call was reached.
     bool judge(Runner& runner, const Case& at) {
-        const Plan& plan = plans[static_cast<std::size_t>(at.plan)];
-        const Outcome outcome = runner.run(plan, Board::FAIL, at);
+        const Outcome outcome = runner.run(*at.plan, Board::FAIL, at);
         const Board& board = runner.found();
-        const std::string wrong =
-            verdict(plan, outcome, board, models[static_cast<std::size_t>(at.plan)]);
+        const std::string wrong = verdict(*at.plan, outcome, board);
         ++progress->runs;
         progress->reached += board.reached;
         progress->ended += board.reached && wrong.empty() && outcome.status == 0;
         progress->found += !wrong.empty();
         std::ostringstream line;
         if (!wrong.empty()) line << at.str() << " " << wrong << " (" << outcome.status << ")\n";
-        if (!only.empty()) line << outcome.screen << "\n== " << at.str() << " " << outcome.status;
-        if (!only.empty()) line << (board.reached ? "" : " not reached") << "\n";
+        if (!only.empty())
+            line << outcome.screen << "\n== " << at.str() << " " << outcome.status
+                 << (board.reached ? "\n" : " not reached\n");
         std::cout << line.str() << std::flush;
         return board.reached;
     }
@@ -225,29 +194,17 @@ class Driver {
 } // namespace
 
 int main(int argc, char** argv) {
+    const Lines words(argv + 1, argv + argc);
     Driver driver;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        if (word == "--all") {
-            driver.all = true;
-        } else if (word == "--only" && i + 1 < argc) {
-            driver.only = argv[++i];
-        } else if (word == "--workers" && i + 1 < argc) {
-            driver.workers = std::max(1, std::atoi(argv[++i]));
-        } else {
-            std::cerr << "usage: vex_faults [--all] [--only SESSION:PROCESS:KIND[:NUMBER]] "
-                         "[--workers N]\n";
-            return 2;
-        }
+    driver.all = words == Lines{"--all"};
+    if (words.size() == 2 && words[0] == "--only") driver.only = words[1];
+    if (!words.empty() && !driver.all && driver.only.empty()) {
+        std::cerr << "usage: vex_faults [--all | --only SESSION:PROCESS:KIND[:NUMBER]]\n";
+        return 2;
     }
     if (::getuid() == 0) {
         std::cerr << "skipped: run the tests as an ordinary user\n";
         return 77;
     }
-#ifdef VEX_SANITIZED
-    std::cerr
-        << "skipped: a sanitizer's library wants to be loaded first, and has its own malloc\n";
-    return 77;
-#endif
     return driver.run();
 }

@@ -1,38 +1,25 @@
 #pragma once
 
-#include "backend/os/processtree.h"
+#include "common/unixsock.h"
 #include "tests/faults/board.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/terminal.h"
+#include "tests/support/walker.h"
 
-#include <cstdio>
+#include <deque>
 #include <iostream>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/un.h>
 
 inline constexpr auto bound = std::chrono::seconds(25);   // in which every session ends
 inline constexpr auto clearing = std::chrono::seconds(5); // in which nothing is left of it
 
-/// What a user waits for, and types then.
-struct Typed {
-    const char *after, *text;
-};
-
-/// A short session.
+/// A short session, and what its user types after which text.
 struct Plan {
-    const char* name;
-    Lines arguments; // FOLDER and TASK stand for what their names say
-    std::vector<Typed> typed = {};
-};
-
-inline const char script[] =
-    "print 1\nwhere\ngroup a = 0\non a\nprint 2\non all\nstat\nmatch 'step'\n"
-    "vex who\n";
-
-/// The call that fails.
-struct Fault {
-    int role = 0, kind = 0, number = 0;
+    std::string name;
+    Lines arguments; // FOLDER and TASKS stand for what their names say
+    std::vector<std::pair<const char*, const char*>> typed = {};
+    Lines shown = {}; // when nothing fails
 };
 
 /// What a session came to.
@@ -48,56 +35,58 @@ class Runner {
   public:
     explicit Runner(bool tracing) : traces(tracing) {
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-        folder.write("script", script);
+        folder.write("script", "print 1\nwhere\ngroup a = 0\non a\nprint 2\non all\nstat\n"
+                               "match 'step'\nvex who\n");
         // As launchers do, it ends all when one has failed.
         folder.write("loop", "#!/bin/bash\nfor r in 0 1; do PMI_SIZE=2 PMI_RANK=$r \"$@\" & done\n"
                              "wait -n && wait -n && exit\nstatus=$?\nkill $(jobs -p)\nwait\n"
                              "exit $status\n");
         ::chmod(folder.path("loop").c_str(), 0700);
-        folder.write("board", std::string(sizeof(Board), '\0'));
-        const int fd = ::open(folder.path("board").c_str(), O_RDWR | O_CLOEXEC);
-        page = ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-        ::close(fd);
+        const Descriptor file(::open(folder.write("board", "").c_str(), O_RDWR | O_CLOEXEC));
+        page = ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
         if (page == MAP_FAILED) throw std::runtime_error("mmap failed");
     }
     ~Runner() { ::munmap(page, sizeof(Board)); }
-    Runner(const Runner&) = delete;
-    Runner& operator=(const Runner&) = delete;
 
-    Outcome run(const Plan& plan, Board::Mode mode, const Fault& at = {}) {
-        board = new (page) Board;
-        board->role = at.role;
-        board->kind = at.kind;
-        board->number = at.number;
-        board->mode = mode;
-        std::filesystem::remove(folder.path("trace"));
+    Outcome run(const Plan& plan, Board::Mode mode, const Fault& fault = {}) {
+        std::filesystem::resize_file(folder.path("board"), sizeof(Board)); // drops the traces
+        board = new (page) Board{.mode = mode, .fault = fault, .traces = traces};
         for (const char* each : {"home", "tmp", "launch"}) {
             std::filesystem::remove_all(folder.path(each));
             ::mkdir(folder.path(each).c_str(), 0700);
         }
-        const std::vector<pid_t> tasks = startTasks(plan);
+        const std::deque<Walker> walkers(plan.arguments[0] == "--attach" ? 2 : 0);
+        tasks.clear();
+        for (const Walker& each : walkers)
+            tasks.push_back(each.pid());
+        std::ranges::sort(tasks);
         Outcome outcome;
         {
-            Terminal vex(startOf(plan, tasks));
+            Terminal vex(startOf(plan));
             use(vex, plan);
             if (!vex.running()) outcome.status = vex.exitStatus();
             outcome.screen = vex.screen();
-            const termios now = vex.settings();
-            outcome.restored = std::memcmp(&now, &vex.initialSettings(), sizeof now) == 0;
+            outcome.restored = vex.isRestored();
         }
         // A session outlives its console: its guardian, ours now, ends it.
         if (outcome.screen.find("goes on without a console") != std::string::npos) {
-            for (const pid_t id : ProcessTree::children(::getpid()))
-                if (std::ranges::count(tasks, id) == 0) ::kill(id, SIGTERM);
+            for (const pid_t id : left())
+                if (ProcessTree::parentOf(id) == ::getpid()) ::kill(id, SIGTERM);
         }
-        outcome.clear = clears(tasks);
-        if (traces) outcome.screen += folder.read("trace");
+        const Deadline deadline(clearing);
+        while (!left().empty() && deadline.left() > 0)
+            sleepFor(1);
+        outcome.clear = left().empty() && std::filesystem::is_empty(folder.path("launch"));
+        for (auto rest = left(); !rest.empty(); rest = left()) {
+            for (const pid_t id : rest) {
+                if (traces) std::cout << "left: " << id << " " << ProcessTree::nameOf(id) << "\n";
+                ::kill(id, SIGKILL);
+            }
+            sleepFor(50);
+        }
+        if (traces) outcome.screen += folder.read("board").substr(sizeof(Board));
         outcome.socketLeft = socketLeft();
-        outcome.tasksRun = std::ranges::all_of(tasks, runs);
-        for (const pid_t task : tasks) {
-            ::kill(task, SIGKILL);
-            ::waitpid(task, nullptr, 0);
-        }
+        outcome.tasksRun = std::ranges::all_of(walkers, &Walker::walks);
         return outcome;
     }
     const Board& found() const { return *board; }
@@ -107,32 +96,17 @@ class Runner {
     TempDir folder;
     void* page = nullptr;
     Board* board = nullptr;
+    std::vector<pid_t> tasks; // to attach to
 
-    static std::vector<pid_t> startTasks(const Plan& plan) {
-        std::vector<pid_t> tasks;
-        for (int i = 0; i < 2 && std::ranges::count(plan.arguments, "TASK") > 0; ++i) {
-            const pid_t task = ::fork();
-            if (task == 0) {
-                ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
-                ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-                ::execlp("sleep", "sleep", "1000", nullptr);
-                ::_exit(127);
-            }
-            tasks.push_back(task);
-        }
-        return tasks;
-    }
-
-    Terminal::Start startOf(const Plan& plan, const std::vector<pid_t>& tasks) const {
+    Terminal::Start startOf(const Plan& plan) const {
         Terminal::Start start{{VEX_BIN_DIR "/vex"}};
         for (std::string word : plan.arguments) {
             if (word.starts_with("FOLDER")) word.replace(0, 6, folder.path());
-            if (word == "TASK") word = std::to_string(tasks[0]) + "," + std::to_string(tasks[1]);
+            if (word == "TASKS") word = std::to_string(tasks[0]) + "," + std::to_string(tasks[1]);
             start.argv.push_back(word);
         }
         start.environment = {{"LD_PRELOAD", VEX_FAULTS_SHIM},
                              {Board::variable, folder.path("board")},
-                             {Board::traceVariable, traces ? folder.path("trace") : ""},
                              {"HOME", folder.path("home")},
                              {"TMPDIR", folder.path("tmp")},
                              {"VEX_LAUNCH_DIR", folder.path("launch")},
@@ -147,73 +121,30 @@ class Runner {
         std::size_t mark = 0, next = 0;
         for (const Deadline deadline(bound); vex.running() && deadline.left() > 0; sleepFor(2)) {
             if (next == plan.typed.size()) continue;
-            const std::string& screen = vex.screen();
-            const std::size_t at = screen.find(plan.typed[next].after, mark);
+            const auto [after, text] = plan.typed[next];
+            const std::size_t at = vex.screen().find(after, mark);
             if (at == std::string::npos) continue;
-            mark = at + std::strlen(plan.typed[next].after);
-            vex.type(plan.typed[next++].text);
+            mark = at + std::strlen(after);
+            vex.type(text);
+            ++next;
         }
     }
 
-    // Whether nothing but the tasks is left soon; makes it so.
-    bool clears(const std::vector<pid_t>& tasks) const {
-        bool clear = false;
-        for (const Deadline deadline(clearing); !clear && deadline.left() > 0; sleepFor(1)) {
-            ProcessTree::reapStrangers(sorted(tasks));
-            auto rest = ProcessTree::descendants(::getpid());
-            std::erase_if(rest, [&](pid_t id) { return std::ranges::count(tasks, id) > 0; });
-            clear = rest.empty();
-        }
-        if (!clear) {
-            for (const pid_t id : ProcessTree::descendants(::getpid())) {
-                if (std::ranges::count(tasks, id) > 0) continue;
-                if (traces) std::cout << "left: " << id << " " << ProcessTree::nameOf(id) << "\n";
-                ::kill(id, SIGKILL);
-            }
-            sleepFor(50);
-            ProcessTree::reapStrangers(sorted(tasks));
-        }
-        return clear && std::filesystem::is_empty(folder.path("launch"));
+    // The processes that live below this one, but for the tasks.
+    std::vector<pid_t> left() const {
+        ProcessTree::reapStrangers(tasks);
+        auto found = ProcessTree::descendants(::getpid());
+        std::erase_if(found, [this](pid_t id) { return std::ranges::count(tasks, id) > 0; });
+        return found;
     }
 
-    static std::vector<pid_t> sorted(std::vector<pid_t> ids) {
-        std::ranges::sort(ids);
-        return ids;
-    }
-
-    // A file behind which nobody listens: the number may have gone to another session, which is
-    // about to listen or to end.
+    // A file behind which nobody listens for a second: the number may have gone to another session,
+    // which is about to listen or to end.
     bool socketLeft() const {
-        for (int i = 0; i < 10; ++i) {
-            if (!refuses()) return false;
-            sleepFor(20);
-        }
-        return true;
-    }
-
-    bool refuses() const {
-        if (::access(board->socketFile, F_OK) == -1 ||
-            birthOf(board->socketFile) != board->socketBirth)
-            return false;
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::snprintf(address.sun_path, sizeof address.sun_path, "%s", board->socketFile);
-        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const bool refused =
-            ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1 &&
-            errno == ECONNREFUSED;
-        ::close(socket);
-        return refused;
-    }
-
-    // It sleeps, and may only just have begun to.
-    static bool runs(pid_t task) {
-        for (const Deadline deadline(clearing); deadline.left() > 0; sleepFor(2)) {
-            const std::string status = ProcessTree::fileOf(task, "status");
-            if (status.find("TracerPid:\t0\n") != std::string::npos &&
-                status.find("State:\tS") != std::string::npos)
-                return true;
-        }
-        return false;
+        const char* const path = board->socketFile;
+        const auto remains = [&] {
+            return ::access(path, F_OK) == 0 && birthOf(path) == board->socketBirth;
+        };
+        return remains() && UnixSocket().connect(path, 1) != 0 && remains();
     }
 };

@@ -12,9 +12,9 @@ class SoakTest : public VexTest {
     static constexpr int tasks = 64, consoles = 3, survivors = 24;
 
     std::mt19937 random{static_cast<unsigned>(soak("VEX_SOAK_SEED", 1))};
-    std::vector<Answers> model;
+    std::map<int, Answers> model;
     ClientSet alive;
-    std::vector<std::unique_ptr<Peer>> peers;
+    std::map<int, std::unique_ptr<Peer>> peers;
     long checked = 0;
 
     int upTo(int most) { return std::uniform_int_distribution(0, most)(random); }
@@ -36,51 +36,40 @@ class SoakTest : public VexTest {
 
     // A command of a console to its clients, and what they say to it.
     struct Work {
-        std::string name;
+        Peer& peer;
         ClientSet clients;
         std::string command;
-        std::map<int, std::string> expected;
+        std::map<int, std::string> expected = {};
         bool runs = false;
     };
     Work begin(int console, const ClientSet& clients) {
         const char* const commands[] = {"print 1", "lines 20 200", "own 3", "where",
                                         "run",     "lines 400",    "set x", "run"};
-        Work work{"g" + std::to_string(console),
-                  clients,
-                  upTo(60) == 0 ? "flood 1" : commands[upTo(7)],
-                  {},
-                  false};
+        Peer& peer = *peers[console];
+        Work work{peer, clients, upTo(60) == 0 ? "flood 1" : commands[upTo(7)]};
         for (const int id : clients) {
-            Answers& answers = model[static_cast<std::size_t>(id)];
-            std::string text = answers.to(work.command);
+            Answers& answers = model.at(id);
+            work.expected[id] = answers.to(work.command);
             work.runs = answers.running();
-            if (work.runs) text += answers.interrupted();
-            if (!text.empty()) work.expected[id] = text;
+            if (work.runs) work.expected[id] += answers.interrupted();
         }
-        Peer& peer = *peers[static_cast<std::size_t>(console)];
-        peer.assign(work.name, clients);
-        peer.interrupted = work.name;
+        peer.interrupted = "g" + std::to_string(console);
+        peer.assign(peer.interrupted, clients);
         peer.deaf = true;
-        peer.send(Command::CLIENT, work.name, work.command);
+        peer.send(Command::CLIENT, peer.interrupted, work.command);
         return work;
     }
-    void check(int console, const Work& work) {
-        Peer& peer = *peers[static_cast<std::size_t>(console)];
-        if (work.runs) peer.send(Command::INTERRUPT, work.name);
-        const auto said = perClient(peer.finish());
+    void check(Work& work) {
+        if (work.runs) work.peer.send(Command::INTERRUPT, work.peer.interrupted);
+        auto said = perClient(work.peer.finish());
         checked += static_cast<long>(said.size());
-        for (const int id : work.clients) {
-            const auto is = said.find(id), should = work.expected.find(id);
-            ASSERT_EQ(is == said.end() ? "" : is->second,
-                      should == work.expected.end() ? "" : should->second)
-                << id << " on " << work.command;
-        }
+        for (const int id : work.clients)
+            ASSERT_EQ(said[id], work.expected[id]) << id << " on " << work.command;
     }
     void endOne() {
-        const int id = alive
-                           .ranges()[static_cast<std::size_t>(
-                               upTo(static_cast<int>(alive.ranges().size()) - 1))]
-                           .first;
+        const auto ranges = alive.ranges();
+        const int last = static_cast<int>(ranges.size()) - 1;
+        const int id = ranges[static_cast<std::size_t>(upTo(last))].first;
         if (upTo(1) == 0) {
             peers[0]->send(Command::CLIENT, std::to_string(id), "quit");
             EXPECT_EQ(peers[0]->finish().back(), "READY");
@@ -103,38 +92,34 @@ class SoakTest : public VexTest {
 };
 
 TEST_F(SoakTest, EveryAnswerIsRightAndMemoryStaysFlat) {
-    using Time = std::chrono::steady_clock;
-    const std::chrono::seconds length(soak("VEX_SOAK_SECONDS", 4));
+    const int length = static_cast<int>(soak("VEX_SOAK_SECONDS", 4)) * 1000; // ms
     const std::string path =
         beginWith({"-n", std::to_string(tasks), "--debugger", program("gdb-standin"), "true"});
     for (int i = 0; i < tasks; ++i)
-        model.emplace_back(i);
+        model.try_emplace(i, i);
     alive.insertRange(0, tasks - 1);
     for (int i = 0; i < consoles; ++i)
-        peers.push_back(std::make_unique<Peer>(path));
-    const auto start = Time::now();
+        peers[i] = std::make_unique<Peer>(path);
+    const Deadline end{std::chrono::milliseconds(length)};
     long early = 0, late = 0, rounds = 0; // the most memory, after a twelfth and at the end
-    for (; Time::now() - start < length && !HasFatalFailure(); ++rounds) {
-        std::vector<ClientSet> parts(consoles);
+    for (; end.left() > 0 && !HasFatalFailure(); ++rounds) {
+        std::map<int, ClientSet> parts; // of the consoles
         for (const int id : alive) {
-            if (const int part = upTo(consoles); part < consoles)
-                parts[static_cast<std::size_t>(part)].insert(id);
+            if (const int part = upTo(consoles); part < consoles) parts[part].insert(id);
         }
-        std::map<int, Work> works;
-        for (int i = 0; i < consoles; ++i) {
-            const ClientSet& clients = parts[static_cast<std::size_t>(i)];
-            if (!clients.empty()) works[i] = begin(i, clients);
-        }
-        for (const auto& [console, work] : works)
-            check(console, work);
+        std::vector<Work> works;
+        for (const auto& [console, clients] : parts)
+            works.push_back(begin(console, clients));
+        for (Work& work : works)
+            check(work);
         if (upTo(200) == 0 && static_cast<int>(alive.size()) > survivors) endOne();
-        if (upTo(20) == 0) peers[static_cast<std::size_t>(upTo(2))] = std::make_unique<Peer>(path);
-        const auto passed = Time::now() - start;
+        if (upTo(20) == 0) peers[upTo(consoles - 1)] = std::make_unique<Peer>(path);
+        const int passed = length - end.left();
         if (passed < length / 12) continue;
-        (passed < length / 6 ? early : late) =
-            std::max(passed < length / 6 ? early : late, resident());
+        long& most = passed < length / 6 ? early : late;
+        most = std::max(most, resident());
     }
-    if (length >= std::chrono::minutes(5)) {
+    if (length >= 5 * 60 * 1000) {
         EXPECT_LE(late, early + early / 10);
     }
     std::cout << rounds << " rounds, " << checked << " answers of " << alive.size()

@@ -4,7 +4,7 @@
 
 /// What needs two users besides this one: root, that is, and skips for others. Not beside other
 /// tests.
-class Strangers : public testing::Test {
+class StrangersTest : public testing::Test {
   protected:
     static constexpr uid_t one = 54321, other = 54322;
 

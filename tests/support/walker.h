@@ -1,24 +1,21 @@
 #pragma once
 
 #include "backend/os/childprocess.h"
+#include "backend/os/pipe.h"
 #include "backend/os/processtree.h"
-#include "common/descriptor.h"
 #include "tests/support/testing.h"
 
 // A process that is there before the session and after it; counts on its standard output.
 class Walker {
   public:
     explicit Walker(Lines arguments = {}) {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) == -1) throw std::runtime_error("no pipe");
-        output = Descriptor(ends[0]);
-        const Descriptor writer(ends[1]);
         arguments.insert(arguments.begin(), VEX_BIN_DIR "/steadily");
         ChildProcess::Start start;
         start.argv = arguments;
         start.input = STDIN_FILENO;
-        start.output = writer.get();
+        start.output = output.writer.get();
         child.start(start);
+        output.writer.reset();
     }
 
     pid_t pid() const { return child.pid(); }
@@ -28,14 +25,14 @@ class Walker {
     bool walks() const {
         char text[65536];
         for (int lines = 0; lines < 20; ++lines) {
-            pollfd ready{output.get(), POLLIN, 0};
-            if (::poll(&ready, 1, 5000) != 1 || ::read(output.get(), text, sizeof text) <= 0)
+            pollfd ready{output.reader.get(), POLLIN, 0};
+            if (::poll(&ready, 1, 5000) != 1 || ::read(output.reader.get(), text, sizeof text) <= 0)
                 return false;
         }
         return ProcessTree::parentOf(child.pid()) != 0;
     }
 
   private:
-    Descriptor output;
+    Pipe output;
     ChildProcess child;
 };

@@ -6,7 +6,7 @@ namespace {
 
 constexpr int number = SessionFile::maxNumber;
 
-TEST_F(Strangers, NobodyElseComesIntoASession) {
+TEST_F(StrangersTest, NobodyElseComesIntoASession) {
     become(one);
     Session session(number);
     ASSERT_EQ(::chmod(session.path().c_str(), 0666), 0); // the file's mode alone is no guard
@@ -22,19 +22,19 @@ TEST_F(Strangers, NobodyElseComesIntoASession) {
     }
 }
 
-TEST_F(Strangers, FilesOfOthersAreNamedWhenNoNumberIsFree) {
+TEST_F(StrangersTest, FilesOfOthersAreNamedWhenNoNumberIsFree) {
     const std::string path = SessionFile::path(number);
     become(other);
     std::ofstream(path) << "mine";
     become(one);
-    std::string said;
     try {
         const Session session(number);
+        ADD_FAILURE() << "the number is taken";
     } catch (const std::runtime_error& error) {
-        said = error.what();
+        const std::string said = error.what();
+        EXPECT_NE(said.find("files /tmp/.vexsock.N belong to user "), said.npos) << said;
+        EXPECT_NE(said.find("-delete"), said.npos) << said;
     }
-    EXPECT_NE(said.find("files /tmp/.vexsock.N belong to user "), said.npos) << said;
-    EXPECT_NE(said.find("-delete"), said.npos) << said;
     EXPECT_EQ(::access(path.c_str(), F_OK), 0);
     become(other);
     ::unlink(path.c_str());
