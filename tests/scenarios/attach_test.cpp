@@ -248,31 +248,24 @@ TEST_F(AttachTest, HalfAJobIsDebuggedOnlyWhenItsUserSaysSo) {
     EXPECT_EQ(console.command("print 1"), (Lines{"0:1 | $1 = 1", "READY"}));
     quit(console);
 
-    const std::string consoleProgram = folder.path("console");
-    const auto ask = [&](const std::string& keys) {
+    for (const std::string keys : {"n", "\003", "", "y"}) {
+        SCOPED_TRACE(Terminal::visible(keys));
         std::filesystem::remove(folder.path("session"));
-        launch({"--console", consoleProgram, mpi[0], mpi[1]});
+        launch({"--console", folder.path("console"), mpi[0], mpi[1]});
         vex->until(missing + question);
         vex->type(keys);
-    };
-    const auto terminalIsAsFound = [this] {
-        return vex->settings().c_lflag == vex->initialSettings().c_lflag;
-    };
-    for (const char* key : {"n", "\003"}) {
-        ask(key);
-        vex->until("n\nvex: the start was given up\n");
-        EXPECT_EQ(vex->exitStatus(), 1);
-        EXPECT_TRUE(terminalIsAsFound());
+        const bool givenUp = keys == "n" || keys == "\003";
+        if (keys == "y") {
+            await("session");
+            EXPECT_TRUE(vex->isRestored());
+        }
+        if (givenUp)
+            vex->until("n\nvex: the start was given up\n");
+        else
+            vex->signal(SIGTERM);
+        EXPECT_EQ(vex->exitStatus(), givenUp ? 1 : 128 + SIGTERM);
+        EXPECT_TRUE(vex->isRestored());
     }
-    ask("");
-    vex->signal(SIGTERM);
-    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
-    EXPECT_TRUE(terminalIsAsFound());
-    ask("y");
-    await("session");
-    EXPECT_TRUE(terminalIsAsFound());
-    vex->signal(SIGTERM);
-    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
 
     input = "print 1\n";
     launch({mpi[0], mpi[1]});

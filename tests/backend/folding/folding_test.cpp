@@ -60,11 +60,9 @@ TEST(LineCutter, HoldsNoMoreOfALineThanItsBound) {
     LineCutter cutter;
     Pieces pieces;
     const std::string wide(LineCutter::maxLine / 4, '.');
-    for (int i = 0; i < 9; ++i)
-        for (auto& piece : cutter.feed(wide + "!", start))
+    for (int i = 0; i < 10; ++i)
+        for (auto& piece : cutter.feed(i < 9 ? wide + "!" : "\n", start))
             pieces.push_back(std::move(piece));
-    for (auto& piece : cutter.feed("\n", start))
-        pieces.push_back(std::move(piece));
     ASSERT_EQ(pieces.size(), 3u);
     for (std::size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(pieces[i].goesOn, i > 0);
