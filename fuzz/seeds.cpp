@@ -36,15 +36,14 @@ std::string dataRecord() {
 }
 
 std::string rendezvous() {
-    Rendezvous where;
-    where.socketName = "vex-agents-1";
-    where.addresses = {"127.0.0.1", "fe80::1"};
-    where.port = 4711;
-    where.secret = std::string(64, 'a');
-    where.ranks = {3, 5};
-    where.size = 7;
-    where.nodeName = "vex-node";
-    return where.str();
+    return Rendezvous{.socketName = "vex-agents-1",
+                      .addresses = {"127.0.0.1", "fe80::1"},
+                      .port = 4711,
+                      .secret = std::string(64, 'a'),
+                      .ranks = {3, 5},
+                      .size = 7,
+                      .nodeName = "vex-node"}
+        .str();
 }
 
 std::string groupRecord() {
@@ -79,9 +78,7 @@ int main(int argc, char** argv) {
         seed("token", line);
         seed("split", std::string(" ,:") + '\0' + line);
     }
-    AgentHello hello;
-    hello.nonce = "nonce";
-    hello.host = "node1";
+    const AgentHello hello{.nonce = "nonce", .host = "node1"};
     seed("agent", hello.record().frames() + NodeRecords::tasks({{0, 2, 7}}).frames());
     DebuggerStart start;
     start.argv = {"gdb", "-q"};
@@ -108,7 +105,7 @@ int main(int argc, char** argv) {
           ":s", "history 3", "'open", "interrupt", "help on"})
         for (const char state : {'\0', '\2'})
             seed("command", state + std::string(line));
-    seed("output", "\x21\x04"
+    seed("output", "\x21"
                    "a\r\nb\n\1abac\n"
                    "c\1abac+\nd\x1b[1m\xc3\xa9\1abac-\n"
                    "a\nb\n> ");
