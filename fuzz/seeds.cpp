@@ -105,10 +105,7 @@ int main(int argc, char** argv) {
           ":s", "history 3", "'open", "interrupt", "help on"})
         for (const char state : {'\0', '\2'})
             seed("command", state + std::string(line));
-    seed("output", "\x21"
-                   "a\r\nb\n\1abac\n"
-                   "c\1abac+\nd\x1b[1m\xc3\xa9\1abac-\n"
-                   "a\nb\n> ");
+    seed("output", "!a\r\nb\n\1abac\nc\1abac+\nd\x1b[1m\xc3\xa9\1abac-\na\nb\n> ");
     seed("stacks", std::string("\0", 1) +
                        "\nThread 2 (Thread 0x7f (LWP 5) \"x\"):\n#0  0x1 in poll () from "
                        "/lib/libc.so\n#1  std::map<int, f(int)>::at (this=0x1, k=@0x2) at a.cpp:3\n"
@@ -121,9 +118,7 @@ int main(int argc, char** argv) {
                                  "mode = collapsed\necolor = RED\n# x\nbroadcast = on\n",
                                  "name = value\n# x\n\nother=%name\n",
                                  "where\nprint 1\n",
-                                 std::string("mpirun\0-np\0"
-                                             "3\0--host\0a:2,b\0./x\0",
-                                             30),
+                                 std::string("mpirun\0-np\0003\0--host\0a:2,b\0./x\0", 30),
                                  std::string("\x18\x10\0\0\0\0\0\0", 8) + std::string(24, '\1') +
                                      "node\0",
                                  "%2$s at %1$-5s<END>"};
