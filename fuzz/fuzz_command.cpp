@@ -1,4 +1,3 @@
-#include "common/brokenconnection.h"
 #include "console/ccommand.h"
 #include "fuzz/fuzz.h"
 
