@@ -3,46 +3,29 @@
 #include "common/framereader.h"
 #include "fuzz/fuzz.h"
 
-#include <cassert>
-
 namespace {
 
-// Adds up what it is told, so that all of it is looked at.
+// Hears all and does nothing with it, but for stacks, which it merges.
 struct Reader : Node, Node::Listener {
-    std::size_t sum = 0;
+    using Time = Clock::time_point;
     const std::string here;
 
-    void begin(const ClientSet& clients, const Work& work, Clock::time_point) override {
-        sum += clients.size() + static_cast<std::size_t>(work.number);
-    }
-    void type(const ClientSet& clients, const std::string& line) override {
-        sum += clients.size() + line.size();
-    }
-    void interrupt(const ClientSet& clients, Clock::time_point) override { sum += clients.size(); }
-    ClientSet reply(const ClientSet& clients, const std::string&, Clock::time_point) override {
-        return clients;
-    }
+    void begin(const ClientSet&, const Work&, Time) override {}
+    void type(const ClientSet&, const std::string&) override {}
+    void interrupt(const ClientSet&, Time) override {}
+    ClientSet reply(const ClientSet& clients, const std::string&, Time) override { return clients; }
     const std::string& host() const override { return here; }
-    void said(int, const ClientSet& clients, std::vector<std::string> lines,
-              Clock::time_point) override {
-        sum += clients.size() * lines.size();
-    }
-    void saidPart(int, const ClientSet& clients, const LineCutter::Piece&,
-                  Clock::time_point) override {
-        sum += clients.size();
-    }
-    void captured(int, int, const std::string& text) override { sum += text.size(); }
+    void said(int, const ClientSet&, std::vector<std::string>, Time) override {}
+    void saidPart(int, const ClientSet&, const LineCutter::Piece&, Time) override {}
+    void captured(int, int, const std::string&) override {}
     void stacks(int, const StackTree& tree) override {
         StackTree merged = tree;
         merged.add(tree);
-        sum += merged.tree().size() + merged.places().size();
+        merged.tree();
+        merged.places();
     }
-    void answered(int, const ClientSet& clients, Clock::time_point) override {
-        sum += clients.size();
-    }
-    void asks(int, const ClientSet& clients, const std::string&, Clock::time_point) override {
-        sum += clients.size();
-    }
+    void answered(int, const ClientSet&, Time) override {}
+    void asks(int, const ClientSet&, const std::string&, Time) override {}
 };
 
 void read(const AgentRecord& record) {
@@ -50,33 +33,32 @@ void read(const AgentRecord& record) {
     Reader reader;
     using namespace NodeRecords;
     switch (record.type) {
-    case AgentRecord::HELLO: {
-        const AgentHello hello = AgentHello::of(record);
-        assert(hello.protocol != AgentHello::version || hello.record().body == record.body);
+    case AgentRecord::HELLO:
+        if (const auto hello = AgentHello::of(record); hello.protocol == AgentHello::version)
+            expect(hello.record().body == record.body);
         break;
-    }
     case AgentRecord::CHALLENGE:
-        assert(AgentChallenge::of(record).record().body == record.body);
+        expect(AgentChallenge::of(record).record().body == record.body);
         break;
     case AgentRecord::START:
-        assert(start(startOf(record)).body == record.body);
+        expect(start(startOf(record)).body == record.body);
         break;
     case AgentRecord::TASKS:
-        assert(tasks(tasksOf(record)).body == record.body);
+        expect(tasks(tasksOf(record)).body == record.body);
         break;
     case AgentRecord::STARTED:
         startedOf(record, known);
         break;
     case AgentRecord::IDENTITY:
     case AgentRecord::TELL:
-        assert(notes(record.type, notesOf(record, known)).body == record.body);
+        expect(notes(record.type, notesOf(record, known)).body == record.body);
         break;
     case AgentRecord::ERRORS:
         errorsOf(record, known);
         break;
     case AgentRecord::FORKED:
     case AgentRecord::LEAVEFORK:
-        assert(fork(record.type, forkOf(record, known)).body == record.body);
+        expect(fork(record.type, forkOf(record, known)).body == record.body);
         break;
     case AgentRecord::ENDED:
     case AgentRecord::WHO:

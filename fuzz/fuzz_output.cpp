@@ -1,5 +1,4 @@
 #include "backend/drivers/promptmatcher.h"
-#include "backend/folding/folder.h"
 #include "backend/folding/linecutter.h"
 #include "backend/folding/safetext.h"
 #include "fuzz/fuzz.h"
@@ -40,51 +39,17 @@ Seen see(std::string_view output, std::vector<std::size_t> sizes) {
     return seen;
 }
 
-// Three clients say the lines, one of them some later: each is told with all that it has said, in
-// its order.
-void fold(const std::string& text, unsigned how) {
-    constexpr int clients = 3;
-    Folder folder;
-    folder.await({0, 1, 2});
-    std::vector<std::string> said(clients), told(clients);
-    const auto hear = [&](const Folder::Lines& all) {
-        int last = -1;
-        for (const Folder::Line& line : all.lines) {
-            expect(line.number >= last && !line.clients.empty());
-            last = line.number;
-            for (const int id : line.clients)
-                told[static_cast<std::size_t>(id)] += line.text + "\n";
-        }
-    };
-    Clock::time_point now{};
-    for (std::size_t at = 0, number = 0; at < text.size(); ++number) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        const std::string line = SafeText::line(text.substr(at, end - at));
-        for (int id = 0; id < clients; ++id) {
-            if ((how >> ((number + static_cast<std::size_t>(id)) % 8) & 1) != 0) continue;
-            folder.add(id, line, now);
-            said[static_cast<std::size_t>(id)] += line + "\n";
-        }
-        now += std::chrono::milliseconds(7);
-        if (const auto due = folder.due(); due && *due <= now) hear(folder.takeDue(now));
-        at = end + 1;
-    }
-    hear(folder.take());
-    expect(folder.empty() && said == told);
-}
-
 } // namespace
 
-// What a debugger prints comes out the same wherever reads cut it, does nothing to a terminal, and
-// loses nothing where it is folded. The first two bytes say how it is cut and who says what.
+// What a debugger prints comes out the same wherever reads cut it, and does nothing to a terminal.
+// The first byte says how it is cut.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    if (size < 2) return 0;
-    const std::string output = textOf(bytes + 2, size - 2);
+    if (size == 0) return 0;
+    const std::string output = textOf(bytes + 1, size - 1);
     const Seen whole = see(output, {0});
     expect(see(output, {1}) == whole);
     expect(see(output, {1 + bytes[0] % 16U, 1 + bytes[0] / 16U}) == whole);
     for (const char c : SafeText::of(whole.text.substr(0, whole.text.find('\n'))))
         expect(static_cast<unsigned char>(c) >= ' ' || c == '\t');
-    fold(whole.text, bytes[1]);
     return 0;
 }

@@ -36,15 +36,14 @@ std::string dataRecord() {
 }
 
 std::string rendezvous() {
-    Rendezvous where;
-    where.socketName = "vex-agents-1";
-    where.addresses = {"127.0.0.1", "fe80::1"};
-    where.port = 4711;
-    where.secret = std::string(64, 'a');
-    where.ranks = {3, 5};
-    where.size = 7;
-    where.nodeName = "vex-node";
-    return where.str();
+    return Rendezvous{.socketName = "vex-agents-1",
+                      .addresses = {"127.0.0.1", "fe80::1"},
+                      .port = 4711,
+                      .secret = std::string(64, 'a'),
+                      .ranks = {3, 5},
+                      .size = 7,
+                      .nodeName = "vex-node"}
+        .str();
 }
 
 std::string groupRecord() {
@@ -79,9 +78,7 @@ int main(int argc, char** argv) {
         seed("token", line);
         seed("split", std::string(" ,:") + '\0' + line);
     }
-    AgentHello hello;
-    hello.nonce = "nonce";
-    hello.host = "node1";
+    const AgentHello hello{.nonce = "nonce", .host = "node1"};
     seed("agent", hello.record().frames() + NodeRecords::tasks({{0, 2, 7}}).frames());
     DebuggerStart start;
     start.argv = {"gdb", "-q"};
@@ -108,10 +105,7 @@ int main(int argc, char** argv) {
           ":s", "history 3", "'open", "interrupt", "help on"})
         for (const char state : {'\0', '\2'})
             seed("command", state + std::string(line));
-    seed("output", "\x21\x04"
-                   "a\r\nb\n\1abac\n"
-                   "c\1abac+\nd\x1b[1m\xc3\xa9\1abac-\n"
-                   "a\nb\n> ");
+    seed("output", "!a\r\nb\n\1abac\nc\1abac+\nd\x1b[1m\xc3\xa9\1abac-\na\nb\n> ");
     seed("stacks", std::string("\0", 1) +
                        "\nThread 2 (Thread 0x7f (LWP 5) \"x\"):\n#0  0x1 in poll () from "
                        "/lib/libc.so\n#1  std::map<int, f(int)>::at (this=0x1, k=@0x2) at a.cpp:3\n"
@@ -124,9 +118,7 @@ int main(int argc, char** argv) {
                                  "mode = collapsed\necolor = RED\n# x\nbroadcast = on\n",
                                  "name = value\n# x\n\nother=%name\n",
                                  "where\nprint 1\n",
-                                 std::string("mpirun\0-np\0"
-                                             "3\0--host\0a:2,b\0./x\0",
-                                             30),
+                                 std::string("mpirun\0-np\0003\0--host\0a:2,b\0./x\0", 30),
                                  std::string("\x18\x10\0\0\0\0\0\0", 8) + std::string(24, '\1') +
                                      "node\0",
                                  "%2$s at %1$-5s<END>"};

@@ -3,25 +3,14 @@
 # sshd; the home directory is theirs together. Needs root for that; vex and the jobs are an ordinary user's.
 # Usage: tests/hosts.sh BIN-DIRECTORY, in which vex, vexagent, vexconsole and the programs to debug are.
 set -uo pipefail
-. "$(dirname "$0")/../scripts/lib.sh"
-bin=$(cd "${1:?usage: tests/hosts.sh BIN-DIRECTORY}" && pwd)
-
-skip() {
-    say "hosts: skipped, $*"
-    exit 0
-}
-[ "$(id -u)" -eq 0 ] || skip "hosts of its own need root"
-for each in ssh ssh-keygen ip nsenter script; do
-    command -v "$each" >/dev/null || skip "there is no $each here (Debian: openssh-server, iproute2)"
-done
-[ -x /usr/sbin/sshd ] || skip "there is no sshd here (Debian: openssh-server)"
+. "$(dirname "$0")/support/trial.sh"
+needs "openssh-server, iproute2" ssh ssh-keygen /usr/sbin/sshd ip nsenter script
 
 spaces=(--net --uts --ipc --pid --mount --fork --kill-child --mount-proc)
 unshare "${spaces[@]}" true 2>/dev/null || skip "name spaces may not be made here"
 
-# Not below /tmp, of which each host has its own.
-dir=$(mktemp -d /var/tmp/vex-hosts.XXXXXX)
-chmod 755 "$dir"
+makeDir /var/tmp # not below /tmp, of which each host has its own
+programs=$dir/bin
 hosts=(node1 node2 node3)
 declare -A init # the first process of each host: the host ends with it
 end() {
@@ -31,26 +20,9 @@ end() {
 }
 trap end EXIT
 
-failed=0
-# expect WHAT COMMAND...: the command succeeds within 20 s.
-expect() {
-    local what=$1 limit=$((SECONDS + 20))
-    shift
-    until "$@"; do
-        if [ $SECONDS -ge $limit ]; then
-            say "hosts: FAILED: $what"
-            tail -n 15 "$dir/screen" >&2
-            failed=1
-            return
-        fi
-        sleep 0.1
-    done
-    say "hosts: $what"
-}
-
 writeFiles() {
     local each number=0
-    mkdir -p "$dir/bin" "$dir/home/.ssh"
+    mkdir -p "$programs" "$dir/home/.ssh"
     # The home directory belongs to the user of all hosts, who may have none on this one.
     { echo "tester:x:$uid:$gid::$dir/home:/bin/sh" && grep -v '^tester:' /etc/passwd; } >"$dir/passwd"
     ssh-keygen -q -t ed25519 -N '' -f "$dir/hostkey" && ssh-keygen -q -t ed25519 -N '' -f "$dir/home/.ssh/key" ||
@@ -100,8 +72,7 @@ begin() {
     unshare --net sleep 1000 &
     switch=$!
     for each in "${hosts[@]}"; do
-        unshare "${spaces[@]}" bash -c 'host "$1"' bash "$each" \
-            >"$dir/$each.log" 2>&1 &
+        unshare "${spaces[@]}" bash -c 'host "$1"' bash "$each" >"$dir/$each.log" 2>&1 &
         outer=$!
         expect "$each begins" [ -e "$dir/$each.up" ]
         init[$each]=$(pgrep -P "$outer")
@@ -124,18 +95,8 @@ on() {
         OMPI_MCA_mpi_yield_when_idle=1 "$@"
 }
 
-mkfifo "$dir/keys"
-exec 9<>"$dir/keys"
-# A vex of the user's on a terminal of node1; its screen goes to a file.
-onTerminal() { on node1 script -qec "$dir/bin/vex $*" /dev/null >"$dir/screen" 2>&1 <&9 & }
+vexAs() { on node1 "$@"; }
 type() { printf '%s\n' "$@" >&9; }
-says() { tr -d '\r' <"$dir/screen" | grep -q -e "$1"; }
-# batch SCRIPT OPTIONS...: the report of a script of console commands.
-batch() {
-    printf '%b' "$1" >"$dir/home/script"
-    shift
-    on node1 timeout 60 "$dir/bin/vex" --script "$dir/home/script" "$@" >"$dir/screen" 2>&1
-}
 # each COMMAND... HOST: on all hosts
 each() {
     local host
@@ -165,7 +126,7 @@ launched() {
 running() {
     local what=$1 launcher=$2 program=$3 pid
     # shellcheck disable=SC2086 # words
-    on node1 $launcher "$dir/bin/$program" >/dev/null 2>&1 </dev/null &
+    on node1 $launcher "$programs/$program" >/dev/null 2>&1 </dev/null &
     expect "$what: a job runs" each twoRun "$program"
     pid=$(on node1 pgrep -o -x "${launcher%% *}")
     expect "it is attached to" batch 'vex who\nprint ntasks\nshell pgrep -c -x vexagent-node\n' --mpi "$pid"
@@ -191,7 +152,7 @@ running() {
 
 # What happens to a host is felt by its own tasks only.
 disturbed() {
-    onTerminal "--launch ssh --hosts machines $dir/bin/halo"
+    onTerminal "--launch ssh --hosts machines $programs/halo"
     expect "a job is debugged" prompts
     expect "its user can knock at each door" knocks "$uid" answers
     expect "others are refused" knocks 65533 refuses
@@ -243,7 +204,7 @@ mpi() {
         say "hosts: $1 skipped, it is not here"
         return
     fi
-    launched "$1" go_round --launch "$2" "$dir/bin/$3"
+    launched "$1" go_round --launch "$2" "$programs/$3"
     running "$@"
 }
 
@@ -253,7 +214,7 @@ if ! begin; then
     exit 1
 fi
 disturbed
-launched ssh simulate --launch ssh --hosts machines "$dir/bin/halo"
+launched ssh simulate --launch ssh --hosts machines "$programs/halo"
 mpi "Open MPI" 'mpirun.openmpi --hostfile slots -np 6' ring.openmpi
 mpi MPICH 'mpiexec.mpich -f machines -n 6' ring.mpich
 exit $failed

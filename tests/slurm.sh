@@ -3,20 +3,9 @@
 # goes at the end. Needs root for the daemons; the jobs and vex are an ordinary user's.
 # Usage: tests/slurm.sh BIN-DIRECTORY, in which vex, vexagent, vexconsole and halo are.
 set -uo pipefail
-. "$(dirname "$0")/../scripts/lib.sh"
-bin=$(cd "${1:?usage: tests/slurm.sh BIN-DIRECTORY}" && pwd)
-
-skip() {
-    say "slurm: skipped, $*"
-    exit 0
-}
-[ "$(id -u)" -eq 0 ] || skip "the daemons need root"
-for each in munged slurmctld slurmd srun; do
-    command -v "$each" >/dev/null || skip "there is no $each here (Debian: slurm-wlm, munge)"
-done
-
-dir=$(mktemp -d /tmp/vex-slurm.XXXXXX)
-chmod 755 "$dir"
+. "$(dirname "$0")/support/trial.sh"
+needs "slurm-wlm, munge" munged slurmctld slurmd srun
+makeDir /tmp
 export SLURM_CONF=$dir/slurm.conf
 end() {
     for each in d ctld munge; do
@@ -26,25 +15,6 @@ end() {
     rm -rf "$dir" "$scratch"
 }
 trap end EXIT
-
-mkfifo "$dir/keys"
-exec 9<>"$dir/keys"
-
-failed=0
-# expect WHAT COMMAND...: the command succeeds within 20 s.
-expect() {
-    local what=$1 limit=$((SECONDS + 20))
-    shift
-    until "$@"; do
-        if [ $SECONDS -ge $limit ]; then
-            say "slurm: FAILED: $what"
-            failed=1
-            return
-        fi
-        sleep 0.2
-    done
-    say "slurm: $what"
-}
 
 begin() {
     local host port=$((20000 + $$ % 20000))
@@ -89,18 +59,11 @@ END
 idle() { [ "$(sinfo -h -o %t)" = idle ]; }
 states() { [ "$(squeue -h -o %t | sort | tr '\n' ' ')" = "$1" ]; }
 gone() { ! pgrep -f "^$bin/vex" >/dev/null; }
-# The user's vex on a terminal, at which nobody types; its screen goes to a file.
-onTerminal() { asUser script -qec "$bin/vex $* $bin/halo" /dev/null >"$dir/screen" 2>&1 <&9 & }
+vexAs() { asUser "$@"; }
 # The oldest process of vex: the one on the terminal.
 tellVex() { pkill "$1" -o -f "^$bin/vex"; }
-says() { grep -q "$1" "$dir/screen"; }
-# batch SCRIPT OPTIONS...: the report of a script of console commands.
-batch() {
-    printf '%b' "$1" >"$dir/script"
-    chmod 644 "$dir/script"
-    shift
-    asUser timeout 60 "$bin/vex" --script "$dir/script" "$@" >"$dir/screen" 2>&1
-}
+# A start of vex, at whose terminal nobody types.
+starts() { onTerminal "--launch 'srun -n 4' $bin/halo"; }
 
 begin && expect "one node is up" idle
 [ $failed -eq 0 ] || skip "its daemons do not start here: $(tail -n 3 "$dir"/*.log 2>/dev/null)"
@@ -118,7 +81,7 @@ expect "the job goes on" states "R "
 scancel -u "$user"
 expect "it was cancelled" states ""
 
-onTerminal "--launch 'srun -n 4'"
+starts
 expect "a job is debugged" says '(all)'
 scancel -u "$user"
 expect "scancel ends the session" gone
@@ -126,17 +89,17 @@ expect "nothing is left" states ""
 
 asUser srun -n 4 sleep 1000 >/dev/null 2>&1 &
 expect "the node is busy" states "R "
-onTerminal "--launch 'srun -n 4'"
+starts
 expect "the next job waits" states "PD R "
 tellVex -USR1 # as Ctrl-C does
 expect "the start is given up" gone
 expect "with its job" states "R "
-onTerminal "--launch 'srun -n 4'"
+starts
 expect "one more waits" states "PD R "
 tellVex -KILL
 expect "its vex is killed" gone
 expect "and has left no job" states "R "
-onTerminal "--launch 'srun -n 4'"
+starts
 expect "the last one waits" states "PD R "
 pkill -STOP -F "$dir/ctld.pid"
 tellVex -USR1

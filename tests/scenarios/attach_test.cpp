@@ -15,7 +15,6 @@ TEST_F(AttachTest, WhatADebuggerHoldsIsFoundWhereverItStands) {
     EXPECT_TRUE(who().ends_with("pid -  sh, not running")) << who();
     console.command("set follow-fork-mode child");
     console.send(Command::CLIENT, "all", "run -c 'sleep 1000 & wait'");
-    EXPECT_TRUE(eventually([&] { return !named("sleep", living()).empty(); }));
     EXPECT_TRUE(eventually([&] {
         const auto sleeps = named("sleep", living());
         return std::ranges::any_of(sleeps, [](pid_t id) { return Tracing::tracerOf(id) > 0; });
@@ -37,15 +36,14 @@ TEST_F(AttachTest, WhatADebuggerHoldsIsFoundWhereverItStands) {
 TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
     std::unique_ptr<Peer> console;
     const auto kquit = [&] { console->send(Command::QUIT, "all"); };
-    const auto freeRun = [&] { console->send(Command::CLIENT, "all", "continue"); };
-    const auto killKeepers = [&] {
-        kill(named("vexagent", living()));
+    const auto types = [&](const char* line) { console->send(Command::CLIENT, "all", line); };
+    const auto freeRun = [&] { types("continue"); };
+    const auto killAndKquit = [&](const char* name) {
+        kill(named(name, living()));
         kquit();
     };
-    const auto killNode = [&] {
-        kill(named("vexagent-node", living()));
-        kquit();
-    };
+    const auto killKeepers = [&] { killAndKquit("vexagent"); };
+    const auto killNode = [&] { killAndKquit("vexagent-node"); };
     const struct {
         const char* name;
         Lines walker;
@@ -60,15 +58,8 @@ TEST_F(AttachTest, WhatItAttachedToRunsOnWithoutBreakpoints) {
         {"running, its keeper killed, kquit", {"threads"}, freeRun, killKeepers, true},
         {"running, the node's agent killed, kquit", {"threads"}, freeRun, killNode, true},
         {"running, SIGINT blocked, kquit", {"deaf"}, freeRun, kquit, true},
-        {"with a question, kquit",
-         {},
-         [&] { console->send(Command::CLIENT, "all", "commands"); },
-         kquit},
-        {"the debuggers' own quit",
-         {"threads"},
-         [] {},
-         [&] { console->send(Command::CLIENT, "all", "quit"); },
-         true},
+        {"with a question, kquit", {}, [&] { types("commands"); }, kquit},
+        {"the debuggers' own quit", {"threads"}, [] {}, [&] { types("quit"); }, true},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
@@ -248,31 +239,24 @@ TEST_F(AttachTest, HalfAJobIsDebuggedOnlyWhenItsUserSaysSo) {
     EXPECT_EQ(console.command("print 1"), (Lines{"0:1 | $1 = 1", "READY"}));
     quit(console);
 
-    const std::string consoleProgram = folder.path("console");
-    const auto ask = [&](const std::string& keys) {
+    for (const std::string keys : {"n", "\003", "", "y"}) {
+        SCOPED_TRACE(Terminal::visible(keys));
         std::filesystem::remove(folder.path("session"));
-        launch({"--console", consoleProgram, mpi[0], mpi[1]});
+        launch({"--console", folder.path("console"), mpi[0], mpi[1]});
         vex->until(missing + question);
         vex->type(keys);
-    };
-    const auto terminalIsAsFound = [this] {
-        return vex->settings().c_lflag == vex->initialSettings().c_lflag;
-    };
-    for (const char* key : {"n", "\003"}) {
-        ask(key);
-        vex->until("n\nvex: the start was given up\n");
-        EXPECT_EQ(vex->exitStatus(), 1);
-        EXPECT_TRUE(terminalIsAsFound());
+        const bool givenUp = keys == "n" || keys == "\003";
+        if (keys == "y") {
+            await("session");
+            EXPECT_TRUE(vex->isRestored());
+        }
+        if (givenUp)
+            vex->until("n\nvex: the start was given up\n");
+        else
+            vex->signal(SIGTERM);
+        EXPECT_EQ(vex->exitStatus(), givenUp ? 1 : 128 + SIGTERM);
+        EXPECT_TRUE(vex->isRestored());
     }
-    ask("");
-    vex->signal(SIGTERM);
-    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
-    EXPECT_TRUE(terminalIsAsFound());
-    ask("y");
-    await("session");
-    EXPECT_TRUE(terminalIsAsFound());
-    vex->signal(SIGTERM);
-    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
 
     input = "print 1\n";
     launch({mpi[0], mpi[1]});

@@ -153,54 +153,40 @@ TEST_F(Interrupt, ThousandsOfInterruptsDuringABusyExchange) {
     EXPECT_GT(sent, signals / 5);
 }
 
-// Shows 400 lines of 2,000 clients one by one, and takes its time.
-TEST_F(Interrupt, EndsWhatIsBeingShownAtALine) {
-    begin();
-    answerTo("option mode expanded");
+// 2,000 clients are shown one by one, and a line takes its time; of long lines the first write that
+// Ctrl-C meets is the last one. Nor does it wait for verdicts, of which two lines of a megabyte
+// would need very many steps.
+TEST_F(Interrupt, EndsWhatIsBeingShown) {
     ClientSet all;
     all.insertRange(0, 1999);
-    std::vector<Output> lines;
+    std::vector<Output> many, wide;
     for (int i = 0; i < 400; ++i)
-        lines.push_back({i, all, "line " + std::to_string(i) + "."});
-    command("run");
-    frontEnd.print(id, lines);
-    console->until("0 | line 399.");
-    console->signal(SIGINT);
-    const std::string shown = prompt("(all:int) ");
-    EXPECT_EQ(shown.substr(shown.size() - 6), "\x1b[00m\n");
-    EXPECT_EQ(shown.find("1999 | line 399."), shown.npos);
-    // What was not shown has been kept.
-    enter("leave");
-    finish();
-    EXPECT_NE(answerTo("match '^1999 ' | match 399").find("1999 | line 399."), shown.npos);
-}
-
-// Shows 40 lines of 300 kB: the first write that Ctrl-C meets is the last one.
-TEST_F(Interrupt, EndsWhatIsBeingShownBetweenLongLines) {
-    begin();
-    std::vector<Output> lines;
+        many.push_back({i, all, "line " + std::to_string(i) + "."});
     for (int i = 0; i < 40; ++i)
-        lines.push_back({i, {0}, "line " + std::to_string(i) + "." + std::string(300000, 'x')});
-    command("run");
-    frontEnd.print(id, lines);
-    console->until("| line 2.");
-    console->signal(SIGINT);
-    const std::string shown = prompt("(all:int) ");
-    EXPECT_EQ(shown.substr(shown.size() - 6), "\x1b[00m\n");
-    EXPECT_EQ(shown.find("| line 30."), shown.npos);
-    enter("leave");
-    finish();
-}
-
-// Nor does it wait for verdicts, of which two lines of a megabyte would need very many steps.
-TEST_F(Interrupt, UnlikeGiantsAreNotCompared) {
+        wide.push_back({i, {0}, "line " + std::to_string(i) + "." + std::string(300000, 'x')});
+    const std::string a(1000000, 'a'), b(1000000, 'b');
+    const struct {
+        std::vector<Output> lines;
+        const char* mode;
+        std::string shown, unshown;
+    } cases[] = {
+        {{{0, {0}, a + "."}, {0, {1}, "." + b}}, "auto", "", "never"},
+        {wide, "auto", "| line 2.", "| line 30."},
+        {many, "expanded", "0 | line 399.", "1999 | line 399."},
+    };
     begin();
-    command("run");
-    std::string giant(1000000, 'a'), other(1000000, 'b');
-    giant.back() = other.front() = '.';
-    frontEnd.print(id, {{0, {0}, giant}, {0, {1}, other}});
-    console->signal(SIGINT);
-    prompt("(all:int) ");
-    enter("leave");
-    finish();
+    for (const auto& [lines, mode, shown, unshown] : cases) {
+        answerTo(std::string("option mode ") + mode);
+        command("run");
+        frontEnd.print(id, lines);
+        if (!shown.empty()) console->until(shown);
+        console->signal(SIGINT);
+        const std::string rest = prompt("(all:int) ");
+        EXPECT_TRUE(shown.empty() || rest.ends_with("\x1b[00m\n"));
+        EXPECT_EQ(rest.find(unshown), rest.npos);
+        enter("leave");
+        finish();
+    }
+    // What was not shown has been kept.
+    EXPECT_NE(answerTo("match '^1999 ' | match 399").find("1999 | line 399."), std::string::npos);
 }

@@ -111,6 +111,15 @@ TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
     first->signal(SIGKILL);
     first->exitStatus();
 
+    // A window is closed while the job runs on: the session is kept whole, and the terminal that is
+    // gone is not written to. It grows old enough to show.
+    first = join();
+    answer(*first, "run", "still waits");
+    first->hangUp();
+    expectStatus(*first, 128 + SIGHUP);
+    sleepFor(1000);
+    EXPECT_EQ(listed(), "2 tasks, 0 consoles");
+
     first = join();
     second = join();
     leave(*second, "kquit");
@@ -120,20 +129,6 @@ TEST_F(Sessions, ExitListJoinHangUpAndKquit) {
 
     auto lost = run({program("vex"), "--join", "99998"});
     expectStatus(*lost, 1, "you have no session 99998; vex --list shows those that you have.\n");
-}
-
-TEST_F(Sessions, AClosedWindowIsAnExit) {
-    auto first = begin();
-    answer(*first, "run", "still waits");
-    first->hangUp();
-    expectStatus(*first, 128 + SIGHUP);
-    // It is kept whole: the terminal that is gone is not written to. It grows old enough to show.
-    sleepFor(1000);
-    EXPECT_EQ(listed(), "2 tasks, 0 consoles");
-    first = join();
-    leave(*first, "kquit");
-    expectStatus(*first, 0);
-    expectNothingLeft("/tmp/.vexsock." + number);
 }
 
 TEST_F(Sessions, CtrlCAndInterruptStopTasksThatRunOn) {
@@ -159,7 +154,6 @@ TEST_F(Sessions, CtrlCAndInterruptStopTasksThatRunOn) {
     expectStatus(*console, 0);
 }
 
-// The exit status tells whether all of the script was carried out, and standard error what was not.
 TEST_F(Sessions, CtrlZGivesTheShellItsTerminalUntilFg) {
     const Console console = std::make_unique<Terminal>(Terminal::Start{{"sh", "-i"},
                                                                        {{"HOME", folder.path()},
@@ -190,6 +184,7 @@ TEST_F(Sessions, CtrlZGivesTheShellItsTerminalUntilFg) {
     EXPECT_EQ(console->exitStatus(), 0);
 }
 
+// The exit status tells whether all of the script was carried out, and standard error what was not.
 TEST_F(Sessions, AScriptIsJudged) {
     const struct {
         const char *script, *shown, *said;

@@ -60,11 +60,9 @@ TEST(LineCutter, HoldsNoMoreOfALineThanItsBound) {
     LineCutter cutter;
     Pieces pieces;
     const std::string wide(LineCutter::maxLine / 4, '.');
-    for (int i = 0; i < 9; ++i)
-        for (auto& piece : cutter.feed(wide + "!", start))
+    for (int i = 0; i < 10; ++i)
+        for (auto& piece : cutter.feed(i < 9 ? wide + "!" : "\n", start))
             pieces.push_back(std::move(piece));
-    for (auto& piece : cutter.feed("\n", start))
-        pieces.push_back(std::move(piece));
     ASSERT_EQ(pieces.size(), 3u);
     for (std::size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(pieces[i].goesOn, i > 0);
@@ -98,20 +96,14 @@ TEST(SafeText, LeavesNoControlBytes) {
         {"caf\xc3\xa9 \xe2\x80\x98x\xe2\x80\x99 \xf0\x9f\x98\x80",
          "caf\xc3\xa9 \xe2\x80\x98x\xe2\x80\x99 \xf0\x9f\x98\x80"},
         // Upper control characters: a byte of their own, in what is no UTF-8, and as UTF-8.
-        {"\x9b"
-         "2J",
-         "M-^[2J"},
+        {"\2332J", "M-^[2J"},
         {"\xe9t\xe9", "\xe9t\xe9"},
-        {"\xe2\x9b"
-         "c",
-         "\xe2M-^[c"},
+        {"\xe2\233c", "\xe2M-^[c"},
         {"\xe0\x9b\x9b", "\xe0M-^[M-^["},
         {"\xed\xa0\x80", "\xed\xa0M-^@"},
         {"\xf4\x90\x80\x80", "\xf4M-^PM-^@M-^@"},
         {"\xc0\x9b", "\xc0M-^["},
-        {"\xc2\x9b"
-         "2J\xc2\xa0",
-         "M-^[2J\xc2\xa0"},
+        {"\xc2\2332J\xc2\xa0", "M-^[2J\xc2\xa0"},
         {"\x90\xc3\x9b", "M-^P\xc3\x9b"},
         // Where returns stand, the last piece counts that is not empty.
         {"10%\r20%\r", "20%"},

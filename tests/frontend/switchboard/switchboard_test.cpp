@@ -287,8 +287,7 @@ TEST_F(SwitchboardTest, ConsolesGetNoControlBytesButProgramsDo) {
     filtered();
     types(1, "0", "shell it");
     EXPECT_EQ(answers({0}, raw), "1 0@0 20%^G^@ / 1 READY 1");
-    board.announce("\x1b"
-                   "c");
+    board.announce("\033c");
     EXPECT_TRUE(happened().ends_with("^[c"));
 }
 

@@ -9,18 +9,19 @@ using namespace std::chrono_literals;
 using enum Command::Type;
 using enum GroupCommand::Type;
 
-// A switchboard with four clients and consoles 1 and 2, whose acts are written down: "1 READY 1",
-// "2 FAILED 519", "1 0@0:3 hello" for a line and its number, "type 0 where" and so on, all with a
-// slash between them.
+// A switchboard with clients, four of them mostly, and consoles 1 and 2, whose acts are written
+// down: "1 READY 1", "2 FAILED 519", "1 0@0:3 hello" for a line and its number, "type 0 where" and
+// so on, all with a slash between them.
 class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
   protected:
     Gdb gdb{"gdb"};
-    Switchboard board{4, gdb, *this};
+    Switchboard board;
     Clock::time_point now{};
     std::optional<Clock::time_point> wake;
     std::string log;
+    int records = 0; // of lines, for console 1
 
-    SwitchboardTest() {
+    explicit SwitchboardTest(int clients = 4) : board(clients, gdb, *this) {
         board.consoleJoined(1);
         board.consoleJoined(2);
     }
@@ -100,6 +101,7 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
     void toConsole(int console, const Data& data) override {
         const std::string to = std::to_string(console) + " ",
                           its = std::to_string(data.getConsoleID());
+        records += data.getType() == Data::TEXT && console == 1;
         if (data.getType() != Data::TEXT)
             note(to + (data.getType() == Data::READY ? "READY " : "QUIT ") + its);
         else if (console == 1 || its == "2")
