@@ -120,7 +120,7 @@ int main(int argc, char** argv) {
                                  "where\nprint 1\n",
                                  std::string("mpirun\0-np\0003\0--host\0a:2,b\0./x\0", 30),
                                  std::string("\x18\x10\0\0\0\0\0\0", 8) + std::string(24, '\1') +
-                                     "node\0",
+                                     std::string("node\0", 5),
                                  "%2$s at %1$-5s<END>"};
     char kind = 0;
     for (const std::string& text : files)
