@@ -134,7 +134,8 @@ class Stacks(gdb.Command):
                     except gdb.error as problem: say(str(problem))
         finally:
             if thread is not None: thread.switch()
-            else: gdb.execute("inferior %d" % inferior.num, to_string=True)
+            elif gdb.selected_inferior().num != inferior.num:
+                gdb.execute("inferior %d" % inferior.num, to_string=True)
             if frame is not None and frame.is_valid(): frame.select()
 Stacks()
 )";
