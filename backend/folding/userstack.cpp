@@ -42,13 +42,12 @@ constexpr std::array<std::string_view, 6> systemDirectories = {
 };
 
 // Libraries of run times and messages, wherever they are installed.
-constexpr std::array<std::string_view, 36> runtimeLibraries = {
-    "libmpi",     "libpmpi",     "libopen-",    "libpmi",     "libprrte",  "libevent",
-    "libhwloc",   "libucp",      "libucs",      "libuct",     "libucm",    "libucc",
-    "libfabric",  "libpsm",      "libibverbs",  "librdmacm",  "libnccl",   "libcuda",
-    "libshmem",   "liboshmem",   "libsma",      "libgomp",    "libomp",    "libiomp",
-    "libpython",  "libgfortran", "libquadmath", "libstdc++",  "libgcc_s",  "libc.so",
-    "libpthread", "ld-linux",    "mca_",        "linux-vdso", "libvexmpi", "libm.so",
+constexpr std::array<std::string_view, 34> runtimeLibraries = {
+    "libmpi",     "libpmpi",   "libopen-",   "libpmi",    "libprrte",    "libevent",    "libhwloc",
+    "libucp",     "libucs",    "libuct",     "libucm",    "libucc",      "libfabric",   "libpsm",
+    "libibverbs", "librdmacm", "libnccl",    "libcuda",   "libshmem",    "liboshmem",   "libsma",
+    "libgomp",    "libomp",    "libiomp",    "libpython", "libgfortran", "libquadmath", "libstdc++",
+    "libgcc_s",   "libc.so",   "libpthread", "ld-linux",  "mca_",        "libm.so",
 };
 
 // How the functions inside of them are called, for those that are linked into the program.

@@ -60,12 +60,9 @@ std::optional<ClientSet> Groups::members(const std::string& name, int console) c
 const ClientSet* Groups::placeOf(const std::string& name, int console) const {
     const auto own = places.find(console);
     if (own == places.end()) return nullptr;
-    const ClientSet* found = nullptr;
-    if (name == own->second.keptName)
-        found = &own->second.kept;
-    else if (const auto at = own->second.groups.find(name); at != own->second.groups.end())
-        found = &at->second;
-    return found;
+    if (name == own->second.keptName) return &own->second.kept;
+    const auto at = own->second.groups.find(name);
+    return at == own->second.groups.end() ? nullptr : &at->second;
 }
 
 void Groups::setPlaces(int console, const std::vector<ClientSet>& clients,
