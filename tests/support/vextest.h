@@ -11,6 +11,8 @@
 #include "tests/support/terminal.h"
 #include "tests/support/testing.h"
 
+#include <iostream>
+
 // Whether one of the lines has this text in it.
 inline bool contain(const Lines& lines, const std::string& text) {
     return std::ranges::any_of(
@@ -167,6 +169,10 @@ class VexTest : public UserTest {
     long long socketTime = 1;         // of the session begun last
     std::optional<std::string> input; // in place of the terminal
 
+    // What went wrong stands there, most often.
+    void TearDown() override {
+        if (HasFailure() && vex) std::cout << "the terminal:\n" << vex->screen() << std::endl;
+    }
     std::string script(const std::string& name, const std::string& text) {
         const std::string path = folder.write(name, text);
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
