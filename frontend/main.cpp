@@ -187,7 +187,7 @@ int start(Options options) {
     }
     theirs.close();
     const int number = session.number();
-    session.abandon();
+    session.leave();
     return Foreground(
                {number, options.console, guardian, !options.script.empty(), !options.interactive},
                std::move(ours))

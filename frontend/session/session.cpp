@@ -111,9 +111,8 @@ void Session::stopListening() {
     door.reset();
 }
 
-void Session::abandon() {
+void Session::leave() {
     stopListening();
-    claim.reset();
     file.clear();
 }
 

@@ -36,8 +36,10 @@ class Session {
     /// For a process that shares this session with its server: no longer listens, but keeps the
     /// number taken and removes the file.
     void stopListening();
-    /// In a process that has nothing to do with this session any more: leaves all to the others.
-    void abandon();
+    /// For a process that only runs a console of this session: leaves the sockets to the others,
+    /// but keeps the number taken, or that console, late, could connect to the next session of that
+    /// number.
+    void leave();
 
     /// A line to the living session of that number; nothing when this user has none.
     static std::optional<Channel> reach(int number);

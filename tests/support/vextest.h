@@ -171,7 +171,9 @@ class VexTest : public UserTest {
 
     // What went wrong stands there, most often.
     void TearDown() override {
-        if (HasFailure() && vex) std::cout << "the terminal:\n" << vex->screen() << std::endl;
+        if (!HasFailure() || !vex) return;
+        std::cout << "the terminal:\n" << vex->screen() << std::endl;
+        if (!vex->running()) std::cout << "vex ended with " << vex->exitStatus() << std::endl;
     }
     std::string script(const std::string& name, const std::string& text) {
         const std::string path = folder.write(name, text);

@@ -28,6 +28,11 @@ TEST(Session, TwoNeverShareANumberAndTheDeadAreNoObstacle) {
     ASSERT_EQ(console.connect(session.path().c_str(), 1), 0);
     EXPECT_NE(session.accept(), nullptr);
     EXPECT_EQ(session.accept(), nullptr);
+    // Not while a console of it may still connect.
+    const std::string file = session.path();
+    session.leave();
+    EXPECT_GT(Session(freed).number(), freed);
+    EXPECT_EQ(::unlink(file.c_str()), 0);
 }
 
 TEST(Session, ANumberBehindWhichSomebodyAnswersIsTaken) {
