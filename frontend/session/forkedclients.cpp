@@ -30,16 +30,18 @@ ForkedClients::ForkedClients(EventLoop& eventLoop, const Options& sessionOptions
 
 // --- the start
 
-Driver::Launch ForkedClients::newLaunch(const Driver& driver, const ErrorWatch* errors) {
+Driver::Launch ForkedClients::newLaunch(const Driver& driver, const Options& options,
+                                        const ErrorWatch* errors) {
     Driver::Launch launch;
+    launch.cachesIndex = options.indexCache;
+    launch.stopsOnAbort = options.stopOnAbort && !options.attaches();
     launch.nonce = Rendezvous::newSecret().substr(0, 16);
     if (errors && driver.marksErrors()) launch.errorMark = errors->mark();
     return launch;
 }
 
 DebuggerStart ForkedClients::startOf(pid_t process) const {
-    Driver::Launch launch = newLaunch(driver, errors);
-    launch.cachesIndex = options.indexCache;
+    Driver::Launch launch = newLaunch(driver, options, errors);
     launch.owned = !options.attaches();
     DebuggerStart start = DebuggerStart::of(driver, launch, {{"VEX_JOB", job}}, process);
     start.client = nextNumber();
