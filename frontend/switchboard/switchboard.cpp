@@ -387,7 +387,7 @@ void Switchboard::clientGone(int id, Clock::time_point now) {
         outlet.sessionOver();
         return;
     }
-    dispatcher.remove(id);
+    dispatcher.remove(id, now);
     for (auto& [number, console] : consoles)
         leaveVanishedGroup(number, console);
     tellDeadline();
