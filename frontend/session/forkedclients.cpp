@@ -108,9 +108,11 @@ void ForkedClients::join(int number) {
     Fork& fork = at(number);
     if (!fork.alive()) return;
     fork.phase = Fork::CLIENT;
-    owner.onClientForked(
-        number, fork.identity(number) + "  forked by client " + std::to_string(fork.child.parent),
-        fork.node);
+    owner.onClientForked(number,
+                         fork.identity(number) + "  forked by client " +
+                             std::to_string(fork.child.parent) + "; it stands still: on " +
+                             std::to_string(number) + ", then continue",
+                         fork.node);
     forks.started(number);
 }
 
