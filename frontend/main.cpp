@@ -1,3 +1,4 @@
+#include "backend/jobs/corefiles.h"
 #include "backend/jobs/hostfile.h"
 #include "backend/jobs/launcher.h"
 #include "backend/jobs/remotetasks.h"
@@ -94,6 +95,16 @@ void findTargets(Options& options) {
         options.launcherWords.clear();
 }
 
+// Finds the core files to look at.
+void findCores(Options& options) {
+    CoreFiles found = CoreFiles::find(options.core, Limits::maxTasks);
+    for (const std::string& note : found.notes)
+        std::fprintf(stderr, "vex: %s\n", note.c_str());
+    options.cores = std::move(found.paths);
+    options.coresHaveRanks = found.ranked;
+    options.tasks = static_cast<int>(options.cores.size());
+}
+
 // Finds what a launcher needs, before anything is started.
 void prepareLaunch(Options& options) {
     namespace fs = std::filesystem;
@@ -129,6 +140,7 @@ void prepare(Options& options) {
     const bool attaches = options.attaches();
     if (!attaches) findProgram(options);
     if (attaches) findTargets(options);
+    if (!options.core.empty()) findCores(options);
     // Agents look for theirs where they are.
     options.debuggerThere = options.debugger;
     const bool local =
@@ -136,7 +148,7 @@ void prepare(Options& options) {
     if (local) options.debugger = Executables::debugger(options.debugger);
     if (options.launches())
         prepareLaunch(options);
-    else if (!attaches && !Tracing::works())
+    else if (!attaches && options.cores.empty() && !Tracing::works())
         throw std::runtime_error(
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
@@ -148,6 +160,7 @@ void prepare(Options& options) {
         hosts.insert(each.host);
         ++elsewhere;
     }
+    elsewhere += static_cast<int>(std::ranges::count(options.cores, ""));
     const Limits::Need need{.tasks = options.tasks,
                             .here = options.tasks - elsewhere,
                             .debugger = Limits::memoryOf(options.debugger),

@@ -53,8 +53,8 @@ bool Driver::names(std::string_view word, std::span<const CommandName> commands)
     });
 }
 
-std::unique_ptr<Driver> makeDriver(const std::string& executable, bool attaches) {
+std::unique_ptr<Driver> makeDriver(const std::string& executable, Driver::Subject subject) {
     const std::string name = executable.substr(executable.rfind('/') + 1);
-    if (name.starts_with("lldb")) return std::make_unique<Lldb>(executable);
-    return std::make_unique<Gdb>(executable, attaches);
+    if (name.starts_with("lldb")) return std::make_unique<Lldb>(executable, subject);
+    return std::make_unique<Gdb>(executable, subject);
 }

@@ -11,6 +11,10 @@
 /// Another kind is another subclass. Knows texts only and does no I/O.
 class Driver {
   public:
+    /// What debuggers look at: a program that they start, a process that they attach to, or what a
+    /// process has left.
+    enum class Subject { PROGRAM, PROCESS, CORE };
+
     /// What one debugger is started with.
     struct Launch {
         /// The running process to attach to, as the command line names it; empty: the debugger
@@ -20,6 +24,8 @@ class Driver {
         bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.
         std::vector<std::string> program;
+        /// The core file of that program to look at; empty: none.
+        std::string core;
         /// Nonce of this client: letters and digits.
         std::string nonce;
         /// The terminal that the debugger itself runs on.
@@ -83,6 +89,9 @@ class Driver {
     /// Whether this command line lets the task run until the prompt; for a debugger that prints no
     /// marks of that (PromptMatcher).
     virtual bool letsRun(std::string_view line) const = 0;
+    /// Why this command line is of no use for core files, which have no process, as a sentence;
+    /// empty: it is, or the debuggers have processes.
+    virtual std::string refusal(std::string_view) const { return ""; }
     /// The line of the debugger's as users are to see it.
     virtual std::string shown(std::string line) const { return line; }
     /// What is different from what the debugger shows by itself, in one line; empty: nothing.
@@ -93,17 +102,18 @@ class Driver {
     virtual std::string backtraceCommand(int calls) const = 0;
     virtual StackLine parseStackLine(std::string_view line) const = 0;
 
-  protected:
-    /// The bare name of a call as debuggers print it: without its arguments and parameter types.
-    static std::string functionName(std::string_view call);
     /// Whether a word names one of these commands, perhaps shortened down to so many letters.
     struct CommandName {
         std::string_view name;
         std::size_t least;
     };
     static bool names(std::string_view word, std::span<const CommandName> commands);
+
+  protected:
+    /// The bare name of a call as debuggers print it: without its arguments and parameter types.
+    static std::string functionName(std::string_view call);
 };
 
-/// The driver for an executable: lldb when its name begins so, else gdb. Whether its debuggers
-/// attach to running tasks.
-std::unique_ptr<Driver> makeDriver(const std::string& executable, bool attaches = false);
+/// The driver for an executable: lldb when its name begins so, else gdb.
+std::unique_ptr<Driver> makeDriver(const std::string& executable,
+                                   Driver::Subject subject = Driver::Subject::PROGRAM);

@@ -270,6 +270,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }
+    if (!launch.core.empty()) words.insert(words.end(), {"-c", launch.core});
     words.push_back("--args");
     words.insert(words.end(), launch.program.begin(), launch.program.end());
     return words;
@@ -333,7 +334,7 @@ bool Gdb::letsRun(std::string_view line) const {
 }
 
 std::string Gdb::shown(std::string line) const {
-    if (!attaches) return line;
+    if (subject == Subject::PROGRAM) return line;
     constexpr std::string_view finish = "Run till exit from ";
     std::size_t at = line.starts_with(finish) ? finish.size() : 0;
     if (line.compare(at, 1, "#") == 0) {
@@ -345,7 +346,7 @@ std::string Gdb::shown(std::string line) const {
 }
 
 std::string Gdb::notice() const {
-    return attaches
+    return subject != Subject::PROGRAM
                ? "gdb's frame lines are shown without their code addresses, which differ in every "
                  "task; to see one: print $pc"
                : "";

@@ -21,6 +21,7 @@ std::vector<std::string> Lldb::argv(const Launch& launch) const {
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }
+    if (!launch.core.empty()) words.insert(words.end(), {"-c", launch.core});
     words.push_back("--");
     words.insert(words.end(), launch.program.begin(), launch.program.end());
     return words;

@@ -144,8 +144,13 @@ void Dispatcher::advance(int id, Clock::time_point now) {
         const std::string words = line.substr(std::min(line.size(), line.find_first_not_of(" \t")));
         if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(words) == scriptCommand &&
             !Text::afterWord(words).empty()) {
-            program.typed = true;
-            at(id).node->type({id}, Text::afterWord(words));
+            line = Text::afterWord(words);
+            const std::string refusal = driver.refusal(line);
+            program.typed = refusal.empty();
+            if (program.typed)
+                at(id).node->type({id}, line);
+            else
+                deliver(request, id, refusal, now);
         } else {
             if (!request.stat) line = SafeText::line(std::move(line));
             deliver(request, id, line, now);

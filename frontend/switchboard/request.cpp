@@ -26,6 +26,7 @@ std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup&
             filter = std::move(pipeline->filter);
         }
     }
+    if (std::string refusal = driver.refusal(line); !refusal.empty()) return refusal;
     return std::nullopt;
 }
 
