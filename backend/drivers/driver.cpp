@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <system_error>
 
 namespace {
 
@@ -45,6 +47,18 @@ std::string Driver::functionName(std::string_view call) {
     while (call.ends_with(' '))
         call.remove_suffix(1);
     return std::string(call);
+}
+
+std::string Driver::firstLine(std::string_view text) {
+    const std::size_t begin = std::min(text.size(), text.find_first_not_of("\r\n"));
+    return std::string(text.substr(begin, text.find_first_of("\r\n", begin) - begin));
+}
+
+std::optional<double> Driver::numberIn(std::string_view text) {
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [last, fault] = std::from_chars(text.data(), end, number);
+    return fault == std::errc() && last == end ? std::optional(number) : std::nullopt;
 }
 
 bool Driver::names(std::string_view word, std::span<const CommandName> commands) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -54,6 +55,18 @@ class Driver {
 
     virtual ~Driver() = default;
 
+    /// What an expression is worth in one task.
+    struct Value {
+        /// Nothing: it is no number.
+        std::optional<double> number;
+        /// As the debugger shows it, in one line; or why there is no value.
+        std::string text;
+        /// The function of the frame in which it was found; empty: the debugger does not tell.
+        std::string function;
+        /// Whether that frame is the selected one, and not the innermost of the program's own.
+        bool isSelected = true;
+    };
+
     /// The debugger's name, for scripts.
     virtual std::string name() const = 0;
 
@@ -103,6 +116,14 @@ class Driver {
     virtual StackLine parseStackLine(std::string_view line) const = 0;
 
     /// Whether a word names one of these commands, perhaps shortened down to so many letters.
+    /// The command that prints the value of an expression.
+    virtual std::string valueCommand(const std::string& expression) const = 0;
+    virtual Value parseValue(std::string_view answer) const = 0;
+
+    /// The first line of a text that is not empty.
+    static std::string firstLine(std::string_view text);
+    /// The number that a text is, and nothing else; nothing when it is none.
+    static std::optional<double> numberIn(std::string_view text);
     struct CommandName {
         std::string_view name;
         std::size_t least;

@@ -256,8 +256,9 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("-iex");
         words.push_back("set " + setting);
     }
-    words.insert(words.end(), {"-iex", plainStacks, "-iex", inOneLine(stacksHook), "-iex",
-                               inOneLine(mainThreadHook)});
+    words.insert(words.end(),
+                 {"-iex", plainStacks, "-iex", inOneLine(stacksHook), "-iex", GdbValues::plain,
+                  "-iex", inOneLine(GdbValues::hook), "-iex", inOneLine(mainThreadHook)});
     words.insert(words.end(), {"-iex", runHookFor(prompt(launch.nonce))});
     if (!launch.errorMark.empty())
         words.insert(words.end(),

@@ -2,6 +2,7 @@
 
 #include "backend/drivers/corerules.h"
 #include "backend/drivers/driver.h"
+#include "backend/drivers/gdbvalues.h"
 
 /// The driver of gdb, version 12 or later.
 class Gdb : public Driver {
@@ -33,6 +34,10 @@ class Gdb : public Driver {
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
+    std::string valueCommand(const std::string& expression) const override {
+        return GdbValues::command + (" " + expression);
+    }
+    Value parseValue(std::string_view answer) const override { return GdbValues::parse(answer); }
 
   private:
     static StackLine fieldsOf(std::string_view line);

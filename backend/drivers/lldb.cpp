@@ -78,6 +78,17 @@ std::string Lldb::backtraceCommand(int calls) const {
 
 Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
     StackLine result;
+// "(double) $0 = 1.5", "error: use of undeclared identifier 'x'"
+Driver::Value Lldb::parseValue(std::string_view answer) const {
+    Value value;
+    value.text = firstLine(answer);
+    constexpr std::string_view is = " = ";
+    const std::size_t at = value.text.find(is);
+    if (value.text.starts_with('(') && at != std::string::npos) value.text.erase(0, at + is.size());
+    value.number = numberIn(value.text);
+    return value;
+}
+
     const std::size_t begin = line.find_first_not_of(" *");
     if (begin == std::string_view::npos) return result;
     line.remove_prefix(begin);

@@ -27,6 +27,10 @@ class Lldb : public Driver {
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
+    std::string valueCommand(const std::string& expression) const override {
+        return "expression -- " + expression;
+    }
+    Value parseValue(std::string_view answer) const override;
 
   private:
     const std::string executable;

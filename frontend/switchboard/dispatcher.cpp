@@ -122,7 +122,8 @@ void Dispatcher::answered(int work, const ClientSet& clients, Clock::time_point 
 }
 
 void Dispatcher::captured(int work, int id, const std::string& text) {
-    const Request* const request = requests.find(work);
+    Request* const request = requests.find(work);
+    if (request && request->takesValue(id, text, driver)) return;
     // A node can send anything.
     const bool wanted = request && request->work().output == Work::WHOLE && !programRuns(id);
     if (wanted && request->console != 0 && request->waiting.contains(id))
@@ -173,7 +174,7 @@ void Dispatcher::conclude(int id) {
 // clients.
 void Dispatcher::report(Request& request, std::optional<int> last) {
     request.reported = true;
-    if (request.kind == Command::STATCLIENT) listener.located(request, request.stat->places());
+    listener.located(request, request.conclude());
     if (!request.filter.empty() && last && request.console != 0) {
         startProgram(*last, request.filter, request.stat->text());
         return;
