@@ -6,7 +6,9 @@
 #include "backend/os/executables.h"
 #include "backend/os/limits.h"
 #include "backend/os/standardstreams.h"
+#include "backend/os/text.h"
 #include "backend/os/tracing.h"
+#include "common/descriptor.h"
 #include "common/error.h"
 #include "frontend/session/options.h"
 #include "frontend/session/sessionserver.h"
@@ -95,6 +97,20 @@ void findTargets(Options& options) {
         options.launcherWords.clear();
 }
 
+// A launched task may read a file of its own machine.
+void findInput(Options& options) {
+    if (options.input.find('\n') != std::string::npos)
+        throw std::runtime_error("the name of the file for --stdin has a line break.");
+    if (!options.launches()) {
+        if (!Descriptor(::open(options.input.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)))
+            throw std::runtime_error("cannot read '" + options.input +
+                                     "' for --stdin: " + std::strerror(errno));
+    } else if (Text::baseName(options.debugger).starts_with("lldb")) {
+        throw std::runtime_error("with --launch, --stdin needs gdb.");
+    }
+    options.input = std::filesystem::absolute(options.input).string();
+}
+
 // Finds the core files to look at.
 void findCores(Options& options) {
     CoreFiles found = CoreFiles::find(options.core, Limits::maxTasks);
@@ -141,6 +157,7 @@ void prepare(Options& options) {
     if (!attaches) findProgram(options);
     if (attaches) findTargets(options);
     if (!options.core.empty()) findCores(options);
+    if (!options.input.empty()) findInput(options);
     // Agents look for theirs where they are.
     options.debuggerThere = options.debugger;
     const bool local =

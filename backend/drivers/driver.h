@@ -25,6 +25,8 @@ class Driver {
         bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.
         std::vector<std::string> program;
+        /// What the program of client 0 reads in the place of that terminal; empty: that terminal.
+        std::string inputFile;
         /// The core file of that program to look at; empty: none.
         std::string core;
         /// Nonce of this client: letters and digits.
@@ -53,8 +55,6 @@ class Driver {
         bool isMain = false;
     };
 
-    virtual ~Driver() = default;
-
     /// What an expression is worth in one task.
     struct Value {
         /// Nothing: it is no number.
@@ -66,6 +66,8 @@ class Driver {
         /// Whether that frame is the selected one, and not the innermost of the program's own.
         bool isSelected = true;
     };
+
+    virtual ~Driver() = default;
 
     /// The debugger's name, for scripts.
     virtual std::string name() const = 0;
@@ -114,8 +116,6 @@ class Driver {
     /// The command that prints the stacks of all threads, at most this many calls of each.
     virtual std::string backtraceCommand(int calls) const = 0;
     virtual StackLine parseStackLine(std::string_view line) const = 0;
-
-    /// Whether a word names one of these commands, perhaps shortened down to so many letters.
     /// The command that prints the value of an expression.
     virtual std::string valueCommand(const std::string& expression) const = 0;
     virtual Value parseValue(std::string_view answer) const = 0;
@@ -124,6 +124,8 @@ class Driver {
     static std::string firstLine(std::string_view text);
     /// The number that a text is, and nothing else; nothing when it is none.
     static std::optional<double> numberIn(std::string_view text);
+
+    /// Whether a word names one of these commands, perhaps shortened down to so many letters.
     struct CommandName {
         std::string_view name;
         std::size_t least;

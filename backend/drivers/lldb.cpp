@@ -11,7 +11,9 @@ std::vector<std::string> Lldb::argv(const Launch& launch) const {
     };
     // The program reads from a terminal of its own. Its output must go through lldb, which only
     // then keeps its prompt back until the program stops.
-    if (launch.attach.empty()) settings.push_back("target.input-path " + launch.inputTerminal);
+    if (launch.attach.empty())
+        settings.push_back("target.input-path " +
+                           (launch.inputFile.empty() ? launch.inputTerminal : launch.inputFile));
     std::vector<std::string> words{executable, "--no-lldbinit", "--no-use-colors"};
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-O", "settings set " + setting});
@@ -76,8 +78,6 @@ std::string Lldb::backtraceCommand(int calls) const {
     return "thread backtrace -c " + std::to_string(calls) + " all";
 }
 
-Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
-    StackLine result;
 // "(double) $0 = 1.5", "error: use of undeclared identifier 'x'"
 Driver::Value Lldb::parseValue(std::string_view answer) const {
     Value value;
@@ -89,6 +89,8 @@ Driver::Value Lldb::parseValue(std::string_view answer) const {
     return value;
 }
 
+Driver::StackLine Lldb::parseStackLine(std::string_view line) const {
+    StackLine result;
     const std::size_t begin = line.find_first_not_of(" *");
     if (begin == std::string_view::npos) return result;
     line.remove_prefix(begin);

@@ -51,6 +51,11 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         ->excludes("--attach")
         ->excludes("--attach-config")
         ->excludes("--mpi");
+    app.add_option("--stdin", input, "The file that task 0 reads as its standard input")
+        ->excludes("--attach")
+        ->excludes("--attach-config")
+        ->excludes("--mpi")
+        ->excludes("--core");
     app.add_flag("--partial", partial, "With --mpi: go on although tasks of the job are missing");
     CLI::Option* launcher =
         app.add_option("--launch", launch,

@@ -17,6 +17,8 @@ struct Options {
     pid_t mpiLauncher = 0;
     /// Whether to go on without asking when tasks of that job are missing.
     bool partial = false;
+    /// The file that task 0 reads as its standard input; empty: a terminal.
+    std::string input;
     /// The core files to look at, as a pattern or their directory; empty: start the program.
     std::string core;
     /// These files by the numbers of their clients, found from the above (CoreFiles).

@@ -6,6 +6,7 @@
 #include "frontend/session/options.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
@@ -19,7 +20,7 @@ class TaskStarts {
         : options(given), driver(dialect), job(sessionsJob), errors(watch) {}
 
     /// Of any of so many tasks; it needs the task's number and process.
-    DebuggerStart common(std::size_t tasks) const { return withCore(tasks, ""); }
+    DebuggerStart common(std::size_t tasks) const { return make(tasks, {}); }
     /// Of a task of this machine.
     DebuggerStart local(int task, std::size_t tasks) const;
     /// The process to attach to; 0: none.
@@ -31,5 +32,5 @@ class TaskStarts {
     const std::string& job;
     const ErrorWatch* const errors;
 
-    DebuggerStart withCore(std::size_t tasks, const std::string& core) const;
+    DebuggerStart make(std::size_t tasks, std::optional<int> task) const;
 };
