@@ -97,6 +97,21 @@ void findTargets(Options& options) {
         options.launcherWords.clear();
 }
 
+// What runs a script stands beside the agent, on every host. Another debugger than gdb sees the
+// program itself.
+void findStarter(Options& options) {
+    const std::string& program = options.program[0];
+    const bool plain =
+        !options.core.empty() || Text::baseName(options.debugger).starts_with("lldb");
+    if (plain && Executables::isScript(program))
+        throw std::runtime_error("'" + program +
+                                 "' is a script, which this debugger cannot look into. Give the "
+                                 "program that it starts.");
+    if (plain || !(Executables::isScript(program) || Executables::isWrapper(program))) return;
+    const std::string agent = options.agent.empty() ? Executables::agent() : options.agent;
+    options.starter = std::filesystem::path(agent).replace_filename("vexscript").string();
+}
+
 // A launched task may read a file of its own machine.
 void findInput(Options& options) {
     if (options.input.find('\n') != std::string::npos)
@@ -155,6 +170,7 @@ void findProgram(Options& options) {
 void prepare(Options& options) {
     const bool attaches = options.attaches();
     if (!attaches) findProgram(options);
+    if (!attaches) findStarter(options);
     if (attaches) findTargets(options);
     if (!options.core.empty()) findCores(options);
     if (!options.input.empty()) findInput(options);

@@ -25,6 +25,9 @@ class Driver {
         bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.
         std::vector<std::string> program;
+        /// The program by which the program is started, which is a script or starts another one;
+        /// the first of these that can be debugged becomes the task. Empty: none.
+        std::string starter;
         /// What the program of client 0 reads in the place of that terminal; empty: that terminal.
         std::string inputFile;
         /// The core file of that program to look at; empty: none.

@@ -1,5 +1,6 @@
 #include "backend/drivers/gdb.h"
 
+#include "backend/drivers/gdbwrapper.h"
 #include "backend/drivers/promptmatcher.h"
 
 #include <algorithm>
@@ -210,22 +211,6 @@ std::string runHookFor(const std::string& prompt) {
                               mark(PromptMatcher::runs)));
 }
 
-// What makes a shell read the input file, between the quotes of the wrapper.
-std::string inputOf(const Driver::Launch& launch) {
-    if (launch.inputFile.empty()) return "";
-    std::string file;
-    for (const char c : launch.inputFile) {
-        if (c == '\'')
-            file += R"('\'')";
-        else if (std::string_view("\\\"$`").find(c) != std::string_view::npos)
-            file += std::string("\\") + c;
-        else
-            file += c;
-    }
-    return "[ \"$VEX_TASK\" = 0 ] && [ /proc/$$/fd/0 -ef " + launch.inputTerminal +
-           " ] && exec <\"" + file + "\"; ";
-}
-
 std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
 // The length of the code address and of what is around it, "0x00007f3c2a8e71b4 in ", when the text
@@ -263,9 +248,7 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         // else.
         const std::string& input = launch.inputTerminal;
         settings.push_back("inferior-tty " + input);
-        settings.push_back("exec-wrapper /bin/sh -c '" + inputOf(launch) + "[ /proc/$$/fd/1 -ef " +
-                           input + " ] && exec >" + launch.terminal + "; [ /proc/$$/fd/2 -ef " +
-                           input + " ] && exec 2>" + launch.terminal + R"(; exec "$0" "$@"')");
+        settings.push_back("exec-wrapper " + GdbWrapper::of(launch));
     }
     std::vector<std::string> words{executable, "-nx", "-q"};
     for (const std::string& setting : settings) {
@@ -290,6 +273,8 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
     if (!launch.core.empty()) words.insert(words.end(), {"-c", launch.core});
     words.push_back("--args");
     words.insert(words.end(), launch.program.begin(), launch.program.end());
+    // The wrapper knows the script.
+    if (!launch.starter.empty()) words[words.size() - launch.program.size()] = launch.starter;
     return words;
 }
 
@@ -338,6 +323,7 @@ std::string Gdb::forkMark() const { return "[Detaching after fork from child pro
 
 bool Gdb::isGreeting(std::string_view line) const {
     return line.empty() || line.starts_with("Reading symbols from ") ||
+           (line.starts_with("(No debugging symbols found in ") && line.ends_with("/vexscript)")) ||
            line.starts_with("Python scripting is not supported in this copy of GDB");
 }
 

@@ -17,6 +17,9 @@ struct Options {
     pid_t mpiLauncher = 0;
     /// Whether to go on without asking when tasks of that job are missing.
     bool partial = false;
+    /// The program by which debuggers start a program that starts another one, a script, say;
+    /// empty: they start the program itself.
+    std::string starter;
     /// The file that task 0 reads as its standard input; empty: a terminal.
     std::string input;
     /// The core files to look at, as a pattern or their directory; empty: start the program.

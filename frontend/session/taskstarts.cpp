@@ -8,6 +8,7 @@
 DebuggerStart TaskStarts::make(std::size_t tasks, std::optional<int> task) const {
     Driver::Launch launch = ForkedClients::newLaunch(driver, errors);
     launch.program = options.program;
+    launch.starter = options.starter;
     if (task.value_or(0) == 0) launch.inputFile = options.input;
     const std::string core =
         options.cores.empty() ? "" : options.cores.at(static_cast<std::size_t>(*task));
