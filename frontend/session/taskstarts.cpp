@@ -6,14 +6,16 @@
 
 // Of that task, or of all of them.
 DebuggerStart TaskStarts::make(std::size_t tasks, std::optional<int> task) const {
-    Driver::Launch launch = ForkedClients::newLaunch(driver, errors);
+    Driver::Launch launch = ForkedClients::newLaunch(driver, options, errors);
     launch.program = options.program;
     launch.starter = options.starter;
     if (task.value_or(0) == 0) launch.inputFile = options.input;
     const std::string core =
         options.cores.empty() ? "" : options.cores.at(static_cast<std::size_t>(*task));
-    if (!core.empty()) launch.core = std::filesystem::absolute(core).string();
-    launch.cachesIndex = options.indexCache;
+    if (!core.empty()) {
+        launch.core = std::filesystem::absolute(core).string();
+        launch.stopsOnAbort = false;
+    }
     DebuggerStart start =
         DebuggerStart::of(driver, launch, {{"VEX_NTASKS", std::to_string(tasks)}, {"VEX_JOB", job}},
                           options.attaches() ? 1 : 0);

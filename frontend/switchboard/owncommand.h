@@ -13,6 +13,7 @@ enum Name {
     WHO,
     STAT,
     VALUES,
+    INTERRUPT,
     UNKNOWN,
 };
 

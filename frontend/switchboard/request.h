@@ -9,6 +9,7 @@
 #include "common/clientset.h"
 #include "common/command.h"
 #include "frontend/switchboard/programlookup.h"
+#include "frontend/switchboard/sampling.h"
 
 #include <optional>
 #include <string>
@@ -35,6 +36,8 @@ struct Request {
     std::optional<ValueTable> values;
     /// What groups of the report's rows are called, before their numbers; empty: there are none.
     std::string groupNames;
+    /// Where that is taken several times; nothing: it is taken once.
+    std::optional<Sampling> sampling;
     /// Whether the report was handed over.
     bool reported = false;
 
@@ -51,6 +54,8 @@ struct Request {
     Folder gathered;
     /// When the clients that have not answered are to be named.
     std::optional<Clock::time_point> overdue;
+    /// When the next step of its sampling is due.
+    std::optional<Clock::time_point> sampleDue;
     /// When Requests looks at it again.
     std::optional<Clock::time_point> armed;
 
@@ -67,7 +72,7 @@ struct Request {
     bool instant() const { return kind == Command::INSTANT; }
     /// Whether the clients' output goes to the program behind the bar or into the report, and not
     /// to the console as it stands.
-    bool captures() const { return stat || !filter.empty(); }
+    bool captures() const { return (stat || !filter.empty()) && !(sampling && sampling->shows()); }
 
     /// Takes what a client has answered; false when it is no value that is asked for.
     bool takesValue(int client, const std::string& answer, const Driver& driver);
@@ -83,6 +88,8 @@ struct Request {
 
   private:
     std::optional<std::string> prepareScript(ProgramLookup& programs);
+    static std::optional<std::string>
+    prepareSamples(const std::string& option, const std::string& value, Sampling::Options& samples);
     std::optional<std::string> prepareStat(const Driver& driver, ProgramLookup& programs);
     std::optional<std::string> prepareValues(const Driver& driver, ProgramLookup& programs);
 };
