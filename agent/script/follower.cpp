@@ -3,6 +3,7 @@
 #include "agent/script/symbols.h"
 #include "backend/os/descriptorpassing.h"
 #include "backend/os/processtree.h"
+#include "backend/os/tracing.h"
 
 #include <array>
 #include <cerrno>
@@ -194,12 +195,13 @@ void Follower::hand(pid_t id) {
 }
 
 void Follower::end() {
-    std::vector<pid_t> script{model == -1 ? first : model};
-    while (script.back() != first && script.back() > 1)
-        script.push_back(ProcessTree::parentOf(script.back()));
-    for (auto each = script.rbegin(); each != script.rend(); ++each) {
-        if (*each > 1) ::kill(*each, SIGKILL);
-    }
+    // From the model up to the script; a process that is not followed is a stranger.
+    std::vector<pid_t> script;
+    for (pid_t id = model == -1 ? first : model; Tracing::tracerOf(id) == ::getpid();
+         id = ProcessTree::parentOf(id))
+        script.push_back(id);
+    for (auto each = script.rbegin(); each != script.rend(); ++each)
+        ::kill(*each, SIGKILL);
     const auto until = std::chrono::steady_clock::now() + patience;
     while (collect() && std::chrono::steady_clock::now() < until)
         ::poll(nullptr, 0, 20);

@@ -22,7 +22,8 @@ TEST_F(ScriptTest, TheFirstProgramOfItWithSymbolsIsTheTask) {
     } cases[] = {
         {"export MADE=by$(echo script)\nulimit -c 0\nexec " + halo + " \"$@\"\n", {"-n", "1"}},
         {"export MADE=byscript; cd /; " + halo + " \"$@\" 5>&1 | cat 5>&-; ls\n", {"-n", "1"}},
-        {"MADE=byscript " + halo + " \"$@\" & wait\n", {"--launch", launcher}},
+        // The script ends before its program.
+        {"MADE=byscript " + halo + " \"$@\" &\n", {"--launch", launcher}},
     };
     for (const auto& [text, how] : cases) {
         SCOPED_TRACE(text);
