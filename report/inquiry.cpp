@@ -268,9 +268,14 @@ void Inquiry::look() {
     looked = std::chrono::system_clock::now();
     ClientSet all = found.clients;
     all.erase(busy);
+    if (plan.way == JOIN) {
+        ClientSet others = all;
+        all = idleOf(all);
+        others.erase(all);
+        if (!others.empty())
+            found.notes.push_back({others, "not looked at: in the hands of another console"});
+    }
     const Answer stat = ask(all, "vex stat");
-    if (stat.error == CMD_GROUP_BUSY)
-        found.notes.push_back({all, "were not looked at: they work for another console"});
     found.stat = stat.rows;
     // Those that have ended have no stack.
     for (const Row& row : stat.rows) {
@@ -293,6 +298,19 @@ void Inquiry::look() {
     if (!stat.complete || found.clients.empty()) return;
     const Answer told = ask({found.clients.front()}, "show version");
     if (!told.rows.empty()) version = told.rows.front().text;
+}
+
+// Those of the clients that work for no other console. A group in which one does is refused.
+ClientSet Inquiry::idleOf(const ClientSet& clients) {
+    const Answer answer = ask(clients, "echo");
+    if (answer.error != CMD_GROUP_BUSY) return clients;
+    if (clients.size() == 1) return {};
+    ClientSet halves[2];
+    for (const int id : clients)
+        halves[halves[0].size() < clients.size() / 2 ? 0 : 1].insert(id);
+    ClientSet idle = idleOf(halves[0]);
+    idle.insert(idleOf(halves[1]));
+    return idle;
 }
 
 // The clients that are still there.

@@ -64,5 +64,6 @@ class Inquiry {
     Answer askGroup(const std::string& group, const std::string& command);
     void learn(const Data& data);
     void onSignal();
+    ClientSet idleOf(const ClientSet& clients);
     ClientSet members(const std::string& group);
 };

@@ -87,12 +87,14 @@ TEST_F(ReportTest, LeavesWhatRunsAsItWas) {
     Peer console(beginWith({"-n", "2", program("endings")}));
     console.deaf = true;
     console.command("run again");
+    console.send(Command::CLIENT, "0", "shell sleep 1000");
     const auto owner = std::move(vex);
     const std::string session = folder.read("session");
     launch({"--join", std::to_string(std::atoi(session.c_str())), "--report", "-"});
     EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
     EXPECT_NE(vex->screen().find("1 of 2 tasks crashed\n"), std::string::npos) << vex->screen();
-    EXPECT_EQ(console.command("print 6 * 7", "0"), (Lines{"0 | $1 = 42", "READY"}));
+    EXPECT_NE(vex->screen().find("\n0 | not looked at: "), std::string::npos) << vex->screen();
+    EXPECT_EQ(console.command("print 6 * 7", "1"), (Lines{"1 | $1 = 42", "READY"}));
     vex = nullptr;
     owner->signal(SIGTERM);
 }
