@@ -5,6 +5,7 @@
 #include "report/conversation.h"
 #include "report/findings.h"
 #include "report/inquiry.h"
+#include "report/jsonform.h"
 #include "report/textform.h"
 #include "report/wholefile.h"
 
@@ -69,7 +70,9 @@ Words parse(int argc, char** argv) {
     return words;
 }
 
-std::string formOf(const Report& report, const std::string&) { return TextForm::of(report); }
+std::string formOf(const Report& report, const std::string& file) {
+    return file.ends_with(".json") ? JsonForm::of(report) : TextForm::of(report);
+}
 
 int run(const Words& words) {
     const WholeFile file(words.file);
