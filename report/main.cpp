@@ -4,6 +4,7 @@
 #include "common/wholenumber.h"
 #include "report/conversation.h"
 #include "report/findings.h"
+#include "report/htmlform.h"
 #include "report/inquiry.h"
 #include "report/jsonform.h"
 #include "report/textform.h"
@@ -71,6 +72,7 @@ Words parse(int argc, char** argv) {
 }
 
 std::string formOf(const Report& report, const std::string& file) {
+    if (file.ends_with(".html")) return HtmlForm::of(report);
     return file.ends_with(".json") ? JsonForm::of(report) : TextForm::of(report);
 }
 

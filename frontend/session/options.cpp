@@ -67,7 +67,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         app.add_option(
                "--report", report,
                "Open no console: run the program, or look at what runs, and write who is at "
-               "fault to this file (.txt, .json, - for the standard output)")
+               "fault to this file (.txt, .json, .html, - for the standard output)")
             ->excludes(file);
     app.add_option("--timeout", timeout, "With --report: how many seconds the program may run")
         ->check(CLI::Range(1, maxTimeout))
@@ -107,8 +107,9 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         if (!starts && (!program.empty() || attaches() || launches()))
             throw CLI::ValidationError("No program can be given with --list and --join");
         if (!report.empty() && report != "-" && !report.ends_with(".txt") &&
-            !report.ends_with(".json"))
-            throw CLI::ValidationError("--report", "the name of the file ends with .txt or .json");
+            !report.ends_with(".json") && !report.ends_with(".html"))
+            throw CLI::ValidationError("--report",
+                                       "the name of the file ends with .txt, .json or .html");
         if (timeout != 0 && (attaches() || join != 0))
             throw CLI::ValidationError("--timeout", "is for a program that vex starts");
         // Nobody would let their children go on.

@@ -1,4 +1,5 @@
 #include "report/findings.h"
+#include "report/htmlform.h"
 #include "report/jsonform.h"
 #include "report/textform.h"
 #include "tests/support/testing.h"
@@ -30,6 +31,9 @@ TEST(Report, IsOneInAllForms) {
           "{\"depth\":1,\n\"call\":\"receive\",\n\"clients\":[[0,1],[3,3]]}",
           "\"lines\":[\"</script> \\\"\\u0001\xef\xbf\xbd\"]", "\"crashes\":[],"})
         EXPECT_NE(json.find(part), json.npos) << part << " in " << json;
+    // What tasks say does not end the script that holds it.
+    const std::string page = HtmlForm::of(report);
+    EXPECT_NE(page.find(R"("\u003c/script> \")"), page.npos);
 }
 
 } // namespace

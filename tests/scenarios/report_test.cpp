@@ -1,6 +1,10 @@
+#include "backend/os/executables.h"
+#include "common/descriptor.h"
 #include "tests/support/vextest.h"
 #include "tests/support/walker.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <regex>
 
 namespace {
@@ -97,6 +101,61 @@ TEST_F(ReportTest, LeavesWhatRunsAsItWas) {
     EXPECT_EQ(console.command("print 6 * 7", "1"), (Lines{"1 | $1 = 42", "READY"}));
     vex = nullptr;
     owner->signal(SIGTERM);
+}
+
+// The page tells what a user sees who clicks; it fetches nothing by itself, so that is allowed
+// first.
+TEST_F(ReportTest, AClickShowsARank) {
+    const std::string profile = folder.path("profile");
+    const struct {
+        const char* name;
+        Lines options;
+    } browsers[] = {
+        {"chromium", {"--headless", "--no-sandbox", "--disable-gpu", "--user-data-dir=" + profile}},
+        {"google-chrome", {"--headless", "--no-sandbox", "--user-data-dir=" + profile}},
+        {"firefox-esr", {"--headless", "--no-remote", "--profile", profile}},
+        {"firefox", {"--headless", "--no-remote", "--profile", profile}},
+    };
+    const auto browser = std::ranges::find_if(
+        browsers, [](const auto& each) { return Executables::find(each.name).has_value(); });
+    if (browser == std::end(browsers))
+        GTEST_SKIP() << "there is no browser here (Debian: chromium, firefox-esr)";
+    EXPECT_EQ(report({"-n", "2", program("endings"), "again"}, 0, "report.html").first, 4);
+    const Descriptor door(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const place = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(::bind(door.get(), place, size), 0);
+    ASSERT_EQ(::listen(door.get(), 1), 0);
+    ::getsockname(door.get(), place, &size);
+    std::string page = folder.read("report.html");
+    const std::string policy = "default-src 'none'; ", end = "</body>";
+    ASSERT_NE(page.find(policy), page.npos);
+    page.erase(page.find(policy), policy.size());
+    page.insert(page.rfind(end), R"(<script>
+const rank = document.getElementById('rank'), seen = [];
+for (const id of [0, 1]) {
+  document.querySelector(`[data-rank="${id}"]`).click();
+  seen.push(rank.innerText.includes('stumble'), rank.innerText.includes(`rank ${id} `));
+}
+document.querySelector('#tree summary').click();
+seen.push(document.querySelector('#tree details').open);
+new Image().src = 'http://127.0.0.1:)" +
+                                     std::to_string(ntohs(address.sin_port)) +
+                                     "/' + seen.join();</script>");
+    std::filesystem::create_directory(profile);
+    Terminal::Start start{{browser->name}, {{"HOME", folder.path()}}};
+    start.argv.insert(start.argv.end(), browser->options.begin(), browser->options.end());
+    start.argv.push_back("file://" + folder.write("clicked.html", page));
+    Terminal shows(start);
+    pollfd ready{door.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&ready, 1, Deadline().left()), 1) << shows.screen();
+    const Descriptor asks(::accept(door.get(), nullptr, nullptr));
+    char text[200] = {};
+    EXPECT_GT(::read(asks.get(), text, sizeof text - 1), 0);
+    EXPECT_EQ(std::string(text).substr(0, 35), "GET /false,true,true,true,false HTT");
 }
 
 // A batch system warns before it kills.
