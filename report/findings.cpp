@@ -68,6 +68,11 @@ bool isPlace(const std::string& text) {
     return std::regex_match(text, form);
 }
 
+// Rows of vex waits about tasks of which it knows nothing.
+bool isUntraced(const Row& row) {
+    return row.text == "has no process" || row.text.starts_with("libvexmpi.so is ");
+}
+
 // Those with the most clients last.
 void sortBySize(std::vector<Row>& rows) {
     std::ranges::stable_sort(rows, [](const Row& a, const Row& b) {
@@ -106,7 +111,7 @@ bool SignalFacts::isFault() const {
 }
 
 void Findings::conclude(Report& report) const {
-    report.waits = waits;
+    if (!std::ranges::all_of(waits, isUntraced)) report.waits = waits;
     report.who = who;
     report.launcher = launcher;
     report.notes = notes;
@@ -237,7 +242,9 @@ void Findings::addOutcome(Report& report) const {
     for (const Report::Ended& end : report.ended) {
         ClientSet theirs = end.clients;
         theirs.erase(crashes);
-        if (theirs.empty()) continue;
+        theirs.erase(aborts);
+        // Their launcher has killed the others.
+        if (theirs.empty() || (!aborts.empty() && !end.signal.empty())) continue;
         ends.insert(theirs);
         culprits.push_back({theirs, end.signal.empty()
                                         ? "ended with status " + std::to_string(end.status)
@@ -268,8 +275,11 @@ void Findings::addOutcome(Report& report) const {
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {
-        for (std::size_t i = 0; i < std::min(rows->size(), mostPlaces); ++i)
-            culprits.push_back((*rows)[i]);
+        std::size_t named = 0;
+        for (const Row& row : *rows) {
+            if (isUntraced(row) || ++named > mostPlaces) continue;
+            culprits.push_back(row);
+        }
     }
     report.culprits = std::move(culprits);
 }

@@ -136,6 +136,11 @@ void Inquiry::run() {
         case Conversation::Heard::SIGNAL:
             onSignal();
             break;
+        case Conversation::Heard::REPLY:
+            // There is nothing to run: core files, say.
+            if (heard.reply.getRetValue() != Reply::FAILED) break;
+            found.ran = false;
+            return;
         default:
             break;
         }
@@ -282,7 +287,7 @@ void Inquiry::look() {
         if (row.text.starts_with("no stack: ")) all.erase(row.clients);
     }
     if (stat.complete && !all.empty()) {
-        if (plan.way != RUN) {
+        if (!found.ran) {
             for (const Row& row : ask(all, SignalFacts::command()).rows) {
                 if (SignalFacts::of(row.text).isFault()) found.crashed.insert(row.clients);
             }

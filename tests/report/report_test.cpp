@@ -153,7 +153,7 @@ std::vector<Story> stories() {
         "who waits", {},
         {"what 4 tasks do", "1 | waits for 0", "2 | 1 client in search, called by go_round"}, 0);
     waits.ran = false;
-    waits.waits = {{{1}, "waits for 0"}};
+    waits.waits = {{{0}, "has no process"}, {{1}, "waits for 0"}};
     waits.stat = hang;
     Findings& kept =
         add("an abort that is kept", {{{1}, "MPI_Abort: the task is kept from ending"}},
