@@ -88,9 +88,8 @@ SignalFacts SignalFacts::of(const std::string& line) {
     if (!line.starts_with(signalMark)) return facts;
     std::istringstream words(line.substr(signalMark.size()));
     if (!(words >> facts.number >> facts.code >> facts.address)) return {};
-    // The address is one for these alone, and not when another process has sent the signal.
-    const bool accessed = facts.number == SIGSEGV || facts.number == SIGBUS ||
-                          facts.number == SIGILL || facts.number == SIGFPE;
+    // It is that of data for these alone, and not when another process has sent the signal.
+    const bool accessed = facts.number == SIGSEGV || facts.number == SIGBUS;
     if (!accessed || facts.code <= 0) facts.address.clear();
     // What is no address at all is not told by the processor.
     constexpr int byKernel = 128;
