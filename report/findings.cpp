@@ -18,6 +18,7 @@
 namespace {
 
 constexpr std::string_view signalMark = "vex-signal ";
+constexpr std::size_t deepest = 100;  // call of the tree
 constexpr std::size_t mostPlaces = 3; // among the culprits
 
 std::string numberOf(std::size_t count, const std::string& noun) {
@@ -41,7 +42,10 @@ std::vector<Driver::StackLine> framesOf(const std::vector<std::string_view>& lin
     for (const std::string_view line : lines) {
         Driver::StackLine call = gdb.parseStackLine(line);
         if (call.kind != Driver::StackLine::CALL) continue;
-        if (isInLibc(line)) call.library = "/lib/libc.so.6";
+        if (isInLibc(line)) {
+            call.library = "/lib/libc.so.6";
+            call.place = "libc.so.6";
+        }
         calls.push_back(std::move(call));
     }
     return calls;
@@ -57,8 +61,9 @@ std::string withPlace(const Driver::StackLine& call) {
 std::string placeOf(const std::vector<Driver::StackLine>& calls) {
     if (calls.empty()) return "";
     std::string text = withPlace(calls[0]);
+    const bool isSource = !calls[0].place.empty() && calls[0].library.empty();
     if (calls.size() > 1)
-        text += ", called by " + (calls[0].place.empty() ? withPlace(calls[1]) : calls[1].function);
+        text += ", called by " + (isSource ? calls[1].function : withPlace(calls[1]));
     return text;
 }
 
@@ -189,8 +194,9 @@ void Findings::addStat(Report& report) const {
             report.helpers.push_back(row);
         else if (row.text.starts_with("no stack: "))
             continue; // ended
-        else
-            report.tree.push_back({blanks / 2, row.text.substr(blanks), row.clients});
+        else if (blanks / 2 <= deepest)
+            report.tree.push_back(
+                {blanks / 2, blanks / 2 < deepest ? row.text.substr(blanks) : "…", row.clients});
     }
     sortBySize(report.places);
 }
