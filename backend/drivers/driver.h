@@ -44,6 +44,8 @@ class Driver {
         std::string library;
         /// Whether the thread is the one that runs main.
         bool isMain = false;
+        /// A function of the program's that an interpreter runs, or a call of that interpreter.
+        bool isInterpreted = false, isInterpreter = false;
     };
 
     virtual ~Driver() = default;
