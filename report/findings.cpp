@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr std::string_view abortCall = "MPI_Abort, called by ";
 constexpr std::string_view signalMark = "vex-signal ";
 constexpr std::size_t deepest = 100;  // call of the tree
 constexpr std::size_t mostPlaces = 3; // among the culprits
@@ -233,7 +234,9 @@ void Findings::addOutcome(Report& report) const {
             text = crash.signal + (crash.meaning.empty() ? "" : ", " + crash.meaning);
             if (!crash.address.empty()) text += ", at address " + crash.address + ",";
         }
-        if (!crash.place.empty()) text += " in " + crash.place;
+        std::string place = crash.place;
+        if (crash.signal.empty() && place.starts_with(abortCall)) place.erase(0, abortCall.size());
+        if (!place.empty()) text += " in " + place;
         (crash.signal.empty() ? aborts : crashes).insert(crash.clients);
         culprits.push_back({crash.clients, text});
     }
