@@ -1,6 +1,7 @@
 #include "backend/drivers/gdb.h"
 
 #include "backend/drivers/gdbstacks.h"
+#include "backend/drivers/gdbstops.h"
 #include "backend/drivers/promptmatcher.h"
 
 #include <algorithm>
@@ -48,7 +49,7 @@ def show_always():
         show()
 def tell():
     global shown, waiting
-    now = {each.number for each in gdb.breakpoints() if each.pending}
+    now = {each.number for each in gdb.breakpoints() if each.pending and each.number > 0}
     new = now - waiting
     waiting = now
     gdb.flush()
@@ -152,12 +153,16 @@ std::string inOneLine(const std::string& python) {
     return "python exec('" + line + "', {})";
 }
 
+std::string withWord(std::string python, std::string_view word, const std::string& text) {
+    return python.replace(python.find(word), word.size(), text);
+}
+
 // The Python text with the bytes of a mark in the place of a word.
 std::string withMark(std::string python, std::string_view word, std::string_view mark) {
     std::string bytes;
     for (const char c : mark)
         bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
-    return python.replace(python.find(word), word.size(), bytes);
+    return withWord(std::move(python), word, bytes);
 }
 
 std::string runHookFor(const std::string& prompt) {
@@ -166,6 +171,12 @@ std::string runHookFor(const std::string& prompt) {
     };
     return inOneLine(withMark(withMark(runHook, "STANDS", mark(PromptMatcher::stands)), "RUNS",
                               mark(PromptMatcher::runs)));
+}
+
+// The prompt of commands, define, python and the like, indented by its depth.
+bool wantsLines(std::string_view tail) {
+    const std::size_t at = tail.find_first_not_of(' ');
+    return at != std::string_view::npos && tail.substr(at) == ">";
 }
 
 std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
@@ -216,6 +227,10 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
     }
     words.insert(words.end(), {"-iex", plainStacks, "-iex", inOneLine(gdbStacks), "-iex",
                                inOneLine(mainThreadHook)});
+    words.insert(words.end(), {"-iex", GdbStops::plainBriefRuns, "-iex",
+                               inOneLine(withWord(GdbStops::briefRuns, "BEGIN",
+                                                  launch.attach.empty() ? "False" : "True"))});
+    if (launch.stopsOnAbort) words.insert(words.end(), {"-iex", inOneLine(GdbStops::onAbort)});
     words.insert(words.end(), {"-iex", runHookFor(prompt(launch.nonce))});
     if (!launch.errorMark.empty())
         words.insert(words.end(),
@@ -252,9 +267,11 @@ bool Gdb::asks(std::string_view tail) const {
     // With "set pagination on".
     if (tail.ends_with("--Type <RET> for more, q to quit, c to continue without paging--"))
         return true;
-    // The prompt of commands, define, python and the like, indented by its depth.
-    const std::size_t at = tail.find_first_not_of(' ');
-    return at != std::string_view::npos && tail.substr(at) == ">";
+    return wantsLines(tail);
+}
+
+std::string Gdb::insteadOfLines(std::string_view question) const {
+    return wantsLines(question) ? "source FILE" : "";
 }
 
 bool Gdb::beginsStop(std::string_view line) const {
@@ -356,6 +373,10 @@ Driver::StackLine Gdb::parseStackLine(std::string_view line) const {
     }
     return result;
 }
+
+std::string Gdb::standingCommand() const { return GdbStops::standingCommand; }
+std::string Gdb::mayRun() const { return GdbStops::mayRun; }
+std::string Gdb::resumeCommand() const { return GdbStops::resumeCommand; }
 
 // What the command of this driver's own prints.
 Driver::StackLine Gdb::fieldsOf(std::string_view line) {

@@ -74,6 +74,7 @@ class SessionServer : private Switchboard::Outlet,
     void stopUserProgram(int client) override { programs.stop(client); }
     bool isProgram(const std::string& name) override;
     std::string describe(int client) override { return clients.describe(client); }
+    std::string describeConsole(int console) override { return consoles.describe(console); }
     void sessionOver() override { end(0); }
     void wakeAt(std::optional<Clock::time_point> time) override;
 
