@@ -85,8 +85,12 @@ constexpr std::string_view keptFromEnding = "is kept from ending";
 
 } // namespace
 
-bool TaskLog::add(const ClientSet& clients, const std::string& line) {
-    if (clients.empty() || clients.back() >= tasks()) return false; // forked processes
+bool TaskLog::add(const ClientSet& from, const std::string& line) {
+    ClientSet clients = from;
+    // Those of forked processes have higher numbers.
+    if (!clients.empty() && clients.back() >= tasks())
+        clients = clients.intersection(ClientSet({ClientSet::Range{0, tasks() - 1}}));
+    if (clients.empty()) return false;
     if (line.find(keptFromEnding) != std::string::npos) {
         Task aborted;
         aborted.state = Task::STOPPED;

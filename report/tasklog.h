@@ -25,7 +25,7 @@ class TaskLog {
 
     /// A line of the answers to the commands that let tasks run; whether the tasks have said it,
     /// not their debuggers.
-    bool add(const ClientSet& clients, const std::string& line);
+    bool add(const ClientSet& from, const std::string& line);
     /// The clients whose tasks have stopped by a signal since the last call.
     ClientSet takeStopped();
     /// The clients are let run again.

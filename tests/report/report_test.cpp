@@ -46,7 +46,7 @@ TEST(TaskLog, ReadsWhatBecomesOfTasks) {
         SCOPED_TRACE(each.said.back());
         TaskLog log(2);
         for (const std::string& line : each.said)
-            log.add({1}, line);
+            log.add({1, 2}, line); // 2 was forked
         const Task& task = log.of(1);
         EXPECT_EQ(task, each.task);
         EXPECT_EQ(log.of(0), Task{});
