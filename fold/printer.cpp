@@ -1,7 +1,7 @@
 #include "fold/printer.h"
 
+#include "backend/folding/json.h"
 #include "display/color.h"
-#include "fold/json.h"
 
 #include <algorithm>
 #include <functional>

@@ -33,6 +33,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -218,6 +219,16 @@ void holdSignals() {
     ::sigprocmask(SIG_BLOCK, &held, nullptr);
 }
 
+// The words of the program that writes a report.
+std::vector<std::string> reporterWords(const Options& options) {
+    if (options.report.empty()) return {};
+    const char* const way = options.join != 0 ? "join" : options.attaches() ? "look" : "run";
+    std::vector<std::string> words{
+        "-f", options.report, "-w", way, "-t", std::to_string(options.timeout), "--"};
+    words.insert(words.end(), options.words.begin(), options.words.end());
+    return words;
+}
+
 int start(Options options) {
     prepare(options);
     holdSignals();
@@ -234,9 +245,13 @@ int start(Options options) {
     theirs.close();
     const int number = session.number();
     session.leave();
-    return Foreground(
-               {number, options.console, guardian, !options.script.empty(), !options.interactive},
-               std::move(ours))
+    return Foreground({.session = number,
+                       .console = options.console,
+                       .guardian = guardian,
+                       .script = !options.script.empty(),
+                       .waits = !options.interactive,
+                       .reporter = reporterWords(options)},
+                      std::move(ours))
         .run();
 }
 
@@ -245,7 +260,11 @@ int join(const Options& options) {
     if (!line)
         throw std::runtime_error("you have no session " + std::to_string(options.join) +
                                  "; vex --list shows those that you have.");
-    return Foreground({options.join, options.console}, std::move(*line)).run();
+    return Foreground({.session = options.join,
+                       .console = options.console,
+                       .reporter = reporterWords(options)},
+                      std::move(*line))
+        .run();
 }
 
 // Makes it the standard input.
@@ -270,9 +289,10 @@ int run(Options options) {
         throw std::runtime_error(
             "does not run as root. Start it as an ordinary user, for instance: "
             "su - USER -c 'vex ...'");
-    options.console = Executables::console(options.console);
+    options.console =
+        options.report.empty() ? Executables::console(options.console) : Executables::reporter();
     if (!options.script.empty()) openScript(options.script);
-    options.interactive = ::isatty(STDIN_FILENO);
+    options.interactive = options.report.empty() && ::isatty(STDIN_FILENO);
     // The keys of the terminal are the console's business.
     for (int number : {SIGINT, SIGQUIT, SIGPIPE, SIGTTOU})
         std::signal(number, SIG_IGN);

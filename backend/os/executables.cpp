@@ -22,15 +22,14 @@ bool isExecutable(const std::string& path) {
 }
 
 // A program that is installed together with this program.
-std::string companion(const std::string& name, const std::string& option) {
+std::string companion(const std::string& name, const std::string& remedy) {
     std::error_code fault;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", fault);
     const std::string beside = (self.parent_path() / name).string();
     if (!fault && isExecutable(beside)) return beside;
     if (const auto found = Executables::find(name)) return *found;
     throw std::runtime_error("cannot find " + name +
-                             ", neither beside vex nor in PATH. Install it, or name it with " +
-                             option + ".");
+                             ", neither beside vex nor in PATH. Install it" + remedy + ".");
 }
 
 // The beginning of a file: as much of an ELF header as tells the machine (elf(5)).
@@ -109,11 +108,15 @@ std::string Executables::console(const std::string& given) {
         if (const auto found = find(given)) return *found;
         throw std::runtime_error("cannot find the console program '" + given + "'.");
     }
-    return companion("vexconsole", "--console");
+    return companion("vexconsole", ", or name it with --console");
 }
 
+std::string Executables::reporter() { return companion("vexreport", ""); }
+
 std::string Executables::agent() {
-    return std::filesystem::absolute(companion("vexagent", "--agent")).lexically_normal().string();
+    return std::filesystem::absolute(companion("vexagent", ", or name it with --agent"))
+        .lexically_normal()
+        .string();
 }
 
 std::string Executables::debugger(const std::string& name) {

@@ -19,6 +19,9 @@ bool isWrapper(const std::string& path);
 /// The console program: as given, else beside this program, else in PATH. Throws
 /// std::runtime_error with a sentence for the user.
 std::string console(const std::string& given);
+/// The program that writes reports: beside this program, else in PATH. Throws std::runtime_error
+/// with a sentence for the user.
+std::string reporter();
 /// The agent: beside this program, else in PATH, as an absolute path. Throws
 /// std::runtime_error with a sentence for the user.
 std::string agent();

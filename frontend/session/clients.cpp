@@ -115,18 +115,18 @@ void Clients::onAgent(const AgentHello& hello, std::shared_ptr<AgentLink> link) 
 }
 
 void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& found) {
-    if (phase != STARTING) {
-        // Those that it has already go on.
-        if (node.clients().empty()) node.close();
-        return;
-    }
+    // Those that it has already go on.
+    if (phase != STARTING && !node.clients().empty()) return;
+    if (phase != STARTING) return node.close();
+    // The first of all tasks tells how many they are.
+    const auto admitted = agents->admit(node.host(), found);
     NodeRecords::Start start{starts.common(tasks.size()), {}};
     // A launcher keeps its own directory, ssh goes home.
     if (!options.hostOfTask.empty() && !options.attaches())
         start.common.folder = std::filesystem::current_path().string();
     // The agent looks for it.
     start.common.argv[0] = options.debuggerThere;
-    for (const int id : agents->admit(node.host(), found)) {
+    for (const int id : admitted) {
         move(static_cast<std::size_t>(id), Task::STARTING);
         at(id).node = &node;
         start.clients.emplace_back(id, starts.targetOf(id));

@@ -11,6 +11,7 @@ namespace {
 
 // The system's largest process id.
 constexpr int maxPid = 4194304;
+constexpr int maxTimeout = 100000000; // seconds, three years
 
 } // namespace
 
@@ -77,11 +78,21 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         ->capture_default_str();
     CLI::Option* file =
         app.add_option("--script", script, "Run the console commands of this file, then end");
+    CLI::Option* reporting =
+        app.add_option(
+               "--report", report,
+               "Open no console: run the program, or look at what runs, and write who is at "
+               "fault to this file (.txt, .json, .html, - for the standard output)")
+            ->excludes(file);
+    app.add_option("--timeout", timeout, "With --report: how many seconds the program may run")
+        ->check(CLI::Range(1, maxTimeout))
+        ->needs(reporting);
     CLI::Option* listing = app.add_flag("--list", list, "Show your sessions");
     app.add_option("--join", join, "Open another console of your session of this number")
         ->check(CLI::Range(1, SessionFile::maxNumber))
         ->excludes(listing)
         ->excludes(file);
+    reporting->excludes(listing);
     app.add_option("--consoles", consoles, "How many consoles may be open at a time")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str();
@@ -96,6 +107,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                "Examples: vex -n 8 ./solver input.dat\n"
                "          vex --launch 'mpirun -np 4' ./solver input.dat\n"
                "          vex --mpi $(pgrep -n mpirun)");
+    words.assign(argv, argv + argc);
     std::ostringstream out, err;
     try {
         app.parse(argc, argv);
@@ -109,6 +121,14 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         if (starts && program.empty() && !attaches()) throw CLI::RequiredError("program");
         if (!starts && (!program.empty() || attaches() || launches() || !core.empty()))
             throw CLI::ValidationError("No program can be given with --list and --join");
+        if (!report.empty() && report != "-" && !report.ends_with(".txt") &&
+            !report.ends_with(".json") && !report.ends_with(".html"))
+            throw CLI::ValidationError("--report",
+                                       "the name of the file ends with .txt, .json or .html");
+        if (timeout != 0 && (attaches() || join != 0))
+            throw CLI::ValidationError("--timeout", "is for a program that vex starts");
+        // Nobody would let their children go on.
+        if (!report.empty() && app.count("--forks") == 0) forks = false;
         if (!program.empty() && attaches())
             throw CLI::ValidationError("No program can be given to attach to what runs already");
     } catch (const CLI::ParseError& error) {

@@ -60,8 +60,14 @@ struct Options {
     int join = 0;
     /// The file of console commands to run instead of what a person types; empty: none.
     std::string script;
+    /// The file to write a report to, in place of a console; "-": the standard output; empty: none.
+    std::string report;
+    /// How long a program runs at most before the report, in seconds; 0: as long as it wants.
+    int timeout = 0;
     /// The console program; empty: the one beside this program, else the one in PATH.
     std::string console;
+    /// The whole command line, as it was given.
+    std::vector<std::string> words;
     /// The program to debug, as a path, and its arguments.
     std::vector<std::string> program;
 

@@ -7,10 +7,11 @@
 ConsoleProcess::ConsoleProcess() : isTerminal(::tcgetattr(STDIN_FILENO, &before) == 0) {}
 
 void ConsoleProcess::start(const std::string& executable, int session,
-                           const Environment& environment) {
-    process.start({{executable, "-s", std::to_string(session), "-b", std::to_string(::getpid())},
-                   environment,
-                   -1});
+                           const std::vector<std::string>& words, const Environment& environment) {
+    std::vector<std::string> argv{executable, "-s", std::to_string(session), "-b",
+                                  std::to_string(::getpid())};
+    argv.insert(argv.end(), words.begin(), words.end());
+    process.start({std::move(argv), environment, -1});
 }
 
 bool ConsoleProcess::ended() {

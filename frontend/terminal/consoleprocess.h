@@ -15,8 +15,9 @@ class ConsoleProcess {
 
     ConsoleProcess();
 
-    /// Throws std::system_error.
-    void start(const std::string& executable, int session, const Environment& environment);
+    /// The words stand behind those that name the session. Throws std::system_error.
+    void start(const std::string& executable, int session, const std::vector<std::string>& words,
+               const Environment& environment);
     bool running() const { return process.running(); }
     /// Looks what became of the console. When it was stopped from the terminal (Ctrl-Z), this
     /// process stops as well, so that the shell has its terminal back, and both go on together.

@@ -47,6 +47,7 @@ int Foreground::run() {
     }
     stream.release();
     if (signalled != 0) return 128 + signalled;
+    if (!start.reporter.empty()) return statusOfReport();
     if (!start.script) return status == 0 && failed() ? 1 : status;
     const bool mayJudge = report && (status == 0 || status == ExitStatus::refused);
     return mayJudge && !succeeded() ? ExitStatus::refused : status;
@@ -84,7 +85,15 @@ void Foreground::startConsole() {
     // After Ctrl-Z the console gives the terminal back and stops, and only then this process: with
     // it the shell takes the terminal.
     std::signal(SIGTSTP, SIG_IGN);
-    console.start(start.console, start.session, environment);
+    console.start(start.console, start.session, start.reporter, environment);
+}
+
+// The session's own says more only when the session has failed, or debuggers have had errors while
+// all went well.
+int Foreground::statusOfReport() const {
+    const int reported = WIFEXITED(console.status()) ? WEXITSTATUS(console.status()) : 1;
+    const bool failed = status != 0 && status != ExitStatus::refused;
+    return failed || reported == 0 ? status : reported;
 }
 
 // Whether the console carried out every line of the script; tells the user what it did not.
@@ -125,7 +134,10 @@ void Foreground::onSignal(int number) {
         }
         break;
     case SIGTERM:
-        if (guarded && signalled == 0) {
+        if (!start.reporter.empty() && console.running()) {
+            // A warning of the batch system's, say: what can be found out at once is written.
+            console.signal(SIGTERM);
+        } else if (guarded && signalled == 0) {
             line.say("end " + std::to_string(128 + number));
             endSession();
         } else if (guarded) {

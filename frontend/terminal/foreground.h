@@ -8,6 +8,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// The process on the user's terminal: runs a console of a session there, and tells the user what
 /// becomes of the session behind it. The session is another process without a terminal, see
@@ -24,6 +25,9 @@ class Foreground {
         bool script = false;
         /// Whether to stay until the session ends, although its console has ended.
         bool waits = false;
+        /// The words of the program that writes a report in the console's place; none: it is a
+        /// console.
+        std::vector<std::string> reporter = {};
     };
 
     Foreground(Start start, Channel line);
@@ -60,5 +64,6 @@ class Foreground {
     void startConsole();
     void awaitConsole();
     bool succeeded() const;
+    int statusOfReport() const;
     bool failed() const;
 };

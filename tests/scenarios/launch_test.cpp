@@ -64,6 +64,8 @@ TEST_F(LaunchTest, AnMpiJobFromItsStartToItsEnd) {
             EXPECT_EQ(console.command("vex who")[2].find("2 | rank 2  host "), 0u);
             EXPECT_EQ(console.command("show environment VEX_TASK"),
                       (Lines{"0 | VEX_TASK = 0", "1 | VEX_TASK = 1", "2 | VEX_TASK = 2", "READY"}));
+            EXPECT_EQ(console.command("show environment VEX_NTASKS"),
+                      (Lines{"0:2 | VEX_NTASKS = 3", "READY"}));
             console.command("break search");
             // One task computes, the others wait for it.
             console.send(Command::CLIENT, "all", "run");

@@ -1,4 +1,4 @@
-#include "fold/json.h"
+#include "backend/folding/json.h"
 
 #include "backend/folding/safetext.h"
 

@@ -1,0 +1,293 @@
+#include "report/findings.h"
+
+#include "backend/drivers/gdb.h"
+#include "backend/folding/userstack.h"
+#include "backend/os/text.h"
+#include "common/wholenumber.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view abortCall = "MPI_Abort, called by ";
+constexpr std::string_view signalMark = "vex-signal ";
+constexpr std::size_t deepest = 100;  // call of the tree
+constexpr std::size_t mostPlaces = 3; // among the culprits
+
+std::string numberOf(std::size_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+// Where the sources of libc are named in its symbols, it is not named itself.
+bool isInLibc(std::string_view line) {
+    static constexpr std::string_view folders[] = {
+        ") at ../sysdeps/", ") at ./nptl/",   ") at ./stdlib/", ") at ./signal/", ") at ./libio/",
+        ") at ./string/",   ") at ./assert/", ") at ./debug/",  ") at ./malloc/", ") at ./io/",
+        ") at ./socket/",   ") at ./posix/",  ") at ./time/",   ") at ./misc/",   ") at ./csu/",
+    };
+    return std::ranges::any_of(
+        folders, [line](std::string_view each) { return line.find(each) != line.npos; });
+}
+
+std::vector<Driver::StackLine> framesOf(const std::vector<std::string_view>& lines) {
+    const Gdb gdb("gdb");
+    std::vector<Driver::StackLine> calls;
+    for (const std::string_view line : lines) {
+        Driver::StackLine call = gdb.parseStackLine(line);
+        if (call.kind != Driver::StackLine::CALL) continue;
+        if (isInLibc(line)) {
+            call.library = "/lib/libc.so.6";
+            call.place = "libc.so.6";
+        }
+        calls.push_back(std::move(call));
+    }
+    return calls;
+}
+
+std::string withPlace(const Driver::StackLine& call) {
+    if (call.place.empty()) return call.function;
+    return call.function + (call.library.empty() ? " (" : " of ") + call.place +
+           (call.library.empty() ? ")" : "");
+}
+
+// "peak (halo.cpp:168), called by simulate"
+std::string placeOf(const std::vector<Driver::StackLine>& calls) {
+    if (calls.empty()) return "";
+    std::string text = withPlace(calls[0]);
+    const bool isSource = !calls[0].place.empty() && calls[0].library.empty();
+    if (calls.size() > 1)
+        text += ", called by " + (isSource ? calls[1].function : withPlace(calls[1]));
+    return text;
+}
+
+// Places, as stat words them.
+bool isPlace(const std::string& text) {
+    static const std::regex form("[0-9]+ clients? in .*");
+    return std::regex_match(text, form);
+}
+
+// Rows of vex waits about tasks of which it knows nothing.
+bool isUntraced(const Row& row) {
+    return row.text == "has no process" || row.text.starts_with("libvexmpi.so is ");
+}
+
+// Those with the most clients last.
+void sortBySize(std::vector<Row>& rows) {
+    std::ranges::stable_sort(rows, [](const Row& a, const Row& b) {
+        return a.clients.size() != b.clients.size() ? a.clients.size() < b.clients.size()
+                                                    : a.clients.front() < b.clients.front();
+    });
+}
+
+} // namespace
+
+SignalFacts SignalFacts::of(const std::string& line) {
+    SignalFacts facts;
+    if (!line.starts_with(signalMark)) return facts;
+    std::istringstream words(line.substr(signalMark.size()));
+    if (!(words >> facts.number >> facts.code >> facts.address)) return {};
+    // It is that of data for these alone, and not when another process has sent the signal.
+    const bool accessed = facts.number == SIGSEGV || facts.number == SIGBUS;
+    if (!accessed || facts.code <= 0) facts.address.clear();
+    // What is no address at all is not told by the processor.
+    constexpr int byKernel = 128;
+    if (facts.code == byKernel) facts.address = "unknown";
+    return facts;
+}
+
+const char* SignalFacts::command() {
+    return R"py(python exec("try:\n i = gdb.parse_and_eval('$_siginfo')\n print('vex-signal', )py"
+           R"py(int(i['si_signo']), int(i['si_code']), hex(int(i['_sifields']['_sigfault'])py"
+           R"py(['si_addr'])))\nexcept gdb.error: print('vex-signal none')"))py";
+}
+
+bool SignalFacts::isFault() const {
+    static constexpr int faults[] = {SIGILL,  SIGABRT, SIGBUS,  SIGFPE,
+                                     SIGSEGV, SIGSYS,  SIGXCPU, SIGXFSZ};
+    return std::ranges::find(faults, number) != std::end(faults);
+}
+
+void Findings::conclude(Report& report) const {
+    if (!std::ranges::all_of(waits, isUntraced)) report.waits = waits;
+    report.who = who;
+    report.launcher = launcher;
+    report.notes = notes;
+    report.output = log.lastLines();
+    report.stacks = stacks.parts();
+    addStat(report);
+    addCrashes(report);
+    addEnds(report);
+    addOutcome(report);
+}
+
+// Equal are those of the same signal whose program's own calls are the same.
+void Findings::addCrashes(Report& report) const {
+    using Key = std::tuple<std::string, std::string, std::vector<std::string>>;
+    std::map<Key, std::size_t> known;
+    std::vector<Transcript> texts;
+    ClientSet all = crashed;
+    for (const int id : passed) {
+        const TaskLog::Task& task = log.of(id);
+        if (task.state == TaskLog::Task::KILLED ||
+            (task.state == TaskLog::Task::ENDED && task.status != 0))
+            all.insert(id);
+    }
+    for (const int id : all) {
+        const auto lines = fullStacks.of(id);
+        const std::vector<Driver::StackLine> calls = UserStack(framesOf(lines)).calls();
+        Report::Crash crash;
+        const auto facts = signals.find(id);
+        const TaskLog::Task task = id < log.tasks() ? log.of(id) : TaskLog::Task{};
+        if (!task.aborts) {
+            const bool told = task.state != TaskLog::Task::ENDED && !task.signal.empty();
+            const int number = facts == signals.end() ? 0 : facts->second.number;
+            const char* const name = number > 0 ? ::sigabbrev_np(number) : nullptr;
+            crash.signal = told ? task.signal : name ? "SIG" + std::string(name) : "a signal";
+            crash.meaning = told ? task.meaning : name ? ::sigdescr_np(number) : "";
+        }
+        for (const Driver::StackLine& call : calls)
+            crash.calls.push_back(call.function);
+        crash.place = placeOf(calls);
+        if (facts != signals.end()) crash.address = facts->second.address;
+        const auto [at, fresh] =
+            known.try_emplace(Key{crash.signal, crash.place, crash.calls}, report.crashes.size());
+        if (fresh) {
+            report.crashes.push_back(crash);
+            texts.emplace_back();
+        }
+        Report::Crash& group = report.crashes[at->second];
+        if (group.address != crash.address) group.address.clear();
+        group.clients.insert(id);
+        for (const std::string_view line : lines)
+            texts[at->second].add({id}, std::string(line));
+    }
+    for (std::size_t i = 0; i < texts.size(); ++i)
+        report.crashes[i].stacks = texts[i].parts();
+}
+
+void Findings::addEnds(Report& report) const {
+    std::map<std::pair<std::string, int>, ClientSet> ends;
+    for (int id = 0; id < log.tasks(); ++id) {
+        const TaskLog::Task& task = log.of(id);
+        if (task.state == TaskLog::Task::KILLED)
+            ends[{task.signal + ", " + task.meaning, 0}].insert(id);
+        else if (task.state == TaskLog::Task::ENDED && task.status != 0)
+            ends[{"", task.status}].insert(id);
+    }
+    for (const auto& [how, theirs] : ends)
+        report.ended.push_back({theirs, how.second, how.first});
+}
+
+void Findings::addStat(Report& report) const {
+    for (const Row& row : stat) {
+        const std::size_t blanks = std::min(row.text.find_first_not_of(' '), row.text.size());
+        if (isPlace(row.text))
+            report.places.push_back(row);
+        else if (row.text.starts_with("helper threads: "))
+            report.helpers.push_back(row);
+        else if (row.text.starts_with("no stack: "))
+            continue; // ended
+        else if (blanks / 2 <= deepest)
+            report.tree.push_back(
+                {blanks / 2, blanks / 2 < deepest ? row.text.substr(blanks) : "…", row.clients});
+    }
+    sortBySize(report.places);
+}
+
+// Whom the messages of MPI's own name as those that have ended the job.
+std::vector<Row> Findings::aborters() const {
+    static const std::regex forms[] = {
+        std::regex(R"(MPI_ABORT was invoked on rank (\d+).*)"),
+        std::regex(R"(Abort\(-?\d+\) on node (\d+) .*)"),
+        std::regex(R"(application called MPI_Abort\(.*\) - process (\d+).*)"),
+    };
+    ClientSet found;
+    const auto look = [&found](const std::string& line) {
+        std::smatch parts;
+        for (const std::regex& form : forms) {
+            if (!std::regex_search(line, parts, form)) continue;
+            if (const auto id = wholeNumber<int>(parts[1].str())) found.insert(*id);
+        }
+    };
+    for (const std::string& line : launcher)
+        look(line);
+    for (const Transcript::Part& part : log.lastLines())
+        std::ranges::for_each(part.lines, look);
+    if (found.empty()) return {};
+    return {{found, "called MPI_Abort, which ended the job"}};
+}
+
+void Findings::addOutcome(Report& report) const {
+    ClientSet crashes, aborts, ends;
+    std::vector<Row> culprits;
+    for (const Report::Crash& crash : report.crashes) {
+        std::string text = "called MPI_Abort";
+        if (!crash.signal.empty()) {
+            text = crash.signal + (crash.meaning.empty() ? "" : ", " + crash.meaning);
+            if (!crash.address.empty()) text += ", at address " + crash.address + ",";
+        }
+        std::string place = crash.place;
+        if (crash.signal.empty() && place.starts_with(abortCall)) place.erase(0, abortCall.size());
+        if (!place.empty()) text += " in " + place;
+        (crash.signal.empty() ? aborts : crashes).insert(crash.clients);
+        culprits.push_back({crash.clients, text});
+    }
+    sortBySize(culprits);
+    if (aborts.empty()) {
+        for (Row& row : aborters()) {
+            aborts.insert(row.clients);
+            culprits.push_back(std::move(row));
+        }
+    }
+    for (const Report::Ended& end : report.ended) {
+        ClientSet theirs = end.clients;
+        theirs.erase(crashes);
+        theirs.erase(aborts);
+        // Their launcher has killed the others.
+        if (theirs.empty() || (!aborts.empty() && !end.signal.empty())) continue;
+        ends.insert(theirs);
+        culprits.push_back({theirs, end.signal.empty()
+                                        ? "ended with status " + std::to_string(end.status)
+                                        : "ended by " + end.signal});
+    }
+    const std::string all = numberOf(clients.size(), "task");
+    const bool failed = !culprits.empty() || cut;
+    if (ran && failed) {
+        report.outcome = Report::FAILED;
+        report.headline =
+            !crashes.empty()  ? std::to_string(crashes.size()) + " of " + all + " crashed"
+            : !aborts.empty() ? std::to_string(aborts.size()) + " of " + all + " called MPI_Abort"
+            : !ends.empty()   ? std::to_string(ends.size()) + " of " + all + " failed"
+                              : "the job was ended before its " + all + " had ended";
+        report.culprits = std::move(culprits);
+        return;
+    }
+    if (ran && !timedOut && log.in(TaskLog::Task::ENDED).size() == clients.size()) {
+        report.outcome = Report::ENDED;
+        report.headline = "all went well: " + all + " ended with status 0";
+        return;
+    }
+    report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
+    report.headline = timedOut ? "timed out after " +
+                                     numberOf(static_cast<std::size_t>(timeout), "second") +
+                                     ": what its " + all + " did then"
+                               : "what " + all + (clients.size() == 1 ? " does" : " do");
+    if (!ran && !culprits.empty())
+        report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
+    for (const std::vector<Row>* rows : {&report.waits, &report.places}) {
+        std::size_t named = 0;
+        for (const Row& row : *rows) {
+            if (isUntraced(row) || ++named > mostPlaces) continue;
+            culprits.push_back(row);
+        }
+    }
+    report.culprits = std::move(culprits);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "report/report.h"
+#include "report/tasklog.h"
+#include "report/transcript.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// The signal by which a task has stopped, as the system has told its debugger (sigaction(2)).
+struct SignalFacts {
+    int number = 0;
+    int code = 0;
+    std::string address;
+
+    /// Read off the line that the command below has printed; number 0: it tells none.
+    static SignalFacts of(const std::string& line);
+    /// Prints the line, and no error in a task without a signal.
+    static const char* command();
+    /// Whether such a signal, sent by whomever, says that a program went wrong.
+    bool isFault() const;
+};
+
+/// What consoles have been told about a job, and the report that it comes to. Does no I/O.
+struct Findings {
+    explicit Findings(int tasks) : log(tasks) {}
+
+    /// Whether the tasks were run, and not found running or standing.
+    bool ran = true;
+    bool timedOut = false;
+    /// The session ended before its tasks did.
+    bool cut = false;
+    int timeout = 0; // seconds
+    TaskLog log;
+    /// The clients that have crashed, or were passed on a signal at these stacks; what `bt full`
+    /// has said of each.
+    ClientSet crashed, passed;
+    Transcript fullStacks;
+    std::map<int, SignalFacts> signals; // by client
+    /// The clients of the session, and the answers of all of them.
+    ClientSet clients;
+    std::vector<Row> stat, waits, who;
+    Transcript stacks;
+    std::vector<std::string> launcher;
+    std::vector<Row> notes;
+
+    /// Fills in what follows from all this; the rest of the report is the caller's.
+    void conclude(Report& report) const;
+
+  private:
+    void addCrashes(Report& report) const;
+    void addEnds(Report& report) const;
+    void addStat(Report& report) const;
+    void addOutcome(Report& report) const;
+    std::vector<Row> aborters() const;
+};

@@ -1,0 +1,118 @@
+// vexreport: looks at a job through its session, in the place of a console, and writes a report.
+#include "common/brokenconnection.h"
+#include "common/error.h"
+#include "common/wholenumber.h"
+#include "report/conversation.h"
+#include "report/findings.h"
+#include "report/htmlform.h"
+#include "report/inquiry.h"
+#include "report/jsonform.h"
+#include "report/textform.h"
+#include "report/wholefile.h"
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace {
+
+using SystemTime = std::chrono::system_clock::time_point;
+
+struct Words {
+    int session = 0;
+    pid_t starter = -1;
+    int timeout = 0;
+    Inquiry::Way way = Inquiry::RUN;
+    std::string file;
+    std::string command;
+};
+
+// "2026-11-22T15:20:31Z" (RFC 3339)
+std::string utc(SystemTime when) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
+    std::tm parts{};
+    ::gmtime_r(&seconds, &parts);
+    std::array<char, 32> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+// As a shell would read the word again.
+std::string quoted(std::string_view word) {
+    constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                       "0123456789_@%+=:,./-";
+    if (!word.empty() && word.find_first_not_of(plain) == word.npos) return std::string(word);
+    std::string text = "'";
+    for (const char c : word)
+        text += c == '\'' ? "'\\''" : std::string(1, c);
+    return text + "'";
+}
+
+// -s SESSION -b STARTER -t SECONDS -w run|look|join -f FILE -- COMMAND...
+Words parse(int argc, char** argv) {
+    Words words;
+    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:")) != -1;) {
+        const std::string_view value = optarg ? optarg : "";
+        const int number = wholeNumber<int>(value).value_or(0);
+        if (option == 's') words.session = number;
+        if (option == 'b') words.starter = number;
+        if (option == 't') words.timeout = number;
+        if (option == 'w' && value == "look") words.way = Inquiry::LOOK;
+        if (option == 'w' && value == "join") words.way = Inquiry::JOIN;
+        if (option == 'f') words.file = value;
+    }
+    for (int i = optind; i < argc; ++i)
+        words.command += (i == optind ? "" : " ") + quoted(argv[i]);
+    return words;
+}
+
+std::string formOf(const Report& report, const std::string& file) {
+    if (file.ends_with(".html")) return HtmlForm::of(report);
+    return file.ends_with(".json") ? JsonForm::of(report) : TextForm::of(report);
+}
+
+int run(const Words& words) {
+    const WholeFile file(words.file);
+    Report report;
+    Conversation session(words.session, words.starter);
+    if (!session.begin()) return 1;
+    report.started = utc(std::chrono::system_clock::now());
+    Inquiry inquiry(
+        session,
+        {.way = words.way, .timeout = words.timeout, .echo = words.file == "-" ? stderr : stdout});
+    const Findings& found = inquiry.carryOut();
+    report.command = words.command;
+    report.tasks = static_cast<int>(found.clients.size());
+    if (const auto when = inquiry.lookedAt()) report.looked = utc(*when);
+    report.vex = VEX_VERSION;
+    report.debugger = inquiry.debugger();
+    found.conclude(report);
+    report.written = utc(std::chrono::system_clock::now());
+    file.write(formOf(report, words.file));
+    std::fprintf(stderr, "vex: %s\n", report.headline.c_str());
+    if (words.way != Inquiry::JOIN && !found.cut) session.quit();
+    return report.exitStatus();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const Words words = parse(argc, argv);
+        if (words.session > 0 && !words.file.empty()) return run(words);
+        std::fputs("vexreport: is started by vex --report\n", stderr);
+        return 2;
+    } catch (const BrokenConnection&) {
+        std::fputs("vex: the session ended before anything was found out\n", stderr);
+    } catch (const Error& error) {
+        std::fprintf(stderr, "vex: %s\n", error.getErrMsg());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vex: %s\n", error.what());
+    }
+    return 1;
+}

@@ -1,0 +1,43 @@
+// Task 1 ends as its argument says, the others with status 0: "status" with 3; "usr1" after signals
+// that it handles; by a null pointer whose handler "recovers" from it, "reports" it and ends with
+// 9, or lets it happen "again".
+
+#include <csetjmp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+sigjmp_buf way_out;
+volatile std::sig_atomic_t signals = 0;
+int* volatile nothing = nullptr;
+
+void count(int) { signals = signals + 1; }
+void recover(int) { siglongjmp(way_out, 1); }
+void report(int) { _exit(9); }
+void again(int number) { std::signal(number, SIG_DFL); }
+
+[[gnu::noinline]] int stumble() { return *nothing; }
+
+} // namespace
+
+int main(int, char** argv) {
+    const char* const task = std::getenv("VEX_TASK");
+    if (!task || std::strcmp(task, "1") != 0) return 0;
+    const char* const way = argv[1];
+    if (std::strcmp(way, "status") == 0) return 3;
+    std::signal(SIGUSR1, count);
+    if (std::strcmp(way, "usr1") == 0) {
+        for (int i = 0; i < 3; ++i)
+            std::raise(SIGUSR1);
+        std::printf("%d signals\n", static_cast<int>(signals));
+        return 0;
+    }
+    std::signal(SIGSEGV, std::strcmp(way, "recovers") == 0  ? recover
+                         : std::strcmp(way, "reports") == 0 ? report
+                                                            : again);
+    return sigsetjmp(way_out, 1) == 0 ? stumble() : 0;
+}

@@ -1,0 +1,39 @@
+#include "report/findings.h"
+#include "report/htmlform.h"
+#include "report/jsonform.h"
+#include "report/textform.h"
+#include "tests/support/testing.h"
+
+namespace {
+
+TEST(Report, IsOneInAllForms) {
+    Findings found(4);
+    found.clients.insertRange(0, 3);
+    found.ran = false;
+    found.stat = {{{2}, "1 client in search, called by go_round"},
+                  {{0, 1, 3}, "3 clients in MPI_Recv, called by receive"},
+                  {{0, 1, 2, 3}, "main"},
+                  {{2}, "  search"},
+                  {{0, 1, 3}, "  receive"}};
+    found.log.add({0}, "</script> \"\x01\xff");
+    Report report;
+    report.command = "vex x";
+    found.conclude(report);
+    const std::string text = TextForm::of(report);
+    EXPECT_NE(
+        text.find("\n== Where the tasks are\n2 | 1 client in search, called by go_round\n"
+                  "0:1 3 | 3 clients in MPI_Recv, called by receive\n0:3 | main\n2 |   search\n"),
+        text.npos)
+        << text;
+    const std::string json = JsonForm::of(report);
+    for (const std::string part :
+         {"{\"version\":1,\n\"outcome\":\"looked\",\n\"status\":0,\n",
+          "{\"depth\":1,\n\"call\":\"receive\",\n\"clients\":[[0,1],[3,3]]}",
+          "\"lines\":[\"</script> \\\"\\u0001\xef\xbf\xbd\"]", "\"crashes\":[],"})
+        EXPECT_NE(json.find(part), json.npos) << part << " in " << json;
+    // What tasks say does not end the script that holds it.
+    const std::string page = HtmlForm::of(report);
+    EXPECT_NE(page.find(R"("\u003c/script> \")"), page.npos);
+}
+
+} // namespace

@@ -1,0 +1,212 @@
+#include "report/findings.h"
+#include "report/tasklog.h"
+#include "report/textform.h"
+#include "report/wholefile.h"
+#include "tests/support/tempdir.h"
+#include "tests/support/testing.h"
+
+namespace {
+
+ClientSet upTo(int last) { return ClientSet({ClientSet::Range{0, last}}); }
+
+// What gdb prints of the end of a task, and what the log makes of it.
+TEST(TaskLog, ReadsWhatBecomesOfTasks) {
+    using Task = TaskLog::Task;
+    struct Case {
+        Lines said;
+        Task task;
+        Lines output;
+    };
+    const Case cases[] = {
+        {{"Starting program: /x", "a", "", "b"}, {}, {"a", "", "b"}},
+        {{"a", "[Inferior 1 (process 7) exited normally]"}, {Task::ENDED, "", "", 0, false}, {"a"}},
+        {{"[Inferior 2 (process 7) exited with code 013]"}, {Task::ENDED, "", "", 11, false}, {}},
+        {{"a", "", "Program received signal SIGSEGV, Segmentation fault.", "f () at a.c:3",
+          "3\t*p"},
+         {Task::STOPPED, "SIGSEGV", "Segmentation fault", 0, false},
+         {"a"}},
+        {{"", "Thread 2 \"a\" received signal SIGABRT, Aborted."},
+         {Task::STOPPED, "SIGABRT", "Aborted", 0, false},
+         {}},
+        {{"Program received signal SIGUSR1, User defined signal 1.", "f ()", "Continuing.",
+          "[Inferior 1 (process 7) exited normally]"},
+         {Task::ENDED, "", "", 0, false},
+         {}},
+        {{"Program terminated with signal SIGKILL, Killed.", "The program no longer exists."},
+         {Task::KILLED, "SIGKILL", "Killed", 0, false},
+         {}},
+        {{"it has called MPI_Abort and is kept from ending", "f ()"},
+         {Task::STOPPED, "", "", 0, true},
+         {}},
+        {{"Thread pool received signal", "Program received signal"},
+         {},
+         {"Thread pool received signal", "Program received signal"}},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.said.back());
+        TaskLog log(2);
+        for (const std::string& line : each.said)
+            log.add({1, 2}, line); // 2 was forked
+        const Task& task = log.of(1);
+        EXPECT_EQ(task, each.task);
+        EXPECT_EQ(log.of(0), Task{});
+        const auto output = log.lastLines();
+        EXPECT_EQ(output.empty() ? Lines{} : output[0].lines, each.output);
+    }
+}
+
+TEST(TaskLog, KeepsTheLastLinesOfEach) {
+    TaskLog log(3);
+    for (int i = 0; i < 30; ++i)
+        log.add(upTo(2), "line " + std::to_string(i));
+    log.add({1}, "own");
+    const auto parts = log.lastLines();
+    ASSERT_EQ(parts.size(), 2u);
+    EXPECT_EQ(parts[0].clients, (ClientSet{0, 2}));
+    EXPECT_EQ(parts[0].lines.front(), "line 10");
+    EXPECT_EQ(parts[1].lines.back(), "own");
+    EXPECT_EQ(parts[1].lines.size(), 20u);
+}
+
+// Four tasks that have said and were asked this.
+struct Story {
+    const char* name;
+    std::vector<Row> said;
+    Findings found{4};
+    Lines first; // lines of the report
+    int status;
+};
+
+Transcript stacksOf(const std::vector<Row>& rows) {
+    Transcript stacks;
+    stacks.add(rows);
+    return stacks;
+}
+
+const Row segfault{{2}, "Program received signal SIGSEGV, Segmentation fault."};
+const std::vector<Row> hang = {{{2}, "1 client in search, called by go_round"},
+                               {{0, 1, 3}, "3 clients in MPI_Recv, called by receive"},
+                               {upTo(3), "main"},
+                               {{2}, "  search"},
+                               {{0, 1, 3}, "  receive"},
+                               {upTo(3), "helper threads: libucs 1"}};
+
+std::vector<Story> stories() {
+    std::vector<Story> all;
+    const auto add = [&all](const char* name, std::vector<Row> said, Lines first,
+                            int status) -> Findings& {
+        all.push_back({name, std::move(said), Findings(4), std::move(first), status});
+        all.back().found.clients = upTo(3);
+        return all.back().found;
+    };
+    all.reserve(20);
+    add("all end", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
+        {"all went well: 4 tasks ended with status 0"}, 0);
+    add("a status",
+        {{{0, 1, 2}, "[Inferior 1 (process 7) exited normally]"},
+         {{3}, "[Inferior 1 (process 9) exited with code 03]"}},
+        {"1 of 4 tasks failed", "3 | ended with status 3"}, 4);
+    Findings& crash = add("a crash", {segfault},
+                          {"1 of 4 tasks crashed", "2 | SIGSEGV, Segmentation fault, at address "
+                                                   "0x8, in peak (a.cpp:168), called by simulate"},
+                          4);
+    crash.crashed = {2};
+    crash.signals[2] = SignalFacts::of("vex-signal 11 1 0x8");
+    crash.fullStacks = stacksOf({{{2}, "#0  peak (slab=0x0) at ../a.cpp:168"},
+                                 {{2}, "        most = 1"},
+                                 {{2}, "#1  0x0000555 in simulate () at a.cpp:194"}});
+    // By the same road, with arguments and addresses of their own; and by another one.
+    Findings& groups =
+        add("equal crashes", {{upTo(3), "Program received signal SIGABRT, Aborted."}},
+            {"4 of 4 tasks crashed", "3 | SIGABRT, Aborted in abort, called by other (a.cpp:5)",
+             "0:2 | SIGABRT, Aborted in abort, called by check (a.cpp:9)"},
+            4);
+    groups.crashed = upTo(3);
+    groups.fullStacks = stacksOf(
+        {{{0, 1, 2}, "#0  __pthread_kill_implementation (signo=6) at ./nptl/pthread_kill.c:44"},
+         {{3}, "#0  0x1 in raise () from /lib/libc.so.6"},
+         {upTo(3), "#1  0x2 in abort () from /lib/libc.so.6"},
+         {{0}, "#2  check (x=1) at a.cpp:9"},
+         {{1, 2}, "#2  check (x=2) at a.cpp:9"},
+         {{3}, "#2  other () at a.cpp:5"}});
+    // A handler that ends the task: what stood there when the signal came.
+    Findings& handled =
+        add("a handler that ends the task", {{{2}, "[Inferior 1 (process 7) exited with code 01]"}},
+            {"1 of 4 tasks crashed", "2 | SIGBUS, Bus error in f (a.cpp:1)"}, 4);
+    handled.passed = {2};
+    handled.signals[2] = SignalFacts::of("vex-signal 7 0 0x8");
+    handled.fullStacks = stacksOf({{{2}, "#0  f () at a.cpp:1"}});
+    Findings& survived =
+        add("a handler that goes on", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
+            {"all went well: 4 tasks ended with status 0"}, 0);
+    survived.passed = {2};
+    survived.fullStacks = handled.fullStacks;
+    Findings& hung = add("a hang", {},
+                         {"timed out after 20 seconds: what its 4 tasks did then",
+                          "2 | 1 client in search, called by go_round",
+                          "0:1 3 | 3 clients in MPI_Recv, called by receive"},
+                         5);
+    hung.timedOut = true;
+    hung.timeout = 20;
+    hung.stat = hang;
+    Findings& waits = add(
+        "who waits", {},
+        {"what 4 tasks do", "1 | waits for 0", "2 | 1 client in search, called by go_round"}, 0);
+    waits.ran = false;
+    waits.waits = {{{0}, "has no process"}, {{1}, "waits for 0"}};
+    waits.stat = hang;
+    Findings& kept =
+        add("an abort that is kept", {{{1}, "MPI_Abort: the task is kept from ending"}},
+            {"1 of 4 tasks called MPI_Abort", "1 | called MPI_Abort in search (ring.cpp:25)"}, 4);
+    kept.crashed = {1};
+    kept.fullStacks = stacksOf({{{1}, "#0  0x1 in PMPI_Abort () from /lib/libmpi.so.40"},
+                                {{1}, "#1  search () at ring.cpp:25"}});
+    Findings& ended =
+        add("an abort that ends the job",
+            {{{1}, "Abort(7) on node 1 (rank 1 in comm 0): application called"}},
+            {"1 of 4 tasks called MPI_Abort", "1 | called MPI_Abort, which ended the job"}, 4);
+    ended.cut = true;
+    add("a lost job", {}, {"the job was ended before its 4 tasks had ended", ""}, 4).cut = true;
+    return all;
+}
+
+TEST(Report, NamesTheCulpritFirst) {
+    for (Story& story : stories()) {
+        SCOPED_TRACE(story.name);
+        for (const Row& row : story.said)
+            story.found.log.add(row.clients, row.text);
+        Report report;
+        story.found.conclude(report);
+        EXPECT_EQ(report.exitStatus(), story.status);
+        std::istringstream text(TextForm::of(report));
+        for (const std::string& expected : story.first) {
+            std::string line;
+            std::getline(text, line);
+            EXPECT_EQ(line, expected);
+        }
+    }
+}
+
+TEST(WholeFile, IsThereAsAWholeOrNotAtAll) {
+    TempDir folder;
+    const std::string path = folder.write("report.txt", "before");
+    std::filesystem::create_symlink(path, folder.path("link"));
+    WholeFile(folder.path("link")).write("now");
+    EXPECT_EQ(folder.read("report.txt"), "now");
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.path("link")));
+    for (const std::string& bad : {folder.path("none/report.txt"), folder.path("")})
+        EXPECT_THROW(WholeFile{bad}, std::system_error) << bad;
+    const WholeFile file(path);
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit low{10, limit.rlim_max};
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &low);
+    EXPECT_THROW(file.write(std::string(100, 'x')), std::system_error);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, before);
+    EXPECT_EQ(folder.read("report.txt"), "now");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 2);
+}
+
+} // namespace

@@ -1,0 +1,196 @@
+#include "backend/os/executables.h"
+#include "common/descriptor.h"
+#include "tests/support/vextest.h"
+#include "tests/support/walker.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <regex>
+
+namespace {
+
+// vex with a report in place of a console.
+class ReportTest : public VexTest {
+  protected:
+    // The status, and the first lines of the report.
+    std::pair<int, Lines> report(const Lines& words, std::size_t lines,
+                                 const std::string& name = "report.txt") {
+        const std::string file = folder.path(name);
+        std::filesystem::remove(file);
+        Lines all{"--report", file};
+        all.insert(all.end(), words.begin(), words.end());
+        launch(all);
+        const int status = vex->exitStatus();
+        expectNothingLeft("");
+        std::istringstream text(folder.read(name));
+        Lines first(lines);
+        for (std::string& line : first)
+            std::getline(text, line);
+        return {status, first};
+    }
+    void expectMatch(const Lines& lines, const Lines& patterns) {
+        for (std::size_t i = 0; i < patterns.size(); ++i)
+            EXPECT_TRUE(std::regex_match(lines.at(i), std::regex(patterns[i]))) << lines[i];
+    }
+};
+
+TEST_F(ReportTest, NamesWhoIsAtFault) {
+    const std::string halo = program("halo"), endings = program("endings");
+    const std::string well = "all went well: 3 tasks ended with status 0",
+                      crash = "1 of 3 tasks crashed";
+    const struct {
+        Lines words, first;
+        int status;
+    } cases[] = {
+        {{halo, "--healthy"}, {well, ""}, 0},
+        {{halo, "--crash"},
+         {crash,
+          R"(\d \| SIGSEGV, Segmentation fault, at address 0x8, in peak \(halo.cpp:\d+\), called by simulate)"},
+         4},
+        {{"--timeout", "4", halo},
+         {"timed out after 4 seconds: what its 3 tasks did then",
+          R"(\d \| 1 client in .*called by .*)",
+          R"(\d.* \| 2 clients in poll, called by wait_for_message)"},
+         5},
+        {{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
+        {{endings, "usr1"}, {well}, 0},
+        {{endings, "recovers"}, {well}, 0},
+        {{endings, "reports"},
+         {crash, R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:\d+\), called by main)"},
+         4},
+        {{endings, "again"},
+         {crash, R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:\d+\), called by main)"},
+         4},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.words.back());
+        Lines words{"-n", "3"};
+        words.insert(words.end(), each.words.begin(), each.words.end());
+        const auto [status, lines] = report(words, each.first.size());
+        EXPECT_EQ(status, each.status) << vex->screen();
+        expectMatch(lines, each.first);
+    }
+    // What they say is seen as it is said.
+    EXPECT_EQ(report({"-n", "3", endings, "usr1"}, 0).first, 0);
+    EXPECT_NE(vex->screen().find("1 | 3 signals\n"), std::string::npos) << vex->screen();
+    for (const Lines& wrong :
+         {Lines{"--report", "x.pdf", halo}, {"--timeout", "3", halo}, {"--report", "x.txt"}}) {
+        launch(wrong);
+        EXPECT_EQ(vex->exitStatus(), 2) << vex->screen();
+    }
+    EXPECT_EQ(report({halo}, 0, "none/report.txt").first, 1);
+}
+
+TEST_F(ReportTest, LeavesWhatRunsAsItWas) {
+    const Walker walker;
+    auto [status, lines] = report({"--attach", walker.number()}, 2);
+    EXPECT_EQ(status, 0) << vex->screen();
+    expectMatch(lines, {"what 1 task does", R"(0 \| 1 client in .*)"});
+    EXPECT_TRUE(walker.walks());
+    // A session of others, whose task has crashed.
+    Peer console(beginWith({"-n", "2", program("endings")}));
+    console.deaf = true;
+    console.command("run again");
+    console.send(Command::CLIENT, "0", "shell sleep 1000");
+    const auto owner = std::move(vex);
+    const std::string session = folder.read("session");
+    launch({"--join", std::to_string(std::atoi(session.c_str())), "--report", "-"});
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+    EXPECT_NE(vex->screen().find("1 of 2 tasks crashed\n"), std::string::npos) << vex->screen();
+    EXPECT_NE(vex->screen().find("\n0 | not looked at: "), std::string::npos) << vex->screen();
+    EXPECT_EQ(console.command("print 6 * 7", "1"), (Lines{"1 | $1 = 42", "READY"}));
+    vex = nullptr;
+    owner->signal(SIGTERM);
+}
+
+// The page tells what a user sees who clicks; it fetches nothing by itself, so that is allowed
+// first.
+TEST_F(ReportTest, AClickShowsARank) {
+    const std::string profile = folder.path("profile");
+    const struct {
+        const char* name;
+        Lines options;
+    } browsers[] = {
+        {"chromium", {"--headless", "--no-sandbox", "--disable-gpu", "--user-data-dir=" + profile}},
+        {"google-chrome", {"--headless", "--no-sandbox", "--user-data-dir=" + profile}},
+        {"firefox-esr", {"--headless", "--no-remote", "--profile", profile}},
+        {"firefox", {"--headless", "--no-remote", "--profile", profile}},
+    };
+    const auto browser = std::ranges::find_if(
+        browsers, [](const auto& each) { return Executables::find(each.name).has_value(); });
+    if (browser == std::end(browsers))
+        GTEST_SKIP() << "there is no browser here (Debian: chromium, firefox-esr)";
+    EXPECT_EQ(report({"-n", "2", program("endings"), "again"}, 0, "report.html").first, 4);
+    const Descriptor door(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const place = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(::bind(door.get(), place, size), 0);
+    ASSERT_EQ(::listen(door.get(), 1), 0);
+    ::getsockname(door.get(), place, &size);
+    std::string page = folder.read("report.html");
+    const std::string policy = "default-src 'none'; ", end = "</body>";
+    ASSERT_NE(page.find(policy), page.npos);
+    page.erase(page.find(policy), policy.size());
+    page.insert(page.rfind(end), R"(<script>
+const rank = document.getElementById('rank'), seen = [];
+for (const id of [0, 1]) {
+  document.querySelector(`[data-rank="${id}"]`).click();
+  seen.push(rank.innerText.includes('stumble'), rank.innerText.includes(`rank ${id} `));
+}
+document.querySelector('#tree summary').click();
+seen.push(document.querySelector('#tree details').open);
+new Image().src = 'http://127.0.0.1:)" +
+                                     std::to_string(ntohs(address.sin_port)) +
+                                     "/' + seen.join();</script>");
+    std::filesystem::create_directory(profile);
+    Terminal::Start start{{browser->name}, {{"HOME", folder.path()}}};
+    start.argv.insert(start.argv.end(), browser->options.begin(), browser->options.end());
+    start.argv.push_back("file://" + folder.write("clicked.html", page));
+    Terminal shows(start);
+    pollfd ready{door.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&ready, 1, Deadline().left()), 1) << shows.screen();
+    const Descriptor asks(::accept(door.get(), nullptr, nullptr));
+    char text[200] = {};
+    EXPECT_GT(::read(asks.get(), text, sizeof text - 1), 0);
+    EXPECT_EQ(std::string(text).substr(0, 35), "GET /false,true,true,true,false HTT");
+}
+
+// A batch system warns before it kills.
+TEST_F(ReportTest, IsWrittenAtAWarning) {
+    launch({"--report", folder.path("report.txt"), "-n", "2", program("halo")});
+    vex->until("does not settle");
+    vex->signal(SIGTERM);
+    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
+    const std::string text = folder.read("report.txt");
+    EXPECT_EQ(text.find("what 2 tasks do\n"), 0u) << text;
+    EXPECT_NE(text.find(", called by wait_for_message\n"), text.npos) << text;
+    expectNothingLeft("");
+}
+
+TEST_F(ReportTest, OfAnMpiJob) {
+    int tried = 0;
+    for (const std::string kind : {"openmpi", "mpich"}) {
+        const std::string ring = program("ring." + kind);
+        if (::access(ring.c_str(), X_OK) != 0) continue;
+        ++tried;
+        SCOPED_TRACE(kind);
+        const std::string launcher =
+            kind == "mpich" ? "mpiexec.mpich -n 4" : "mpirun.openmpi --oversubscribe -np 4";
+        auto [status, lines] = report({"--timeout", "4", "--launch", launcher, ring}, 3);
+        EXPECT_EQ(status, 5) << vex->screen();
+        expectMatch(lines, {"timed out after 4 seconds.*",
+                            R"(2 \| 1 client in search, called by go_round)",
+                            R"(0:1 3 \| 3 clients in MPI_Recv, called by receive)"});
+        std::tie(status, lines) = report({"--launch", launcher, ring, "--abort"}, 2);
+        EXPECT_EQ(status, 4) << vex->screen();
+        expectMatch(lines, {".*", R"(2 \| called MPI_Abort in search \(ring.cpp:\d+\))"});
+        std::tie(status, lines) = report({"--launch", launcher, ring, "--healthy"}, 1);
+        EXPECT_EQ(status, 0) << vex->screen();
+    }
+    if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
+}
+
+} // namespace
