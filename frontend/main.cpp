@@ -222,7 +222,8 @@ void holdSignals() {
 // The words of the program that writes a report.
 std::vector<std::string> reporterWords(const Options& options) {
     if (options.report.empty()) return {};
-    const char* const way = options.join != 0 ? "join" : options.attaches() ? "look" : "run";
+    const bool stands = options.attaches() || !options.core.empty();
+    const char* const way = options.join != 0 ? "join" : stands ? "look" : "run";
     std::vector<std::string> words{
         "-f", options.report, "-w", way, "-t", std::to_string(options.timeout), "--"};
     words.insert(words.end(), options.words.begin(), options.words.end());
