@@ -92,6 +92,8 @@ int Labels::idOf(std::string_view label) {
 
 void Labels::rank() {
     if (rankOf.size() == names.size()) return;
+    named = {};
+    namesOfNamed.clear();
     idAt.resize(names.size());
     std::iota(idAt.begin(), idAt.end(), 0);
     std::vector<std::uint64_t> values;
@@ -220,8 +222,18 @@ void Labels::addNumbers(std::string& to, const ClientSet& ranks) const {
     if (any) close();
 }
 
-void Labels::add(std::string& to, const ClientSet& ranks) const {
+void Labels::add(std::string& to, const ClientSet& ranks) {
     if (numbers) return addNumbers(to, ranks);
+    // One line after the other is said by the same labels.
+    if (named != ranks) {
+        namesOfNamed.clear();
+        addNames(namesOfNamed, ranks);
+        named = ranks;
+    }
+    to += namesOfNamed;
+}
+
+void Labels::addNames(std::string& to, const ClientSet& ranks) const {
     struct Member {
         std::uint32_t place; // of its family, in the order in which they begin
         std::string_view number;

@@ -29,7 +29,7 @@ class Labels {
     void add(std::string& to, int rank) const { to += names[byRank(rank)]; }
     /// Adds the labels of ranks: numbers as client numbers, "0:3 5"; names with the numbers in them
     /// as ranges, "login1,node[01-03,07]".
-    void add(std::string& to, const ClientSet& ranks) const;
+    void add(std::string& to, const ClientSet& ranks);
 
   private:
     /// A name around the number at which it folds with others.
@@ -50,6 +50,8 @@ class Labels {
     std::vector<Name> parts;            // by rank; else
     std::vector<std::string> families;  // with a NUL in the place of the number
     bool inOrder = true;                // ranks are ids
+    ClientSet named;                    // what was added last, as names
+    std::string namesOfNamed;
 
     std::size_t byRank(int rank) const {
         return static_cast<std::size_t>(idAt[static_cast<std::size_t>(rank)]);
@@ -57,4 +59,5 @@ class Labels {
     int known(std::string_view label, int guess) const;
     void divideNames();
     void addNumbers(std::string& to, const ClientSet& ranks) const;
+    void addNames(std::string& to, const ClientSet& ranks) const;
 };

@@ -7,6 +7,7 @@
 #include "backend/os/standardstreams.h"
 #include "backend/wire/rendezvous.h"
 #include "frontend/session/exitstatus.h"
+#include "frontend/switchboard/owncommand.h"
 
 #include <algorithm>
 #include <chrono>
@@ -109,7 +110,7 @@ void SessionServer::onChild() {
 // The agents know which processes the tasks are; the answer waits a moment for them.
 void SessionServer::onCommand(int id, const Command& command) {
     if (phase != SERVING) return;
-    if (Switchboard::asksWho(command)) return whoQueries.want(id, command);
+    if (OwnCommand::of(command) == OwnCommand::WHO) return whoQueries.want(id, command);
     // A console that does not wait for that answer any more must not get it behind the answer to
     // this command.
     for (const auto type : {Command::INTERRUPT, Command::PROMPT, Command::ON}) {

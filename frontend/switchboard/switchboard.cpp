@@ -5,6 +5,7 @@
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
+#include "frontend/switchboard/owncommand.h"
 #include "frontend/switchboard/pipeline.h"
 
 #include <algorithm>
@@ -12,11 +13,6 @@
 #include <utility>
 
 namespace {
-
-// Commands that are the session's, though a console takes them for the debuggers'.
-bool isOurs(const Command& command) {
-    return command.getType() == Command::CLIENT && Text::firstWord(Text::of(command)) == "vex";
-}
 
 Reply answer(Reply::Value value, int number, const std::string& text = "") {
     Reply reply(value, number);
@@ -105,8 +101,16 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     request.text = Text::of(command);
     request.kind = command.getType();
     request.members = *members;
-    if (asksWho(command)) return tellWho(std::move(request), now);
-    if (isOurs(command)) request.kind = Command::STATCLIENT;
+    switch (OwnCommand::of(command)) {
+    case OwnCommand::NONE:
+        break;
+    case OwnCommand::STAT:
+        request.kind = Command::STATCLIENT;
+        break;
+    case OwnCommand::WHO:
+    case OwnCommand::UNKNOWN:
+        return tellWho(std::move(request), now);
+    }
     if (std::any_of(members->begin(), members->end(),
                     [this](int id) { return dispatcher.requestOf(id); })) {
         outlet.toConsole(number, answer(Reply::FAILED, CMD_GROUP_BUSY));
@@ -128,17 +132,12 @@ void Switchboard::count(const Request& request) {
     console.awaited = {request.number};
 }
 
-bool Switchboard::asksWho(const Command& command) {
-    return isOurs(command) && Text::firstWord(Text::afterWord(Text::of(command))) != "stat";
-}
-
 void Switchboard::tellWho(Request request, Clock::time_point now) {
     const int number = request.console;
     const ClientSet& members = request.members;
     const auto pipeline = Pipeline::parse(request.text, outlet);
     if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
-        dispatcher.say(number, request.text, members,
-                       "the commands that begin with 'vex' are: vex who, vex stat");
+        dispatcher.say(number, request.text, members, OwnCommand::all());
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }

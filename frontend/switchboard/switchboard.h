@@ -82,8 +82,6 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
 
     /// Tells all consoles something that is of no client in particular.
     void announce(const std::string& text);
-    /// Whether the command asks which processes the tasks are; its answer needs describe.
-    static bool asksWho(const Command& command);
 
     // Node::Listener
     void gathered(int work, Clock::time_point now) override { dispatcher.gathered(work, now); }
