@@ -1,6 +1,7 @@
 #include "backend/clients/localclient.h"
 
 #include "backend/clients/debuggerchild.h"
+#include "backend/clients/mpireader.h"
 #include "backend/os/drain.h"
 #include "backend/os/tracing.h"
 
@@ -147,6 +148,8 @@ Identity LocalClient::who() const {
     found.program = program;
     return found;
 }
+
+MpiState LocalClient::mpiState() const { return MpiReader::stateOf(who().pid); }
 
 bool LocalClient::ended() {
     if (!process->ended()) return false;

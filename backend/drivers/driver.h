@@ -29,6 +29,9 @@ class Driver {
         /// What the debugger shall print once at its start, and before the prompt behind the
         /// message of each error: letters, digits and control bytes. Empty: nothing.
         std::string errorMark;
+        /// A library to be loaded into the program, and not into the debugger; empty: none. Its
+        /// path has no characters that a shell or LD_PRELOAD take for their own.
+        std::string preload;
         /// Whether the debugger may keep what it finds in a program's symbols for the next one.
         bool cachesIndex = false;
     };
@@ -72,6 +75,8 @@ class Driver {
     /// What the debugger prints in front of the process id of a forked child that it does not
     /// debug; empty: it does not tell of forks.
     virtual std::string forkMark() const = 0;
+    /// Whether the debugger starts its program with a library (Launch::preload).
+    virtual bool preloads() const { return false; }
     /// Whether the debugger can print an error mark.
     virtual bool marksErrors() const { return false; }
     /// Whether this line is the message of an error, for a debugger that prints no marks.

@@ -246,10 +246,15 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         // the debugger's, so that both outputs stay in order, unless its command line says where
         // else.
         const std::string& input = launch.inputTerminal;
+        // The user's own libraries stay, behind it.
+        const std::string preload = launch.preload.empty() ? ""
+                                                           : "export LD_PRELOAD=" + launch.preload +
+                                                                 "${LD_PRELOAD:+:$LD_PRELOAD}; ";
         settings.push_back("inferior-tty " + input);
         settings.push_back("exec-wrapper /bin/sh -c '[ /proc/$$/fd/1 -ef " + input +
                            " ] && exec >" + launch.terminal + "; [ /proc/$$/fd/2 -ef " + input +
-                           " ] && exec 2>" + launch.terminal + R"(; exec "$0" "$@"')");
+                           " ] && exec 2>" + launch.terminal + "; " + preload +
+                           R"(exec "$0" "$@"')");
     }
     std::vector<std::string> words{executable, "-nx", "-q"};
     for (const std::string& setting : settings) {

@@ -20,6 +20,7 @@ class Gdb : public Driver {
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;
+    bool preloads() const override { return true; }
     bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;
     std::string hintFor(std::string_view line) const override;

@@ -258,6 +258,7 @@ DebuggerStart Clients::commonStart() const {
     Driver::Launch launch = ForkedClients::newLaunch(driver, errors.get());
     launch.program = options.program;
     launch.cachesIndex = options.indexCache;
+    launch.preload = options.mpiLibrary;
     DebuggerStart start = DebuggerStart::of(
         driver, launch, {{"VEX_NTASKS", std::to_string(tasks.size())}, {"VEX_JOB", job}},
         options.attaches() ? 1 : 0);
@@ -291,10 +292,6 @@ void Clients::onPrompt(int id) {
         startupOutput.drop(id);
     }
     settle(id, Task::READY);
-}
-
-void Clients::onRuns(int id, bool runs) {
-    if (phase == RUNNING) owner.onClientRuns(id, runs);
 }
 
 void Clients::taskEnded(int id) {

@@ -45,6 +45,11 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                    "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
         ->check(CLI::Range(1, maxPid))
         ->excludes(number);
+    app.add_flag("--trace-mpi", traceMpi,
+                 "Load libvexmpi.so into the tasks: 'vex waits' tells who waits for whom in MPI")
+        ->excludes("--attach")
+        ->excludes("--attach-config")
+        ->excludes("--mpi");
     app.add_flag("--partial", partial, "With --mpi: go on although tasks of the job are missing");
     CLI::Option* launcher =
         app.add_option("--launch", launch,

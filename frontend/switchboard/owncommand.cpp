@@ -9,9 +9,10 @@
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, OwnCommand::Name>, 2> names = {{
+constexpr std::array<std::pair<std::string_view, OwnCommand::Name>, 3> names = {{
     {"who", OwnCommand::WHO},
     {"stat", OwnCommand::STAT},
+    {"waits", OwnCommand::WAITS},
 }};
 
 } // namespace
