@@ -156,6 +156,7 @@ void Console::init(Argument& args) {
     getArgs(args);
     connectToFrontEnd();
     openSettings();
+    bool failed = false;
     try {
         link.receiveId();
         if (!configFileName.empty() && ::access(configFileName.c_str(), R_OK) == 0)
@@ -165,12 +166,15 @@ void Console::init(Argument& args) {
     } catch (const Error& error) {
         error.dump(true);
         machine.setState(StateMachine::TOQUIT);
+        failed = true;
     }
     link.close();
     const int lostBy = Screen::lostBy();
     if (lostBy != 0)
         std::fprintf(stderr, "vexconsole: output was lost: %s\n", std::strerror(lostBy));
-    if (Report::isWanted()) {
+    if (isInteractive) {
+        if (failed) Report::tell(session.getRefusals(), mistakes, false);
+    } else if (Report::isWanted()) {
         const bool over =
             lostBy == 0 &&
             (complete || (!session.isUnanswered() && !lineLost && Report::inputIsOver()));

@@ -9,7 +9,7 @@ bool isWanted();
 /// blanks are read.
 bool inputIsOver();
 /// Writes one line: the numbers of refused commands and of lines with a mistake, and whether the
-/// input was read to its end.
+/// input was read to its end. Of a person at a terminal only a failure of the console is told.
 void tell(long refusals, long mistakes, bool complete);
 
 } // namespace Report

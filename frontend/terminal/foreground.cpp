@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <sstream>
 #include <string_view>
 #include <sys/wait.h>
@@ -46,8 +47,15 @@ int Foreground::run() {
     }
     stream.release();
     if (signalled != 0) return 128 + signalled;
+    if (!start.script) return status == 0 && failed() ? 1 : status;
     const bool mayJudge = report && (status == 0 || status == ExitStatus::refused);
     return mayJudge && !succeeded() ? ExitStatus::refused : status;
+}
+
+// Whether the console told that it could not go on. What it has started may have the pipe, too.
+bool Foreground::failed() const {
+    pollfd told{report.get(), POLLIN, 0};
+    return report && ::poll(&told, 1, 0) == 1 && (told.revents & POLLIN) != 0;
 }
 
 // Without the loop: the console gives the terminal back before this process ends.
@@ -66,7 +74,7 @@ void Foreground::startConsole() {
     if (!::isatty(STDOUT_FILENO) && !std::getenv("VEX_COLOUR"))
         environment.emplace_back("VEX_COLOUR", "never");
     Descriptor writer;
-    if (start.script) {
+    if (start.script || ::isatty(STDIN_FILENO)) {
         Pipe pipe;
         report = std::move(pipe.reader);
         // For the console alone: not closed there.

@@ -41,7 +41,7 @@ class Foreground {
     Timer consoleTimer; // for a console that is to end
     Timer sessionTimer; // for a session that is to end
     ConsoleProcess console;
-    Descriptor report; // from a script's console; see VEX_CONSOLE_REPORT in vex(5)
+    Descriptor report; // from the console; see VEX_CONSOLE_REPORT in vex(5)
     int status = 0;
     int signalled = 0;     // the signal that ends this process; 0: none
     bool connected = true; // the line to the session is open
@@ -60,4 +60,5 @@ class Foreground {
     void startConsole();
     void awaitConsole();
     bool succeeded() const;
+    bool failed() const;
 };
