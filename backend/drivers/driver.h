@@ -68,6 +68,9 @@ class Driver {
     /// Whether an unfinished line looks like the debugger's report of where the task has stopped,
     /// which may be printed before its mark of that.
     virtual bool beginsStop(std::string_view) const { return false; }
+    /// Where the task stands, when the debugger says by this line that it has stopped there: a CALL
+    /// with its place; else OTHER.
+    virtual StackLine parseStop(std::string_view) const { return {}; }
     /// The line that the debugger prints when an interrupt finds it idle.
     virtual std::string interruptEcho() const = 0;
     /// Whether this line shows that an interrupt was taken.

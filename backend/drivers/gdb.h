@@ -17,6 +17,7 @@ class Gdb : public Driver {
     std::string whole(std::string line) const override;
     bool asks(std::string_view tail) const override;
     bool beginsStop(std::string_view line) const override;
+    StackLine parseStop(std::string_view line) const override;
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;

@@ -131,6 +131,7 @@ class SessionServer : private Switchboard::Outlet,
     int askMpiStates() override { return clients.askMpiStates(); }
     ClientSet mpiTasks() const override { return clients.livingTaskSet(); }
     MpiState mpiState(int task) const override { return clients.mpiState(task); }
+    std::string placeOf(int task) const override { return board.placeOf(task); }
     void onWaitsKnown(int console, const Command& command) override {
         onIdentitiesKnown(console, command);
     }

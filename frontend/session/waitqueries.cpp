@@ -56,7 +56,8 @@ std::vector<StackTree::Row> WaitQueries::rows() const {
     for (const int task : owner.mpiTasks()) {
         const MpiState state = owner.mpiState(task);
         const auto before = calls.find(task);
-        graph.add(task, state, before != calls.end() && before->second != state.calls);
+        graph.add(task, state, before != calls.end() && before->second != state.calls,
+                  state.stopped ? owner.placeOf(task) : "");
     }
     graph.solve();
     return WaitReport(graph).rows();

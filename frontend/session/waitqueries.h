@@ -7,6 +7,7 @@
 #include "mpitrace/mpistate.h"
 
 #include <cstdint>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -25,6 +26,8 @@ class WaitQueries {
         virtual ClientSet mpiTasks() const = 0;
         /// What a task does, or did when its agent was asked.
         virtual MpiState mpiState(int task) const = 0;
+        /// Where a task that stands still has stopped; empty: it is not known.
+        virtual std::string placeOf(int task) const = 0;
         /// All tasks were looked at, or a moment has passed: `rows` tells.
         virtual void onWaitsKnown(int console, const Command& command) = 0;
     };

@@ -55,6 +55,7 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
     if (auto problem = wanted.prepare(driver, outlet)) return problem;
     const ClientSet clients = wanted.members;
     const Request& request = place(std::move(wanted), clients, now);
+    if (request.kind != Command::STATCLIENT) stopPlaces.leave(clients);
     if (request.kind == Command::SCRIPTCLIENT) {
         for (const int id : clients)
             startProgram(id, request.line, "");
@@ -277,6 +278,7 @@ void Dispatcher::gathered(int work, Clock::time_point now) {
 
 void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::string> lines,
                       Clock::time_point now) {
+    stopPlaces.said(clients, lines);
     hear(work, clients, lines, now, Folder::WHOLE);
 }
 

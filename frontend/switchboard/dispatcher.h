@@ -7,6 +7,7 @@
 #include "common/clientset.h"
 #include "common/data.h"
 #include "frontend/switchboard/requests.h"
+#include "frontend/switchboard/stopplaces.h"
 
 #include <deque>
 #include <map>
@@ -74,6 +75,8 @@ class Dispatcher : public Node::Listener {
     bool reply(const ClientSet& clients, const std::string& text, Clock::time_point now);
     /// Gives the client's request to another console.
     void adopt(int client, int console);
+    /// Where the client's task stood still last; empty: it is not known.
+    std::string placeOf(int client) const { return stopPlaces.of(client); }
     /// The request that the client works on; null: none.
     const Request* requestOf(int client) const { return at(client).request; }
     /// The console for which the client works, or worked last; 0 for none.
@@ -130,6 +133,7 @@ class Dispatcher : public Node::Listener {
     std::vector<Member> members;
     std::map<int, Program> programs; // of clients whose request needs one
     Requests requests;
+    StopPlaces stopPlaces{driver};
 
     bool has(int client) const { return static_cast<std::size_t>(client) < members.size(); }
     Member& at(int client) { return members[static_cast<std::size_t>(client)]; }

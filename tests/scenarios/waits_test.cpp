@@ -19,7 +19,9 @@ class WaitsTest : public VexTest {
 
     // Each MPI that is here starts four tasks of a program with an argument, and a first console
     // has them run; the answers to `vex waits` of a second one are awaited until they are these.
-    void expectWaits(const std::string& name, const std::string& argument, const Lines& expected) {
+    // Once they are stopped, the first row begins so.
+    void expectWaits(const std::string& name, const std::string& argument, const Lines& expected,
+                     const std::string& stopped = "") {
         int tried = 0;
         for (const Mpi& mpi : mpis) {
             const std::string own = program(name + "." + mpi.name);
@@ -34,6 +36,8 @@ class WaitsTest : public VexTest {
             Lines rows;
             EXPECT_TRUE(eventually([&] { return (rows = waitsOf(second)) == expected; }))
                 << testing::PrintToString(rows);
+            if (!stopped.empty()) first.send(Command::INTERRUPT, "all");
+            EXPECT_TRUE(eventually([&] { return waitsOf(second)[0].starts_with(stopped); }));
             second.send(Command::QUIT, "all");
             EXPECT_TRUE(first.closed());
             killConsole();
@@ -55,7 +59,8 @@ TEST_F(WaitsTest, AChainLeadsToTheTaskThatComputes) {
                 {"2 | is in no MPI call · 3 wait for it",
                  "0:1 3 | 1 waits for 0 in MPI_Recv (tag 0) · 0 for 3 · 3 for 2 · 2 is in no MPI "
                  "call",
-                 "READY"});
+                 "READY"},
+                "2 | is in no MPI call: search (ring.cpp:");
 }
 
 TEST_F(WaitsTest, ACircleIsADeadlock) {
