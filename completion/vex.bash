@@ -1,7 +1,7 @@
 # bash completion for vex(1). Behind the program its arguments are completed as files.
 _vex() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} i
-    local values=' -n --tasks --forks --index-cache --debugger --console --attach --attach-config --mpi --launch --hosts
+    local values=' -n --tasks --forks --index-cache --stop-on-abort --debugger --console --attach --attach-config --mpi --launch --hosts
         --agent --rsh --script --join --consoles '
     COMPREPLY=()
     for ((i = 1; i < COMP_CWORD; ++i)); do
@@ -40,7 +40,7 @@ _vex() {
         mapfile -t COMPREPLY < <(compgen -W 'mpirun mpiexec srun ssh' -- "$current")
         return
         ;;
-    --forks | --index-cache)
+    --forks | --index-cache | --stop-on-abort)
         mapfile -t COMPREPLY < <(compgen -W 'yes no' -- "$current")
         return
         ;;
@@ -48,7 +48,7 @@ _vex() {
     esac
     if [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --partial --launch --hosts --agent --rsh
-            --tasks --forks --index-cache --trace-mpi --debugger --console --consoles --script --list --join --help --version' -- "$current")
+            --tasks --forks --index-cache --stop-on-abort --trace-mpi --debugger --console --consoles --script --list --join --help --version' -- "$current")
         return
     fi
     compopt -o filenames 2>/dev/null

@@ -172,7 +172,7 @@ void Console::init(Argument& args) {
     const int lostBy = Screen::lostBy();
     if (lostBy != 0)
         std::fprintf(stderr, "vexconsole: output was lost: %s\n", std::strerror(lostBy));
-    if (isInteractive) {
+    if (::isatty(STDIN_FILENO)) {
         if (failed) Report::tell(session.getRefusals(), mistakes, false);
     } else if (Report::isWanted()) {
         const bool over =

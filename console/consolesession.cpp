@@ -122,11 +122,13 @@ void ConsoleSession::openRequest(OpenRequests::Kind kind) {
 
 void ConsoleSession::send(Lock& turn, Command::Type type, const std::string& text) {
     if (type == Command::ON || type == Command::INTERRUPT) {
+        stops = stops || type == Command::INTERRUPT;
         openRequest(type == Command::ON ? OpenRequests::ON : OpenRequests::INTERRUPT);
     } else if (type == Command::PROMPT) {
         leave();
     } else {
         unanswered = true;
+        stops = false;
         if (machine.isToQuit()) return;
         // Running, with an empty store, before the clients can answer.
         machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
@@ -134,6 +136,7 @@ void ConsoleSession::send(Lock& turn, Command::Type type, const std::string& tex
         lastData.clearLine();
         if (keptLines > manyLines) ::malloc_trim(0);
         keptLines = 0;
+        unseen = false;
     }
     const std::string group = curGroupName;
     turn.unlock();
@@ -317,6 +320,7 @@ void ConsoleSession::handleReady(Lock& turn) {
         if (isBatch) {
             machine.parseConsole(StateMachine::EXEC_OVER_EVENT);
         } else {
+            tellUnseen();
             // One step: the input thread must not find the console idle before the group
             // "FILTERED" has been answered.
             open.dropInterrupts();
@@ -326,6 +330,13 @@ void ConsoleSession::handleReady(Lock& turn) {
         }
     }
     if (isBatch) quit();
+}
+
+// What comes while the user is at the prompt of the interrupt state is kept only.
+void ConsoleSession::tellUnseen() {
+    if (!std::exchange(stops, false)) return;
+    const std::lock_guard keeper(keeping);
+    if (unseen) std::puts("What came in between was not shown; to see it: match");
 }
 
 void ConsoleSession::handleText(Lock& turn) {
@@ -352,6 +363,7 @@ void ConsoleSession::handleText(Lock& turn) {
         display(curData, mode, colours, nullptr, before);
         endShowing();
     }
+    unseen = unseen || !shown || interrupts != before;
     keep(limit);
 }
 

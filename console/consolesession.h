@@ -44,7 +44,10 @@ class ConsoleSession {
     void send(Lock& turn, Command::Type type, const std::string& text);
     void sendGroupCmd(Lock& turn, const GroupCommand& command);
     /// Goes from INTERRUPTED to RUNNING. For the turn's holder.
-    void leave() { machine.parseConsole(StateMachine::COMMON_CMD_EVENT); }
+    void leave() {
+        stops = false;
+        machine.parseConsole(StateMachine::COMMON_CMD_EVENT);
+    }
     /// Prints the output of the last command through a cascade; false when that is malformed. For
     /// the turn's holder.
     bool match(const std::string& cascade);
@@ -95,6 +98,7 @@ class ConsoleSession {
     std::string prompt;
     std::string curGroupName;
     bool unanswered = false;
+    bool stops = false;    // the user has had the command interrupted, and it has not ended
     bool atPrompt = false; // the input thread has prompted and waits for a line
     /// The next ON reply prints the prompt, because the input thread waits at an old one.
     bool needToPrompt = false;
@@ -103,6 +107,7 @@ class ConsoleSession {
     std::mutex keeping;
     Data lastData;             // guarded by keeping
     std::size_t keptLines = 0; // that it has been given; guarded by keeping
+    bool unseen = false;       // not all of that was shown; guarded by keeping
 
     // Output is being shown; begins under the turn.
     std::atomic<bool> showing{false};
@@ -135,5 +140,6 @@ class ConsoleSession {
     void switched(StateMachine::STATE state);
     void promptAgain(bool interrupted);
     void handleReady(Lock& turn);
+    void tellUnseen();
     void handleText(Lock& turn);
 };

@@ -85,7 +85,6 @@
     NEWCOMM(Cart_sub, cart_sub, 3, 0, 2)                                                           \
     FREECOMM(Comm_free, comm_free, 1, 0)                                                           \
     FREECOMM(Comm_disconnect, comm_disconnect, 1, 0)                                               \
-    OTHER(Abort, abort, 2)                                                                         \
     OTHER(Comm_create_group, comm_create_group, 5)                                                 \
     OTHER(Intercomm_create, intercomm_create, 6)                                                   \
     OTHER(Win_create, win_create, 6)                                                               \

@@ -34,6 +34,8 @@ class Driver {
         std::string preload;
         /// Whether the debugger may keep what it finds in a program's symbols for the next one.
         bool cachesIndex = false;
+        /// Whether a task that calls MPI_Abort is to be stopped there, by debuggers that can.
+        bool stopsOnAbort = false;
     };
 
     /// What a line of a backtrace of all threads says.
@@ -47,6 +49,8 @@ class Driver {
         std::string library;
         /// Whether the thread is the one that runs main.
         bool isMain = false;
+        /// A function of the program's that an interpreter runs, or a call of that interpreter.
+        bool isInterpreted = false, isInterpreter = false;
     };
 
     virtual ~Driver() = default;
@@ -65,6 +69,9 @@ class Driver {
     virtual std::string whole(std::string line) const = 0;
     /// Whether output that ends like this waits for an answer (a secondary prompt).
     virtual bool asks(std::string_view tail) const = 0;
+    /// What a user can type in place of the lines that this question asks for one by one; empty: it
+    /// is another question.
+    virtual std::string insteadOfLines(std::string_view) const { return ""; }
     /// Whether an unfinished line looks like the debugger's report of where the task has stopped,
     /// which may be printed before its mark of that.
     virtual bool beginsStop(std::string_view) const { return false; }
@@ -100,6 +107,14 @@ class Driver {
     /// The command that prints the stacks of all threads, at most this many calls of each.
     virtual std::string backtraceCommand(int calls) const = 0;
     virtual StackLine parseStackLine(std::string_view line) const = 0;
+    /// The command that tells whether the task stands as an interrupt would leave it, so that it
+    /// may run for a moment, and what it prints then; any other text is the reason why not, an
+    /// empty one that the debugger cannot tell. Empty: there is no such command.
+    virtual std::string standingCommand() const { return ""; }
+    virtual std::string mayRun() const { return ""; }
+    /// The command that lets such a task run until it is interrupted, without a word of the
+    /// debugger about that.
+    virtual std::string resumeCommand() const { return ""; }
 
   protected:
     /// The bare name of a call as debuggers print it: without its arguments and parameter types.

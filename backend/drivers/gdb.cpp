@@ -1,5 +1,7 @@
 #include "backend/drivers/gdb.h"
 
+#include "backend/drivers/gdbstacks.h"
+#include "backend/drivers/gdbstops.h"
 #include "backend/drivers/promptmatcher.h"
 
 #include <algorithm>
@@ -47,7 +49,7 @@ def show_always():
         show()
 def tell():
     global shown, waiting
-    now = {each.number for each in gdb.breakpoints() if each.pending}
+    now = {each.number for each in gdb.breakpoints() if each.pending and each.number > 0}
     new = now - waiting
     waiting = now
     gdb.flush()
@@ -93,52 +95,9 @@ gdb.events.exited.connect(look)
 gdb.events.before_prompt.connect(look)
 )";
 
-// The stacks of all threads, with the library of each call: "thread", a tab and whether it is the
-// one of main; "call", its name, its source line and its library, with tabs between. A gdb without
-// Python has its own backtrace under this name.
+// Where gdb has no Python, its own backtrace.
 constexpr const char* plainStacks =
     "alias vex-stacks = thread apply all backtrace -frame-arguments none";
-constexpr const char* stacksHook = R"(
-import gdb
-def text(get):
-    try: return get() or ""
-    except (gdb.error, UnicodeError): return ""
-def place(frame):
-    sal = frame.find_sal()
-    return sal.symtab and "%s:%d" % (sal.symtab.filename, sal.line)
-def say(line):
-    try: print(line)
-    except UnicodeError: print(line.encode("ascii", "backslashreplace").decode())
-def calls(most):
-    frame = gdb.newest_frame()
-    while frame is not None and most > 0:
-        name = text(frame.name) or "??"
-        if frame.type() == gdb.SIGTRAMP_FRAME: name = "<signal handler called>"
-        library = text(lambda: gdb.solib_name(frame.pc()))
-        say(chr(9).join(("call", name, text(lambda: place(frame)), library)))
-        frame = frame.older()
-        most -= 1
-class Stacks(gdb.Command):
-    def __init__(self): super().__init__("vex-stacks", gdb.COMMAND_STACK)
-    def invoke(self, argument, from_tty):
-        inferior, thread, frame = gdb.selected_inferior(), gdb.selected_thread(), None
-        try: frame = gdb.selected_frame()
-        except gdb.error: pass
-        try:
-            for each in gdb.inferiors():
-                for one in sorted(each.threads(), key=lambda thread: thread.num):
-                    say(chr(9).join(("thread", str(int(one.ptid[1] in (0, one.ptid[0]))))))
-                    try:
-                        one.switch()
-                        calls(int(argument))
-                    except gdb.error as problem: say(str(problem))
-        finally:
-            if thread is not None: thread.switch()
-            elif gdb.selected_inferior().num != inferior.num:
-                gdb.execute("inferior %d" % inferior.num, to_string=True)
-            if frame is not None and frame.is_valid(): frame.select()
-Stacks()
-)";
 
 // A task that an interrupt has stopped has its main thread selected, so that all show the same one.
 // The stop itself is shown as it was. A thread that has raised the signal itself (SI_TKILL) stays.
@@ -194,12 +153,16 @@ std::string inOneLine(const std::string& python) {
     return "python exec('" + line + "', {})";
 }
 
+std::string withWord(std::string python, std::string_view word, const std::string& text) {
+    return python.replace(python.find(word), word.size(), text);
+}
+
 // The Python text with the bytes of a mark in the place of a word.
 std::string withMark(std::string python, std::string_view word, std::string_view mark) {
     std::string bytes;
     for (const char c : mark)
         bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
-    return python.replace(python.find(word), word.size(), bytes);
+    return withWord(std::move(python), word, bytes);
 }
 
 std::string runHookFor(const std::string& prompt) {
@@ -208,6 +171,12 @@ std::string runHookFor(const std::string& prompt) {
     };
     return inOneLine(withMark(withMark(runHook, "STANDS", mark(PromptMatcher::stands)), "RUNS",
                               mark(PromptMatcher::runs)));
+}
+
+// The prompt of commands, define, python and the like, indented by its depth.
+bool wantsLines(std::string_view tail) {
+    const std::size_t at = tail.find_first_not_of(' ');
+    return at != std::string_view::npos && tail.substr(at) == ">";
 }
 
 std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
@@ -261,8 +230,12 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.push_back("-iex");
         words.push_back("set " + setting);
     }
-    words.insert(words.end(), {"-iex", plainStacks, "-iex", inOneLine(stacksHook), "-iex",
+    words.insert(words.end(), {"-iex", plainStacks, "-iex", inOneLine(gdbStacks), "-iex",
                                inOneLine(mainThreadHook)});
+    words.insert(words.end(), {"-iex", GdbStops::plainBriefRuns, "-iex",
+                               inOneLine(withWord(GdbStops::briefRuns, "BEGIN",
+                                                  launch.attach.empty() ? "False" : "True"))});
+    if (launch.stopsOnAbort) words.insert(words.end(), {"-iex", inOneLine(GdbStops::onAbort)});
     words.insert(words.end(), {"-iex", runHookFor(prompt(launch.nonce))});
     if (!launch.errorMark.empty())
         words.insert(words.end(),
@@ -299,9 +272,11 @@ bool Gdb::asks(std::string_view tail) const {
     // With "set pagination on".
     if (tail.ends_with("--Type <RET> for more, q to quit, c to continue without paging--"))
         return true;
-    // The prompt of commands, define, python and the like, indented by its depth.
-    const std::size_t at = tail.find_first_not_of(' ');
-    return at != std::string_view::npos && tail.substr(at) == ">";
+    return wantsLines(tail);
+}
+
+std::string Gdb::insteadOfLines(std::string_view question) const {
+    return wantsLines(question) ? "source FILE" : "";
 }
 
 bool Gdb::beginsStop(std::string_view line) const {
@@ -389,7 +364,8 @@ std::string Gdb::backtraceCommand(int calls) const { return "vex-stacks " + std:
 
 Driver::StackLine Gdb::parseStackLine(std::string_view line) const {
     StackLine result;
-    if (line.starts_with("thread\t") || line.starts_with("call\t")) return fieldsOf(line);
+    for (const char* const kind : {"thread\t", "call\t", "python\t"})
+        if (line.starts_with(kind)) return fieldsOf(line);
     if (line.starts_with("Thread ") && line.ends_with("):")) {
         result.kind = StackLine::THREAD;
         result.isMain = line.starts_with("Thread 1 ");
@@ -421,10 +397,14 @@ Driver::StackLine Gdb::parseStackLine(std::string_view line) const {
     return result;
 }
 
+std::string Gdb::standingCommand() const { return GdbStops::standingCommand; }
+std::string Gdb::mayRun() const { return GdbStops::mayRun; }
+std::string Gdb::resumeCommand() const { return GdbStops::resumeCommand; }
+
 // What the command of this driver's own prints.
 Driver::StackLine Gdb::fieldsOf(std::string_view line) {
     StackLine result;
-    std::array<std::string_view, 4> fields;
+    std::array<std::string_view, 5> fields;
     for (std::string_view& field : fields) {
         const std::size_t end = std::min(line.find('\t'), line.size());
         field = line.substr(0, end);
@@ -436,6 +416,12 @@ Driver::StackLine Gdb::fieldsOf(std::string_view line) {
         return result;
     }
     result.kind = StackLine::CALL;
+    if (fields[0] == "python") {
+        result.function = fields[1];
+        result.isInterpreted = true;
+        return result;
+    }
+    result.isInterpreter = fields[4] == "1";
     result.function = fields[1].starts_with('<') ? std::string(fields[1]) : functionName(fields[1]);
     result.library = fields[3];
     result.place = fileName(fields[2].empty() ? fields[3] : fields[2]);

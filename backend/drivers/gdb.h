@@ -16,6 +16,7 @@ class Gdb : public Driver {
     std::string prompt(const std::string& nonce) const override;
     std::string whole(std::string line) const override;
     bool asks(std::string_view tail) const override;
+    std::string insteadOfLines(std::string_view question) const override;
     bool beginsStop(std::string_view line) const override;
     StackLine parseStop(std::string_view line) const override;
     std::string interruptEcho() const override { return "Quit"; }
@@ -31,6 +32,9 @@ class Gdb : public Driver {
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
+    std::string standingCommand() const override;
+    std::string mayRun() const override;
+    std::string resumeCommand() const override;
 
   private:
     static StackLine fieldsOf(std::string_view line);

@@ -83,6 +83,28 @@ void StackTree::merge(std::map<std::string, Node>& into, const std::map<std::str
     }
 }
 
+ClientSet StackTree::differing(const StackTree& other) const {
+    ClientSet clients;
+    compare(root.calls, other.root.calls, clients);
+    compare(other.root.calls, root.calls, clients);
+    return clients;
+}
+
+// Adds the clients that are at calls of mine and not at the same of the others. Recursion ends as
+// that of merge does.
+void StackTree::compare(const std::map<std::string, Node>& mine,
+                        const std::map<std::string, Node>& others, ClientSet& differing) {
+    for (const auto& [call, node] : mine) {
+        const auto theirs = others.find(call);
+        ClientSet only = node.clients;
+        if (theirs != others.end()) {
+            only.erase(theirs->second.clients);
+            compare(node.calls, theirs->second.calls, differing);
+        }
+        differing.insert(only);
+    }
+}
+
 // Nodes of equal size stand in the order of their first clients.
 std::vector<const std::pair<const std::string, StackTree::Node>*>
 StackTree::byClients(const std::map<std::string, Node>& nodes) {

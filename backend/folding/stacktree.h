@@ -49,6 +49,9 @@ class StackTree {
     /// Adds what is to be told of a client's threads that are in no stack here: "libucs 1".
     void addHelpers(int client, const std::string& counts) { helpers[counts].insert(client); }
 
+    /// The clients whose stacks are not the same here and there; threads at equal calls count once.
+    ClientSet differing(const StackTree& other) const;
+
     /// Where the innermost calls are, the place with the fewest clients first; then the clients
     /// without stacks, a group for each reason. All places are one group, so that a console colours
     /// their differences; when the console would show so many places client by client, each is a
@@ -76,6 +79,8 @@ class StackTree {
 
     static void list(const std::map<std::string, Node>& nodes, std::size_t depth,
                      std::vector<Call>& calls);
+    static void compare(const std::map<std::string, Node>& mine,
+                        const std::map<std::string, Node>& others, ClientSet& differing);
     static void merge(std::map<std::string, Node>& into, const std::map<std::string, Node>& other);
     static std::vector<const std::pair<const std::string, Node>*>
     byClients(const std::map<std::string, Node>& nodes);

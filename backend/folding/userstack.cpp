@@ -123,6 +123,7 @@ std::string_view plainName(std::string_view name) {
 
 // The name that the standard gives to a communication or waiting call; nothing for other calls.
 std::optional<std::string> standardName(const Call& call) {
+    if (call.isInterpreted) return std::nullopt;
     std::string_view name = call.function;
     for (const std::string_view profiled : {"PMPI_", "PMPIX_", "pnccl", "pshmem_"})
         if (name.starts_with(profiled)) name.remove_prefix(1);
@@ -136,6 +137,7 @@ std::optional<std::string> standardName(const Call& call) {
 }
 
 bool belongsToProgram(const Call& call) {
+    if (call.isInterpreted) return true;
     const std::string_view name = call.function;
     if (name.starts_with('<') || name == "??" || isInLibrary(call)) return false;
     if (isWithoutSource(call) && (isOneOf(name, kernelCalls) || name.starts_with("__vdso_")))
@@ -158,6 +160,7 @@ bool isOfSystem(const Call& call) {
 } // namespace
 
 UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
+    std::erase_if(kept, [](const Call& call) { return call.isInterpreter; });
     // A stripped program has no names; what ends a stack has no meaning.
     const auto begun = std::ranges::find_if(kept.rbegin(), kept.rend(), [](const Call& call) {
         return !call.library.empty() || isOneOf(call.function, threadStarts);
@@ -177,6 +180,10 @@ UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
         return call.function == "main" && belongsToProgram(call);
     });
     if (begin != kept.rend()) kept.erase(begin.base(), kept.end());
+    // An interpreted function that nothing of the program has called stands below no main.
+    const auto outermost = std::find_if(kept.rbegin(), kept.rend(), belongsToProgram);
+    if (outermost != kept.rend() && outermost->isInterpreted)
+        kept.erase(outermost.base(), kept.end());
     while (kept.size() > 1 && isOneOf(kept.back().function, threadStarts))
         kept.pop_back();
 

@@ -255,10 +255,8 @@ void Clients::fail(const std::string& problem) {
 
 // Of any task; it needs the task's number and process.
 DebuggerStart Clients::commonStart() const {
-    Driver::Launch launch = ForkedClients::newLaunch(driver, errors.get());
+    Driver::Launch launch = ForkedClients::newLaunch(driver, options, errors.get());
     launch.program = options.program;
-    launch.cachesIndex = options.indexCache;
-    launch.preload = options.mpiLibrary;
     DebuggerStart start = DebuggerStart::of(
         driver, launch, {{"VEX_NTASKS", std::to_string(tasks.size())}, {"VEX_JOB", job}},
         options.attaches() ? 1 : 0);

@@ -3,7 +3,11 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <poll.h>
+#include <string_view>
+#include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -22,6 +26,19 @@ ConsoleLink::ConsoleLink(EventLoop& eventLoop, Owner& whose, int number,
       socket(std::move(connection)),
       patience(loop),
       stream(loop, socket->getFd()) {}
+
+std::string ConsoleLink::terminal() const {
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    if (::getsockopt(socket->getFd(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1) return "";
+    const std::string input = "/proc/" + std::to_string(peer.pid) + "/fd/0";
+    std::error_code none;
+    const std::string name = std::filesystem::read_symlink(input, none).string();
+    for (const std::string_view folder : {"/dev/pts/", "/dev/tty"}) {
+        if (name.starts_with(folder)) return name.substr(std::string_view("/dev/").size());
+    }
+    return "";
+}
 
 void ConsoleLink::start() { waitToRead(); }
 

@@ -48,6 +48,8 @@ class ConsoleLink : public std::enable_shared_from_this<ConsoleLink> {
     bool full() const { return queue.size() > maxWaiting; }
     /// The bytes of a record that the console has begun to send.
     std::size_t parked() const { return reader.waiting(); }
+    /// The terminal at which the console's user types, "pts/3"; empty: none, or unknown.
+    std::string terminal() const;
     /// Closes, and tells why.
     void drop(const std::string& why);
     /// Whether the console has closed its end; what it sent before may be unread still.

@@ -60,6 +60,12 @@ void Consoles::add(std::unique_ptr<UnixSocket> connection) {
     if (serving) number(id);
 }
 
+std::string Consoles::describe(int console) const {
+    const auto link = links.find(console);
+    const std::string terminal = link == links.end() ? "" : link->second->terminal();
+    return "console " + std::to_string(console) + (terminal.empty() ? "" : " on " + terminal);
+}
+
 void Consoles::onLinkCommand(int id, const Command& command) {
     if (id == refused) return;
     if (command.getConsoleID() != id) throw BrokenConnection();

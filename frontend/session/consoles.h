@@ -55,6 +55,8 @@ class Consoles : public ConsoleLink::Owner {
     bool full(int console) const;
     /// Whether there are several.
     bool several() const { return links.size() > 1; }
+    /// "console 2 on pts/3".
+    std::string describe(int console) const;
     bool contains(int console) const { return links.contains(console); }
     /// Whether there is no console, neither open nor being closed.
     bool empty() const { return links.empty(); }

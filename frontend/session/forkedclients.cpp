@@ -30,16 +30,19 @@ ForkedClients::ForkedClients(EventLoop& eventLoop, const Options& sessionOptions
 
 // --- the start
 
-Driver::Launch ForkedClients::newLaunch(const Driver& driver, const ErrorWatch* errors) {
+Driver::Launch ForkedClients::newLaunch(const Driver& driver, const Options& options,
+                                        const ErrorWatch* errors) {
     Driver::Launch launch;
+    launch.cachesIndex = options.indexCache;
+    launch.preload = options.mpiLibrary;
+    launch.stopsOnAbort = options.stopOnAbort && !options.attaches();
     launch.nonce = Rendezvous::newSecret().substr(0, 16);
     if (errors && driver.marksErrors()) launch.errorMark = errors->mark();
     return launch;
 }
 
 DebuggerStart ForkedClients::startOf(pid_t process) const {
-    Driver::Launch launch = newLaunch(driver, errors);
-    launch.cachesIndex = options.indexCache;
+    Driver::Launch launch = newLaunch(driver, options, errors);
     launch.owned = !options.attaches();
     DebuggerStart start = DebuggerStart::of(driver, launch, {{"VEX_JOB", job}}, process);
     start.client = nextNumber();
@@ -106,9 +109,11 @@ void ForkedClients::join(int number) {
     Fork& fork = at(number);
     if (!fork.alive()) return;
     fork.phase = Fork::CLIENT;
-    owner.onClientForked(
-        number, fork.identity(number) + "  forked by client " + std::to_string(fork.child.parent),
-        fork.node);
+    owner.onClientForked(number,
+                         fork.identity(number) + "  forked by client " +
+                             std::to_string(fork.child.parent) + "; it stands still: on " +
+                             std::to_string(number) + ", then continue",
+                         fork.node);
     forks.started(number);
 }
 

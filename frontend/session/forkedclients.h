@@ -82,7 +82,8 @@ class ForkedClients : public Client::Listener, private Forks::Owner {
     void end();
 
     /// What every debugger of a session is started with.
-    static Driver::Launch newLaunch(const Driver& driver, const ErrorWatch* errors);
+    static Driver::Launch newLaunch(const Driver& driver, const Options& options,
+                                    const ErrorWatch* errors);
 
   private:
     struct Fork {

@@ -31,6 +31,9 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
     app.add_option("--index-cache", indexCache,
                    "Whether gdb keeps an index of the program's symbols for the next: yes or no")
         ->default_str("yes");
+    app.add_option("--stop-on-abort", stopOnAbort,
+                   "Whether tasks that are started here stop at MPI_Abort: yes or no")
+        ->default_str("yes");
     app.add_option("--console", console,
                    "The console program (default: the vexconsole beside vex, else in PATH)");
     app.add_option("--attach", attach, "Attach to these running processes: PID,PID,...")

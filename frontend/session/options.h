@@ -36,6 +36,8 @@ struct Options {
     std::string debuggerThere = "gdb";
     /// Whether processes that the tasks fork are debugged, too.
     bool forks = true;
+    /// Whether tasks that VEX starts are stopped when they call MPI_Abort.
+    bool stopOnAbort = true;
     /// Whether debuggers keep an index of a program's symbols for those that come after them.
     bool indexCache = true;
     /// Whether tasks that are started tell who waits for whom in MPI, and the library that does.

@@ -78,6 +78,7 @@ class SessionServer : private Switchboard::Outlet,
     bool isProgram(const std::string& name) override;
     std::string describe(int client) override { return clients.describe(client); }
     std::vector<StackTree::Row> waits() override { return waitQueries.rows(); }
+    std::string describeConsole(int console) override { return consoles.describe(console); }
     void sessionOver() override { end(0); }
     void wakeAt(std::optional<Clock::time_point> time) override;
 

@@ -17,7 +17,12 @@ constexpr const char* scriptCommand = "vex_cmd";
 } // namespace
 
 Dispatcher::Dispatcher(int count, const Driver& kind, Node& theirs, Outlet& out, Listener& told)
-    : driver(kind), firstNode(theirs), outlet(out), listener(told), requests(out) {
+    : driver(kind),
+      firstNode(theirs),
+      outlet(out),
+      listener(told),
+      requests(out),
+      remarks(requests, out, kind) {
     setClients(count);
 }
 
@@ -25,11 +30,6 @@ void Dispatcher::setClients(int count) {
     Member idle;
     idle.node = &firstNode;
     members.assign(static_cast<std::size_t>(count), idle);
-}
-
-void Dispatcher::setNode(const ClientSet& clients, Node& node) {
-    for (const int id : clients)
-        at(id).node = &node;
 }
 
 void Dispatcher::addClient(int id) {
@@ -95,6 +95,7 @@ Request& Dispatcher::place(Request wanted, const ClientSet& clients, Clock::time
         at(id).console = request.console;
     }
     request.await(clients);
+    if (request.sampling) request.sampling->begin(clients);
     requests.flushIdle();
     return request;
 }
@@ -112,18 +113,47 @@ void Dispatcher::answered(int work, const ClientSet& clients, Clock::time_point 
         }
         return;
     }
-    if (request->stat && done.size() == request->waiting.size()) report(*request, done.back());
+    if (!request->sampling) return finished(*request, std::move(done));
+    request->sampling->answered(done, request->work(), *this, now);
+    sampled(*request, now);
+}
+
+void Dispatcher::finished(Request& request, ClientSet done) {
+    if (request.stat && done.size() == request.waiting.size()) report(request, done.back());
     // A filter still works for some.
     ClientSet busy;
     for (const int id : programs.empty() ? ClientSet() : done) {
         if (programRuns(id)) busy.insert(id);
     }
     done.erase(busy);
-    if (!done.empty()) completed(*request, done);
+    if (!done.empty()) completed(request, done);
+}
+
+// Something has happened to the request's samples.
+void Dispatcher::sampled(Request& request, Clock::time_point now) {
+    if (request.sampling->over()) return finished(request, request.waiting);
+    request.sampleDue = request.sampling->due();
+    const auto answers = std::optional(now + Wait::answer);
+    request.overdue = request.sampling->runs() ? std::nullopt : answers;
+    requests.arm(request);
+}
+
+void Dispatcher::take(const ClientSet& clients, const Work& work, const std::string& line,
+                      Clock::time_point now) {
+    for (const auto& [node, theirs] : byNode(clients)) {
+        node->begin(theirs, work, now);
+        node->type(theirs, line);
+    }
+}
+
+void Dispatcher::stop(const ClientSet& clients, Clock::time_point now) {
+    for (const auto& [node, theirs] : byNode(clients))
+        node->interrupt(theirs, now);
 }
 
 void Dispatcher::captured(int work, int id, const std::string& text) {
-    const Request* const request = requests.find(work);
+    Request* const request = requests.find(work);
+    if (request && request->sampling) return request->sampling->standing(id, text);
     // A node can send anything.
     const bool wanted = request && request->work().output == Work::WHOLE && !programRuns(id);
     if (wanted && request->console != 0 && request->waiting.contains(id))
@@ -132,7 +162,10 @@ void Dispatcher::captured(int work, int id, const std::string& text) {
 
 void Dispatcher::stacks(int work, const StackTree& tree) {
     Request* const request = requests.find(work);
-    if (request && request->stat) request->stat->add(tree);
+    if (request && request->sampling)
+        request->sampling->stacks(tree);
+    else if (request && request->stat)
+        request->stat->add(tree);
 }
 
 // Carries out what the client's program has printed until it must wait for its debugger.
@@ -169,6 +202,7 @@ void Dispatcher::conclude(int id) {
 // clients.
 void Dispatcher::report(Request& request, std::optional<int> last) {
     request.reported = true;
+    if (request.sampling) request.sampling->tell(*request.stat);
     if (request.kind == Command::STATCLIENT) listener.located(request, request.stat->places());
     if (!request.filter.empty() && last && request.console != 0) {
         startProgram(*last, request.filter, request.stat->text());
@@ -206,14 +240,16 @@ void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
         if (!at(id).request) continue;
         if (!programRuns(id)) {
             working.insert(id);
+            Request& request = *at(id).request;
+            if (request.sampling) request.sampling->cancel(*this, now);
+            if (request.sampling) sampled(request, now);
             continue;
         }
         at(id).node->interrupt({id}, now);
         stopProgram(id);
         conclude(id);
     }
-    for (const auto& [node, theirs] : byNode(working))
-        node->interrupt(theirs, now);
+    stop(working, now);
 }
 
 bool Dispatcher::reply(const ClientSet& ids, const std::string& text, Clock::time_point now) {
@@ -276,12 +312,6 @@ void Dispatcher::gathered(int work, Clock::time_point now) {
     if (Request* const request = requests.find(work)) request->gathered.merged(now);
 }
 
-void Dispatcher::said(int work, const ClientSet& clients, std::vector<std::string> lines,
-                      Clock::time_point now) {
-    stopPlaces.said(clients, lines);
-    hear(work, clients, lines, now, Folder::WHOLE);
-}
-
 // The beginning of a line has waited long enough. What goes on with it stands directly behind it.
 void Dispatcher::saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                           Clock::time_point now) {
@@ -319,8 +349,14 @@ void Dispatcher::clientGone(int id) {
         requests.flush(requests.idleOf(at(id).console));
 }
 
-void Dispatcher::remove(int id) {
-    if (at(id).request) completed(*at(id).request, {id});
+void Dispatcher::remove(int id, Clock::time_point now) {
+    Request* const request = at(id).request;
+    if (!request) return;
+    const bool others = request->waiting.size() > 1;
+    completed(*request, {id});
+    if (!others || !request->sampling || request->reported) return;
+    request->sampling->gone(id, request->work(), *this, now);
+    sampled(*request, now);
 }
 
 // --- the user's programs
@@ -371,20 +407,6 @@ bool Dispatcher::userProgramMayTalk(int id) const {
 
 // --- what consoles get
 
-void Dispatcher::say(int console, const std::string& cmd, const ClientSet& about,
-                     const std::string& text) {
-    outlet.toConsole(console,
-                     Folder::record(Folder().aside(about, SafeText::of(text)), console, cmd));
-}
-
-// Says something about clients of a running request, below what they have printed.
-void Dispatcher::remark(Request& request, const ClientSet& about, const std::string& text) {
-    requests.flush(request);
-    outlet.toConsole(request.console,
-                     Folder::record(request.gathered.aside(about, SafeText::of(text)),
-                                    request.console, request.text));
-}
-
 void Dispatcher::announce(int console, const ClientSet& about, const std::string& text) {
     Request* where = &requests.idleOf(console);
     for (const int id : about) {
@@ -393,45 +415,16 @@ void Dispatcher::announce(int console, const ClientSet& about, const std::string
         where = request;
         break;
     }
-    outlet.toConsole(console,
-                     Folder::record(where->gathered.aside(about, SafeText::of(text)), console, ""));
-}
-
-// Names the clients that wait for an answer, and lets the console prompt for it.
-void Dispatcher::tellAsking(Request& request) {
-    const ClientSet fresh = request.unnamed.intersection(request.waiting);
-    if (request.console == 0 || fresh.empty()) return;
-    request.unnamed.clear();
-    request.asking.insert(fresh);
-    std::string question = std::exchange(request.question, {});
-    while (question.ends_with(' '))
-        question.pop_back();
-    remark(request, fresh, "waits for an answer to '" + question + "'; give it by: send ...");
-    listener.asks(request);
+    remarks.announce(*where, console, about, text);
 }
 
 void Dispatcher::tellOverdue(Request& request, Clock::time_point now) {
     if (!request.overdue || *request.overdue > now) return;
     request.overdue.reset();
-    ClientSet silent = request.waiting;
+    ClientSet silent = request.sampling ? request.sampling->awaits() : request.waiting;
     silent.erase(request.asking);
     if (!silent.empty() && request.console != 0)
-        remark(request, silent, "No answer yet from " + listed(silent));
-}
-
-// The clients with their hosts, if these are few.
-std::string Dispatcher::listed(const ClientSet& clients) const {
-    constexpr std::size_t few = 4;
-    std::map<std::string, ClientSet> hosts;
-    for (const auto& [node, theirs] : byNode(clients))
-        hosts[node->host()].insert(theirs);
-    if (hosts.size() > few)
-        return Text::list(clients) + " on " + std::to_string(hosts.size()) + " hosts";
-    std::string text;
-    for (const auto& [host, theirs] : hosts)
-        text +=
-            (text.empty() ? "" : ", ") + Text::list(theirs) + (host.empty() ? "" : " on " + host);
-    return text;
+        remarks.tellSilent(request, silent, byNode(silent));
 }
 
 // --- time
@@ -439,7 +432,12 @@ std::string Dispatcher::listed(const ClientSet& clients) const {
 void Dispatcher::tick(Clock::time_point now) {
     while (Request* request = requests.due(now)) {
         requests.flushDue(*request, now);
-        if (std::exchange(request->naming, std::nullopt)) tellAsking(*request);
+        if (request->sampling) {
+            if (request->sampling->tick(*this, now)) request->overdue = now + Wait::answer;
+            request->sampleDue = request->sampling->due();
+        }
+        if (std::exchange(request->naming, std::nullopt) && remarks.tellAsking(*request))
+            listener.asks(*request);
         tellOverdue(*request, now);
         requests.arm(*request);
     }

@@ -6,7 +6,9 @@
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/data.h"
+#include "frontend/switchboard/remarks.h"
 #include "frontend/switchboard/requests.h"
+#include "frontend/switchboard/sampling.h"
 #include "frontend/switchboard/stopplaces.h"
 
 #include <deque>
@@ -22,7 +24,7 @@
 ///
 /// Does no I/O: it acts through its Outlet and the nodes, which must not call back, and tells its
 /// Listener.
-class Dispatcher : public Node::Listener {
+class Dispatcher : public Node::Listener, private Sampling::Hands {
   public:
     class Outlet : public Requests::Outlet, public ProgramLookup {
       public:
@@ -54,7 +56,10 @@ class Dispatcher : public Node::Listener {
     /// joined.
     void setClients(int count);
     /// The clients are those of another node, which must outlive this.
-    void setNode(const ClientSet& clients, Node& node);
+    void setNode(const ClientSet& clients, Node& node) {
+        for (const int id : clients)
+            at(id).node = &node;
+    }
 
     /// Adds an idle client; no number is used twice.
     void addClient(int id);
@@ -84,7 +89,10 @@ class Dispatcher : public Node::Listener {
     /// Sends all output that was gathered for a console's requests.
     void flushAll(int console) { requests.flushAll(console); }
     /// Says something about clients to one console.
-    void say(int console, const std::string& cmd, const ClientSet& about, const std::string& text);
+    void say(int console, const std::string& cmd, const ClientSet& about,
+             const std::string& text) const {
+        remarks.say(console, cmd, about, text);
+    }
     /// The same, below what the console's clients have printed.
     void announce(int console, const ClientSet& about, const std::string& text);
 
@@ -95,7 +103,7 @@ class Dispatcher : public Node::Listener {
     /// request still waits for it until remove.
     void clientGone(int client);
     /// A client that is gone has done its part of its request.
-    void remove(int client);
+    void remove(int client, Clock::time_point now);
 
     std::optional<Clock::time_point> deadline() const { return requests.deadline(); }
     void tick(Clock::time_point now);
@@ -103,7 +111,10 @@ class Dispatcher : public Node::Listener {
     // Node::Listener
     void gathered(int work, Clock::time_point now) override;
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
-              Clock::time_point now) override;
+              Clock::time_point now) override {
+        stopPlaces.said(clients, lines);
+        hear(work, clients, lines, now, Folder::WHOLE);
+    }
     void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
                   Clock::time_point now) override;
     void captured(int work, int client, const std::string& text) override;
@@ -134,13 +145,13 @@ class Dispatcher : public Node::Listener {
     std::map<int, Program> programs; // of clients whose request needs one
     Requests requests;
     StopPlaces stopPlaces{driver};
+    const Remarks remarks;
 
     bool has(int client) const { return static_cast<std::size_t>(client) < members.size(); }
     Member& at(int client) { return members[static_cast<std::size_t>(client)]; }
     const Member& at(int client) const { return members[static_cast<std::size_t>(client)]; }
 
     std::map<Node*, ClientSet> byNode(const ClientSet& clients) const;
-    std::string listed(const ClientSet& clients) const;
     Request& place(Request wanted, const ClientSet& clients, Clock::time_point now);
     void startProgram(int client, const std::string& command, const std::string& input);
     void stopProgram(int client);
@@ -149,6 +160,13 @@ class Dispatcher : public Node::Listener {
     void conclude(int client);
     void report(Request& request, std::optional<int> last);
     void completed(Request& request, const ClientSet& clients);
+    void finished(Request& request, ClientSet clients);
+    void sampled(Request& request, Clock::time_point now);
+
+    // Sampling::Hands
+    void take(const ClientSet& clients, const Work& work, const std::string& line,
+              Clock::time_point now) override;
+    void stop(const ClientSet& clients, Clock::time_point now) override;
 
     Request* outputOf(int client, int work);
     void hear(int work, const ClientSet& clients, const std::vector<std::string>& lines,
@@ -156,7 +174,5 @@ class Dispatcher : public Node::Listener {
     static void deliver(Request& request, int client, const std::string& text,
                         Clock::time_point now);
 
-    void remark(Request& request, const ClientSet& about, const std::string& text);
-    void tellAsking(Request& request);
     void tellOverdue(Request& request, Clock::time_point now);
 };

@@ -9,9 +9,10 @@
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, OwnCommand::Name>, 3> names = {{
+constexpr std::array<std::pair<std::string_view, OwnCommand::Name>, 4> names = {{
     {"who", OwnCommand::WHO},
     {"stat", OwnCommand::STAT},
+    {"interrupt", OwnCommand::INTERRUPT},
     {"waits", OwnCommand::WAITS},
 }};
 

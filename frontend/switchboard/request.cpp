@@ -1,14 +1,39 @@
 #include "frontend/switchboard/request.h"
 
 #include "backend/os/text.h"
+#include "common/wholenumber.h"
 #include "frontend/switchboard/pipeline.h"
 
+#include <chrono>
+
+namespace {
+
+constexpr const char* takes =
+    "vex stat takes -a (all calls of all threads), -s, -i and -t SAMPLES with -w SECONDS, not '";
+
+// "2", "0.5"; nothing for what is no such time.
+std::optional<std::chrono::milliseconds> pauseOf(const std::string& text) {
+    double seconds = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, fault] = std::from_chars(text.data(), end, seconds);
+    const std::chrono::duration<double> pause(seconds);
+    // The comparison fails for what is no number.
+    if (fault != std::errc() || stop != end ||
+        !(pause >= Sampling::minPause && pause <= Sampling::maxPause))
+        return std::nullopt;
+    return std::chrono::round<std::chrono::milliseconds>(pause);
+}
+
+} // namespace
+
 Work Request::work() const {
-    if (stat)
-        return {.number = number,
-                .output = Work::STACKS,
-                .withPlaces = stat->options().withPlaces,
-                .allCalls = stat->options().allCalls};
+    if (stat) {
+        const Work once{.number = number,
+                        .output = Work::STACKS,
+                        .withPlaces = stat->options().withPlaces,
+                        .allCalls = stat->options().allCalls};
+        return sampling ? sampling->of(once) : once;
+    }
     return {.number = number,
             .output = filter.empty() ? Work::LINES : Work::WHOLE,
             .instant = instant()};
@@ -44,6 +69,24 @@ std::optional<std::string> Request::prepareScript(ProgramLookup& programs) {
     return std::nullopt;
 }
 
+// What is wrong with the value of an option about samples; nothing when it was taken over.
+std::optional<std::string> Request::prepareSamples(const std::string& option,
+                                                   const std::string& value,
+                                                   Sampling::Options& samples) {
+    if (option == "-w") {
+        const auto pause = pauseOf(value);
+        if (!pause) return "vex stat -w takes the seconds between two samples, 0.1 to 3600";
+        samples.pause = *pause;
+        return std::nullopt;
+    }
+    const auto number = wholeNumber<int>(value);
+    if (!number || *number < 2 || *number > Sampling::maxSamples)
+        return "vex stat -t takes a number of samples, 2 to " +
+               std::to_string(Sampling::maxSamples);
+    samples.samples = *number;
+    return std::nullopt;
+}
+
 std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLookup& programs) {
     const std::size_t bar = text.find('|');
     // "stat OPTIONS" is the console's, "vex stat OPTIONS" ours.
@@ -51,6 +94,7 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
     const bool ours = Text::firstWord(words) == "stat";
     if (ours) words = Text::afterWord(words);
     StatReport::Options options;
+    Sampling::Options samples;
     for (; !words.empty(); words = Text::afterWord(words)) {
         const std::string option = Text::firstWord(words);
         if (option == "-s")
@@ -59,16 +103,23 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
             options.innermostOnly = true;
         else if (option == "-a" && ours)
             options.allCalls = true;
-        else if (ours)
-            return "vex stat takes -a (all calls of all threads), -s and -i, not '" + option + "'";
+        else if (ours && (option == "-t" || option == "-w")) {
+            words = Text::afterWord(words);
+            if (auto problem = prepareSamples(option, Text::firstWord(words), samples))
+                return problem;
+        } else if (ours)
+            return takes + option + "'";
     }
     stat.emplace(options);
+    if (samples.samples > 0) sampling.emplace(samples, driver);
+    if (!sampling && samples.pause.count() > 0) return "vex stat -w goes with -t SAMPLES";
+    if (sampling && sampling->firstLine().empty()) return "vex stat -t needs gdb";
     if (bar != std::string::npos) {
         const std::size_t begin = text.find_first_not_of(" \t", bar + 1);
         filter = begin == std::string::npos ? "" : text.substr(begin);
         const std::string program = Text::firstWord(filter);
         if (!programs.isProgram(program)) return "cannot find the program '" + program + "'";
     }
-    line = driver.backtraceCommand(StackTree::maxCalls);
+    line = sampling ? sampling->firstLine() : driver.backtraceCommand(StackTree::maxCalls);
     return std::nullopt;
 }

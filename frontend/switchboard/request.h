@@ -8,6 +8,7 @@
 #include "common/clientset.h"
 #include "common/command.h"
 #include "frontend/switchboard/programlookup.h"
+#include "frontend/switchboard/sampling.h"
 
 #include <optional>
 #include <string>
@@ -28,6 +29,8 @@ struct Request {
     std::string filter;
     /// The report of stat, or of "vex who" with a filter; nothing for other commands.
     std::optional<StatReport> stat;
+    /// Where that is taken several times; nothing: it is taken once.
+    std::optional<Sampling> sampling;
     /// Whether the report was handed over.
     bool reported = false;
 
@@ -44,6 +47,8 @@ struct Request {
     Folder gathered;
     /// When the clients that have not answered are to be named.
     std::optional<Clock::time_point> overdue;
+    /// When the next step of its sampling is due.
+    std::optional<Clock::time_point> sampleDue;
     /// When Requests looks at it again.
     std::optional<Clock::time_point> armed;
 
@@ -60,7 +65,7 @@ struct Request {
     bool instant() const { return kind == Command::INSTANT; }
     /// Whether the clients' output goes to the program behind the bar or into the report, and not
     /// to the console as it stands.
-    bool captures() const { return stat || !filter.empty(); }
+    bool captures() const { return (stat || !filter.empty()) && !(sampling && sampling->shows()); }
 
     /// What the clients' nodes are told of it.
     Work work() const;
@@ -71,5 +76,7 @@ struct Request {
 
   private:
     std::optional<std::string> prepareScript(ProgramLookup& programs);
+    static std::optional<std::string>
+    prepareSamples(const std::string& option, const std::string& value, Sampling::Options& samples);
     std::optional<std::string> prepareStat(const Driver& driver, ProgramLookup& programs);
 };

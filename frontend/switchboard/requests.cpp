@@ -86,7 +86,7 @@ void Requests::continueIdle(const Request& request) {
 
 void Requests::arm(Request& request) {
     std::optional<Clock::time_point> next = request.gathered.due();
-    for (const auto& other : {request.overdue, request.naming})
+    for (const auto& other : {request.overdue, request.naming, request.sampleDue})
         if (other && (!next || *other < *next)) next = other;
     // One that has moved on is looked at once for nothing.
     if (!next || (request.armed && *request.armed <= *next)) return;

@@ -27,7 +27,8 @@ Switchboard::Switchboard(int count, const Driver& driver, Outlet& out)
     : outlet(out),
       table(count),
       local(driver, out, dispatcher),
-      dispatcher(count, driver, local, out, *this) {}
+      dispatcher(count, driver, local, out, *this),
+      stoppers(dispatcher, out, out) {}
 
 void Switchboard::setClients(int count) {
     assert(consoles.empty());
@@ -43,6 +44,7 @@ void Switchboard::consoleJoined(int number) {
 void Switchboard::consoleLeft(int number) {
     consoles.erase(number);
     table.removeConsole(number);
+    stoppers.consoleLeft(number);
     dispatcher.consoleLeft(number);
     tellDeadline();
 }
@@ -70,15 +72,18 @@ void Switchboard::carryOut(int number, const Command& command, Clock::time_point
         clientCommand(number, command, now);
         break;
     case Command::PROMPT:
+        stoppers.forget(number);
         answerQuestion(number, command, now);
         break;
     case Command::GROUP:
         groupCommand(number, command);
         break;
     case Command::ON:
+        stoppers.forget(number);
         switchGroup(number, Text::of(command));
         break;
     case Command::INTERRUPT:
+        stoppers.forget(number);
         interruptMembers(number, command, now);
         break;
     case Command::QUIT:
@@ -108,6 +113,9 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     case OwnCommand::STAT:
         request.kind = Command::STATCLIENT;
         break;
+    case OwnCommand::INTERRUPT:
+        if (!stoppers.stop(request, now)) sendReady(number, consoles[number]);
+        return;
     case OwnCommand::WHO:
     case OwnCommand::WAITS:
     case OwnCommand::UNKNOWN:
@@ -284,13 +292,17 @@ void Switchboard::answerQuestion(int number, const Command& command, Clock::time
 // --- what becomes of it
 
 void Switchboard::answered(const ClientSet& clients, const Request& request) {
+    for (const int each : stoppers.stopped(clients))
+        sendReady(each, consoles[each]);
     auto owner = consoles.find(request.console);
     if (owner == consoles.end()) return;
     auto& [number, console] = *owner;
     console.interrupted.erase(clients);
+    const bool freed = stoppers.frees(number, clients);
     if (!request.waiting.empty()) {
         // The clients that it still waits for may all be outside the console's present group.
-        if (console.awaited.contains(request.number) && !worksHere(request, number, console)) {
+        if (console.awaited.contains(request.number) &&
+            (freed || !worksHere(request, number, console))) {
             console.awaited.erase(request.number);
             if (console.awaited.empty()) {
                 dispatcher.flushAll(number);
@@ -355,26 +367,6 @@ void Switchboard::tell(int id, const std::string& text) {
         dispatcher.announce(number, {id}, text);
 }
 
-void Switchboard::output(int id, std::string_view text, Clock::time_point now) {
-    local.output(id, text, now);
-    tellDeadline();
-}
-
-void Switchboard::prompted(int id, Clock::time_point now) {
-    local.prompted(id, now);
-    tellDeadline();
-}
-
-void Switchboard::userProgramOutput(int id, std::string_view text, Clock::time_point now) {
-    dispatcher.userProgramOutput(id, text, now);
-    tellDeadline();
-}
-
-void Switchboard::userProgramEnded(int id, const std::string& problem, Clock::time_point now) {
-    dispatcher.userProgramEnded(id, problem, now);
-    tellDeadline();
-}
-
 void Switchboard::clientGone(int id, Clock::time_point now) {
     if (!table.all().contains(id)) return; // never announced, or gone before
     local.gone(id, now);
@@ -388,7 +380,7 @@ void Switchboard::clientGone(int id, Clock::time_point now) {
         outlet.sessionOver();
         return;
     }
-    dispatcher.remove(id);
+    dispatcher.remove(id, now);
     for (auto& [number, console] : consoles)
         leaveVanishedGroup(number, console);
     tellDeadline();
@@ -413,8 +405,8 @@ void Switchboard::announce(const std::string& text) {
 
 std::optional<Clock::time_point> Switchboard::deadline() const {
     std::optional<Clock::time_point> next = dispatcher.deadline();
-    const auto nodes = local.deadline();
-    if (nodes && (!next || *nodes < *next)) next = nodes;
+    for (const auto& other : {local.deadline(), stoppers.deadline()})
+        if (other && (!next || *other < *next)) next = other;
     for (const auto& [number, console] : consoles) {
         if (!console.interrupts.empty() && (!next || console.interrupts.front() < *next))
             next = console.interrupts.front();
@@ -433,6 +425,8 @@ void Switchboard::tick(Clock::time_point now) {
     told.reset();
     local.tick(now);
     dispatcher.tick(now);
+    for (const int number : stoppers.takeDue(now))
+        sendReady(number, consoles[number]);
     for (auto& [number, console] : consoles) {
         while (!console.interrupts.empty() && console.interrupts.front() <= now) {
             console.interrupts.pop_front();

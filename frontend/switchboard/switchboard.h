@@ -12,6 +12,7 @@
 #include "frontend/switchboard/dispatcher.h"
 #include "frontend/switchboard/groups.h"
 #include "frontend/switchboard/owncommand.h"
+#include "frontend/switchboard/stoppers.h"
 
 #include <deque>
 #include <map>
@@ -32,7 +33,7 @@
 class Switchboard : public Node::Listener, private Dispatcher::Listener {
   public:
     /// What the switchboard does to the world.
-    class Outlet : public Dispatcher::Outlet, public LocalNode::Outlet {
+    class Outlet : public Dispatcher::Outlet, public LocalNode::Outlet, public Stoppers::Outlet {
       public:
         using Dispatcher::Outlet::toConsole;
         virtual void toConsole(int console, const Reply& reply) = 0;
@@ -62,8 +63,14 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     void command(int console, const Command& command, Clock::time_point now);
 
     /// What a client of this process printed, without its prompts.
-    void output(int client, std::string_view text, Clock::time_point now);
-    void prompted(int client, Clock::time_point now);
+    void output(int client, std::string_view text, Clock::time_point now) {
+        local.output(client, text, now);
+        tellDeadline();
+    }
+    void prompted(int client, Clock::time_point now) {
+        local.prompted(client, now);
+        tellDeadline();
+    }
     /// The client's debugger tells that its task runs from now on, or stands still.
     void runs(int client, bool nowRuns) { local.runs(client, nowRuns); }
     /// Adds an idle client, whose number was never used; the text names its process.
@@ -74,8 +81,14 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     void clientGone(int client, Clock::time_point now);
 
     /// What the user's program for a client prints, and its end; "" or what went wrong.
-    void userProgramOutput(int client, std::string_view text, Clock::time_point now);
-    void userProgramEnded(int client, const std::string& problem, Clock::time_point now);
+    void userProgramOutput(int client, std::string_view text, Clock::time_point now) {
+        dispatcher.userProgramOutput(client, text, now);
+        tellDeadline();
+    }
+    void userProgramEnded(int client, const std::string& problem, Clock::time_point now) {
+        dispatcher.userProgramEnded(client, problem, now);
+        tellDeadline();
+    }
     /// Whether that program is a script.
     bool runsScript(int client) const {
         const Request* request = dispatcher.requestOf(client);
@@ -142,6 +155,7 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     std::map<int, Console> consoles;
     LocalNode local;
     Dispatcher dispatcher;
+    Stoppers stoppers;
     std::optional<Clock::time_point> told; // the last wakeAt
 
     void carryOut(int console, const Command& command, Clock::time_point now);

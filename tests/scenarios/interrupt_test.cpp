@@ -101,6 +101,31 @@ TEST_F(Interrupt, WhatIsPrintedMeanwhileIsKeptUnseen) {
     EXPECT_FALSE(frontEnd.hasCommand());
 }
 
+// A line says so when all have stopped, in front of the prompt; of a command of which all was seen,
+// and behind `leave`, there is none.
+TEST_F(Interrupt, TellsOfWhatWasKeptUnseen) {
+    const auto unseen = [this] {
+        interrupted();
+        frontEnd.print(id, {{0, {0, 1}, "unseen"}});
+        frontEnd.reply(Reply::CLIENT_REMOVE, 3);
+        console->until("Client 3 was terminated\n");
+    };
+    begin();
+    unseen();
+    ask("interrupt", Command::INTERRUPT, "");
+    EXPECT_EQ(finish(), "What came in between was not shown; to see it: match\n");
+    EXPECT_NE(answerTo("match").find("unseen"), std::string::npos);
+    interrupted();
+    ask("interrupt", Command::INTERRUPT, "");
+    EXPECT_EQ(finish(), "");
+    unseen();
+    ask("interrupt", Command::INTERRUPT, "");
+    frontEnd.success();
+    prompt("(all:int) ");
+    enter("leave");
+    EXPECT_EQ(finish(), "");
+}
+
 // Ctrl-C thousands of times, at any moment of a busy exchange: nothing is torn, nothing hangs.
 TEST_F(Interrupt, ThousandsOfInterruptsDuringABusyExchange) {
     const auto signals = static_cast<int>(soak("VEX_SOAK_SIGNALS", 6000));

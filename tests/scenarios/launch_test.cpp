@@ -103,6 +103,12 @@ TEST_F(LaunchTest, ATaskThatEndsTheJobIsHeardAndSoIsItsLauncher) {
         if (::access(program(own).c_str(), X_OK) != 0) continue;
         Peer console(beginWith({"--launch", launcher, program(own)}));
         console.send(Command::CLIENT, "all", "run --abort");
+        // It is kept from that at first; the others wait.
+        while (!contain(console.next(), "1 | The task calls MPI_Abort and is kept from ending"))
+            continue;
+        console.send(Command::INTERRUPT, "all");
+        EXPECT_EQ(console.finish().back(), "READY");
+        console.send(Command::CLIENT, "all", "continue");
         const Lines said = console.untilReady();
         EXPECT_EQ(said.back(), "REPLY -1 803");
         killConsole();

@@ -209,6 +209,35 @@ TEST_F(VexTest, NothingIsLeftBehind) {
     }
 }
 
+TEST_F(VexTest, StacksOfPythonProgramsAreTheirFunctions) {
+    const std::string python = "/usr/bin/python3";
+    if (::access(python.c_str(), X_OK) != 0) GTEST_SKIP() << "there is no " << python;
+    const std::string text = "import threading, time\n"
+                             "def wait(): threading.Event().wait()\n"
+                             "def search(n):\n"
+                             "    if n: return list(map(search, [n - 1]))\n"
+                             "    print('searches', flush=True)\n"
+                             "    while True: time.sleep(0.01)\n"
+                             "threading.Thread(target=wait, daemon=True).start()\n"
+                             "search(1)\n";
+    Peer console(beginWith({"-n", "2", python, folder.write("go.py", text)}));
+    console.send(Command::CLIENT, "all", "run");
+    for (int told = 0; told < 2;)
+        for (const std::string& line : console.next())
+            told += line.find("searches") == line.npos ? 0 : line.starts_with("0:1") ? 2 : 1;
+    console.send(Command::INTERRUPT, "all");
+    console.finish();
+    std::string shown;
+    for (const std::string& line : console.command("vex stat"))
+        shown += line + "\n";
+    EXPECT_NE(shown.find("0:1 | <module> (go.py:8)\n0:1 |   search (go.py:4)\n"
+                         "0:1 |     search (go.py:6)\n"),
+              shown.npos)
+        << shown;
+    EXPECT_NE(shown.find("0:1 |       wait (go.py:2)\n"), shown.npos) << shown;
+    quit(console);
+}
+
 TEST_F(VexTest, AStartThatHangsCanBeGivenUp) {
     const std::string debugger = script("debugger", "#!/bin/sh\nsleep 1000\n");
     const std::string path = begin(3, {"--debugger", debugger});

@@ -223,6 +223,11 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
                    "omp_mine,a.c:3,", "start_thread,,/lib/libc.so.6"}),
          "1 client in MPI_Recv, called by main|1 client in omp_mine|1 client in pause, called by "
          "??|??|  pause|main|  MPI_Recv|omp_mine"},
+        // An interpreter stands between the functions that it runs and what they call.
+        {"thread\t1\ncall\tread\t\t/lib/libc.so.6\ncall\tfile_read\t\t\t1\n"
+         "call\t_PyEval_EvalFrameDefault\t\t\t1\npython\tload (a.py:3)\n"
+         "python\t<module> (a.py:9)\ncall\tPy_RunMain\t\t\t1\ncall\t??\t\t/lib/libc.so.6\n",
+         "1 client in read, called by load (a.py:3)|<module> (a.py:9)|  load (a.py:3)|    read"},
         // Before main there is nothing else to show.
         {stacksOf({"_dl_start,,/lib64/ld-linux-x86-64.so.2"}), "1 client in _dl_start|_dl_start"},
         // A debugger that tells less.

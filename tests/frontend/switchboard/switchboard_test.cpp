@@ -211,7 +211,8 @@ TEST_F(SwitchboardTest, InterruptsThatComeTooLateOrTooEarly) {
 TEST_F(SwitchboardTest, SendAnswersThoseWhoAsk) {
     running();
     prints({0, 1}, "End with \"end\".\n>");
-    const std::string asks = "waits for an answer to '>'; give it by: send ...";
+    const std::string asks = "waits for an answer to '>'; give it by: send ...; easier: interrupt, "
+                             "then source FILE with these lines";
     EXPECT_EQ(pass(200ms),
               "1 0@0:1 End with \"end\". / 1 1@0:1 > / 1 2@0:1 " + asks + " / 1 ON_INTERRUPT all");
     // Those who ask have been named; the others have not answered.

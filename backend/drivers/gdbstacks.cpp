@@ -1,0 +1,211 @@
+#include "backend/drivers/gdbstacks.h"
+
+// Offsets: of the thread state the native number, what leads to the current frame, and where that
+// is in it; of a frame its code, its caller, its last instruction and what marks an entry from C
+// (flag or owner); of a code object its file, its name, its lines, its first line, its
+// instructions. All as in the headers of the interpreter on machines with pointers of 8 bytes.
+const char* const gdbStacks = R"python(
+import gdb, os, re, sys, time
+evaluation = "_PyEval_EvalFrameDefault"
+owned_by_c = 3
+tables = {
+    9: dict(thread=176, frame=24, code=32, back=24, last=104, file=104, name=112, lines=120,
+            first=40, text=48),
+    10: dict(thread=176, frame=24, code=32, back=24, last=96, file=104, name=112, lines=120,
+             first=40, text=48),
+    11: dict(native=160, frame=56, current=8, code=32, back=48, last=56, entry=68, file=112,
+             name=120, lines=136, first=72, instructions=184, text=48),
+    12: dict(native=144, frame=56, current=0, code=0, back=8, last=56, owner=70, file=112,
+             name=120, lines=136, first=68, instructions=192, text=40),
+}
+class Unknown(Exception): pass
+def read(address, size):
+    try: return bytes(gdb.selected_inferior().read_memory(address, size))
+    except OverflowError: raise gdb.MemoryError
+def number(address, size=8, signed=False):
+    return int.from_bytes(read(address, size), sys.byteorder, signed=signed)
+def string(address, header):
+    length, state = number(address + 16), number(address + 32, 4)
+    kind, ascii = state >> 2 & 7, state >> 6 & 1
+    if not 0 <= length < 4096 or kind not in (1, 2, 4): raise Unknown
+    data = read(address + header + (0 if ascii else 24 if header == 48 else 16), length * kind)
+    encoding = "latin-1" if kind == 1 else "utf-16" if kind == 2 else "utf-32"
+    if kind > 1: encoding += "-le" if sys.byteorder == "little" else "-be"
+    return data.decode(encoding, "replace")
+def data(address): return read(address + 32, min(number(address + 16), 1 << 20))
+def line_of_pairs(table, line, at, minor):
+    begin = 0
+    for i in range(0, len(table) - 1, 2):
+        by, delta = table[i], table[i + 1]
+        if delta >= 128: delta -= 256
+        if minor == 9:
+            begin += by
+            if begin > at: break
+        if minor == 9 or delta != -128: line += delta
+        if minor == 10:
+            begin += by
+            if begin > at: break
+    return line
+def line_of_locations(table, line, at):
+    begin = i = 0
+    while i < len(table):
+        code, length = table[i] >> 3 & 15, 2 * ((table[i] & 7) + 1)
+        i += 1
+        if code in (13, 14):
+            value = shift = 0
+            for byte in table[i:i + 6]:
+                value |= (byte & 63) << shift
+                shift += 6
+                if not byte & 64: break
+            line += -(value >> 1) if value & 1 else value >> 1
+        elif 10 <= code <= 12: line += code - 10
+        begin += length
+        if begin > at: break
+        while i < len(table) and table[i] < 128: i += 1
+    return line
+def debug_offsets(runtime):
+    if read(runtime, 8) != b"xdebugpy": return None
+    at = [number(runtime + 8 * i) for i in range(50)]
+    thread, frame, code = at[19:28], at[28:34], at[34:44]
+    return dict(head=at[5], threads=at[9], next=thread[2], native=thread[6], frame=thread[4],
+                code=frame[2], back=frame[1], last=frame[3], owner=frame[5], file=code[1],
+                name=code[2], lines=code[4], first=code[5], instructions=code[9], text=40)
+def threads(runtime, table):
+    # Where the first thread of the interpreter may stand.
+    if "head" in table:
+        yield number(number(runtime + table["head"]) + table["threads"])
+        return
+    for place in range(16, 128, 8):
+        interpreter = number(runtime + place)
+        for at in range(8, 256, 8):
+            try:
+                thread = number(interpreter + at)
+                if thread and number(thread + 16) == interpreter: yield thread
+            except gdb.MemoryError: continue
+def find_thread(first, table, key, wanted):
+    for _ in range(100000):
+        if first == 0 or number(first + table[key]) == wanted: return first
+        first = number(first + table.get("next", 8))
+    return 0
+class Interpreter:
+    def __init__(self, thread, until):
+        self.until, self.frame, self.seen, self.over, self.told = until, 0, set(), False, False
+        self.table = self.minor = None
+        try: self.find(thread)
+        except (gdb.error, Unknown): self.table = None
+    def find(self, thread):
+        runtime = int(gdb.parse_and_eval("(unsigned long) &_PyRuntime"))
+        self.table = debug_offsets(runtime)
+        if self.table is None:
+            file = gdb.solib_name(runtime) or gdb.current_progspace().filename or ""
+            version = re.search("python3[.]([0-9]+)", os.path.realpath(file))
+            self.minor = version and int(version.group(1))
+            self.table = tables.get(self.minor)
+        if self.table is None: return
+        key, wanted = "native", thread.ptid[1] or thread.ptid[0]
+        if key not in self.table:
+            key, wanted = "thread", int(gdb.parse_and_eval("(unsigned long) $fs_base"))
+        state = 0
+        for first in threads(runtime, self.table):
+            try: state = find_thread(first, self.table, key, wanted)
+            except gdb.MemoryError: continue
+            if state: break
+        if state:
+            self.frame = number(state + self.table["frame"])
+            if "current" in self.table: self.frame = number(self.frame + self.table["current"])
+    def function(self, code):
+        t = self.table
+        last = self.frame + t["last"]
+        lines, first = data(number(code + t["lines"])), number(code + t["first"], 4)
+        if "instructions" in t:
+            at = number(last) - code - t["instructions"]
+            line = line_of_locations(lines, first, at)
+        else:
+            at = number(last, 4, True) * (2 if self.minor == 10 else 1)
+            line = line_of_pairs(lines, first, at, self.minor)
+        file = os.path.basename(string(number(code + t["file"]), t["text"]))
+        return "%s (%s:%d)" % (string(number(code + t["name"]), t["text"]), file, line)
+    def functions(self, frame):
+        if self.table is None: return self.supported(frame)
+        found = []
+        try:
+            while self.frame and not self.over:
+                if self.frame in self.seen or time.monotonic() > self.until: raise Unknown
+                self.seen.add(self.frame)
+                t, code = self.table, number(self.frame + self.table["code"])
+                last = "owner" not in t and "entry" not in t
+                if "entry" in t: last = number(self.frame + t["entry"], 1) != 0
+                shim = "owner" in t and number(self.frame + t["owner"], 1) == owned_by_c
+                if not shim: found.append(self.function(code))
+                self.frame = number(self.frame + t["back"])
+                if last or shim: return found
+        except (gdb.error, Unknown): self.over = True
+        return found + self.once(chr(0x2026))
+    def supported(self, frame):
+        import __main__
+        found = []
+        try:
+            at = __main__.Frame(frame).get_pyop()
+            while at is not None:
+                if hasattr(at, "is_shim") and at.is_shim(): break
+                found.append("%s (%s:%d)" % (at.co_name, os.path.basename(at.filename()),
+                                             at.current_line_num()))
+                if not hasattr(at, "previous") or hasattr(at, "is_entry") and at.is_entry(): break
+                at = at.previous()
+        except Exception: pass
+        return found or self.once("functions of Python (to see them, install its debug symbols)")
+    def once(self, text):
+        if self.told: return []
+        self.told = True
+        return [text]
+def text(get):
+    try: return get() or ""
+    except (gdb.error, UnicodeError): return ""
+def place(frame):
+    sal = frame.find_sal()
+    return sal.symtab and "%s:%d" % (sal.symtab.filename, sal.line)
+def say(line):
+    try: print(line)
+    except UnicodeError: print(line.encode("ascii", "backslashreplace").decode())
+def is_interpreter(call, python, library):
+    program = os.path.basename(gdb.current_progspace().filename or "").startswith("python")
+    if program and call[3] == "": return True
+    return python is not None and call[3] == library and (library != "" or call[2] == "")
+def calls(thread, most, until):
+    found, python, library, frame = [], None, None, gdb.newest_frame()
+    try:
+        while frame is not None and len(found) < most:
+            name = text(frame.name) or "??"
+            if frame.type() == gdb.SIGTRAMP_FRAME: name = "<signal handler called>"
+            found.append(("call", name, text(lambda: place(frame)),
+                          text(lambda: gdb.solib_name(frame.pc()))))
+            if name.startswith(evaluation):
+                if python is None: python, library = Interpreter(thread, until), found[-1][3]
+                found += [("python", each) for each in python.functions(frame)]
+            frame = frame.older()
+    finally:
+        for each in found:
+            if each[0] == "call" and is_interpreter(each, python, library): each += ("1",)
+            say(chr(9).join(each))
+class Stacks(gdb.Command):
+    def __init__(self): super().__init__("vex-stacks", gdb.COMMAND_STACK)
+    def invoke(self, argument, from_tty):
+        inferior, thread, frame = gdb.selected_inferior(), gdb.selected_thread(), None
+        try: frame = gdb.selected_frame()
+        except gdb.error: pass
+        until = time.monotonic() + 1
+        try:
+            for each in gdb.inferiors():
+                for one in sorted(each.threads(), key=lambda thread: thread.num):
+                    say(chr(9).join(("thread", str(int(one.ptid[1] in (0, one.ptid[0]))))))
+                    try:
+                        one.switch()
+                        calls(one, int(argument), until)
+                    except gdb.error as problem: say(str(problem))
+        finally:
+            if thread is not None: thread.switch()
+            elif gdb.selected_inferior().num != inferior.num:
+                gdb.execute("inferior %d" % inferior.num, to_string=True)
+            if frame is not None and frame.is_valid(): frame.select()
+Stacks()
+)python";

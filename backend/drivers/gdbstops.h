@@ -1,0 +1,23 @@
+#pragma once
+
+/// Python texts for gdb about where a task stands. They need Python and keep their names to
+/// themselves.
+namespace GdbStops {
+
+/// Keeps a task that calls MPI_Abort from ending: a breakpoint of gdb's own, without a number that
+/// a user sees.
+extern const char* const onAbort;
+
+/// Two commands, one that prints whether the task may be let run for a moment, and one that lets it
+/// run until it is interrupted. BEGIN stands for "True" where gdb has attached to its task, else
+/// for "False".
+extern const char* const briefRuns;
+/// What a gdb without Python has in the place of the first: it prints nothing.
+extern const char* const plainBriefRuns;
+
+extern const char* const standingCommand;
+/// What it prints when the task may run; any other text is the reason why not.
+extern const char* const mayRun;
+extern const char* const resumeCommand;
+
+} // namespace GdbStops

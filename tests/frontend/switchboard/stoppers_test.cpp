@@ -1,0 +1,69 @@
+// "vex interrupt": stopping what others have running.
+#include "tests/frontend/switchboard/switchboardtest.h"
+
+namespace {
+
+class StoppersTest : public SwitchboardTest {
+  protected:
+    // Console 2 stops what console 1 has running there.
+    std::string stop(const std::string& where = "all") { return types(2, where, "vex interrupt"); }
+    const std::string all = "2 0@0:3 interrupts 'continue' of console 1 / ";
+};
+
+TEST_F(StoppersTest, BothConsolesAreFreeWhenAllHaveStopped) {
+    EXPECT_EQ(stop(), "2 0@0:3 nothing of other consoles runs / 2 READY 2");
+    group(2, ASSIGN, "FILTERED", {0});
+    running();
+    EXPECT_EQ(stop(), all + "SIGINT 0 / SIGINT 1 / SIGINT 2 / SIGINT 3");
+    EXPECT_EQ(stops({0, 1, 2}), "");
+    EXPECT_EQ(stops({3}), "1 0@0:3 received signal SIGINT / 2 READY 2 / 1 READY 1");
+    EXPECT_EQ(pass(5s), "");
+}
+
+TEST_F(StoppersTest, TheOwnerIsFreeWhenThatPartHasStoppedAndItsOwnRunsOn) {
+    group(1, ASSIGN, "odd", {1, 3});
+    types(2, "0", "continue");
+    on(2, "1");
+    types(1, "odd", "continue");
+    EXPECT_EQ(stop("all"), "2 0@1 3 interrupts 'continue' of console 1 / "
+                           "2 1@0 leaves 'continue' of this console / SIGINT 1 / SIGINT 3");
+    stops({1, 3});
+    filtered();
+    group(2, ASSIGN, "FILTERED", {0});
+    running("odd");
+    EXPECT_EQ(stop("1"), "2 0@1 interrupts 'continue' of console 1 / SIGINT 1");
+    EXPECT_EQ(stops({1}), "2 READY 2 / 1 0@1 received signal SIGINT / 1 READY 1");
+    filtered();
+    // The rest ends unheard, as after an interrupt of its own.
+    EXPECT_EQ(types(1, "1", "where"), "type 1 where");
+    EXPECT_EQ(prompts({3}), "");
+    EXPECT_EQ(prompts({1}), "1 READY 1");
+}
+
+TEST_F(StoppersTest, WaitsForASecondAndNotBehindAnotherRequest) {
+    running();
+    stop();
+    EXPECT_EQ(pass(999ms), "");
+    stops({0, 1});
+    EXPECT_EQ(pass(1ms), "2 0@2:3 has not stopped yet / 2 READY 2");
+    // What stops later frees nobody before all have.
+    EXPECT_EQ(pass(1s), "1 0@0:1 received signal SIGINT");
+    EXPECT_EQ(stops({2}), "");
+    EXPECT_EQ(stops({3}), "1 0@2:3 received signal SIGINT / 1 READY 1");
+    filtered();
+    group(2, ASSIGN, "FILTERED", {0});
+    // After Ctrl-C: its answer is that to the request.
+    running();
+    stop();
+    EXPECT_EQ(interrupts("all", 2), "2 ON_NORMAL all");
+    EXPECT_EQ(stops({0, 1, 2, 3}), "1 0@0:3 received signal SIGINT / 1 READY 1");
+    EXPECT_EQ(pass(5s), "");
+    filtered();
+    // Of a console that has left.
+    running("0");
+    board.consoleLeft(1);
+    EXPECT_EQ(stop("0"), "2 0@0 interrupts 'continue' of a console that has left / SIGINT 0");
+    EXPECT_EQ(stops({0}), "2 READY 2");
+}
+
+} // namespace
