@@ -83,7 +83,8 @@ void NodeServer::start(const NodeRecords::Start& wanted) {
     if (!node) {
         const bool attach = std::ranges::any_of(
             wanted.clients, [](const auto& client) { return client.second != 0; });
-        driver = makeDriver(common.dialect, attach);
+        driver = makeDriver(common.dialect,
+                            attach ? Driver::Subject::PROCESS : Driver::Subject::PROGRAM);
         node.emplace(*driver, common.errorMark, static_cast<ServedNode::Outlet&>(*this));
     }
     for (const auto& [id, process] : wanted.clients) {

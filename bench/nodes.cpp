@@ -94,7 +94,7 @@ class SimulatedNode : private Connector::Owner,
 
     void start(const NodeRecords::Start& wanted) {
         if (!node) {
-            driver = makeDriver(wanted.common.dialect, false);
+            driver = makeDriver(wanted.common.dialect);
             node.emplace(*driver, wanted.common.errorMark, static_cast<ServedNode::Outlet&>(*this));
         }
         const Clock::time_point now = Clock::now();

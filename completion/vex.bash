@@ -2,7 +2,7 @@
 _vex() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} i
     local values=' -n --tasks --forks --index-cache --stop-on-abort --debugger --console --attach --attach-config --mpi --launch --hosts
-        --agent --rsh --script --join --consoles '
+        --agent --rsh --script --join --consoles --core --stdin '
     COMPREPLY=()
     for ((i = 1; i < COMP_CWORD; ++i)); do
         if [[ $values == *[[:space:]]"${COMP_WORDS[i]}"[[:space:]]* ]]; then
@@ -23,7 +23,7 @@ _vex() {
         mapfile -t COMPREPLY < <(compgen -W "$(ps -u "$(id -u)" -o pid= 2>/dev/null)" -- "$current")
         return
         ;;
-    --attach-config | --script | --hosts)
+    --attach-config | --script | --hosts | --core | --stdin)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
@@ -48,7 +48,7 @@ _vex() {
     esac
     if [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --partial --launch --hosts --agent --rsh
-            --tasks --forks --index-cache --stop-on-abort --trace-mpi --debugger --console --consoles --script --list --join --help --version' -- "$current")
+            --tasks --forks --index-cache --stop-on-abort --trace-mpi --debugger --console --consoles --script --core --stdin --list --join --help --version' -- "$current")
         return
     fi
     compopt -o filenames 2>/dev/null

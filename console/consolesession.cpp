@@ -336,7 +336,9 @@ void ConsoleSession::handleReady(Lock& turn) {
 void ConsoleSession::tellUnseen() {
     if (!std::exchange(stops, false)) return;
     const std::lock_guard keeper(keeping);
-    if (unseen) std::puts("What came in between was not shown; to see it: match");
+    if (!unseen) return;
+    // Not behind what is being typed.
+    std::printf("%sWhat came in between was not shown; to see it: match\n", atPrompt ? "\n" : "");
 }
 
 void ConsoleSession::handleText(Lock& turn) {

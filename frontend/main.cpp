@@ -1,4 +1,5 @@
 #include "backend/drivers/driver.h"
+#include "backend/jobs/corefiles.h"
 #include "backend/jobs/hostfile.h"
 #include "backend/jobs/launcher.h"
 #include "backend/jobs/remotetasks.h"
@@ -6,7 +7,9 @@
 #include "backend/os/executables.h"
 #include "backend/os/limits.h"
 #include "backend/os/standardstreams.h"
+#include "backend/os/text.h"
 #include "backend/os/tracing.h"
+#include "common/descriptor.h"
 #include "common/error.h"
 #include "frontend/session/options.h"
 #include "frontend/session/sessionserver.h"
@@ -95,6 +98,45 @@ void findTargets(Options& options) {
         options.launcherWords.clear();
 }
 
+// What runs a script stands beside the agent, on every host. Another debugger than gdb sees the
+// program itself.
+void findStarter(Options& options) {
+    const std::string& program = options.program[0];
+    const bool plain =
+        !options.core.empty() || Text::baseName(options.debugger).starts_with("lldb");
+    if (plain && Executables::isScript(program))
+        throw std::runtime_error("'" + program +
+                                 "' is a script, which this debugger cannot look into. Give the "
+                                 "program that it starts.");
+    if (plain || !(Executables::isScript(program) || Executables::isWrapper(program))) return;
+    const std::string agent = options.agent.empty() ? Executables::agent() : options.agent;
+    options.starter = std::filesystem::path(agent).replace_filename("vexscript").string();
+}
+
+// A launched task may read a file of its own machine.
+void findInput(Options& options) {
+    if (options.input.find('\n') != std::string::npos)
+        throw std::runtime_error("the name of the file for --stdin has a line break.");
+    if (!options.launches()) {
+        if (!Descriptor(::open(options.input.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)))
+            throw std::runtime_error("cannot read '" + options.input +
+                                     "' for --stdin: " + std::strerror(errno));
+    } else if (Text::baseName(options.debugger).starts_with("lldb")) {
+        throw std::runtime_error("with --launch, --stdin needs gdb.");
+    }
+    options.input = std::filesystem::absolute(options.input).string();
+}
+
+// Finds the core files to look at.
+void findCores(Options& options) {
+    CoreFiles found = CoreFiles::find(options.core, Limits::maxTasks);
+    for (const std::string& note : found.notes)
+        std::fprintf(stderr, "vex: %s\n", note.c_str());
+    options.cores = std::move(found.paths);
+    options.coresHaveRanks = found.ranked;
+    options.tasks = static_cast<int>(options.cores.size());
+}
+
 // Finds what a launcher needs, before anything is started.
 void prepareLaunch(Options& options) {
     namespace fs = std::filesystem;
@@ -129,7 +171,10 @@ void findProgram(Options& options) {
 void prepare(Options& options) {
     const bool attaches = options.attaches();
     if (!attaches) findProgram(options);
+    if (!attaches) findStarter(options);
     if (attaches) findTargets(options);
+    if (!options.core.empty()) findCores(options);
+    if (!options.input.empty()) findInput(options);
     // Agents look for theirs where they are.
     options.debuggerThere = options.debugger;
     const bool local =
@@ -137,7 +182,7 @@ void prepare(Options& options) {
     if (local) options.debugger = Executables::debugger(options.debugger);
     if (options.launches())
         prepareLaunch(options);
-    else if (!attaches && !Tracing::works())
+    else if (!attaches && options.cores.empty() && !Tracing::works())
         throw std::runtime_error(
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
@@ -154,6 +199,7 @@ void prepare(Options& options) {
         hosts.insert(each.host);
         ++elsewhere;
     }
+    elsewhere += static_cast<int>(std::ranges::count(options.cores, ""));
     const Limits::Need need{.tasks = options.tasks,
                             .here = options.tasks - elsewhere,
                             .debugger = Limits::memoryOf(options.debugger),

@@ -6,7 +6,9 @@
 // and by two clients as a tree, which comes out of its outline as it went in.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     if (size == 0) return 0;
-    const auto driver = makeDriver((bytes[0] & 1) != 0 ? "lldb" : "gdb", (bytes[0] & 2) != 0);
+    const auto driver =
+        makeDriver((bytes[0] & 1) != 0 ? "lldb" : "gdb",
+                   (bytes[0] & 2) != 0 ? Driver::Subject::PROCESS : Driver::Subject::PROGRAM);
     const std::string answer = textOf(bytes + 1, size - 1);
     const StackText text{*driver, (bytes[0] & 4) != 0};
     StackTree tree = text.parse(3, answer);

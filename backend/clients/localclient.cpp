@@ -32,6 +32,8 @@ LocalClient::LocalClient(EventLoop& loop, Listener& hears, const DebuggerStart& 
       matcher(start.prompt),
       target(start.attach),
       program(start.program),
+      core(start.core),
+      numberIsRank(start.numberIsRank),
       patience(loop) {
     waitToRead();
     waitToReadInput();
@@ -144,8 +146,10 @@ Identity LocalClient::who() const {
     if (target != 0) return Identity::ofProcess(target);
     Identity found = Identity::underDebugger(pid());
     if (found.pid != -1) return found;
-    found.rank = std::to_string(number);
+    if (numberIsRank) found.rank = std::to_string(number);
     found.program = program;
+    // All of a job's may have the same name, in different directories.
+    if (core.ends_with("/" + found.core)) found.core = core;
     return found;
 }
 

@@ -55,6 +55,8 @@ class LocalClient : public Client {
     std::string unwritten; // lines that the debugger's terminal has not taken yet
     const pid_t target;    // the process to attach to; 0: none
     const std::string program;
+    const std::string core; // empty: none
+    const bool numberIsRank;
     Timer patience; // with a debugger that is to be interrupted
     Clock::time_point typedAt;
     bool answered = false; // something was printed after the last line

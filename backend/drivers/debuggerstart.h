@@ -30,6 +30,11 @@ struct DebuggerStart {
     /// Whether that process may be a shell that runs the program: the debugger then attaches to the
     /// program.
     bool throughShells = false;
+    /// The core file that the debugger looks at, as the user has named it; empty: none. Such
+    /// debuggers are this machine's.
+    std::string core;
+    /// Whether the number of its client is the rank of its task.
+    bool numberIsRank = true;
     /// Whether the debugger gets the descriptors that this process was started with.
     bool inherits = false;
     /// The program's name, for its users.

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <system_error>
 
 namespace {
 
@@ -47,14 +49,26 @@ std::string Driver::functionName(std::string_view call) {
     return std::string(call);
 }
 
+std::string Driver::firstLine(std::string_view text) {
+    const std::size_t begin = std::min(text.size(), text.find_first_not_of("\r\n"));
+    return std::string(text.substr(begin, text.find_first_of("\r\n", begin) - begin));
+}
+
+std::optional<double> Driver::numberIn(std::string_view text) {
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [last, fault] = std::from_chars(text.data(), end, number);
+    return fault == std::errc() && last == end ? std::optional(number) : std::nullopt;
+}
+
 bool Driver::names(std::string_view word, std::span<const CommandName> commands) {
     return std::ranges::any_of(commands, [word](const CommandName& each) {
         return word.size() >= each.least && each.name.starts_with(word);
     });
 }
 
-std::unique_ptr<Driver> makeDriver(const std::string& executable, bool attaches) {
+std::unique_ptr<Driver> makeDriver(const std::string& executable, Driver::Subject subject) {
     const std::string name = executable.substr(executable.rfind('/') + 1);
-    if (name.starts_with("lldb")) return std::make_unique<Lldb>(executable);
-    return std::make_unique<Gdb>(executable, attaches);
+    if (name.starts_with("lldb")) return std::make_unique<Lldb>(executable, subject);
+    return std::make_unique<Gdb>(executable, subject);
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -11,6 +12,10 @@
 /// Another kind is another subclass. Knows texts only and does no I/O.
 class Driver {
   public:
+    /// What debuggers look at: a program that they start, a process that they attach to, or what a
+    /// process has left.
+    enum class Subject { PROGRAM, PROCESS, CORE };
+
     /// What one debugger is started with.
     struct Launch {
         /// The running process to attach to, as the command line names it; empty: the debugger
@@ -20,6 +25,13 @@ class Driver {
         bool owned = false;
         /// The program to debug and its arguments; empty when it attaches.
         std::vector<std::string> program;
+        /// The program by which the program is started, which is a script or starts another one;
+        /// the first of these that can be debugged becomes the task. Empty: none.
+        std::string starter;
+        /// What the program of client 0 reads in the place of that terminal; empty: that terminal.
+        std::string inputFile;
+        /// The core file of that program to look at; empty: none.
+        std::string core;
         /// Nonce of this client: letters and digits.
         std::string nonce;
         /// The terminal that the debugger itself runs on.
@@ -51,6 +63,18 @@ class Driver {
         bool isMain = false;
         /// A function of the program's that an interpreter runs, or a call of that interpreter.
         bool isInterpreted = false, isInterpreter = false;
+    };
+
+    /// What an expression is worth in one task.
+    struct Value {
+        /// Nothing: it is no number.
+        std::optional<double> number;
+        /// As the debugger shows it, in one line; or why there is no value.
+        std::string text;
+        /// The function of the frame in which it was found; empty: the debugger does not tell.
+        std::string function;
+        /// Whether that frame is the selected one, and not the innermost of the program's own.
+        bool isSelected = true;
     };
 
     virtual ~Driver() = default;
@@ -98,6 +122,9 @@ class Driver {
     /// Whether this command line lets the task run until the prompt; for a debugger that prints no
     /// marks of that (PromptMatcher).
     virtual bool letsRun(std::string_view line) const = 0;
+    /// Why this command line is of no use for core files, which have no process, as a sentence;
+    /// empty: it is, or the debuggers have processes.
+    virtual std::string refusal(std::string_view) const { return ""; }
     /// The line of the debugger's as users are to see it.
     virtual std::string shown(std::string line) const { return line; }
     /// What is different from what the debugger shows by itself, in one line; empty: nothing.
@@ -107,6 +134,14 @@ class Driver {
     /// The command that prints the stacks of all threads, at most this many calls of each.
     virtual std::string backtraceCommand(int calls) const = 0;
     virtual StackLine parseStackLine(std::string_view line) const = 0;
+    /// The command that prints the value of an expression.
+    virtual std::string valueCommand(const std::string& expression) const = 0;
+    virtual Value parseValue(std::string_view answer) const = 0;
+
+    /// The first line of a text that is not empty.
+    static std::string firstLine(std::string_view text);
+    /// The number that a text is, and nothing else; nothing when it is none.
+    static std::optional<double> numberIn(std::string_view text);
     /// The command that tells whether the task stands as an interrupt would leave it, so that it
     /// may run for a moment, and what it prints then; any other text is the reason why not, an
     /// empty one that the debugger cannot tell. Empty: there is no such command.
@@ -116,17 +151,18 @@ class Driver {
     /// debugger about that.
     virtual std::string resumeCommand() const { return ""; }
 
-  protected:
-    /// The bare name of a call as debuggers print it: without its arguments and parameter types.
-    static std::string functionName(std::string_view call);
     /// Whether a word names one of these commands, perhaps shortened down to so many letters.
     struct CommandName {
         std::string_view name;
         std::size_t least;
     };
     static bool names(std::string_view word, std::span<const CommandName> commands);
+
+  protected:
+    /// The bare name of a call as debuggers print it: without its arguments and parameter types.
+    static std::string functionName(std::string_view call);
 };
 
-/// The driver for an executable: lldb when its name begins so, else gdb. Whether its debuggers
-/// attach to running tasks.
-std::unique_ptr<Driver> makeDriver(const std::string& executable, bool attaches = false);
+/// The driver for an executable: lldb when its name begins so, else gdb.
+std::unique_ptr<Driver> makeDriver(const std::string& executable,
+                                   Driver::Subject subject = Driver::Subject::PROGRAM);

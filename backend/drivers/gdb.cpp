@@ -2,6 +2,7 @@
 
 #include "backend/drivers/gdbstacks.h"
 #include "backend/drivers/gdbstops.h"
+#include "backend/drivers/gdbwrapper.h"
 #include "backend/drivers/promptmatcher.h"
 
 #include <algorithm>
@@ -215,23 +216,17 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         // the debugger's, so that both outputs stay in order, unless its command line says where
         // else.
         const std::string& input = launch.inputTerminal;
-        // The user's own libraries stay, behind it.
-        const std::string preload = launch.preload.empty() ? ""
-                                                           : "export LD_PRELOAD=" + launch.preload +
-                                                                 "${LD_PRELOAD:+:$LD_PRELOAD}; ";
         settings.push_back("inferior-tty " + input);
-        settings.push_back("exec-wrapper /bin/sh -c '[ /proc/$$/fd/1 -ef " + input +
-                           " ] && exec >" + launch.terminal + "; [ /proc/$$/fd/2 -ef " + input +
-                           " ] && exec 2>" + launch.terminal + "; " + preload +
-                           R"(exec "$0" "$@"')");
+        settings.push_back("exec-wrapper " + GdbWrapper::of(launch));
     }
     std::vector<std::string> words{executable, "-nx", "-q"};
     for (const std::string& setting : settings) {
         words.push_back("-iex");
         words.push_back("set " + setting);
     }
-    words.insert(words.end(), {"-iex", plainStacks, "-iex", inOneLine(gdbStacks), "-iex",
-                               inOneLine(mainThreadHook)});
+    words.insert(words.end(),
+                 {"-iex", plainStacks, "-iex", inOneLine(gdbStacks), "-iex", GdbValues::plain,
+                  "-iex", inOneLine(GdbValues::hook), "-iex", inOneLine(mainThreadHook)});
     words.insert(words.end(), {"-iex", GdbStops::plainBriefRuns, "-iex",
                                inOneLine(withWord(GdbStops::briefRuns, "BEGIN",
                                                   launch.attach.empty() ? "False" : "True"))});
@@ -248,8 +243,11 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }
+    if (!launch.core.empty()) words.insert(words.end(), {"-c", launch.core});
     words.push_back("--args");
     words.insert(words.end(), launch.program.begin(), launch.program.end());
+    // The wrapper knows the script.
+    if (!launch.starter.empty()) words[words.size() - launch.program.size()] = launch.starter;
     return words;
 }
 
@@ -318,6 +316,7 @@ std::string Gdb::forkMark() const { return "[Detaching after fork from child pro
 
 bool Gdb::isGreeting(std::string_view line) const {
     return line.empty() || line.starts_with("Reading symbols from ") ||
+           (line.starts_with("(No debugging symbols found in ") && line.ends_with("/vexscript)")) ||
            line.starts_with("Python scripting is not supported in this copy of GDB");
 }
 
@@ -331,7 +330,7 @@ bool Gdb::letsRun(std::string_view line) const {
 }
 
 std::string Gdb::shown(std::string line) const {
-    if (!attaches) return line;
+    if (subject == Subject::PROGRAM) return line;
     constexpr std::string_view finish = "Run till exit from ";
     std::size_t at = line.starts_with(finish) ? finish.size() : 0;
     if (line.compare(at, 1, "#") == 0) {
@@ -343,7 +342,7 @@ std::string Gdb::shown(std::string line) const {
 }
 
 std::string Gdb::notice() const {
-    return attaches
+    return subject != Subject::PROGRAM
                ? "gdb's frame lines are shown without their code addresses, which differ in every "
                  "task; to see one: print $pc"
                : "";

@@ -1,14 +1,16 @@
 #pragma once
 
+#include "backend/drivers/corerules.h"
 #include "backend/drivers/driver.h"
+#include "backend/drivers/gdbvalues.h"
 
 /// The driver of gdb, version 12 or later.
 class Gdb : public Driver {
   public:
-    /// Tasks that are attached to have their code at addresses of their own, each at another: these
-    /// are left out of gdb's own frame lines.
-    explicit Gdb(std::string path, bool toAttach = false)
-        : executable(std::move(path)), attaches(toAttach) {}
+    /// Tasks that gdb has not started have their code at addresses of their own, each at another:
+    /// these are left out of gdb's own frame lines.
+    explicit Gdb(std::string path, Subject looksAt = Subject::PROGRAM)
+        : executable(std::move(path)), subject(looksAt) {}
 
     std::string name() const override { return "gdb"; }
     std::vector<std::string> argv(const Launch& launch) const override;
@@ -27,11 +29,18 @@ class Gdb : public Driver {
     bool isGreeting(std::string_view line) const override;
     std::string hintFor(std::string_view line) const override;
     bool letsRun(std::string_view line) const override;
+    std::string refusal(std::string_view line) const override {
+        return subject == Subject::CORE ? CoreRules::gdbRefuses(line) : "";
+    }
     std::string shown(std::string line) const override;
     std::string notice() const override;
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
+    std::string valueCommand(const std::string& expression) const override {
+        return GdbValues::command + (" " + expression);
+    }
+    Value parseValue(std::string_view answer) const override { return GdbValues::parse(answer); }
     std::string standingCommand() const override;
     std::string mayRun() const override;
     std::string resumeCommand() const override;
@@ -40,5 +49,5 @@ class Gdb : public Driver {
     static StackLine fieldsOf(std::string_view line);
 
     const std::string executable;
-    const bool attaches;
+    const Subject subject;
 };

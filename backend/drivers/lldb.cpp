@@ -11,7 +11,9 @@ std::vector<std::string> Lldb::argv(const Launch& launch) const {
     };
     // The program reads from a terminal of its own. Its output must go through lldb, which only
     // then keeps its prompt back until the program stops.
-    if (launch.attach.empty()) settings.push_back("target.input-path " + launch.inputTerminal);
+    if (launch.attach.empty())
+        settings.push_back("target.input-path " +
+                           (launch.inputFile.empty() ? launch.inputTerminal : launch.inputFile));
     std::vector<std::string> words{executable, "--no-lldbinit", "--no-use-colors"};
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-O", "settings set " + setting});
@@ -21,6 +23,7 @@ std::vector<std::string> Lldb::argv(const Launch& launch) const {
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }
+    if (!launch.core.empty()) words.insert(words.end(), {"-c", launch.core});
     words.push_back("--");
     words.insert(words.end(), launch.program.begin(), launch.program.end());
     return words;
@@ -73,6 +76,17 @@ bool Lldb::keepsBars(std::string_view line) const {
 
 std::string Lldb::backtraceCommand(int calls) const {
     return "thread backtrace -c " + std::to_string(calls) + " all";
+}
+
+// "(double) $0 = 1.5", "error: use of undeclared identifier 'x'"
+Driver::Value Lldb::parseValue(std::string_view answer) const {
+    Value value;
+    value.text = firstLine(answer);
+    constexpr std::string_view is = " = ";
+    const std::size_t at = value.text.find(is);
+    if (value.text.starts_with('(') && at != std::string::npos) value.text.erase(0, at + is.size());
+    value.number = numberIn(value.text);
+    return value;
 }
 
 Driver::StackLine Lldb::parseStackLine(std::string_view line) const {

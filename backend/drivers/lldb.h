@@ -1,11 +1,13 @@
 #pragma once
 
+#include "backend/drivers/corerules.h"
 #include "backend/drivers/driver.h"
 
 /// The driver of lldb, version 14 or later. Needs none of its Python.
 class Lldb : public Driver {
   public:
-    explicit Lldb(std::string path) : executable(std::move(path)) {}
+    explicit Lldb(std::string path, Subject looksAt = Subject::PROGRAM)
+        : executable(std::move(path)), subject(looksAt) {}
 
     std::string name() const override { return "lldb"; }
     std::vector<std::string> argv(const Launch& launch) const override;
@@ -19,10 +21,18 @@ class Lldb : public Driver {
     bool reportsError(std::string_view line) const override { return line.starts_with("error: "); }
     bool isGreeting(std::string_view line) const override;
     bool letsRun(std::string_view line) const override;
+    std::string refusal(std::string_view line) const override {
+        return subject == Subject::CORE ? CoreRules::lldbRefuses(line) : "";
+    }
     bool keepsBars(std::string_view line) const override;
     std::string backtraceCommand(int calls) const override;
     StackLine parseStackLine(std::string_view line) const override;
+    std::string valueCommand(const std::string& expression) const override {
+        return "expression -- " + expression;
+    }
+    Value parseValue(std::string_view answer) const override;
 
   private:
     const std::string executable;
+    const Subject subject;
 };

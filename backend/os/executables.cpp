@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -46,11 +47,7 @@ std::string headOf(const std::string& path) {
 void checkFormat(const std::string& path, const std::string& name) {
     const std::string head = headOf(path), own = headOf("/proc/self/exe");
     if (head.empty()) return; // it may be executed and not read
-    if (head.starts_with("#!"))
-        throw std::runtime_error("'" + name +
-                                 "' is a script, which no debugger can run. Give the program that "
-                                 "runs it, and the script as its argument, or the program that it "
-                                 "starts.");
+    if (head.starts_with("#!")) return;
     if (!head.starts_with("\177ELF"))
         throw std::runtime_error("'" + name + "' is no program for this system. See: file " + name);
     if (head.size() == own.size() && head.compare(18, 2, own, 18, 2) != 0)
@@ -96,6 +93,16 @@ std::string Executables::program(const std::string& name) {
         throw std::runtime_error("'" + name + "' is a directory; name the program in it.");
     throw std::runtime_error("'" + name +
                              "' is not executable. Is it the program? Then try: chmod +x " + name);
+}
+
+bool Executables::isScript(const std::string& path) { return headOf(path).starts_with("#!"); }
+
+bool Executables::isWrapper(const std::string& path) {
+    static constexpr std::string_view wrappers[] = {
+        "chrt",    "env",    "ionice", "nice",    "nohup", "numactl", "prlimit",
+        "setarch", "setsid", "stdbuf", "taskset", "time",  "timeout"};
+    const std::string name = std::filesystem::path(path).filename().string();
+    return std::ranges::find(wrappers, name) != std::end(wrappers);
 }
 
 std::string Executables::console(const std::string& given) {

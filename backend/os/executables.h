@@ -12,6 +12,10 @@ std::optional<std::string> find(const std::string& name);
 /// The program to debug: a path, else a file of the working directory, else one in PATH. Throws
 /// std::runtime_error with a sentence for the user.
 std::string program(const std::string& name);
+/// Whether an executable is a script.
+bool isScript(const std::string& path);
+/// Whether it is one of the system's programs that become another one (env, nice).
+bool isWrapper(const std::string& path);
 /// The console program: as given, else beside this program, else in PATH. Throws
 /// std::runtime_error with a sentence for the user.
 std::string console(const std::string& given);

@@ -36,6 +36,7 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
                  ? nullptr
                  : std::make_unique<ErrorWatch>(
                        driver, '\002' + Rendezvous::newSecret().substr(0, 16) + '\002')),
+      starts(options, driver, job, errors.get()),
       refusal(loop),
       forked(loop, options, driver, job, errors.get(), owner),
       progress(loop, static_cast<StartProgress::Owner&>(*this)),
@@ -50,6 +51,10 @@ Clients::~Clients() = default;
 void Clients::start() {
     progress.begin();
     if (!options.launcherWords.empty()) callAgents();
+    // There is no core file of these ranks.
+    for (std::size_t i = 0; i < options.cores.size(); ++i) {
+        if (options.cores[i].empty()) move(i, Task::ENDED);
+    }
     startLocal();
 }
 
@@ -95,11 +100,10 @@ void Clients::startLocal() {
     if (agents && !options.attaches()) return;
     const auto limit = std::max(2u, std::thread::hardware_concurrency());
     for (; phase == STARTING && nextLocal < tasks.size() && localStarting < limit; ++nextLocal) {
-        if (!isLocal(nextLocal)) continue;
+        if (!isLocal(nextLocal) || tasks[nextLocal].phase == Task::ENDED) continue;
         move(nextLocal, Task::STARTING);
         const int id = static_cast<int>(nextLocal);
-        at(id).client =
-            std::make_unique<LocalClient>(loop, *this, commonStart().with(id, targetOf(id)));
+        at(id).client = std::make_unique<LocalClient>(loop, *this, starts.local(id, tasks.size()));
         taskOf.emplace(at(id).client->pid(), id);
     }
 }
@@ -116,7 +120,7 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
         if (node.clients().empty()) node.close();
         return;
     }
-    NodeRecords::Start start{commonStart(), {}};
+    NodeRecords::Start start{starts.common(tasks.size()), {}};
     // A launcher keeps its own directory, ssh goes home.
     if (!options.hostOfTask.empty() && !options.attaches())
         start.common.folder = std::filesystem::current_path().string();
@@ -125,7 +129,7 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
     for (const int id : agents->admit(node.host(), found)) {
         move(static_cast<std::size_t>(id), Task::STARTING);
         at(id).node = &node;
-        start.clients.emplace_back(id, targetOf(id));
+        start.clients.emplace_back(id, starts.targetOf(id));
     }
     if (!start.clients.empty()) return node.start(start);
     // Other tasks of its host may follow the refused one in a moment.
@@ -251,23 +255,6 @@ void Clients::fail(const std::string& problem) {
     if (phase == OVER) return;
     say(problem);
     owner.onStartFailed();
-}
-
-// Of any task; it needs the task's number and process.
-DebuggerStart Clients::commonStart() const {
-    Driver::Launch launch = ForkedClients::newLaunch(driver, options, errors.get());
-    launch.program = options.program;
-    DebuggerStart start = DebuggerStart::of(
-        driver, launch, {{"VEX_NTASKS", std::to_string(tasks.size())}, {"VEX_JOB", job}},
-        options.attaches() ? 1 : 0);
-    start.clientVariable = "VEX_TASK";
-    start.throughShells = options.mpiLauncher != 0;
-    if (options.forks) start.forkMark = driver.forkMark();
-    return start;
-}
-
-pid_t Clients::targetOf(int id) const {
-    return options.attaches() ? options.targets[static_cast<std::size_t>(id)].pid : 0;
 }
 
 // --- while they run

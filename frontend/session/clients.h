@@ -1,7 +1,6 @@
 #pragma once
 
 #include "backend/clients/client.h"
-#include "backend/drivers/debuggerstart.h"
 #include "backend/drivers/driver.h"
 #include "backend/drivers/errorwatch.h"
 #include "backend/os/eventloop.h"
@@ -11,6 +10,7 @@
 #include "frontend/session/options.h"
 #include "frontend/session/startprogress.h"
 #include "frontend/session/startupoutput.h"
+#include "frontend/session/taskstarts.h"
 
 #include <algorithm>
 #include <array>
@@ -144,8 +144,9 @@ class Clients : public Client::Listener,
     bool asking = false;       // whether to go on without the tasks that are missing
     StartupOutput startupOutput;
     const std::unique_ptr<ErrorWatch> errors; // for a script; else null
-    std::set<RemoteNode*> refused;            // a task of each was
-    Timer refusal; // before those of them without another task are dropped
+    const TaskStarts starts;
+    std::set<RemoteNode*> refused; // a task of each was
+    Timer refusal;                 // before those of them without another task are dropped
     ForkedClients forked;
     StartProgress progress;
     Timer farewell; // to nodes whose clients have ended
@@ -167,8 +168,6 @@ class Clients : public Client::Listener,
     std::optional<std::string> defect() const;
     void fail(const std::string& problem);
 
-    DebuggerStart commonStart() const;
-    pid_t targetOf(int task) const;
     void settle(int task, Task::Phase reached);
 
     // Client::Listener

@@ -48,11 +48,23 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                    "Attach to the tasks of this launcher (mpirun, mpiexec, srun): PID")
         ->check(CLI::Range(1, maxPid))
         ->excludes(number);
+    app.add_option("--core", core,
+                   "Look at the program's core files: a quoted pattern, or their directory")
+        ->excludes(number)
+        ->excludes("--attach")
+        ->excludes("--attach-config")
+        ->excludes("--mpi");
+    app.add_option("--stdin", input, "The file that task 0 reads as its standard input")
+        ->excludes("--attach")
+        ->excludes("--attach-config")
+        ->excludes("--mpi")
+        ->excludes("--core");
     app.add_flag("--trace-mpi", traceMpi,
                  "Load libvexmpi.so into the tasks: 'vex waits' tells who waits for whom in MPI")
         ->excludes("--attach")
         ->excludes("--attach-config")
-        ->excludes("--mpi");
+        ->excludes("--mpi")
+        ->excludes("--core");
     app.add_flag("--partial", partial, "With --mpi: go on although tasks of the job are missing");
     CLI::Option* launcher =
         app.add_option("--launch", launch,
@@ -60,7 +72,8 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
             ->excludes(number)
             ->excludes("--attach")
             ->excludes("--attach-config")
-            ->excludes("--mpi");
+            ->excludes("--mpi")
+            ->excludes("--core");
     app.add_option("--hosts", hosts, "With --launch ssh: the file that names the tasks' hosts")
         ->needs(launcher);
     app.add_option("--agent", agent,
@@ -100,7 +113,7 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
             throw CLI::ValidationError("--launch", "the launcher is empty");
         const bool starts = !list && join == 0;
         if (starts && program.empty() && !attaches()) throw CLI::RequiredError("program");
-        if (!starts && (!program.empty() || attaches() || launches()))
+        if (!starts && (!program.empty() || attaches() || launches() || !core.empty()))
             throw CLI::ValidationError("No program can be given with --list and --join");
         if (!program.empty() && attaches())
             throw CLI::ValidationError("No program can be given to attach to what runs already");

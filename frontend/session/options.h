@@ -17,6 +17,16 @@ struct Options {
     pid_t mpiLauncher = 0;
     /// Whether to go on without asking when tasks of that job are missing.
     bool partial = false;
+    /// The program by which debuggers start a program that starts another one, a script, say;
+    /// empty: they start the program itself.
+    std::string starter;
+    /// The file that task 0 reads as its standard input; empty: a terminal.
+    std::string input;
+    /// The core files to look at, as a pattern or their directory; empty: start the program.
+    std::string core;
+    /// These files by the numbers of their clients, found from the above (CoreFiles).
+    std::vector<std::string> cores;
+    bool coresHaveRanks = true;
     /// The command line of the launcher that shall start the tasks; empty: none.
     std::string launch;
     /// The file that names the hosts to start the launcher for; empty: it starts all tasks.

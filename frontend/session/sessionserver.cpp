@@ -18,6 +18,12 @@
 
 namespace {
 
+Driver::Subject subjectOf(const Options& options) {
+    return options.attaches()      ? Driver::Subject::PROCESS
+           : options.cores.empty() ? Driver::Subject::PROGRAM
+                                   : Driver::Subject::CORE;
+}
+
 std::string programOf(const Options& options) {
     if (!options.attaches()) return options.program[0];
     const Target& first = options.targets[0];
@@ -29,7 +35,7 @@ std::string programOf(const Options& options) {
 
 SessionServer::SessionServer(const Options& sessionOptions, Session& session, Channel line)
     : options(sessionOptions),
-      driver(makeDriver(options.debugger, options.attaches())),
+      driver(makeDriver(options.debugger, subjectOf(options))),
       program(programOf(options)),
       signals(loop, {SIGCHLD, SIGUSR1, SIGTERM}, [this](int number) { onSignal(number); }),
       boardTimer(loop),

@@ -153,6 +153,7 @@ void Dispatcher::stop(const ClientSet& clients, Clock::time_point now) {
 
 void Dispatcher::captured(int work, int id, const std::string& text) {
     Request* const request = requests.find(work);
+    if (request && request->takesValue(id, text, driver)) return;
     if (request && request->sampling) return request->sampling->standing(id, text);
     // A node can send anything.
     const bool wanted = request && request->work().output == Work::WHOLE && !programRuns(id);
@@ -178,8 +179,13 @@ void Dispatcher::advance(int id, Clock::time_point now) {
         const std::string words = line.substr(std::min(line.size(), line.find_first_not_of(" \t")));
         if (request.kind == Command::SCRIPTCLIENT && Text::firstWord(words) == scriptCommand &&
             !Text::afterWord(words).empty()) {
-            program.typed = true;
-            at(id).node->type({id}, Text::afterWord(words));
+            line = Text::afterWord(words);
+            const std::string refusal = driver.refusal(line);
+            program.typed = refusal.empty();
+            if (program.typed)
+                at(id).node->type({id}, line);
+            else
+                deliver(request, id, refusal, now);
         } else {
             if (!request.stat) line = SafeText::line(std::move(line));
             deliver(request, id, line, now);
@@ -203,7 +209,7 @@ void Dispatcher::conclude(int id) {
 void Dispatcher::report(Request& request, std::optional<int> last) {
     request.reported = true;
     if (request.sampling) request.sampling->tell(*request.stat);
-    if (request.kind == Command::STATCLIENT) listener.located(request, request.stat->places());
+    listener.located(request, request.conclude());
     if (!request.filter.empty() && last && request.console != 0) {
         startProgram(*last, request.filter, request.stat->text());
         return;

@@ -44,7 +44,8 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
         virtual void answered(const ClientSet& clients, const Request& request) = 0;
         /// Clients of the request wait for an answer of the user; a record has named them.
         virtual void asks(const Request& request) = 0;
-        /// The places of a stat are known, those with the fewest clients first.
+        /// The rows of a report that may become groups are known (Request::groupNames); of a stat,
+        /// the places, those with the fewest clients first.
         virtual void located(const Request& request, const std::vector<ClientSet>& places) = 0;
     };
 

@@ -11,6 +11,9 @@
 
 namespace {
 
+// Groups of other rows than stat's.
+constexpr std::size_t maxRows = 99;
+
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // The client that a number-named group stands for; -1 when the name is no number in its usual form.
@@ -66,13 +69,18 @@ const ClientSet* Groups::placeOf(const std::string& name, int console) const {
 }
 
 void Groups::setPlaces(int console, const std::vector<ClientSet>& clients,
-                       const std::string& current) {
+                       const std::string& current, const std::string& name) {
     Places now;
+    now.groups = places[console].groups;
+    std::erase_if(now.groups, [&name](const auto& each) {
+        return each.first.starts_with(name) && each.first.size() > name.size() &&
+               std::ranges::all_of(each.first.substr(name.size()), isDigit);
+    });
     const auto stays = members(current, console);
-    for (std::size_t i = 0; i < std::min(clients.size(), GroupNames::maxPlaces); ++i) {
+    const std::size_t most = name == GroupNames::place ? GroupNames::maxPlaces : maxRows;
+    for (std::size_t i = 0; i < std::min(clients.size(), most); ++i) {
         ClientSet living = clients[i].intersection(everyone);
-        if (!living.empty())
-            now.groups[GroupNames::place + std::to_string(i + 1)] = std::move(living);
+        if (!living.empty()) now.groups[name + std::to_string(i + 1)] = std::move(living);
     }
     // Its own of that name, too.
     if (stays && (now.groups.contains(current) || placeOf(current, console))) {

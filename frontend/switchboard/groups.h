@@ -2,6 +2,7 @@
 
 #include "common/clientset.h"
 #include "common/command.h"
+#include "common/groupnames.h"
 #include "common/reply.h"
 
 #include <map>
@@ -27,9 +28,11 @@ class Groups {
 
     void setPending(int console, ClientSet ids) { pending[console] = std::move(ids); }
 
-    /// The places of a console's stat become its groups "PLACE1" and so on. The group in which it
+    /// The rows of a console's report, the places of its stat, say, become its groups "PLACE1" and
+    /// so on, or of another name; it loses those that it had of that name. The group in which it
     /// stands keeps its members until the console is told to have left it.
-    void setPlaces(int console, const std::vector<ClientSet>& clients, const std::string& current);
+    void setPlaces(int console, const std::vector<ClientSet>& clients, const std::string& current,
+                   const std::string& name = GroupNames::place);
     void leftGroup(int console);
 
     /// Adds a client to "all".

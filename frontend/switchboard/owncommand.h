@@ -12,6 +12,7 @@ enum Name {
     NONE, // it is the debuggers'
     WHO,
     STAT,
+    VALUES,
     INTERRUPT,
     WAITS,
     UNKNOWN,

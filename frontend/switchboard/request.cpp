@@ -1,10 +1,16 @@
 #include "frontend/switchboard/request.h"
 
 #include "backend/os/text.h"
+#include "common/groupnames.h"
 #include "common/wholenumber.h"
 #include "frontend/switchboard/pipeline.h"
 
+#include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <chrono>
+#include <string_view>
+#include <utility>
 
 namespace {
 
@@ -24,9 +30,31 @@ std::optional<std::chrono::milliseconds> pauseOf(const std::string& text) {
     return std::chrono::round<std::chrono::milliseconds>(pause);
 }
 
+// Whether it can be the beginning of a group's name.
+bool beginsGroupName(const std::string& text) {
+    return !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) == 0 &&
+           std::ranges::all_of(text,
+                               [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
+}
+
 } // namespace
 
+bool Request::takesValue(int client, const std::string& answer, const Driver& driver) {
+    if (!values) return false;
+    if (waiting.contains(client)) values->add(client, driver.parseValue(answer));
+    return true;
+}
+
+std::vector<ClientSet> Request::conclude() {
+    if (!values) return stat->places();
+    ValueTable::Report report = values->report();
+    for (const StackTree::Row& row : report.rows)
+        stat->addRow(row.text, row.clients);
+    return std::move(report.groups);
+}
+
 Work Request::work() const {
+    if (values) return {.number = number, .output = Work::WHOLE};
     if (stat) {
         const Work once{.number = number,
                         .output = Work::STACKS,
@@ -41,6 +69,9 @@ Work Request::work() const {
 
 std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup& programs) {
     if (kind == Command::SCRIPTCLIENT) return prepareScript(programs);
+    const bool isOurs = Text::firstWord(text) == "vex";
+    if (kind == Command::STATCLIENT && isOurs && Text::firstWord(Text::afterWord(text)) == "values")
+        return prepareValues(driver, programs);
     if (kind == Command::STATCLIENT) return prepareStat(driver, programs);
     line = kind == Command::CLIENT ? text : Text::afterWord(text);
     if (line.starts_with(':')) {
@@ -51,6 +82,7 @@ std::optional<std::string> Request::prepare(const Driver& driver, ProgramLookup&
             filter = std::move(pipeline->filter);
         }
     }
+    if (std::string refusal = driver.refusal(line); !refusal.empty()) return refusal;
     return std::nullopt;
 }
 
@@ -66,6 +98,33 @@ std::optional<std::string> Request::prepareScript(ProgramLookup& programs) {
                     : "there is no such program, or it may not be executed (chmod +x)");
     // A single command takes the place of its shell.
     if (line.find_first_of(";&|") == std::string::npos) line = "exec " + line;
+    return std::nullopt;
+}
+
+// "vex values EXPR [-g NAME]"
+std::optional<std::string> Request::prepareValues(const Driver& driver, ProgramLookup& programs) {
+    std::string words = Text::afterWord(Text::afterWord(text));
+    if (auto pipeline = Pipeline::parse(words, programs)) {
+        words = std::move(pipeline->command);
+        filter = std::move(pipeline->filter);
+    }
+    words.erase(words.find_last_not_of(" \t") + 1);
+    constexpr std::string_view option = "-g";
+    const std::size_t last = words.find_last_of(" \t");
+    const std::size_t before = words.find_last_not_of(" \t", last);
+    if (last != std::string::npos && before != std::string::npos && before >= option.size() &&
+        words.substr(before - 1, option.size()) == option &&
+        std::string_view(" \t").find(words[before - 2]) != std::string_view::npos) {
+        groupNames = words.substr(last + 1);
+        words.erase(words.find_last_not_of(" \t", before - 2) + 1);
+        if (!beginsGroupName(groupNames))
+            return "'" + groupNames +
+                   "' is no name for groups: letters, digits and _, a letter first";
+    }
+    if (words.empty()) return "what is to be evaluated? vex values EXPR [-g NAME]";
+    values.emplace();
+    stat.emplace(StatReport::Options{});
+    line = driver.valueCommand(words);
     return std::nullopt;
 }
 
@@ -93,6 +152,7 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
     std::string words = Text::afterWord(text.substr(0, bar));
     const bool ours = Text::firstWord(words) == "stat";
     if (ours) words = Text::afterWord(words);
+    groupNames = GroupNames::place;
     StatReport::Options options;
     Sampling::Options samples;
     for (; !words.empty(); words = Text::afterWord(words)) {

@@ -4,6 +4,7 @@
 #include "backend/folding/folder.h"
 #include "backend/folding/node.h"
 #include "backend/folding/statreport.h"
+#include "backend/folding/valuetable.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/command.h"
@@ -12,6 +13,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 /// A console's command to its clients, from its start until the last of them has answered; or the
 /// output of a console's idle clients.
@@ -27,8 +29,13 @@ struct Request {
     std::string line;
     /// What each client's output goes through, or the whole report of stat; empty: nothing.
     std::string filter;
-    /// The report of stat, or of "vex who" with a filter; nothing for other commands.
+    /// The report of stat and "vex values", or of "vex who" with a filter; nothing for other
+    /// commands.
     std::optional<StatReport> stat;
+    /// What "vex values" has found so far; nothing for other commands.
+    std::optional<ValueTable> values;
+    /// What groups of the report's rows are called, before their numbers; empty: there are none.
+    std::string groupNames;
     /// Where that is taken several times; nothing: it is taken once.
     std::optional<Sampling> sampling;
     /// Whether the report was handed over.
@@ -67,6 +74,11 @@ struct Request {
     /// to the console as it stands.
     bool captures() const { return (stat || !filter.empty()) && !(sampling && sampling->shows()); }
 
+    /// Takes what a client has answered; false when it is no value that is asked for.
+    bool takesValue(int client, const std::string& answer, const Driver& driver);
+    /// All have answered: completes the report, and gives the clients of its rows, for groups.
+    std::vector<ClientSet> conclude();
+
     /// What the clients' nodes are told of it.
     Work work() const;
 
@@ -79,4 +91,5 @@ struct Request {
     static std::optional<std::string>
     prepareSamples(const std::string& option, const std::string& value, Sampling::Options& samples);
     std::optional<std::string> prepareStat(const Driver& driver, ProgramLookup& programs);
+    std::optional<std::string> prepareValues(const Driver& driver, ProgramLookup& programs);
 };

@@ -111,6 +111,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
     case OwnCommand::NONE:
         break;
     case OwnCommand::STAT:
+    case OwnCommand::VALUES:
         request.kind = Command::STATCLIENT;
         break;
     case OwnCommand::INTERRUPT:
@@ -202,8 +203,8 @@ void Switchboard::enter(int number, Console& console, const std::string& group) 
 
 void Switchboard::located(const Request& request, const std::vector<ClientSet>& places) {
     const auto console = consoles.find(request.console);
-    if (console == consoles.end()) return;
-    table.setPlaces(console->first, places, console->second.group);
+    if (console == consoles.end() || request.groupNames.empty()) return;
+    table.setPlaces(console->first, places, console->second.group, request.groupNames);
 }
 
 void Switchboard::switchGroup(int number, const std::string& name) {

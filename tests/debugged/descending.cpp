@@ -18,7 +18,7 @@ static volatile long turns = 0;
 
 [[gnu::noinline]] static void search() {
     for (;;)
-        ++turns;
+        turns = turns + 1;
 }
 
 [[gnu::noinline]] static int descend(int depth) {

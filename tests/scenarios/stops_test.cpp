@@ -50,6 +50,18 @@ TEST_F(Stops, SamplesTellWhoMovesAndLeaveTasksAsTheyStood) {
     quit(console);
 }
 
+TEST_F(Stops, SamplesOfTasksBehindAgents) {
+    const std::string hosts = folder.write("hosts", "node1:2\nnode2\n");
+    Peer console(beginWith({"--launch", fakeSsh(), "--hosts", hosts, program("descending")}));
+    run(console);
+    interrupt(console);
+    const Lines told = console.command("vex stat -i -t 3 -w 0.5");
+    EXPECT_TRUE(contain(told, "2 | 1 client in search, called by main · never moved")) << told[0];
+    EXPECT_TRUE(contain(told, "0:2 | moved: 0:1 · never: 2 · 3 samples 0.5 s apart"));
+    EXPECT_FALSE(contain(told, "SIGINT"));
+    quit(console);
+}
+
 TEST_F(Stops, ATaskThatWouldEndTheJobIsKeptAndNoBreakpointIsSeen) {
     Peer console = start({program("descending"), "abort"});
     EXPECT_TRUE(contain(console.command("info breakpoints"), "No breakpoints"));

@@ -149,7 +149,7 @@ TEST(Gdb, LeavesCodeAddressesOutOfItsFrameLinesOnly) {
         {"", ""},
     };
     for (const auto& [line, shown] : cases) {
-        EXPECT_EQ(Gdb("gdb", true).shown(line), shown);
+        EXPECT_EQ(Gdb("gdb", Driver::Subject::PROCESS).shown(line), shown);
         EXPECT_EQ(Gdb("gdb").shown(line), line);
     }
 }
@@ -196,6 +196,30 @@ TEST(Driver, IsChosenByTheNameOfTheProgram) {
         EXPECT_EQ(makeDriver(path)->name(), "lldb");
     for (const char* path : {"gdb", "/x/lldb/gdb-12"})
         EXPECT_EQ(makeDriver(path)->name(), "gdb");
+}
+
+TEST(Drivers, CoreFilesAreOnlyLookedAt) {
+    const struct {
+        const char* debugger;
+        std::vector<const char*> refused, taken;
+    } cases[] = {
+        {"gdb",
+         {"run", "r", " \tc 3", "s", "stepi", "step 2", "tar extended :1", "target remote :1",
+          "kill", "reverse-step", "until", "at 7"},
+         {"", "list", "set var x = 1", "show args", "info registers", "x/4i $pc", "p rank", "stack",
+          "target core x", "frame 2", "up", "startup", "thread apply all where"}},
+        {"lldb",
+         {"run", "s", "process launch -- x", "process attach -p 1", "thread step-in", "finish"},
+         {"bt", "process status", "thread list", "frame select 1", "print x", "settings show"}},
+    };
+    for (const auto& [debugger, refused, taken] : cases) {
+        const auto driver = makeDriver(debugger, Driver::Subject::CORE);
+        for (const char* line : refused)
+            EXPECT_NE(driver->refusal(line), "") << line;
+        for (const char* line : taken)
+            EXPECT_EQ(driver->refusal(line), "") << line;
+        EXPECT_EQ(makeDriver(debugger)->refusal("run"), "");
+    }
 }
 
 } // namespace
