@@ -1,7 +1,9 @@
 #include "agent/nodeserver.h"
 
 #include "backend/clients/identity.h"
+#include "backend/clients/mpireader.h"
 #include "backend/os/processtree.h"
+#include "backend/wire/mpirecords.h"
 #include "common/brokenconnection.h"
 
 #include <algorithm>
@@ -55,6 +57,9 @@ void NodeServer::onRecord(const AgentRecord& record) {
     switch (record.type) {
     case AgentRecord::WHO:
         tellIdentities(NodeRecords::clientsOf(record, node->clients()));
+        break;
+    case AgentRecord::ASKMPI:
+        tellMpiStates(NodeRecords::clientsOf(record, node->clients()));
         break;
     case AgentRecord::RELEASE:
         for (const int id : NodeRecords::clientsOf(record, node->clients())) {
@@ -133,6 +138,16 @@ void NodeServer::tellIdentities(const ClientSet& clients) {
         notes.emplace_back(id, task.str());
     }
     send(NodeRecords::notes(AgentRecord::IDENTITY, notes));
+}
+
+void NodeServer::tellMpiStates(const ClientSet& clients) {
+    MpiRecords::States states;
+    for (const int id : clients) {
+        const Debugger& debugger = debuggers[id];
+        states.emplace_back(id, debugger.client ? debugger.client->mpiState()
+                                                : MpiReader::stateOf(debugger.target));
+    }
+    send(MpiRecords::states(states));
 }
 
 void NodeServer::offer(const NodeRecords::Fork& fork) {

@@ -92,6 +92,7 @@ class NodeServer : public Client::Listener,
     void end(int id, Debugger& debugger);
     void tellTasks();
     void tellIdentities(const ClientSet& clients);
+    void tellMpiStates(const ClientSet& clients);
     void wait();
 
     // Client::Listener

@@ -48,7 +48,7 @@ _vex() {
     esac
     if [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W '--attach --attach-config --mpi --partial --launch --hosts --agent --rsh
-            --tasks --forks --index-cache --stop-on-abort --debugger --console --consoles --script --report --timeout --core --stdin --list --join --help --version' -- "$current")
+            --tasks --forks --index-cache --stop-on-abort --trace-mpi --debugger --console --consoles --script --report --timeout --core --stdin --list --join --help --version' -- "$current")
         return
     fi
     compopt -o filenames 2>/dev/null

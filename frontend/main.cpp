@@ -1,3 +1,4 @@
+#include "backend/drivers/driver.h"
 #include "backend/jobs/corefiles.h"
 #include "backend/jobs/hostfile.h"
 #include "backend/jobs/launcher.h"
@@ -186,6 +187,11 @@ void prepare(Options& options) {
         throw std::runtime_error(
             "tracing processes (ptrace) is refused here, so no debugger can run a program. In a "
             "container, start it with --cap-add=SYS_PTRACE.");
+    if (options.traceMpi) {
+        if (!makeDriver(options.debugger)->preloads())
+            throw std::runtime_error("--trace-mpi needs gdb as the debugger.");
+        options.mpiLibrary = Executables::mpiLibrary(options.agent);
+    }
     Limits::liftDescriptors();
     std::set<std::string> hosts;
     int elsewhere = 0;

@@ -1,3 +1,4 @@
+#include "backend/wire/mpirecords.h"
 #include "backend/wire/noderecords.h"
 #include "common/brokenconnection.h"
 #include "common/framereader.h"
@@ -53,6 +54,9 @@ void read(const AgentRecord& record) {
     case AgentRecord::TELL:
         expect(notes(record.type, notesOf(record, known)).body == record.body);
         break;
+    case AgentRecord::MPISTATES:
+        expect(MpiRecords::states(MpiRecords::statesOf(record, known)).body == record.body);
+        break;
     case AgentRecord::ERRORS:
         errorsOf(record, known);
         break;
@@ -62,6 +66,7 @@ void read(const AgentRecord& record) {
         break;
     case AgentRecord::ENDED:
     case AgentRecord::WHO:
+    case AgentRecord::ASKMPI:
     case AgentRecord::RELEASE:
         clientsOf(record, known);
         break;

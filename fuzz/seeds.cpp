@@ -1,4 +1,5 @@
 // Writes well-formed inputs for the fuzz targets, one directory a target: fuzz_seeds DIRECTORY
+#include "backend/wire/mpirecords.h"
 #include "backend/wire/noderecords.h"
 #include "backend/wire/rendezvous.h"
 #include "common/command.h"
@@ -94,6 +95,12 @@ int main(int argc, char** argv) {
              NodeRecords::stacks(7, tree).frames() + NodeRecords::asks(7, odd, "> ").frames());
     seed("agent", NodeRecords::notes(AgentRecord::IDENTITY, {{1, "rank 1"}}).frames() +
                       NodeRecords::about(AgentRecord::ENDED, odd).frames());
+    MpiState waits;
+    waits.kind = MpiState::INSIDE;
+    waits.call = "MPI_Recv";
+    waits.peers = {0, MpiState::anybody};
+    waits.comms = {{MpiState::worldId, 4, 2}};
+    seed("agent", MpiRecords::states({{1, waits}, {2, MpiState()}}).frames());
     for (const char* lines :
          {"node01: a\nnode2: a\nplain\nnode01: b\n", "[1,3]<stdout>:x\n[1,4]<stderr>:x\n",
           "  3: x\r\n 12: y", "[a@1,3]<stdout>: x\n", "[3] \xff\n[3]\n"})

@@ -3,7 +3,6 @@
 #include "agent/script/symbols.h"
 #include "backend/os/descriptorpassing.h"
 #include "backend/os/processtree.h"
-#include "backend/os/tracing.h"
 
 #include <array>
 #include <cerrno>
@@ -197,7 +196,8 @@ void Follower::hand(pid_t id) {
 void Follower::end() {
     // From the model up to the script; a process that is not followed is a stranger.
     std::vector<pid_t> script;
-    for (pid_t id = model == -1 ? first : model; Tracing::tracerOf(id) == ::getpid();
+    const std::string self = std::to_string(::getpid());
+    for (pid_t id = model == -1 ? first : model; ProcessTree::statusField(id, "TracerPid") == self;
          id = ProcessTree::parentOf(id))
         script.push_back(id);
     for (auto each = script.rbegin(); each != script.rend(); ++each)

@@ -1,7 +1,7 @@
 // vexscript: what gdb starts in the place of a program that is a script. It runs the script, and
 // becomes the first program of it that can be debugged.
 //
-// gdb starts it as the wrapper of a program: with four words of its own, the program that gdb knows
+// gdb starts it as the wrapper of a program: with five words of its own, the program that gdb knows
 // and the arguments. In its first run gdb knows no other program than this one: gdb takes what is
 // executed next for its beginning, and hears of what is executed after that. In another run it
 // knows the one that was found, which then is that beginning.
@@ -55,17 +55,25 @@ void redirect(const char* input, const char* terminal, const char* file) {
     }
 }
 
+// The user's own libraries stay, behind it.
+void preload(const std::string& library) {
+    constexpr const char* variable = "LD_PRELOAD";
+    const char* const own = std::getenv(variable);
+    if (!library.empty())
+        ::setenv(variable, (own && *own ? library + ":" + own : library).c_str(), 1);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     std::vector<char*> words(argv + 1, argv + argc);
     const bool begun = !words.empty() && words[0] == again;
     if (begun) words.erase(words.begin());
-    if (words.size() < 5) {
+    if (words.size() < 6) {
         std::fputs("vexscript is a part of vex, which starts scripts by it.\n", stderr);
         return 2;
     }
-    if (!begun && isSame(words[4], "/proc/self/exe")) {
+    if (!begun && isSame(words[5], "/proc/self/exe")) {
         std::string mark(again);
         words.insert(words.begin(), mark.data());
         words.insert(words.begin(), argv[0]);
@@ -76,13 +84,14 @@ int main(int argc, char** argv) {
     }
     try {
         redirect(words[0], words[1], words[2]);
-        std::vector<std::string> script{words[3]};
-        script.insert(script.end(), words.begin() + 5, words.end());
+        preload(words[3]);
+        std::vector<std::string> script{words[4]};
+        script.insert(script.end(), words.begin() + 6, words.end());
         Follower::Found found = Follower::follow(script);
         if (found.model != -1) imitate(std::move(found));
         std::fprintf(stderr,
                      "vexscript: '%s' has ended, and nothing that it has started has symbols\n",
-                     words[3]);
+                     words[4]);
         return WIFEXITED(found.status) ? WEXITSTATUS(found.status) : 128 + WTERMSIG(found.status);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vexscript: %s\n", error.what());

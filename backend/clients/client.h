@@ -1,5 +1,7 @@
 #pragma once
 
+#include "mpitrace/mpistate.h"
+
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -43,6 +45,8 @@ class Client {
     virtual std::string identity() const = 0;
     /// Asks the agent that knows it; false when there is none to ask.
     virtual bool askIdentity() { return false; }
+    /// What its task does in MPI; on another machine, its node knows.
+    virtual MpiState mpiState() const { return {}; }
     /// The debugger's process on this machine; -1: it runs on another machine, or not at all.
     virtual pid_t pid() const = 0;
     virtual bool running() const = 0;

@@ -1,6 +1,7 @@
 #include "backend/clients/localclient.h"
 
 #include "backend/clients/debuggerchild.h"
+#include "backend/clients/mpireader.h"
 #include "backend/os/drain.h"
 #include "backend/os/tracing.h"
 
@@ -151,6 +152,8 @@ Identity LocalClient::who() const {
     if (core.ends_with("/" + found.core)) found.core = core;
     return found;
 }
+
+MpiState LocalClient::mpiState() const { return MpiReader::stateOf(who().pid); }
 
 bool LocalClient::ended() {
     if (!process->ended()) return false;

@@ -40,6 +40,7 @@ class LocalClient : public Client {
     bool holds() const override;
     std::string identity() const override { return who().str(); }
     Identity who() const;
+    MpiState mpiState() const override;
     pid_t pid() const override { return process->pid(); }
     bool running() const override { return process->running(); }
 

@@ -41,6 +41,9 @@ class Driver {
         /// What the debugger shall print once at its start, and before the prompt behind the
         /// message of each error: letters, digits and control bytes. Empty: nothing.
         std::string errorMark;
+        /// A library to be loaded into the program, and not into the debugger; empty: none. Its
+        /// path has no characters that a shell or LD_PRELOAD take for their own.
+        std::string preload;
         /// Whether the debugger may keep what it finds in a program's symbols for the next one.
         bool cachesIndex = false;
         /// Whether a task that calls MPI_Abort is to be stopped there, by debuggers that can.
@@ -96,6 +99,9 @@ class Driver {
     /// Whether an unfinished line looks like the debugger's report of where the task has stopped,
     /// which may be printed before its mark of that.
     virtual bool beginsStop(std::string_view) const { return false; }
+    /// Where the task stands, when the debugger says by this line that it has stopped there: a CALL
+    /// with its place; else OTHER.
+    virtual StackLine parseStop(std::string_view) const { return {}; }
     /// The line that the debugger prints when an interrupt finds it idle.
     virtual std::string interruptEcho() const = 0;
     /// Whether this line shows that an interrupt was taken.
@@ -103,6 +109,8 @@ class Driver {
     /// What the debugger prints in front of the process id of a forked child that it does not
     /// debug; empty: it does not tell of forks.
     virtual std::string forkMark() const = 0;
+    /// Whether the debugger starts its program with a library (Launch::preload).
+    virtual bool preloads() const { return false; }
     /// Whether the debugger can print an error mark.
     virtual bool marksErrors() const { return false; }
     /// Whether this line is the message of an error, for a debugger that prints no marks.

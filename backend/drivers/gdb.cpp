@@ -288,6 +288,24 @@ bool Gdb::beginsStop(std::string_view line) const {
                                [line](std::string_view each) { return line.starts_with(each); });
 }
 
+// "0x00007f5b in search (token=20) at ring.cpp:23", "Breakpoint 1, search (token=20) at
+// ring.cpp:23"
+Driver::StackLine Gdb::parseStop(std::string_view line) const {
+    if (line.find(") at ") == std::string_view::npos) return {};
+    if (line.starts_with('#')) return line.starts_with("#0 ") ? parseStackLine(line) : StackLine();
+    const std::size_t arguments = line.find(" (");
+    if (arguments == std::string_view::npos) return {};
+    const std::size_t comma = line.find(", ");
+    if (comma < arguments && beginsStop(line.substr(0, comma))) line.remove_prefix(comma + 2);
+    StackLine stop = parseStackLine("#0  " + std::string(line));
+    // A program may print "(nearly) at the end".
+    const std::size_t colon = stop.place.rfind(':');
+    if (colon == std::string::npos ||
+        stop.place.find_first_not_of("0123456789", colon + 1) != std::string::npos)
+        return {};
+    return stop;
+}
+
 bool Gdb::showsInterrupt(std::string_view line) const {
     return line == "Quit" || line.find("received signal SIG") != std::string_view::npos ||
            line.find("stopped.") != std::string_view::npos;

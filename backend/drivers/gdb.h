@@ -20,9 +20,11 @@ class Gdb : public Driver {
     bool asks(std::string_view tail) const override;
     std::string insteadOfLines(std::string_view question) const override;
     bool beginsStop(std::string_view line) const override;
+    StackLine parseStop(std::string_view line) const override;
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;
+    bool preloads() const override { return true; }
     bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;
     std::string hintFor(std::string_view line) const override;

@@ -28,7 +28,8 @@ std::string GdbWrapper::of(const Driver::Launch& launch) {
     const std::string& input = launch.inputTerminal;
     if (!launch.starter.empty()) {
         std::string words = quoted(launch.starter);
-        for (const auto& word : {input, launch.terminal, launch.inputFile, launch.program.at(0)})
+        for (const auto& word :
+             {input, launch.terminal, launch.inputFile, launch.preload, launch.program.at(0)})
             words += " " + quoted(word);
         return words;
     }
@@ -37,7 +38,10 @@ std::string GdbWrapper::of(const Driver::Launch& launch) {
         script = R"([ "$VEX_TASK" = 0 ] && [ /proc/$$/fd/0 -ef )" + input + " ] && exec <" +
                  inDoubleQuotes(launch.inputFile) + "; ";
     script += "[ /proc/$$/fd/1 -ef " + input + " ] && exec >" + launch.terminal +
-              "; [ /proc/$$/fd/2 -ef " + input + " ] && exec 2>" + launch.terminal +
-              R"(; exec "$0" "$@")";
+              "; [ /proc/$$/fd/2 -ef " + input + " ] && exec 2>" + launch.terminal + "; ";
+    // The user's own libraries stay, behind it.
+    if (!launch.preload.empty())
+        script += "export LD_PRELOAD=" + launch.preload + "${LD_PRELOAD:+:$LD_PRELOAD}; ";
+    script += R"(exec "$0" "$@")";
     return "/bin/sh -c " + quoted(script);
 }

@@ -1,6 +1,7 @@
 #include "backend/os/executables.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -117,6 +118,29 @@ std::string Executables::agent() {
     return std::filesystem::absolute(companion("vexagent", ", or name it with --agent"))
         .lexically_normal()
         .string();
+}
+
+std::string Executables::mpiLibrary(const std::string& agent) {
+    namespace fs = std::filesystem;
+    std::error_code fault;
+    const fs::path self = fs::read_symlink("/proc/self/exe", fault);
+    const fs::path folder =
+        agent.find('/') == std::string::npos ? self.parent_path() : fs::path(agent).parent_path();
+    const fs::path beside = folder / "libvexmpi.so";
+    const fs::path installed = folder.parent_path() / VEX_LIBDIR "/vex/libvexmpi.so";
+    const std::string path = fs::exists(beside, fault) ? beside.string() : installed.string();
+    // An agent may be on the tasks' hosts only, and its library, too.
+    if (!fs::exists(path, fault) && folder == self.parent_path())
+        throw std::runtime_error("cannot find libvexmpi.so, neither beside vex nor as " + path +
+                                 ". Install it, or leave out --trace-mpi.");
+    const auto isPlain = [](unsigned char c) {
+        return std::isalnum(c) != 0 ||
+               std::string_view("/._+-@%,").find(char(c)) != std::string::npos;
+    };
+    if (!std::ranges::all_of(path, isPlain))
+        throw std::runtime_error("no program can load '" + path +
+                                 "': its path has characters that LD_PRELOAD does not take.");
+    return path;
 }
 
 std::string Executables::debugger(const std::string& name) {

@@ -25,6 +25,10 @@ std::string reporter();
 /// The agent: beside this program, else in PATH, as an absolute path. Throws
 /// std::runtime_error with a sentence for the user.
 std::string agent();
+/// The library that is loaded into tasks to see their MPI calls: where it is installed together
+/// with the agent, whose path this is; empty: together with this program. Throws std::runtime_error
+/// with a sentence for the user when it is not there, or cannot be loaded from there.
+std::string mpiLibrary(const std::string& agent);
 /// The debugger. Throws std::runtime_error with a sentence for the user.
 std::string debugger(const std::string& name);
 

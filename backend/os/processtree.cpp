@@ -72,6 +72,16 @@ std::string ProcessTree::fileOf(pid_t id, const std::string& name) {
     return text;
 }
 
+std::string ProcessTree::statusField(pid_t pid, const std::string& name) {
+    // The name that the process gave itself stands in front, without newlines.
+    const std::string text = '\n' + fileOf(pid, "status");
+    const std::size_t line = text.find('\n' + name + ':');
+    if (line == std::string::npos) return "";
+    const std::size_t end = text.find('\n', line + 1);
+    const std::size_t begin = text.find_first_not_of(" \t", line + name.size() + 2);
+    return begin < end ? text.substr(begin, end - begin) : "";
+}
+
 pid_t ProcessTree::parentOf(pid_t id) { return std::atoi(statField(id, 4).c_str()); }
 
 unsigned long long ProcessTree::startOf(pid_t id) {

@@ -25,6 +25,8 @@ pid_t parentOf(pid_t id);
 /// When a process was started, in the kernel's units: tells it from a later process of the same
 /// number. 0: it is gone.
 unsigned long long startOf(pid_t id);
+/// A field of /proc/PID/status, without the blanks in front; empty when there is none.
+std::string statusField(pid_t pid, const std::string& name);
 /// The file that a process executes; empty when it is gone or does not show it.
 std::string executableOf(pid_t id);
 /// The command line of a process; empty when it is gone or does not show it.

@@ -17,6 +17,8 @@
 
 namespace {
 
+using ProcessTree::statusField;
+
 // Runs one request in a child process; what it traces is let go when the child ends.
 bool childMay(__ptrace_request request, pid_t pid) {
     const pid_t child = ::fork();
@@ -24,17 +26,6 @@ bool childMay(__ptrace_request request, pid_t pid) {
     int status = 0;
     if (child == -1 || ::waitpid(child, &status, 0) != child) return true;
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-// A field of /proc/PID/status, without the blanks in front; empty when there is none.
-std::string statusField(pid_t pid, const std::string& name) {
-    // The name that the process gave itself stands in front, without newlines.
-    const std::string text = '\n' + ProcessTree::fileOf(pid, "status");
-    const std::size_t line = text.find('\n' + name + ':');
-    if (line == std::string::npos) return "";
-    const std::size_t end = text.find('\n', line + 1);
-    const std::size_t begin = text.find_first_not_of(" \t", line + name.size() + 2);
-    return begin < end ? text.substr(begin, end - begin) : "";
 }
 
 std::string userName(uid_t user) {

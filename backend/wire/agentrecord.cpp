@@ -68,7 +68,7 @@ AgentRecord AgentRecord::unpack(std::string_view bytes) {
     packer.setPackedMsg(bytes.data(), static_cast<int>(bytes.size()));
     const int type = packer.unpackInt();
     const bool known = type == PART || type == HELLO || type == PROOF || type == CHALLENGE ||
-                       (type >= TASKS && type <= FORKED) || (type >= START && type <= LEAVEFORK) ||
+                       (type >= TASKS && type <= MPISTATES) || (type >= START && type <= ASKMPI) ||
                        (type >= JOIN && type <= LEAVE) || (type >= WELCOME && type <= FINISH);
     if (!known) throw BrokenConnection();
     return {static_cast<Type>(type), std::string(bytes.substr(bytes.size() - packer.remaining()))};

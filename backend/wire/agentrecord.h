@@ -21,11 +21,12 @@ struct AgentRecord {
         STACKS,     // a tree of stacks
         ANSWERED,
         ASKS,
-        ENDED,    // debuggers have ended; all their output has gone before
-        IDENTITY, // the answer to WHO
-        ERRORS,   // that debuggers have reported
-        TELL,     // one line for the user
-        FORKED,   // a task has forked a process that could be debugged
+        ENDED,     // debuggers have ended; all their output has gone before
+        IDENTITY,  // the answer to WHO
+        ERRORS,    // that debuggers have reported
+        TELL,      // one line for the user
+        FORKED,    // a task has forked a process that could be debugged
+        MPISTATES, // the answer to ASKMPI (MpiRecords)
         // From the front end.
         CHALLENGE = 105, // the answer to HELLO: AgentChallenge
         START = 110,     // debuggers
@@ -36,6 +37,7 @@ struct AgentRecord {
         WHO,
         RELEASE,   // debuggers end, and let go of what they have attached to
         LEAVEFORK, // the answer to FORKED that is no START
+        ASKMPI,    // what tasks do in MPI
         // From the keeper of a task to the agent of its node, on the same host.
         JOIN = 201, // first
         RUNS,       // a debugger that was to be started, with its terminals

@@ -1,5 +1,6 @@
 #include "frontend/launch/remotenode.h"
 
+#include "backend/wire/mpirecords.h"
 #include "common/brokenconnection.h"
 
 namespace {
@@ -65,6 +66,18 @@ std::string RemoteNode::identity(int client) const {
     return told == identities.end() ? "its agent does not answer" : told->second;
 }
 
+bool RemoteNode::askMpiStates() {
+    if (!link->open() || living.empty()) return false;
+    ++mpiAsked;
+    link->send(NodeRecords::about(AgentRecord::ASKMPI, living));
+    return true;
+}
+
+MpiState RemoteNode::mpiState(int client) const {
+    const auto told = mpiStates.find(client);
+    return told == mpiStates.end() ? MpiState() : told->second;
+}
+
 void RemoteNode::leaveFork(const NodeRecords::Fork& fork) {
     link->send(NodeRecords::fork(AgentRecord::LEAVEFORK, fork));
 }
@@ -97,6 +110,13 @@ void RemoteNode::onRecord(const AgentRecord& record) {
         for (const auto& [client, text] : NodeRecords::notesOf(record, known))
             identities[client] = lineOf(text);
         identified();
+        break;
+    case AgentRecord::MPISTATES:
+        if (mpiAsked == 0) throw BrokenConnection();
+        for (auto& [client, state] : MpiRecords::statesOf(record, known))
+            mpiStates[client] = std::move(state);
+        --mpiAsked;
+        owner.onMpiStates();
         break;
     case AgentRecord::TELL:
         for (const auto& [client, text] : NodeRecords::notesOf(record, known)) {
@@ -137,5 +157,7 @@ void RemoteNode::identified() {
 void RemoteNode::onClosed() {
     while (!asked.empty())
         identified();
+    for (; mpiAsked > 0; --mpiAsked)
+        owner.onMpiStates();
     end(living);
 }

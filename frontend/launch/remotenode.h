@@ -4,6 +4,7 @@
 #include "backend/folding/node.h"
 #include "backend/wire/agentlink.h"
 #include "backend/wire/noderecords.h"
+#include "mpitrace/mpistate.h"
 
 #include <deque>
 #include <map>
@@ -33,6 +34,9 @@ class RemoteNode : public Node, private AgentLink::Handler {
         /// The agent has told which processes tasks are, or will not; once for each time that
         /// askIdentities said true.
         virtual void onIdentified(const ClientSet& clients) = 0;
+        /// The agent has told what its tasks do in MPI, or will not; once for each time that
+        /// askMpiStates said true.
+        virtual void onMpiStates() = 0;
         /// The agent has something to say about a task to the user.
         virtual void onTold(int client, const std::string& text) = 0;
         /// Debuggers have reported errors.
@@ -57,6 +61,10 @@ class RemoteNode : public Node, private AgentLink::Handler {
     bool askIdentities(const ClientSet& clients);
     /// Which process the client's is, in one line, as was told last.
     std::string identity(int client) const;
+    /// Asks what the tasks do in MPI; false when there is nobody to ask.
+    bool askMpiStates();
+    /// What the client's task does in MPI, as was told last.
+    MpiState mpiState(int client) const;
     /// The forked process is not debugged.
     void leaveFork(const NodeRecords::Fork& fork);
     /// Ends the clients' debuggers; what they have attached to runs on.
@@ -86,6 +94,8 @@ class RemoteNode : public Node, private AgentLink::Handler {
     ClientSet asking;                      // those that wait for an answer of the user
     std::map<int, std::string> identities; // as the agent has told them last
     std::deque<ClientSet> asked;           // whose identities, of answers that will come
+    std::map<int, MpiState> mpiStates;     // the same
+    int mpiAsked = 0;                      // answers that will come
 
     void end(ClientSet clients);
     void identified();

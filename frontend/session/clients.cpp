@@ -279,10 +279,6 @@ void Clients::onPrompt(int id) {
     settle(id, Task::READY);
 }
 
-void Clients::onRuns(int id, bool runs) {
-    if (phase == RUNNING) owner.onClientRuns(id, runs);
-}
-
 void Clients::taskEnded(int id) {
     if (phase == STARTING) startupOutput.add(id, "\nthe debugger ended during the start\n");
     if (phase != RUNNING) return settle(id, Task::ENDED);

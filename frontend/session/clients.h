@@ -12,6 +12,7 @@
 #include "frontend/session/startupoutput.h"
 #include "frontend/session/taskstarts.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <memory>
@@ -49,6 +50,8 @@ class Clients : public Client::Listener,
         virtual Node::Listener& nodeListener() = 0;
         /// Whether to go on reading what the clients say.
         virtual bool mayReadClients(const ClientSet& clients) = 0;
+        /// An answer to askMpiStates has come, or will not.
+        virtual void onMpiStates() = 0;
         /// Something for all users to know, about no client in particular.
         virtual void announce(const std::string& text) = 0;
     };
@@ -77,6 +80,23 @@ class Clients : public Client::Listener,
     std::string describe(int client) const;
     /// Asks the agents which processes the clients' are; gives how many will answer.
     int askIdentities();
+    /// Asks the agents what tasks do in MPI; gives how many will answer.
+    int askMpiStates() {
+        return static_cast<int>(
+            std::ranges::count_if(nodes, [](const auto& node) { return node->askMpiStates(); }));
+    }
+    /// What a task does in MPI; one of a node: did when its agent answered.
+    MpiState mpiState(int task) const {
+        return at(task).node ? at(task).node->mpiState(task) : at(task).client->mpiState();
+    }
+    /// The tasks whose debuggers have not ended.
+    ClientSet livingTaskSet() const {
+        ClientSet living;
+        for (int task = 0; isTask(task); ++task) {
+            if (alive(task)) living.insert(task);
+        }
+        return living;
+    }
     bool alive(int client) const;
     /// How many clients have not ended: of all, and of the tasks.
     int living() const { return livingTasks() + forked.living(); }
@@ -153,7 +173,9 @@ class Clients : public Client::Listener,
     // Client::Listener
     void onOutput(int task, std::string_view text) override;
     void onPrompt(int task) override;
-    void onRuns(int task, bool runs) override;
+    void onRuns(int task, bool runs) override {
+        if (phase == RUNNING) owner.onClientRuns(task, runs);
+    }
     bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
 
     // LaunchedJob::Owner
@@ -172,6 +194,9 @@ class Clients : public Client::Listener,
     void onStarted(RemoteNode& node, const NodeRecords::Started& started) override;
     void onEnded(const ClientSet& clients) override;
     void onIdentified(const ClientSet& clients) override;
+    void onMpiStates() override {
+        if (phase == RUNNING) owner.onMpiStates();
+    }
     void onTold(int client, const std::string& text) override;
     void onErrors(const NodeRecords::Errors& reported) override;
     void onForked(RemoteNode& node, const NodeRecords::Fork& fork) override;

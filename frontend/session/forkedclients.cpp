@@ -34,6 +34,7 @@ Driver::Launch ForkedClients::newLaunch(const Driver& driver, const Options& opt
                                         const ErrorWatch* errors) {
     Driver::Launch launch;
     launch.cachesIndex = options.indexCache;
+    launch.preload = options.mpiLibrary;
     launch.stopsOnAbort = options.stopOnAbort && !options.attaches();
     launch.nonce = Rendezvous::newSecret().substr(0, 16);
     if (errors && driver.marksErrors()) launch.errorMark = errors->mark();

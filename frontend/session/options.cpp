@@ -60,6 +60,12 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
         ->excludes("--attach-config")
         ->excludes("--mpi")
         ->excludes("--core");
+    app.add_flag("--trace-mpi", traceMpi,
+                 "Load libvexmpi.so into the tasks: 'vex waits' tells who waits for whom in MPI")
+        ->excludes("--attach")
+        ->excludes("--attach-config")
+        ->excludes("--mpi")
+        ->excludes("--core");
     app.add_flag("--partial", partial, "With --mpi: go on although tasks of the job are missing");
     CLI::Option* launcher =
         app.add_option("--launch", launch,

@@ -50,6 +50,9 @@ struct Options {
     bool stopOnAbort = true;
     /// Whether debuggers keep an index of a program's symbols for those that come after them.
     bool indexCache = true;
+    /// Whether tasks that are started tell who waits for whom in MPI, and the library that does.
+    bool traceMpi = false;
+    std::string mpiLibrary;
     /// How many consoles a session has at most.
     std::size_t consoles = 32;
     /// Whether a person sits at the first console: the session then lives on without consoles.

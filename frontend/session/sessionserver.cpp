@@ -48,6 +48,7 @@ SessionServer::SessionServer(const Options& sessionOptions, Session& session, Ch
       board(options.tasks, *driver, *this),
       programs(loop, *this),
       whoQueries(loop, *this),
+      waitQueries(loop, *this),
       detachment(loop, *this) {}
 
 int SessionServer::run() {
@@ -117,10 +118,13 @@ void SessionServer::onChild() {
 void SessionServer::onCommand(int id, const Command& command) {
     if (phase != SERVING) return;
     if (OwnCommand::of(command) == OwnCommand::WHO) return whoQueries.want(id, command);
+    if (OwnCommand::of(command) == OwnCommand::WAITS) return waitQueries.want(id, command);
     // A console that does not wait for that answer any more must not get it behind the answer to
     // this command.
     for (const auto type : {Command::INTERRUPT, Command::PROMPT, Command::ON}) {
-        if (command.getType() == type) whoQueries.forget(id);
+        if (command.getType() != type) continue;
+        whoQueries.forget(id);
+        waitQueries.forget(id);
     }
     board.command(id, command, Clock::now());
 }

@@ -9,6 +9,7 @@
 #include "frontend/session/options.h"
 #include "frontend/session/session.h"
 #include "frontend/session/userprograms.h"
+#include "frontend/session/waitqueries.h"
 #include "frontend/session/whoqueries.h"
 #include "frontend/switchboard/switchboard.h"
 
@@ -29,6 +30,7 @@ class SessionServer : private Switchboard::Outlet,
                       private ControlServer::Owner,
                       private UserPrograms::Owner,
                       private WhoQueries::Owner,
+                      private WaitQueries::Owner,
                       private Detachment::Owner {
   public:
     /// The line leads to the foreground whose console is the first. The options name existing
@@ -59,6 +61,7 @@ class SessionServer : private Switchboard::Outlet,
     Switchboard board;
     UserPrograms programs;
     WhoQueries whoQueries;
+    WaitQueries waitQueries;
     Detachment detachment;
 
     // Switchboard::Outlet
@@ -74,6 +77,7 @@ class SessionServer : private Switchboard::Outlet,
     void stopUserProgram(int client) override { programs.stop(client); }
     bool isProgram(const std::string& name) override;
     std::string describe(int client) override { return clients.describe(client); }
+    std::vector<StackTree::Row> waits() override { return waitQueries.rows(); }
     std::string describeConsole(int console) override { return consoles.describe(console); }
     void sessionOver() override { end(0); }
     void wakeAt(std::optional<Clock::time_point> time) override;
@@ -95,6 +99,7 @@ class SessionServer : private Switchboard::Outlet,
     void tellOfClient(int client, const std::string& text) override { board.tell(client, text); }
     void announce(const std::string& text) override { board.announce(text); }
     void onIdentity() override { whoQueries.answered(); }
+    void onMpiStates() override { waitQueries.answered(); }
     int livingTasks() const override { return clients.livingTasks(); }
 
     // Consoles::Owner
@@ -122,6 +127,15 @@ class SessionServer : private Switchboard::Outlet,
     // WhoQueries::Owner
     int askIdentities() override { return clients.askIdentities(); }
     void onIdentitiesKnown(int console, const Command& command) override;
+
+    // WaitQueries::Owner
+    int askMpiStates() override { return clients.askMpiStates(); }
+    ClientSet mpiTasks() const override { return clients.livingTaskSet(); }
+    MpiState mpiState(int task) const override { return clients.mpiState(task); }
+    std::string placeOf(int task) const override { return board.placeOf(task); }
+    void onWaitsKnown(int console, const Command& command) override {
+        onIdentitiesKnown(console, command);
+    }
 
     // Detachment::Owner
     bool detaching() const override { return clients.releasing(); }

@@ -55,6 +55,7 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
     if (auto problem = wanted.prepare(driver, outlet)) return problem;
     const ClientSet clients = wanted.members;
     const Request& request = place(std::move(wanted), clients, now);
+    if (request.kind != Command::STATCLIENT) stopPlaces.leave(clients);
     if (request.kind == Command::SCRIPTCLIENT) {
         for (const int id : clients)
             startProgram(id, request.line, "");

@@ -9,6 +9,7 @@
 #include "frontend/switchboard/remarks.h"
 #include "frontend/switchboard/requests.h"
 #include "frontend/switchboard/sampling.h"
+#include "frontend/switchboard/stopplaces.h"
 
 #include <deque>
 #include <map>
@@ -80,6 +81,8 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     bool reply(const ClientSet& clients, const std::string& text, Clock::time_point now);
     /// Gives the client's request to another console.
     void adopt(int client, int console);
+    /// Where the client's task stood still last; empty: it is not known.
+    std::string placeOf(int client) const { return stopPlaces.of(client); }
     /// The request that the client works on; null: none.
     const Request* requestOf(int client) const { return at(client).request; }
     /// The console for which the client works, or worked last; 0 for none.
@@ -110,6 +113,7 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     void gathered(int work, Clock::time_point now) override;
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override {
+        stopPlaces.said(clients, lines);
         hear(work, clients, lines, now, Folder::WHOLE);
     }
     void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,
@@ -141,6 +145,7 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     std::vector<Member> members;
     std::map<int, Program> programs; // of clients whose request needs one
     Requests requests;
+    StopPlaces stopPlaces{driver};
     const Remarks remarks;
 
     bool has(int client) const { return static_cast<std::size_t>(client) < members.size(); }

@@ -9,11 +9,12 @@
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, OwnCommand::Name>, 4> names = {{
+constexpr std::array<std::pair<std::string_view, OwnCommand::Name>, 5> names = {{
     {"who", OwnCommand::WHO},
     {"stat", OwnCommand::STAT},
     {"values", OwnCommand::VALUES},
     {"interrupt", OwnCommand::INTERRUPT},
+    {"waits", OwnCommand::WAITS},
 }};
 
 } // namespace

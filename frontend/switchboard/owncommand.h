@@ -14,6 +14,7 @@ enum Name {
     STAT,
     VALUES,
     INTERRUPT,
+    WAITS,
     UNKNOWN,
 };
 

@@ -7,6 +7,7 @@
 #include "common/catalog.h"
 #include "frontend/switchboard/owncommand.h"
 #include "frontend/switchboard/pipeline.h"
+#include "frontend/switchboard/taskrows.h"
 
 #include <algorithm>
 #include <cassert>
@@ -117,8 +118,9 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
         if (!stoppers.stop(request, now)) sendReady(number, consoles[number]);
         return;
     case OwnCommand::WHO:
+    case OwnCommand::WAITS:
     case OwnCommand::UNKNOWN:
-        return tellWho(std::move(request), now);
+        return tellRows(std::move(request), OwnCommand::of(command), now);
     }
     if (std::any_of(members->begin(), members->end(),
                     [this](int id) { return dispatcher.requestOf(id); })) {
@@ -141,19 +143,19 @@ void Switchboard::count(const Request& request) {
     console.awaited = {request.number};
 }
 
-void Switchboard::tellWho(Request request, Clock::time_point now) {
+void Switchboard::tellRows(Request request, OwnCommand::Name what, Clock::time_point now) {
     const int number = request.console;
     const ClientSet& members = request.members;
     const auto pipeline = Pipeline::parse(request.text, outlet);
-    if (Text::afterWord(pipeline ? pipeline->command : request.text) != "who") {
+    if (!TaskRows::answers(what, pipeline ? pipeline->command : request.text)) {
         dispatcher.say(number, request.text, members, OwnCommand::all());
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
     if (!pipeline) {
         Folder rows;
-        for (int id : members)
-            rows.addRow({id}, SafeText::of(outlet.describe(id)), now);
+        for (auto& [text, clients] : TaskRows::of(what, members, outlet))
+            rows.addRow(clients, std::move(text), now);
         outlet.toConsole(number, Folder::record(rows.take(), number, request.text));
         sendReady(number, consoles[number]);
         return;
@@ -164,8 +166,8 @@ void Switchboard::tellWho(Request request, Clock::time_point now) {
         return;
     }
     request.stat.emplace(StatReport::Options{});
-    for (int id : members)
-        request.stat->addRow(outlet.describe(id), {id});
+    for (const auto& [text, clients] : TaskRows::of(what, members, outlet))
+        request.stat->addRow(text, clients);
     request.filter = pipeline->filter;
     dispatcher.filterReport(std::move(request), now);
     count(*dispatcher.requestOf(first));

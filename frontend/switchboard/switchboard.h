@@ -2,6 +2,7 @@
 
 #include "backend/drivers/driver.h"
 #include "backend/folding/localnode.h"
+#include "backend/folding/stacktree.h"
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/command.h"
@@ -10,6 +11,7 @@
 #include "common/reply.h"
 #include "frontend/switchboard/dispatcher.h"
 #include "frontend/switchboard/groups.h"
+#include "frontend/switchboard/owncommand.h"
 #include "frontend/switchboard/stoppers.h"
 
 #include <deque>
@@ -37,6 +39,8 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
         virtual void toConsole(int console, const Reply& reply) = 0;
         /// Which process the client's is, in one line.
         virtual std::string describe(int client) = 0;
+        /// Who waits for whom in MPI, in rows about any clients.
+        virtual std::vector<StackTree::Row> waits() = 0;
         /// The session is over: a console asked for it, or the last client is gone.
         virtual void sessionOver() = 0;
         /// Has tick called at this time, in place of the one told before; nothing: not at all.
@@ -126,6 +130,8 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     void tick(Clock::time_point now);
 
     const Groups& groups() const { return table; }
+    /// Where the client's task stood still last, "search (ring.cpp:41)"; empty: it is not known.
+    std::string placeOf(int client) const { return dispatcher.placeOf(client); }
     /// The console for which the client works, or worked last; 0 for none.
     int ownerOf(int client) const { return dispatcher.consoleOf(client); }
 
@@ -154,7 +160,7 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
 
     void carryOut(int console, const Command& command, Clock::time_point now);
     void clientCommand(int console, const Command& command, Clock::time_point now);
-    void tellWho(Request request, Clock::time_point now);
+    void tellRows(Request request, OwnCommand::Name what, Clock::time_point now);
     void count(const Request& request);
     void interruptMembers(int console, const Command& command, Clock::time_point now);
     void answerQuestion(int console, const Command& command, Clock::time_point now);

@@ -101,6 +101,26 @@ TEST(Gdb, FindsFunctionsInStackLines) {
         EXPECT_EQ(gdb.parseStackLine(line).kind, OTHER) << line;
 }
 
+TEST(Gdb, SaysWhereATaskHasStopped) {
+    const Gdb gdb("gdb");
+    const std::pair<const char*, const char*> lines[] = {
+        {"search (token=20) at ring.cpp:23", "search ring.cpp:23"},
+        {"0x00007ffff7e8 in ns::f<int, long> (a=1) at /src/f.h:3", "ns::f<int, long> f.h:3"},
+        {"Breakpoint 1, main (argc=1, argv=0x7ffe) at a.c:7", "main a.c:7"},
+        {"Thread 1 \"ring\" hit Breakpoint 2, search (token=20) at ring.cpp:23",
+         "search ring.cpp:23"},
+        {"#0  0x1 in search (token=20) at ring.cpp:23", "search ring.cpp:23"},
+        {"#1  0x1 in go_round (healthy=false) at ring.cpp:41", " "},
+        {"0x00007ffff7 in poll () from /lib/libc.so.6", " "},
+        {"we are (nearly) at the end", " "},
+        {"", " "},
+    };
+    for (const auto& [line, stop] : lines) {
+        const auto parsed = gdb.parseStop(line);
+        EXPECT_EQ(parsed.function + " " + parsed.place, stop) << line;
+    }
+}
+
 TEST(Gdb, KnowsWhatWaitsForAnAnswer) {
     const Gdb gdb("gdb");
     for (const char* tail : {"Quit anyway? (y or n) ", "(y or [n]) ", ">", "  >",

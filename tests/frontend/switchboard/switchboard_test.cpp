@@ -92,6 +92,7 @@ TEST_F(SwitchboardTest, RefusesWhatCannotStartAndWhatNoConsoleSends) {
     EXPECT_EQ(types(2, "3", "where\nquit"), "type 3 where"); // a line is one line
     EXPECT_EQ(types(1, "2", "where"), "1 FAILED 519");
     EXPECT_EQ(types(2, "2", "vex who"), "2 0@2 task of 2 / 2 READY 2");
+    EXPECT_EQ(types(2, "2", "vex waits"), "2 0@2 all wait / 2 READY 2");
     EXPECT_EQ(send(1, STATCLIENT, "0", "stat -s | nosuch"),
               "1 0@0 cannot find the program 'nosuch' / 1 FAILED");
     EXPECT_EQ(send(1, SCRIPTCLIENT, "0", "script it"),

@@ -124,6 +124,7 @@ class SwitchboardTest : public testing::Test, private Switchboard::Outlet {
     void stopUserProgram(int client) override { note("stop " + std::to_string(client)); }
     bool isProgram(const std::string& name) override { return name == "grep" || name == "./it"; }
     std::string describe(int client) override { return "task of " + std::to_string(client); }
+    std::vector<StackTree::Row> waits() override { return {{"all wait", {0, 1, 2, 3}}}; }
     void interrupt(int client) override { note("SIGINT " + std::to_string(client)); }
     void sessionOver() override { note("over"); }
     void wakeAt(std::optional<Clock::time_point> time) override { wake = time; }
