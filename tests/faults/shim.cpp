@@ -25,12 +25,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library has reserved them for itself.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* old, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -256,6 +258,7 @@ int bind(int fd, const sockaddr* to, socklen_t size) {
     return result;
 }
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the same.
 int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(),
                       void (*fini)(), void (*loaderFini)(), void* stack) {
     REAL(__libc_start_main);
