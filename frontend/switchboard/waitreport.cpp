@@ -213,7 +213,8 @@ void WaitReport::tellOthers() {
         if (calls == least) behind.insert(graph.nodes()[task].client);
     }
     if (someWait && least < most)
-        answer.push_back({"furthest behind: " + std::to_string(least) + " MPI calls, the others " +
+        answer.push_back({"furthest behind: " + std::to_string(least) +
+                              (least == 1 ? " MPI call, the others " : " MPI calls, the others ") +
                               std::to_string(second) +
                               (second == most ? "" : " to " + std::to_string(most)),
                           behind});
