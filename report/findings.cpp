@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -70,8 +72,10 @@ std::string placeOf(const std::vector<Driver::StackLine>& calls) {
 
 // Places, as stat words them.
 bool isPlace(const std::string& text) {
-    static const std::regex form("[0-9]+ clients? in .*");
-    return std::regex_match(text, form);
+    const std::size_t digits = text.find_first_not_of("0123456789");
+    if (digits == 0 || digits == std::string::npos) return false;
+    const std::string_view rest = std::string_view(text).substr(digits);
+    return rest.starts_with(" client in ") || rest.starts_with(" clients in ");
 }
 
 // Rows of vex waits about tasks of which it knows nothing.
@@ -205,16 +209,20 @@ void Findings::addStat(Report& report) const {
 // Whom the messages of MPI's own name as those that have ended the job.
 std::vector<Row> Findings::aborters() const {
     static const std::regex forms[] = {
-        std::regex(R"(MPI_ABORT was invoked on rank (\d+).*)"),
-        std::regex(R"(Abort\(-?\d+\) on node (\d+) .*)"),
-        std::regex(R"(application called MPI_Abort\(.*\) - process (\d+).*)"),
+        std::regex(R"(MPI_ABORT was invoked on rank (\d+))"),
+        std::regex(R"(Abort\(-?\d+\) on node (\d+) )"),
+        std::regex(R"(application called MPI_Abort\(.*\) - process (\d+))"),
     };
+    // The library's expressions take a piece of the stack for each character.
+    constexpr std::ptrdiff_t longest = 1000;
     ClientSet found;
-    const auto look = [&found](const std::string& line) {
+    const auto look = [&](const std::string& line) {
         std::smatch parts;
+        const auto end = line.begin() + std::min(std::ssize(line), longest);
         for (const std::regex& form : forms) {
-            if (!std::regex_search(line, parts, form)) continue;
-            if (const auto id = wholeNumber<int>(parts[1].str())) found.insert(*id);
+            if (!std::regex_search(line.begin(), end, parts, form)) continue;
+            const auto id = wholeNumber<int>(parts[1].str());
+            if (id && clients.contains(*id)) found.insert(*id);
         }
     };
     for (const std::string& line : launcher)

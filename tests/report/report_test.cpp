@@ -166,6 +166,11 @@ std::vector<Story> stories() {
             {{{1}, "Abort(7) on node 1 (rank 1 in comm 0): application called"}},
             {"1 of 4 tasks called MPI_Abort", "1 | called MPI_Abort, which ended the job"}, 4);
     ended.cut = true;
+    add("what no message of MPI's is",
+        {{{1}, "application called MPI_Abort(" + std::string(1000000, 'x')},
+         {{2}, "MPI_ABORT was invoked on rank 77"},
+         {upTo(3), "[Inferior 1 (process 7) exited normally]"}},
+        {"all went well: 4 tasks ended with status 0"}, 0);
     add("a lost job", {}, {"the job was ended before its 4 tasks had ended", ""}, 4).cut = true;
     return all;
 }
