@@ -25,6 +25,7 @@ constexpr const char* runCommand = "run";
 constexpr const char* goOnCommand = "continue";
 // A task whose debugger does not pass the signal on by itself.
 constexpr const char* interruptCommand = "signal SIGINT";
+constexpr const char* withoutSignalCommand = "signal 0";
 // Endless recursion has calls without end.
 constexpr const char* fullStackCommand = "bt full 100";
 constexpr const char* stackCommand = "bt 100";
@@ -37,7 +38,8 @@ constexpr auto answering = 120s; // for a debugger
 constexpr auto inAHurry = 10s;   // for a debugger, after a signal
 
 bool letsRun(const std::string& command) {
-    return command == runCommand || command == goOnCommand || command == interruptCommand;
+    return command == runCommand || command == goOnCommand || command == interruptCommand ||
+           command == withoutSignalCommand;
 }
 
 int tasksOf(const ClientSet& clients) { return clients.empty() ? 0 : clients.back() + 1; }
@@ -79,6 +81,11 @@ int numberOf(const std::string& name) {
         if (name == "SIG" + (known ? std::string(known) : std::to_string(number))) return number;
     }
     return 0;
+}
+
+// Batch systems send these to jobs that they suspend and resume.
+bool suspends(int number) {
+    return number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU;
 }
 
 std::string innermost(const std::vector<std::string_view>& stack) {
@@ -196,7 +203,10 @@ void Inquiry::judge(const ClientSet& stopped) {
     crashed.erase(passed);
     std::map<std::string, ClientSet> commands;
     for (const int id : passed)
-        commands[found.log.of(id).signal == "SIGINT" ? interruptCommand : goOnCommand].insert(id);
+        commands[suspended.contains(id)                ? withoutSignalCommand
+                 : found.log.of(id).signal == "SIGINT" ? interruptCommand
+                                                       : goOnCommand]
+            .insert(id);
     if (!crashed.empty()) {
         noteDetails(crashed);
         found.crashed.insert(crashed);
@@ -220,6 +230,7 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
     Transcript status;
     status.add(ask(stopped, "info proc status").rows);
     ClientSet passed, faults;
+    suspended = {};
     for (const int id : stopped) {
         const TaskLog::Task& task = found.log.of(id);
         if (task.aborts) continue;
@@ -230,7 +241,8 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
         const std::uint64_t bit = std::uint64_t{1} << (signal.number - 1);
         const bool caught = (signalMask(lines, "SigCgt:") & bit) != 0;
         const bool ignored = (signalMask(lines, "SigIgn:") & bit) != 0;
-        if (!caught && !ignored) continue;
+        if (!caught && suspends(signal.number)) suspended.insert(id);
+        if (!caught && !ignored && !suspends(signal.number) && signal.number != SIGCONT) continue;
         if (caught && signal.isFault())
             faults.insert(id);
         else

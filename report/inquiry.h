@@ -50,7 +50,8 @@ class Inquiry {
     bool running = false; // commands that let tasks run have not all ended
     bool hurried = false; // a signal has come
     std::optional<Clock::time_point> stopAt;
-    ClientSet busy; // tasks that cannot be stopped
+    ClientSet busy;      // tasks that cannot be stopped
+    ClientSet suspended; // tasks that go on without the signal that they stand at
 
     void run();
     void stopAll();

@@ -65,7 +65,7 @@ std::optional<Task> changeIn(std::string_view line) {
 }
 
 bool isDebuggers(std::string_view line) {
-    static constexpr std::array<std::string_view, 16> beginnings = {
+    static constexpr std::array<std::string_view, 17> beginnings = {
         "[Inferior ",
         "[Thread debugging using ",
         "[New Thread ",
@@ -77,6 +77,7 @@ bool isDebuggers(std::string_view line) {
         "Starting program: ",
         "Continuing.",
         "Continuing with signal ",
+        "Continuing with no signal.",
         "The program no longer exists.",
         "No answer yet from ",
         "warning: Error disabling address space randomization",
