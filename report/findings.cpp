@@ -266,6 +266,16 @@ void Findings::addOutcome(Report& report) const {
                                         ? "ended with status " + std::to_string(end.status)
                                         : "ended by " + end.signal});
     }
+    ClientSet gone = lost;
+    for (const ClientSet& known : {crashes, aborts, ends, log.in(TaskLog::Task::ENDED)})
+        gone.erase(known);
+    if (!gone.empty())
+        report.notes.push_back({gone, "their debuggers have ended, or the connections to them"});
+    // Without their debuggers, tasks do not live on.
+    if (ran && culprits.empty() && !gone.empty()) {
+        ends.insert(gone);
+        culprits.push_back({gone, "was lost with its debugger"});
+    }
     const std::string all = numberOf(clients.size(), "task");
     const bool failed = !culprits.empty() || cut;
     if (ran && failed) {
@@ -284,10 +294,14 @@ void Findings::addOutcome(Report& report) const {
         return;
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
+    report.disturbed = cut ? 1 : signal != 0 ? 128 + signal : 0;
+    if (cut)
+        report.notes.push_back({clients, "the session ended before all was found out about them"});
     report.headline = timedOut ? "timed out after " +
                                      numberOf(static_cast<std::size_t>(timeout), "second") +
                                      ": what its " + all + " did then"
                                : "what " + all + (clients.size() == 1 ? " does" : " do");
+    if (cut) report.headline = "the session ended before all was found out about its " + all;
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {

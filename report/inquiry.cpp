@@ -141,7 +141,7 @@ void Inquiry::run() {
             running = false;
             break;
         case Conversation::Heard::SIGNAL:
-            onSignal();
+            onSignal(heard.signal);
             break;
         case Conversation::Heard::REPLY:
             // There is nothing to run: core files, say.
@@ -173,7 +173,7 @@ void Inquiry::stopAll() {
         const Conversation::Heard heard = session.hear(until);
         if (heard.kind == Conversation::Heard::TEXT) learn(heard.data);
         if (heard.kind == Conversation::Heard::READY) running = false;
-        if (heard.kind == Conversation::Heard::SIGNAL) hurried = true;
+        if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);
         if (heard.kind == Conversation::Heard::REPLY) {
             if (heard.reply.getRetValue() == Reply::ON_NORMAL)
                 running = false;
@@ -276,7 +276,10 @@ void Inquiry::noteDetails(const ClientSet& clients) {
 }
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
-    if (session.assign(group, clients).getRetValue() == Reply::FAILED) return;
+    if (session.assign(group, clients).getRetValue() == Reply::FAILED) {
+        const ClientSet living = clients.intersection(members(GroupNames::all));
+        if (living.empty() || session.assign(group, living).getRetValue() == Reply::FAILED) return;
+    }
     found.log.goOn(clients);
     session.command(group, command);
 }
@@ -312,6 +315,8 @@ void Inquiry::look() {
     found.who = ask(found.clients, "vex who").rows;
     const Answer waits = ask(found.clients, "vex waits");
     if (waits.complete) found.waits = waits.rows;
+    found.lost = found.clients;
+    found.lost.erase(members(GroupNames::all));
     if (!stat.complete || found.clients.empty()) return;
     const Answer told = ask({found.clients.front()}, "show version");
     if (!told.rows.empty()) version = told.rows.front().text;
@@ -375,7 +380,7 @@ Inquiry::Answer Inquiry::askGroup(const std::string& name, const std::string& co
             session.command(name, command);
             break;
         case Conversation::Heard::SIGNAL:
-            onSignal();
+            onSignal(heard.signal);
             break;
         case Conversation::Heard::TIME:
             if (given) return answer;
@@ -406,8 +411,9 @@ void Inquiry::learn(const Data& data) {
 }
 
 // What is found out from now on has to be so at once.
-void Inquiry::onSignal() {
+void Inquiry::onSignal(int number) {
     hurried = true;
+    if (found.signal == 0) found.signal = number;
     stopAt = Clock::now();
 }
 

@@ -64,7 +64,7 @@ class Inquiry {
     Answer ask(const ClientSet& clients, const std::string& command);
     Answer askGroup(const std::string& group, const std::string& command);
     void learn(const Data& data);
-    void onSignal();
+    void onSignal(int number);
     ClientSet idleOf(const ClientSet& clients);
     ClientSet members(const std::string& group);
 };
