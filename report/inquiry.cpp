@@ -20,7 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char* group = "REPORT";
 constexpr const char* runCommand = "run";
 constexpr const char* goOnCommand = "continue";
 // A task whose debugger does not pass the signal on by itself.
@@ -104,7 +103,10 @@ std::vector<Row> rowsOf(const Data& data) {
 } // namespace
 
 Inquiry::Inquiry(Conversation& conversation, const Plan& what)
-    : session(conversation), plan(what), found(0) {}
+    : session(conversation),
+      plan(what),
+      group("VEX_REPORT_" + std::to_string(conversation.number())),
+      found(0) {}
 
 const Findings& Inquiry::carryOut() {
     found.ran = plan.way == RUN;

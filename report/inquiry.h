@@ -44,6 +44,8 @@ class Inquiry {
 
     Conversation& session;
     const Plan plan;
+    // Of this report alone: the session may be that of others, who have groups of their own.
+    const std::string group;
     Findings found;
     std::optional<std::chrono::system_clock::time_point> looked;
     std::string version;
