@@ -119,9 +119,13 @@ void findInput(Options& options) {
     if (options.input.find('\n') != std::string::npos)
         throw std::runtime_error("the name of the file for --stdin has a line break.");
     if (!options.launches()) {
-        if (!Descriptor(::open(options.input.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)))
+        // It is not opened: the writer of a named pipe would take that for its reader's end.
+        std::error_code none;
+        int reason = ::access(options.input.c_str(), R_OK) == 0 ? 0 : errno;
+        if (reason == 0 && std::filesystem::is_directory(options.input, none)) reason = EISDIR;
+        if (reason != 0)
             throw std::runtime_error("cannot read '" + options.input +
-                                     "' for --stdin: " + std::strerror(errno));
+                                     "' for --stdin: " + std::strerror(reason));
     } else if (Text::baseName(options.debugger).starts_with("lldb")) {
         throw std::runtime_error("with --launch, --stdin needs gdb.");
     }

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -70,8 +72,10 @@ std::string placeOf(const std::vector<Driver::StackLine>& calls) {
 
 // Places, as stat words them.
 bool isPlace(const std::string& text) {
-    static const std::regex form("[0-9]+ clients? in .*");
-    return std::regex_match(text, form);
+    const std::size_t digits = text.find_first_not_of("0123456789");
+    if (digits == 0 || digits == std::string::npos) return false;
+    const std::string_view rest = std::string_view(text).substr(digits);
+    return rest.starts_with(" client in ") || rest.starts_with(" clients in ");
 }
 
 // Rows of vex waits about tasks of which it knows nothing.
@@ -205,16 +209,20 @@ void Findings::addStat(Report& report) const {
 // Whom the messages of MPI's own name as those that have ended the job.
 std::vector<Row> Findings::aborters() const {
     static const std::regex forms[] = {
-        std::regex(R"(MPI_ABORT was invoked on rank (\d+).*)"),
-        std::regex(R"(Abort\(-?\d+\) on node (\d+) .*)"),
-        std::regex(R"(application called MPI_Abort\(.*\) - process (\d+).*)"),
+        std::regex(R"(MPI_ABORT was invoked on rank (\d+))"),
+        std::regex(R"(Abort\(-?\d+\) on node (\d+) )"),
+        std::regex(R"(application called MPI_Abort\(.*\) - process (\d+))"),
     };
+    // The library's expressions take a piece of the stack for each character.
+    constexpr std::ptrdiff_t longest = 1000;
     ClientSet found;
-    const auto look = [&found](const std::string& line) {
+    const auto look = [&](const std::string& line) {
         std::smatch parts;
+        const auto end = line.begin() + std::min(std::ssize(line), longest);
         for (const std::regex& form : forms) {
-            if (!std::regex_search(line, parts, form)) continue;
-            if (const auto id = wholeNumber<int>(parts[1].str())) found.insert(*id);
+            if (!std::regex_search(line.begin(), end, parts, form)) continue;
+            const auto id = wholeNumber<int>(parts[1].str());
+            if (id && clients.contains(*id)) found.insert(*id);
         }
     };
     for (const std::string& line : launcher)
@@ -258,6 +266,16 @@ void Findings::addOutcome(Report& report) const {
                                         ? "ended with status " + std::to_string(end.status)
                                         : "ended by " + end.signal});
     }
+    ClientSet gone = lost;
+    for (const ClientSet& known : {crashes, aborts, ends, log.in(TaskLog::Task::ENDED)})
+        gone.erase(known);
+    if (!gone.empty())
+        report.notes.push_back({gone, "their debuggers have ended, or the connections to them"});
+    // Without their debuggers, tasks do not live on.
+    if (ran && culprits.empty() && !gone.empty()) {
+        ends.insert(gone);
+        culprits.push_back({gone, "was lost with its debugger"});
+    }
     const std::string all = numberOf(clients.size(), "task");
     const bool failed = !culprits.empty() || cut;
     if (ran && failed) {
@@ -276,10 +294,14 @@ void Findings::addOutcome(Report& report) const {
         return;
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
+    report.disturbed = cut ? 1 : signal != 0 ? 128 + signal : 0;
+    if (cut)
+        report.notes.push_back({clients, "the session ended before all was found out about them"});
     report.headline = timedOut ? "timed out after " +
                                      numberOf(static_cast<std::size_t>(timeout), "second") +
                                      ": what its " + all + " did then"
                                : "what " + all + (clients.size() == 1 ? " does" : " do");
+    if (cut) report.headline = "the session ended before all was found out about its " + all;
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {

@@ -31,6 +31,8 @@ struct Findings {
     bool timedOut = false;
     /// The session ended before its tasks did.
     bool cut = false;
+    /// The signal at which all was found out at once; 0: none came.
+    int signal = 0;
     int timeout = 0; // seconds
     TaskLog log;
     /// The clients that have crashed, or were passed on a signal at these stacks; what `bt full`
@@ -38,8 +40,8 @@ struct Findings {
     ClientSet crashed, passed;
     Transcript fullStacks;
     std::map<int, SignalFacts> signals; // by client
-    /// The clients of the session, and the answers of all of them.
-    ClientSet clients;
+    /// The clients of the session, those of them that it has lost, and the answers of all.
+    ClientSet clients, lost;
     std::vector<Row> stat, waits, who;
     Transcript stacks;
     std::vector<std::string> launcher;

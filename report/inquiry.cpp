@@ -20,11 +20,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char* group = "REPORT";
 constexpr const char* runCommand = "run";
 constexpr const char* goOnCommand = "continue";
 // A task whose debugger does not pass the signal on by itself.
 constexpr const char* interruptCommand = "signal SIGINT";
+constexpr const char* withoutSignalCommand = "signal 0";
 // Endless recursion has calls without end.
 constexpr const char* fullStackCommand = "bt full 100";
 constexpr const char* stackCommand = "bt 100";
@@ -37,7 +37,8 @@ constexpr auto answering = 120s; // for a debugger
 constexpr auto inAHurry = 10s;   // for a debugger, after a signal
 
 bool letsRun(const std::string& command) {
-    return command == runCommand || command == goOnCommand || command == interruptCommand;
+    return command == runCommand || command == goOnCommand || command == interruptCommand ||
+           command == withoutSignalCommand;
 }
 
 int tasksOf(const ClientSet& clients) { return clients.empty() ? 0 : clients.back() + 1; }
@@ -81,6 +82,11 @@ int numberOf(const std::string& name) {
     return 0;
 }
 
+// Batch systems send these to jobs that they suspend and resume.
+bool suspends(int number) {
+    return number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU;
+}
+
 std::string innermost(const std::vector<std::string_view>& stack) {
     return stack.empty() ? "" : std::string(stack.front());
 }
@@ -97,7 +103,10 @@ std::vector<Row> rowsOf(const Data& data) {
 } // namespace
 
 Inquiry::Inquiry(Conversation& conversation, const Plan& what)
-    : session(conversation), plan(what), found(0) {}
+    : session(conversation),
+      plan(what),
+      group("VEX_REPORT_" + std::to_string(conversation.number())),
+      found(0) {}
 
 const Findings& Inquiry::carryOut() {
     found.ran = plan.way == RUN;
@@ -134,7 +143,7 @@ void Inquiry::run() {
             running = false;
             break;
         case Conversation::Heard::SIGNAL:
-            onSignal();
+            onSignal(heard.signal);
             break;
         case Conversation::Heard::REPLY:
             // There is nothing to run: core files, say.
@@ -166,7 +175,7 @@ void Inquiry::stopAll() {
         const Conversation::Heard heard = session.hear(until);
         if (heard.kind == Conversation::Heard::TEXT) learn(heard.data);
         if (heard.kind == Conversation::Heard::READY) running = false;
-        if (heard.kind == Conversation::Heard::SIGNAL) hurried = true;
+        if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);
         if (heard.kind == Conversation::Heard::REPLY) {
             if (heard.reply.getRetValue() == Reply::ON_NORMAL)
                 running = false;
@@ -196,7 +205,10 @@ void Inquiry::judge(const ClientSet& stopped) {
     crashed.erase(passed);
     std::map<std::string, ClientSet> commands;
     for (const int id : passed)
-        commands[found.log.of(id).signal == "SIGINT" ? interruptCommand : goOnCommand].insert(id);
+        commands[suspended.contains(id)                ? withoutSignalCommand
+                 : found.log.of(id).signal == "SIGINT" ? interruptCommand
+                                                       : goOnCommand]
+            .insert(id);
     if (!crashed.empty()) {
         noteDetails(crashed);
         found.crashed.insert(crashed);
@@ -220,6 +232,7 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
     Transcript status;
     status.add(ask(stopped, "info proc status").rows);
     ClientSet passed, faults;
+    suspended = {};
     for (const int id : stopped) {
         const TaskLog::Task& task = found.log.of(id);
         if (task.aborts) continue;
@@ -230,7 +243,8 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
         const std::uint64_t bit = std::uint64_t{1} << (signal.number - 1);
         const bool caught = (signalMask(lines, "SigCgt:") & bit) != 0;
         const bool ignored = (signalMask(lines, "SigIgn:") & bit) != 0;
-        if (!caught && !ignored) continue;
+        if (!caught && suspends(signal.number)) suspended.insert(id);
+        if (!caught && !ignored && !suspends(signal.number) && signal.number != SIGCONT) continue;
         if (caught && signal.isFault())
             faults.insert(id);
         else
@@ -264,7 +278,10 @@ void Inquiry::noteDetails(const ClientSet& clients) {
 }
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
-    if (session.assign(group, clients).getRetValue() == Reply::FAILED) return;
+    if (session.assign(group, clients).getRetValue() == Reply::FAILED) {
+        const ClientSet living = clients.intersection(members(GroupNames::all));
+        if (living.empty() || session.assign(group, living).getRetValue() == Reply::FAILED) return;
+    }
     found.log.goOn(clients);
     session.command(group, command);
 }
@@ -300,6 +317,8 @@ void Inquiry::look() {
     found.who = ask(found.clients, "vex who").rows;
     const Answer waits = ask(found.clients, "vex waits");
     if (waits.complete) found.waits = waits.rows;
+    found.lost = found.clients;
+    found.lost.erase(members(GroupNames::all));
     if (!stat.complete || found.clients.empty()) return;
     const Answer told = ask({found.clients.front()}, "show version");
     if (!told.rows.empty()) version = told.rows.front().text;
@@ -363,7 +382,7 @@ Inquiry::Answer Inquiry::askGroup(const std::string& name, const std::string& co
             session.command(name, command);
             break;
         case Conversation::Heard::SIGNAL:
-            onSignal();
+            onSignal(heard.signal);
             break;
         case Conversation::Heard::TIME:
             if (given) return answer;
@@ -394,8 +413,9 @@ void Inquiry::learn(const Data& data) {
 }
 
 // What is found out from now on has to be so at once.
-void Inquiry::onSignal() {
+void Inquiry::onSignal(int number) {
     hurried = true;
+    if (found.signal == 0) found.signal = number;
     stopAt = Clock::now();
 }
 

@@ -44,13 +44,16 @@ class Inquiry {
 
     Conversation& session;
     const Plan plan;
+    // Of this report alone: the session may be that of others, who have groups of their own.
+    const std::string group;
     Findings found;
     std::optional<std::chrono::system_clock::time_point> looked;
     std::string version;
     bool running = false; // commands that let tasks run have not all ended
     bool hurried = false; // a signal has come
     std::optional<Clock::time_point> stopAt;
-    ClientSet busy; // tasks that cannot be stopped
+    ClientSet busy;      // tasks that cannot be stopped
+    ClientSet suspended; // tasks that go on without the signal that they stand at
 
     void run();
     void stopAll();
@@ -63,7 +66,7 @@ class Inquiry {
     Answer ask(const ClientSet& clients, const std::string& command);
     Answer askGroup(const std::string& group, const std::string& command);
     void learn(const Data& data);
-    void onSignal();
+    void onSignal(int number);
     ClientSet idleOf(const ClientSet& clients);
     ClientSet members(const std::string& group);
 };

@@ -56,5 +56,10 @@ struct Report {
     /// What could not be found out.
     std::vector<Row> notes;
 
-    int exitStatus() const { return outcome == FAILED ? 4 : outcome == TIMED_OUT ? 5 : 0; }
+    /// The exit status of a look that was not carried out as it should; 0: it was.
+    int disturbed = 0;
+
+    int exitStatus() const {
+        return outcome == FAILED ? 4 : outcome == TIMED_OUT ? 5 : outcome == LOOKED ? disturbed : 0;
+    }
 };

@@ -24,12 +24,13 @@ std::optional<std::string_view> between(std::string_view line, std::string_view 
     return line;
 }
 
-// "SIGSEGV, Segmentation fault"
-Task bySignal(Task::State state, std::string_view signal) {
-    const std::size_t comma = std::min(signal.find(", "), signal.size());
-    Task task{state, std::string(signal.substr(0, comma)), {}, 0, false};
-    if (comma < signal.size()) task.meaning = signal.substr(comma + 2);
-    return task;
+// "SIGSEGV, Segmentation fault"; nothing for what a task may say of itself: Fortran programs tell
+// "SIGSEGV: Segmentation fault - invalid memory reference" in gdb's words.
+std::optional<Task> bySignal(Task::State state, std::string_view signal) {
+    const std::size_t comma = signal.find(", ");
+    const std::string_view name = signal.substr(0, comma);
+    if (comma == signal.npos || name.find_first_of(" :") != name.npos) return std::nullopt;
+    return Task{state, std::string(name), std::string(signal.substr(comma + 2)), 0, false};
 }
 
 int octal(std::string_view digits) {
@@ -49,6 +50,13 @@ std::optional<Task> changeIn(std::string_view line) {
         if (const auto signal = between(line, " with signal ", "."))
             return bySignal(Task::KILLED, *signal);
     }
+    // It could not be executed, say, or there is no file for its standard input.
+    if (line.starts_with("During startup program ")) {
+        if (const auto code = between(line, " exited with code ", "."))
+            return Task{Task::ENDED, {}, {}, wholeNumber<int>(*code).value_or(1), false};
+        if (const auto signal = between(line, " terminated with signal ", "."))
+            return bySignal(Task::KILLED, *signal);
+    }
     if (!line.starts_with("[Inferior ")) return std::nullopt;
     if (line.ends_with(" exited normally]")) return Task{Task::ENDED, {}, {}, 0, false};
     if (const auto code = between(line, " exited with code ", "]"))
@@ -57,7 +65,7 @@ std::optional<Task> changeIn(std::string_view line) {
 }
 
 bool isDebuggers(std::string_view line) {
-    static constexpr std::array<std::string_view, 16> beginnings = {
+    static constexpr std::array<std::string_view, 17> beginnings = {
         "[Inferior ",
         "[Thread debugging using ",
         "[New Thread ",
@@ -69,6 +77,7 @@ bool isDebuggers(std::string_view line) {
         "Starting program: ",
         "Continuing.",
         "Continuing with signal ",
+        "Continuing with no signal.",
         "The program no longer exists.",
         "No answer yet from ",
         "warning: Error disabling address space randomization",

@@ -2,16 +2,21 @@
 
 #include "backend/drivers/driver.h"
 
+#include <algorithm>
+#include <cctype>
+
 namespace {
 
-// The first word of a text without what may stand directly behind it, "x/4" say; takes it off the
-// text, and the blanks around it.
+// The first word of a text without what may stand directly behind it, "x/4" and "run&" say; takes
+// it off the text, and the blanks around it.
 std::string_view takeWord(std::string_view& text) {
     const auto skip = [&text] {
         text.remove_prefix(std::min(text.size(), text.find_first_not_of(" \t")));
     };
     skip();
-    const std::string_view word = text.substr(0, text.find_first_of(" \t/"));
+    const auto end = std::ranges::find_if(
+        text, [](unsigned char c) { return std::isalnum(c) == 0 && c != '-' && c != '_'; });
+    const std::string_view word(text.begin(), end);
     text.remove_prefix(word.size());
     skip();
     return word;

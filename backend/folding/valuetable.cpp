@@ -10,10 +10,19 @@
 
 namespace {
 
-std::string shown(long double number) {
+constexpr int shortly = 6; // digits, as %g shows them
+
+std::string shown(long double number, int digits = shortly) {
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%g", static_cast<double>(number));
+    std::snprintf(text.data(), text.size(), "%.*g", digits, static_cast<double>(number));
     return text.data();
+}
+
+// Whole numbers, counters of iterations say, are told apart by their last digit, too.
+std::string shownExactly(double number) {
+    constexpr int exact = 15; // digits that each double has
+    const bool whole = std::trunc(number) == number && std::abs(number) < 1e15;
+    return shown(number, whole ? exact : shortly);
 }
 
 std::string counted(const std::string& what, const ClientSet& clients) {
@@ -89,7 +98,7 @@ void ValueTable::tellMoments(std::vector<StackTree::Row>& rows) const {
 std::vector<StackTree::Row> ValueTable::bars() const {
     std::vector<StackTree::Row> rows;
     for (const auto& [value, clients] : finite) {
-        std::string text = shown(value);
+        std::string text = shownExactly(value);
         if (!rows.empty() && rows.back().text == text)
             rows.back().clients.insert(clients);
         else if (rows.size() == maxBars)
@@ -111,12 +120,16 @@ std::vector<StackTree::Row> ValueTable::widths() const {
         const auto bin = static_cast<std::size_t>((value - low) / width);
         bins[std::min(bin, maxBars - 1)].insert(clients);
     }
+    // As many digits as tell the rows' ends apart.
+    const long double ratio = std::max(std::abs(low), std::abs(high)) / width;
+    const int digits = std::clamp(static_cast<int>(std::ceil(std::log10(ratio))) + 2, shortly, 15);
     std::vector<StackTree::Row> rows;
     for (std::size_t i = 0; i < maxBars; ++i) {
         const auto begin = low + width * static_cast<long double>(i);
         if (!bins[i].empty())
             rows.push_back(
-                {counted(shown(begin) + " to " + shown(begin + width), bins[i]), bins[i]});
+                {counted(shown(begin, digits) + " to " + shown(begin + width, digits), bins[i]),
+                 bins[i]});
     }
     return rows;
 }

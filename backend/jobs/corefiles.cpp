@@ -4,11 +4,14 @@
 #include "common/wholenumber.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <glob.h>
 #include <map>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace {
 
@@ -61,7 +64,11 @@ CoreFiles CoreFiles::find(const std::string& given, int most) {
     for (const std::string& path : folder ? filesIn(given) : filesLike(given)) {
         const auto core = CoreFile::open(path);
         if (!core) {
-            if (!folder) result.notes.push_back(path + " is left out: it is no core file");
+            // The rank of a core file that another user owns, say, must not be missed unseen.
+            if (::access(path.c_str(), R_OK) == -1)
+                result.notes.push_back(path + " is left out: " + std::strerror(errno));
+            else if (!folder)
+                result.notes.push_back(path + " is left out: it is no core file");
             continue;
         }
         Found found{path, lastNumber(path), core->rank()};
@@ -71,7 +78,8 @@ CoreFiles CoreFiles::find(const std::string& given, int most) {
     }
     if (files.empty())
         throw std::runtime_error("there is no core file " +
-                                 std::string(folder ? "in '" : "like '") + given + "'.");
+                                 std::string(folder ? "in '" : "like '") + given + "'." +
+                                 (result.notes.empty() ? "" : " " + result.notes.front()));
     std::ranges::sort(files, [](const Found& one, const Found& other) {
         return std::pair(one.number, one.path) < std::pair(other.number, other.path);
     });

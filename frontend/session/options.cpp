@@ -125,13 +125,14 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
             throw CLI::ValidationError("--launch", "the launcher is empty");
         const bool starts = !list && join == 0;
         if (starts && program.empty() && !attaches()) throw CLI::RequiredError("program");
-        if (!starts && (!program.empty() || attaches() || launches() || !core.empty()))
+        if (!starts &&
+            (!program.empty() || attaches() || launches() || !core.empty() || !input.empty()))
             throw CLI::ValidationError("No program can be given with --list and --join");
         if (!report.empty() && report != "-" && !report.ends_with(".txt") &&
             !report.ends_with(".json") && !report.ends_with(".html"))
             throw CLI::ValidationError("--report",
                                        "the name of the file ends with .txt, .json or .html");
-        if (timeout != 0 && (attaches() || join != 0))
+        if (timeout != 0 && (attaches() || join != 0 || !core.empty()))
             throw CLI::ValidationError("--timeout", "is for a program that vex starts");
         // Nobody would let their children go on.
         if (!report.empty() && app.count("--forks") == 0) forks = false;

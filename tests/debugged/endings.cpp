@@ -1,12 +1,14 @@
 // Task 1 ends as its argument says, the others with status 0: "status" with 3; "usr1" after signals
-// that it handles; by a null pointer whose handler "recovers" from it, "reports" it and ends with
-// 9, or lets it happen "again".
+// that it handles; "suspended" after those by which a batch system suspends and resumes it; by a
+// null pointer whose handler "recovers" from it, "reports" it and ends with 9, or lets it happen
+// "again".
 
 #include <csetjmp>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +31,11 @@ int main(int, char** argv) {
     if (!task || std::strcmp(task, "1") != 0) return 0;
     const char* const way = argv[1];
     if (std::strcmp(way, "status") == 0) return 3;
+    if (std::strcmp(way, "suspended") == 0) {
+        for (const int number : {SIGTSTP, SIGSTOP, SIGCONT})
+            std::raise(number);
+        return 0;
+    }
     std::signal(SIGUSR1, count);
     if (std::strcmp(way, "usr1") == 0) {
         for (int i = 0; i < 3; ++i)

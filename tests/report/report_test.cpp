@@ -35,6 +35,10 @@ TEST(TaskLog, ReadsWhatBecomesOfTasks) {
         {{"Program terminated with signal SIGKILL, Killed.", "The program no longer exists."},
          {Task::KILLED, "SIGKILL", "Killed", 0, false},
          {}},
+        {{"During startup program exited with code 127."}, {Task::ENDED, "", "", 127, false}, {}},
+        {{"Program received signal SIGSEGV: Segmentation fault - invalid memory reference."},
+         {},
+         {"Program received signal SIGSEGV: Segmentation fault - invalid memory reference."}},
         {{"it has called MPI_Abort and is kept from ending", "f ()"},
          {Task::STOPPED, "", "", 0, true},
          {}},
@@ -166,6 +170,19 @@ std::vector<Story> stories() {
             {{{1}, "Abort(7) on node 1 (rank 1 in comm 0): application called"}},
             {"1 of 4 tasks called MPI_Abort", "1 | called MPI_Abort, which ended the job"}, 4);
     ended.cut = true;
+    add("a lost debugger", {{{0, 1, 3}, "[Inferior 1 (process 7) exited normally]"}},
+        {"1 of 4 tasks failed", "2 | was lost with its debugger"}, 4)
+        .lost = {2};
+    add("a warning", {}, {"what 4 tasks do"}, 143).signal = SIGTERM;
+    Findings& halves = add("a look that was cut", {},
+                           {"the session ended before all was found out about its 4 tasks"}, 1);
+    halves.ran = false;
+    halves.cut = true;
+    add("what no message of MPI's is",
+        {{{1}, "application called MPI_Abort(" + std::string(1000000, 'x')},
+         {{2}, "MPI_ABORT was invoked on rank 77"},
+         {upTo(3), "[Inferior 1 (process 7) exited normally]"}},
+        {"all went well: 4 tasks ended with status 0"}, 0);
     add("a lost job", {}, {"the job was ended before its 4 tasks had ended", ""}, 4).cut = true;
     return all;
 }

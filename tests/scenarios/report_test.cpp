@@ -54,6 +54,7 @@ TEST_F(ReportTest, NamesWhoIsAtFault) {
          5},
         {{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
         {{endings, "usr1"}, {well}, 0},
+        {{endings, "suspended"}, {well}, 0},
         {{endings, "recovers"}, {well}, 0},
         {{endings, "reports"},
          {crash, R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:\d+\), called by main)"},

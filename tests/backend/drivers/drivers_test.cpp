@@ -205,7 +205,7 @@ TEST(Drivers, CoreFilesAreOnlyLookedAt) {
     } cases[] = {
         {"gdb",
          {"run", "r", " \tc 3", "s", "stepi", "step 2", "tar extended :1", "target remote :1",
-          "kill", "reverse-step", "until", "at 7"},
+          "kill", "reverse-step", "until", "at 7", "run&", "c&"},
          {"", "list", "set var x = 1", "show args", "info registers", "x/4i $pc", "p rank", "stack",
           "target core x", "frame 2", "up", "startup", "thread apply all where"}},
         {"lldb",

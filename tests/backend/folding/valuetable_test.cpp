@@ -36,6 +36,10 @@ TEST(ValueTable, TellsNumbersAndOtherValues) {
          {"1 3 | min 1e+300 (1)", "1 3 | max 1e+300 (3)", "1 3 | mean 1e+300",
           "1 3 | sd 4.99638e+286", "2 | NaN: 2", "0 4 | inf: 0 4", "1 3 | 1e+300: 2 clients"},
          1},
+        {{number("1234567.0"), number("1234568.0")},
+         {"0:1 | min 1.23457e+06 (0)", "0:1 | max 1.23457e+06 (1)", "0:1 | mean 1.23457e+06",
+          "0:1 | sd 0.5", "0 | 1234567: 1 client", "1 | 1234568: 1 client"},
+         2},
         {{number("nan"), number("nan")}, {"0:1 | NaN: 0:1"}, 0},
         // The largest distance that there is.
         {{number("-1.7e308"), number("1.7e308")},
