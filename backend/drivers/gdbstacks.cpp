@@ -64,7 +64,8 @@ def line_of_locations(table, line, at):
         while i < len(table) and table[i] < 128: i += 1
     return line
 def debug_offsets(runtime):
-    if read(runtime, 8) != b"xdebugpy": return None
+    # The order of the fields is another in each version.
+    if read(runtime, 8) != b"xdebugpy" or number(runtime + 8) >> 16 != 0x30d: return None
     at = [number(runtime + 8 * i) for i in range(50)]
     thread, frame, code = at[19:28], at[28:34], at[34:44]
     return dict(head=at[5], threads=at[9], next=thread[2], native=thread[6], frame=thread[4],
