@@ -34,13 +34,19 @@ gdb.events.stop.connect(stopped)
 // they have. What gdb says of the stop is kept back until it is known why: an interrupt's is of no
 // interest, but forks are. Other hooks see the task run before that, and see it stop behind it.
 const char* const GdbStops::briefRuns = R"(
-import gdb, os
+import gdb, os, tempfile
 free, first, kept, again, terminal = False, True, None, None, None
 cover = None
+def scratch():
+    file, name = tempfile.mkstemp()
+    os.unlink(name)
+    return file
 def hide(event):
     global terminal, cover
     if terminal is not None: return
-    if cover is None: cover = os.memfd_create("stop")
+    if cover is None:
+        # Python 3.8 or later.
+        cover = os.memfd_create("stop") if hasattr(os, "memfd_create") else scratch()
     gdb.flush()
     terminal = os.dup(1)
     os.dup2(cover, 1)
