@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -67,7 +68,8 @@ Follower::Found Follower::follow(const std::vector<std::string>& script) {
                 Follower follower(std::move(theirs), self);
                 follower.start(script);
                 follower.run();
-            } catch (const std::exception&) {
+            } catch (const std::exception& error) {
+                std::fprintf(stderr, "vexscript: %s\n", error.what());
                 std::_Exit(1); // the connection ends
             }
         }
@@ -187,7 +189,9 @@ void Follower::hand(pid_t id) {
         const int number = std::atoi(at->path().filename().c_str());
         const Descriptor copy(
             static_cast<int>(::syscall(SYS_pidfd_getfd, process.get(), number, 0)));
-        if (copy) tell(link.get(), Message::DESCRIPTOR, number, {copy.get()});
+        // Containers may forbid it. Without its output a program would write into other files.
+        if (!copy) fail("cannot take over the script's open files (pidfd_getfd)");
+        tell(link.get(), Message::DESCRIPTOR, number, {copy.get()});
     }
     tell(link.get(), Message::MODEL, id);
     link.reset();

@@ -236,10 +236,13 @@ std::vector<std::string> Gdb::argv(const Launch& launch) const {
         words.insert(words.end(),
                      {"-iex", inOneLine(withMark(errorHook, "MARK", launch.errorMark))});
     if (!launch.attach.empty()) {
-        // gdb quits at the end of its input, too.
-        words.insert(words.end(),
-                     {"-iex", launch.owned ? R"(python gdb.execute("define hook-quit\nkill\nend"))"
-                                           : inOneLine(askHook)});
+        // gdb quits at the end of its input, too. Where there is no process, an error of kill would
+        // keep it.
+        words.insert(
+            words.end(),
+            {"-iex", launch.owned
+                         ? R"(python gdb.execute("define hook-quit\nif $_thread\nkill\nend\nend"))"
+                         : inOneLine(askHook)});
         words.insert(words.end(), {"-p", launch.attach});
         return words;
     }

@@ -64,7 +64,8 @@ def line_of_locations(table, line, at):
         while i < len(table) and table[i] < 128: i += 1
     return line
 def debug_offsets(runtime):
-    if read(runtime, 8) != b"xdebugpy": return None
+    # The order of the fields is another in each version.
+    if read(runtime, 8) != b"xdebugpy" or number(runtime + 8) >> 16 != 0x30d: return None
     at = [number(runtime + 8 * i) for i in range(50)]
     thread, frame, code = at[19:28], at[28:34], at[34:44]
     return dict(head=at[5], threads=at[9], next=thread[2], native=thread[6], frame=thread[4],
@@ -125,11 +126,11 @@ class Interpreter:
             line = line_of_pairs(lines, first, at, self.minor)
         file = os.path.basename(string(number(code + t["file"]), t["text"]))
         return "%s (%s:%d)" % (string(number(code + t["name"]), t["text"]), file, line)
-    def functions(self, frame):
-        if self.table is None: return self.supported(frame)
+    def functions(self, frame, most):
+        if self.table is None: return self.supported(frame, most)
         found = []
         try:
-            while self.frame and not self.over:
+            while self.frame and not self.over and len(found) < most:
                 if self.frame in self.seen or time.monotonic() > self.until: raise Unknown
                 self.seen.add(self.frame)
                 t, code = self.table, number(self.frame + self.table["code"])
@@ -141,12 +142,12 @@ class Interpreter:
                 if last or shim: return found
         except (gdb.error, Unknown): self.over = True
         return found + self.once(chr(0x2026))
-    def supported(self, frame):
+    def supported(self, frame, most):
         import __main__
         found = []
         try:
             at = __main__.Frame(frame).get_pyop()
-            while at is not None:
+            while at is not None and len(found) < most:
                 if hasattr(at, "is_shim") and at.is_shim(): break
                 found.append("%s (%s:%d)" % (at.co_name, os.path.basename(at.filename()),
                                              at.current_line_num()))
@@ -181,7 +182,8 @@ def calls(thread, most, until):
                           text(lambda: gdb.solib_name(frame.pc()))))
             if name.startswith(evaluation):
                 if python is None: python, library = Interpreter(thread, until), found[-1][3]
-                found += [("python", each) for each in python.functions(frame)]
+                room = most - len(found)
+                found += [("python", each) for each in python.functions(frame, room)[:room]]
             frame = frame.older()
     finally:
         for each in found:

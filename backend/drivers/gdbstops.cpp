@@ -32,15 +32,21 @@ gdb.events.stop.connect(stopped)
 // A task may run when an interrupt has stopped it, or the debugger by attaching to it: interrupted
 // once more, it stands as it stood. Calls of its functions leave that as it is, whatever events
 // they have. What gdb says of the stop is kept back until it is known why: an interrupt's is of no
-// interest. Other hooks see the task run before that, and see it stop behind it.
+// interest, but forks are. Other hooks see the task run before that, and see it stop behind it.
 const char* const GdbStops::briefRuns = R"(
-import gdb, os
+import gdb, os, tempfile
 free, first, kept, again, terminal = False, True, None, None, None
 cover = None
+def scratch():
+    file, name = tempfile.mkstemp()
+    os.unlink(name)
+    return file
 def hide(event):
     global terminal, cover
     if terminal is not None: return
-    if cover is None: cover = os.memfd_create("stop")
+    if cover is None:
+        # Python 3.8 or later.
+        cover = os.memfd_create("stop") if hasattr(os, "memfd_create") else scratch()
     gdb.flush()
     terminal = os.dup(1)
     os.dup2(cover, 1)
@@ -91,14 +97,17 @@ class Resume(gdb.Command):
         global again
         self.dont_repeat()
         if reason(): return
-        thread = gdb.selected_thread()
+        thread, said = gdb.selected_thread(), ""
         gdb.events.cont.connect(hide)
-        try: gdb.execute("continue", to_string=True)
+        try: said = gdb.execute("continue", to_string=True)
         except KeyboardInterrupt: pass
         except gdb.error as problem: print(problem)
         finally:
             gdb.events.cont.disconnect(hide)
             reveal()
+        for line in said.splitlines():
+            if line.startswith("[Detaching after ") or not free and line != "Continuing.":
+                print(line)
         if free: again = thread
 Standing()
 Resume()

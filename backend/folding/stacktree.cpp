@@ -1,6 +1,7 @@
 #include "backend/folding/stacktree.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace {
 
@@ -14,7 +15,10 @@ void count(auto& node, int client) {
 void StackTree::add(int client, const std::vector<std::string>& calls) {
     if (calls.empty()) return;
     Node* node = &root;
-    for (auto call = calls.rbegin(); call != calls.rend(); ++call) {
+    // A debugger may print more than it was asked for.
+    const std::size_t over = calls.size() - std::min<std::size_t>(calls.size(), maxCalls);
+    for (auto call = calls.rbegin() + static_cast<std::ptrdiff_t>(over); call != calls.rend();
+         ++call) {
         node = &node->calls[*call];
         count(*node, client);
     }

@@ -151,6 +151,7 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
         EXPECT_TRUE(contain(second.finish(), "exited with code 02]"));
         while (!contain(first.next(), "| generations: 2")) {
         }
+        EXPECT_FALSE(contain(third.command("quit", "4"), "is not being run"));
         vex->signal(SIGKILL);
         expectNothingLeft(path);
     }

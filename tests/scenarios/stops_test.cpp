@@ -62,6 +62,18 @@ TEST_F(Stops, SamplesOfTasksBehindAgents) {
     quit(console);
 }
 
+TEST_F(Stops, ForksBetweenSamplesAreTold) {
+    Peer console = start({program("forker"), "held"});
+    console.command("break rest");
+    console.command("run");
+    console.send(Command::CLIENT, "all", "continue");
+    interrupt(console);
+    console.command("print hold = 0");
+    const Lines told = console.command("vex stat -t 2");
+    EXPECT_TRUE(contain(told, "[Detaching after ")) << told[0];
+    quit(console);
+}
+
 TEST_F(Stops, ATaskThatWouldEndTheJobIsKeptAndNoBreakpointIsSeen) {
     Peer console = start({program("descending"), "abort"});
     EXPECT_TRUE(contain(console.command("info breakpoints"), "No breakpoints"));

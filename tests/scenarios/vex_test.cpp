@@ -219,8 +219,12 @@ TEST_F(VexTest, StacksOfPythonProgramsAreTheirFunctions) {
                              "    print('searches', flush=True)\n"
                              "    while True: time.sleep(0.01)\n"
                              "threading.Thread(target=wait, daemon=True).start()\n"
+                             "def deep(n): deep(n - 1) if n else wait()\n"
+                             "threading.Thread(target=deep, args=[900], daemon=True).start()\n"
                              "search(1)\n";
-    Peer console(beginWith({"-n", "2", python, folder.write("go.py", text)}));
+    const std::string hosts = folder.write("hosts", "node1:2\n");
+    Peer console(
+        beginWith({"--launch", fakeSsh(), "--hosts", hosts, python, folder.write("go.py", text)}));
     console.send(Command::CLIENT, "all", "run");
     for (int told = 0; told < 2;)
         for (const std::string& line : console.next())
@@ -230,7 +234,7 @@ TEST_F(VexTest, StacksOfPythonProgramsAreTheirFunctions) {
     std::string shown;
     for (const std::string& line : console.command("vex stat"))
         shown += line + "\n";
-    EXPECT_NE(shown.find("0:1 | <module> (go.py:8)\n0:1 |   search (go.py:4)\n"
+    EXPECT_NE(shown.find("0:1 | <module> (go.py:10)\n0:1 |   search (go.py:4)\n"
                          "0:1 |     search (go.py:6)\n"),
               shown.npos)
         << shown;
