@@ -11,7 +11,6 @@
 #include <cstring>
 #include <iterator>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <string_view>
 #include <tuple>
@@ -208,20 +207,20 @@ void Findings::addStat(Report& report) const {
 
 // Whom the messages of MPI's own name as those that have ended the job.
 std::vector<Row> Findings::aborters() const {
-    static const std::regex forms[] = {
-        std::regex(R"(MPI_ABORT was invoked on rank (\d+))"),
-        std::regex(R"(Abort\(-?\d+\) on node (\d+) )"),
-        std::regex(R"(application called MPI_Abort\(.*\) - process (\d+))"),
+    // The rank stands behind the second text, which comes somewhere behind the first.
+    static constexpr std::pair<std::string_view, std::string_view> forms[] = {
+        {"MPI_ABORT was invoked on ", "rank "},
+        {"Abort(", ") on node "},
+        {"application called MPI_Abort(", ") - process "},
     };
-    // The library's expressions take a piece of the stack for each character.
-    constexpr std::ptrdiff_t longest = 1000;
     ClientSet found;
-    const auto look = [&](const std::string& line) {
-        std::smatch parts;
-        const auto end = line.begin() + std::min(std::ssize(line), longest);
-        for (const std::regex& form : forms) {
-            if (!std::regex_search(line.begin(), end, parts, form)) continue;
-            const auto id = wholeNumber<int>(parts[1].str());
+    const auto look = [&](const std::string_view line) {
+        for (const auto& [before, between] : forms) {
+            std::size_t at = line.find(before);
+            if (at == line.npos || (at = line.find(between, at)) == line.npos) continue;
+            const std::string_view rest = line.substr(at + between.size());
+            const auto id = wholeNumber<int>(
+                rest.substr(0, std::min(rest.find_first_not_of("0123456789"), rest.size())));
             if (id && clients.contains(*id)) found.insert(*id);
         }
     };
