@@ -123,6 +123,7 @@ TEST_F(Interrupt, TellsOfWhatWasKeptUnseen) {
     frontEnd.success();
     prompt("(all:int) ");
     enter("leave");
+    sleepFor(200); // its echo comes before it
     EXPECT_EQ(finish(), "");
 }
 
