@@ -291,11 +291,11 @@ void Inquiry::look() {
     ClientSet all = found.clients;
     all.erase(busy);
     if (plan.way == JOIN) {
-        ClientSet others = all;
+        ClientSet foreign = all;
         all = idleOf(all);
-        others.erase(all);
-        if (!others.empty())
-            found.notes.push_back({others, "not looked at: in the hands of another console"});
+        foreign.erase(all);
+        if (!foreign.empty())
+            found.notes.push_back({foreign, "not looked at: in the hands of another console"});
     }
     const Answer stat = ask(all, "vex stat");
     found.stat = stat.rows;
