@@ -132,6 +132,7 @@ int main(int argc, char** argv) {
     char kind = 0;
     for (const std::string& text : files)
         seed("files", kind++ + text);
+    seed("files", "\6'quoted");
     seed("control", "attend\nfacts\nleft\nhung up\ngive up\nend 3\nattend\n");
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");

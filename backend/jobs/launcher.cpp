@@ -156,8 +156,14 @@ std::string Launcher::quoted(const std::string& word) {
             return std::isalnum(c) || std::strchr("_./:@%+=,-", c);
         }))
         return word;
-    std::string text = "'";
-    for (const char c : word)
-        text += c == '\'' ? "'\\''" : std::string(1, c);
-    return text + "'";
+    if (word.empty()) return "''";
+    // Nothing empty in quotes beside other text: wordexp(3) takes that for a word of its own.
+    std::string text;
+    for (std::size_t at = 0; at < word.size();) {
+        const std::size_t end = std::min(word.find('\'', at), word.size());
+        if (end > at) text += "'" + word.substr(at, end - at) + "'";
+        if (end < word.size()) text += "\\'";
+        at = end + 1;
+    }
+    return text;
 }

@@ -88,6 +88,8 @@ TEST(Launcher, SplitsItsCommandLineAsAShellDoes) {
     };
     for (const auto& each : cases)
         EXPECT_EQ(outcome([&] { return Launcher::split(each.text); }), each.expected);
+    for (const std::string word : {"'a", "a'", "it's", "''", "", "a b$"})
+        EXPECT_EQ(Launcher::split(Launcher::quoted(word)), std::vector<std::string>{word});
     ::unsetenv("VEX_TEST_WORD");
 }
 
