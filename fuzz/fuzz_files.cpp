@@ -2,6 +2,7 @@
 #include "backend/jobs/jobprocesses.h"
 #include "backend/jobs/launcher.h"
 #include "backend/jobs/mpir.h"
+#include "backend/os/text.h"
 #include "backend/wire/rendezvous.h"
 #include "common/config.h"
 #include "common/error.h"
@@ -93,7 +94,7 @@ void commandLine(const std::string& text) {
     const std::string line = text.c_str();
     // Patterns and variables are the system's, and would read its files.
     if (line.find_first_of("$~*?[") != std::string::npos) return;
-    const std::string word = Launcher::quoted(line);
+    const std::string word = Text::quoted(line);
     if (line.find('\n') == std::string::npos)
         expect(Launcher::split(word) == std::vector<std::string>{line});
     Launcher::split(line);

@@ -1,4 +1,5 @@
 // vexreport: looks at a job through its session, in the place of a console, and writes a report.
+#include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/error.h"
 #include "common/wholenumber.h"
@@ -42,17 +43,6 @@ std::string utc(SystemTime when) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-// As a shell would read the word again.
-std::string quoted(std::string_view word) {
-    constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
-                                       "0123456789_@%+=:,./-";
-    if (!word.empty() && word.find_first_not_of(plain) == word.npos) return std::string(word);
-    std::string text = "'";
-    for (const char c : word)
-        text += c == '\'' ? "'\\''" : std::string(1, c);
-    return text + "'";
-}
-
 // -s SESSION -b STARTER -t SECONDS -w run|look|join -f FILE -- COMMAND...
 Words parse(int argc, char** argv) {
     Words words;
@@ -67,7 +57,7 @@ Words parse(int argc, char** argv) {
         if (option == 'f') words.file = value;
     }
     for (int i = optind; i < argc; ++i)
-        words.command += (i == optind ? "" : " ") + quoted(argv[i]);
+        words.command += (i == optind ? "" : " ") + Text::quoted(argv[i]);
     return words;
 }
 

@@ -1,15 +1,10 @@
 #include "backend/drivers/gdbwrapper.h"
 
+#include "backend/os/text.h"
+
 #include <string_view>
 
 namespace {
-
-std::string quoted(std::string_view text) {
-    std::string result = "'";
-    for (const char c : text)
-        result += c == '\'' ? R"('\'')" : std::string(1, c);
-    return result + "'";
-}
 
 std::string inDoubleQuotes(std::string_view text) {
     std::string result = "\"";
@@ -27,10 +22,10 @@ std::string inDoubleQuotes(std::string_view text) {
 std::string GdbWrapper::of(const Driver::Launch& launch) {
     const std::string& input = launch.inputTerminal;
     if (!launch.starter.empty()) {
-        std::string words = quoted(launch.starter);
+        std::string words = Text::quoted(launch.starter);
         for (const auto& word :
              {input, launch.terminal, launch.inputFile, launch.preload, launch.program.at(0)})
-            words += " " + quoted(word);
+            words += " " + Text::quoted(word);
         return words;
     }
     std::string script;
@@ -43,5 +38,5 @@ std::string GdbWrapper::of(const Driver::Launch& launch) {
     if (!launch.preload.empty())
         script += "export LD_PRELOAD=" + launch.preload + "${LD_PRELOAD:+:$LD_PRELOAD}; ";
     script += R"(exec "$0" "$@")";
-    return "/bin/sh -c " + quoted(script);
+    return "/bin/sh -c " + Text::quoted(script);
 }

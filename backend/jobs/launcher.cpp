@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -149,21 +148,4 @@ std::vector<std::string> Launcher::split(const std::string& line) {
     std::vector<std::string> words(found.we_wordv, found.we_wordv + found.we_wordc);
     if (words.empty()) throw std::runtime_error("the launcher is empty.");
     return words;
-}
-
-std::string Launcher::quoted(const std::string& word) {
-    if (!word.empty() && std::ranges::all_of(word, [](unsigned char c) {
-            return std::isalnum(c) || std::strchr("_./:@%+=,-", c);
-        }))
-        return word;
-    if (word.empty()) return "''";
-    // Nothing empty in quotes beside other text: wordexp(3) takes that for a word of its own.
-    std::string text;
-    for (std::size_t at = 0; at < word.size();) {
-        const std::size_t end = std::min(word.find('\'', at), word.size());
-        if (end > at) text += "'" + word.substr(at, end - at) + "'";
-        if (end < word.size()) text += "\\'";
-        at = end + 1;
-    }
-    return text;
 }

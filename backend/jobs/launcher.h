@@ -46,9 +46,6 @@ class Launcher {
     /// Cuts a command line into words as a shell does, with quotes, backslashes, variables, "~" and
     /// patterns. Throws std::runtime_error for commands in it and for anything that is no word.
     static std::vector<std::string> split(const std::string& line);
-    /// A word of a shell's command line: ssh has its words read by a shell on the other side. A
-    /// word without special characters stays as it is, for launchers without a shell there.
-    static std::string quoted(const std::string& word);
 
   private:
     Handler handle;

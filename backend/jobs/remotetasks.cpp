@@ -82,8 +82,7 @@ class Search : private Logins::Owner {
     Logins::Command commandOf(std::size_t login) override {
         const auto& [host, name] = job.managers()[login];
         std::vector<std::string> argv = words;
-        argv.insert(argv.end(),
-                    {host, Launcher::quoted(agent), "--tasks-of", Launcher::quoted(name)});
+        argv.insert(argv.end(), {host, Text::quoted(agent), "--tasks-of", Text::quoted(name)});
         return {argv, ""};
     }
     void onLine(std::size_t login, const std::string& line) override {

@@ -1,5 +1,9 @@
 #include "backend/os/text.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
 std::string Text::of(const Command& command) {
     std::string text(command.getContent() ? command.getContent() : "",
                      static_cast<std::size_t>(command.getLength()));
@@ -14,6 +18,23 @@ std::string Text::afterWord(const std::string& text) {
     const std::size_t blank = text.find_first_of(" \t");
     const std::size_t at = text.find_first_not_of(" \t", blank);
     return blank == std::string::npos || at == std::string::npos ? "" : text.substr(at);
+}
+
+std::string Text::quoted(const std::string& word) {
+    if (!word.empty() && std::ranges::all_of(word, [](unsigned char c) {
+            return std::isalnum(c) || std::strchr("_./:@%+=,-", c);
+        }))
+        return word;
+    if (word.empty()) return "''";
+    // Nothing empty in quotes beside other text: wordexp(3) takes that for a word of its own.
+    std::string text;
+    for (std::size_t at = 0; at < word.size();) {
+        const std::size_t end = std::min(word.find('\'', at), word.size());
+        if (end > at) text += "'" + word.substr(at, end - at) + "'";
+        if (end < word.size()) text += "\\'";
+        at = end + 1;
+    }
+    return text;
 }
 
 std::string Text::unquoted(const std::string& text) {

@@ -15,6 +15,9 @@ std::string firstWord(const std::string& text);
 std::string afterWord(const std::string& text);
 /// The text without the quotes around it, if there are any.
 std::string unquoted(const std::string& text);
+/// A word as a shell and wordexp(3) read it again: in quotes, but as it stands where it needs none,
+/// for those who start programs without a shell.
+std::string quoted(const std::string& word);
 /// "0:3 5 7:9".
 std::string list(const ClientSet& ids);
 /// The last part of a path.

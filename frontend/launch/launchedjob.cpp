@@ -1,6 +1,7 @@
 #include "frontend/launch/launchedjob.h"
 
 #include "backend/os/limits.h"
+#include "backend/os/text.h"
 
 #include <algorithm>
 #include <chrono>
@@ -91,7 +92,7 @@ Logins::Command LaunchedJob::commandOf(std::size_t login) {
     Rendezvous where = port->rendezvous();
     where.ranks = remote[login];
     where.size = size();
-    argv.insert(argv.end(), {hostOf(login), Launcher::quoted(plan.agent), "--rendezvous", "-"});
+    argv.insert(argv.end(), {hostOf(login), Text::quoted(plan.agent), "--rendezvous", "-"});
     return {argv, where.str()};
 }
 

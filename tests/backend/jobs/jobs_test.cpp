@@ -1,6 +1,7 @@
 #include "backend/jobs/hostfile.h"
 #include "backend/jobs/launcher.h"
 #include "backend/jobs/runningjob.h"
+#include "backend/os/text.h"
 #include "tests/support/testing.h"
 
 namespace {
@@ -89,7 +90,7 @@ TEST(Launcher, SplitsItsCommandLineAsAShellDoes) {
     for (const auto& each : cases)
         EXPECT_EQ(outcome([&] { return Launcher::split(each.text); }), each.expected);
     for (const std::string word : {"'a", "a'", "it's", "''", "", "a b$"})
-        EXPECT_EQ(Launcher::split(Launcher::quoted(word)), std::vector<std::string>{word});
+        EXPECT_EQ(Launcher::split(Text::quoted(word)), std::vector<std::string>{word});
     ::unsetenv("VEX_TEST_WORD");
 }
 
