@@ -203,6 +203,7 @@ int Keeper::loseNode() {
     // That has reaped them.
     for (auto& [client, each] : debuggers)
         each.process.ended();
+    link.reset(); // a node's agent that goes on learns of it now
     awaitNode();
     return 1;
 }
