@@ -4,7 +4,6 @@
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
-#include "common/wholenumber.h"
 
 #include <algorithm>
 #include <charconv>
@@ -28,11 +27,14 @@ constexpr const char* withoutSignalCommand = "signal 0";
 // Endless recursion has calls without end.
 constexpr const char* fullStackCommand = "bt full 100";
 constexpr const char* stackCommand = "bt 100";
+constexpr const char* whoCommand = "vex who";
+constexpr const char* waitsCommand = "vex waits";
 constexpr std::string_view launcherMark = "launcher: ";
 
 constexpr auto settling = 200ms; // for tasks that stop at about the same time
 constexpr auto others = 1s;      // after the first crash, for those that crash as well
 constexpr auto stopping = 10s;   // for tasks to stop when told to
+constexpr auto insisting = 1s;   // before they are told again
 constexpr auto answering = 120s; // for a debugger
 constexpr auto inAHurry = 10s;   // for a debugger, after a signal
 
@@ -42,24 +44,6 @@ bool letsRun(const std::string& command) {
 }
 
 int tasksOf(const ClientSet& clients) { return clients.empty() ? 0 : clients.back() + 1; }
-
-// "REPORT (3): 0:1 4", as groups are told.
-ClientSet parseGroup(const std::string& text) {
-    ClientSet found;
-    const std::size_t colon = text.find("): ");
-    std::size_t at = colon == std::string::npos ? text.size() : colon + 3;
-    while (at < text.size()) {
-        const std::size_t end = std::min(text.find_first_of(" \n", at), text.size());
-        const std::string word = text.substr(at, end - at);
-        const std::size_t middle = word.find(':');
-        const auto first = wholeNumber<int>(word.substr(0, middle));
-        const auto last =
-            middle == std::string::npos ? first : wholeNumber<int>(word.substr(middle + 1));
-        if (first && last && *first <= *last) found.insertRange(*first, *last);
-        at = end + 1;
-    }
-    return found;
-}
 
 // The set of signals in a line of /proc/PID/status (proc(5)): "SigCgt:\t0000000180004002".
 std::uint64_t signalMask(const std::vector<std::string_view>& lines, std::string_view name) {
@@ -112,7 +96,7 @@ const Findings& Inquiry::carryOut() {
     found.ran = plan.way == RUN;
     found.timeout = plan.timeout;
     try {
-        found.clients = members(GroupNames::all);
+        found.clients = session.members(GroupNames::all);
         found.log = TaskLog(tasksOf(found.clients));
         if (plan.way == RUN) run();
         look();
@@ -127,7 +111,11 @@ const Findings& Inquiry::carryOut() {
 void Inquiry::run() {
     const auto began = Clock::now();
     if (plan.timeout > 0) stopAt = began + std::chrono::seconds(plan.timeout);
-    session.command(GroupNames::all, runCommand);
+    if (session.command(GroupNames::all, runCommand)) {
+        // There is nothing to run: core files, say.
+        found.ran = false;
+        return;
+    }
     running = true;
     std::optional<Clock::time_point> judgeAt;
     ClientSet stopped;
@@ -140,16 +128,11 @@ void Inquiry::run() {
             learn(heard.data);
             break;
         case Conversation::Heard::READY:
-            running = false;
+            running = stillRuns();
             break;
         case Conversation::Heard::SIGNAL:
             onSignal(heard.signal);
             break;
-        case Conversation::Heard::REPLY:
-            // There is nothing to run: core files, say.
-            if (heard.reply.getRetValue() != Reply::FAILED) break;
-            found.ran = false;
-            return;
         default:
             break;
         }
@@ -171,21 +154,21 @@ void Inquiry::run() {
 void Inquiry::stopAll() {
     const auto until = Clock::now() + stopping;
     session.interrupt();
-    while (running) {
-        const Conversation::Heard heard = session.hear(until);
+    auto again = Clock::now() + insisting;
+    while (running && Clock::now() < until) {
+        const Conversation::Heard heard = session.hear(std::min(again, until));
         if (heard.kind == Conversation::Heard::TEXT) learn(heard.data);
-        if (heard.kind == Conversation::Heard::READY) running = false;
         if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);
-        if (heard.kind == Conversation::Heard::REPLY) {
-            if (heard.reply.getRetValue() == Reply::ON_NORMAL)
-                running = false;
-            else
-                session.interrupt(); // a debugger on a busy machine may have dropped it
-        }
+        if (heard.kind == Conversation::Heard::READY) running = stillRuns();
         if (heard.kind != Conversation::Heard::TIME) continue;
-        busy = members(GroupNames::pending);
+        // A debugger on a busy machine may have dropped it.
+        running = stillRuns();
+        if (running) session.interrupt();
+        again = Clock::now() + insisting;
+    }
+    if (running) {
+        busy = session.atWork();
         found.notes.push_back({busy, "could not be stopped, and was not looked at"});
-        break;
     }
     ClientSet crashed;
     for (const int id : found.log.takeStopped()) {
@@ -216,8 +199,13 @@ void Inquiry::judge(const ClientSet& stopped) {
     }
     for (const auto& [command, clients] : commands)
         letGoOn(clients, command);
-    // The answers in between have taken the place of what was waited for.
-    running = session.standIn(GroupNames::all).getRetValue() == Reply::ON_INTERRUPT;
+    running = stillRuns();
+}
+
+// Questions in between have taken the place of what was waited for.
+bool Inquiry::stillRuns() {
+    session.awaitAll();
+    return !session.atWork().empty();
 }
 
 void Inquiry::crashSeen() {
@@ -278,10 +266,7 @@ void Inquiry::noteDetails(const ClientSet& clients) {
 }
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
-    if (session.assign(group, clients).getRetValue() == Reply::FAILED) {
-        const ClientSet living = clients.intersection(members(GroupNames::all));
-        if (living.empty() || session.assign(group, living).getRetValue() == Reply::FAILED) return;
-    }
+    if (!gather(clients)) return;
     found.log.goOn(clients);
     session.command(group, command);
 }
@@ -314,11 +299,11 @@ void Inquiry::look() {
         rest.erase(found.crashed);
         found.stacks.add(ask(rest, stackCommand).rows);
     }
-    found.who = ask(found.clients, "vex who").rows;
-    const Answer waits = ask(found.clients, "vex waits");
+    found.who = ask(found.clients, whoCommand).rows;
+    const Answer waits = ask(found.clients, waitsCommand);
     if (waits.complete) found.waits = waits.rows;
     found.lost = found.clients;
-    found.lost.erase(members(GroupNames::all));
+    found.lost.erase(session.members(GroupNames::all));
     if (!stat.complete || found.clients.empty()) return;
     const Answer told = ask({found.clients.front()}, "show version");
     if (!told.rows.empty()) version = told.rows.front().text;
@@ -337,16 +322,18 @@ ClientSet Inquiry::idleOf(const ClientSet& clients) {
     return idle;
 }
 
-// The clients that are still there.
+// Makes the group of those clients that are still there.
+bool Inquiry::gather(const ClientSet& clients) {
+    if (session.assign(group, clients)) return true;
+    const ClientSet living = clients.intersection(session.members(GroupNames::all));
+    return !living.empty() && session.assign(group, living);
+}
+
 Inquiry::Answer Inquiry::ask(const ClientSet& clients, const std::string& command) {
     if (clients.empty()) return {};
     if (clients == found.clients) return askGroup(GroupNames::all, command);
     if (clients.size() == 1) return askGroup(std::to_string(clients.front()), command);
-    if (session.assign(group, clients).getRetValue() == Reply::FAILED) {
-        const ClientSet living = clients.intersection(members(GroupNames::all));
-        if (living.empty() || session.assign(group, living).getRetValue() == Reply::FAILED)
-            return {};
-    }
+    if (!gather(clients)) return {};
     Answer answer = askGroup(group, command);
     if (plan.way == JOIN) session.forget(group, clients);
     return answer;
@@ -355,31 +342,34 @@ Inquiry::Answer Inquiry::ask(const ClientSet& clients, const std::string& comman
 Inquiry::Answer Inquiry::askGroup(const std::string& name, const std::string& command) {
     Answer answer;
     const auto begun = Clock::now();
-    bool given = false; // up
-    session.command(name, command);
+    bool given = false, told = false; // given up
+    // Which no client works at, and which is told in one piece.
+    const bool ofSession = command == whoCommand || command == waitsCommand;
+    // A task that has just stopped may not have told so.
+    while (const auto refusal = session.command(name, command)) {
+        answer.error = *refusal;
+        if (plan.way == JOIN || *refusal != CMD_GROUP_BUSY || Clock::now() > begun + 5s)
+            return answer;
+        std::this_thread::sleep_for(50ms);
+    }
+    const ClientSet asked = session.members(name);
     for (;;) {
         const auto patience = hurried ? std::chrono::seconds(inAHurry) : answering;
         Conversation::Heard heard = session.hear(begun + (given ? patience + stopping : patience));
         switch (heard.kind) {
         case Conversation::Heard::READY:
+            // It may be that of tasks which were let run before.
+            if (!asked.intersection(session.atWork()).empty() || (ofSession && !told)) break;
             answer.complete = !given;
             return answer;
         case Conversation::Heard::TEXT:
             if (heard.data.getConsoleCmd() == command) {
+                told = true;
                 for (Row& row : rowsOf(heard.data))
                     answer.rows.push_back(std::move(row));
             } else {
                 learn(heard.data);
             }
-            break;
-        case Conversation::Heard::REPLY:
-            if (heard.reply.getRetValue() != Reply::FAILED) break;
-            answer.error = heard.reply.getErrCode();
-            // A task that has just stopped may not have told so.
-            if (plan.way == JOIN || answer.error != CMD_GROUP_BUSY || Clock::now() > begun + 5s)
-                return answer;
-            std::this_thread::sleep_for(50ms);
-            session.command(name, command);
             break;
         case Conversation::Heard::SIGNAL:
             onSignal(heard.signal);
@@ -388,7 +378,8 @@ Inquiry::Answer Inquiry::askGroup(const std::string& name, const std::string& co
             if (given) return answer;
             given = true;
             session.interrupt();
-            found.notes.push_back({members(name), "do not answer '" + command + "' in time"});
+            found.notes.push_back(
+                {session.members(name), "do not answer '" + command + "' in time"});
             break;
         }
     }
@@ -417,9 +408,4 @@ void Inquiry::onSignal(int number) {
     hurried = true;
     if (found.signal == 0) found.signal = number;
     stopAt = Clock::now();
-}
-
-ClientSet Inquiry::members(const std::string& name) {
-    const Reply reply = session.query(name);
-    return reply.getRetValue() == Reply::FAILED ? ClientSet() : parseGroup(reply.getRetInfo());
 }

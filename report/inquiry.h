@@ -68,5 +68,6 @@ class Inquiry {
     void learn(const Data& data);
     void onSignal(int number);
     ClientSet idleOf(const ClientSet& clients);
-    ClientSet members(const std::string& group);
+    bool gather(const ClientSet& clients);
+    bool stillRuns();
 };

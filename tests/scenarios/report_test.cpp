@@ -28,6 +28,20 @@ class ReportTest : public VexTest {
             std::getline(text, line);
         return {status, first};
     }
+    struct Case {
+        Lines words, first; // first lines of the report
+        int status;
+    };
+    void expectReports(const std::vector<Case>& cases) {
+        for (const Case& each : cases) {
+            SCOPED_TRACE(each.words.back());
+            Lines words{"-n", "3"};
+            words.insert(words.end(), each.words.begin(), each.words.end());
+            const auto [status, lines] = report(words, each.first.size());
+            EXPECT_EQ(status, each.status) << vex->screen();
+            expectMatch(lines, each.first);
+        }
+    }
     void expectMatch(const Lines& lines, const Lines& patterns) {
         for (std::size_t i = 0; i < patterns.size(); ++i) {
             regex_t compiled;
@@ -40,52 +54,49 @@ class ReportTest : public VexTest {
     }
 };
 
+const std::string well = "all went well: 3 tasks ended with status 0";
+
 TEST_F(ReportTest, NamesWhoIsAtFault) {
-    const std::string halo = program("halo"), endings = program("endings");
-    const std::string well = "all went well: 3 tasks ended with status 0",
-                      crash = "1 of 3 tasks crashed";
-    const struct {
-        Lines words, first;
-        int status;
-    } cases[] = {
-        {{halo, "--healthy"}, {well, ""}, 0},
-        {{halo, "--crash"},
-         {crash,
-          R"([0-9] \| SIGSEGV, Segmentation fault, at address 0x8, in peak \(halo.cpp:[0-9]+\), called by simulate)"},
-         4},
-        {{"--timeout", "4", halo},
-         {"timed out after 4 seconds: what its 3 tasks did then",
-          R"([0-9] \| 1 client in .*called by .*)",
-          R"([0-9].* \| 2 clients in poll, called by wait_for_message)"},
-         5},
-        {{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
-        {{endings, "usr1"}, {well}, 0},
-        {{endings, "suspended"}, {well}, 0},
-        {{endings, "recovers"}, {well}, 0},
-        {{endings, "reports"},
-         {crash, R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:[0-9]+\), called by main)"},
-         4},
-        {{endings, "again"},
-         {crash, R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:[0-9]+\), called by main)"},
-         4},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.words.back());
-        Lines words{"-n", "3"};
-        words.insert(words.end(), each.words.begin(), each.words.end());
-        const auto [status, lines] = report(words, each.first.size());
-        EXPECT_EQ(status, each.status) << vex->screen();
-        expectMatch(lines, each.first);
-    }
-    // What they say is seen as it is said.
-    EXPECT_EQ(report({"-n", "3", endings, "usr1"}, 0).first, 0);
-    EXPECT_NE(vex->screen().find("1 | 3 signals\n"), std::string::npos) << vex->screen();
+    const std::string halo = program("halo");
+    expectReports(
+        {{{halo, "--healthy"}, {well, ""}, 0},
+         {{halo, "--crash"},
+          {"1 of 3 tasks crashed",
+           R"([0-9] \| SIGSEGV, Segmentation fault, at address 0x8, in peak \(halo.cpp:[0-9]+\), called by simulate)"},
+          4},
+         {{"--timeout", "3", halo},
+          {"timed out after 3 seconds: what its 3 tasks did then",
+           R"([0-9] \| 1 client in .*called by .*)",
+           R"([0-9].* \| 2 clients in poll, called by wait_for_message)"},
+          5}});
     for (const Lines& wrong :
          {Lines{"--report", "x.pdf", halo}, {"--timeout", "3", halo}, {"--report", "x.txt"}}) {
         launch(wrong);
         EXPECT_EQ(vex->exitStatus(), 2) << vex->screen();
     }
     EXPECT_EQ(report({halo}, 0, "none/report.txt").first, 1);
+}
+
+TEST_F(ReportTest, TellsCrashesFromSignals) {
+    const std::string endings = program("endings");
+    const Lines stumbled{
+        "1 of 3 tasks crashed",
+        R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:[0-9]+\), called by main)"};
+    // Its prompt comes late behind what it tells of a stop: about when the task is judged by that.
+    const std::string late =
+        script("late", "#!/bin/sh\nexec gdb -iex \"python exec('import gdb, time\\nlate = []\\n"
+                       "gdb.events.stop.connect(late.append)\\ndef wait():\\n if late:\\n"
+                       "  late.clear()\\n  time.sleep(0.25)\\n"
+                       "gdb.events.before_prompt.connect(wait)')\" \"$@\"\n");
+    expectReports({{{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
+                   {{endings, "suspended"}, {well}, 0},
+                   {{"--debugger", late, endings, "suspended"}, {well}, 0},
+                   {{endings, "recovers"}, {well}, 0},
+                   {{endings, "reports"}, stumbled, 4},
+                   {{endings, "again"}, stumbled, 4},
+                   {{endings, "usr1"}, {well}, 0}});
+    // What they say is seen as it is said.
+    EXPECT_NE(vex->screen().find("1 | 3 signals\n"), std::string::npos) << vex->screen();
 }
 
 TEST_F(ReportTest, LeavesWhatRunsAsItWas) {
