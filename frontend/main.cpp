@@ -234,8 +234,16 @@ std::vector<std::string> reporterWords(const Options& options) {
     if (options.report.empty()) return {};
     const bool stands = options.attaches() || !options.core.empty();
     const char* const way = options.join != 0 ? "join" : stands ? "look" : "run";
-    std::vector<std::string> words{
-        "-f", options.report, "-w", way, "-t", std::to_string(options.timeout), "--"};
+    std::vector<std::string> words{"-f", options.report, "-w",
+                                   way,  "-t",           std::to_string(options.timeout)};
+    // For its version.
+    if (options.launches()) {
+        for (const std::string& word : options.launcherWords)
+            words.insert(words.end(), {"-l", word});
+    }
+    if (options.mpiLauncher != 0)
+        words.insert(words.end(), {"-p", std::to_string(options.mpiLauncher)});
+    words.emplace_back("--");
     words.insert(words.end(), options.words.begin(), options.words.end());
     return words;
 }

@@ -121,6 +121,8 @@ bool SignalFacts::isFault() const {
 void Findings::conclude(Report& report) const {
     if (!std::ranges::all_of(waits, isUntraced)) report.waits = waits;
     report.who = who;
+    report.debugger = debugger;
+    report.mpi = mpi;
     report.launcher = launcher;
     report.notes = notes;
     report.output = log.lastLines();

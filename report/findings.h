@@ -44,6 +44,9 @@ struct Findings {
     ClientSet clients, lost;
     std::vector<Row> stat, waits, who;
     Transcript stacks;
+    /// The first line of what a debugger says of its version; which MPI libraries tasks have.
+    std::string debugger;
+    std::vector<Row> mpi;
     std::vector<std::string> launcher;
     std::vector<Row> notes;
 

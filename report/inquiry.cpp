@@ -4,6 +4,7 @@
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
+#include "report/versions.h"
 
 #include <algorithm>
 #include <charconv>
@@ -306,7 +307,11 @@ void Inquiry::look() {
     found.lost.erase(session.members(GroupNames::all));
     if (!stat.complete || found.clients.empty()) return;
     const Answer told = ask({found.clients.front()}, "show version");
-    if (!told.rows.empty()) version = told.rows.front().text;
+    if (!told.rows.empty()) found.debugger = told.rows.front().text;
+    for (const Row& row : ask(found.clients, Versions::mpiCommand()).rows) {
+        if (std::string mpi = Versions::mpiOf(row.text); !mpi.empty())
+            found.mpi.push_back({row.clients, std::move(mpi)});
+    }
 }
 
 // Those of the clients that work for no other console. A group in which one does is refused.

@@ -31,8 +31,6 @@ class Inquiry {
     const Findings& carryOut();
     /// When the tasks were looked at; nothing when they were not.
     std::optional<std::chrono::system_clock::time_point> lookedAt() const { return looked; }
-    /// The first line of what the debugger says of its version; empty: unknown.
-    const std::string& debugger() const { return version; }
 
   private:
     using Clock = Conversation::Clock;
@@ -48,7 +46,6 @@ class Inquiry {
     const std::string group;
     Findings found;
     std::optional<std::chrono::system_clock::time_point> looked;
-    std::string version;
     bool running = false; // commands that let tasks run have not all ended
     bool hurried = false; // a signal has come
     std::optional<Clock::time_point> stopAt;

@@ -43,6 +43,11 @@ std::string header(const Report& report) {
     line("written", report.written);
     line("vex", report.vex);
     line("debugger", report.debugger);
+    line("launcher", report.launchedBy);
+    // One library is that of all, as a rule.
+    for (const Row& row : report.mpi)
+        line("mpi", (report.mpi.size() > 1 ? Text::list(row.clients) + " | " : "") + row.text);
+    line("system", report.system);
     return text;
 }
 

@@ -1,6 +1,7 @@
 #include "report/findings.h"
 #include "report/htmlform.h"
 #include "report/jsonform.h"
+#include "report/launcherversion.h"
 #include "report/textform.h"
 #include "tests/support/testing.h"
 
@@ -17,6 +18,7 @@ TEST(Report, IsOneInAllForms) {
                   {{0, 1, 3}, "  receive"}};
     found.log.add({0}, "</script> \"\x01\xff");
     Report report;
+    found.mpi = {{{0, 1}, "Open MPI 4.1.4"}, {{2, 3}, "MPICH 4.0.2"}};
     report.command = "vex x";
     found.conclude(report);
     const std::string text = TextForm::of(report);
@@ -24,6 +26,9 @@ TEST(Report, IsOneInAllForms) {
         text.find("\n== Where the tasks are\n2 | 1 client in search, called by go_round\n"
                   "0:1 3 | 3 clients in MPI_Recv, called by receive\n0:3 | main\n2 |   search\n"),
         text.npos)
+        << text;
+    EXPECT_NE(text.find("\nmpi       0:1 | Open MPI 4.1.4\nmpi       2:3 | MPICH 4.0.2\n"),
+              text.npos)
         << text;
     const std::string json = JsonForm::of(report);
     for (const std::string part :
@@ -34,6 +39,23 @@ TEST(Report, IsOneInAllForms) {
     // What tasks say does not end the script that holds it.
     const std::string page = HtmlForm::of(report);
     EXPECT_NE(page.find(R"("\u003c/script> \")"), page.npos);
+}
+
+// What launchers answer, and programs that are none.
+TEST(LauncherVersion, IsTheLineWithTheNumber) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"mpirun (Open MPI) 4.1.4\n\nReport bugs to https://x/1\n", "mpirun (Open MPI) 4.1.4"},
+        {"HYDRA build details:\n    Version:   4.0.2\n    Date: 7\n",
+         "HYDRA build details: Version: 4.0.2"},
+        {"\n\x1b[1mslurm 22.05.8", "^[[1mslurm 22.05.8"},
+        {"", ""},
+    };
+    for (const auto& [answer, line] : cases)
+        EXPECT_EQ(LauncherVersion::lineOf(answer), line);
+    LauncherVersion none, missing;
+    none.ask({"./start-job", "-n", "4"});
+    missing.ask({"env", "/none/mpirun"});
+    EXPECT_EQ(none.answer() + missing.answer(), "");
 }
 
 } // namespace

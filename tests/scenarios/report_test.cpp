@@ -207,6 +207,11 @@ TEST_F(ReportTest, OfAnMpiJob) {
         expectMatch(lines, {".*", R"(2 \| called MPI_Abort in search \(ring.cpp:[0-9]+\))"});
         std::tie(status, lines) = report({"--launch", launcher, ring, "--healthy"}, 1);
         EXPECT_EQ(status, 0) << vex->screen();
+        const std::string text = folder.read("report.txt");
+        const bool isMpich = kind == "mpich";
+        for (const std::string version : {isMpich ? "\nlauncher  HYDRA" : "\nlauncher  mpirun",
+                                          isMpich ? "\nmpi       MPICH " : "\nmpi       Open MPI "})
+            EXPECT_NE(text.find(version), text.npos) << text;
     }
     if (tried == 0) GTEST_SKIP() << "there is no MPI here (Debian: openmpi-bin, mpich)";
 }
