@@ -177,7 +177,9 @@ std::optional<int> Conversation::command(const std::string& group, const std::st
     return settle().failure;
 }
 
-void Conversation::interrupt() { send(Command::INTERRUPT, GroupNames::all, nullptr, 0); }
+void Conversation::interrupt(const std::string& group) {
+    send(Command::INTERRUPT, group, nullptr, 0);
+}
 
 void Conversation::quit() { send(Command::QUIT, GroupNames::all, nullptr, 0); }
 

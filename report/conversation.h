@@ -40,7 +40,7 @@ class Conversation {
     /// it was refused, 0: of none. READY tells that a command has ended, but not which one: where
     /// others may be under way, ask for the clients at work.
     std::optional<int> command(const std::string& group, const std::string& text);
-    void interrupt();
+    void interrupt(const std::string& group);
     void quit();
     /// Makes a group; false: the session has refused it.
     bool assign(const std::string& group, const ClientSet& clients);

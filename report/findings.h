@@ -42,6 +42,8 @@ struct Findings {
     std::map<int, SignalFacts> signals; // by client
     /// The clients of the session, those of them that it has lost, and the answers of all.
     ClientSet clients, lost;
+    /// Those whose debuggers do not answer, or could not read their core file.
+    ClientSet silent, unread;
     std::vector<Row> stat, waits, who;
     Transcript stacks;
     /// The first line of what a debugger says of its version; which MPI libraries tasks have.

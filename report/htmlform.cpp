@@ -65,7 +65,7 @@ function put(parent, tag, text, name) {
 }
 function labelled(parent, runs, text, name) {
   const line = put(parent, 'div', undefined, name);
-  put(line, 'span', ids(runs) + ' | ', 'who');
+  if (runs.length) put(line, 'span', ids(runs) + ' | ', 'who');
   put(line, 'span', text);
   return line;
 }

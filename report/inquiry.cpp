@@ -13,7 +13,6 @@
 #include <cstring>
 #include <map>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -36,8 +35,6 @@ constexpr auto settling = 200ms; // for tasks that stop at about the same time
 constexpr auto others = 1s;      // after the first crash, for those that crash as well
 constexpr auto stopping = 10s;   // for tasks to stop when told to
 constexpr auto insisting = 1s;   // before they are told again
-constexpr auto answering = 120s; // for a debugger
-constexpr auto inAHurry = 10s;   // for a debugger, after a signal
 
 bool letsRun(const std::string& command) {
     return command == runCommand || command == goOnCommand || command == interruptCommand ||
@@ -76,28 +73,22 @@ std::string innermost(const std::vector<std::string_view>& stack) {
     return stack.empty() ? "" : std::string(stack.front());
 }
 
-std::vector<Row> rowsOf(const Data& data) {
-    std::vector<Row> rows;
-    for (const auto& [number, slot] : data.slots()) {
-        for (const Line& line : slot.lines)
-            rows.push_back({line.clients(), std::string(line.getContent())});
-    }
-    return rows;
-}
-
 } // namespace
 
 Inquiry::Inquiry(Conversation& conversation, const Plan& what)
     : session(conversation),
       plan(what),
-      group("VEX_REPORT_" + std::to_string(conversation.number())),
-      found(0) {}
+      questions(conversation, what.way == JOIN, *this),
+      found(0) {
+    found.notes = plan.notes;
+}
 
 const Findings& Inquiry::carryOut() {
     found.ran = plan.way == RUN;
     found.timeout = plan.timeout;
     try {
         found.clients = session.members(GroupNames::all);
+        questions.setAll(found.clients);
         found.log = TaskLog(tasksOf(found.clients));
         if (plan.way == RUN) run();
         look();
@@ -126,7 +117,7 @@ void Inquiry::run() {
         Conversation::Heard heard = session.hear(until);
         switch (heard.kind) {
         case Conversation::Heard::TEXT:
-            learn(heard.data);
+            onText(heard.data);
             break;
         case Conversation::Heard::READY:
             running = stillRuns();
@@ -154,21 +145,22 @@ void Inquiry::run() {
 // Those that stop meanwhile by themselves have crashed as well.
 void Inquiry::stopAll() {
     const auto until = Clock::now() + stopping;
-    session.interrupt();
+    session.interrupt(GroupNames::all);
     auto again = Clock::now() + insisting;
     while (running && Clock::now() < until) {
         const Conversation::Heard heard = session.hear(std::min(again, until));
-        if (heard.kind == Conversation::Heard::TEXT) learn(heard.data);
+        if (heard.kind == Conversation::Heard::TEXT) onText(heard.data);
         if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);
         if (heard.kind == Conversation::Heard::READY) running = stillRuns();
         if (heard.kind != Conversation::Heard::TIME) continue;
         // A debugger on a busy machine may have dropped it.
         running = stillRuns();
-        if (running) session.interrupt();
+        if (running) session.interrupt(GroupNames::all);
         again = Clock::now() + insisting;
     }
     if (running) {
-        busy = session.atWork();
+        const ClientSet busy = session.atWork();
+        questions.leaveOut(busy);
         found.notes.push_back({busy, "could not be stopped, and was not looked at"});
     }
     ClientSet crashed;
@@ -187,6 +179,7 @@ void Inquiry::judge(const ClientSet& stopped) {
     const ClientSet passed = passOn(stopped);
     ClientSet crashed = stopped;
     crashed.erase(passed);
+    crashed.erase(questions.leftOut());
     std::map<std::string, ClientSet> commands;
     for (const int id : passed)
         commands[suspended.contains(id)                ? withoutSignalCommand
@@ -219,7 +212,7 @@ void Inquiry::crashSeen() {
 ClientSet Inquiry::passOn(const ClientSet& stopped) {
     if (stopped.empty()) return {};
     Transcript status;
-    status.add(ask(stopped, "info proc status").rows);
+    status.add(questions.ask(stopped, "info proc status").rows);
     ClientSet passed, faults;
     suspended = {};
     for (const int id : stopped) {
@@ -255,7 +248,7 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
 
 void Inquiry::noteDetails(const ClientSet& clients) {
     if (clients.empty()) return;
-    for (const Row& row : ask(clients, SignalFacts::command()).rows) {
+    for (const Row& row : questions.ask(clients, SignalFacts::command()).rows) {
         const SignalFacts facts = SignalFacts::of(row.text);
         if (facts.number == 0) continue;
         for (const int id : row.clients)
@@ -263,137 +256,76 @@ void Inquiry::noteDetails(const ClientSet& clients) {
     }
     for (const int id : clients)
         found.fullStacks.forget(id);
-    found.fullStacks.add(ask(clients, fullStackCommand).rows);
+    found.fullStacks.add(questions.ask(clients, fullStackCommand).rows);
 }
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
-    if (!gather(clients)) return;
     found.log.goOn(clients);
-    session.command(group, command);
+    if (!questions.command(clients, command))
+        found.notes.push_back({clients, "could not be let go on"});
 }
 
 void Inquiry::look() {
     looked = std::chrono::system_clock::now();
     ClientSet all = found.clients;
-    all.erase(busy);
     if (plan.way == JOIN) {
         ClientSet foreign = all;
-        all = idleOf(all);
+        all = questions.idleOf(all);
         foreign.erase(all);
         if (!foreign.empty())
             found.notes.push_back({foreign, "not looked at: in the hands of another console"});
     }
-    const Answer stat = ask(all, "vex stat");
+    ClientSet asked = all;
+    const Questions::Answer stat = questions.ask(all, "vex stat");
     found.stat = stat.rows;
     // Those that have ended have no stack.
     for (const Row& row : stat.rows) {
-        if (row.text.starts_with("no stack: ")) all.erase(row.clients);
+        if (!row.text.starts_with("no stack: ")) continue;
+        all.erase(row.clients);
+        if (plan.way == CORES) found.unread.insert(row.clients);
     }
+    if (!found.unread.empty())
+        found.notes.push_back({found.unread, "the debugger could not read the core file"});
     if (stat.complete && !all.empty()) {
         if (!found.ran) {
-            for (const Row& row : ask(all, SignalFacts::command()).rows) {
+            for (const Row& row : questions.ask(all, SignalFacts::command()).rows) {
                 if (SignalFacts::of(row.text).isFault()) found.crashed.insert(row.clients);
             }
             noteDetails(found.crashed);
         }
         ClientSet rest = all;
         rest.erase(found.crashed);
-        found.stacks.add(ask(rest, stackCommand).rows);
+        found.stacks.add(questions.ask(rest, stackCommand).rows);
     }
-    found.who = ask(found.clients, whoCommand).rows;
-    const Answer waits = ask(found.clients, waitsCommand);
+    found.who = questions.askSession(whoCommand).rows;
+    const Questions::Answer waits = questions.askSession(waitsCommand);
     if (waits.complete) found.waits = waits.rows;
     found.lost = found.clients;
     found.lost.erase(session.members(GroupNames::all));
-    if (!stat.complete || found.clients.empty()) return;
-    const Answer told = ask({found.clients.front()}, "show version");
+    asked.erase(questions.leftOut());
+    if (!stat.complete || asked.empty()) return;
+    const Questions::Answer told = questions.ask({asked.front()}, "show version");
     if (!told.rows.empty()) found.debugger = told.rows.front().text;
-    for (const Row& row : ask(found.clients, Versions::mpiCommand()).rows) {
+    for (const Row& row : questions.ask(asked, Versions::mpiCommand()).rows) {
         if (std::string mpi = Versions::mpiOf(row.text); !mpi.empty())
             found.mpi.push_back({row.clients, std::move(mpi)});
     }
 }
 
-// Those of the clients that work for no other console. A group in which one does is refused.
-ClientSet Inquiry::idleOf(const ClientSet& clients) {
-    const Answer answer = ask(clients, "echo");
-    if (answer.error != CMD_GROUP_BUSY) return clients;
-    if (clients.size() == 1) return {};
-    ClientSet halves[2];
-    for (const int id : clients)
-        halves[halves[0].size() < clients.size() / 2 ? 0 : 1].insert(id);
-    ClientSet idle = idleOf(halves[0]);
-    idle.insert(idleOf(halves[1]));
-    return idle;
-}
-
-// Makes the group of those clients that are still there.
-bool Inquiry::gather(const ClientSet& clients) {
-    if (session.assign(group, clients)) return true;
-    const ClientSet living = clients.intersection(session.members(GroupNames::all));
-    return !living.empty() && session.assign(group, living);
-}
-
-Inquiry::Answer Inquiry::ask(const ClientSet& clients, const std::string& command) {
-    if (clients.empty()) return {};
-    if (clients == found.clients) return askGroup(GroupNames::all, command);
-    if (clients.size() == 1) return askGroup(std::to_string(clients.front()), command);
-    if (!gather(clients)) return {};
-    Answer answer = askGroup(group, command);
-    if (plan.way == JOIN) session.forget(group, clients);
-    return answer;
-}
-
-Inquiry::Answer Inquiry::askGroup(const std::string& name, const std::string& command) {
-    Answer answer;
-    const auto begun = Clock::now();
-    bool given = false, told = false; // given up
-    // Which no client works at, and which is told in one piece.
-    const bool ofSession = command == whoCommand || command == waitsCommand;
-    // A task that has just stopped may not have told so.
-    while (const auto refusal = session.command(name, command)) {
-        answer.error = *refusal;
-        if (plan.way == JOIN || *refusal != CMD_GROUP_BUSY || Clock::now() > begun + 5s)
-            return answer;
-        std::this_thread::sleep_for(50ms);
-    }
-    const ClientSet asked = session.members(name);
-    for (;;) {
-        const auto patience = hurried ? std::chrono::seconds(inAHurry) : answering;
-        Conversation::Heard heard = session.hear(begun + (given ? patience + stopping : patience));
-        switch (heard.kind) {
-        case Conversation::Heard::READY:
-            // It may be that of tasks which were let run before.
-            if (!asked.intersection(session.atWork()).empty() || (ofSession && !told)) break;
-            answer.complete = !given;
-            return answer;
-        case Conversation::Heard::TEXT:
-            if (heard.data.getConsoleCmd() == command) {
-                told = true;
-                for (Row& row : rowsOf(heard.data))
-                    answer.rows.push_back(std::move(row));
-            } else {
-                learn(heard.data);
-            }
-            break;
-        case Conversation::Heard::SIGNAL:
-            onSignal(heard.signal);
-            break;
-        case Conversation::Heard::TIME:
-            if (given) return answer;
-            given = true;
-            session.interrupt();
-            found.notes.push_back(
-                {session.members(name), "do not answer '" + command + "' in time"});
-            break;
-        }
-    }
+void Inquiry::onSilent(const ClientSet& clients, const std::string& question,
+                       std::chrono::seconds time) {
+    found.silent.insert(clients);
+    // gdb's Python is one line without end.
+    const std::string asked = question.substr(0, question.find_first_of("( "));
+    found.notes.push_back({clients, "no answer to '" + asked + "' in " +
+                                        std::to_string(time.count()) +
+                                        " seconds; not looked at any further"});
 }
 
 // Lines that belong to no answer that is waited for: what tasks say, and what the session tells.
-void Inquiry::learn(const Data& data) {
+void Inquiry::onText(const Data& data) {
     const bool tasks = letsRun(data.getConsoleCmd());
-    for (const Row& row : rowsOf(data)) {
+    for (const Row& row : Questions::rowsOf(data)) {
         if (tasks) {
             // gdb's empty lines are those in front of what it tells.
             if (found.log.add(row.clients, row.text) && plan.echo && !row.text.empty())
@@ -411,6 +343,7 @@ void Inquiry::learn(const Data& data) {
 // What is found out from now on has to be so at once.
 void Inquiry::onSignal(int number) {
     hurried = true;
+    questions.hurry();
     if (found.signal == 0) found.signal = number;
     stopAt = Clock::now();
 }

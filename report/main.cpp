@@ -35,6 +35,7 @@ struct Words {
     Inquiry::Way way = Inquiry::RUN;
     std::vector<std::string> launcher; // its command line
     pid_t launched = -1;               // its process
+    std::vector<Row> notes;            // of the start
     std::string file;
     std::string command;
 };
@@ -48,17 +49,21 @@ std::string utc(SystemTime when) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-// -s SESSION -b STARTER -t SECONDS -w run|look|join -f FILE [-l WORD]... [-p PID] -- COMMAND...
+// -s SESSION -b STARTER -t SECONDS -w run|look|cores|join -f FILE [-e NOTE]... [-l WORD]... [-p
+// PID]
+// -- COMMAND...
 Words parse(int argc, char** argv) {
     Words words;
-    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:l:p:")) != -1;) {
+    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:e:l:p:")) != -1;) {
         const std::string_view value = optarg ? optarg : "";
         const int number = wholeNumber<int>(value).value_or(0);
         if (option == 's') words.session = number;
         if (option == 'b') words.starter = number;
         if (option == 't') words.timeout = number;
         if (option == 'w' && value == "look") words.way = Inquiry::LOOK;
+        if (option == 'w' && value == "cores") words.way = Inquiry::CORES;
         if (option == 'w' && value == "join") words.way = Inquiry::JOIN;
+        if (option == 'e') words.notes.push_back({{}, std::string(value)});
         if (option == 'f') words.file = value;
         if (option == 'l') words.launcher.emplace_back(value);
         if (option == 'p') words.launched = number;
@@ -82,9 +87,10 @@ int run(const Words& words) {
     if (!words.launcher.empty()) launcher.ask(words.launcher);
     if (words.launched > 0) launcher.askProcess(words.launched);
     report.started = utc(std::chrono::system_clock::now());
-    Inquiry inquiry(
-        session,
-        {.way = words.way, .timeout = words.timeout, .echo = words.file == "-" ? stderr : stdout});
+    Inquiry inquiry(session, {.way = words.way,
+                              .timeout = words.timeout,
+                              .notes = words.notes,
+                              .echo = words.file == "-" ? stderr : stdout});
     const Findings& found = inquiry.carryOut();
     report.command = words.command;
     report.tasks = static_cast<int>(found.clients.size());

@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t indent = 2; // blanks of a call of the tree
 
 void add(std::string& text, const ClientSet& clients, const std::string& line) {
-    text += Text::list(clients) + " | " + line;
+    text += (clients.empty() ? "" : Text::list(clients) + " | ") + line;
     // What tasks say may end with blanks; a line of the report does not.
     text.erase(text.find_last_not_of(' ') + 1);
     text += '\n';

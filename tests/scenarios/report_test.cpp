@@ -4,6 +4,7 @@
 #include "tests/support/walker.h"
 
 #include <arpa/inet.h>
+#include <elf.h>
 #include <netinet/in.h>
 #include <regex.h>
 
@@ -119,6 +120,40 @@ TEST_F(ReportTest, LeavesWhatRunsAsItWas) {
     EXPECT_EQ(console.command("print 6 * 7", "1"), (Lines{"1 | $1 = 42", "READY"}));
     vex = nullptr;
     owner->signal(SIGTERM);
+}
+
+TEST_F(ReportTest, SaysWhatDebuggersCouldNotDo) {
+    Elf64_Ehdr header{};
+    std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+    header.e_ident[EI_CLASS] = ELFCLASS64;
+    header.e_ident[EI_DATA] = ELFDATA2LSB;
+    header.e_ident[EI_VERSION] = EV_CURRENT;
+    header.e_type = ET_CORE;
+    // Of what is said to follow, there is nothing.
+    header.e_phoff = sizeof header;
+    header.e_phentsize = sizeof(Elf64_Phdr);
+    header.e_phnum = 1;
+    const std::string core =
+        folder.write("core.4", {reinterpret_cast<const char*>(&header), sizeof header});
+    const std::string other = folder.write("core.5", "");
+    EXPECT_EQ(report({"--core", folder.path("core.*"), program("halo")}, 0).first, 3);
+    std::string text = folder.read("report.txt");
+    EXPECT_NE(text.find("\n4 | the debugger could not read the core file\n"), text.npos) << text;
+    EXPECT_NE(text.find("\n4 | \"" + core + "\" is not"), text.npos) << text;
+    EXPECT_NE(text.find("\n" + other + " is left out: "), text.npos) << text;
+    // One that does not answer does not keep the others from it.
+    const std::string commands =
+        folder.write("commands", "define bt\nshell trap '' INT; sleep 1000\nend\n");
+    const std::string hangs =
+        script("hangs", "#!/bin/sh\n[ $VEX_TASK != 1 ] || set -- -iex 'source " + commands +
+                            "' \"$@\"\nexec gdb \"$@\"\n");
+    ::setenv("VEX_REPORT_PATIENCE", "3", 1);
+    EXPECT_EQ(report({"-n", "3", "--timeout", "1", "--debugger", hangs, program("halo")}, 0).first,
+              5);
+    ::unsetenv("VEX_REPORT_PATIENCE");
+    text = folder.read("report.txt");
+    EXPECT_NE(text.find("\n1 | no answer to 'bt' in 3 seconds; "), text.npos) << text;
+    EXPECT_NE(text.find("\n2 | #0  "), text.npos) << text;
 }
 
 // The page tells what a user sees who clicks; it fetches nothing by itself, so that is allowed
