@@ -85,6 +85,14 @@ class SoakTest : public VexTest {
         }
         alive.erase(id);
     }
+    // What one of the tasks seems to have forked becomes a client.
+    void forkOne() {
+        peers[0]->command("fork", std::to_string(alive.ranges().front().first));
+        const ClientSet found = peers[0]->forked(1);
+        const int id = found.ranges().front().first;
+        ASSERT_TRUE(model.try_emplace(id, id).second) << id;
+        alive.insert(id);
+    }
     long resident() const {
         long size = 0, pages = 0;
         std::istringstream(ProcessTree::fileOf(sessionPid(), "statm")) >> size >> pages;
@@ -114,6 +122,7 @@ TEST_F(SoakTest, EveryAnswerIsRightAndMemoryStaysFlat) {
         for (Work& work : works)
             check(work);
         if (upTo(200) == 0 && static_cast<int>(alive.size()) > survivors) endOne();
+        if (upTo(200) == 0 && static_cast<int>(alive.size()) < tasks + 8) forkOne();
         if (upTo(20) == 0) peers[upTo(consoles - 1)] = std::make_unique<Peer>(path);
         const int passed = length - end.left();
         if (passed < length / 12) continue;
