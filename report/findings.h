@@ -1,5 +1,6 @@
 #pragma once
 
+#include "report/excerpt.h"
 #include "report/report.h"
 #include "report/tasklog.h"
 #include "report/transcript.h"
@@ -49,13 +50,20 @@ struct Findings {
     /// The first line of what a debugger says of its version; which MPI libraries tasks have.
     std::string debugger;
     std::vector<Row> mpi;
-    std::vector<std::string> launcher;
-    std::vector<Row> notes;
+    /// A line that the launcher has said.
+    void addLauncherLine(const std::string& line);
+    /// What could not be found out; the same about several clients is one note.
+    void addNote(const ClientSet& clients, const std::string& text);
 
     /// Fills in what follows from all this; the rest of the report is the caller's.
     void conclude(Report& report) const;
 
   private:
+    Excerpt<std::string> launcher;
+    Excerpt<Row> notes;
+    // Whom lines of the launcher name as those that have ended the job.
+    ClientSet enders;
+
     void addCrashes(Report& report) const;
     void addEnds(Report& report) const;
     void addStat(Report& report) const;

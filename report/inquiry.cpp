@@ -80,7 +80,8 @@ Inquiry::Inquiry(Conversation& conversation, const Plan& what)
       plan(what),
       questions(conversation, what.way == JOIN, *this),
       found(0) {
-    found.notes = plan.notes;
+    for (const std::string& note : plan.notes)
+        found.addNote({}, note);
 }
 
 const Findings& Inquiry::carryOut() {
@@ -161,7 +162,7 @@ void Inquiry::stopAll() {
     if (running) {
         const ClientSet busy = session.atWork();
         questions.leaveOut(busy);
-        found.notes.push_back({busy, "could not be stopped, and was not looked at"});
+        found.addNote(busy, "could not be stopped, and was not looked at");
     }
     ClientSet crashed;
     for (const int id : found.log.takeStopped()) {
@@ -261,8 +262,7 @@ void Inquiry::noteDetails(const ClientSet& clients) {
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
     found.log.goOn(clients);
-    if (!questions.command(clients, command))
-        found.notes.push_back({clients, "could not be let go on"});
+    if (!questions.command(clients, command)) found.addNote(clients, "could not be let go on");
 }
 
 void Inquiry::look() {
@@ -273,7 +273,7 @@ void Inquiry::look() {
         all = questions.idleOf(all);
         foreign.erase(all);
         if (!foreign.empty())
-            found.notes.push_back({foreign, "not looked at: in the hands of another console"});
+            found.addNote(foreign, "not looked at: in the hands of another console");
     }
     ClientSet asked = all;
     const Questions::Answer stat = questions.ask(all, "vex stat");
@@ -285,7 +285,7 @@ void Inquiry::look() {
         if (plan.way == CORES) found.unread.insert(row.clients);
     }
     if (!found.unread.empty())
-        found.notes.push_back({found.unread, "the debugger could not read the core file"});
+        found.addNote(found.unread, "the debugger could not read the core file");
     if (stat.complete && !all.empty()) {
         if (!found.ran) {
             for (const Row& row : questions.ask(all, SignalFacts::command()).rows) {
@@ -317,9 +317,8 @@ void Inquiry::onSilent(const ClientSet& clients, const std::string& question,
     found.silent.insert(clients);
     // gdb's Python is one line without end.
     const std::string asked = question.substr(0, question.find_first_of("( "));
-    found.notes.push_back({clients, "no answer to '" + asked + "' in " +
-                                        std::to_string(time.count()) +
-                                        " seconds; not looked at any further"});
+    found.addNote(clients, "no answer to '" + asked + "' in " + std::to_string(time.count()) +
+                               " seconds; not looked at any further");
 }
 
 // Lines that belong to no answer that is waited for: what tasks say, and what the session tells.
@@ -332,9 +331,9 @@ void Inquiry::onText(const Data& data) {
                 std::fprintf(plan.echo, "%s | %s\n", Text::list(row.clients).c_str(),
                              row.text.c_str());
         } else if (row.text.starts_with(launcherMark)) {
-            found.launcher.push_back(row.text.substr(launcherMark.size()));
+            found.addLauncherLine(row.text.substr(launcherMark.size()));
         } else if (data.getConsoleCmd().empty()) {
-            found.notes.push_back(row);
+            found.addNote(row.clients, row.text);
         }
     }
     if (plan.echo) std::fflush(plan.echo);

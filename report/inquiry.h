@@ -23,7 +23,7 @@ class Inquiry : private Questions::Owner {
         /// Seconds that the tasks run at most; 0: as long as they want.
         int timeout = 0;
         /// What could not be done before there was a session.
-        std::vector<Row> notes = {};
+        std::vector<std::string> notes = {};
         /// Where what the tasks say is shown at once.
         std::FILE* echo = stdout;
     };

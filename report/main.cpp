@@ -35,7 +35,7 @@ struct Words {
     Inquiry::Way way = Inquiry::RUN;
     std::vector<std::string> launcher; // its command line
     pid_t launched = -1;               // its process
-    std::vector<Row> notes;            // of the start
+    std::vector<std::string> notes;    // of the start
     std::string file;
     std::string command;
 };
@@ -63,7 +63,7 @@ Words parse(int argc, char** argv) {
         if (option == 'w' && value == "look") words.way = Inquiry::LOOK;
         if (option == 'w' && value == "cores") words.way = Inquiry::CORES;
         if (option == 'w' && value == "join") words.way = Inquiry::JOIN;
-        if (option == 'e') words.notes.push_back({{}, std::string(value)});
+        if (option == 'e') words.notes.emplace_back(value);
         if (option == 'f') words.file = value;
         if (option == 'l') words.launcher.emplace_back(value);
         if (option == 'p') words.launched = number;

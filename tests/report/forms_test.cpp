@@ -19,7 +19,11 @@ TEST(Report, IsOneInAllForms) {
     found.log.add({0}, "</script> \"\x01\xff");
     Report report;
     found.mpi = {{{0, 1}, "Open MPI 4.1.4"}, {{2, 3}, "MPICH 4.0.2"}};
-    report.command = "vex x";
+    report.command = "vex 'x\ny\x1b'";
+    for (int i = 0; i < 1000; ++i) {
+        found.addLauncherLine("line " + std::to_string(i) + "\x1b[2J");
+        found.addNote({i % 4}, "note " + std::to_string(i / 4));
+    }
     found.conclude(report);
     const std::string text = TextForm::of(report);
     EXPECT_NE(
@@ -30,6 +34,13 @@ TEST(Report, IsOneInAllForms) {
     EXPECT_NE(text.find("\nmpi       0:1 | Open MPI 4.1.4\nmpi       2:3 | MPICH 4.0.2\n"),
               text.npos)
         << text;
+    // A terminal that shows it stays as it is.
+    EXPECT_NE(text.find("\ncommand   vex 'x^Jy^['\n"), text.npos) << text;
+    EXPECT_NE(text.find("\nline 99^[[2J\n[800 lines left out]\nline 900^[[2J\n"), text.npos)
+        << text;
+    EXPECT_NE(text.find("\n0:3 | note 99\n[50 notes left out]\n0:3 | note 150\n"), text.npos)
+        << text;
+    EXPECT_NE(text.find("\n0 | </script> \"^A"), text.npos) << text;
     const std::string json = JsonForm::of(report);
     for (const std::string part :
          {"{\"version\":1,\n\"outcome\":\"looked\",\n\"status\":0,\n",
