@@ -317,7 +317,7 @@ void Findings::addOutcome(Report& report) const {
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
     const bool errors = !silent.empty() || !unread.empty() || !gone.empty();
-    report.disturbed = cut ? 1 : signal != 0 ? 128 + signal : errors ? 3 : 0;
+    report.disturbed = signal != 0 ? 128 + signal : cut ? 1 : errors ? 3 : 0;
     if (cut)
         report.notes.push_back({clients, "the session ended before all was found out about them"});
     report.headline = timedOut ? "timed out after " +

@@ -221,6 +221,14 @@ TEST_F(ReportTest, IsWrittenAtAWarning) {
     EXPECT_EQ(text.find("what 2 tasks do\n"), 0u) << text;
     EXPECT_NE(text.find(", called by wait_for_message\n"), text.npos) << text;
     expectNothingLeft("");
+    // What was found at fault before that says more, in the report as outside.
+    launch({"--report", folder.path("report.json"), "-n", "2", "/bin/sh", "-c",
+            "test $VEX_TASK = 1 && exit 3; sleep 1; echo late; sleep 1000"});
+    vex->until("late");
+    vex->signal(SIGTERM);
+    EXPECT_EQ(vex->exitStatus(), 4);
+    EXPECT_NE(folder.read("report.json").find("\n\"status\":4,\n"), text.npos);
+    expectNothingLeft("");
 }
 
 TEST_F(ReportTest, OfAnMpiJob) {
