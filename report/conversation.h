@@ -35,6 +35,8 @@ class Conversation {
     int number() const { return id; }
     /// What comes next; TIME: nothing did until then.
     Heard hear(std::optional<Clock::time_point> until);
+    /// Whether something has come that was not heard yet: what a request waited for comes behind.
+    bool hasMore() const { return !waiting.empty(); }
 
     /// Has clients carry out a command. Nothing: they do; else the number of the message by which
     /// it was refused, 0: of none. READY tells that a command has ended, but not which one: where

@@ -112,7 +112,7 @@ void Inquiry::run() {
     running = true;
     std::optional<Clock::time_point> judgeAt;
     ClientSet stopped;
-    while (running) {
+    while (running || session.hasMore()) {
         auto until = stopAt;
         if (judgeAt && (!until || *judgeAt < *until)) until = judgeAt;
         Conversation::Heard heard = session.hear(until);
@@ -148,7 +148,7 @@ void Inquiry::stopAll() {
     const auto until = Clock::now() + stopping;
     session.interrupt(GroupNames::all);
     auto again = Clock::now() + insisting;
-    while (running && Clock::now() < until) {
+    while ((running && Clock::now() < until) || session.hasMore()) {
         const Conversation::Heard heard = session.hear(std::min(again, until));
         if (heard.kind == Conversation::Heard::TEXT) onText(heard.data);
         if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);

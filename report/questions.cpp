@@ -108,14 +108,14 @@ Questions::Answer Questions::await(const ClientSet& clients, const std::string& 
                                    bool ofSession) {
     Answer answer;
     const auto begun = Clock::now();
-    for (bool told = false; !answer.complete;) {
+    for (bool told = false, over = false; !answer.complete;) {
         const auto time = patience(clients);
         Conversation::Heard heard = session.hear(begun + time);
         switch (heard.kind) {
         case Conversation::Heard::READY:
             // It may be that of tasks which were let run before. No client works at what the
             // session answers, which comes in one piece.
-            answer.complete = ofSession ? told : clients.intersection(session.atWork()).empty();
+            over = ofSession ? told : clients.intersection(session.atWork()).empty();
             break;
         case Conversation::Heard::TEXT:
             if (heard.data.getConsoleCmd() != question) {
@@ -132,10 +132,13 @@ Questions::Answer Questions::await(const ClientSet& clients, const std::string& 
         case Conversation::Heard::TIME:
             break;
         }
+        // Their answers may stand behind a READY that was not theirs.
+        answer.complete = over && !session.hasMore();
         // Tasks may talk all the while.
         if (answer.complete || Clock::now() < begun + time) continue;
         const ClientSet silent = clients.intersection(session.atWork());
-        if (!silent.empty()) owner.onSilent(silent, question, time);
+        answer.complete = silent.empty();
+        if (!answer.complete) owner.onSilent(silent, question, time);
         giveUp(silent);
         return answer;
     }
