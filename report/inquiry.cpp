@@ -36,6 +36,10 @@ constexpr auto others = 1s;      // after the first crash, for those that crash 
 constexpr auto stopping = 10s;   // for tasks to stop when told to
 constexpr auto insisting = 1s;   // before they are told again
 
+// How often a task is stopped at a signal that it handles: each takes some tenths of a second.
+constexpr int seenSignals = 3;
+constexpr int seenFaults = 10;
+
 bool letsRun(const std::string& command) {
     return command == runCommand || command == goOnCommand || command == interruptCommand ||
            command == withoutSignalCommand;
@@ -67,10 +71,6 @@ int numberOf(const std::string& name) {
 // Batch systems send these to jobs that they suspend and resume.
 bool suspends(int number) {
     return number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU;
-}
-
-std::string innermost(const std::vector<std::string_view>& stack) {
-    return stack.empty() ? "" : std::string(stack.front());
 }
 
 } // namespace
@@ -169,8 +169,9 @@ void Inquiry::stopAll() {
         const TaskLog::Task& task = found.log.of(id);
         if (task.aborts || task.signal != "SIGINT") crashed.insert(id);
     }
-    ClientSet passed = passOn(crashed);
+    const ClientSet passed = passOn(crashed);
     crashed.erase(passed);
+    crashed.erase(questions.leftOut());
     noteDetails(crashed);
     found.crashed.insert(crashed);
 }
@@ -192,9 +193,38 @@ void Inquiry::judge(const ClientSet& stopped) {
         found.crashed.insert(crashed);
         crashSeen();
     }
+    passUnseen(passed);
     for (const auto& [command, clients] : commands)
         letGoOn(clients, command);
     running = stillRuns();
+}
+
+// A program that lives by a signal would stand more than it runs: after some of the kind, its
+// debugger does not stop for it any more. It still does for an interrupt, which is how tasks are
+// stopped.
+void Inquiry::passUnseen(const ClientSet& passed) {
+    std::map<std::string, ClientSet> often;
+    for (const int id : passed) {
+        const std::string& name = found.log.of(id).signal;
+        SignalFacts signal;
+        signal.number = numberOf(name);
+        if (suspends(signal.number) || signal.number == SIGINT) continue;
+        if (++passes[{id, signal.number}] == (signal.isFault() ? seenFaults : seenSignals))
+            often[name].insert(id);
+    }
+    for (const auto& [name, clients] : often) {
+        questions.ask(clients, "handle " + name + " nostop noprint pass");
+        // What is known of those before is no cause of what comes.
+        const ClientSet faulty = clients.intersection(found.passed);
+        if (faulty.empty()) continue;
+        found.passed.erase(faulty);
+        for (const int id : faulty) {
+            found.fullStacks.forget(id);
+            found.signals.erase(id);
+        }
+        found.addNote(faulty, "has gone on after " + std::to_string(seenFaults) + " times " + name +
+                                  ", and was not stopped at it any more");
+    }
 }
 
 // Questions in between have taken the place of what was waited for.
@@ -208,8 +238,8 @@ void Inquiry::crashSeen() {
     if (!stopAt || soon < *stopAt) stopAt = soon;
 }
 
-// The clients whose signals are to be passed on. A fault is so once at each place: what stood there
-// is noted, for the handler may end the task.
+// The clients whose signals are to be passed on. A fault is so once at each place and address: what
+// stood there is noted, for the handler may end the task.
 ClientSet Inquiry::passOn(const ClientSet& stopped) {
     if (stopped.empty()) return {};
     Transcript status;
@@ -236,15 +266,21 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
     if (faults.empty()) return passed;
     std::map<int, std::string> before;
     for (const int id : faults.intersection(found.passed))
-        before[id] = innermost(found.fullStacks.of(id));
+        before[id] = faultOf(id);
     noteDetails(faults);
     for (const int id : faults) {
         const auto last = before.find(id);
-        if (last == before.end() || last->second != innermost(found.fullStacks.of(id)))
-            passed.insert(id);
+        if (last == before.end() || last->second != faultOf(id)) passed.insert(id);
     }
     found.passed.insert(faults);
     return passed;
+}
+
+std::string Inquiry::faultOf(int id) const {
+    const auto facts = found.signals.find(id);
+    const auto stack = found.fullStacks.of(id);
+    return (facts == found.signals.end() ? "" : facts->second.address) + " " +
+           std::string(stack.empty() ? "" : stack.front());
 }
 
 void Inquiry::noteDetails(const ClientSet& clients) {

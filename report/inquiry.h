@@ -7,8 +7,10 @@
 
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// Finds out by the commands of a console how a job stands: runs it where that is the task, until
@@ -46,6 +48,7 @@ class Inquiry : private Questions::Owner {
     bool running = false; // commands that let tasks run have not all ended
     bool hurried = false; // a signal has come
     std::optional<Clock::time_point> stopAt;
+    std::map<std::pair<int, int>, int> passes; // by client and signal
     ClientSet suspended; // tasks that go on without the signal that they stand at
 
     void run();
@@ -53,6 +56,8 @@ class Inquiry : private Questions::Owner {
     void look();
     void judge(const ClientSet& stopped);
     ClientSet passOn(const ClientSet& stopped);
+    void passUnseen(const ClientSet& passed);
+    std::string faultOf(int client) const;
     void noteDetails(const ClientSet& clients);
     void crashSeen();
     void letGoOn(const ClientSet& clients, const std::string& command);

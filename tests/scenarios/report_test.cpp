@@ -93,6 +93,8 @@ TEST_F(ReportTest, TellsCrashesFromSignals) {
                    {{endings, "suspended"}, {well}, 0},
                    {{"--debugger", late, endings, "suspended"}, {well}, 0},
                    {{endings, "recovers"}, {well}, 0},
+                   {{endings, "storm"}, {well}, 0},
+                   {{endings, "pages"}, {well}, 0},
                    {{endings, "reports"}, stumbled, 4},
                    {{endings, "again"}, stumbled, 4},
                    {{endings, "usr1"}, {well}, 0}});
