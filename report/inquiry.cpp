@@ -38,7 +38,7 @@ constexpr auto insisting = 1s;   // before they are told again
 
 // How often a task is stopped at a signal that it handles: each takes some tenths of a second.
 constexpr int seenSignals = 3;
-constexpr int seenFaults = 10;
+constexpr int seenFaults = 5;
 
 bool letsRun(const std::string& command) {
     return command == runCommand || command == goOnCommand || command == interruptCommand ||

@@ -90,7 +90,6 @@ TEST_F(ReportTest, TellsCrashesFromSignals) {
                        "  late.clear()\\n  time.sleep(0.25)\\n"
                        "gdb.events.before_prompt.connect(wait)')\" \"$@\"\n");
     expectReports({{{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
-                   {{endings, "suspended"}, {well}, 0},
                    {{"--debugger", late, endings, "suspended"}, {well}, 0},
                    {{endings, "recovers"}, {well}, 0},
                    {{endings, "storm"}, {well}, 0},
