@@ -76,11 +76,12 @@ void leaveProcess() {
     ::close(ends[1]);
     pid_t left = -1;
     char end = 0;
-    if (::read(ends[0], &left, sizeof left) == sizeof left && ::read(ends[0], &end, 1) == 0)
-        put("[Detaching after fork from child process " + std::to_string(left) + "]\n");
+    const bool runs =
+        ::read(ends[0], &left, sizeof left) == sizeof left && ::read(ends[0], &end, 1) == 0;
     ::close(ends[0]);
     while (::wait(nullptr) > 0) {
     }
+    if (runs) put("[Detaching after fork from child process " + std::to_string(left) + "]\n");
 }
 
 // An interrupt that came since the command began counts.

@@ -241,9 +241,15 @@ TEST_F(ReportTest, OfAnMpiJob) {
         SCOPED_TRACE(kind);
         const std::string launcher =
             kind == "mpich" ? "mpiexec.mpich -n 4" : "mpirun.openmpi --oversubscribe -np 4";
-        auto [status, lines] = report({"--timeout", "4", "--launch", launcher, ring}, 3);
+        int status = 0;
+        Lines lines;
+        // On a busy machine, the job needs longer to begin.
+        for (const std::string seconds : {"4", "20"}) {
+            std::tie(status, lines) = report({"--timeout", seconds, "--launch", launcher, ring}, 3);
+            if (!contain(lines, "MPI_Init")) break;
+        }
         EXPECT_EQ(status, 5) << vex->screen();
-        expectMatch(lines, {"timed out after 4 seconds.*",
+        expectMatch(lines, {"timed out after (4|20) seconds.*",
                             R"(2 \| 1 client in search, called by go_round)",
                             R"(0:1 3 \| 3 clients in MPI_Recv, called by receive)"});
         std::tie(status, lines) = report({"--launch", launcher, ring, "--abort"}, 2);
