@@ -89,6 +89,7 @@ void Keeper::obey(const AgentRecord& record) {
         return start(order);
     case AgentRecord::SIGNAL:
         if (at == debuggers.end()) return;
+        if (order.number == SIGINT) at->second.interruptedAt = Clock::now();
         if (order.group)
             at->second.process.signalGroup(order.number);
         else
@@ -197,7 +198,8 @@ void Keeper::awaitNode() {
 // The terminals have hung up with it. It may have given up this keeper alone, and serve others.
 int Keeper::loseNode() {
     for (auto& [client, each] : debuggers) {
-        if (each.attaches) each.process.signal(SIGINT);
+        if (each.attaches && Clock::now() >= each.interruptedAt + Detachment::stopping)
+            each.process.signal(SIGINT);
     }
     Detachment::complete({.except = nodeAgent, .ran = ran});
     // That has reaped them.

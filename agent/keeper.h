@@ -2,6 +2,7 @@
 
 #include "agent/keeperrecords.h"
 #include "backend/clients/debuggerchild.h"
+#include "backend/os/clock.h"
 #include "common/descriptor.h"
 #include "common/framereader.h"
 
@@ -30,6 +31,7 @@ class Keeper {
         explicit Kept(const DebuggerStart& start) : process(start), attaches(start.attach != 0) {}
         DebuggerChild process;
         const bool attaches;
+        Clock::time_point interruptedAt = {}; // last
     };
 
     Descriptor link;

@@ -17,6 +17,10 @@
 /// owner says what is held and kills. One thread.
 class Detachment {
   public:
+    /// How long a debugger takes, at most, to stop its task by a SIGINT. A second one within that
+    /// time could stay with the task, and end it once its debugger has let go.
+    static constexpr std::chrono::seconds stopping{1};
+
     /// An object that has debuggers to end.
     class Owner {
       public:

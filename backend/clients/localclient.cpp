@@ -1,6 +1,7 @@
 #include "backend/clients/localclient.h"
 
 #include "backend/clients/debuggerchild.h"
+#include "backend/clients/detachment.h"
 #include "backend/clients/mpireader.h"
 #include "backend/os/drain.h"
 #include "backend/os/tracing.h"
@@ -79,6 +80,7 @@ bool LocalClient::readSome() {
     for (const auto& piece : matcher.feed({buffer.data(), static_cast<std::size_t>(got)})) {
         if (!piece.text.empty()) listener.onOutput(number, piece.text);
         if (piece.mark == PromptMatcher::NONE) continue;
+        if (piece.mark != PromptMatcher::RUNS) interruptedAt = {};
         if (piece.mark != PromptMatcher::PROMPT) {
             listener.onRuns(number, piece.mark == PromptMatcher::RUNS);
             continue;
@@ -126,16 +128,28 @@ void LocalClient::writeSome() {
 void LocalClient::interrupt() {
     const auto early = typedAt + deaf;
     if (answered || Clock::now() >= early) {
-        process->signalGroup(SIGINT);
+        if (mayInterrupt()) process->signalGroup(SIGINT);
         return;
     }
-    patience.at(early, [this] { process->signalGroup(SIGINT); });
+    patience.at(early, [this] {
+        if (mayInterrupt()) process->signalGroup(SIGINT);
+    });
+}
+
+// A debugger passes its SIGINT on to a task that it has attached to. A second one, which comes
+// while the first is stopping the task, stays with the task and ends it once the debugger has let
+// go.
+bool LocalClient::mayInterrupt() {
+    if (target == 0) return true;
+    if (Clock::now() < interruptedAt + Detachment::stopping) return false;
+    interruptedAt = Clock::now();
+    return true;
 }
 
 void LocalClient::release() {
     if (target == 0 || !terminals.debugger) return;
     patience.cancel();
-    process->signal(SIGINT);
+    if (mayInterrupt()) process->signal(SIGINT);
     stream.release();
     terminals.debugger.reset();
 }

@@ -59,7 +59,8 @@ class LocalClient : public Client {
     const bool numberIsRank;
     Timer patience; // with a debugger that is to be interrupted
     Clock::time_point typedAt;
-    bool answered = false; // something was printed after the last line
+    Clock::time_point interruptedAt = {}; // by a SIGINT that has stopped nothing yet
+    bool answered = false;                // something was printed after the last line
     bool writing = false;
     bool paused = false; // mayRead refused for the debugger's terminal
     bool inputPaused = false;
@@ -68,6 +69,7 @@ class LocalClient : public Client {
     void waitToReadInput();
     void wait(Stream& from, bool& held, bool (LocalClient::*read)());
     void writeSome();
+    bool mayInterrupt();
     bool mayGoOn(ssize_t result);
     bool readSome();
     bool readInput();
