@@ -1,6 +1,10 @@
 #include "frontend/switchboard/pipeline.h"
 
+#include <set>
+
 namespace {
+
+constexpr std::size_t maxOtherNames = 16;
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
@@ -15,6 +19,9 @@ std::string_view trimmed(std::string_view text) {
 } // namespace
 
 std::optional<Pipeline> Pipeline::parse(std::string_view line, ProgramLookup& programs) {
+    while (!line.empty() && isBlank(line.back()))
+        line.remove_suffix(1);
+    std::set<std::string> others; // names of no programs
     char quote = '\0';
     int depth = 0;
     for (std::size_t i = 0; i < line.size(); ++i) {
@@ -33,8 +40,11 @@ std::optional<Pipeline> Pipeline::parse(std::string_view line, ProgramLookup& pr
                    isBlank(line[i + 1])) {
             const std::string_view filter = trimmed(line.substr(i + 1));
             const std::string program(filter.substr(0, filter.find_first_of(" \t|;&<>")));
-            if (!program.empty() && programs.isProgram(program))
+            if (program.empty() || others.contains(program)) continue;
+            if (programs.isProgram(program))
                 return Pipeline{std::string(trimmed(line.substr(0, i))), std::string(filter)};
+            others.insert(program);
+            if (others.size() == maxOtherNames) return std::nullopt;
         }
     }
     return std::nullopt;

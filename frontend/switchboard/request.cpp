@@ -155,8 +155,15 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
     groupNames = GroupNames::place;
     StatReport::Options options;
     Sampling::Options samples;
-    for (; !words.empty(); words = Text::afterWord(words)) {
-        const std::string option = Text::firstWord(words);
+    std::size_t end = 0;
+    // The next word; empty: that was the last. The rest stays where it is: it may be long.
+    const auto next = [&words, &end] {
+        constexpr const char* blanks = " \t";
+        const std::size_t begin = std::min(words.find_first_not_of(blanks, end), words.size());
+        end = std::min(words.find_first_of(blanks, begin), words.size());
+        return words.substr(begin, end - begin);
+    };
+    for (std::string option = next(); !option.empty(); option = next()) {
         if (option == "-s")
             options.withPlaces = true;
         else if (option == "-i")
@@ -164,9 +171,7 @@ std::optional<std::string> Request::prepareStat(const Driver& driver, ProgramLoo
         else if (option == "-a" && ours)
             options.allCalls = true;
         else if (ours && (option == "-t" || option == "-w")) {
-            words = Text::afterWord(words);
-            if (auto problem = prepareSamples(option, Text::firstWord(words), samples))
-                return problem;
+            if (auto problem = prepareSamples(option, next(), samples)) return problem;
         } else if (ours)
             return takes + option + "'";
     }

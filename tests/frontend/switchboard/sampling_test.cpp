@@ -1,6 +1,8 @@
 // The samples of "vex stat -t".
 #include "tests/frontend/switchboard/switchboardtest.h"
 
+#include <ctime>
+
 namespace {
 
 class SamplingTest : public SwitchboardTest {
@@ -114,6 +116,13 @@ TEST_F(SamplingTest, SaysWhatIsWrongWithItsOptions) {
     for (const auto& [options, problem] : cases)
         EXPECT_EQ(types(1, "0", "vex stat " + options), "1 0@0 " + problem + " / 1 FAILED");
     EXPECT_EQ(types(1, "0", "vex stat -t 2 -w 0.1 -s | grep x"), "type 0 vex-standing");
+    // Minutes, if the rest were copied for each word.
+    std::string many = "vex stat";
+    for (int word = 0; word < 1'500'000; ++word)
+        many += " -s";
+    const std::clock_t before = std::clock();
+    EXPECT_EQ(types(1, "1", many + " -t"), "1 0@1 " + number + " / 1 FAILED");
+    EXPECT_LT(std::clock() - before, 20 * CLOCKS_PER_SEC);
 }
 
 } // namespace
