@@ -10,9 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
 #include <iostream>
-#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <system_error>
@@ -21,10 +19,7 @@
 namespace {
 
 Rendezvous readRendezvous(const std::string& path) {
-    if (path == "-") return Rendezvous::parse(std::cin);
-    std::ifstream file(path);
-    if (!file) throw std::runtime_error("cannot read " + path + "; is the home directory shared?");
-    return Rendezvous::parse(file);
+    return path == "-" ? Rendezvous::parse(std::cin) : RendezvousFile::read(path);
 }
 
 [[noreturn]] void fail(const char* what) {

@@ -83,6 +83,20 @@ void removeStale(const fs::path& folder) {
                              "another directory that all hosts of the job see.");
 }
 
+void makeDirectory(const fs::path& path) {
+    if (::mkdir(path.c_str(), 0700) == -1 && errno != EEXIST) fail(path);
+}
+
+[[noreturn]] void refuse(const fs::path& path, const std::string& kind, const std::string& mode) {
+    throw std::runtime_error(path.string() + " must be a " + kind +
+                             " of yours that nobody else can read: chmod " + mode + " " +
+                             path.string());
+}
+
+bool isOurs(const struct stat& status) {
+    return status.st_uid == ::geteuid() || status.st_uid == 0;
+}
+
 } // namespace
 
 std::string Rendezvous::str() const {
@@ -130,17 +144,18 @@ std::string Rendezvous::nodeNameOf(const std::string& secret) {
 }
 
 RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content) {
-    // The settings directory above it is as private.
-    for (const fs::path& each : {folder.parent_path(), folder}) {
-        if (::mkdir(each.c_str(), 0700) == -1 && errno != EEXIST) fail(each);
-    }
+    // Of a folder that others can rename, they can put another in its place. The settings directory
+    // is made as private as the folder in it.
+    const fs::path parent = (folder / "").parent_path().parent_path(); // "launch/" is "launch"
+    makeDirectory(parent);
     struct stat status {};
+    if (::stat(parent.c_str(), &status) == -1) fail(folder);
+    if (!isOurs(status) || (status.st_mode & (S_IWOTH | S_ISVTX)) == S_IWOTH)
+        refuse(parent, "directory", "700");
+    makeDirectory(folder);
     if (::lstat(folder.c_str(), &status) == -1) fail(folder);
     if (!S_ISDIR(status.st_mode) || status.st_uid != ::geteuid() || (status.st_mode & 077) != 0)
-        throw std::runtime_error(folder.string() +
-                                 " must be a directory of yours that nobody else can read: chmod "
-                                 "700 " +
-                                 folder.string());
+        refuse(folder, "directory", "700");
     removeStale(folder);
     file = folder /
            (ThisMachine::hostName() + "," + std::to_string(::getpid()) + "," + randomDigits(4));
@@ -161,6 +176,22 @@ RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content
 
 RendezvousFile::~RendezvousFile() {
     if (!file.empty()) ::unlink(file.c_str());
+}
+
+Rendezvous RendezvousFile::read(const fs::path& path) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) == -1)
+        throw std::runtime_error("cannot read " + path.string() +
+                                 "; is the home directory shared?");
+    if (!S_ISREG(status.st_mode) || !isOurs(status) || (status.st_mode & 077) != 0)
+        refuse(path, "file", "600");
+    std::string text;
+    char piece[4096];
+    for (ssize_t got; (got = ::read(file.get(), piece, sizeof piece)) > 0;)
+        text.append(piece, static_cast<std::size_t>(got));
+    std::istringstream in(text);
+    return Rendezvous::parse(in);
 }
 
 void RendezvousFile::removeOf(pid_t pid) {

@@ -48,6 +48,10 @@ class RendezvousFile {
 
     const std::filesystem::path& path() const { return file; }
 
+    /// What a file tells that nobody but its owner, this user or root, can read. Waits for nothing.
+    /// Throws std::runtime_error with a sentence for the user.
+    static Rendezvous read(const std::filesystem::path& path);
+
     /// Removes the files of a process of this machine that was killed.
     static void removeOf(pid_t pid);
 

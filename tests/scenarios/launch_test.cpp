@@ -336,6 +336,7 @@ TEST_F(LaunchTest, AnAgentObeysNobodyButItsFrontEnd) {
     const std::string rendezvous = folder.write(
         "rendezvous", "address 127.0.0.1\nport " + std::to_string(ntohs(address.sin_port)) +
                           "\nsecret S\nrank 0\nsize 1\nend .\n");
+    ::chmod(rendezvous.c_str(), 0600);
     Terminal agent({{program("vexagent"), "--rendezvous", rendezvous}});
     const Descriptor peer(::accept(listener.get(), nullptr, nullptr));
     DebuggerStart start;

@@ -48,8 +48,23 @@ TEST(Rendezvous, IsReadBackAndPrivate) {
         EXPECT_EQ(status.st_mode & 0777, 0700u);
         std::istringstream in(folder.read(std::filesystem::relative(path, folder.path())));
         EXPECT_EQ(Rendezvous::parse(in).str(), where.str());
+        EXPECT_EQ(RendezvousFile::read(path).str(), where.str());
+        std::filesystem::permissions(path, std::filesystem::perms(0640));
+        EXPECT_THROW(RendezvousFile::read(path), std::runtime_error);
     }
     EXPECT_FALSE(std::filesystem::exists(path));
+    const std::string fifo = folder.path("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_THROW(RendezvousFile::read(fifo), std::runtime_error);
+    // Others could put another directory in its place, except from one like /tmp.
+    const auto setParent = [&folder](mode_t mode) { ::chmod(folder.path("a").c_str(), mode); };
+    setParent(01777);
+    EXPECT_NO_THROW(RendezvousFile(place / "", where));
+    setParent(0777);
+    for (const auto& each : {place, place / "", place.parent_path() / "new"})
+        EXPECT_THROW(RendezvousFile(each, where), std::runtime_error) << each;
+    EXPECT_FALSE(std::filesystem::exists(folder.path("a/new")));
+    setParent(0755);
     // Others could read what is in it.
     std::filesystem::permissions(place, std::filesystem::perms(0755));
     EXPECT_THROW(RendezvousFile(place, where), std::runtime_error);

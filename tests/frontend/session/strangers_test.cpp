@@ -1,6 +1,8 @@
+#include "backend/wire/rendezvous.h"
 #include "common/sessionfile.h"
 #include "frontend/session/session.h"
 #include "tests/support/strangers.h"
+#include "tests/support/tempdir.h"
 
 namespace {
 
@@ -38,6 +40,30 @@ TEST_F(StrangersTest, FilesOfOthersAreNamedWhenNoNumberIsFree) {
     EXPECT_EQ(::access(path.c_str(), F_OK), 0);
     become(other);
     ::unlink(path.c_str());
+}
+
+TEST_F(StrangersTest, NoSecretOfALaunchIsWrittenOrReadWhereAnotherUserRules) {
+    const TempDir folder;
+    ::chmod(folder.path().c_str(), 0755);
+    const std::string settings = folder.path(".vex"), file = folder.path("rendezvous");
+    const Rendezvous where{"", {"127.0.0.1"}, 4711, "secret"};
+    ASSERT_EQ(::mkdir(settings.c_str(), 0755), 0);
+    folder.write("rendezvous", where.str());
+    ::chmod(file.c_str(), 0600);
+    for (const uid_t owner : {other, one}) {
+        for (const std::string& path : {settings, file})
+            ASSERT_EQ(::chown(path.c_str(), owner, owner), 0);
+        ::chmod(settings.c_str(), owner == one ? 0755 : 01777);
+        become(one);
+        if (owner == one) {
+            EXPECT_NO_THROW(RendezvousFile(settings + "/launch", where));
+            EXPECT_NO_THROW(RendezvousFile::read(file));
+        } else {
+            EXPECT_THROW(RendezvousFile(settings + "/launch", where), std::runtime_error);
+            EXPECT_THROW(RendezvousFile::read(file), std::runtime_error);
+        }
+        become(0);
+    }
 }
 
 } // namespace
