@@ -13,6 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int maxLinks = 40;
+constexpr off_t maxSize = off_t{16} << 20;
 constexpr mode_t privateFile = 0600;
 constexpr mode_t privateDirectory = 0700;
 
@@ -22,6 +23,10 @@ bool isOurs(const struct stat& status) {
 
 bool isTrusted(const struct stat& status) {
     return isOurs(status) && (status.st_mode & S_IWOTH) == 0;
+}
+
+bool isRegular(const struct stat& status) {
+    return S_ISREG(status.st_mode) && status.st_size <= maxSize;
 }
 
 } // namespace
@@ -39,7 +44,7 @@ UserFile::State UserFile::follow() {
         }
         if (::lstat(name.c_str(), &status) == -1) return errno == ENOENT ? MISSING : OTHER;
         if (!S_ISLNK(status.st_mode)) {
-            if (!S_ISREG(status.st_mode)) return OTHER;
+            if (!isRegular(status)) return OTHER;
             return isTrusted(status) ? REGULAR : FOREIGN;
         }
         if (!isOurs(status)) return FOREIGN;
@@ -64,8 +69,7 @@ Descriptor UserFile::open(int flags) const {
     }
     Descriptor file(::open(name.c_str(), (flags & ~O_CREAT) | careful));
     struct stat status {};
-    if (file &&
-        (::fstat(file.get(), &status) == -1 || !S_ISREG(status.st_mode) || !isTrusted(status))) {
+    if (file && (::fstat(file.get(), &status) == -1 || !isRegular(status) || !isTrusted(status))) {
         file.reset();
         errno = EPERM;
     }

@@ -9,8 +9,8 @@
 ///
 /// Trusted is what belongs to this user or to root and is not open to everybody's writing. Only a
 /// regular file in a trusted directory is ever opened, and a link is followed only when its owner,
-/// the directory that it leads to and the file there are trusted too. No call waits: a FIFO or a
-/// device is not even opened.
+/// the directory that it leads to and the file there are trusted too. No call waits: a FIFO, a
+/// device or a file of more than 16 MiB is not even opened.
 class UserFile {
   public:
     /// Follows the links; opens nothing.

@@ -140,6 +140,12 @@ TEST_F(Startup, SettingsThatOthersMayWriteAndWhatIsNoFileAreLeftAlone) {
     std::filesystem::remove(conf);
     ::mkfifo(conf.c_str(), 0600);
     expectStart("");
+    for (const char* name : {".vex/conf", ".vex/history"}) {
+        std::filesystem::remove(home.path(name));
+        home.write(name, "ecolor=red\n");
+        std::filesystem::resize_file(home.path(name), (16 << 20) + 1);
+    }
+    expectStart("");
     ::chmod(folder.c_str(), 0777);
     expectStart(lineFor(folder));
 }
