@@ -145,8 +145,8 @@ std::string inOneLine(const std::string& python) {
     for (const char c : python) {
         if (c == '\n')
             line += "\\n";
-        else if (c == '\\')
-            line += "\\\\";
+        else if (c == '\\' || c == '\'')
+            line += {'\\', c};
         else
             line += c;
     }
@@ -420,6 +420,7 @@ Driver::StackLine Gdb::fieldsOf(std::string_view line) {
     result.kind = StackLine::CALL;
     if (fields[0] == "python") {
         result.function = fields[1];
+        result.library = fields[2];
         result.isInterpreted = true;
         return result;
     }

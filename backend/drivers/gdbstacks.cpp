@@ -159,8 +159,8 @@ class Interpreter:
         lines, first = data(number(code + t["lines"])), number(code + t["first"], 4)
         if "instructions" in t: line = line_of_locations(lines, first, at)
         else: line = line_of_pairs(lines, first, at, self.minor)
-        file = os.path.basename(string(number(code + t["file"]), t["text"]))
-        return "%s (%s:%d)" % (string(number(code + t["name"]), t["text"]), file, line)
+        file = string(number(code + t["file"]), t["text"])
+        return function_of(string(number(code + t["name"]), t["text"]), file, line)
     def functions(self, frame, most):
         found = []
         if self.over: return found
@@ -192,8 +192,7 @@ class Interpreter:
             while at is not None and len(found) < most:
                 work.check()
                 if hasattr(at, "is_shim") and at.is_shim(): break
-                found.append("%s (%s:%d)" % (at.co_name, os.path.basename(at.filename()),
-                                             at.current_line_num()))
+                found.append(function_of(at.co_name, at.filename(), at.current_line_num()))
                 if not hasattr(at, "previous") or hasattr(at, "is_entry") and at.is_entry(): break
                 at = at.previous()
         except Late: raise
@@ -202,10 +201,15 @@ class Interpreter:
     def once(self, text):
         if self.told: return []
         self.told = True
-        return [text]
+        return [(text,)]
 def text(get):
     try: return get() or ""
     except (gdb.error, UnicodeError): return ""
+# The interpreter's own files, also those that it has frozen.
+own_files = re.compile("<frozen |.*/lib(64)?/python3[.][0-9]+t?/(?!site-packages/|dist-packages/)")
+def function_of(name, file, line):
+    where = ("%s (%s:%d)" % (name, os.path.basename(file), line),)
+    return where + ("python",) if own_files.match(file) else where
 def place(frame):
     sal = frame.find_sal()
     return sal.symtab and "%s:%d" % (sal.symtab.filename, sal.line)
@@ -227,7 +231,7 @@ def calls(thread, most, runtimes):
             if name.startswith(evaluation):
                 if python is None: python, library = Interpreter(thread, runtimes), found[-1][3]
                 room = most - len(found)
-                found += [("python", each) for each in python.functions(frame, room)[:room]]
+                found += [("python",) + each for each in python.functions(frame, room)[:room]]
             frame = frame.older()
     finally:
         for each in found:
