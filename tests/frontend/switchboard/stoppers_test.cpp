@@ -59,6 +59,17 @@ TEST_F(StoppersTest, WaitsForASecondAndNotBehindAnotherRequest) {
     EXPECT_EQ(stops({0, 1, 2, 3}), "1 0@0:3 received signal SIGINT / 1 READY 1");
     EXPECT_EQ(pass(5s), "");
     filtered();
+    // Nor when who asked has left: a second later, what stops is as if nobody had asked.
+    group(1, ASSIGN, "FILTERED", {0});
+    running();
+    EXPECT_EQ(stop("0"), "2 0@0 interrupts 'continue' of console 1 / SIGINT 0");
+    board.consoleLeft(2);
+    EXPECT_EQ(pass(1s), "");
+    board.consoleJoined(2);
+    EXPECT_EQ(stops({0}), "");
+    EXPECT_EQ(pass(1s), "1 0@0 received signal SIGINT");
+    EXPECT_EQ(stops({1, 2, 3}), "1 0@1:3 received signal SIGINT / 1 READY 1");
+    filtered();
     // Of a console that has left.
     running("0");
     board.consoleLeft(1);
