@@ -47,6 +47,11 @@ TEST_F(Stops, SamplesTellWhoMovesAndLeaveTasksAsTheyStood) {
     EXPECT_TRUE(contain(third, "1 | not made to run: no interrupt has stopped it"));
     EXPECT_FALSE(contain(third, "Breakpoint"));
     EXPECT_EQ(console.command("bt -1", "1"), before);
+    // Another stands in a function that was called from the prompt.
+    console.command("break descend", "0");
+    console.command("print descend(2)", "0");
+    EXPECT_TRUE(contain(console.command("vex stat -t 2"),
+                        "0:1 | not made to run: no interrupt has stopped it"));
     quit(console);
 }
 
