@@ -109,6 +109,8 @@ class Driver {
     /// What the debugger prints in front of the process id of a forked child that it does not
     /// debug; empty: it does not tell of forks.
     virtual std::string forkMark() const = 0;
+    /// Whether a line says that the task stands at MPI_Abort (Launch::stopsOnAbort).
+    virtual bool showsAbort(std::string_view /*line*/) const { return false; }
     /// Whether the debugger starts its program with a library (Launch::preload).
     virtual bool preloads() const { return false; }
     /// Whether the debugger can print an error mark.

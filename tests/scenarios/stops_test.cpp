@@ -99,6 +99,15 @@ TEST_F(Stops, ATaskThatWouldEndTheJobIsKeptAndNoBreakpointIsSeen) {
     quit(other);
 }
 
+TEST_F(Stops, AScriptGoesOnWhenATaskIsKept) {
+    const std::string script = folder.write("script", "run\nstat -i\n");
+    launch({"-n", "3", "--script", script, program("descending"), "abort"});
+    vex->until("1:2 | interrupted, so that the script goes on: 0 is kept at MPI_Abort");
+    vex->until("| 1 client in MPI_Abort, called by descend");
+    vex->until("vex: MPI_Abort was called by 0");
+    EXPECT_EQ(vex->exitStatus(), 3);
+}
+
 TEST_F(Stops, WhatAnotherConsoleHasRunningCanBeStopped) {
     Peer owner = start({program("descending")});
     Peer other(socketPath);

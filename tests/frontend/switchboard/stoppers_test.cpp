@@ -77,4 +77,26 @@ TEST_F(StoppersTest, WaitsForASecondAndNotBehindAnotherRequest) {
     EXPECT_EQ(stops({0}), "2 READY 2");
 }
 
+// Under a script; else they wait for whoever sees it.
+TEST_F(StoppersTest, WhatWaitsForATaskKeptAtMpiAbortIsInterrupted) {
+    for (const bool unattended : {false, true}) {
+        if (unattended) board.runsUnattended();
+        group(1, ASSIGN, "three", {0, 1, 2});
+        running("three");
+        types(2, "3", "continue");
+        board.output(1, "The task calls MPI_Abort and is kept from ending: where\n", now);
+        prompts({1});
+        const std::string told = pass(1s) + pass(2s);
+        EXPECT_EQ(told.find("interrupted, so that the script goes on: 1 is kept at MPI_Abort / "
+                            "SIGINT 0 / SIGINT 2") != std::string::npos,
+                  unattended)
+            << told;
+        EXPECT_EQ(told.find("SIGINT 3"), std::string::npos);
+        EXPECT_EQ(board.keptTasks(), unattended ? ClientSet{1} : ClientSet());
+        prompts({0, 2, 3});
+        filtered();
+        group(2, ASSIGN, "FILTERED", {3});
+    }
+}
+
 } // namespace
