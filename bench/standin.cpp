@@ -1,12 +1,14 @@
 // A debugger of a few kilobytes that answers at once, to measure VEX and not gdb: understands the
 // start-up commands and the prompt that VEX gives gdb, stops the process that it is to attach to
-// (-p) until it ends, debugs nothing else, and answers as Answers has it.
+// (-p) until it ends, debugs nothing else, and answers as Answers has it; "fork" says that its task
+// has forked, and leaves a process behind that could be the task's.
 
 #include "bench/answers.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
 #include <sys/ptrace.h>
@@ -58,6 +60,30 @@ void attachTo(pid_t target) {
     ::sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
+// The process belongs to nobody then, as one does whose parent has ended; it waits to be found.
+void leaveProcess() {
+    int ends[2]; // closed on the other side once the other program runs
+    if (::pipe2(ends, O_CLOEXEC) == -1) return;
+    if (::fork() == 0) {
+        const pid_t left = ::fork();
+        if (left == 0) {
+            ::setpgid(0, 0);
+            ::execlp("sleep", "sleep", "1000000", nullptr);
+            std::_Exit(1);
+        }
+        std::_Exit(left > 0 && ::write(ends[1], &left, sizeof left) == sizeof left ? 0 : 1);
+    }
+    ::close(ends[1]);
+    pid_t left = -1;
+    char end = 0;
+    const bool runs =
+        ::read(ends[0], &left, sizeof left) == sizeof left && ::read(ends[0], &end, 1) == 0;
+    ::close(ends[0]);
+    while (::wait(nullptr) > 0) {
+    }
+    if (runs) put("[Detaching after fork from child process " + std::to_string(left) + "]\n");
+}
+
 // An interrupt that came since the command began counts.
 void waitForInterrupt(const sigset_t& before) {
     while (interrupted == 0)
@@ -71,6 +97,7 @@ void carryOut(Answers& answers, const std::string& line) {
     ::sigprocmask(SIG_BLOCK, &interrupt, &before);
     interrupted = 0;
     put(answers.to(line));
+    if (line == "fork") leaveProcess();
     if (answers.running()) {
         waitForInterrupt(before);
         put(answers.interrupted());

@@ -61,6 +61,13 @@ void acceptShortfall(const Options& options, const std::string& shortfall, std::
         throw std::runtime_error("the start was given up");
 }
 
+// On the terminal, and where a report is to tell it.
+void tell(Options& options, const std::vector<std::string>& notes) {
+    for (const std::string& note : notes)
+        std::fprintf(stderr, "vex: %s\n", note.c_str());
+    options.startNotes.insert(options.startNotes.end(), notes.begin(), notes.end());
+}
+
 // Finds the tasks to attach to, and that it can be done.
 void findTargets(Options& options) {
     RunningJob running;
@@ -76,8 +83,7 @@ void findTargets(Options& options) {
         RemoteTasks::addTo(running, options.launcherWords, options.agent);
     }
     options.targets = running.targets();
-    for (const std::string& note : running.notes())
-        std::fprintf(stderr, "vex: %s\n", note.c_str());
+    tell(options, running.notes());
     if (options.targets.empty()) throw std::runtime_error("there is no task to attach to.");
     if (const auto shortfall = running.shortfall())
         acceptShortfall(options, *shortfall, options.targets.size());
@@ -135,8 +141,7 @@ void findInput(Options& options) {
 // Finds the core files to look at.
 void findCores(Options& options) {
     CoreFiles found = CoreFiles::find(options.core, Limits::maxTasks);
-    for (const std::string& note : found.notes)
-        std::fprintf(stderr, "vex: %s\n", note.c_str());
+    tell(options, found.notes);
     options.cores = std::move(found.paths);
     options.coresHaveRanks = found.ranked;
     options.tasks = static_cast<int>(options.cores.size());
@@ -232,10 +237,22 @@ void holdSignals() {
 // The words of the program that writes a report.
 std::vector<std::string> reporterWords(const Options& options) {
     if (options.report.empty()) return {};
-    const bool stands = options.attaches() || !options.core.empty();
-    const char* const way = options.join != 0 ? "join" : stands ? "look" : "run";
-    std::vector<std::string> words{
-        "-f", options.report, "-w", way, "-t", std::to_string(options.timeout), "--"};
+    const char* const way = options.join != 0       ? "join"
+                            : options.attaches()    ? "look"
+                            : !options.core.empty() ? "cores"
+                                                    : "run";
+    std::vector<std::string> words{"-f", options.report, "-w",
+                                   way,  "-t",           std::to_string(options.timeout)};
+    for (const std::string& note : options.startNotes)
+        words.insert(words.end(), {"-e", note});
+    // For its version.
+    if (options.launches()) {
+        for (const std::string& word : options.launcherWords)
+            words.insert(words.end(), {"-l", word});
+    }
+    if (options.mpiLauncher != 0)
+        words.insert(words.end(), {"-p", std::to_string(options.mpiLauncher)});
+    words.emplace_back("--");
     words.insert(words.end(), options.words.begin(), options.words.end());
     return words;
 }

@@ -5,12 +5,14 @@
 #include "common/frame.h"
 #include "common/groupnames.h"
 #include "common/sessionfile.h"
+#include "common/wholenumber.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <poll.h>
+#include <string_view>
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <utility>
@@ -19,7 +21,28 @@ namespace {
 
 constexpr int attempts = 60; // one a second
 
+// How the answer to a question for all clients begins, "all (3): 0:2".
+constexpr std::string_view allMark = "all (";
+
 bool lives(pid_t process) { return ::kill(process, 0) == 0 || errno != ESRCH; }
+
+// "REPORT (3): 0:1 4", as groups are told.
+ClientSet parseGroup(const std::string& text) {
+    ClientSet found;
+    const std::size_t colon = text.find("): ");
+    std::size_t at = colon == std::string::npos ? text.size() : colon + 3;
+    while (at < text.size()) {
+        const std::size_t end = std::min(text.find_first_of(" \n", at), text.size());
+        const std::string word = text.substr(at, end - at);
+        const std::size_t middle = word.find(':');
+        const auto first = wholeNumber<int>(word.substr(0, middle));
+        const auto last =
+            middle == std::string::npos ? first : wholeNumber<int>(word.substr(middle + 1));
+        if (first && last && *first <= *last) found.insertRange(*first, *last);
+        at = end + 1;
+    }
+    return found;
+}
 
 sigset_t heardSignals() {
     sigset_t set;
@@ -83,7 +106,6 @@ Conversation::Heard Conversation::hear(std::optional<Clock::time_point> until) {
             if (waiting.empty() || waiting.front().kind != Heard::READY) continue;
             // As a console does; here, nobody uses the group.
             sendGroup(GroupCommand::ASSIGN, GroupNames::filtered, {});
-            awaitReply();
         } else if (until && Clock::now() >= *until) {
             return {};
         }
@@ -93,62 +115,54 @@ Conversation::Heard Conversation::hear(std::optional<Clock::time_point> until) {
     return next;
 }
 
-// Reads one record; what is to be heard waits then.
-void Conversation::read() {
+// Reads one record: gives a reply back; what is to be heard waits then.
+std::optional<Reply> Conversation::read() {
     int kind = 0;
     socket.read(&kind, sizeof kind);
-    Heard heard;
     if (kind == KIND_REPLY) {
-        heard.kind = Heard::REPLY;
-        heard.reply.recv(&socket);
-        const Reply::Value value = heard.reply.getRetValue();
-        if (value == Reply::CLIENT_ADD || value == Reply::CLIENT_REMOVE) return;
+        Reply reply;
+        reply.recv(&socket);
+        const Reply::Value value = reply.getRetValue();
         // The session has lost its last client.
-        if (value == Reply::FAILED && heard.reply.getErrCode() == INFO_ALL_CLIENTS_BROKEN)
+        if (value == Reply::FAILED && reply.getErrCode() == INFO_ALL_CLIENTS_BROKEN)
             throw BrokenConnection();
-    } else {
-        heard.data.recv(&socket);
-        switch (heard.data.getType()) {
-        case Data::READY:
-            heard.kind = Heard::READY;
-            break;
-        case Data::TEXT:
-        case Data::URGENTTEXT:
-            heard.kind = Heard::TEXT;
-            break;
-        default:
-            return;
-        }
-        // Of other consoles.
-        if (heard.data.getConsoleID() != id) return;
+        return reply;
     }
+    Heard heard;
+    heard.data.recv(&socket);
+    const Data::Type type = heard.data.getType();
+    const bool text = type == Data::TEXT || type == Data::URGENTTEXT;
+    // Others are those of other consoles.
+    if ((!text && type != Data::READY) || heard.data.getConsoleID() != id) return std::nullopt;
+    heard.kind = text ? Heard::TEXT : Heard::READY;
     waiting.push_back(std::move(heard));
+    return std::nullopt;
 }
 
-// Replies come in the order of their requests; behind a READY that comes meanwhile another one
-// follows, to the answer that READY wants.
-Reply Conversation::awaitReply() {
+// Asks for a group and waits for the answer, the only one of its kind: all that was sent before has
+// been dealt with then. Requests that have failed are told; what tells of success may as well be
+// the session's own words about interrupts and questions.
+Conversation::Settled Conversation::settle() {
     std::deque<Heard> others = std::move(waiting);
     waiting.clear();
-    std::optional<Reply> found;
-    for (int due = 1; due > 0;) {
-        read();
+    Settled settled;
+    sendGroup(GroupCommand::QUERY, GroupNames::all, {});
+    for (;;) {
+        const std::optional<Reply> reply = read();
+        if (reply && reply->getRetValue() == Reply::GROUP_QUERY) {
+            const bool last = reply->getRetInfo().starts_with(allMark);
+            (last ? settled.all : settled.members) = parseGroup(reply->getRetInfo());
+            if (last) break;
+        }
+        if (reply && reply->getRetValue() == Reply::FAILED) settled.failure = reply->getErrCode();
         if (waiting.empty()) continue;
-        Heard heard = std::move(waiting.front());
-        waiting.clear();
-        if (heard.kind == Heard::REPLY) {
-            if (!found) found = heard.reply;
-            --due;
-            continue;
-        }
-        if (heard.kind == Heard::READY) {
+        if (waiting.front().kind == Heard::READY)
             sendGroup(GroupCommand::ASSIGN, GroupNames::filtered, {});
-            ++due;
-        }
-        others.push_back(std::move(heard));
+        others.push_back(std::move(waiting.front()));
+        waiting.clear();
     }
     waiting = std::move(others);
-    return *found;
+    return settled;
 }
 
 void Conversation::send(Command::Type type, const std::string& group, const char* text,
@@ -158,11 +172,14 @@ void Conversation::send(Command::Type type, const std::string& group, const char
     command.send(&socket);
 }
 
-void Conversation::command(const std::string& group, const std::string& text) {
+std::optional<int> Conversation::command(const std::string& group, const std::string& text) {
     send(Command::CLIENT, group, text.c_str(), -1);
+    return settle().failure;
 }
 
-void Conversation::interrupt() { send(Command::INTERRUPT, GroupNames::all, nullptr, 0); }
+void Conversation::interrupt(const std::string& group) {
+    send(Command::INTERRUPT, group, nullptr, 0);
+}
 
 void Conversation::quit() { send(Command::QUIT, GroupNames::all, nullptr, 0); }
 
@@ -176,25 +193,25 @@ void Conversation::sendGroup(GroupCommand::Type type, const std::string& group,
     send(Command::GROUP, GroupNames::all, body.data(), static_cast<int>(body.size()));
 }
 
-Reply Conversation::askGroup(GroupCommand::Type type, const std::string& group,
-                             const ClientSet& clients) {
-    sendGroup(type, group, clients);
-    return awaitReply();
+bool Conversation::assign(const std::string& group, const ClientSet& clients) {
+    sendGroup(GroupCommand::ASSIGN, group, clients);
+    return !settle().failure;
 }
 
-Reply Conversation::assign(const std::string& group, const ClientSet& clients) {
-    return askGroup(GroupCommand::ASSIGN, group, clients);
+void Conversation::forget(const std::string& group, const ClientSet& clients) {
+    sendGroup(GroupCommand::DELETE, group, clients);
+    settle();
 }
 
-Reply Conversation::forget(const std::string& group, const ClientSet& clients) {
-    return askGroup(GroupCommand::DELETE, group, clients);
+ClientSet Conversation::members(const std::string& group) {
+    if (group == GroupNames::all) return settle().all;
+    sendGroup(GroupCommand::QUERY, group, {});
+    return settle().members;
 }
 
-Reply Conversation::query(const std::string& group) {
-    return askGroup(GroupCommand::QUERY, group, {});
-}
+ClientSet Conversation::atWork() { return members(GroupNames::pending); }
 
-Reply Conversation::standIn(const std::string& group) {
-    send(Command::ON, GroupNames::all, group.c_str(), -1);
-    return awaitReply();
+void Conversation::awaitAll() {
+    send(Command::ON, GroupNames::all, GroupNames::all, -1);
+    settle();
 }

@@ -20,9 +20,8 @@ class Conversation {
   public:
     using Clock = std::chrono::steady_clock;
     struct Heard {
-        enum Kind { TEXT, READY, REPLY, SIGNAL, TIME } kind = TIME;
-        Data data = {};   // of TEXT
-        Reply reply = {}; // of a REPLY that was not asked for
+        enum Kind { TEXT, READY, SIGNAL, TIME } kind = TIME;
+        Data data = {}; // of TEXT
         int signal = 0;
     };
 
@@ -36,16 +35,24 @@ class Conversation {
     int number() const { return id; }
     /// What comes next; TIME: nothing did until then.
     Heard hear(std::optional<Clock::time_point> until);
+    /// Whether something has come that was not heard yet: what a request waited for comes behind.
+    bool hasMore() const { return !waiting.empty(); }
 
-    void command(const std::string& group, const std::string& text);
-    void interrupt();
+    /// Has clients carry out a command. Nothing: they do; else the number of the message by which
+    /// it was refused, 0: of none. READY tells that a command has ended, but not which one: where
+    /// others may be under way, ask for the clients at work.
+    std::optional<int> command(const std::string& group, const std::string& text);
+    void interrupt(const std::string& group);
     void quit();
-    /// A request that has a reply.
-    Reply assign(const std::string& group, const ClientSet& clients);
-    Reply forget(const std::string& group, const ClientSet& clients);
-    Reply query(const std::string& group);
-    /// Has a READY come when all commands of this console have ended; ON_NORMAL: they have.
-    Reply standIn(const std::string& group);
+    /// Makes a group; false: the session has refused it.
+    bool assign(const std::string& group, const ClientSet& clients);
+    void forget(const std::string& group, const ClientSet& clients);
+    /// The clients of a group; none: there is no such group.
+    ClientSet members(const std::string& group);
+    /// The clients that still carry out commands of this console.
+    ClientSet atWork();
+    /// From now on a READY comes when all of those have done so, and not only the last command's.
+    void awaitAll();
 
   private:
     UnixSocket socket;
@@ -54,8 +61,12 @@ class Conversation {
     std::deque<Heard> waiting;
 
     void send(Command::Type type, const std::string& group, const char* text, int length);
-    Reply askGroup(GroupCommand::Type type, const std::string& group, const ClientSet& clients);
     void sendGroup(GroupCommand::Type type, const std::string& group, const ClientSet& clients);
-    Reply awaitReply();
-    void read();
+    struct Settled {
+        std::optional<int> failure; // the number of the last request's that has failed
+        ClientSet members;          // of the group that was asked for
+        ClientSet all;
+    };
+    Settled settle();
+    std::optional<Reply> read();
 };

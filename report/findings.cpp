@@ -90,6 +90,30 @@ void sortBySize(std::vector<Row>& rows) {
     });
 }
 
+// The ranks of which a message of MPI's own says that they have ended the job.
+ClientSet ranksNamedIn(std::string_view line) {
+    // The rank stands behind the second text, which comes somewhere behind the first.
+    static constexpr std::pair<std::string_view, std::string_view> forms[] = {
+        {"MPI_ABORT was invoked on ", "rank "},
+        {"Abort(", ") on node "},
+        {"application called MPI_Abort(", ") - process "},
+    };
+    ClientSet found;
+    for (const auto& [before, between] : forms) {
+        std::size_t at = line.find(before);
+        if (at == line.npos || (at = line.find(between, at)) == line.npos) continue;
+        const std::string_view rest = line.substr(at + between.size());
+        const auto id = wholeNumber<int>(
+            rest.substr(0, std::min(rest.find_first_not_of("0123456789"), rest.size())));
+        if (id) found.insert(*id);
+    }
+    return found;
+}
+
+std::string leftOut(std::size_t count, const std::string& noun) {
+    return "[" + numberOf(count, noun) + " left out]";
+}
+
 } // namespace
 
 SignalFacts SignalFacts::of(const std::string& line) {
@@ -118,11 +142,25 @@ bool SignalFacts::isFault() const {
     return std::ranges::find(faults, number) != std::end(faults);
 }
 
+void Findings::addLauncherLine(const std::string& line) {
+    enders.insert(ranksNamedIn(line));
+    launcher.add(line);
+}
+
+void Findings::addNote(const ClientSet& about, const std::string& text) {
+    if (Row* const same = notes.find([&text](const Row& each) { return each.text == text; }))
+        same->clients.insert(about);
+    else
+        notes.add({about, text});
+}
+
 void Findings::conclude(Report& report) const {
     if (!std::ranges::all_of(waits, isUntraced)) report.waits = waits;
     report.who = who;
-    report.launcher = launcher;
-    report.notes = notes;
+    report.debugger = debugger;
+    report.mpi = mpi;
+    report.launcher = launcher.items([](std::size_t count) { return leftOut(count, "line"); });
+    report.notes = notes.items([](std::size_t count) { return Row{{}, leftOut(count, "note")}; });
     report.output = log.lastLines();
     report.stacks = stacks.parts();
     addStat(report);
@@ -207,27 +245,12 @@ void Findings::addStat(Report& report) const {
 
 // Whom the messages of MPI's own name as those that have ended the job.
 std::vector<Row> Findings::aborters() const {
-    // The rank stands behind the second text, which comes somewhere behind the first.
-    static constexpr std::pair<std::string_view, std::string_view> forms[] = {
-        {"MPI_ABORT was invoked on ", "rank "},
-        {"Abort(", ") on node "},
-        {"application called MPI_Abort(", ") - process "},
-    };
-    ClientSet found;
-    const auto look = [&](const std::string_view line) {
-        for (const auto& [before, between] : forms) {
-            std::size_t at = line.find(before);
-            if (at == line.npos || (at = line.find(between, at)) == line.npos) continue;
-            const std::string_view rest = line.substr(at + between.size());
-            const auto id = wholeNumber<int>(
-                rest.substr(0, std::min(rest.find_first_not_of("0123456789"), rest.size())));
-            if (id && clients.contains(*id)) found.insert(*id);
-        }
-    };
-    for (const std::string& line : launcher)
-        look(line);
-    for (const Transcript::Part& part : log.lastLines())
-        std::ranges::for_each(part.lines, look);
+    ClientSet found = enders;
+    for (const Transcript::Part& part : log.lastLines()) {
+        for (const std::string& line : part.lines)
+            found.insert(ranksNamedIn(line));
+    }
+    found = found.intersection(clients);
     if (found.empty()) return {};
     return {{found, "called MPI_Abort, which ended the job"}};
 }
@@ -293,7 +316,8 @@ void Findings::addOutcome(Report& report) const {
         return;
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
-    report.disturbed = cut ? 1 : signal != 0 ? 128 + signal : 0;
+    const bool errors = !silent.empty() || !unread.empty() || !gone.empty();
+    report.disturbed = signal != 0 ? 128 + signal : cut ? 1 : errors ? 3 : 0;
     if (cut)
         report.notes.push_back({clients, "the session ended before all was found out about them"});
     report.headline = timedOut ? "timed out after " +

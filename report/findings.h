@@ -1,5 +1,6 @@
 #pragma once
 
+#include "report/excerpt.h"
 #include "report/report.h"
 #include "report/tasklog.h"
 #include "report/transcript.h"
@@ -42,15 +43,27 @@ struct Findings {
     std::map<int, SignalFacts> signals; // by client
     /// The clients of the session, those of them that it has lost, and the answers of all.
     ClientSet clients, lost;
+    /// Those whose debuggers do not answer, or could not read their core file.
+    ClientSet silent, unread;
     std::vector<Row> stat, waits, who;
     Transcript stacks;
-    std::vector<std::string> launcher;
-    std::vector<Row> notes;
+    /// The first line of what a debugger says of its version; which MPI libraries tasks have.
+    std::string debugger;
+    std::vector<Row> mpi;
+    /// A line that the launcher has said.
+    void addLauncherLine(const std::string& line);
+    /// What could not be found out; the same about several clients is one note.
+    void addNote(const ClientSet& clients, const std::string& text);
 
     /// Fills in what follows from all this; the rest of the report is the caller's.
     void conclude(Report& report) const;
 
   private:
+    Excerpt<std::string> launcher;
+    Excerpt<Row> notes;
+    // Whom lines of the launcher name as those that have ended the job.
+    ClientSet enders;
+
     void addCrashes(Report& report) const;
     void addEnds(Report& report) const;
     void addStat(Report& report) const;

@@ -65,7 +65,7 @@ function put(parent, tag, text, name) {
 }
 function labelled(parent, runs, text, name) {
   const line = put(parent, 'div', undefined, name);
-  put(line, 'span', ids(runs) + ' | ', 'who');
+  if (runs.length) put(line, 'span', ids(runs) + ' | ', 'who');
   put(line, 'span', text);
   return line;
 }
@@ -173,11 +173,17 @@ if (report.launcher.length) {
   put(at('more'), 'pre', report.launcher.join('\n'));
 }
 list('What could not be found out', report.notes);
-for (const name of ['command', 'tasks', 'started', 'looked', 'written', 'vex', 'debugger']) {
-  if (!report[name]) continue;
+const fact = (name, value) => {
+  if (!value) return;
   put(at('facts'), 'dt', name);
-  put(at('facts'), 'dd', report[name]);
-}
+  put(at('facts'), 'dd', value);
+};
+for (const name of ['command', 'tasks', 'started', 'looked', 'written', 'vex', 'debugger'])
+  fact(name, report[name]);
+fact('launcher', report.launchedBy);
+for (const row of report.mpi)
+  fact('mpi', (report.mpi.length > 1 ? ids(row.clients) + ' | ' : '') + row.text);
+fact('system', report.system);
 </script>
 </body>
 </html>

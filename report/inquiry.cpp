@@ -4,7 +4,7 @@
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
-#include "common/wholenumber.h"
+#include "report/versions.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,7 +13,6 @@
 #include <cstring>
 #include <map>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -28,13 +27,18 @@ constexpr const char* withoutSignalCommand = "signal 0";
 // Endless recursion has calls without end.
 constexpr const char* fullStackCommand = "bt full 100";
 constexpr const char* stackCommand = "bt 100";
+constexpr const char* whoCommand = "vex who";
+constexpr const char* waitsCommand = "vex waits";
 constexpr std::string_view launcherMark = "launcher: ";
 
 constexpr auto settling = 200ms; // for tasks that stop at about the same time
 constexpr auto others = 1s;      // after the first crash, for those that crash as well
 constexpr auto stopping = 10s;   // for tasks to stop when told to
-constexpr auto answering = 120s; // for a debugger
-constexpr auto inAHurry = 10s;   // for a debugger, after a signal
+constexpr auto insisting = 1s;   // before they are told again
+
+// How often a task is stopped at a signal that it handles: each takes some tenths of a second.
+constexpr int seenSignals = 3;
+constexpr int seenFaults = 5;
 
 bool letsRun(const std::string& command) {
     return command == runCommand || command == goOnCommand || command == interruptCommand ||
@@ -42,24 +46,6 @@ bool letsRun(const std::string& command) {
 }
 
 int tasksOf(const ClientSet& clients) { return clients.empty() ? 0 : clients.back() + 1; }
-
-// "REPORT (3): 0:1 4", as groups are told.
-ClientSet parseGroup(const std::string& text) {
-    ClientSet found;
-    const std::size_t colon = text.find("): ");
-    std::size_t at = colon == std::string::npos ? text.size() : colon + 3;
-    while (at < text.size()) {
-        const std::size_t end = std::min(text.find_first_of(" \n", at), text.size());
-        const std::string word = text.substr(at, end - at);
-        const std::size_t middle = word.find(':');
-        const auto first = wholeNumber<int>(word.substr(0, middle));
-        const auto last =
-            middle == std::string::npos ? first : wholeNumber<int>(word.substr(middle + 1));
-        if (first && last && *first <= *last) found.insertRange(*first, *last);
-        at = end + 1;
-    }
-    return found;
-}
 
 // The set of signals in a line of /proc/PID/status (proc(5)): "SigCgt:\t0000000180004002".
 std::uint64_t signalMask(const std::vector<std::string_view>& lines, std::string_view name) {
@@ -87,32 +73,23 @@ bool suspends(int number) {
     return number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU;
 }
 
-std::string innermost(const std::vector<std::string_view>& stack) {
-    return stack.empty() ? "" : std::string(stack.front());
-}
-
-std::vector<Row> rowsOf(const Data& data) {
-    std::vector<Row> rows;
-    for (const auto& [number, slot] : data.slots()) {
-        for (const Line& line : slot.lines)
-            rows.push_back({line.clients(), std::string(line.getContent())});
-    }
-    return rows;
-}
-
 } // namespace
 
 Inquiry::Inquiry(Conversation& conversation, const Plan& what)
     : session(conversation),
       plan(what),
-      group("VEX_REPORT_" + std::to_string(conversation.number())),
-      found(0) {}
+      questions(conversation, what.way == JOIN, *this),
+      found(0) {
+    for (const std::string& note : plan.notes)
+        found.addNote({}, note);
+}
 
 const Findings& Inquiry::carryOut() {
     found.ran = plan.way == RUN;
     found.timeout = plan.timeout;
     try {
-        found.clients = members(GroupNames::all);
+        found.clients = session.members(GroupNames::all);
+        questions.setAll(found.clients);
         found.log = TaskLog(tasksOf(found.clients));
         if (plan.way == RUN) run();
         look();
@@ -127,29 +104,28 @@ const Findings& Inquiry::carryOut() {
 void Inquiry::run() {
     const auto began = Clock::now();
     if (plan.timeout > 0) stopAt = began + std::chrono::seconds(plan.timeout);
-    session.command(GroupNames::all, runCommand);
+    if (session.command(GroupNames::all, runCommand)) {
+        // There is nothing to run: core files, say.
+        found.ran = false;
+        return;
+    }
     running = true;
     std::optional<Clock::time_point> judgeAt;
     ClientSet stopped;
-    while (running) {
+    while (running || session.hasMore()) {
         auto until = stopAt;
         if (judgeAt && (!until || *judgeAt < *until)) until = judgeAt;
         Conversation::Heard heard = session.hear(until);
         switch (heard.kind) {
         case Conversation::Heard::TEXT:
-            learn(heard.data);
+            onText(heard.data);
             break;
         case Conversation::Heard::READY:
-            running = false;
+            running = stillRuns();
             break;
         case Conversation::Heard::SIGNAL:
             onSignal(heard.signal);
             break;
-        case Conversation::Heard::REPLY:
-            // There is nothing to run: core files, say.
-            if (heard.reply.getRetValue() != Reply::FAILED) break;
-            found.ran = false;
-            return;
         default:
             break;
         }
@@ -170,30 +146,32 @@ void Inquiry::run() {
 // Those that stop meanwhile by themselves have crashed as well.
 void Inquiry::stopAll() {
     const auto until = Clock::now() + stopping;
-    session.interrupt();
-    while (running) {
-        const Conversation::Heard heard = session.hear(until);
-        if (heard.kind == Conversation::Heard::TEXT) learn(heard.data);
-        if (heard.kind == Conversation::Heard::READY) running = false;
+    session.interrupt(GroupNames::all);
+    auto again = Clock::now() + insisting;
+    while ((running && Clock::now() < until) || session.hasMore()) {
+        const Conversation::Heard heard = session.hear(std::min(again, until));
+        if (heard.kind == Conversation::Heard::TEXT) onText(heard.data);
         if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);
-        if (heard.kind == Conversation::Heard::REPLY) {
-            if (heard.reply.getRetValue() == Reply::ON_NORMAL)
-                running = false;
-            else
-                session.interrupt(); // a debugger on a busy machine may have dropped it
-        }
+        if (heard.kind == Conversation::Heard::READY) running = stillRuns();
         if (heard.kind != Conversation::Heard::TIME) continue;
-        busy = members(GroupNames::pending);
-        found.notes.push_back({busy, "could not be stopped, and was not looked at"});
-        break;
+        // A debugger on a busy machine may have dropped it.
+        running = stillRuns();
+        if (running) session.interrupt(GroupNames::all);
+        again = Clock::now() + insisting;
+    }
+    if (running) {
+        const ClientSet busy = session.atWork();
+        questions.leaveOut(busy);
+        found.addNote(busy, "could not be stopped, and was not looked at");
     }
     ClientSet crashed;
     for (const int id : found.log.takeStopped()) {
         const TaskLog::Task& task = found.log.of(id);
         if (task.aborts || task.signal != "SIGINT") crashed.insert(id);
     }
-    ClientSet passed = passOn(crashed);
+    const ClientSet passed = passOn(crashed);
     crashed.erase(passed);
+    crashed.erase(questions.leftOut());
     noteDetails(crashed);
     found.crashed.insert(crashed);
 }
@@ -203,6 +181,7 @@ void Inquiry::judge(const ClientSet& stopped) {
     const ClientSet passed = passOn(stopped);
     ClientSet crashed = stopped;
     crashed.erase(passed);
+    crashed.erase(questions.leftOut());
     std::map<std::string, ClientSet> commands;
     for (const int id : passed)
         commands[suspended.contains(id)                ? withoutSignalCommand
@@ -214,10 +193,44 @@ void Inquiry::judge(const ClientSet& stopped) {
         found.crashed.insert(crashed);
         crashSeen();
     }
+    passUnseen(passed);
     for (const auto& [command, clients] : commands)
         letGoOn(clients, command);
-    // The answers in between have taken the place of what was waited for.
-    running = session.standIn(GroupNames::all).getRetValue() == Reply::ON_INTERRUPT;
+    running = stillRuns();
+}
+
+// A program that lives by a signal would stand more than it runs: after some of the kind, its
+// debugger does not stop for it any more. It still does for an interrupt, which is how tasks are
+// stopped.
+void Inquiry::passUnseen(const ClientSet& passed) {
+    std::map<std::string, ClientSet> often;
+    for (const int id : passed) {
+        const std::string& name = found.log.of(id).signal;
+        SignalFacts signal;
+        signal.number = numberOf(name);
+        if (suspends(signal.number) || signal.number == SIGINT) continue;
+        if (++passes[{id, signal.number}] == (signal.isFault() ? seenFaults : seenSignals))
+            often[name].insert(id);
+    }
+    for (const auto& [name, clients] : often) {
+        questions.ask(clients, "handle " + name + " nostop noprint pass");
+        // What is known of those before is no cause of what comes.
+        const ClientSet faulty = clients.intersection(found.passed);
+        if (faulty.empty()) continue;
+        found.passed.erase(faulty);
+        for (const int id : faulty) {
+            found.fullStacks.forget(id);
+            found.signals.erase(id);
+        }
+        found.addNote(faulty, "has gone on after " + std::to_string(seenFaults) + " times " + name +
+                                  ", and was not stopped at it any more");
+    }
+}
+
+// Questions in between have taken the place of what was waited for.
+bool Inquiry::stillRuns() {
+    session.awaitAll();
+    return !session.atWork().empty();
 }
 
 void Inquiry::crashSeen() {
@@ -225,12 +238,12 @@ void Inquiry::crashSeen() {
     if (!stopAt || soon < *stopAt) stopAt = soon;
 }
 
-// The clients whose signals are to be passed on. A fault is so once at each place: what stood there
-// is noted, for the handler may end the task.
+// The clients whose signals are to be passed on. A fault is so once at each place and address: what
+// stood there is noted, for the handler may end the task.
 ClientSet Inquiry::passOn(const ClientSet& stopped) {
     if (stopped.empty()) return {};
     Transcript status;
-    status.add(ask(stopped, "info proc status").rows);
+    status.add(questions.ask(stopped, "info proc status").rows);
     ClientSet passed, faults;
     suspended = {};
     for (const int id : stopped) {
@@ -253,20 +266,26 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
     if (faults.empty()) return passed;
     std::map<int, std::string> before;
     for (const int id : faults.intersection(found.passed))
-        before[id] = innermost(found.fullStacks.of(id));
+        before[id] = faultOf(id);
     noteDetails(faults);
     for (const int id : faults) {
         const auto last = before.find(id);
-        if (last == before.end() || last->second != innermost(found.fullStacks.of(id)))
-            passed.insert(id);
+        if (last == before.end() || last->second != faultOf(id)) passed.insert(id);
     }
     found.passed.insert(faults);
     return passed;
 }
 
+std::string Inquiry::faultOf(int id) const {
+    const auto facts = found.signals.find(id);
+    const auto stack = found.fullStacks.of(id);
+    return (facts == found.signals.end() ? "" : facts->second.address) + " " +
+           std::string(stack.empty() ? "" : stack.front());
+}
+
 void Inquiry::noteDetails(const ClientSet& clients) {
     if (clients.empty()) return;
-    for (const Row& row : ask(clients, SignalFacts::command()).rows) {
+    for (const Row& row : questions.ask(clients, SignalFacts::command()).rows) {
         const SignalFacts facts = SignalFacts::of(row.text);
         if (facts.number == 0) continue;
         for (const int id : row.clients)
@@ -274,139 +293,83 @@ void Inquiry::noteDetails(const ClientSet& clients) {
     }
     for (const int id : clients)
         found.fullStacks.forget(id);
-    found.fullStacks.add(ask(clients, fullStackCommand).rows);
+    found.fullStacks.add(questions.ask(clients, fullStackCommand).rows);
 }
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
-    if (session.assign(group, clients).getRetValue() == Reply::FAILED) {
-        const ClientSet living = clients.intersection(members(GroupNames::all));
-        if (living.empty() || session.assign(group, living).getRetValue() == Reply::FAILED) return;
-    }
     found.log.goOn(clients);
-    session.command(group, command);
+    if (!questions.command(clients, command)) found.addNote(clients, "could not be let go on");
 }
 
 void Inquiry::look() {
     looked = std::chrono::system_clock::now();
     ClientSet all = found.clients;
-    all.erase(busy);
     if (plan.way == JOIN) {
         ClientSet foreign = all;
-        all = idleOf(all);
+        all = questions.idleOf(all);
         foreign.erase(all);
         if (!foreign.empty())
-            found.notes.push_back({foreign, "not looked at: in the hands of another console"});
+            found.addNote(foreign, "not looked at: in the hands of another console");
     }
-    const Answer stat = ask(all, "vex stat");
+    ClientSet asked = all;
+    const Questions::Answer stat = questions.ask(all, "vex stat");
     found.stat = stat.rows;
     // Those that have ended have no stack.
     for (const Row& row : stat.rows) {
-        if (row.text.starts_with("no stack: ")) all.erase(row.clients);
+        if (!row.text.starts_with("no stack: ")) continue;
+        all.erase(row.clients);
+        if (plan.way == CORES) found.unread.insert(row.clients);
     }
+    if (!found.unread.empty())
+        found.addNote(found.unread, "the debugger could not read the core file");
     if (stat.complete && !all.empty()) {
         if (!found.ran) {
-            for (const Row& row : ask(all, SignalFacts::command()).rows) {
+            for (const Row& row : questions.ask(all, SignalFacts::command()).rows) {
                 if (SignalFacts::of(row.text).isFault()) found.crashed.insert(row.clients);
             }
             noteDetails(found.crashed);
         }
         ClientSet rest = all;
         rest.erase(found.crashed);
-        found.stacks.add(ask(rest, stackCommand).rows);
+        found.stacks.add(questions.ask(rest, stackCommand).rows);
     }
-    found.who = ask(found.clients, "vex who").rows;
-    const Answer waits = ask(found.clients, "vex waits");
+    found.who = questions.askSession(whoCommand).rows;
+    const Questions::Answer waits = questions.askSession(waitsCommand);
     if (waits.complete) found.waits = waits.rows;
     found.lost = found.clients;
-    found.lost.erase(members(GroupNames::all));
-    if (!stat.complete || found.clients.empty()) return;
-    const Answer told = ask({found.clients.front()}, "show version");
-    if (!told.rows.empty()) version = told.rows.front().text;
-}
-
-// Those of the clients that work for no other console. A group in which one does is refused.
-ClientSet Inquiry::idleOf(const ClientSet& clients) {
-    const Answer answer = ask(clients, "echo");
-    if (answer.error != CMD_GROUP_BUSY) return clients;
-    if (clients.size() == 1) return {};
-    ClientSet halves[2];
-    for (const int id : clients)
-        halves[halves[0].size() < clients.size() / 2 ? 0 : 1].insert(id);
-    ClientSet idle = idleOf(halves[0]);
-    idle.insert(idleOf(halves[1]));
-    return idle;
-}
-
-// The clients that are still there.
-Inquiry::Answer Inquiry::ask(const ClientSet& clients, const std::string& command) {
-    if (clients.empty()) return {};
-    if (clients == found.clients) return askGroup(GroupNames::all, command);
-    if (clients.size() == 1) return askGroup(std::to_string(clients.front()), command);
-    if (session.assign(group, clients).getRetValue() == Reply::FAILED) {
-        const ClientSet living = clients.intersection(members(GroupNames::all));
-        if (living.empty() || session.assign(group, living).getRetValue() == Reply::FAILED)
-            return {};
+    found.lost.erase(session.members(GroupNames::all));
+    asked.erase(questions.leftOut());
+    if (!stat.complete || asked.empty()) return;
+    const Questions::Answer told = questions.ask({asked.front()}, "show version");
+    if (!told.rows.empty()) found.debugger = told.rows.front().text;
+    for (const Row& row : questions.ask(asked, Versions::mpiCommand()).rows) {
+        if (std::string mpi = Versions::mpiOf(row.text); !mpi.empty())
+            found.mpi.push_back({row.clients, std::move(mpi)});
     }
-    Answer answer = askGroup(group, command);
-    if (plan.way == JOIN) session.forget(group, clients);
-    return answer;
 }
 
-Inquiry::Answer Inquiry::askGroup(const std::string& name, const std::string& command) {
-    Answer answer;
-    const auto begun = Clock::now();
-    bool given = false; // up
-    session.command(name, command);
-    for (;;) {
-        const auto patience = hurried ? std::chrono::seconds(inAHurry) : answering;
-        Conversation::Heard heard = session.hear(begun + (given ? patience + stopping : patience));
-        switch (heard.kind) {
-        case Conversation::Heard::READY:
-            answer.complete = !given;
-            return answer;
-        case Conversation::Heard::TEXT:
-            if (heard.data.getConsoleCmd() == command) {
-                for (Row& row : rowsOf(heard.data))
-                    answer.rows.push_back(std::move(row));
-            } else {
-                learn(heard.data);
-            }
-            break;
-        case Conversation::Heard::REPLY:
-            if (heard.reply.getRetValue() != Reply::FAILED) break;
-            answer.error = heard.reply.getErrCode();
-            // A task that has just stopped may not have told so.
-            if (plan.way == JOIN || answer.error != CMD_GROUP_BUSY || Clock::now() > begun + 5s)
-                return answer;
-            std::this_thread::sleep_for(50ms);
-            session.command(name, command);
-            break;
-        case Conversation::Heard::SIGNAL:
-            onSignal(heard.signal);
-            break;
-        case Conversation::Heard::TIME:
-            if (given) return answer;
-            given = true;
-            session.interrupt();
-            found.notes.push_back({members(name), "do not answer '" + command + "' in time"});
-            break;
-        }
-    }
+void Inquiry::onSilent(const ClientSet& clients, const std::string& question,
+                       std::chrono::seconds time) {
+    found.silent.insert(clients);
+    // gdb's Python is one line without end.
+    const std::string asked = question.substr(0, question.find_first_of("( "));
+    found.addNote(clients, "no answer to '" + asked + "' in " + std::to_string(time.count()) +
+                               " seconds; not looked at any further");
 }
 
 // Lines that belong to no answer that is waited for: what tasks say, and what the session tells.
-void Inquiry::learn(const Data& data) {
+void Inquiry::onText(const Data& data) {
     const bool tasks = letsRun(data.getConsoleCmd());
-    for (const Row& row : rowsOf(data)) {
+    for (const Row& row : Questions::rowsOf(data)) {
         if (tasks) {
             // gdb's empty lines are those in front of what it tells.
             if (found.log.add(row.clients, row.text) && plan.echo && !row.text.empty())
                 std::fprintf(plan.echo, "%s | %s\n", Text::list(row.clients).c_str(),
                              row.text.c_str());
         } else if (row.text.starts_with(launcherMark)) {
-            found.launcher.push_back(row.text.substr(launcherMark.size()));
+            found.addLauncherLine(row.text.substr(launcherMark.size()));
         } else if (data.getConsoleCmd().empty()) {
-            found.notes.push_back(row);
+            found.addNote(row.clients, row.text);
         }
     }
     if (plan.echo) std::fflush(plan.echo);
@@ -415,11 +378,7 @@ void Inquiry::learn(const Data& data) {
 // What is found out from now on has to be so at once.
 void Inquiry::onSignal(int number) {
     hurried = true;
+    questions.hurry();
     if (found.signal == 0) found.signal = number;
     stopAt = Clock::now();
-}
-
-ClientSet Inquiry::members(const std::string& name) {
-    const Reply reply = session.query(name);
-    return reply.getRetValue() == Reply::FAILED ? ClientSet() : parseGroup(reply.getRetInfo());
 }

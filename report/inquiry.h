@@ -3,24 +3,29 @@
 #include "common/data.h"
 #include "report/conversation.h"
 #include "report/findings.h"
+#include "report/questions.h"
 
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// Finds out by the commands of a console how a job stands: runs it where that is the task, until
 /// something goes wrong or the time is up, and looks. One thread; carryOut waits.
-class Inquiry {
+class Inquiry : private Questions::Owner {
   public:
-    enum Way { RUN, LOOK, JOIN };
+    enum Way { RUN, LOOK, CORES, JOIN };
     struct Plan {
-        /// RUN: the tasks of the session have not run yet. JOIN: others use the session, which
-        /// stays as it is.
+        /// RUN: the tasks of the session have not run yet. CORES: they are core files. JOIN: others
+        /// use the session, which stays as it is.
         Way way = RUN;
         /// Seconds that the tasks run at most; 0: as long as they want.
         int timeout = 0;
+        /// What could not be done before there was a session.
+        std::vector<std::string> notes = {};
         /// Where what the tasks say is shown at once.
         std::FILE* echo = stdout;
     };
@@ -31,28 +36,19 @@ class Inquiry {
     const Findings& carryOut();
     /// When the tasks were looked at; nothing when they were not.
     std::optional<std::chrono::system_clock::time_point> lookedAt() const { return looked; }
-    /// The first line of what the debugger says of its version; empty: unknown.
-    const std::string& debugger() const { return version; }
 
   private:
     using Clock = Conversation::Clock;
-    struct Answer {
-        bool complete = false;
-        int error = 0; // of a command that was refused
-        std::vector<Row> rows;
-    };
 
     Conversation& session;
     const Plan plan;
-    // Of this report alone: the session may be that of others, who have groups of their own.
-    const std::string group;
+    Questions questions;
     Findings found;
     std::optional<std::chrono::system_clock::time_point> looked;
-    std::string version;
     bool running = false; // commands that let tasks run have not all ended
     bool hurried = false; // a signal has come
     std::optional<Clock::time_point> stopAt;
-    ClientSet busy;      // tasks that cannot be stopped
+    std::map<std::pair<int, int>, int> passes; // by client and signal
     ClientSet suspended; // tasks that go on without the signal that they stand at
 
     void run();
@@ -60,13 +56,16 @@ class Inquiry {
     void look();
     void judge(const ClientSet& stopped);
     ClientSet passOn(const ClientSet& stopped);
+    void passUnseen(const ClientSet& passed);
+    std::string faultOf(int client) const;
     void noteDetails(const ClientSet& clients);
     void crashSeen();
     void letGoOn(const ClientSet& clients, const std::string& command);
-    Answer ask(const ClientSet& clients, const std::string& command);
-    Answer askGroup(const std::string& group, const std::string& command);
-    void learn(const Data& data);
-    void onSignal(int number);
-    ClientSet idleOf(const ClientSet& clients);
-    ClientSet members(const std::string& group);
+    bool stillRuns();
+
+    // Questions::Owner
+    void onText(const Data& data) override;
+    void onSignal(int number) override;
+    void onSilent(const ClientSet& clients, const std::string& question,
+                  std::chrono::seconds time) override;
 };

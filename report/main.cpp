@@ -8,7 +8,9 @@
 #include "report/htmlform.h"
 #include "report/inquiry.h"
 #include "report/jsonform.h"
+#include "report/launcherversion.h"
 #include "report/textform.h"
+#include "report/versions.h"
 #include "report/wholefile.h"
 
 #include <array>
@@ -20,6 +22,7 @@
 #include <string_view>
 #include <sys/types.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -30,6 +33,9 @@ struct Words {
     pid_t starter = -1;
     int timeout = 0;
     Inquiry::Way way = Inquiry::RUN;
+    std::vector<std::string> launcher; // its command line
+    pid_t launched = -1;               // its process
+    std::vector<std::string> notes;    // of the start
     std::string file;
     std::string command;
 };
@@ -43,18 +49,24 @@ std::string utc(SystemTime when) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-// -s SESSION -b STARTER -t SECONDS -w run|look|join -f FILE -- COMMAND...
+// -s SESSION -b STARTER -t SECONDS -w run|look|cores|join -f FILE [-e NOTE]... [-l WORD]... [-p
+// PID]
+// -- COMMAND...
 Words parse(int argc, char** argv) {
     Words words;
-    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:")) != -1;) {
+    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:e:l:p:")) != -1;) {
         const std::string_view value = optarg ? optarg : "";
         const int number = wholeNumber<int>(value).value_or(0);
         if (option == 's') words.session = number;
         if (option == 'b') words.starter = number;
         if (option == 't') words.timeout = number;
         if (option == 'w' && value == "look") words.way = Inquiry::LOOK;
+        if (option == 'w' && value == "cores") words.way = Inquiry::CORES;
         if (option == 'w' && value == "join") words.way = Inquiry::JOIN;
+        if (option == 'e') words.notes.emplace_back(value);
         if (option == 'f') words.file = value;
+        if (option == 'l') words.launcher.emplace_back(value);
+        if (option == 'p') words.launched = number;
     }
     for (int i = optind; i < argc; ++i)
         words.command += (i == optind ? "" : " ") + Text::quoted(argv[i]);
@@ -71,16 +83,21 @@ int run(const Words& words) {
     Report report;
     Conversation session(words.session, words.starter);
     if (!session.begin()) return 1;
+    LauncherVersion launcher;
+    if (!words.launcher.empty()) launcher.ask(words.launcher);
+    if (words.launched > 0) launcher.askProcess(words.launched);
     report.started = utc(std::chrono::system_clock::now());
-    Inquiry inquiry(
-        session,
-        {.way = words.way, .timeout = words.timeout, .echo = words.file == "-" ? stderr : stdout});
+    Inquiry inquiry(session, {.way = words.way,
+                              .timeout = words.timeout,
+                              .notes = words.notes,
+                              .echo = words.file == "-" ? stderr : stdout});
     const Findings& found = inquiry.carryOut();
     report.command = words.command;
     report.tasks = static_cast<int>(found.clients.size());
     if (const auto when = inquiry.lookedAt()) report.looked = utc(*when);
     report.vex = VEX_VERSION;
-    report.debugger = inquiry.debugger();
+    report.system = Versions::system();
+    report.launchedBy = launcher.answer();
     found.conclude(report);
     report.written = utc(std::chrono::system_clock::now());
     file.write(formOf(report, words.file));

@@ -40,7 +40,9 @@ struct Report {
     std::string command;
     int tasks = 0;
     std::string started, looked, written; // UTC, RFC 3339; looked: empty when nothing was looked at
-    std::string vex, debugger;            // versions; empty: unknown
+    std::string vex, debugger, system;    // versions; empty: unknown
+    std::string launchedBy;               // the version of the job's launcher; empty: unknown
+    std::vector<Row> mpi;                 // which MPI library tasks have
 
     std::vector<Crash> crashes;
     std::vector<Ended> ended;

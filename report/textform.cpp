@@ -1,5 +1,6 @@
 #include "report/textform.h"
 
+#include "backend/folding/safetext.h"
 #include "backend/os/text.h"
 
 #include <vector>
@@ -9,7 +10,7 @@ namespace {
 constexpr std::size_t indent = 2; // blanks of a call of the tree
 
 void add(std::string& text, const ClientSet& clients, const std::string& line) {
-    text += Text::list(clients) + " | " + line;
+    text += (clients.empty() ? "" : Text::list(clients) + " | ") + SafeText::of(line);
     // What tasks say may end with blanks; a line of the report does not.
     text.erase(text.find_last_not_of(' ') + 1);
     text += '\n';
@@ -34,7 +35,8 @@ void addSection(std::string& text, const std::string& title, const std::string& 
 std::string header(const Report& report) {
     std::string text;
     const auto line = [&text](const std::string& name, const std::string& value) {
-        if (!value.empty()) text += name + std::string(10 - name.size(), ' ') + value + "\n";
+        if (value.empty()) return;
+        text += name + std::string(10 - name.size(), ' ') + SafeText::of(value) + "\n";
     };
     line("command", report.command);
     line("tasks", std::to_string(report.tasks));
@@ -43,6 +45,11 @@ std::string header(const Report& report) {
     line("written", report.written);
     line("vex", report.vex);
     line("debugger", report.debugger);
+    line("launcher", report.launchedBy);
+    // One library is that of all, as a rule.
+    for (const Row& row : report.mpi)
+        line("mpi", (report.mpi.size() > 1 ? Text::list(row.clients) + " | " : "") + row.text);
+    line("system", report.system);
     return text;
 }
 
@@ -81,7 +88,7 @@ std::string TextForm::of(const Report& report) {
     addSection(text, "What could not be found out", listed(report.notes));
     std::string launcher;
     for (const std::string& line : report.launcher)
-        launcher += line + "\n";
+        add(launcher, {}, line);
     addSection(text, "What the launcher said", launcher);
     addSection(text, "What the tasks said last", listed(report.output));
     addSection(text, "Who is who", listed(report.who));

@@ -119,6 +119,8 @@ class Driver {
     virtual bool reportsError(std::string_view) const { return false; }
     /// Whether this line of the start-up is of no interest to the user.
     virtual bool isGreeting(std::string_view line) const = 0;
+    /// Whether this line of the start-up says what could not be done or believed.
+    virtual bool complains(std::string_view) const { return false; }
     /// What the user can do about this line of the start-up; empty: nothing is known.
     virtual std::string hintFor(std::string_view) const { return ""; }
     /// Whether this command line lets the task run until the prompt; for a debugger that prints no

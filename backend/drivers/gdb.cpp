@@ -323,6 +323,12 @@ bool Gdb::isGreeting(std::string_view line) const {
            line.starts_with("Python scripting is not supported in this copy of GDB");
 }
 
+bool Gdb::complains(std::string_view line) const {
+    return line.starts_with("warning: ") || line.starts_with("BFD: ") ||
+           line.starts_with("ptrace: ") || line.starts_with("Could not attach to process") ||
+           line.find("\" is not a core dump: ") != std::string_view::npos;
+}
+
 bool Gdb::letsRun(std::string_view line) const {
     static constexpr CommandName runners[] = {
         {"run", 1},     {"start", 5},  {"starti", 6}, {"continue", 1}, {"fg", 2},    {"nexti", 1},

@@ -31,6 +31,7 @@ class Gdb : public Driver {
     bool preloads() const override { return true; }
     bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;
+    bool complains(std::string_view line) const override;
     std::string hintFor(std::string_view line) const override;
     bool letsRun(std::string_view line) const override;
     std::string refusal(std::string_view line) const override {

@@ -65,6 +65,10 @@ class Clients : public Client::Listener,
     void start();
     /// The user goes on without the tasks that are missing. Does nothing when nobody has asked.
     void goOn();
+    /// What debuggers have said at the start that they could not do, with their clients.
+    std::vector<std::pair<std::string, ClientSet>> complaints() const {
+        return startupOutput.complaints(driver);
+    }
     /// Tells the user something about the session's start or its end.
     void say(const std::string& sentence) { progress.say(sentence); }
     /// A child of this process has ended, and was not reaped: does so, and gives true, when it is

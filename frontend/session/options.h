@@ -65,6 +65,8 @@ struct Options {
     std::string script;
     /// The file to write a report to, in place of a console; "-": the standard output; empty: none.
     std::string report;
+    /// What its start has said that a report should say, too: of tasks that are left out.
+    std::vector<std::string> startNotes;
     /// How long a program runs at most before the report, in seconds; 0: as long as it wants.
     int timeout = 0;
     /// The console program; empty: the one beside this program, else the one in PATH.

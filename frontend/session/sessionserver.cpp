@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <sstream>
 #include <sys/wait.h>
+#include <utility>
 
 namespace {
 
@@ -126,6 +127,11 @@ void SessionServer::onChild() {
 // The agents know which processes the tasks are; the answer waits a moment for them.
 void SessionServer::onCommand(int id, const Command& command) {
     if (phase != SERVING) return;
+    // Its user has seen them on the terminal; who reads a report has not.
+    if (!options.report.empty() && !std::exchange(startTold, true)) {
+        for (const auto& [line, whose] : clients.complaints())
+            board.tell(whose, line);
+    }
     if (OwnCommand::of(command) == OwnCommand::WHO) return whoQueries.want(id, command);
     if (OwnCommand::of(command) == OwnCommand::WAITS) return waitQueries.want(id, command);
     // A console that does not wait for that answer any more must not get it behind the answer to

@@ -49,6 +49,7 @@ class SessionServer : private Switchboard::Outlet,
     const Clock::time_point begin = Clock::now();
     EventLoop loop;
     Phase phase = STARTING;
+    bool startTold = false; // what debuggers could not do then, in a report
     int status = 0;
     bool closing = false; // ENDING, and nothing is left below this process
 
@@ -96,7 +97,7 @@ class SessionServer : private Switchboard::Outlet,
     void onNode(const ClientSet& ids, Node& node) override { board.setNode(ids, node); }
     Node::Listener& nodeListener() override { return board; }
     bool mayReadClients(const ClientSet& ids) override;
-    void tellOfClient(int client, const std::string& text) override { board.tell(client, text); }
+    void tellOfClient(int client, const std::string& text) override { board.tell({client}, text); }
     void announce(const std::string& text) override { board.announce(text); }
     void onIdentity() override { whoQueries.answered(); }
     void onMpiStates() override { waitQueries.answered(); }

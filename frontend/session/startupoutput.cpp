@@ -7,7 +7,6 @@
 #include <sstream>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 bool StartupOutput::allSaid(std::string_view text, std::size_t clients) const {
     std::size_t found = 0;
@@ -19,7 +18,7 @@ bool StartupOutput::allSaid(std::string_view text, std::size_t clients) const {
     return clients > 0 && found == clients;
 }
 
-std::string StartupOutput::report(const Driver& driver) const {
+std::vector<std::pair<std::string, ClientSet>> StartupOutput::lines(const Driver& driver) const {
     std::vector<std::pair<ClientSet, std::string>> said;
     for (const auto& [client, text] : texts)
         said.push_back({{client}, text});
@@ -37,8 +36,19 @@ std::string StartupOutput::report(const Driver& driver) const {
             lines[at->second].second.insert(whose);
         }
     }
+    return lines;
+}
+
+std::vector<std::pair<std::string, ClientSet>>
+StartupOutput::complaints(const Driver& driver) const {
+    auto found = lines(driver);
+    std::erase_if(found, [&driver](const auto& each) { return !driver.complains(each.first); });
+    return found;
+}
+
+std::string StartupOutput::report(const Driver& driver) const {
     std::string report;
-    for (const auto& [line, clients] : lines) {
+    for (const auto& [line, clients] : lines(driver)) {
         const std::string hint = driver.hintFor(line);
         report.append("vex: ")
             .append(Text::list(clients))

@@ -6,6 +6,8 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 /// What the debuggers print at their start, before their first prompts.
 class StartupOutput {
@@ -19,8 +21,12 @@ class StartupOutput {
     /// The lines beyond the debugger's usual greeting, each once with its clients, and what to do
     /// about it.
     std::string report(const Driver& driver) const;
+    /// Those of them that say what could not be done or believed.
+    std::vector<std::pair<std::string, ClientSet>> complaints(const Driver& driver) const;
 
   private:
     std::map<int, std::string> texts;
     std::map<std::string, ClientSet> equal; // texts of clients that are known as sets
+
+    std::vector<std::pair<std::string, ClientSet>> lines(const Driver& driver) const;
 };

@@ -364,9 +364,9 @@ void Switchboard::clientForked(int id, const std::string& process) {
         outlet.toConsole(number, answer(Reply::CLIENT_ADD, id, " " + process));
 }
 
-void Switchboard::tell(int id, const std::string& text) {
+void Switchboard::tell(const ClientSet& clients, const std::string& text) {
     for (const auto& [number, console] : consoles)
-        dispatcher.announce(number, {id}, text);
+        dispatcher.announce(number, clients, text);
 }
 
 void Switchboard::clientGone(int id, Clock::time_point now) {

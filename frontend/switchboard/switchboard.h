@@ -76,8 +76,8 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     void runs(int client, bool nowRuns) { local.runs(client, nowRuns); }
     /// Adds an idle client, whose number was never used; the text names its process.
     void clientForked(int client, const std::string& process);
-    /// Tells all consoles something about a client.
-    void tell(int client, const std::string& text);
+    /// Tells all consoles something about clients.
+    void tell(const ClientSet& clients, const std::string& text);
     /// The client's debugger has ended; all its output was handed over before.
     void clientGone(int client, Clock::time_point now);
 

@@ -46,8 +46,8 @@ int Foreground::run() {
         throw;
     }
     stream.release();
-    if (signalled != 0) return 128 + signalled;
     if (!start.reporter.empty()) return statusOfReport();
+    if (signalled != 0) return 128 + signalled;
     if (!start.script) return status == 0 && failed() ? 1 : status;
     const bool mayJudge = report && (status == 0 || status == ExitStatus::refused);
     return mayJudge && !succeeded() ? ExitStatus::refused : status;
@@ -88,12 +88,12 @@ void Foreground::startConsole() {
     console.start(start.console, start.session, start.reporter, environment);
 }
 
-// The session's own says more only when the session has failed, or debuggers have had errors while
-// all went well.
+// The one that stands in the report, also when a signal has called for it. The session's own says
+// more only when the session has failed.
 int Foreground::statusOfReport() const {
     const int reported = WIFEXITED(console.status()) ? WEXITSTATUS(console.status()) : 1;
-    const bool failed = status != 0 && status != ExitStatus::refused;
-    return failed || reported == 0 ? status : reported;
+    if (signalled != 0) return reported == 1 ? 128 + signalled : reported;
+    return status != 0 ? status : reported;
 }
 
 // Whether the console carried out every line of the script; tells the user what it did not.

@@ -174,6 +174,9 @@ std::vector<Story> stories() {
         {"1 of 4 tasks failed", "2 | was lost with its debugger"}, 4)
         .lost = {2};
     add("a warning", {}, {"what 4 tasks do"}, 143).signal = SIGTERM;
+    Findings& mute = add("a debugger that does not answer", {}, {"what 4 tasks do"}, 3);
+    mute.ran = false;
+    mute.silent = {1};
     Findings& halves = add("a look that was cut", {},
                            {"the session ended before all was found out about its 4 tasks"}, 1);
     halves.ran = false;

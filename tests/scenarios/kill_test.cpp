@@ -107,10 +107,14 @@ class KillTest : public VexTest {
         std::erase_if(dead, [&](const auto& each) {
             return living.find(" " + each.first + "\n") != std::string::npos;
         });
-        launch({"--list"});
-        EXPECT_EQ(vex->exitStatus(), 0);
-        for (const auto& [path, time] : dead)
-            EXPECT_NE(timeOf(path), time) << path;
+        // One that belongs to another test may still be claimed by a foreground that is about to
+        // end.
+        EXPECT_TRUE(eventually([&] {
+            launch({"--list"});
+            EXPECT_EQ(vex->exitStatus(), 0);
+            std::erase_if(dead, [](const auto& each) { return timeOf(each.first) != each.second; });
+            return dead.empty();
+        })) << (dead.empty() ? "" : dead.begin()->first);
     }
 };
 
@@ -119,6 +123,10 @@ TEST_F(KillTest, WhoeverIsKilledNothingIsLeft) {
     const long rounds = soak("VEX_SOAK_ROUNDS", 30);
     random.seed(static_cast<unsigned>(seed));
     ::setenv("VEX_LAUNCH_DIR", folder.path("launch").c_str(), 1);
+    // A leak checker forks the process at its end, as a part that is not one of the session's; its
+    // parent waits for ever when that is killed.
+    const char* const options = std::getenv("ASAN_OPTIONS");
+    ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":detect_leaks=0").c_str(), 1);
     const std::string standin = program("gdb-standin");
     const std::string loop = script("loop", "#!/bin/sh\nfor r in 0 1; do PMI_SIZE=2 PMI_RANK=$r "
                                             "\"$@\" & done\nwait\n");

@@ -23,7 +23,8 @@ class SoakTest : public VexTest {
         std::map<int, std::string> said;
         for (const std::string& line : lines) {
             const std::size_t bar = line.find("| ");
-            if (bar == std::string::npos) continue;
+            // On a busy machine, some are named before they answer.
+            if (bar == std::string::npos || contain({line}, "| No answer yet from ")) continue;
             std::istringstream sets(line.substr(0, bar));
             for (std::string set; sets >> set;) {
                 const int first = std::stoi(set), last = std::stoi(set.substr(set.find(':') + 1));
@@ -84,6 +85,14 @@ class SoakTest : public VexTest {
         }
         alive.erase(id);
     }
+    // What one of the tasks seems to have forked becomes a client.
+    void forkOne() {
+        peers[0]->command("fork", std::to_string(alive.ranges().front().first));
+        const ClientSet found = peers[0]->forked(1);
+        const int id = found.ranges().front().first;
+        ASSERT_TRUE(model.try_emplace(id, id).second) << id;
+        alive.insert(id);
+    }
     long resident() const {
         long size = 0, pages = 0;
         std::istringstream(ProcessTree::fileOf(sessionPid(), "statm")) >> size >> pages;
@@ -113,6 +122,7 @@ TEST_F(SoakTest, EveryAnswerIsRightAndMemoryStaysFlat) {
         for (Work& work : works)
             check(work);
         if (upTo(200) == 0 && static_cast<int>(alive.size()) > survivors) endOne();
+        if (upTo(200) == 0 && static_cast<int>(alive.size()) < tasks + 8) forkOne();
         if (upTo(20) == 0) peers[upTo(consoles - 1)] = std::make_unique<Peer>(path);
         const int passed = length - end.left();
         if (passed < length / 12) continue;

@@ -117,7 +117,7 @@ TEST(ProcessTree, ProcessesMayVanishWhileTheyAreLookedAt) {
     std::size_t seen = 0;
     for (int look = 0; look < 1000; ++look)
         seen += ProcessTree::descendants(forker).size();
-    EXPECT_GT(seen, 0u);
+    EXPECT_TRUE(eventually([&] { return (seen += ProcessTree::descendants(forker).size()) > 0; }));
     ::kill(forker, SIGKILL);
     ::waitpid(forker, nullptr, 0);
     EXPECT_EQ(ProcessTree::nameOf(forker), "");

@@ -373,7 +373,7 @@ TEST_F(SwitchboardTest, AForkedClientIsAnnouncedAndBelongsToAll) {
     EXPECT_EQ(prompts({5}), "2 READY 2");
     EXPECT_EQ(dies(4), ""); // it could not be attached to
     EXPECT_EQ(dies(5), "1 REMOVE 5 / 2 REMOVE 5");
-    board.tell(1, "a word");
+    board.tell({1}, "a word");
     EXPECT_EQ(happened(), "1 0@1 a word / 2 0@1 a word");
 }
 
