@@ -3,6 +3,7 @@
 #include "backend/drivers/driver.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// The calls of one thread as their program's author knows them: what a communication or waiting
@@ -19,6 +20,9 @@ class UserStack {
     bool isHelper() const { return helper; }
     /// The library that the thread works for, "libucs".
     const std::string& library() const { return libraryName; }
+
+    /// Whether a thread waits in a call that has been folded, or communicates, by its name.
+    static bool waits(std::string_view call);
 
   private:
     std::vector<Driver::StackLine> kept;

@@ -154,8 +154,8 @@ TEST(StackTree, CountsThreadsAndToleratesEveryShape) {
     stacks.add(1, {"f", "f", "main"});
     stacks.addWithout(2, "no stack: no process");
     EXPECT_EQ(stacks.places(), (Groups{{{"1 client in main", {0}}},
-                                       {{"1 client in wait, called by worker (2 threads)", {0}}},
                                        {{"1 client in f, called by f", {1}}},
+                                       {{"1 client in wait, called by worker (2 threads)", {0}}},
                                        {{"no stack: no process", {2}}}}));
     EXPECT_EQ(stacks.tree(), (Groups{{{"worker (2 threads)", {0}}},
                                      {{"  wait (2 threads)", {0}}},
@@ -215,7 +215,7 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
                    "work,a.c:5,", "start_thread,,/lib/libc.so.6", "clone3,,/lib/libc.so.6", "-",
                    "gomp_barrier_wait,,/lib/libgomp.so.1", "gomp_thread_start,,/lib/libgomp.so.1",
                    "start_thread,,/lib/libc.so.6"}),
-         "1 client in pthread_cond_wait, called by main|1 client in work|main|  pthread_cond_wait|"
+         "1 client in work|1 client in pthread_cond_wait, called by main|main|  pthread_cond_wait|"
          "work|helper threads: libgomp 1"},
         // Worked on by the kernel's own code; a stripped program's thread; a name of its own.
         {stacksOf({"clock_gettime,,", "PMPI_Recv,,/opt/lib/libmpi.so.40", "main,a.c:9,", "-",
@@ -228,6 +228,18 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
          "call\t_PyEval_EvalFrameDefault\t\t\t1\npython\tload (a.py:3)\n"
          "python\t<module> (a.py:9)\ncall\tPy_RunMain\t\t\t1\ncall\t??\t\t/lib/libc.so.6\n",
          "1 client in read, called by load (a.py:3)|<module> (a.py:9)|  load (a.py:3)|    read"},
+        // A thread that the interpreter's own functions keep for themselves; one of the program's.
+        {"thread\t1\npython\tsearch (a.py:3)\npython\t<module> (a.py:9)\n"
+         "thread\t0\ncall\tsem_wait\t\t/lib/libc.so.6\ncall\t_PyEval_EvalFrameDefault\t\t\t1\n"
+         "python\twait (threading.py:320)\tpython\npython\trun (threading.py:975)\tpython\n"
+         "call\tclone3\t\t/lib/libc.so.6\n"
+         "thread\t0\ncall\tsem_wait\t\t/lib/libc.so.6\n"
+         "python\twait (threading.py:320)\tpython\npython\thelp (a.py:7)\n"
+         "python\trun (threading.py:975)\tpython\ncall\tclone3\t\t/lib/libc.so.6\n",
+         "1 client in search (a.py:3), called by <module> (a.py:9)|"
+         "1 client in sem_wait, called by wait (threading.py:320)|<module> (a.py:9)|"
+         "  search (a.py:3)|help (a.py:7)|  wait (threading.py:320)|    sem_wait|"
+         "helper threads: python 1"},
         // Before main there is nothing else to show.
         {stacksOf({"_dl_start,,/lib64/ld-linux-x86-64.so.2"}), "1 client in _dl_start|_dl_start"},
         // A debugger that tells less.
