@@ -150,7 +150,9 @@ RendezvousFile::RendezvousFile(const fs::path& folder, const Rendezvous& content
     makeDirectory(parent);
     struct stat status {};
     if (::stat(parent.c_str(), &status) == -1) fail(folder);
-    if (!isOurs(status) || (status.st_mode & (S_IWOTH | S_ISVTX)) == S_IWOTH)
+    // Above a folder that the user has chosen, a group's directory may be its administrator's.
+    if ((parent.filename() == ".vex" && !isOurs(status)) ||
+        (status.st_mode & (S_IWOTH | S_ISVTX)) == S_IWOTH)
         refuse(parent, "directory", "700");
     makeDirectory(folder);
     if (::lstat(folder.c_str(), &status) == -1) fail(folder);
