@@ -59,13 +59,18 @@ std::string withPlace(const Driver::StackLine& call) {
            (call.library.empty() ? ")" : "");
 }
 
-// "peak (halo.cpp:168), called by simulate"
+// "peak (halo.cpp:168), called by simulate"; within a library, the program's own caller.
 std::string placeOf(const std::vector<Driver::StackLine>& calls) {
     if (calls.empty()) return "";
     std::string text = withPlace(calls[0]);
     const bool isSource = !calls[0].place.empty() && calls[0].library.empty();
-    if (calls.size() > 1)
-        text += ", called by " + (isSource ? calls[1].function : withPlace(calls[1]));
+    auto caller = std::next(calls.begin());
+    if (!calls[0].library.empty()) {
+        const auto own = std::ranges::find_if(calls, &UserStack::isOfProgram);
+        if (own > caller && own != calls.end() && own->library.empty()) caller = own;
+    }
+    if (caller != calls.end())
+        text += ", called by " + (isSource ? caller->function : withPlace(*caller));
     return text;
 }
 

@@ -130,9 +130,11 @@ std::vector<Story> stories() {
         {{{0, 1, 2}, "#0  __pthread_kill_implementation (signo=6) at ./nptl/pthread_kill.c:44"},
          {{3}, "#0  0x1 in raise () from /lib/libc.so.6"},
          {upTo(3), "#1  0x2 in abort () from /lib/libc.so.6"},
-         {{0}, "#2  check (x=1) at a.cpp:9"},
-         {{1, 2}, "#2  check (x=2) at a.cpp:9"},
-         {{3}, "#2  other () at a.cpp:5"}});
+         {upTo(3),
+          "#2  0x3 in malloc_printerr (str=0x1 \"double free\") at ./malloc/malloc.c:5662"},
+         {{0}, "#3  check (x=1) at a.cpp:9"},
+         {{1, 2}, "#3  check (x=2) at a.cpp:9"},
+         {{3}, "#3  other () at a.cpp:5"}});
     // A handler that ends the task: what stood there when the signal came.
     Findings& handled =
         add("a handler that ends the task", {{{2}, "[Inferior 1 (process 7) exited with code 01]"}},

@@ -228,6 +228,13 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
          "call\t_PyEval_EvalFrameDefault\t\t\t1\npython\tload (a.py:3)\n"
          "python\t<module> (a.py:9)\ncall\tPy_RunMain\t\t\t1\ncall\t??\t\t/lib/libc.so.6\n",
          "1 client in read, called by load (a.py:3)|<module> (a.py:9)|  load (a.py:3)|    read"},
+        // Who has made a library end the program, here by a template of the language's.
+        {stacksOf({"__pthread_kill_implementation,,/lib/libc.so.6", "__GI_abort,,/lib/libc.so.6",
+                   "__assert_fail_base,,/lib/libc.so.6", "check,a.c:5,", "main,a.c:9,"}),
+         "1 client in abort, called by check|main|  check|    abort"},
+        {stacksOf({"abort,,/lib/libc.so.6", "std::terminate,,/lib/libstdc++.so.6",
+                   "std::vector<int>::at,stl_vector.h:5,", "check,a.c:5,", "main,a.c:9,"}),
+         "1 client in abort, called by check|main|  check|    abort"},
         // Before main there is nothing else to show.
         {stacksOf({"_dl_start,,/lib64/ld-linux-x86-64.so.2"}), "1 client in _dl_start|_dl_start"},
         // A debugger that tells less.
