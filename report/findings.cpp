@@ -115,6 +115,18 @@ ClientSet ranksNamedIn(std::string_view line) {
     return found;
 }
 
+// Whether a handler runs on top of the call at which the older stack begins.
+bool handlesSignalOf(const std::vector<std::string_view>& stack,
+                     const std::vector<std::string_view>& older) {
+    const auto mark = std::ranges::find_if(stack, [](std::string_view line) {
+        return line.starts_with('#') && line.find("<signal handler called>") != line.npos;
+    });
+    if (mark == stack.end()) return false;
+    const auto below = framesOf({std::next(mark), stack.end()}), first = framesOf(older);
+    return !below.empty() && !first.empty() && below[0].function == first[0].function &&
+           below[0].place == first[0].place;
+}
+
 std::string leftOut(std::size_t count, const std::string& noun) {
     return "[" + numberOf(count, noun) + " left out]";
 }
@@ -131,7 +143,7 @@ SignalFacts SignalFacts::of(const std::string& line) {
     if (!accessed || facts.code <= 0) facts.address.clear();
     // What is no address at all is not told by the processor.
     constexpr int byKernel = 128;
-    if (facts.code == byKernel) facts.address = "unknown";
+    if (facts.code == byKernel) facts.address = unknown;
     return facts;
 }
 
@@ -145,6 +157,31 @@ bool SignalFacts::isFault() const {
     static constexpr int faults[] = {SIGILL,  SIGABRT, SIGBUS,  SIGFPE,
                                      SIGSEGV, SIGSYS,  SIGXCPU, SIGXFSZ};
     return std::ranges::find(faults, number) != std::end(faults);
+}
+
+void Findings::noteCrash(const ClientSet& about, const std::vector<Row>& told,
+                         const std::vector<Row>& stackLines) {
+    Transcript fresh;
+    fresh.add(stackLines);
+    ClientSet replaced = about;
+    for (const int id : about.intersection(passed)) {
+        if (handlesSignalOf(fresh.of(id), fullStacks.of(id))) replaced.erase(ClientSet{id});
+    }
+    for (const int id : replaced)
+        fullStacks.forget(id);
+    for (const Row& row : stackLines)
+        fullStacks.add(row.clients.intersection(replaced), row.text);
+    for (const Row& row : told) {
+        const SignalFacts facts = SignalFacts::of(row.text);
+        if (facts.number == 0) continue;
+        for (const int id : row.clients.intersection(replaced)) {
+            SignalFacts& known = signals[id];
+            // A handler raises its signal again as another process would.
+            const bool again = passed.contains(id) && known.number == facts.number &&
+                               !known.address.empty() && facts.address.empty();
+            if (!again) known = facts;
+        }
+    }
 }
 
 void Findings::addLauncherLine(const std::string& line) {
@@ -193,7 +230,10 @@ void Findings::addCrashes(Report& report) const {
         const auto facts = signals.find(id);
         const TaskLog::Task task = id < log.tasks() ? log.of(id) : TaskLog::Task{};
         if (!task.aborts) {
-            const bool told = task.state != TaskLog::Task::ENDED && !task.signal.empty();
+            // What a handler does in the end is not what went wrong.
+            const bool handled = passed.contains(id) && crashed.contains(id);
+            const bool told = task.state != TaskLog::Task::ENDED && !task.signal.empty() &&
+                              (!handled || facts == signals.end());
             const int number = facts == signals.end() ? 0 : facts->second.number;
             const char* const name = number > 0 ? ::sigabbrev_np(number) : nullptr;
             crash.signal = told ? task.signal : name ? "SIG" + std::string(name) : "a signal";
@@ -267,7 +307,9 @@ void Findings::addOutcome(Report& report) const {
         std::string text = "called MPI_Abort";
         if (!crash.signal.empty()) {
             text = crash.signal + (crash.meaning.empty() ? "" : ", " + crash.meaning);
-            if (!crash.address.empty()) text += ", at address " + crash.address + ",";
+            if (!crash.address.empty() && crash.address != SignalFacts::unknown)
+                text += ", at address " + crash.address;
+            if (!crash.place.empty()) text += ",";
         }
         std::string place = crash.place;
         if (crash.signal.empty() && place.starts_with(abortCall)) place.erase(0, abortCall.size());

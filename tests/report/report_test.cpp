@@ -122,8 +122,8 @@ std::vector<Story> stories() {
     // By the same road, with arguments and addresses of their own; and by another one.
     Findings& groups =
         add("equal crashes", {{upTo(3), "Program received signal SIGABRT, Aborted."}},
-            {"4 of 4 tasks crashed", "3 | SIGABRT, Aborted in abort, called by other (a.cpp:5)",
-             "0:2 | SIGABRT, Aborted in abort, called by check (a.cpp:9)"},
+            {"4 of 4 tasks crashed", "3 | SIGABRT, Aborted, in abort, called by other (a.cpp:5)",
+             "0:2 | SIGABRT, Aborted, in abort, called by check (a.cpp:9)"},
             4);
     groups.crashed = upTo(3);
     groups.fullStacks = stacksOf(
@@ -138,10 +138,29 @@ std::vector<Story> stories() {
     // A handler that ends the task: what stood there when the signal came.
     Findings& handled =
         add("a handler that ends the task", {{{2}, "[Inferior 1 (process 7) exited with code 01]"}},
-            {"1 of 4 tasks crashed", "2 | SIGBUS, Bus error in f (a.cpp:1)"}, 4);
+            {"1 of 4 tasks crashed", "2 | SIGBUS, Bus error, in f (a.cpp:1)"}, 4);
     handled.passed = {2};
     handled.signals[2] = SignalFacts::of("vex-signal 7 0 0x8");
     handled.fullStacks = stacksOf({{{2}, "#0  f () at a.cpp:1"}});
+    // Handlers that raise their signal again, fail themselves, and say where the processor does
+    // not.
+    Findings& again =
+        add("handlers that end their tasks by signals", {{upTo(2), segfault.text}},
+            {"3 of 4 tasks crashed",
+             "2 | SIGSEGV, Segmentation fault, in h (b.c:9), called by <signal handler "
+             "called>",
+             "0:1 | SIGSEGV, Segmentation fault, at address 0x8, in f (a.c:1)"},
+            4);
+    const std::vector<Row> fault{{upTo(2), "#0  0x1 in f () at a.c:1"}};
+    again.noteCrash(upTo(2), {{upTo(2), "vex-signal 11 1 0x8"}}, fault);
+    again.passed = upTo(2);
+    again.noteCrash({0}, {{{0}, "vex-signal 11 -6 0x0"}}, {{{0}, fault[0].text}});
+    again.noteCrash({1, 2}, {{{1}, "vex-signal 6 -6 0x0"}, {{2}, "vex-signal 11 128 0x0"}},
+                    {{{1, 2}, "#0  h () at b.c:9"},
+                     {{1, 2}, "#1  <signal handler called>"},
+                     {{1}, "#2  0x1 in f () at a.c:1"},
+                     {{2}, "#2  g () at a.c:9"}});
+    again.crashed = upTo(2);
     Findings& survived =
         add("a handler that goes on", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
             {"all went well: 4 tasks ended with status 0"}, 0);
