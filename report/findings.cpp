@@ -374,6 +374,17 @@ void Findings::addOutcome(Report& report) const {
     if (cut) report.headline = "the session ended before all was found out about its " + all;
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
+    // Nothing else tells of those for whom the others may wait.
+    ClientSet done;
+    for (const int id : log.in(TaskLog::Task::ENDED).intersection(clients)) {
+        if (log.of(id).status == 0) done.insert(id);
+    }
+    if (!done.empty() && done.size() < clients.size()) {
+        const bool one = clients.size() - done.size() == 1;
+        culprits.push_back({done, std::string(done.size() == 1 ? "has" : "have") +
+                                      " ended with status 0, the other" +
+                                      (one ? " has not" : "s have not")});
+    }
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {
         std::size_t named = 0;
         for (const Row& row : *rows) {

@@ -174,6 +174,15 @@ std::vector<Story> stories() {
     hung.timedOut = true;
     hung.timeout = 20;
     hung.stat = hang;
+    Findings& early = add("a task that has ended before the others",
+                          {{{1}, "[Inferior 1 (process 7) exited normally]"}},
+                          {"timed out after 1 second: what its 4 tasks did then",
+                           "1 | has ended with status 0, the others have not",
+                           "2 | 1 client in search, called by go_round"},
+                          5);
+    early.timedOut = true;
+    early.timeout = 1;
+    early.stat = hang;
     Findings& waits = add(
         "who waits", {},
         {"what 4 tasks do", "1 | waits for 0", "2 | 1 client in search, called by go_round"}, 0);
