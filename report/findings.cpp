@@ -87,11 +87,14 @@ bool isUntraced(const Row& row) {
     return row.text == "has no process" || row.text.starts_with("libvexmpi.so is ");
 }
 
-// Those with the most clients last.
+// Those with the most clients last, and of equal ones the places at which they wait for others.
 void sortBySize(std::vector<Row>& rows) {
-    std::ranges::stable_sort(rows, [](const Row& a, const Row& b) {
-        return a.clients.size() != b.clients.size() ? a.clients.size() < b.clients.size()
-                                                    : a.clients.front() < b.clients.front();
+    std::ranges::stable_sort(rows, {}, [](const Row& row) {
+        constexpr std::string_view mark = " in ";
+        const std::string_view text = row.text;
+        const bool waits = isPlace(row.text) &&
+                           UserStack::isWaitingPlace(text.substr(text.find(mark) + mark.size()));
+        return std::tuple(row.clients.size(), waits, row.clients.front());
     });
 }
 

@@ -1,7 +1,10 @@
 #include "backend/folding/stacktree.h"
 
+#include "backend/folding/userstack.h"
+
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 namespace {
 
@@ -123,6 +126,15 @@ StackTree::byClients(const std::map<std::string, Node>& nodes) {
     return sorted;
 }
 
+// Of places of equal size, those at which the program waits stand behind its own.
+std::vector<const std::pair<const std::string, StackTree::Node>*> StackTree::sortedPlaces() const {
+    auto sorted = byClients(innermost);
+    std::ranges::stable_sort(sorted, {}, [](const auto* place) {
+        return std::pair(place->second.clients.size(), UserStack::isWaitingPlace(place->first));
+    });
+    return sorted;
+}
+
 std::string StackTree::threadsOf(const Node& node) {
     if (node.threads == node.clients.size()) return "";
     return " (" + std::to_string(node.threads) + " threads)";
@@ -131,7 +143,7 @@ std::string StackTree::threadsOf(const Node& node) {
 std::vector<StackTree::RowGroup> StackTree::places() const {
     std::vector<RowGroup> groups;
     RowGroup group;
-    for (const auto* place : byClients(innermost)) {
+    for (const auto* place : sortedPlaces()) {
         const std::size_t size = place->second.clients.size();
         group.push_back({std::to_string(size) + (size == 1 ? " client in " : " clients in ") +
                              place->first + threadsOf(place->second),
@@ -155,7 +167,7 @@ std::vector<StackTree::RowGroup> StackTree::places() const {
 
 std::vector<ClientSet> StackTree::placeClients() const {
     std::vector<ClientSet> clients;
-    for (const auto* place : byClients(innermost))
+    for (const auto* place : sortedPlaces())
         clients.push_back(place->second.clients);
     return clients;
 }

@@ -218,3 +218,10 @@ UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
 bool UserStack::isOfProgram(const Call& call) {
     return belongsToProgram(call) && !isOfStandardLibrary(call);
 }
+
+bool UserStack::isWaitingPlace(std::string_view place) {
+    const std::string_view name = place.substr(0, place.find_first_of(" ,"));
+    return beginsWithAny(name, mpiCalls) || beginsWithAny(name, otherMessageCalls) ||
+           ((name.starts_with("pthread_") || isOneOf(name, waitingCalls)) &&
+            !isOneOf(name, endingCalls));
+}

@@ -3,6 +3,7 @@
 #include "backend/drivers/driver.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// The calls of one thread as their program's author knows them: what a communication or waiting
@@ -17,6 +18,8 @@ class UserStack {
     const std::vector<Driver::StackLine>& calls() const { return kept; }
     /// Whether its author may have written that function.
     static bool isOfProgram(const Driver::StackLine& call);
+    /// Whether a place "MPI_Recv, called by receive" is one at which threads wait for others.
+    static bool isWaitingPlace(std::string_view place);
     /// Whether no call belongs to the program: a library keeps such a thread for itself.
     bool isHelper() const { return helper; }
     /// The library that the thread works for, "libucs".

@@ -154,8 +154,8 @@ TEST(StackTree, CountsThreadsAndToleratesEveryShape) {
     stacks.add(1, {"f", "f", "main"});
     stacks.addWithout(2, "no stack: no process");
     EXPECT_EQ(stacks.places(), (Groups{{{"1 client in main", {0}}},
-                                       {{"1 client in wait, called by worker (2 threads)", {0}}},
                                        {{"1 client in f, called by f", {1}}},
+                                       {{"1 client in wait, called by worker (2 threads)", {0}}},
                                        {{"no stack: no process", {2}}}}));
     EXPECT_EQ(stacks.tree(), (Groups{{{"worker (2 threads)", {0}}},
                                      {{"  wait (2 threads)", {0}}},
@@ -209,13 +209,14 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
         // A function that has the name of one of libc's; a library of the user's own.
         {stacksOf({"wait,a.c:3,", "go,,/home/me/libgo.so", "main,a.c:9,"}),
          "1 client in wait, called by go|main|  go|    wait"},
-        // Threads of the program are no helpers, those of a pool are while it has no work.
+        // Threads of the program are no helpers, and stand before those that wait; those of a pool
+        // are while it has no work.
         {stacksOf({"__futex_abstimed_wait,,/lib/libc.so.6",
                    "___pthread_cond_wait@@GLIBC_2.3.2,,/lib/libc.so.6", "main,a.c:9,", "-",
                    "work,a.c:5,", "start_thread,,/lib/libc.so.6", "clone3,,/lib/libc.so.6", "-",
                    "gomp_barrier_wait,,/lib/libgomp.so.1", "gomp_thread_start,,/lib/libgomp.so.1",
                    "start_thread,,/lib/libc.so.6"}),
-         "1 client in pthread_cond_wait, called by main|1 client in work|main|  pthread_cond_wait|"
+         "1 client in work|1 client in pthread_cond_wait, called by main|main|  pthread_cond_wait|"
          "work|helper threads: libgomp 1"},
         // Worked on by the kernel's own code; a stripped program's thread; a name of its own.
         {stacksOf({"clock_gettime,,", "PMPI_Recv,,/opt/lib/libmpi.so.40", "main,a.c:9,", "-",
