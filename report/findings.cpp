@@ -74,6 +74,32 @@ std::string placeOf(const std::vector<Driver::StackLine>& calls) {
     return text;
 }
 
+// "search (ring.py:7)", as stat shows an interpreted function.
+bool isInterpreted(std::string_view call) {
+    const std::size_t colon = call.rfind(':');
+    return call.ends_with(')') && call.find(" (") < colon && colon != call.npos &&
+           call.substr(colon + 1).find_first_not_of("0123456789") == call.size() - colon - 2;
+}
+
+// The interpreted functions of the client's, the innermost first, that stand in the tree above the
+// call; above its only stack where the tree does not have that call.
+std::vector<std::string> interpretedAbove(const std::vector<Report::Call>& tree, int client,
+                                          const std::string& call) {
+    std::vector<std::string> path, found;
+    bool several = false;
+    for (const Report::Call& each : tree) {
+        if (!each.clients.contains(client)) continue;
+        several = several || each.depth < path.size();
+        path.resize(each.depth);
+        path.push_back(each.text);
+        if (each.text == call) found = path;
+    }
+    if (found.empty() && !several) found = std::move(path);
+    std::erase_if(found, [](const std::string& each) { return !isInterpreted(each); });
+    std::ranges::reverse(found);
+    return found;
+}
+
 // Places, as stat words them.
 bool isPlace(const std::string& text) {
     const std::size_t digits = text.find_first_not_of("0123456789");
@@ -245,6 +271,15 @@ void Findings::addCrashes(Report& report) const {
         for (const Driver::StackLine& call : calls)
             crash.calls.push_back(call.function);
         crash.place = placeOf(calls);
+        // Of an interpreter, a debugger's stack has only the calls of its own.
+        const bool isOwn = !calls.empty() && calls[0].library.empty() && !calls[0].place.empty();
+        if (!calls.empty() && !isOwn) {
+            auto functions = interpretedAbove(report.tree, id, calls[0].function);
+            if (calls[0].place.empty() && !functions.empty())
+                functions.insert(functions.begin(), calls[0].function);
+            if (!functions.empty()) crash.place = functions[0];
+            if (functions.size() > 1) crash.place += ", called by " + functions[1];
+        }
         if (facts != signals.end()) crash.address = facts->second.address;
         const auto [at, fresh] =
             known.try_emplace(Key{crash.signal, crash.place, crash.calls}, report.crashes.size());

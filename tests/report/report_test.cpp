@@ -103,7 +103,7 @@ std::vector<Story> stories() {
         all.back().found.clients = upTo(3);
         return all.back().found;
     };
-    all.reserve(20);
+    all.reserve(30);
     add("all end", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
         {"all went well: 4 tasks ended with status 0"}, 0);
     add("a status",
@@ -119,6 +119,17 @@ std::vector<Story> stories() {
     crash.fullStacks = stacksOf({{{2}, "#0  peak (slab=0x0) at ../a.cpp:168"},
                                  {{2}, "        most = 1"},
                                  {{2}, "#1  0x0000555 in simulate () at a.cpp:194"}});
+    // Below the functions of a script, as stat shows them.
+    Findings& script = add("a crash below Python", {segfault},
+                           {"1 of 4 tasks crashed", "2 | SIGSEGV, Segmentation fault, in string_at "
+                                                    "(c.py:519), called by crash (ring.py:13)"},
+                           4);
+    script.crashed = {2};
+    script.fullStacks = stacksOf({{{2}, "#0  __strlen () at ../sysdeps/x86_64/strlen.S:79"},
+                                  {{2}, "#1  0x1 in ?? () from /usr/lib/_ctypes.so"}});
+    script.stat = {{upTo(3), "<module> (ring.py:29)"},   {{2}, "  crash (ring.py:13)"},
+                   {{2}, "    string_at (c.py:519)"},    {{2}, "      __strlen"},
+                   {{0, 1, 3}, "  receive (ring.py:9)"}, {{2}, "work (ring.py:3)"}};
     // By the same road, with arguments and addresses of their own; and by another one.
     Findings& groups =
         add("equal crashes", {{upTo(3), "Program received signal SIGABRT, Aborted."}},
