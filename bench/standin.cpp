@@ -64,7 +64,8 @@ void attachTo(pid_t target) {
 void leaveProcess() {
     int ends[2]; // closed on the other side once the other program runs
     if (::pipe2(ends, O_CLOEXEC) == -1) return;
-    if (::fork() == 0) {
+    const pid_t child = ::fork(); // wait(2) would wait for the process that it traces, too
+    if (child == 0) {
         const pid_t left = ::fork();
         if (left == 0) {
             ::setpgid(0, 0);
@@ -79,7 +80,7 @@ void leaveProcess() {
     const bool runs =
         ::read(ends[0], &left, sizeof left) == sizeof left && ::read(ends[0], &end, 1) == 0;
     ::close(ends[0]);
-    while (::wait(nullptr) > 0) {
+    while (::waitpid(child, nullptr, 0) == -1 && errno == EINTR) {
     }
     if (runs) put("[Detaching after fork from child process " + std::to_string(left) + "]\n");
 }

@@ -7,8 +7,12 @@
 #include "common/reply.h"
 #include "fuzz/fuzz.h"
 
+#include <algorithm>
+#include <elf.h>
 #include <filesystem>
 #include <fstream>
+#include <link.h>
+#include <sys/procfs.h>
 
 namespace {
 
@@ -55,6 +59,51 @@ std::string groupRecord() {
     group.addOperands(0, 3);
     group.addOperand(9);
     return packed(group);
+}
+
+template <class T>
+std::string bytesOf(const T& value) {
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+std::string note(unsigned type, const std::string& content) {
+    const ElfW(Nhdr) head{5, static_cast<unsigned>(content.size()), type};
+    return bytesOf(head) + std::string("CORE\0\0\0\0", 8) + content;
+}
+
+// Of process 4711 and rank 7: a segment of notes, and the end of a stack.
+std::string coreFile() {
+    constexpr std::size_t stack = 0x7000, random = 8;
+    const std::string end = std::string(random, 'r') +
+                            std::string("\0./x\0HOME=/\0OMPI_COMM_WORLD_RANK=7\0", 34) +
+                            std::string("./x\0", 4);
+    elf_prpsinfo process{};
+    process.pr_pid = 4711;
+    std::string vectors;
+    for (const auto& [type, value] :
+         {std::pair<std::size_t, std::size_t>(AT_RANDOM, stack + random - 2),
+          {AT_EXECFN, stack + end.size() - 4},
+          {AT_NULL, 0}})
+        vectors += bytesOf(type) + bytesOf(value);
+    const std::string notes =
+        note(NT_PRPSINFO, bytesOf(process)) + note(NT_AUXV, vectors) + note(NT_PRSTATUS, "");
+    ElfW(Ehdr) header{};
+    std::copy_n(ELFMAG, SELFMAG, header.e_ident);
+    header.e_ident[EI_CLASS] = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+    header.e_ident[EI_DATA] = ELFDATA2LSB;
+    header.e_type = ET_CORE;
+    header.e_phoff = sizeof header;
+    header.e_phentsize = sizeof(ElfW(Phdr));
+    header.e_phnum = 2;
+    ElfW(Phdr) first{}, second{};
+    first.p_type = PT_NOTE;
+    first.p_offset = sizeof header + 2 * sizeof first;
+    first.p_filesz = notes.size();
+    second.p_type = PT_LOAD;
+    second.p_offset = first.p_offset + notes.size();
+    second.p_vaddr = stack;
+    second.p_filesz = end.size();
+    return bytesOf(header) + bytesOf(first) + bytesOf(second) + notes + end;
 }
 
 } // namespace
@@ -133,6 +182,7 @@ int main(int argc, char** argv) {
     for (const std::string& text : files)
         seed("files", kind++ + text);
     seed("files", "\6'quoted");
+    seed("cores", coreFile());
     seed("control", "attend\nfacts\nleft\nhung up\ngive up\nend 3\nattend\n");
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");

@@ -9,6 +9,7 @@ struct MpiState {
     enum Kind {
         NO_PROCESS, // there is none at the moment
         NO_LIBRARY, // libvexmpi.so is not loaded
+        NO_LOADER,  // nor can it be: the program is linked statically as a whole
         NO_MPI,     // it is loaded, and no library of an MPI is: that is linked statically, or none
         NOT_STARTED, // MPI_Init was not called yet
         OUTSIDE,     // in no call

@@ -116,10 +116,12 @@ bool isUntraced(const Row& row) {
 // Those with the most clients last, and of equal ones the places at which they wait for others.
 void sortBySize(std::vector<Row>& rows) {
     std::ranges::stable_sort(rows, {}, [](const Row& row) {
-        constexpr std::string_view mark = " in ";
-        const std::string_view text = row.text;
-        const bool waits = isPlace(row.text) &&
-                           UserStack::isWaitingPlace(text.substr(text.find(mark) + mark.size()));
+        bool waits = false;
+        if (isPlace(row.text)) {
+            constexpr std::string_view mark = " in ";
+            const std::string call = row.text.substr(row.text.find(mark) + mark.size());
+            waits = UserStack::waits(call.substr(0, call.find_first_of(" ,")));
+        }
         return std::tuple(row.clients.size(), waits, row.clients.front());
     });
 }

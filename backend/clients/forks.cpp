@@ -84,7 +84,8 @@ void Forks::look() {
         seen.pop_front();
         const pid_t pid = one.child.pid;
         if (ProcessTree::parentOf(pid) == 0 || ProcessTree::startOf(pid) != one.start ||
-            ProcessTree::executableOf(pid) != one.executable || Tracing::tracerOf(pid) > 0)
+            ProcessTree::executableOf(pid) != one.executable ||
+            ProcessTree::shareMemory(pid, ProcessTree::parentOf(pid)) || Tracing::tracerOf(pid) > 0)
             continue;
         if (clients.size() + wanted.size() >= limit)
             refuse(one.child, std::to_string(limit) +

@@ -74,6 +74,7 @@ void enter(MpiState& state, const MpiPage::Slot& slot) {
 MpiState::Kind withoutPage(pid_t process) {
     const std::string maps = ProcessTree::fileOf(process, "maps");
     if (maps.empty()) return MpiState::NO_PROCESS;
+    if (maps.find(".so") == std::string::npos) return MpiState::NO_LOADER;
     if (maps.find("/libvexmpi.so") == std::string::npos) return MpiState::NO_LIBRARY;
     // libmpi.so.40, libmpich.so.12, libmpi_cray.so; and not this library's own name.
     return maps.find("/libmpi") == std::string::npos ? MpiState::NO_MPI : MpiState::NOT_STARTED;

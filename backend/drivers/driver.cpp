@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdint>
 #include <system_error>
 
 namespace {
@@ -54,11 +55,16 @@ std::string Driver::firstLine(std::string_view text) {
     return std::string(text.substr(begin, text.find_first_of("\r\n", begin) - begin));
 }
 
-std::optional<double> Driver::numberIn(std::string_view text) {
-    double number = 0;
+std::optional<long double> Driver::numberIn(std::string_view text) {
     const char* const end = text.data() + text.size();
-    const auto [last, fault] = std::from_chars(text.data(), end, number);
-    return fault == std::errc() && last == end ? std::optional(number) : std::nullopt;
+    const auto read = [&](auto number) -> std::optional<long double> {
+        const auto [last, fault] = std::from_chars(text.data(), end, number);
+        if (fault != std::errc() || last != end) return std::nullopt;
+        return static_cast<long double>(number);
+    };
+    if (const auto whole = read(std::int64_t{})) return whole;
+    if (const auto whole = read(std::uint64_t{})) return whole;
+    return read(double{});
 }
 
 bool Driver::names(std::string_view word, std::span<const CommandName> commands) {

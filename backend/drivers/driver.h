@@ -67,8 +67,8 @@ class Driver {
 
     /// What an expression is worth in one task.
     struct Value {
-        /// Nothing: it is no number.
-        std::optional<double> number;
+        /// Nothing: it is no number. Integers of 64 bits are exact.
+        std::optional<long double> number;
         /// As the debugger shows it, in one line; or why there is no value.
         std::string text;
         /// The function of the frame in which it was found; empty: the debugger does not tell.
@@ -109,6 +109,8 @@ class Driver {
     /// What the debugger prints in front of the process id of a forked child that it does not
     /// debug; empty: it does not tell of forks.
     virtual std::string forkMark() const = 0;
+    /// Whether a line says that the task stands at MPI_Abort (Launch::stopsOnAbort).
+    virtual bool showsAbort(std::string_view /*line*/) const { return false; }
     /// Whether the debugger starts its program with a library (Launch::preload).
     virtual bool preloads() const { return false; }
     /// Whether the debugger can print an error mark.
@@ -143,7 +145,7 @@ class Driver {
     /// The first line of a text that is not empty.
     static std::string firstLine(std::string_view text);
     /// The number that a text is, and nothing else; nothing when it is none.
-    static std::optional<double> numberIn(std::string_view text);
+    static std::optional<long double> numberIn(std::string_view text);
     /// The command that tells whether the task stands as an interrupt would leave it, so that it
     /// may run for a moment, and what it prints then; any other text is the reason why not, an
     /// empty one that the debugger cannot tell. Empty: there is no such command.

@@ -145,8 +145,8 @@ std::string inOneLine(const std::string& python) {
     for (const char c : python) {
         if (c == '\n')
             line += "\\n";
-        else if (c == '\\')
-            line += "\\\\";
+        else if (c == '\\' || c == '\'')
+            line += {'\\', c};
         else
             line += c;
     }
@@ -314,8 +314,8 @@ bool Gdb::showsInterrupt(std::string_view line) const {
            line.find("stopped.") != std::string_view::npos;
 }
 
-// A vfork has another line: its child executes another program at once.
-std::string Gdb::forkMark() const { return "[Detaching after fork from child process "; }
+// Of a fork and of a vfork, whose child may execute the same program once more.
+std::string Gdb::forkMark() const { return "fork from child process "; }
 
 bool Gdb::isGreeting(std::string_view line) const {
     return line.empty() || line.starts_with("Reading symbols from ") ||
@@ -426,6 +426,7 @@ Driver::StackLine Gdb::fieldsOf(std::string_view line) {
     result.kind = StackLine::CALL;
     if (fields[0] == "python") {
         result.function = fields[1];
+        result.library = fields[2];
         result.isInterpreted = true;
         return result;
     }

@@ -2,6 +2,7 @@
 
 #include "backend/drivers/corerules.h"
 #include "backend/drivers/driver.h"
+#include "backend/drivers/gdbstops.h"
 #include "backend/drivers/gdbvalues.h"
 
 /// The driver of gdb, version 12 or later.
@@ -24,6 +25,9 @@ class Gdb : public Driver {
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;
+    bool showsAbort(std::string_view line) const override {
+        return line.starts_with(GdbStops::abortLine);
+    }
     bool preloads() const override { return true; }
     bool marksErrors() const override { return true; }
     bool isGreeting(std::string_view line) const override;

@@ -19,7 +19,17 @@ tables = {
              name=120, lines=136, first=68, instructions=192, text=40),
 }
 class Unknown(Exception): pass
+class Late(Unknown): pass
+class Work:
+    # What may still be spent on Python, in seconds; the calls of C are not counted.
+    def __init__(self, left): self.left, self.until = left, 0
+    def __enter__(self): self.until = time.monotonic() + self.left
+    def __exit__(self, *problem): self.left = self.until - time.monotonic()
+    def check(self):
+        if time.monotonic() > self.until: raise Late
+work = Work(0)
 def read(address, size):
+    work.check()
     try: return bytes(gdb.selected_inferior().read_memory(address, size))
     except OverflowError: raise gdb.MemoryError
 def number(address, size=8, signed=False):
@@ -36,6 +46,7 @@ def data(address): return read(address + 32, min(number(address + 16), 1 << 20))
 def line_of_pairs(table, line, at, minor):
     begin = 0
     for i in range(0, len(table) - 1, 2):
+        if i % 1024 == 0: work.check()
         by, delta = table[i], table[i + 1]
         if delta >= 128: delta -= 256
         if minor == 9:
@@ -49,6 +60,7 @@ def line_of_pairs(table, line, at, minor):
 def line_of_locations(table, line, at):
     begin = i = 0
     while i < len(table):
+        work.check()
         code, length = table[i] >> 3 & 15, 2 * ((table[i] & 7) + 1)
         i += 1
         if code in (13, 14):
@@ -83,18 +95,16 @@ def threads(runtime, table):
                 thread = number(interpreter + at)
                 if thread and number(thread + 16) == interpreter: yield thread
             except gdb.MemoryError: continue
-def find_thread(first, table, key, wanted):
-    for _ in range(100000):
-        if first == 0 or number(first + table[key]) == wanted: return first
-        first = number(first + table.get("next", 8))
-    return 0
-class Interpreter:
-    def __init__(self, thread, until):
-        self.until, self.frame, self.seen, self.over, self.told = until, 0, set(), False, False
+class Runtime:
+    # One for all threads of a program: the list of their states is walked once, and where a
+    # function is in its file is worked out once.
+    def __init__(self):
         self.table = self.minor = None
-        try: self.find(thread)
+        self.found, self.states, self.texts = {}, iter(()), {}
+        try: self.find()
+        except Late: raise
         except (gdb.error, Unknown): self.table = None
-    def find(self, thread):
+    def find(self):
         runtime = int(gdb.parse_and_eval("(unsigned long) &_PyRuntime"))
         self.table = debug_offsets(runtime)
         if self.table is None:
@@ -102,66 +112,104 @@ class Interpreter:
             version = re.search("python3[.]([0-9]+)", os.path.realpath(file))
             self.minor = version and int(version.group(1))
             self.table = tables.get(self.minor)
-        if self.table is None: return
-        key, wanted = "native", thread.ptid[1] or thread.ptid[0]
-        if key not in self.table:
-            key, wanted = "thread", int(gdb.parse_and_eval("(unsigned long) $fs_base"))
-        state = 0
-        for first in threads(runtime, self.table):
-            try: state = find_thread(first, self.table, key, wanted)
+        if self.table is not None: self.states = self.walk(runtime)
+    def walk(self, runtime):
+        key, after, seen = self.table.get("native"), self.table.get("next", 8), set()
+        if key is None: key = self.table["thread"]
+        for state in threads(runtime, self.table):
+            try:
+                while state and state not in seen:
+                    seen.add(state)
+                    self.found.setdefault(number(state + key), state)
+                    yield
+                    state = number(state + after)
             except gdb.MemoryError: continue
-            if state: break
+    def state_of(self, thread):
+        wanted = thread.ptid[1] or thread.ptid[0]
+        if "native" not in self.table:
+            wanted = int(gdb.parse_and_eval("(unsigned long) $fs_base"))
+        while wanted not in self.found:
+            if next(self.states, self) is self: return 0
+        return self.found[wanted]
+class Interpreter:
+    def __init__(self, thread, runtimes):
+        self.thread, self.runtimes = thread, runtimes
+        self.frame, self.seen, self.over, self.told = None, set(), False, False
+    def find(self):
+        self.table = self.minor = None
+        self.frame = 0
+        inferior = gdb.selected_inferior().num
+        if inferior not in self.runtimes: self.runtimes[inferior] = Runtime()
+        runtime = self.runtimes[inferior]
+        if runtime.table is None: return
+        try: state = runtime.state_of(self.thread)
+        except gdb.error: return
+        self.table, self.minor, self.texts = runtime.table, runtime.minor, runtime.texts
         if state:
             self.frame = number(state + self.table["frame"])
             if "current" in self.table: self.frame = number(self.frame + self.table["current"])
     def function(self, code):
         t = self.table
-        last = self.frame + t["last"]
+        if "instructions" in t: at = number(self.frame + t["last"]) - code - t["instructions"]
+        else: at = number(self.frame + t["last"], 4, True) * (2 if self.minor == 10 else 1)
+        if (code, at) not in self.texts: self.texts[code, at] = self.describe(code, at)
+        return self.texts[code, at]
+    def describe(self, code, at):
+        t = self.table
         lines, first = data(number(code + t["lines"])), number(code + t["first"], 4)
-        if "instructions" in t:
-            at = number(last) - code - t["instructions"]
-            line = line_of_locations(lines, first, at)
-        else:
-            at = number(last, 4, True) * (2 if self.minor == 10 else 1)
-            line = line_of_pairs(lines, first, at, self.minor)
-        file = os.path.basename(string(number(code + t["file"]), t["text"]))
-        return "%s (%s:%d)" % (string(number(code + t["name"]), t["text"]), file, line)
+        if "instructions" in t: line = line_of_locations(lines, first, at)
+        else: line = line_of_pairs(lines, first, at, self.minor)
+        file = string(number(code + t["file"]), t["text"])
+        return function_of(string(number(code + t["name"]), t["text"]), file, line)
     def functions(self, frame, most):
-        if self.table is None: return self.supported(frame, most)
         found = []
+        if self.over: return found
         try:
-            while self.frame and not self.over and len(found) < most:
-                if self.frame in self.seen or time.monotonic() > self.until: raise Unknown
-                self.seen.add(self.frame)
-                t, code = self.table, number(self.frame + self.table["code"])
-                last = "owner" not in t and "entry" not in t
-                if "entry" in t: last = number(self.frame + t["entry"], 1) != 0
-                shim = "owner" in t and number(self.frame + t["owner"], 1) == owned_by_c
-                if not shim: found.append(self.function(code))
-                self.frame = number(self.frame + t["back"])
-                if last or shim: return found
+            with work:
+                if self.frame is None: self.find()
+                if self.table is None: return self.supported(frame, most)
+                if self.known(found, most): return found
         except (gdb.error, Unknown): self.over = True
         return found + self.once(chr(0x2026))
+    def known(self, found, most):
+        # Whether the frames end where C has called the first of them.
+        while self.frame and len(found) < most:
+            if self.frame in self.seen: raise Unknown
+            self.seen.add(self.frame)
+            t, code = self.table, number(self.frame + self.table["code"])
+            last = "owner" not in t and "entry" not in t
+            if "entry" in t: last = number(self.frame + t["entry"], 1) != 0
+            shim = "owner" in t and number(self.frame + t["owner"], 1) == owned_by_c
+            if not shim: found.append(self.function(code))
+            self.frame = number(self.frame + t["back"])
+            if last or shim: return True
+        return False
     def supported(self, frame, most):
         import __main__
         found = []
         try:
             at = __main__.Frame(frame).get_pyop()
             while at is not None and len(found) < most:
+                work.check()
                 if hasattr(at, "is_shim") and at.is_shim(): break
-                found.append("%s (%s:%d)" % (at.co_name, os.path.basename(at.filename()),
-                                             at.current_line_num()))
+                found.append(function_of(at.co_name, at.filename(), at.current_line_num()))
                 if not hasattr(at, "previous") or hasattr(at, "is_entry") and at.is_entry(): break
                 at = at.previous()
+        except Late: raise
         except Exception: pass
         return found or self.once("functions of Python (to see them, install its debug symbols)")
     def once(self, text):
         if self.told: return []
         self.told = True
-        return [text]
+        return [(text,)]
 def text(get):
     try: return get() or ""
     except (gdb.error, UnicodeError): return ""
+# The interpreter's own files, also those that it has frozen.
+own_files = re.compile("<frozen |.*/lib(64)?/python3[.][0-9]+t?/(?!site-packages/|dist-packages/)")
+def function_of(name, file, line):
+    where = ("%s (%s:%d)" % (name, os.path.basename(file), line),)
+    return where + ("python",) if own_files.match(file) else where
 def place(frame):
     sal = frame.find_sal()
     return sal.symtab and "%s:%d" % (sal.symtab.filename, sal.line)
@@ -172,7 +220,7 @@ def is_interpreter(call, python, library):
     program = os.path.basename(gdb.current_progspace().filename or "").startswith("python")
     if program and call[3] == "": return True
     return python is not None and call[3] == library and (library != "" or call[2] == "")
-def calls(thread, most, until):
+def calls(thread, most, runtimes):
     found, python, library, frame = [], None, None, gdb.newest_frame()
     try:
         while frame is not None and len(found) < most:
@@ -181,9 +229,9 @@ def calls(thread, most, until):
             found.append(("call", name, text(lambda: place(frame)),
                           text(lambda: gdb.solib_name(frame.pc()))))
             if name.startswith(evaluation):
-                if python is None: python, library = Interpreter(thread, until), found[-1][3]
+                if python is None: python, library = Interpreter(thread, runtimes), found[-1][3]
                 room = most - len(found)
-                found += [("python", each) for each in python.functions(frame, room)[:room]]
+                found += [("python",) + each for each in python.functions(frame, room)[:room]]
             frame = frame.older()
     finally:
         for each in found:
@@ -195,14 +243,14 @@ class Stacks(gdb.Command):
         inferior, thread, frame = gdb.selected_inferior(), gdb.selected_thread(), None
         try: frame = gdb.selected_frame()
         except gdb.error: pass
-        until = time.monotonic() + 1
+        work.left, runtimes = 1, {}
         try:
             for each in gdb.inferiors():
                 for one in sorted(each.threads(), key=lambda thread: thread.num):
                     say(chr(9).join(("thread", str(int(one.ptid[1] in (0, one.ptid[0]))))))
                     try:
                         one.switch()
-                        calls(one, int(argument), until)
+                        calls(one, int(argument), runtimes)
                     except gdb.error as problem: say(str(problem))
         finally:
             if thread is not None: thread.switch()

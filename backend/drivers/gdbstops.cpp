@@ -31,12 +31,13 @@ gdb.events.stop.connect(stopped)
 
 // A task may run when an interrupt has stopped it, or the debugger by attaching to it: interrupted
 // once more, it stands as it stood. Calls of its functions leave that as it is, whatever events
-// they have. What gdb says of the stop is kept back until it is known why: an interrupt's is of no
-// interest, but forks are. Other hooks see the task run before that, and see it stop behind it.
+// they have, if they end: one that is stopped itself leaves the task in another frame. What gdb
+// says of the stop is kept back until it is known why: an interrupt's is of no interest, but forks
+// are. Other hooks see the task run before that, and see it stop behind it.
 const char* const GdbStops::briefRuns = R"(
 import gdb, os, tempfile
-free, first, kept, again, terminal = False, True, None, None, None
-cover = None
+free, first, again, terminal, cover = False, True, None, None, None
+before, calling = None, False
 def scratch():
     file, name = tempfile.mkstemp()
     os.unlink(name)
@@ -62,7 +63,8 @@ def reveal():
     terminal = None
     while text: text = text[os.write(1, text):]
 def continued(event):
-    global free
+    global free, before
+    if not calling: before = None
     free = False
 def stopped(event):
     global free
@@ -70,12 +72,19 @@ def stopped(event):
     try: free = free and int(gdb.parse_and_eval("$_siginfo.si_code")) != -6
     except gdb.error: pass
     reveal()
+def frame():
+    try: return gdb.newest_frame()
+    except gdb.error: return None
 def called(event):
-    global free, kept
-    if isinstance(event, gdb.InferiorCallPreEvent): kept = free
-    elif kept is not None: free, kept = kept, None
+    global before, calling
+    calling = isinstance(event, gdb.InferiorCallPreEvent)
+    if calling and before is None: before = free, frame()
 def settle():
-    global again, first, free
+    global again, first, free, before
+    # Not before the prompt: at the end of a call its frame may be there still.
+    if before is not None:
+        free = before[0] and before[1] is not None and before[1] == frame()
+        before = None
     if first: first, free = False, BEGIN
     try:
         if again is not None and again.is_valid(): again.switch()

@@ -7,6 +7,8 @@ namespace GdbStops {
 /// Keeps a task that calls MPI_Abort from ending: a breakpoint of gdb's own, without a number that
 /// a user sees.
 extern const char* const onAbort;
+/// How the line begins that it prints then.
+constexpr const char* abortLine = "The task calls MPI_Abort and is kept from ending";
 
 /// Two commands, one that prints whether the task may be let run for a moment, and one that lets it
 /// run until it is interrupted. BEGIN stands for "True" where gdb has attached to its task, else

@@ -23,7 +23,7 @@ def evaluate(expression):
 def number(value):
     kind = value.type.strip_typedefs().unqualified()
     if value.is_optimized_out or kind.name == "char": return ""
-    if kind.code in (gdb.TYPE_CODE_INT, gdb.TYPE_CODE_RANGE): return repr(float(int(value)))
+    if kind.code in (gdb.TYPE_CODE_INT, gdb.TYPE_CODE_RANGE): return str(int(value))
     if kind.code == gdb.TYPE_CODE_FLT: return repr(float(value))
     if kind.code == gdb.TYPE_CODE_DECFLOAT: return repr(float(str(value)))
     return ""

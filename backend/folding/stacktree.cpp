@@ -4,9 +4,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <utility>
 
 namespace {
+
+constexpr const char* calledBy = ", called by ";
 
 void count(auto& node, int client) {
     node.clients.insert(client);
@@ -30,8 +31,7 @@ void StackTree::add(int client, const std::vector<std::string>& calls) {
         return !call.starts_with("??");
     });
     const auto caller = named == calls.end() ? calls.begin() + 1 : named;
-    count(innermost[caller == calls.end() ? calls[0] : calls[0] + ", called by " + *caller],
-          client);
+    count(innermost[caller == calls.end() ? calls[0] : calls[0] + calledBy + *caller], client);
 }
 
 StackTree::StackTree(const Outline& outline) {
@@ -126,11 +126,17 @@ StackTree::byClients(const std::map<std::string, Node>& nodes) {
     return sorted;
 }
 
-// Of places of equal size, those at which the program waits stand behind its own.
-std::vector<const std::pair<const std::string, StackTree::Node>*> StackTree::sortedPlaces() const {
+// Of places with as many clients, those where they wait stand last: who has gone astray seldom
+// waits.
+std::vector<const std::pair<const std::string, StackTree::Node>*>
+StackTree::placesByClients() const {
     auto sorted = byClients(innermost);
-    std::ranges::stable_sort(sorted, {}, [](const auto* place) {
-        return std::pair(place->second.clients.size(), UserStack::isWaitingPlace(place->first));
+    const auto waits = [](const std::string& place) {
+        return UserStack::waits(place.substr(0, place.find(calledBy)));
+    };
+    std::stable_sort(sorted.begin(), sorted.end(), [&waits](const auto* a, const auto* b) {
+        const std::size_t left = a->second.clients.size(), right = b->second.clients.size();
+        return left != right ? left < right : !waits(a->first) && waits(b->first);
     });
     return sorted;
 }
@@ -143,7 +149,7 @@ std::string StackTree::threadsOf(const Node& node) {
 std::vector<StackTree::RowGroup> StackTree::places() const {
     std::vector<RowGroup> groups;
     RowGroup group;
-    for (const auto* place : sortedPlaces()) {
+    for (const auto* place : placesByClients()) {
         const std::size_t size = place->second.clients.size();
         group.push_back({std::to_string(size) + (size == 1 ? " client in " : " clients in ") +
                              place->first + threadsOf(place->second),
@@ -167,7 +173,7 @@ std::vector<StackTree::RowGroup> StackTree::places() const {
 
 std::vector<ClientSet> StackTree::placeClients() const {
     std::vector<ClientSet> clients;
-    for (const auto* place : sortedPlaces())
+    for (const auto* place : placesByClients())
         clients.push_back(place->second.clients);
     return clients;
 }

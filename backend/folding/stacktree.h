@@ -52,11 +52,10 @@ class StackTree {
     /// The clients whose stacks are not the same here and there; threads at equal calls count once.
     ClientSet differing(const StackTree& other) const;
 
-    /// Where the innermost calls are, the place with the fewest clients first, and of equal ones
-    /// those first at which a program does not wait for others; then the clients
-    /// without stacks, a group for each reason. All places are one group, so that a console colours
-    /// their differences; when the console would show so many places client by client, each is a
-    /// group.
+    /// Where the innermost calls are, the place with the fewest clients first, of equal ones
+    /// those where nobody waits; then the clients without stacks, a group for each reason. All
+    /// places are one group, so that a console colours their differences; when the console would
+    /// show so many places client by client, each is a group.
     std::vector<RowGroup> places() const;
     /// The clients of each place, in the order of places.
     std::vector<ClientSet> placeClients() const;
@@ -85,7 +84,7 @@ class StackTree {
     static void merge(std::map<std::string, Node>& into, const std::map<std::string, Node>& other);
     static std::vector<const std::pair<const std::string, Node>*>
     byClients(const std::map<std::string, Node>& nodes);
-    std::vector<const std::pair<const std::string, Node>*> sortedPlaces() const;
+    std::vector<const std::pair<const std::string, Node>*> placesByClients() const;
     static std::string threadsOf(const Node& node);
     static void walk(const Node& node, std::size_t depth, std::vector<RowGroup>& rows);
 };

@@ -71,11 +71,16 @@ constexpr std::array<std::string_view, 64> waitingCalls = {
     "wait",       "wait4",         "waitid",        "waitpid",
 };
 
-// Those with which a program ends itself.
-constexpr std::array<std::string_view, 3> endingCalls = {"abort", "raise", "pthread_kill"};
-
 constexpr std::array<std::string_view, 2> mpiCalls = {"MPI_", "MPIX_"};
 constexpr std::array<std::string_view, 4> otherMessageCalls = {"nccl", "shmem_", "GOMP_", "omp_"};
+
+// Calls among those above that end the program instead of waiting.
+constexpr std::array<std::string_view, 4> endingCalls = {
+    "abort",
+    "raise",
+    "pthread_kill",
+    "MPI_Abort",
+};
 
 // What the system keeps in every process for itself (vdso(7)), in no file.
 constexpr std::array<std::string_view, 5> kernelCalls = {
@@ -145,7 +150,7 @@ std::optional<std::string> standardName(const Call& call) {
 }
 
 bool belongsToProgram(const Call& call) {
-    if (call.isInterpreted) return true;
+    if (call.isInterpreted) return call.library.empty();
     const std::string_view name = call.function;
     if (name.starts_with('<') || name == "??" || isInLibrary(call)) return false;
     if (isWithoutSource(call) && (isOneOf(name, kernelCalls) || name.starts_with("__vdso_")))
@@ -166,6 +171,12 @@ bool isOfSystem(const Call& call) {
 }
 
 } // namespace
+
+bool UserStack::waits(std::string_view call) {
+    if (isOneOf(call, endingCalls)) return false;
+    return beginsWithAny(call, mpiCalls) || beginsWithAny(call, otherMessageCalls) ||
+           call.starts_with("pthread_") || isOneOf(call, waitingCalls);
+}
 
 UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
     std::erase_if(kept, [](const Call& call) { return call.isInterpreter; });
@@ -217,11 +228,4 @@ UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
 
 bool UserStack::isOfProgram(const Call& call) {
     return belongsToProgram(call) && !isOfStandardLibrary(call);
-}
-
-bool UserStack::isWaitingPlace(std::string_view place) {
-    const std::string_view name = place.substr(0, place.find_first_of(" ,"));
-    return beginsWithAny(name, mpiCalls) || beginsWithAny(name, otherMessageCalls) ||
-           ((name.starts_with("pthread_") || isOneOf(name, waitingCalls)) &&
-            !isOneOf(name, endingCalls));
 }

@@ -18,12 +18,13 @@ class UserStack {
     const std::vector<Driver::StackLine>& calls() const { return kept; }
     /// Whether its author may have written that function.
     static bool isOfProgram(const Driver::StackLine& call);
-    /// Whether a place "MPI_Recv, called by receive" is one at which threads wait for others.
-    static bool isWaitingPlace(std::string_view place);
     /// Whether no call belongs to the program: a library keeps such a thread for itself.
     bool isHelper() const { return helper; }
     /// The library that the thread works for, "libucs".
     const std::string& library() const { return libraryName; }
+
+    /// Whether a thread waits in a call that has been folded, or communicates, by its name.
+    static bool waits(std::string_view call);
 
   private:
     std::vector<Driver::StackLine> kept;

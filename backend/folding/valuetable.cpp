@@ -7,22 +7,30 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <limits>
 
 namespace {
 
 constexpr int shortly = 6; // digits, as %g shows them
+constexpr int exact = 15;  // digits that each double has
+constexpr int utmost = std::numeric_limits<long double>::max_digits10;
 
 std::string shown(long double number, int digits = shortly) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.*g", digits, static_cast<double>(number));
+    std::array<char, 64> text{};
+    if (digits > exact)
+        std::snprintf(text.data(), text.size(), "%.*Lg", digits, number);
+    else
+        std::snprintf(text.data(), text.size(), "%.*g", digits, static_cast<double>(number));
     return text.data();
 }
 
+bool isWhole(long double number, long double below) {
+    return std::trunc(number) == number && std::abs(number) < below;
+}
+
 // Whole numbers, counters of iterations say, are told apart by their last digit, too.
-std::string shownExactly(double number) {
-    constexpr int exact = 15; // digits that each double has
-    const bool whole = std::trunc(number) == number && std::abs(number) < 1e15;
-    return shown(number, whole ? exact : shortly);
+std::string shownExactly(long double number) {
+    return shown(number, isWhole(number, 1e15L) ? exact : shortly);
 }
 
 std::string counted(const std::string& what, const ClientSet& clients) {
@@ -76,29 +84,38 @@ ValueTable::Report ValueTable::report() const {
 
 void ValueTable::tellMoments(std::vector<StackTree::Row>& rows) const {
     ClientSet all;
-    long double sum = 0, squares = 0;
+    // Deviations are those of the distance to the least: it is exact for large values, too.
+    const long double least = finite.begin()->first;
+    long double sum = 0, distances = 0, squares = 0;
     for (const auto& [value, clients] : finite) {
         all.insert(clients);
-        sum += static_cast<long double>(value) * clients.size();
+        sum += value * clients.size();
+        distances += (value - least) * clients.size();
     }
     const auto count = static_cast<long double>(all.size());
-    const long double mean = sum / count;
-    for (const auto& [value, clients] : finite)
-        squares += (value - mean) * (value - mean) * clients.size();
+    for (const auto& [value, clients] : finite) {
+        const long double deviation = value - least - distances / count;
+        squares += deviation * deviation * clients.size();
+    }
     const auto extreme = [](const auto& entry) {
         return shown(entry.first) + " (" + Text::list(entry.second) + ")";
     };
     rows.push_back({"min " + extreme(*finite.begin()), all});
     rows.push_back({"max " + extreme(*finite.rbegin()), all});
-    rows.push_back({"mean " + shown(mean), all});
+    rows.push_back({"mean " + shown(sum / count), all});
     rows.push_back({"sd " + shown(std::sqrt(squares / count)), all});
 }
 
 // A row for each value, if there are few enough that look different.
 std::vector<StackTree::Row> ValueTable::bars() const {
+    std::map<std::string, int> values; // by what they look like
+    for (const auto& [value, clients] : finite)
+        ++values[shownExactly(value)];
     std::vector<StackTree::Row> rows;
     for (const auto& [value, clients] : finite) {
         std::string text = shownExactly(value);
+        constexpr long double beyond = 0x1p64L; // more than integers of 64 bits
+        if (values[text] > 1 && isWhole(value, beyond)) text = shown(value, utmost);
         if (!rows.empty() && rows.back().text == text)
             rows.back().clients.insert(clients);
         else if (rows.size() == maxBars)
@@ -122,7 +139,8 @@ std::vector<StackTree::Row> ValueTable::widths() const {
     }
     // As many digits as tell the rows' ends apart.
     const long double ratio = std::max(std::abs(low), std::abs(high)) / width;
-    const int digits = std::clamp(static_cast<int>(std::ceil(std::log10(ratio))) + 2, shortly, 15);
+    const int digits =
+        std::clamp(static_cast<int>(std::ceil(std::log10(ratio))) + 2, shortly, utmost);
     std::vector<StackTree::Row> rows;
     for (std::size_t i = 0; i < maxBars; ++i) {
         const auto begin = low + width * static_cast<long double>(i);

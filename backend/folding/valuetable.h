@@ -28,7 +28,7 @@ class ValueTable {
 
   private:
     ClientSet known;
-    std::map<double, ClientSet> finite;
+    std::map<long double, ClientSet> finite;
     ClientSet notNumbers, infinite;
     std::map<std::string, ClientSet> texts;
     std::map<std::string, ClientSet> frames; // by what the report says of them

@@ -19,6 +19,11 @@ namespace {
 // The kernel lets arguments and environment take no more.
 constexpr std::uint64_t maxEnvironment = 8 * 1024 * 1024;
 constexpr std::uint64_t maxSegments = 1 << 20;
+// Of all segments; a thread has a handful.
+constexpr int maxNotes = 1 << 18;
+// Bytes; the kernel's are 400 or so.
+constexpr std::uint64_t maxVectors = 4096;
+constexpr std::size_t blockSize = 4096;
 
 constexpr char ownOrder = std::endian::native == std::endian::little ? ELFDATA2LSB : ELFDATA2MSB;
 constexpr char ownClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
@@ -33,9 +38,22 @@ constexpr std::uint64_t padded(std::uint64_t size) { return (size + 3) / 4 * 4; 
 } // namespace
 
 template <class T>
-bool CoreFile::get(std::uint64_t offset, T& into) const {
-    const ssize_t got = ::pread(file.get(), &into, sizeof into, static_cast<off_t>(offset));
-    return got == static_cast<ssize_t>(sizeof into);
+bool CoreFile::get(std::uint64_t offset, T& into) {
+    static_assert(sizeof into <= blockSize);
+    const auto holds = [&] {
+        return offset >= blockBegin && offset - blockBegin < block.size() &&
+               block.size() - (offset - blockBegin) >= sizeof into;
+    };
+    if (!holds()) {
+        block.resize(blockSize);
+        const ssize_t got =
+            ::pread(file.get(), block.data(), block.size(), static_cast<off_t>(offset));
+        block.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        blockBegin = offset;
+        if (!holds()) return false;
+    }
+    std::memcpy(&into, block.data() + (offset - blockBegin), sizeof into);
+    return true;
 }
 
 std::optional<CoreFile> CoreFile::open(const std::string& path) {
@@ -51,6 +69,7 @@ std::optional<CoreFile> CoreFile::open(const std::string& path) {
     if (head[little ? 16 : 17] != ET_CORE || head[little ? 17 : 16] != 0) return std::nullopt;
     if (head[EI_CLASS] == ownClass && head[EI_DATA] == ownOrder) core.read();
     core.file.reset();
+    core.block = {};
     return core;
 }
 
@@ -69,13 +88,16 @@ void CoreFile::read() {
         else if (program.p_type == PT_NOTE)
             notes.push_back(program);
     }
+    int left = maxNotes;
     for (const Program& each : notes)
-        readNotes(each.p_offset, each.p_filesz);
+        readNotes(each.p_offset, each.p_filesz, left);
     readEnvironment();
 }
 
-void CoreFile::readNotes(std::uint64_t offset, std::uint64_t size) {
-    for (const std::uint64_t end = offset + size; offset + sizeof(Note) <= end;) {
+// At most so many as are left, and fewer then.
+void CoreFile::readNotes(std::uint64_t offset, std::uint64_t size, int& left) {
+    for (const std::uint64_t end = offset + size; left > 0 && offset + sizeof(Note) <= end;
+         --left) {
         Note note;
         if (!get(offset, note)) return;
         const std::uint64_t content = offset + sizeof note + padded(note.n_namesz);
@@ -89,6 +111,7 @@ void CoreFile::readNotes(std::uint64_t offset, std::uint64_t size) {
 
 void CoreFile::readVectors(std::uint64_t offset, std::uint64_t size) {
     Vector each;
+    size = std::min(size, maxVectors);
     for (std::uint64_t at = 0; at + sizeof each <= size && get(offset + at, each);
          at += sizeof each) {
         if (each.a_type == AT_RANDOM) random = each.a_un.a_val;

@@ -26,6 +26,9 @@ class CoreFile {
         std::uint64_t address, offset, size;
     };
     Descriptor file;
+    /// What was read of the file last, and where it stands there.
+    std::vector<char> block;
+    std::uint64_t blockBegin = 0;
     std::vector<Segment> memory;
     pid_t pid = -1;
     /// Where the kernel has put random bytes and the program's name, with the environment between
@@ -35,10 +38,10 @@ class CoreFile {
     std::string environment;
 
     void read();
-    void readNotes(std::uint64_t offset, std::uint64_t size);
+    void readNotes(std::uint64_t offset, std::uint64_t size, int& left);
     void readVectors(std::uint64_t offset, std::uint64_t size);
     void readEnvironment();
     std::optional<std::string> variable(const std::string& wanted) const;
     template <class T>
-    bool get(std::uint64_t offset, T& into) const;
+    bool get(std::uint64_t offset, T& into);
 };

@@ -10,9 +10,11 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <linux/kcmp.h>
 #include <map>
 #include <set>
 #include <sstream>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -91,6 +93,10 @@ unsigned long long ProcessTree::startOf(pid_t id) {
 std::string ProcessTree::executableOf(pid_t id) {
     std::error_code fault;
     return std::filesystem::read_symlink("/proc/" + std::to_string(id) + "/exe", fault).string();
+}
+
+bool ProcessTree::shareMemory(pid_t one, pid_t other) {
+    return ::syscall(SYS_kcmp, one, other, KCMP_VM, 0, 0) == 0;
 }
 
 std::vector<pid_t> ProcessTree::descendants(pid_t root, pid_t except) {

@@ -29,6 +29,9 @@ unsigned long long startOf(pid_t id);
 std::string statusField(pid_t pid, const std::string& name);
 /// The file that a process executes; empty when it is gone or does not show it.
 std::string executableOf(pid_t id);
+/// Whether two processes have one memory, as after vfork(2) until the child executes something;
+/// false where the kernel does not tell.
+bool shareMemory(pid_t one, pid_t other);
 /// The command line of a process; empty when it is gone or does not show it.
 std::vector<std::string> wordsOf(pid_t id);
 /// The name of the program that a process runs, at most 15 bytes; empty when it is gone.

@@ -5,6 +5,7 @@
 #include "backend/os/insist.h"
 #include "backend/os/processtree.h"
 #include "backend/os/standardstreams.h"
+#include "backend/os/text.h"
 #include "backend/wire/rendezvous.h"
 #include "frontend/session/exitstatus.h"
 #include "frontend/switchboard/owncommand.h"
@@ -50,7 +51,9 @@ SessionServer::SessionServer(const Options& sessionOptions, Session& session, Ch
       programs(loop, *this),
       whoQueries(loop, *this),
       waitQueries(loop, *this),
-      detachment(loop, *this) {}
+      detachment(loop, *this) {
+    if (!options.script.empty()) board.runsUnattended();
+}
 
 int SessionServer::run() {
     try {
@@ -61,10 +64,16 @@ int SessionServer::run() {
         takeDown();
         throw;
     }
-    const auto verdict = clients.verdict();
-    if (status != 0 || !verdict) return status;
-    clients.say(*verdict);
-    return ExitStatus::refused;
+    if (status != 0) return status;
+    if (const ClientSet& aborting = board.keptTasks(); !aborting.empty()) {
+        clients.say("MPI_Abort was called by " + Text::list(aborting));
+        status = ExitStatus::refused;
+    }
+    if (const auto verdict = clients.verdict()) {
+        clients.say(*verdict);
+        status = ExitStatus::refused;
+    }
+    return status;
 }
 
 // After a fault, debuggers let go of their tasks as at any other end. The user hears of that fault,

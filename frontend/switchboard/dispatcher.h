@@ -47,6 +47,9 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
         /// The rows of a report that may become groups are known (Request::groupNames); of a stat,
         /// the places, those with the fewest clients first.
         virtual void located(const Request& request, const std::vector<ClientSet>& places) = 0;
+        /// The clients have printed these lines.
+        virtual void printed(const ClientSet& clients, const std::vector<std::string>& lines,
+                             Clock::time_point now) = 0;
     };
 
     /// Clients 0 to clients - 1, all idle. The driver, the node, the outlet and the listener must
@@ -114,6 +117,7 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     void said(int work, const ClientSet& clients, std::vector<std::string> lines,
               Clock::time_point now) override {
         stopPlaces.said(clients, lines);
+        listener.printed(clients, lines, now);
         hear(work, clients, lines, now, Folder::WHOLE);
     }
     void saidPart(int work, const ClientSet& clients, const LineCutter::Piece& part,

@@ -25,7 +25,7 @@ bool Stoppers::stop(const Request& request, Clock::time_point now) {
                     now);
         if (own) continue;
         others.insert(clients);
-        if (console != 0) stopping[console].insert(clients);
+        if (console != 0) stopping.push_back({console, clients, now + Wait::interrupt});
     }
     if (others.empty()) rows.addRow(request.members, "nothing of other consoles runs", now);
     outlet.toConsole(request.console, Folder::record(rows.take(), request.console, request.text));
@@ -47,12 +47,14 @@ std::vector<int> Stoppers::stopped(const ClientSet& clients) {
 }
 
 bool Stoppers::frees(int console, const ClientSet& clients) {
-    const auto its = stopping.find(console);
-    if (its == stopping.end() || !its->second.intersects(clients)) return false;
-    its->second.erase(clients);
-    if (!its->second.empty()) return false;
-    stopping.erase(its);
-    return true;
+    bool any = false;
+    for (Stopping& each : stopping) {
+        if (each.owner != console || !each.clients.intersects(clients)) continue;
+        any = true;
+        each.clients.erase(clients);
+    }
+    std::erase_if(stopping, [](const Stopping& each) { return each.clients.empty(); });
+    return any && std::ranges::find(stopping, console, &Stopping::owner) == stopping.end();
 }
 
 std::vector<int> Stoppers::takeDue(Clock::time_point now) {
@@ -61,11 +63,9 @@ std::vector<int> Stoppers::takeDue(Clock::time_point now) {
         if (wanted.until > now) continue;
         due.push_back(console);
         dispatcher.say(console, wanted.command, wanted.clients, "has not stopped yet");
-        // Whenever it stops, that frees nobody before the rest of his command.
-        for (auto& [owner, clients] : stopping)
-            clients.erase(wanted.clients);
     }
-    std::erase_if(stopping, [](const auto& each) { return each.second.empty(); });
+    // Whenever those stop, that frees nobody before the rest of his command.
+    std::erase_if(stopping, [now](const Stopping& each) { return each.until <= now; });
     for (const int console : due)
         forget(console);
     return due;
@@ -75,5 +75,7 @@ std::optional<Clock::time_point> Stoppers::deadline() const {
     std::optional<Clock::time_point> next;
     for (const auto& [console, wanted] : waiting)
         next = next ? std::min(*next, wanted.until) : wanted.until;
+    for (const Stopping& each : stopping)
+        next = next ? std::min(*next, each.until) : each.until;
     return next;
 }

@@ -34,7 +34,7 @@ class Stoppers {
     void forget(int console) { waiting.erase(console); }
     void consoleLeft(int console) {
         forget(console);
-        stopping.erase(console);
+        std::erase_if(stopping, [=](const Stopping& each) { return each.owner == console; });
     }
     /// Clients have stopped: the consoles that need not wait any more.
     std::vector<int> stopped(const ClientSet& clients);
@@ -52,9 +52,16 @@ class Stoppers {
         Clock::time_point until;
     };
 
+    // What was interrupted of a console's, whether or not somebody still waits for it.
+    struct Stopping {
+        int owner;
+        ClientSet clients;
+        Clock::time_point until;
+    };
+
     Dispatcher& dispatcher;
     Dispatcher::Outlet& outlet;
     Outlet& names;
-    std::map<int, Wanted> waiting;     // by console
-    std::map<int, ClientSet> stopping; // by the console whose command they carry out
+    std::map<int, Wanted> waiting; // by console
+    std::vector<Stopping> stopping;
 };

@@ -28,7 +28,8 @@ Switchboard::Switchboard(int count, const Driver& driver, Outlet& out)
       table(count),
       local(driver, out, dispatcher),
       dispatcher(count, driver, local, out, *this),
-      stoppers(dispatcher, out, out) {}
+      stoppers(dispatcher, out, out),
+      kept(driver, dispatcher) {}
 
 void Switchboard::setClients(int count) {
     assert(consoles.empty());
@@ -406,7 +407,7 @@ void Switchboard::announce(const std::string& text) {
 
 std::optional<Clock::time_point> Switchboard::deadline() const {
     std::optional<Clock::time_point> next = dispatcher.deadline();
-    for (const auto& other : {local.deadline(), stoppers.deadline()})
+    for (const auto& other : {local.deadline(), stoppers.deadline(), kept.deadline()})
         if (other && (!next || *other < *next)) next = other;
     for (const auto& [number, console] : consoles) {
         if (!console.interrupts.empty() && (!next || console.interrupts.front() < *next))
@@ -426,6 +427,7 @@ void Switchboard::tick(Clock::time_point now) {
     told.reset();
     local.tick(now);
     dispatcher.tick(now);
+    kept.tick(table.all(), now);
     for (const int number : stoppers.takeDue(now))
         sendReady(number, consoles[number]);
     for (auto& [number, console] : consoles) {

@@ -11,6 +11,7 @@
 #include "common/reply.h"
 #include "frontend/switchboard/dispatcher.h"
 #include "frontend/switchboard/groups.h"
+#include "frontend/switchboard/kepttasks.h"
 #include "frontend/switchboard/owncommand.h"
 #include "frontend/switchboard/stoppers.h"
 
@@ -129,6 +130,11 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     /// Does what is due: what was gathered leaves, interrupts are answered.
     void tick(Clock::time_point now);
 
+    /// The commands come from a script: none is to wait for ever for a task kept at MPI_Abort.
+    void runsUnattended() { kept.begin(); }
+    /// The tasks that were kept there; none when commands come from somewhere else.
+    const ClientSet& keptTasks() const { return kept.all(); }
+
     const Groups& groups() const { return table; }
     /// Where the client's task stood still last, "search (ring.cpp:41)"; empty: it is not known.
     std::string placeOf(int client) const { return dispatcher.placeOf(client); }
@@ -156,6 +162,7 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     LocalNode local;
     Dispatcher dispatcher;
     Stoppers stoppers;
+    KeptTasks kept;
     std::optional<Clock::time_point> told; // the last wakeAt
 
     void carryOut(int console, const Command& command, Clock::time_point now);
@@ -173,6 +180,10 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     // Dispatcher::Listener
     void answered(const ClientSet& clients, const Request& request) override;
     void located(const Request& request, const std::vector<ClientSet>& places) override;
+    void printed(const ClientSet& clients, const std::vector<std::string>& lines,
+                 Clock::time_point now) override {
+        kept.said(clients, lines, now);
+    }
     void asks(const Request& request) override;
 
     bool worksHere(const Request& request, int number, const Console& console) const;

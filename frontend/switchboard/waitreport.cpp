@@ -238,6 +238,8 @@ void WaitReport::tellOthers() {
         "has no process",
         "libvexmpi.so is not loaded, so nobody tells who waits for whom: start with vex "
         "--trace-mpi, or the tasks with LD_PRELOAD; 'stat' shows their stacks",
+        "its program is linked statically and loads no libvexmpi.so, so the calls of its MPI are "
+        "not seen; 'stat' shows the stacks",
         "libvexmpi.so is loaded, but no library of an MPI: the calls of one that is linked "
         "statically are not seen; 'stat' shows the stacks",
     };

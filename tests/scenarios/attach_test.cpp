@@ -157,6 +157,44 @@ TEST_F(AttachTest, WhatTheTasksForkBecomesClients) {
     }
 }
 
+// A worker that spins is first among those that wait for work, however Python has begun them.
+TEST_F(AttachTest, WorkersOfPython) {
+    const std::string python = "/usr/bin/python3";
+    if (::access(python.c_str(), X_OK) != 0) GTEST_SKIP() << "without Python";
+    const std::string file = folder.write("pool.py", R"(
+import multiprocessing, sys
+def search():
+    print("spins", flush=True)
+    while True: pass
+def work(queue, number):
+    if number == 1: search()
+    queue.get()
+if __name__ == "__main__":
+    context = multiprocessing.get_context(sys.argv[1])
+    queue = context.Queue()
+    workers = [context.Process(target=work, args=(queue, number)) for number in range(2)]
+    for each in workers: each.start()
+    for each in workers: each.join()
+)");
+    // Python has a process of its own with those that it spawns.
+    for (const auto& [method, processes] : {std::pair("fork", 2), std::pair("spawn", 3)}) {
+        const std::string path = beginWith({"-n", "1", python, file, method});
+        Peer first(path), second(path);
+        first.send(Command::CLIENT, "all", "run");
+        second.assign("WORKERS", second.forked(processes));
+        second.send(Command::CLIENT, "WORKERS", "continue");
+        while (!contain(first.next(), "spins")) {
+        }
+        second.send(Command::INTERRUPT, "WORKERS");
+        second.finish();
+        const Lines places = second.command("vex stat", "WORKERS");
+        EXPECT_NE((places[0] + places[1]).find("search (pool.py:"), std::string::npos)
+            << method << testing::PrintToString(places);
+        vex->signal(SIGKILL);
+        expectNothingLeft(path);
+    }
+}
+
 TEST_F(AttachTest, WhatAnAttachedTaskHasForkedRunsOn) {
     for (const char* place : {"127.0.0.1 localhost ", "198.51.100.7 node1 "}) {
         Terminal task({{program("forker"), "wait"}});

@@ -47,6 +47,11 @@ TEST_F(Stops, SamplesTellWhoMovesAndLeaveTasksAsTheyStood) {
     EXPECT_TRUE(contain(third, "1 | not made to run: no interrupt has stopped it"));
     EXPECT_FALSE(contain(third, "Breakpoint"));
     EXPECT_EQ(console.command("bt -1", "1"), before);
+    // Another stands in a function that was called from the prompt.
+    console.command("break descend", "0");
+    console.command("print descend(2)", "0");
+    EXPECT_TRUE(contain(console.command("vex stat -t 2"),
+                        "0:1 | not made to run: no interrupt has stopped it"));
     quit(console);
 }
 
@@ -92,6 +97,15 @@ TEST_F(Stops, ATaskThatWouldEndTheJobIsKeptAndNoBreakpointIsSeen) {
     other.send(Command::CLIENT, "0", "run");
     EXPECT_TRUE(contain(other.finish(), "exited with code 07"));
     quit(other);
+}
+
+TEST_F(Stops, AScriptGoesOnWhenATaskIsKept) {
+    const std::string script = folder.write("script", "run\nstat -i\n");
+    launch({"-n", "3", "--script", script, program("descending"), "abort"});
+    vex->until("1:2 | interrupted, so that the script goes on: 0 is kept at MPI_Abort");
+    vex->until("| 1 client in MPI_Abort, called by descend");
+    vex->until("vex: MPI_Abort was called by 0");
+    EXPECT_EQ(vex->exitStatus(), 3);
 }
 
 TEST_F(Stops, WhatAnotherConsoleHasRunningCanBeStopped) {

@@ -238,7 +238,7 @@ TEST_F(VexTest, StacksOfPythonProgramsAreTheirFunctions) {
                          "0:1 |     search (go.py:6)\n"),
               shown.npos)
         << shown;
-    EXPECT_NE(shown.find("0:1 |       wait (go.py:2)\n"), shown.npos) << shown;
+    EXPECT_NE(shown.find("0:1 | wait (go.py:2)\n"), shown.npos) << shown;
     quit(console);
 }
 

@@ -236,6 +236,18 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
         {stacksOf({"abort,,/lib/libc.so.6", "std::terminate,,/lib/libstdc++.so.6",
                    "std::vector<int>::at,stl_vector.h:5,", "check,a.c:5,", "main,a.c:9,"}),
          "1 client in abort, called by check|main|  check|    abort"},
+        // A thread that the interpreter's own functions keep for themselves; one of the program's.
+        {"thread\t1\npython\tsearch (a.py:3)\npython\t<module> (a.py:9)\n"
+         "thread\t0\ncall\tsem_wait\t\t/lib/libc.so.6\ncall\t_PyEval_EvalFrameDefault\t\t\t1\n"
+         "python\twait (threading.py:320)\tpython\npython\trun (threading.py:975)\tpython\n"
+         "call\tclone3\t\t/lib/libc.so.6\n"
+         "thread\t0\ncall\tsem_wait\t\t/lib/libc.so.6\n"
+         "python\twait (threading.py:320)\tpython\npython\thelp (a.py:7)\n"
+         "python\trun (threading.py:975)\tpython\ncall\tclone3\t\t/lib/libc.so.6\n",
+         "1 client in search (a.py:3), called by <module> (a.py:9)|"
+         "1 client in sem_wait, called by wait (threading.py:320)|<module> (a.py:9)|"
+         "  search (a.py:3)|help (a.py:7)|  wait (threading.py:320)|    sem_wait|"
+         "helper threads: python 1"},
         // Before main there is nothing else to show.
         {stacksOf({"_dl_start,,/lib64/ld-linux-x86-64.so.2"}), "1 client in _dl_start|_dl_start"},
         // A debugger that tells less.

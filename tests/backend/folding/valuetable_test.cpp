@@ -40,6 +40,18 @@ TEST(ValueTable, TellsNumbersAndOtherValues) {
          {"0:1 | min 1.23457e+06 (0)", "0:1 | max 1.23457e+06 (1)", "0:1 | mean 1.23457e+06",
           "0:1 | sd 0.5", "0 | 1234567: 1 client", "1 | 1234568: 1 client"},
          2},
+        // Integers of 64 bits, which no double tells apart.
+        {{number("18446744073709551614"), number("18446744073709551615"),
+          number("-9223372036854775807"), number("-9223372036854775808")},
+         {"0:3 | min -9.22337e+18 (3)", "0:3 | max 1.84467e+19 (1)", "0:3 | mean 4.61169e+18",
+          "0:3 | sd 1.38351e+19", "3 | -9223372036854775808: 1 client",
+          "2 | -9223372036854775807: 1 client", "0 | 18446744073709551614: 1 client",
+          "1 | 18446744073709551615: 1 client"},
+         4},
+        {{number("18446744073709551615"), number("18446744073709551613")},
+         {"0:1 | min 1.84467e+19 (1)", "0:1 | max 1.84467e+19 (0)", "0:1 | mean 1.84467e+19",
+          "0:1 | sd 1", "1 | 18446744073709551613: 1 client", "0 | 18446744073709551615: 1 client"},
+         2},
         {{number("nan"), number("nan")}, {"0:1 | NaN: 0:1"}, 0},
         // The largest distance that there is.
         {{number("-1.7e308"), number("1.7e308")},
@@ -74,6 +86,12 @@ TEST(ValueTable, ManyValuesAreTenRowsAtMost) {
               (Lines{"0:9 | 0 to 10: 10 clients", "10:19 | 10 to 20: 10 clients",
                      "20:29 | 20 to 30: 10 clients", "30:39 | 30 to 40: 10 clients",
                      "40:50 | 90 to 100: 11 clients"}));
+    Lines large;
+    for (int i = 0; i <= 10; ++i)
+        large.push_back(std::to_string(9007199254740993 + 10 * i));
+    const Lines wide = rowsOf(large);
+    EXPECT_EQ(wide[4], "0 | 9007199254740993 to 9007199254741003: 1 client");
+    EXPECT_EQ(wide.back(), "9:10 | 9007199254741083 to 9007199254741093: 2 clients");
 }
 
 } // namespace

@@ -59,11 +59,44 @@ TEST_F(StoppersTest, WaitsForASecondAndNotBehindAnotherRequest) {
     EXPECT_EQ(stops({0, 1, 2, 3}), "1 0@0:3 received signal SIGINT / 1 READY 1");
     EXPECT_EQ(pass(5s), "");
     filtered();
+    // Nor when who asked has left: a second later, what stops is as if nobody had asked.
+    group(1, ASSIGN, "FILTERED", {0});
+    running();
+    EXPECT_EQ(stop("0"), "2 0@0 interrupts 'continue' of console 1 / SIGINT 0");
+    board.consoleLeft(2);
+    EXPECT_EQ(pass(1s), "");
+    board.consoleJoined(2);
+    EXPECT_EQ(stops({0}), "");
+    EXPECT_EQ(pass(1s), "1 0@0 received signal SIGINT");
+    EXPECT_EQ(stops({1, 2, 3}), "1 0@1:3 received signal SIGINT / 1 READY 1");
+    filtered();
     // Of a console that has left.
     running("0");
     board.consoleLeft(1);
     EXPECT_EQ(stop("0"), "2 0@0 interrupts 'continue' of a console that has left / SIGINT 0");
     EXPECT_EQ(stops({0}), "2 READY 2");
+}
+
+// Under a script; else they wait for whoever sees it.
+TEST_F(StoppersTest, WhatWaitsForATaskKeptAtMpiAbortIsInterrupted) {
+    for (const bool unattended : {false, true}) {
+        if (unattended) board.runsUnattended();
+        group(1, ASSIGN, "three", {0, 1, 2});
+        running("three");
+        types(2, "3", "continue");
+        board.output(1, "The task calls MPI_Abort and is kept from ending: where\n", now);
+        prompts({1});
+        const std::string told = pass(1s) + pass(2s);
+        EXPECT_EQ(told.find("interrupted, so that the script goes on: 1 is kept at MPI_Abort / "
+                            "SIGINT 0 / SIGINT 2") != std::string::npos,
+                  unattended)
+            << told;
+        EXPECT_EQ(told.find("SIGINT 3"), std::string::npos);
+        EXPECT_EQ(board.keptTasks(), unattended ? ClientSet{1} : ClientSet());
+        prompts({0, 2, 3});
+        filtered();
+        group(2, ASSIGN, "FILTERED", {3});
+    }
 }
 
 } // namespace

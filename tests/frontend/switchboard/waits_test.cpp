@@ -151,8 +151,12 @@ TEST(WaitsTest, WhoIsAtFault) {
          {{.call = recv, .peers = {0}, .worldSize = 1}},
          {"0 | deadlock: 0 waits for 0 in MPI_Recv (tag 0)"}},
         {"no library",
-         {{.call = "", .kind = MpiState::NO_MPI}, {.call = "", .kind = MpiState::NO_PROCESS}},
+         {{.call = "", .kind = MpiState::NO_MPI},
+          {.call = "", .kind = MpiState::NO_PROCESS},
+          {.call = "", .kind = MpiState::NO_LOADER}},
          {"1 | has no process",
+          "2 | its program is linked statically and loads no libvexmpi.so, so the calls of its MPI "
+          "are not seen; 'stat' shows the stacks",
           "0 | libvexmpi.so is loaded, but no library of an MPI: the calls of one that is linked "
           "statically are not seen; 'stat' shows the stacks"}},
     };
