@@ -59,14 +59,45 @@ std::string withPlace(const Driver::StackLine& call) {
            (call.library.empty() ? ")" : "");
 }
 
-// "peak (halo.cpp:168), called by simulate"
+// "peak (halo.cpp:168), called by simulate"; within a library, the program's own caller.
 std::string placeOf(const std::vector<Driver::StackLine>& calls) {
     if (calls.empty()) return "";
     std::string text = withPlace(calls[0]);
     const bool isSource = !calls[0].place.empty() && calls[0].library.empty();
-    if (calls.size() > 1)
-        text += ", called by " + (isSource ? calls[1].function : withPlace(calls[1]));
+    auto caller = std::next(calls.begin());
+    if (!calls[0].library.empty()) {
+        const auto own = std::ranges::find_if(calls, &UserStack::isOfProgram);
+        if (own > caller && own != calls.end() && own->library.empty()) caller = own;
+    }
+    if (caller != calls.end())
+        text += ", called by " + (isSource ? caller->function : withPlace(*caller));
     return text;
+}
+
+// "search (ring.py:7)", as stat shows an interpreted function.
+bool isInterpreted(std::string_view call) {
+    const std::size_t colon = call.rfind(':');
+    return call.ends_with(')') && call.find(" (") < colon && colon != call.npos &&
+           call.substr(colon + 1).find_first_not_of("0123456789") == call.size() - colon - 2;
+}
+
+// The interpreted functions of the client's, the innermost first, that stand in the tree above the
+// call; above its only stack where the tree does not have that call.
+std::vector<std::string> interpretedAbove(const std::vector<Report::Call>& tree, int client,
+                                          const std::string& call) {
+    std::vector<std::string> path, found;
+    bool several = false;
+    for (const Report::Call& each : tree) {
+        if (!each.clients.contains(client)) continue;
+        several = several || each.depth < path.size();
+        path.resize(each.depth);
+        path.push_back(each.text);
+        if (each.text == call) found = path;
+    }
+    if (found.empty() && !several) found = std::move(path);
+    std::erase_if(found, [](const std::string& each) { return !isInterpreted(each); });
+    std::ranges::reverse(found);
+    return found;
 }
 
 // Places, as stat words them.
@@ -82,11 +113,16 @@ bool isUntraced(const Row& row) {
     return row.text == "has no process" || row.text.starts_with("libvexmpi.so is ");
 }
 
-// Those with the most clients last.
+// Those with the most clients last, and of equal ones the places at which they wait for others.
 void sortBySize(std::vector<Row>& rows) {
-    std::ranges::stable_sort(rows, [](const Row& a, const Row& b) {
-        return a.clients.size() != b.clients.size() ? a.clients.size() < b.clients.size()
-                                                    : a.clients.front() < b.clients.front();
+    std::ranges::stable_sort(rows, {}, [](const Row& row) {
+        bool waits = false;
+        if (isPlace(row.text)) {
+            constexpr std::string_view mark = " in ";
+            const std::string call = row.text.substr(row.text.find(mark) + mark.size());
+            waits = UserStack::waits(call.substr(0, call.find_first_of(" ,")));
+        }
+        return std::tuple(row.clients.size(), waits, row.clients.front());
     });
 }
 
@@ -110,6 +146,18 @@ ClientSet ranksNamedIn(std::string_view line) {
     return found;
 }
 
+// Whether a handler runs on top of the call at which the older stack begins.
+bool handlesSignalOf(const std::vector<std::string_view>& stack,
+                     const std::vector<std::string_view>& older) {
+    const auto mark = std::ranges::find_if(stack, [](std::string_view line) {
+        return line.starts_with('#') && line.find("<signal handler called>") != line.npos;
+    });
+    if (mark == stack.end()) return false;
+    const auto below = framesOf({std::next(mark), stack.end()}), first = framesOf(older);
+    return !below.empty() && !first.empty() && below[0].function == first[0].function &&
+           below[0].place == first[0].place;
+}
+
 std::string leftOut(std::size_t count, const std::string& noun) {
     return "[" + numberOf(count, noun) + " left out]";
 }
@@ -126,7 +174,7 @@ SignalFacts SignalFacts::of(const std::string& line) {
     if (!accessed || facts.code <= 0) facts.address.clear();
     // What is no address at all is not told by the processor.
     constexpr int byKernel = 128;
-    if (facts.code == byKernel) facts.address = "unknown";
+    if (facts.code == byKernel) facts.address = unknown;
     return facts;
 }
 
@@ -140,6 +188,31 @@ bool SignalFacts::isFault() const {
     static constexpr int faults[] = {SIGILL,  SIGABRT, SIGBUS,  SIGFPE,
                                      SIGSEGV, SIGSYS,  SIGXCPU, SIGXFSZ};
     return std::ranges::find(faults, number) != std::end(faults);
+}
+
+void Findings::noteCrash(const ClientSet& about, const std::vector<Row>& told,
+                         const std::vector<Row>& stackLines) {
+    Transcript fresh;
+    fresh.add(stackLines);
+    ClientSet replaced = about;
+    for (const int id : about.intersection(passed)) {
+        if (handlesSignalOf(fresh.of(id), fullStacks.of(id))) replaced.erase(ClientSet{id});
+    }
+    for (const int id : replaced)
+        fullStacks.forget(id);
+    for (const Row& row : stackLines)
+        fullStacks.add(row.clients.intersection(replaced), row.text);
+    for (const Row& row : told) {
+        const SignalFacts facts = SignalFacts::of(row.text);
+        if (facts.number == 0) continue;
+        for (const int id : row.clients.intersection(replaced)) {
+            SignalFacts& known = signals[id];
+            // A handler raises its signal again as another process would.
+            const bool again = passed.contains(id) && known.number == facts.number &&
+                               !known.address.empty() && facts.address.empty();
+            if (!again) known = facts;
+        }
+    }
 }
 
 void Findings::addLauncherLine(const std::string& line) {
@@ -188,7 +261,10 @@ void Findings::addCrashes(Report& report) const {
         const auto facts = signals.find(id);
         const TaskLog::Task task = id < log.tasks() ? log.of(id) : TaskLog::Task{};
         if (!task.aborts) {
-            const bool told = task.state != TaskLog::Task::ENDED && !task.signal.empty();
+            // What a handler does in the end is not what went wrong.
+            const bool handled = passed.contains(id) && crashed.contains(id);
+            const bool told = task.state != TaskLog::Task::ENDED && !task.signal.empty() &&
+                              (!handled || facts == signals.end());
             const int number = facts == signals.end() ? 0 : facts->second.number;
             const char* const name = number > 0 ? ::sigabbrev_np(number) : nullptr;
             crash.signal = told ? task.signal : name ? "SIG" + std::string(name) : "a signal";
@@ -197,6 +273,15 @@ void Findings::addCrashes(Report& report) const {
         for (const Driver::StackLine& call : calls)
             crash.calls.push_back(call.function);
         crash.place = placeOf(calls);
+        // Of an interpreter, a debugger's stack has only the calls of its own.
+        const bool isOwn = !calls.empty() && calls[0].library.empty() && !calls[0].place.empty();
+        if (!calls.empty() && !isOwn) {
+            auto functions = interpretedAbove(report.tree, id, calls[0].function);
+            if (calls[0].place.empty() && !functions.empty())
+                functions.insert(functions.begin(), calls[0].function);
+            if (!functions.empty()) crash.place = functions[0];
+            if (functions.size() > 1) crash.place += ", called by " + functions[1];
+        }
         if (facts != signals.end()) crash.address = facts->second.address;
         const auto [at, fresh] =
             known.try_emplace(Key{crash.signal, crash.place, crash.calls}, report.crashes.size());
@@ -262,7 +347,9 @@ void Findings::addOutcome(Report& report) const {
         std::string text = "called MPI_Abort";
         if (!crash.signal.empty()) {
             text = crash.signal + (crash.meaning.empty() ? "" : ", " + crash.meaning);
-            if (!crash.address.empty()) text += ", at address " + crash.address + ",";
+            if (!crash.address.empty() && crash.address != SignalFacts::unknown)
+                text += ", at address " + crash.address;
+            if (!crash.place.empty()) text += ",";
         }
         std::string place = crash.place;
         if (crash.signal.empty() && place.starts_with(abortCall)) place.erase(0, abortCall.size());
@@ -327,6 +414,17 @@ void Findings::addOutcome(Report& report) const {
     if (cut) report.headline = "the session ended before all was found out about its " + all;
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
+    // Nothing else tells of those for whom the others may wait.
+    ClientSet done;
+    for (const int id : log.in(TaskLog::Task::ENDED).intersection(clients)) {
+        if (log.of(id).status == 0) done.insert(id);
+    }
+    if (!done.empty() && done.size() < clients.size()) {
+        const bool one = clients.size() - done.size() == 1;
+        culprits.push_back({done, std::string(done.size() == 1 ? "has" : "have") +
+                                      " ended with status 0, the other" +
+                                      (one ? " has not" : "s have not")});
+    }
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {
         std::size_t named = 0;
         for (const Row& row : *rows) {

@@ -11,6 +11,7 @@
 
 /// The signal by which a task has stopped, as the system has told its debugger (sigaction(2)).
 struct SignalFacts {
+    static constexpr const char* unknown = "unknown"; // address
     int number = 0;
     int code = 0;
     std::string address;
@@ -50,6 +51,10 @@ struct Findings {
     /// The first line of what a debugger says of its version; which MPI libraries tasks have.
     std::string debugger;
     std::vector<Row> mpi;
+    /// What has stopped these, as the command of SignalFacts and `bt full` have said. Where that
+    /// comes of a handler to which the signal was passed on, what was known before remains.
+    void noteCrash(const ClientSet& clients, const std::vector<Row>& told,
+                   const std::vector<Row>& stackLines);
     /// A line that the launcher has said.
     void addLauncherLine(const std::string& line);
     /// What could not be found out; the same about several clients is one note.

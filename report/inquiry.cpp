@@ -285,15 +285,8 @@ std::string Inquiry::faultOf(int id) const {
 
 void Inquiry::noteDetails(const ClientSet& clients) {
     if (clients.empty()) return;
-    for (const Row& row : questions.ask(clients, SignalFacts::command()).rows) {
-        const SignalFacts facts = SignalFacts::of(row.text);
-        if (facts.number == 0) continue;
-        for (const int id : row.clients)
-            found.signals[id] = facts;
-    }
-    for (const int id : clients)
-        found.fullStacks.forget(id);
-    found.fullStacks.add(questions.ask(clients, fullStackCommand).rows);
+    const auto signals = questions.ask(clients, SignalFacts::command()).rows;
+    found.noteCrash(clients, signals, questions.ask(clients, fullStackCommand).rows);
 }
 
 void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {

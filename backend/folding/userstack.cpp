@@ -96,6 +96,11 @@ bool isInLibrary(const Call& call) {
 // In the program, but not of its author's, perhaps: what was linked into it has no source.
 bool isWithoutSource(const Call& call) { return call.library.empty() && call.place.empty(); }
 
+// Templates of C++ are compiled into the program that uses them.
+bool isOfStandardLibrary(const Call& call) {
+    return call.function.starts_with("std::") || call.function.starts_with("__gnu_cxx::");
+}
+
 // "MPI_Recv" for "mpi_recv_", "pmpi_recv__" and "mpi_recv_f08_", as compilers of Fortran write it.
 std::optional<std::string> fromFortran(std::string_view name) {
     if (name.starts_with('p')) name.remove_prefix(1);
@@ -208,7 +213,19 @@ UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
         if (!name) continue;
         kept[from].function = *name;
         kept[from].place.clear();
+        if (isOneOf(*name, endingCalls) && !helper) {
+            // What libraries do to end a program hides who made them do so.
+            const auto caller = std::find_if_not(innermost, kept.end(), [](const Call& call) {
+                return isInLibrary(call) || isOfStandardLibrary(call);
+            });
+            kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(from) + 1,
+                       caller == kept.end() ? innermost : caller);
+        }
         kept.erase(kept.begin(), kept.begin() + static_cast<std::ptrdiff_t>(from));
         return;
     }
+}
+
+bool UserStack::isOfProgram(const Call& call) {
+    return belongsToProgram(call) && !isOfStandardLibrary(call);
 }

@@ -14,8 +14,10 @@ class UserStack {
     explicit UserStack(std::vector<Driver::StackLine> calls);
 
     /// What is left of them. The name of a call that was folded is that of its standard: MPI_Recv
-    /// for PMPI_Recv and mpi_recv_ alike, without a place.
+    /// for PMPI_Recv and mpi_recv_ alike, without a place. Behind abort stands who is to blame.
     const std::vector<Driver::StackLine>& calls() const { return kept; }
+    /// Whether its author may have written that function.
+    static bool isOfProgram(const Driver::StackLine& call);
     /// Whether no call belongs to the program: a library keeps such a thread for itself.
     bool isHelper() const { return helper; }
     /// The library that the thread works for, "libucs".

@@ -54,7 +54,9 @@ void WaitGraph::add(int client, const MpiState& state, bool moved, const std::st
     node.client = client;
     node.rank = state.rank < 0 ? client : state.rank;
     node.stopped = state.stopped;
-    const bool waits = state.kind == MpiState::INSIDE && !moved &&
+    // Tasks that end wait for the others only in the interest of their MPI.
+    const bool ends = state.call == "MPI_Finalize" || state.call == "MPI_Abort";
+    const bool waits = state.kind == MpiState::INSIDE && !moved && !ends &&
                        (!state.peers.empty() || (state.collective != 0 && state.comm.id != 0));
     if (waits)
         node.call = callText(state);
@@ -62,6 +64,11 @@ void WaitGraph::add(int client, const MpiState& state, bool moved, const std::st
         node.end = endText(state, moved, place);
     told.push_back(state);
     if (!waits) {
+        // To those that are in another call on it, it has not begun theirs.
+        for (MpiState::Comm& comm : told.back().comms) {
+            if (ends && state.collective != 0 && comm.id == state.comm.id)
+                comm.collectives = std::min(comm.collectives, state.collective - 1);
+        }
         told.back().peers.clear();
         told.back().collective = 0;
     }
@@ -79,20 +86,26 @@ bool WaitGraph::isAlone(const MpiState& state) const {
 
 // --- who waits for whom
 
+WaitGraph::Index WaitGraph::nodeOf(int size, int rank) {
+    const auto [at, isNew] = byRank.try_emplace({size, rank}, none);
+    if (!isNew) return at->second;
+    const Index index = at->second = newNode(Node::RANK);
+    Node& node = all[index];
+    node.rank = rank;
+    node.end = "has no client";
+    if (!clientsAreRanks || !without[MpiState::NO_PROCESS].contains(rank)) return index;
+    node.client = rank;
+    node.end = "has no process";
+    return index;
+}
+
 void WaitGraph::linkPeers(Index task) {
     const MpiState& state = told[task];
     for (const int peer : state.peers) {
         if (peer == MpiState::anybody) all[task].anybody = true;
         if (state.size == 1 && peer == state.rank) link(task, task);
         if (peer < 0 || state.size == 1) continue;
-        const auto [at, isNew] = byRank.try_emplace({state.size, peer}, none);
-        if (isNew) {
-            const Index rank = newNode(Node::RANK);
-            at->second = rank;
-            all[rank].rank = peer;
-            all[rank].end = "has no client";
-        }
-        if (at->second != none) link(task, at->second);
+        if (const Index rank = nodeOf(state.size, peer); rank != none) link(task, rank);
     }
     Node& node = all[task];
     if (!node.call.empty() && node.targets.empty() && !node.anybody &&
@@ -116,6 +129,17 @@ void WaitGraph::linkCollectives() {
         }
         if (state.collective != 0)
             communicators[state.comm.id].callers[state.collective].push_back(task);
+    }
+    // Those that have ended begin no call any more.
+    const auto everybody = communicators.find(MpiState::worldId);
+    if (clientsAreRanks && everybody != communicators.end()) {
+        const auto size = static_cast<int>(everybody->second.size);
+        for (const int gone : without[MpiState::NO_PROCESS]) {
+            if (gone >= size) break;
+            const Index rank = nodeOf(size, gone);
+            if (rank != none && all[rank].kind == Node::RANK)
+                everybody->second.members.push_back({0, rank});
+        }
     }
     for (auto& [id, waiting] : communicators) {
         std::ranges::sort(waiting.members, {}, &Member::collectives);
@@ -141,14 +165,27 @@ void WaitGraph::linkCollectives() {
 
 // Of the clients, nobody is missing.
 void WaitGraph::endCalls(const std::vector<Index>& callers, const Waiting& waiting) {
+    const bool mixed = std::ranges::any_of(callers, [this, &callers](Index caller) {
+        return told[caller].call != told[callers[0]].call;
+    });
     for (const Index caller : callers) {
         Node& node = all[caller];
         if (!node.targets.empty() || node.anybody) continue;
-        node.end = "is in " + node.call + ", as all clients of the communicator are";
-        if (waiting.members.size() < waiting.size)
-            node.end += "; " + std::to_string(waiting.size - waiting.members.size()) +
-                        " members have no client";
+        node.mixed = mixed;
+        node.end = "is in " + node.call;
+        if (mixed) continue;
+        node.end += ", as all clients of the communicator are";
+        if (waiting.strangers() > 0) node.end += "; " + waiting.strangersText();
     }
+}
+
+std::size_t WaitGraph::Waiting::strangers() const {
+    return size - std::min<std::size_t>(size, members.size());
+}
+
+std::string WaitGraph::Waiting::strangersText() const {
+    return std::to_string(strangers()) +
+           (strangers() == 1 ? " member has no client" : " members have no client");
 }
 
 // --- who can go on
@@ -217,6 +254,8 @@ WaitGraph::Index WaitGraph::following(Index index) const {
 
 void WaitGraph::solve() {
     const auto tasks = static_cast<Index>(told.size());
+    clientsAreRanks =
+        std::ranges::all_of(all, [](const Node& node) { return node.client == node.rank; });
     for (Index task = 0; task < tasks; ++task)
         linkPeers(task);
     linkCollectives();

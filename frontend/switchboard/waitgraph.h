@@ -17,7 +17,8 @@
 ///
 /// A task that waits for several may need only one of them, which it does not tell; so it waits in
 /// vain when all of them do. A collective call waits for all members that have not begun it. The
-/// tasks that are left when all are taken out that can go on some time wait for ever.
+/// tasks that are left when all are taken out that can go on some time wait for ever. A task in
+/// MPI_Finalize or MPI_Abort waits for nobody.
 class WaitGraph {
   public:
     using Index = std::uint32_t;
@@ -26,12 +27,13 @@ class WaitGraph {
     /// A task, a rank without a client, or what is missing of a collective call.
     struct Node {
         enum Kind { TASK, RANK, COLLECTIVE } kind = TASK;
-        int client = -1; // of a task
+        int client = -1; // of a task, or of a rank that has no process any more
         int rank = -1;
         std::string call;      // of a task that waits: "MPI_Recv (tag 0)"
         std::string end;       // why nobody is waited for, "is in no MPI call"; empty: it waits
         bool anybody = false;  // it waits for any task
         bool stopped = false;  // a debugger, or a signal, holds it
+        bool mixed = false;    // it is in a collective call in which others make another one
         bool released = false; // it may go on some time
         bool awaited = false;  // somebody waits for it in the end, and it for nobody
         /// Of those that it waits for, the one to tell; none: it waits for nobody.
@@ -49,9 +51,13 @@ class WaitGraph {
     };
     /// A communicator.
     struct Waiting {
-        std::uint32_t size = 0;                              // members
-        std::vector<Member> members;                         // those that are clients
+        std::uint32_t size = 0;      // members
+        std::vector<Member> members; // those that are clients, and those that have ended
         std::map<std::uint32_t, std::vector<Index>> callers; // by the number of the call
+
+        /// How many members nothing is known of; "2 members have no client".
+        std::size_t strangers() const;
+        std::string strangersText() const;
     };
     /// The tasks of which nothing is known, by the kinds up to NO_MPI.
     using Untold = std::array<ClientSet, MpiState::NO_MPI + 1>;
@@ -81,10 +87,12 @@ class WaitGraph {
     Untold without;
     std::vector<Index> order;
     std::size_t followed = 0; // of these
+    bool clientsAreRanks = false;
 
     Index newNode(Node::Kind kind);
     void link(Index from, Index to);
     bool isAlone(const MpiState& state) const;
+    Index nodeOf(int size, int rank); // of a world of that size; none: several have it
     void linkPeers(Index task);
     void linkCollectives();
     void endCalls(const std::vector<Index>& callers, const Waiting& waiting);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <functional>
 #include <iterator>
-#include <set>
 #include <utility>
 
 namespace {
@@ -126,11 +125,11 @@ void WaitReport::tellCulprits() {
         const Node& node = graph.nodes()[index];
         const Node& root = graph.nodes()[node.root];
         if (!root.awaited) {
-            if (node.kind == Node::TASK) idle[node.end].insert(node.client);
+            if (node.kind == Node::TASK && !node.mixed) idle[node.end].insert(node.client);
             continue;
         }
         Culprits& culprits = found[root.end];
-        if (node.kind != Node::TASK) continue;
+        if (node.client < 0) continue;
         if (node.next == none) {
             culprits.clients.insert(node.client);
             continue;
@@ -173,32 +172,49 @@ void WaitReport::tellCollectives() {
     if (calls.size() > maxRows) calls.resize(maxRows);
     for (const Call& each : calls) {
         const WaitGraph::Waiting& waiting = graph.comms().at(each.comm);
-        ClientSet missing, clients;
+        ClientSet missing;
         for (const WaitGraph::Member& member : waiting.members) {
             if (member.collectives < each.number) missing.insert(graph.nodes()[member.node].rank);
         }
-        std::set<std::string> names;
+        std::map<std::string, Callers> named;
         for (const Index caller : waiting.callers.at(each.number)) {
-            clients.insert(graph.nodes()[caller].client);
-            names.insert(graph.states()[caller].call);
+            Callers& callers = named[graph.states()[caller].call];
+            callers.clients.insert(graph.nodes()[caller].client);
+            callers.ranks.insert(graph.nodes()[caller].rank);
         }
-        std::string text = "in ";
-        for (const std::string& one : names)
-            text += (text == "in " ? "" : " and ") + one;
-        if (names.size() > 1) text += ", which do not go together,";
-        text += " on " + commText(each.comm, waiting.size);
-        const std::size_t strangers =
-            waiting.size - std::min<std::size_t>(waiting.size, waiting.members.size());
-        if (missing.empty() && strangers == 0 && names.size() == 1) continue;
-        if (!missing.empty()) text += "; missing: " + listText(missing);
-        if (strangers > 0) text += "; without a client: " + std::to_string(strangers);
-        answer.push_back({text, clients});
+        std::vector<std::pair<std::string, Callers>> sorted(named.begin(), named.end());
+        std::ranges::stable_sort(sorted, {},
+                                 [](const auto& call) { return call.second.clients.size(); });
+        if (sorted.size() > maxRows) sorted.resize(maxRows);
+        std::string rest;
+        if (!missing.empty()) rest += "; missing: " + listText(missing);
+        if (waiting.strangers() > 0) rest += "; " + waiting.strangersText();
+        if (rest.empty() && sorted.size() == 1) continue;
+        for (const auto& [call, callers] : sorted) {
+            std::string others;
+            for (const auto& [other, theirs] : sorted) {
+                if (other == call) continue;
+                others += (others.empty() ? ", while " : " and ") + listText(theirs.ranks) +
+                          (theirs.ranks.size() == 1 ? " is in " : " are in ") + other;
+            }
+            answer.push_back({(others.empty() ? "in " : "is in ") + call + " on " +
+                                  commText(each.comm, waiting.size) + others + rest,
+                              callers.clients});
+        }
     }
 }
 
 void WaitReport::tellOthers() {
-    for (const auto& [end, clients] : idle)
-        answer.push_back({end, clients});
+    std::vector<std::pair<std::string, ClientSet>> sorted(idle.begin(), idle.end());
+    std::ranges::stable_sort(sorted, {}, [](const auto& each) { return each.second.size(); });
+    ClientSet rest;
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
+        if (i < maxRows)
+            answer.push_back({sorted[i].first, sorted[i].second});
+        else
+            rest.insert(sorted[i].second);
+    }
+    if (!rest.empty()) answer.push_back({"is elsewhere", rest});
     std::uint64_t least = ~std::uint64_t(0), second = least, most = 0;
     ClientSet behind;
     for (Index task = 0; task < graph.states().size(); ++task) {

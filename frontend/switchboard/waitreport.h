@@ -25,6 +25,10 @@ class WaitReport {
         ClientSet clients, waiters;
         WaitGraph::Index longest = WaitGraph::none; // the waiter with the longest chain
     };
+    // Those that make one collective call.
+    struct Callers {
+        ClientSet clients, ranks;
+    };
 
     const WaitGraph& graph;
     bool someWait = false;

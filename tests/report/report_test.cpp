@@ -103,7 +103,7 @@ std::vector<Story> stories() {
         all.back().found.clients = upTo(3);
         return all.back().found;
     };
-    all.reserve(20);
+    all.reserve(30);
     add("all end", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
         {"all went well: 4 tasks ended with status 0"}, 0);
     add("a status",
@@ -119,27 +119,59 @@ std::vector<Story> stories() {
     crash.fullStacks = stacksOf({{{2}, "#0  peak (slab=0x0) at ../a.cpp:168"},
                                  {{2}, "        most = 1"},
                                  {{2}, "#1  0x0000555 in simulate () at a.cpp:194"}});
+    // Below the functions of a script, as stat shows them.
+    Findings& script = add("a crash below Python", {segfault},
+                           {"1 of 4 tasks crashed", "2 | SIGSEGV, Segmentation fault, in string_at "
+                                                    "(c.py:519), called by crash (ring.py:13)"},
+                           4);
+    script.crashed = {2};
+    script.fullStacks = stacksOf({{{2}, "#0  __strlen () at ../sysdeps/x86_64/strlen.S:79"},
+                                  {{2}, "#1  0x1 in ?? () from /usr/lib/_ctypes.so"}});
+    script.stat = {{upTo(3), "<module> (ring.py:29)"},   {{2}, "  crash (ring.py:13)"},
+                   {{2}, "    string_at (c.py:519)"},    {{2}, "      __strlen"},
+                   {{0, 1, 3}, "  receive (ring.py:9)"}, {{2}, "work (ring.py:3)"}};
     // By the same road, with arguments and addresses of their own; and by another one.
     Findings& groups =
         add("equal crashes", {{upTo(3), "Program received signal SIGABRT, Aborted."}},
-            {"4 of 4 tasks crashed", "3 | SIGABRT, Aborted in abort, called by other (a.cpp:5)",
-             "0:2 | SIGABRT, Aborted in abort, called by check (a.cpp:9)"},
+            {"4 of 4 tasks crashed", "3 | SIGABRT, Aborted, in abort, called by other (a.cpp:5)",
+             "0:2 | SIGABRT, Aborted, in abort, called by check (a.cpp:9)"},
             4);
     groups.crashed = upTo(3);
     groups.fullStacks = stacksOf(
         {{{0, 1, 2}, "#0  __pthread_kill_implementation (signo=6) at ./nptl/pthread_kill.c:44"},
          {{3}, "#0  0x1 in raise () from /lib/libc.so.6"},
          {upTo(3), "#1  0x2 in abort () from /lib/libc.so.6"},
-         {{0}, "#2  check (x=1) at a.cpp:9"},
-         {{1, 2}, "#2  check (x=2) at a.cpp:9"},
-         {{3}, "#2  other () at a.cpp:5"}});
+         {upTo(3),
+          "#2  0x3 in malloc_printerr (str=0x1 \"double free\") at ./malloc/malloc.c:5662"},
+         {{0}, "#3  check (x=1) at a.cpp:9"},
+         {{1, 2}, "#3  check (x=2) at a.cpp:9"},
+         {{3}, "#3  other () at a.cpp:5"}});
     // A handler that ends the task: what stood there when the signal came.
     Findings& handled =
         add("a handler that ends the task", {{{2}, "[Inferior 1 (process 7) exited with code 01]"}},
-            {"1 of 4 tasks crashed", "2 | SIGBUS, Bus error in f (a.cpp:1)"}, 4);
+            {"1 of 4 tasks crashed", "2 | SIGBUS, Bus error, in f (a.cpp:1)"}, 4);
     handled.passed = {2};
     handled.signals[2] = SignalFacts::of("vex-signal 7 0 0x8");
     handled.fullStacks = stacksOf({{{2}, "#0  f () at a.cpp:1"}});
+    // Handlers that raise their signal again, fail themselves, and say where the processor does
+    // not.
+    Findings& again =
+        add("handlers that end their tasks by signals", {{upTo(2), segfault.text}},
+            {"3 of 4 tasks crashed",
+             "2 | SIGSEGV, Segmentation fault, in h (b.c:9), called by <signal handler "
+             "called>",
+             "0:1 | SIGSEGV, Segmentation fault, at address 0x8, in f (a.c:1)"},
+            4);
+    const std::vector<Row> fault{{upTo(2), "#0  0x1 in f () at a.c:1"}};
+    again.noteCrash(upTo(2), {{upTo(2), "vex-signal 11 1 0x8"}}, fault);
+    again.passed = upTo(2);
+    again.noteCrash({0}, {{{0}, "vex-signal 11 -6 0x0"}}, {{{0}, fault[0].text}});
+    again.noteCrash({1, 2}, {{{1}, "vex-signal 6 -6 0x0"}, {{2}, "vex-signal 11 128 0x0"}},
+                    {{{1, 2}, "#0  h () at b.c:9"},
+                     {{1, 2}, "#1  <signal handler called>"},
+                     {{1}, "#2  0x1 in f () at a.c:1"},
+                     {{2}, "#2  g () at a.c:9"}});
+    again.crashed = upTo(2);
     Findings& survived =
         add("a handler that goes on", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
             {"all went well: 4 tasks ended with status 0"}, 0);
@@ -153,6 +185,15 @@ std::vector<Story> stories() {
     hung.timedOut = true;
     hung.timeout = 20;
     hung.stat = hang;
+    Findings& early = add("a task that has ended before the others",
+                          {{{1}, "[Inferior 1 (process 7) exited normally]"}},
+                          {"timed out after 1 second: what its 4 tasks did then",
+                           "1 | has ended with status 0, the others have not",
+                           "2 | 1 client in search, called by go_round"},
+                          5);
+    early.timedOut = true;
+    early.timeout = 1;
+    early.stat = hang;
     Findings& waits = add(
         "who waits", {},
         {"what 4 tasks do", "1 | waits for 0", "2 | 1 client in search, called by go_round"}, 0);

@@ -209,7 +209,8 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
         // A function that has the name of one of libc's; a library of the user's own.
         {stacksOf({"wait,a.c:3,", "go,,/home/me/libgo.so", "main,a.c:9,"}),
          "1 client in wait, called by go|main|  go|    wait"},
-        // Threads of the program are no helpers, those of a pool are while it has no work.
+        // Threads of the program are no helpers, and stand before those that wait; those of a pool
+        // are while it has no work.
         {stacksOf({"__futex_abstimed_wait,,/lib/libc.so.6",
                    "___pthread_cond_wait@@GLIBC_2.3.2,,/lib/libc.so.6", "main,a.c:9,", "-",
                    "work,a.c:5,", "start_thread,,/lib/libc.so.6", "clone3,,/lib/libc.so.6", "-",
@@ -228,6 +229,13 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
          "call\t_PyEval_EvalFrameDefault\t\t\t1\npython\tload (a.py:3)\n"
          "python\t<module> (a.py:9)\ncall\tPy_RunMain\t\t\t1\ncall\t??\t\t/lib/libc.so.6\n",
          "1 client in read, called by load (a.py:3)|<module> (a.py:9)|  load (a.py:3)|    read"},
+        // Who has made a library end the program, here by a template of the language's.
+        {stacksOf({"__pthread_kill_implementation,,/lib/libc.so.6", "__GI_abort,,/lib/libc.so.6",
+                   "__assert_fail_base,,/lib/libc.so.6", "check,a.c:5,", "main,a.c:9,"}),
+         "1 client in abort, called by check|main|  check|    abort"},
+        {stacksOf({"abort,,/lib/libc.so.6", "std::terminate,,/lib/libstdc++.so.6",
+                   "std::vector<int>::at,stl_vector.h:5,", "check,a.c:5,", "main,a.c:9,"}),
+         "1 client in abort, called by check|main|  check|    abort"},
         // A thread that the interpreter's own functions keep for themselves; one of the program's.
         {"thread\t1\npython\tsearch (a.py:3)\npython\t<module> (a.py:9)\n"
          "thread\t0\ncall\tsem_wait\t\t/lib/libc.so.6\ncall\t_PyEval_EvalFrameDefault\t\t\t1\n"
