@@ -20,6 +20,7 @@
 #include <poll.h>
 #include <string>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -121,16 +122,35 @@ Row measure(VexUnderLoad& vex, int tasks, double bare) {
     return row;
 }
 
-// Costs grow with the number of tasks to the power of these.
+// Costs grow with the number of tasks to the power of these: over all sizes, and between the last
+// two, where what is spent once counts for less.
 void printGrowth(const std::vector<Row>& rows) {
-    if (rows.size() < 2) return;
-    const Row &first = rows[rows.size() - 2], &last = rows.back();
-    const auto exponent = [&](double a, double b) {
-        return std::log(b / a) / std::log(static_cast<double>(last.tasks) / first.tasks);
+    const auto print = [](const Row& first, const Row& last) {
+        const auto exponent = [&](double a, double b) {
+            return std::log(b / a) / std::log(static_cast<double>(last.tasks) / first.tasks);
+        };
+        std::printf("growth from %d to %d: start %.2f, lines %.2f, kquit %.2f\n", first.tasks,
+                    last.tasks, exponent(first.start, last.start),
+                    exponent(first.lines, last.lines), exponent(first.quit, last.quit));
     };
-    std::printf("growth from %d to %d: start %.2f, lines %.2f, kquit %.2f\n", first.tasks,
-                last.tasks, exponent(first.start, last.start), exponent(first.lines, last.lines),
-                exponent(first.quit, last.quit));
+    if (rows.size() > 1) print(rows.front(), rows.back());
+    if (rows.size() > 2) print(rows[rows.size() - 2], rows.back());
+}
+
+// What bounds the number of tasks on this machine.
+void printLimits() {
+    const auto limit = [](auto resource) {
+        rlimit found{};
+        ::getrlimit(resource, &found);
+        return found.rlim_max == RLIM_INFINITY ? std::string("no bound")
+                                               : std::to_string(found.rlim_max);
+    };
+    std::string terminals;
+    std::ifstream("/proc/sys/kernel/pty/max") >> terminals;
+    std::printf("Limits: %s descriptors a process, %s processes a user, %s pseudo-terminals; %ld "
+                "processors\n",
+                limit(RLIMIT_NOFILE).c_str(), limit(RLIMIT_NPROC).c_str(), terminals.c_str(),
+                ::sysconf(_SC_NPROCESSORS_ONLN));
 }
 
 void local(const std::string& binaries, const std::vector<int>& sizes) {
@@ -216,8 +236,9 @@ int main(int argc, char** argv) {
     std::vector<int> sizes;
     for (int i = 3; i < argc; ++i)
         sizes.push_back(std::atoi(argv[i]));
-    if (sizes.empty()) sizes = {8, 128, 1000};
+    if (sizes.empty()) sizes = {8, 128, 1000, 2000};
     try {
+        printLimits();
         local(argv[1], sizes);
         agents(argv[1], sizes);
         nodes(argv[1], {{1, 8}, {16, 128}, {80, 128}, {1024, 128}});
