@@ -95,8 +95,7 @@ void LocalNode::hear(int id, Worker& worker, LineCutter::Piece&& piece,
     if (endsOnly(piece)) return;
     piece.text = driver.shown(std::move(piece.text));
     // Behind a return it stands in the place of what was shown, and does not continue it.
-    if (piece.text.find_last_of('\r', piece.text.find_last_not_of('\r')) != std::string::npos)
-        piece.goesOn = false;
+    if (piece.text.find('\r') < piece.text.find_last_not_of('\r')) piece.goesOn = false;
     piece.text = SafeText::line(std::move(piece.text));
     if (piece.ended && !piece.goesOn) {
         lines.push_back(std::move(piece.text));

@@ -95,6 +95,7 @@ std::string SafeText::of(std::string text) {
 }
 
 std::string SafeText::line(std::string text) {
+    if (text.find('\r') == std::string::npos) return of(std::move(text));
     const std::size_t last = text.find_last_not_of('\r');
     text.erase(last == std::string::npos ? 0 : last + 1);
     const std::size_t before = text.rfind('\r');
