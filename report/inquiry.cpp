@@ -4,6 +4,7 @@
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
+#include "common/reportmarks.h"
 #include "report/versions.h"
 
 #include <algorithm>
@@ -59,15 +60,6 @@ std::uint64_t signalMask(const std::vector<std::string_view>& lines, std::string
     return 0;
 }
 
-// The number of a signal by its name, as gdb writes it; 0: there is none.
-int numberOf(const std::string& name) {
-    for (int number = 1; number < NSIG; ++number) {
-        const char* const known = ::sigabbrev_np(number);
-        if (name == "SIG" + (known ? std::string(known) : std::to_string(number))) return number;
-    }
-    return 0;
-}
-
 // Batch systems send these to jobs that they suspend and resume.
 bool suspends(int number) {
     return number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU;
@@ -85,14 +77,20 @@ Inquiry::Inquiry(Conversation& conversation, const Plan& what)
 }
 
 const Findings& Inquiry::carryOut() {
-    found.ran = plan.way == RUN;
+    found.ran = found.toRun = plan.way == RUN;
     found.timeout = plan.timeout;
     try {
         found.clients = session.members(GroupNames::all);
         questions.setAll(found.clients);
         found.log = TaskLog(tasksOf(found.clients));
-        if (plan.way == RUN) run();
-        look();
+        // What the session tells of its start stands before its first answer.
+        while (session.hasMore())
+            onText(session.hear(Clock::now()).data);
+        if (found.clients.empty()) return found;
+        // The others would wait for them.
+        const bool whole = found.missing.empty();
+        if (plan.way == RUN && whole) run();
+        if (plan.way != RUN || whole) look();
     } catch (const BrokenConnection&) {
         const ClientSet ended = found.log.in(TaskLog::Task::ENDED);
         found.cut = ended.size() < found.clients.size();
@@ -207,7 +205,7 @@ void Inquiry::passUnseen(const ClientSet& passed) {
     for (const int id : passed) {
         const std::string& name = found.log.of(id).signal;
         SignalFacts signal;
-        signal.number = numberOf(name);
+        signal.number = SignalFacts::numberOf(name);
         if (suspends(signal.number) || signal.number == SIGINT) continue;
         if (++passes[{id, signal.number}] == (signal.isFault() ? seenFaults : seenSignals))
             often[name].insert(id);
@@ -250,7 +248,7 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
         const TaskLog::Task& task = found.log.of(id);
         if (task.aborts) continue;
         SignalFacts signal;
-        signal.number = numberOf(task.signal);
+        signal.number = SignalFacts::numberOf(task.signal);
         if (signal.number == 0) continue;
         const auto lines = status.of(id);
         const std::uint64_t bit = std::uint64_t{1} << (signal.number - 1);
@@ -359,6 +357,11 @@ void Inquiry::onText(const Data& data) {
             if (found.log.add(row.clients, row.text) && plan.echo && !row.text.empty())
                 std::fprintf(plan.echo, "%s | %s\n", Text::list(row.clients).c_str(),
                              row.text.c_str());
+        } else if (row.text.starts_with(ReportMarks::missing)) {
+            found.missing.push_back({row.clients, row.text.substr(ReportMarks::missing.size())});
+        } else if (row.text.starts_with(ReportMarks::undebugged)) {
+            found.missing.push_back({row.clients, row.text.substr(ReportMarks::undebugged.size())});
+            found.undebugged.insert(row.clients);
         } else if (row.text.starts_with(launcherMark)) {
             found.addLauncherLine(row.text.substr(launcherMark.size()));
         } else if (data.getConsoleCmd().empty()) {

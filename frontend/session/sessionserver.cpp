@@ -7,6 +7,7 @@
 #include "backend/os/standardstreams.h"
 #include "backend/os/text.h"
 #include "backend/wire/rendezvous.h"
+#include "common/reportmarks.h"
 #include "frontend/session/exitstatus.h"
 #include "frontend/switchboard/owncommand.h"
 
@@ -131,6 +132,9 @@ void SessionServer::onCommand(int id, const Command& command) {
     if (!options.report.empty() && !std::exchange(startTold, true)) {
         for (const auto& [line, whose] : clients.complaints())
             board.tell(whose, line);
+        for (const StartLosses::Row& row : clients.losses().rows())
+            board.tell(row.tasks,
+                       (row.ofDebugger ? ReportMarks::undebugged : ReportMarks::missing) + row.why);
     }
     if (OwnCommand::of(command) == OwnCommand::WHO) return whoQueries.want(id, command);
     if (OwnCommand::of(command) == OwnCommand::WAITS) return waitQueries.want(id, command);
