@@ -66,7 +66,7 @@ TEST_F(Stops, AnInterruptSelectsTheMainThread) {
     EXPECT_TRUE(contain(all, "[Current thread is 1 ") && !contain(all, "thread is 2")) << all[0];
     console.command("tbreak step thread 2", "1");
     console.send(Command::CLIENT, "all", "continue");
-    while (!contain(console.next(), "hit Temporary breakpoint 1, ")) {
+    while (!contain(console.next(), "hit Temporary breakpoint 2")) {
     }
     interrupt(console);
     const Lines threads = console.command("thread");
