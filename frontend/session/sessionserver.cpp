@@ -179,7 +179,8 @@ std::string SessionServer::onConsoleEnded(bool first, ControlServer::Leave how) 
     if (first && how == ControlServer::VANISHED) {
         end(128 + SIGKILL);
     } else if (first && how == ControlServer::LEFT && !consoles.met()) {
-        clients.say("the console ended before it was connected");
+        // What writes a report has said why.
+        if (options.report.empty()) clients.say("the console ended before it was connected");
         end(1);
     } else {
         endIfDeserted();

@@ -77,6 +77,19 @@ TEST_F(ReportTest, NamesWhoIsAtFault) {
         EXPECT_EQ(vex->exitStatus(), 2) << vex->screen();
     }
     EXPECT_EQ(report({halo}, 0, "none/report.txt").first, 1);
+    EXPECT_TRUE(vex->screen().ends_with(": No such file or directory\n")) << vex->screen();
+    // Nobody reads what the tasks say, and not all of the report.
+    for (const std::string& file : {folder.path("report.txt"), std::string("-")}) {
+        std::filesystem::remove(folder.path("report.txt"));
+        Terminal piped({{"bash", "-c",
+                         VEX_BIN_DIR "/vex --report $0 -n 2 $1 --crash | true; "
+                                     "echo status ${PIPESTATUS[0]}",
+                         file, halo}});
+        piped.until("status 4\n");
+        EXPECT_EQ(piped.exitStatus(), 0);
+        EXPECT_EQ(folder.read("report.txt").find("1 of 2 tasks crashed\n"),
+                  file == "-" ? std::string::npos : 0);
+    }
 }
 
 TEST_F(ReportTest, TellsCrashesFromSignals) {
