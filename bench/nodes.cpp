@@ -1,7 +1,8 @@
 // Node agents that simulate their clients, in one process: what a launcher starts, as far as a
 // session can tell. Each node is served as an agent serves it; its debuggers are Answers.
 // Usage, as the words of a launcher: vex --launch 'bench_nodes NODES CLIENTS' ...
-// (vex adds the agent's own words, of which only the rendezvous is read).
+// (vex adds the agent's own words, of which only the rendezvous is read). With VEX_BENCH_SENT=FILE
+// the bytes that all nodes have sent stand in that file, as a number.
 
 #include "agent/connector.h"
 #include "backend/os/eventloop.h"
@@ -56,6 +57,7 @@ class SimulatedNode : private Connector::Owner,
     std::map<int, Answers> clients;
     std::deque<std::pair<int, std::string>> typed; // and not answered
     std::deque<int> interrupts;
+    static inline std::size_t sent = 0; // bytes, by all nodes
 
     void onConnected(std::shared_ptr<AgentLink> connected) override {
         link = std::move(connected);
@@ -141,7 +143,10 @@ class SimulatedNode : private Connector::Owner,
     void toClient(int id, const std::string& line) override { typed.emplace_back(id, line); }
     void interrupt(int id) override { interrupts.push_back(id); }
     void send(const AgentRecord& record) override {
-        if (link) link->send(record);
+        if (!link) return;
+        link->send(record);
+        sent += record.frames().size();
+        if (const char* const file = std::getenv("VEX_BENCH_SENT")) std::ofstream(file) << sent;
     }
 };
 
