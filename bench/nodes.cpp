@@ -42,6 +42,9 @@ class SimulatedNode : private Connector::Owner,
 
     // Nodes whose connection is open; the process ends with the last one.
     static inline int open = 0;
+    // The bytes that all nodes have sent, and where they are told.
+    static inline std::size_t sent = 0;
+    static inline std::optional<std::ofstream> counter;
 
   private:
     EventLoop& loop;
@@ -57,7 +60,6 @@ class SimulatedNode : private Connector::Owner,
     std::map<int, Answers> clients;
     std::deque<std::pair<int, std::string>> typed; // and not answered
     std::deque<int> interrupts;
-    static inline std::size_t sent = 0; // bytes, by all nodes
 
     void onConnected(std::shared_ptr<AgentLink> connected) override {
         link = std::move(connected);
@@ -146,7 +148,8 @@ class SimulatedNode : private Connector::Owner,
         if (!link) return;
         link->send(record);
         sent += record.frames().size();
-        if (const char* const file = std::getenv("VEX_BENCH_SENT")) std::ofstream(file) << sent;
+        // Not replaced each time: some file systems wait for the disk then.
+        if (counter) counter->seekp(0) << sent << std::flush;
     }
 };
 
@@ -165,6 +168,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const Rendezvous where = Rendezvous::parse(in);
+    if (const char* const path = std::getenv("VEX_BENCH_SENT"))
+        SimulatedNode::counter.emplace(path);
     EventLoop loop;
     std::vector<std::unique_ptr<SimulatedNode>> nodes;
     for (int i = 0; i < count; ++i)
