@@ -1,10 +1,10 @@
 #include "report/inquiry.h"
 
+#include "backend/os/reportrules.h"
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
-#include "common/reportmarks.h"
 #include "report/versions.h"
 
 #include <algorithm>
@@ -357,10 +357,10 @@ void Inquiry::onText(const Data& data) {
             if (found.log.add(row.clients, row.text) && plan.echo && !row.text.empty())
                 std::fprintf(plan.echo, "%s | %s\n", Text::list(row.clients).c_str(),
                              row.text.c_str());
-        } else if (row.text.starts_with(ReportMarks::missing)) {
-            found.missing.push_back({row.clients, row.text.substr(ReportMarks::missing.size())});
-        } else if (row.text.starts_with(ReportMarks::undebugged)) {
-            found.missing.push_back({row.clients, row.text.substr(ReportMarks::undebugged.size())});
+        } else if (row.text.starts_with(ReportRules::missing)) {
+            found.missing.push_back({row.clients, row.text.substr(ReportRules::missing.size())});
+        } else if (row.text.starts_with(ReportRules::undebugged)) {
+            found.missing.push_back({row.clients, row.text.substr(ReportRules::undebugged.size())});
             found.undebugged.insert(row.clients);
         } else if (row.text.starts_with(launcherMark)) {
             found.addLauncherLine(row.text.substr(launcherMark.size()));

@@ -1,8 +1,8 @@
 #include "report/questions.h"
 
+#include "backend/os/reportrules.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
-#include "common/reportpatience.h"
 
 #include <algorithm>
 #include <optional>
@@ -45,7 +45,7 @@ Questions::Questions(Conversation& conversation, bool isShared, Owner& whose)
 
 std::chrono::seconds Questions::patience(const ClientSet& asked) const {
     if (hurried) return inAHurry;
-    return reportPatience() + std::chrono::seconds(asked.size() / tasksASecond);
+    return ReportRules::patience() + std::chrono::seconds(asked.size() / tasksASecond);
 }
 
 // Makes the group of those clients that are still there.

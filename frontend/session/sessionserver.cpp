@@ -4,10 +4,10 @@
 #include "backend/os/executables.h"
 #include "backend/os/insist.h"
 #include "backend/os/processtree.h"
+#include "backend/os/reportrules.h"
 #include "backend/os/standardstreams.h"
 #include "backend/os/text.h"
 #include "backend/wire/rendezvous.h"
-#include "common/reportmarks.h"
 #include "frontend/session/exitstatus.h"
 #include "frontend/switchboard/owncommand.h"
 
@@ -134,7 +134,7 @@ void SessionServer::onCommand(int id, const Command& command) {
             board.tell(whose, line);
         for (const StartLosses::Row& row : clients.losses().rows())
             board.tell(row.tasks,
-                       (row.ofDebugger ? ReportMarks::undebugged : ReportMarks::missing) + row.why);
+                       (row.ofDebugger ? ReportRules::undebugged : ReportRules::missing) + row.why);
     }
     if (OwnCommand::of(command) == OwnCommand::WHO) return whoQueries.want(id, command);
     if (OwnCommand::of(command) == OwnCommand::WAITS) return waitQueries.want(id, command);

@@ -1,6 +1,6 @@
 #include "frontend/session/startlosses.h"
 
-#include "common/reportpatience.h"
+#include "backend/os/reportrules.h"
 
 #include <algorithm>
 #include <chrono>
@@ -11,7 +11,7 @@ StartLosses::StartLosses(EventLoop& loop, const Options& sessionOptions, Owner& 
 
 void StartLosses::wait(bool again) {
     if (options.report.empty()) return;
-    const std::chrono::seconds time = reportPatience();
+    const std::chrono::seconds time = ReportRules::patience();
     timer.after(time, [this, time, again] {
         wait(true);
         owner.onStandstill(static_cast<int>(time.count()), again);
