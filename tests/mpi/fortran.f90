@@ -4,7 +4,7 @@ program fortran
   implicit none
   integer :: rank, tasks, error
   character(len=16) :: fault
-  real, pointer :: nowhere(:)
+  integer, pointer :: nowhere
 
   nullify(nowhere)
   call get_command_argument(1, fault)
@@ -19,7 +19,7 @@ contains
     logical, intent(in) :: crashes
     integer :: i
     i = 0
-    if (crashes) nowhere(rank) = 1.0
+    if (crashes) nowhere = i
     do while (i >= 0)
       i = mod(i + 1, 100)
     end do
