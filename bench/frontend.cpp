@@ -221,6 +221,13 @@ void agents(const std::string& binaries, const std::vector<int>& sizes) {
 // The nodes simulate their clients; each has a connection of its own.
 void nodes(const std::string& binaries, const std::vector<std::pair<int, int>>& sizes) {
     printHead("Nodes that simulate their clients (nodes x clients)");
+    const std::string counter = "/tmp/vex-bench.sent." + std::to_string(::getpid());
+    ::setenv("VEX_BENCH_SENT", counter.c_str(), 1);
+    const auto sent = [&] {
+        double bytes = 0;
+        std::ifstream(counter) >> bytes;
+        return bytes;
+    };
     std::vector<Row> rows;
     for (const auto& [count, each] : sizes) {
         VexUnderLoad vex(binaries, {"--launch",
@@ -228,11 +235,18 @@ void nodes(const std::string& binaries, const std::vector<std::pair<int, int>>& 
                                         std::to_string(each),
                                     "true"});
         const int tasks = count * each;
+        const double before = sent();
         const auto stat = vex.stat();
-        std::printf("%8d = %d x %d, stat: %.3f s, %.1f kB in %d records\n", tasks, count, each,
-                    stat.processor, static_cast<double>(stat.bytes) / 1024, stat.records - 1);
+        const double ofStat = sent() - before;
+        vex.command(command);
+        const double ofLines = sent() - before - ofStat;
+        std::printf("%8d = %d x %d, stat: %.3f s, %.1f kB in %d records; a node sends %.1f kB for "
+                    "it, %.1f kB for the lines\n",
+                    tasks, count, each, stat.processor, static_cast<double>(stat.bytes) / 1024,
+                    stat.records - 1, ofStat / count / 1024, ofLines / count / 1024);
         rows.push_back(measure(vex, tasks, 0));
     }
+    std::filesystem::remove(counter);
     printGrowth(rows);
 }
 
@@ -249,10 +263,6 @@ int main(int argc, char** argv) {
         sizes.push_back(std::atoi(argv[i]));
     if (sizes.empty()) sizes = {8, 128, 1000, 2000};
     try {
-            local(argv[1], sizes);
-            return 0;
-        }
-
         printLimits();
         local(argv[1], sizes);
         agents(argv[1], sizes);

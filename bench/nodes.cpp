@@ -1,7 +1,8 @@
 // Node agents that simulate their clients, in one process: what a launcher starts, as far as a
 // session can tell. Each node is served as an agent serves it; its debuggers are Answers.
 // Usage, as the words of a launcher: vex --launch 'bench_nodes NODES CLIENTS' ...
-// (vex adds the agent's own words, of which only the rendezvous is read).
+// (vex adds the agent's own words, of which only the rendezvous is read). With VEX_BENCH_SENT=FILE
+// the bytes that all nodes have sent stand in that file, as a number.
 
 #include "agent/connector.h"
 #include "backend/os/eventloop.h"
@@ -41,6 +42,9 @@ class SimulatedNode : private Connector::Owner,
 
     // Nodes whose connection is open; the process ends with the last one.
     static inline int open = 0;
+    // The bytes that all nodes have sent, and where they are told.
+    static inline std::size_t sent = 0;
+    static inline std::optional<std::ofstream> counter;
 
   private:
     EventLoop& loop;
@@ -141,7 +145,11 @@ class SimulatedNode : private Connector::Owner,
     void toClient(int id, const std::string& line) override { typed.emplace_back(id, line); }
     void interrupt(int id) override { interrupts.push_back(id); }
     void send(const AgentRecord& record) override {
-        if (link) link->send(record);
+        if (!link) return;
+        link->send(record);
+        sent += record.frames().size();
+        // Not replaced each time: some file systems wait for the disk then.
+        if (counter) counter->seekp(0) << sent << std::flush;
     }
 };
 
@@ -160,6 +168,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const Rendezvous where = Rendezvous::parse(in);
+    if (const char* const path = std::getenv("VEX_BENCH_SENT"))
+        SimulatedNode::counter.emplace(path);
     EventLoop loop;
     std::vector<std::unique_ptr<SimulatedNode>> nodes;
     for (int i = 0; i < count; ++i)

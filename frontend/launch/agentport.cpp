@@ -17,8 +17,11 @@
 
 namespace {
 
-// A peer that has not proved itself by then is dropped.
+// A peer that has not introduced itself by then is dropped.
 constexpr auto maxSilence = std::chrono::seconds(5);
+// One that has, and has not proved itself by then. An agent on a node that has no time for it
+// believes itself connected once it has sent its proof, and does not try again.
+constexpr auto maxDelay = std::chrono::seconds(30);
 
 // The networks of this machine's own containers and virtual machines, which no other one reaches.
 bool isInternal(const std::string& interface) {
@@ -207,6 +210,7 @@ void AgentPort::Stranger::challenge(const AgentRecord& record) {
     AgentHello::of(record); // throws when it is none
     hello = record;
     port.order.spoke(number);
+    patience.after(maxDelay, [peer = link] { peer->close(); });
     nonce = Rendezvous::newSecret();
     const std::string proof =
         Handshake::proof(Handshake::FRONT_END, port.where.secret, hello.body, nonce);
