@@ -112,7 +112,13 @@ void Inquiry::run() {
     running = true;
     std::optional<Clock::time_point> judgeAt;
     ClientSet stopped;
-    while (running || session.hasMore()) {
+    while (running || session.hasMore() || !fresh.empty()) {
+        // Those that have forked them may wait for them.
+        if (!fresh.empty()) {
+            letGoOn(std::exchange(fresh, {}), goOnCommand);
+            running = stillRuns();
+            continue;
+        }
         auto until = stopAt;
         if (judgeAt && (!until || *judgeAt < *until)) until = judgeAt;
         Conversation::Heard heard = session.hear(until);
@@ -131,11 +137,6 @@ void Inquiry::run() {
             break;
         default:
             break;
-        }
-        // What they wait for comes of them.
-        if (!fresh.empty()) {
-            letGoOn(std::exchange(fresh, {}), goOnCommand);
-            running = stillRuns();
         }
         stopped.insert(found.log.takeStopped());
         if (!stopped.empty() && !judgeAt) judgeAt = Clock::now() + settling;
