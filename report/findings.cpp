@@ -303,6 +303,8 @@ void Findings::addEnds(Report& report) const {
     std::map<std::pair<std::string, int>, ClientSet> ends;
     for (int id = 0; id < log.tasks(); ++id) {
         const TaskLog::Task& task = log.of(id);
+        // By this, programs end the workers that they have forked.
+        if (forked.contains(id) && task.signal == "SIGTERM") continue;
         if (task.state == TaskLog::Task::KILLED)
             ends[{task.signal + ", " + task.meaning, 0}].insert(id);
         else if (task.state == TaskLog::Task::ENDED && task.status != 0)
@@ -342,7 +344,7 @@ std::vector<Row> Findings::aborters() const {
 
 void Findings::addOutcome(Report& report) const {
     ClientSet crashes, aborts, ends;
-    std::vector<Row> culprits;
+    std::vector<Row> culprits, workers;
     for (const Report::Crash& crash : report.crashes) {
         std::string text = "called MPI_Abort";
         if (!crash.signal.empty()) {
@@ -370,10 +372,15 @@ void Findings::addOutcome(Report& report) const {
         theirs.erase(aborts);
         // Their launcher has killed the others.
         if (theirs.empty() || (!aborts.empty() && !end.signal.empty())) continue;
+        const std::string how = end.signal.empty()
+                                    ? "ended with status " + std::to_string(end.status)
+                                    : "ended by " + end.signal;
+        // The program that has forked these knows of them, unless it waits for them still.
+        const ClientSet ours = theirs.intersection(forked);
+        theirs.erase(ours);
+        if (!ours.empty()) workers.push_back({ours, how});
+        if (!theirs.empty()) culprits.push_back({theirs, how});
         ends.insert(theirs);
-        culprits.push_back({theirs, end.signal.empty()
-                                        ? "ended with status " + std::to_string(end.status)
-                                        : "ended by " + end.signal});
     }
     ClientSet gone = lost;
     for (const ClientSet& known : {crashes, aborts, ends, log.in(TaskLog::Task::ENDED)})
@@ -385,7 +392,12 @@ void Findings::addOutcome(Report& report) const {
         ends.insert(gone);
         culprits.push_back({gone, "was lost with its debugger"});
     }
-    const std::string all = numberOf(clients.size(), "task");
+    const std::string tasks = numberOf(clients.size(), "task");
+    const std::string all =
+        tasks + (forked.empty() ? ""
+                 : forked.size() == 1
+                     ? " and 1 forked process"
+                     : " and " + std::to_string(forked.size()) + " forked processes");
     const bool failed = !culprits.empty() || cut;
     if (ran && failed) {
         report.outcome = Report::FAILED;
@@ -397,9 +409,10 @@ void Findings::addOutcome(Report& report) const {
         report.culprits = std::move(culprits);
         return;
     }
-    if (ran && !timedOut && log.in(TaskLog::Task::ENDED).size() == clients.size()) {
+    if (ran && !timedOut &&
+        log.in(TaskLog::Task::ENDED).intersection(clients).size() == clients.size()) {
         report.outcome = Report::ENDED;
-        report.headline = "all went well: " + all + " ended with status 0";
+        report.headline = "all went well: " + tasks + " ended with status 0";
         return;
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
@@ -407,14 +420,15 @@ void Findings::addOutcome(Report& report) const {
     report.disturbed = signal != 0 ? 128 + signal : cut ? 1 : errors ? 3 : 0;
     if (cut)
         report.notes.push_back({clients, "the session ended before all was found out about them"});
-    report.headline = timedOut ? "timed out after " +
-                                     numberOf(static_cast<std::size_t>(timeout), "second") +
-                                     ": what its " + all + " did then"
-                               : "what " + all + (clients.size() == 1 ? " does" : " do");
+    report.headline =
+        timedOut ? "timed out after " + numberOf(static_cast<std::size_t>(timeout), "second") +
+                       ": what its " + all + " did then"
+                 : "what " + all + (clients.size() + forked.size() == 1 ? " does" : " do");
     if (cut) report.headline = "the session ended before all was found out about its " + all;
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
     // Nothing else tells of those for whom the others may wait.
+    culprits.insert(culprits.begin(), workers.begin(), workers.end());
     ClientSet done;
     for (const int id : log.in(TaskLog::Task::ENDED).intersection(clients)) {
         if (log.of(id).status == 0) done.insert(id);

@@ -42,8 +42,9 @@ struct Findings {
     ClientSet crashed, passed;
     Transcript fullStacks;
     std::map<int, SignalFacts> signals; // by client
-    /// The clients of the session, those of them that it has lost, and the answers of all.
-    ClientSet clients, lost;
+    /// The clients of the session when it began, those of them that it has lost, those of the
+    /// processes that tasks have forked since, and the answers of all.
+    ClientSet clients, lost, forked;
     /// Those whose debuggers do not answer, or could not read their core file.
     ClientSet silent, unread;
     std::vector<Row> stat, waits, who;

@@ -96,7 +96,7 @@ constexpr std::string_view keptFromEnding = "is kept from ending";
 
 bool TaskLog::add(const ClientSet& from, const std::string& line) {
     ClientSet clients = from;
-    // Those of forked processes have higher numbers.
+    // Those of forked processes that nobody has told of have higher numbers.
     if (!clients.empty() && clients.back() >= tasks())
         clients = clients.intersection(ClientSet({ClientSet::Range{0, tasks() - 1}}));
     if (clients.empty()) return false;

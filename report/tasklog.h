@@ -3,6 +3,8 @@
 #include "common/clientset.h"
 #include "report/transcript.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -22,6 +24,9 @@ class TaskLog {
     };
 
     explicit TaskLog(int tasks) : known(static_cast<std::size_t>(tasks)) {}
+
+    /// From now on, of so many: others were forked.
+    void grow(int tasks) { known.resize(std::max(known.size(), static_cast<std::size_t>(tasks))); }
 
     /// A line of the answers to the commands that let tasks run; whether the tasks have said it,
     /// not their debuggers.

@@ -119,6 +119,36 @@ std::vector<Story> stories() {
     crash.fullStacks = stacksOf({{{2}, "#0  peak (slab=0x0) at ../a.cpp:168"},
                                  {{2}, "        most = 1"},
                                  {{2}, "#1  0x0000555 in simulate () at a.cpp:194"}});
+    Findings& worker = add("a crash of a forked process",
+                           {{{5}, segfault.text},
+                            {{4},
+                             "[Inferior 1 (process 8) exited with "
+                             "code 01]"}},
+                           {"1 of 4 tasks and 2 forked processes crashed",
+                            "5 | SIGSEGV, Segmentation fault, in work (a.cpp:3)"},
+                           4);
+    worker.crashed = {5};
+    worker.fullStacks = stacksOf({{{5}, "#0  work () at a.cpp:3"}});
+    // Programs know of those that they end.
+    Findings& ended_workers = add("forked processes that end",
+                                  {{{4}, "Program terminated with signal SIGTERM, Terminated."},
+                                   {{5}, "[Inferior 1 (process 8) exited with code 01]"},
+                                   {upTo(3), "[Inferior 1 (process 7) exited normally]"}},
+                                  {"all went well: 4 tasks ended with status 0"}, 0);
+    Findings& missed =
+        add("forked processes that are waited for",
+            {{{4}, "Program terminated with signal SIGTERM, Terminated."},
+             {{5}, "Program terminated with signal SIGKILL, Killed."}},
+            {"timed out after 1 second: what its 4 tasks and 2 forked processes did then",
+             "5 | ended by SIGKILL, Killed", "2 | 1 client in search, called by go_round"},
+            5);
+    missed.timedOut = true;
+    missed.timeout = 1;
+    missed.stat = hang;
+    for (Findings* const each : {&worker, &ended_workers, &missed}) {
+        each->forked = {4, 5};
+        each->log.grow(6);
+    }
     // Below the functions of a script, as stat shows them.
     Findings& script = add("a crash below Python", {segfault},
                            {"1 of 4 tasks crashed", "2 | SIGSEGV, Segmentation fault, in string_at "
