@@ -51,8 +51,10 @@ void prepareAgents(Options& options, const std::string& commandLine) {
 }
 
 // Half a job is debugged only when the user says so.
-void acceptShortfall(const Options& options, const std::string& shortfall, std::size_t found) {
-    std::fprintf(stderr, "vex: %s\n", shortfall.c_str());
+void acceptShortfall(Options& options, const RunningJob::Shortfall& shortfall, std::size_t found) {
+    std::fprintf(stderr, "vex: %s\n", shortfall.str().c_str());
+    options.missing = shortfall.ranks;
+    options.whyMissing = shortfall.why;
     if (options.partial) return;
     const std::string some = "the " + std::to_string(found) + " that were found";
     if (!options.interactive || !options.script.empty() || !::isatty(STDERR_FILENO))

@@ -148,7 +148,7 @@ std::optional<Reply> Conversation::read() {
 // Asks for a group and waits for the answer, the only one of its kind: all that was sent before has
 // been dealt with then. Requests that have failed are told; what tells of success may as well be
 // the session's own words about interrupts and questions.
-Conversation::Settled Conversation::settle() {
+Conversation::Settled Conversation::settle(bool alone) {
     std::deque<Heard> others = std::move(waiting);
     waiting.clear();
     Settled settled;
@@ -160,7 +160,11 @@ Conversation::Settled Conversation::settle() {
             (last ? settled.all : settled.members) = parseGroup(reply->getRetInfo());
             if (last) break;
         }
-        if (reply && reply->getRetValue() == Reply::FAILED) settled.failure = reply->getErrCode();
+        if (reply && reply->getRetValue() == Reply::FAILED) {
+            settled.failure = reply->getErrCode();
+            // A session without clients has no group.
+            if (alone) break;
+        }
         if (waiting.empty()) continue;
         if (waiting.front().kind == Heard::READY)
             sendGroup(GroupCommand::ASSIGN, GroupNames::filtered, {});
@@ -210,7 +214,7 @@ void Conversation::forget(const std::string& group, const ClientSet& clients) {
 }
 
 ClientSet Conversation::members(const std::string& group) {
-    if (group == GroupNames::all) return settle().all;
+    if (group == GroupNames::all) return settle(true).all;
     sendGroup(GroupCommand::QUERY, group, {});
     return settle().members;
 }

@@ -68,6 +68,6 @@ class Conversation {
         ClientSet members;          // of the group that was asked for
         ClientSet all;
     };
-    Settled settle();
+    Settled settle(bool alone = false);
     std::optional<Reply> read();
 };

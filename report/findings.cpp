@@ -6,12 +6,10 @@
 #include "common/wholenumber.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <optional>
-#include <sstream>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -19,7 +17,6 @@
 namespace {
 
 constexpr std::string_view abortCall = "MPI_Abort, called by ";
-constexpr std::string_view signalMark = "vex-signal ";
 constexpr std::size_t deepest = 100;  // call of the tree
 constexpr std::size_t mostPlaces = 3; // among the culprits
 
@@ -164,32 +161,6 @@ std::string leftOut(std::size_t count, const std::string& noun) {
 
 } // namespace
 
-SignalFacts SignalFacts::of(const std::string& line) {
-    SignalFacts facts;
-    if (!line.starts_with(signalMark)) return facts;
-    std::istringstream words(line.substr(signalMark.size()));
-    if (!(words >> facts.number >> facts.code >> facts.address)) return {};
-    // It is that of data for these alone, and not when another process has sent the signal.
-    const bool accessed = facts.number == SIGSEGV || facts.number == SIGBUS;
-    if (!accessed || facts.code <= 0) facts.address.clear();
-    // What is no address at all is not told by the processor.
-    constexpr int byKernel = 128;
-    if (facts.code == byKernel) facts.address = unknown;
-    return facts;
-}
-
-const char* SignalFacts::command() {
-    return R"py(python exec("try:\n i = gdb.parse_and_eval('$_siginfo')\n print('vex-signal', )py"
-           R"py(int(i['si_signo']), int(i['si_code']), hex(int(i['_sifields']['_sigfault'])py"
-           R"py(['si_addr'])))\nexcept gdb.error: print('vex-signal none')"))py";
-}
-
-bool SignalFacts::isFault() const {
-    static constexpr int faults[] = {SIGILL,  SIGABRT, SIGBUS,  SIGFPE,
-                                     SIGSEGV, SIGSYS,  SIGXCPU, SIGXFSZ};
-    return std::ranges::find(faults, number) != std::end(faults);
-}
-
 void Findings::noteCrash(const ClientSet& about, const std::vector<Row>& told,
                          const std::vector<Row>& stackLines) {
     Transcript fresh;
@@ -239,7 +210,37 @@ void Findings::conclude(Report& report) const {
     addStat(report);
     addCrashes(report);
     addEnds(report);
-    addOutcome(report);
+    report.missing = missing;
+    if (toRun && !missing.empty())
+        addRefusal(report);
+    else
+        addOutcome(report);
+}
+
+// With a part of its tasks, a program does something else than with all.
+void Findings::addRefusal(Report& report) const {
+    std::size_t count = 0;
+    for (const Row& row : missing)
+        count += row.clients.size();
+    report.outcome = Report::LOOKED;
+    report.disturbed = signal != 0 ? 128 + signal : 3;
+    report.headline = "not run: " + std::to_string(count) + " of " +
+                      numberOf(clients.size() + count, "task") + (count == 1 ? " has" : " have") +
+                      " no debugger";
+    report.culprits = absent();
+}
+
+// The ranks that are missing, as culprits.
+std::vector<Row> Findings::absent() const {
+    std::vector<Row> rows;
+    for (const Row& row : missing) {
+        if (rows.size() == mostPlaces) break;
+        const bool one = row.clients.size() == 1;
+        rows.push_back({{},
+                        std::string(one ? "rank " : "ranks ") + Text::list(row.clients) +
+                            (one ? " is missing: " : " are missing: ") + row.text});
+    }
+    return rows;
 }
 
 // Equal are those of the same signal whose program's own calls are the same.
@@ -268,7 +269,7 @@ void Findings::addCrashes(Report& report) const {
             const int number = facts == signals.end() ? 0 : facts->second.number;
             const char* const name = number > 0 ? ::sigabbrev_np(number) : nullptr;
             crash.signal = told ? task.signal : name ? "SIG" + std::string(name) : "a signal";
-            crash.meaning = told ? task.meaning : name ? ::sigdescr_np(number) : "";
+            crash.meaning = SignalFacts::meaningOf(crash.signal, told ? task.meaning : "");
         }
         for (const Driver::StackLine& call : calls)
             crash.calls.push_back(call.function);
@@ -306,7 +307,8 @@ void Findings::addEnds(Report& report) const {
         // By this, programs end the workers that they have forked.
         if (forked.contains(id) && task.signal == "SIGTERM") continue;
         if (task.state == TaskLog::Task::KILLED)
-            ends[{task.signal + ", " + task.meaning, 0}].insert(id);
+            ends[{task.signal + ", " + SignalFacts::meaningOf(task.signal, task.meaning), 0}]
+                .insert(id);
         else if (task.state == TaskLog::Task::ENDED && task.status != 0)
             ends[{"", task.status}].insert(id);
     }
@@ -416,7 +418,7 @@ void Findings::addOutcome(Report& report) const {
         return;
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
-    const bool errors = !silent.empty() || !unread.empty() || !gone.empty();
+    const bool errors = !silent.empty() || !unread.empty() || !gone.empty() || !undebugged.empty();
     report.disturbed = signal != 0 ? 128 + signal : cut ? 1 : errors ? 3 : 0;
     if (cut)
         report.notes.push_back({clients, "the session ended before all was found out about them"});
@@ -439,6 +441,8 @@ void Findings::addOutcome(Report& report) const {
                                       " ended with status 0, the other" +
                                       (one ? " has not" : "s have not")});
     }
+    for (Row& row : absent())
+        culprits.push_back(std::move(row));
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {
         std::size_t named = 0;
         for (const Row& row : *rows) {

@@ -2,6 +2,7 @@
 
 #include "report/excerpt.h"
 #include "report/report.h"
+#include "report/signalfacts.h"
 #include "report/tasklog.h"
 #include "report/transcript.h"
 
@@ -9,27 +10,14 @@
 #include <string>
 #include <vector>
 
-/// The signal by which a task has stopped, as the system has told its debugger (sigaction(2)).
-struct SignalFacts {
-    static constexpr const char* unknown = "unknown"; // address
-    int number = 0;
-    int code = 0;
-    std::string address;
-
-    /// Read off the line that the command below has printed; number 0: it tells none.
-    static SignalFacts of(const std::string& line);
-    /// Prints the line, and no error in a task without a signal.
-    static const char* command();
-    /// Whether such a signal, sent by whomever, says that a program went wrong.
-    bool isFault() const;
-};
-
 /// What consoles have been told about a job, and the report that it comes to. Does no I/O.
 struct Findings {
     explicit Findings(int tasks) : log(tasks) {}
 
     /// Whether the tasks were run, and not found running or standing.
     bool ran = true;
+    /// Whether they were to be run.
+    bool toRun = false;
     bool timedOut = false;
     /// The session ended before its tasks did.
     bool cut = false;
@@ -48,6 +36,10 @@ struct Findings {
     /// Those whose debuggers do not answer, or could not read their core file.
     ClientSet silent, unread;
     std::vector<Row> stat, waits, who;
+    /// Ranks, in the place of clients, that have no debugger from the start on, and why.
+    std::vector<Row> missing;
+    /// Those of them whose debuggers are at fault.
+    ClientSet undebugged;
     Transcript stacks;
     /// The first line of what a debugger says of its version; which MPI libraries tasks have.
     std::string debugger;
@@ -74,5 +66,7 @@ struct Findings {
     void addEnds(Report& report) const;
     void addStat(Report& report) const;
     void addOutcome(Report& report) const;
+    void addRefusal(Report& report) const;
+    std::vector<Row> absent() const;
     std::vector<Row> aborters() const;
 };

@@ -167,6 +167,7 @@ function list(title, rows) {
   put(at('more'), 'h2', title);
   for (const row of rows) labelled(at('more'), row.clients, row.text, 'mono');
 }
+list('Which ranks are missing', report.missing.map(row => ({ clients: row.ranks, text: row.text })));
 list('Who waits for whom', report.waits);
 if (report.launcher.length) {
   put(at('more'), 'h2', 'What the launcher said');

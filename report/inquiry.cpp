@@ -1,5 +1,6 @@
 #include "report/inquiry.h"
 
+#include "backend/os/reportrules.h"
 #include "backend/os/text.h"
 #include "common/brokenconnection.h"
 #include "common/catalog.h"
@@ -59,15 +60,6 @@ std::uint64_t signalMask(const std::vector<std::string_view>& lines, std::string
     return 0;
 }
 
-// The number of a signal by its name, as gdb writes it; 0: there is none.
-int numberOf(const std::string& name) {
-    for (int number = 1; number < NSIG; ++number) {
-        const char* const known = ::sigabbrev_np(number);
-        if (name == "SIG" + (known ? std::string(known) : std::to_string(number))) return number;
-    }
-    return 0;
-}
-
 // Batch systems send these to jobs that they suspend and resume.
 bool suspends(int number) {
     return number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU;
@@ -85,14 +77,20 @@ Inquiry::Inquiry(Conversation& conversation, const Plan& what)
 }
 
 const Findings& Inquiry::carryOut() {
-    found.ran = plan.way == RUN;
+    found.ran = found.toRun = plan.way == RUN;
     found.timeout = plan.timeout;
     try {
         found.clients = session.members(GroupNames::all);
         questions.setAll(found.clients);
         found.log = TaskLog(tasksOf(found.clients));
-        if (plan.way == RUN) run();
-        look();
+        // What the session tells of its start stands before its first answer.
+        while (session.hasMore())
+            onText(session.hear(Clock::now()).data);
+        if (found.clients.empty()) return found;
+        // The others would wait for them.
+        const bool whole = found.missing.empty();
+        if (plan.way == RUN && whole) run();
+        if (plan.way != RUN || whole) look();
     } catch (const BrokenConnection&) {
         const ClientSet ended = found.log.in(TaskLog::Task::ENDED).intersection(found.clients);
         found.cut = ended.size() < found.clients.size();
@@ -217,7 +215,7 @@ void Inquiry::passUnseen(const ClientSet& passed) {
     for (const int id : passed) {
         const std::string& name = found.log.of(id).signal;
         SignalFacts signal;
-        signal.number = numberOf(name);
+        signal.number = SignalFacts::numberOf(name);
         if (suspends(signal.number) || signal.number == SIGINT) continue;
         if (++passes[{id, signal.number}] == (signal.isFault() ? seenFaults : seenSignals))
             often[name].insert(id);
@@ -260,7 +258,7 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
         const TaskLog::Task& task = found.log.of(id);
         if (task.aborts) continue;
         SignalFacts signal;
-        signal.number = numberOf(task.signal);
+        signal.number = SignalFacts::numberOf(task.signal);
         if (signal.number == 0) continue;
         // By other signals, programs end the workers that they have forked.
         if (found.forked.contains(id) && !signal.isFault()) {
@@ -374,6 +372,11 @@ void Inquiry::onText(const Data& data) {
             if (found.log.add(row.clients, row.text) && plan.echo && !row.text.empty())
                 std::fprintf(plan.echo, "%s | %s\n", Text::list(row.clients).c_str(),
                              row.text.c_str());
+        } else if (row.text.starts_with(ReportRules::missing)) {
+            found.missing.push_back({row.clients, row.text.substr(ReportRules::missing.size())});
+        } else if (row.text.starts_with(ReportRules::undebugged)) {
+            found.missing.push_back({row.clients, row.text.substr(ReportRules::undebugged.size())});
+            found.undebugged.insert(row.clients);
         } else if (row.text.starts_with(launcherMark)) {
             found.addLauncherLine(row.text.substr(launcherMark.size()));
         } else if (data.getConsoleCmd().empty()) {

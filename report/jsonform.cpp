@@ -65,6 +65,10 @@ class Object {
 
 Object ofRow(const Row& row) { return Object().add("clients", row.clients).add("text", row.text); }
 
+Object ofMissing(const Row& row) {
+    return Object().add("ranks", row.clients).add("text", row.text);
+}
+
 Object ofPart(const Transcript::Part& part) {
     return Object().add("clients", part.clients).add("lines", part.lines);
 }
@@ -116,6 +120,7 @@ std::string JsonForm::of(const Report& report) {
                .add("status", report.exitStatus())
                .add("headline", report.headline)
                .add("culprits", report.culprits, ofRow)
+               .add("missing", report.missing, ofMissing)
                .add("command", report.command)
                .add("tasks", report.tasks)
                .add("started", report.started)

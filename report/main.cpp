@@ -15,6 +15,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <exception>
@@ -110,6 +111,8 @@ int run(const Words& words) {
 
 int main(int argc, char** argv) {
     try {
+        // Nobody may read any more what the tasks say; the report is written all the same.
+        std::signal(SIGPIPE, SIG_IGN);
         const Words words = parse(argc, argv);
         if (words.session > 0 && !words.file.empty()) return run(words);
         std::fputs("vexreport: is started by vex --report\n", stderr);

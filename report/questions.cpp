@@ -1,11 +1,10 @@
 #include "report/questions.h"
 
+#include "backend/os/reportrules.h"
 #include "common/catalog.h"
 #include "common/groupnames.h"
-#include "common/wholenumber.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
 #include <string_view>
 #include <thread>
@@ -15,9 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// For a debugger, which may have to read symbols first.
-constexpr auto answering = 120s;
-constexpr int tasksASecond = 100; // more for many: they share processors and files
+constexpr int tasksASecond = 100; // more time for many: they share processors and files
 constexpr auto inAHurry = 10s;    // after a signal
 // Behind that, for one that heeds an interrupt.
 constexpr auto heeding = 2s;
@@ -48,10 +45,7 @@ Questions::Questions(Conversation& conversation, bool isShared, Owner& whose)
 
 std::chrono::seconds Questions::patience(const ClientSet& asked) const {
     if (hurried) return inAHurry;
-    std::chrono::seconds base = answering;
-    if (const char* const given = std::getenv("VEX_REPORT_PATIENCE"))
-        base = std::chrono::seconds(std::max(1, wholeNumber<int>(given).value_or(120)));
-    return base + std::chrono::seconds(asked.size() / tasksASecond);
+    return ReportRules::patience() + std::chrono::seconds(asked.size() / tasksASecond);
 }
 
 // Makes the group of those clients that are still there.

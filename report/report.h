@@ -36,6 +36,8 @@ struct Report {
     std::string headline;
     /// The first to look at, each with a sentence that begins with what it does.
     std::vector<Row> culprits;
+    /// Ranks of the job, in the place of clients, that have no client, and why.
+    std::vector<Row> missing;
 
     std::string command;
     int tasks = 0;

@@ -82,6 +82,7 @@ std::string listed(const Items& items) {
 
 std::string TextForm::of(const Report& report) {
     std::string text = report.headline + "\n" + listed(report.culprits) + "\n" + header(report);
+    addSection(text, "Which ranks are missing", listed(report.missing));
     addSection(text, "Where the tasks are", stat(report));
     addSection(text, "Who waits for whom", listed(report.waits));
     addSection(text, "Stacks of what went wrong", crashes(report));

@@ -54,7 +54,8 @@ std::string WholeFile::temporary(int& descriptor) const {
 
 void WholeFile::write(const std::string& text) const {
     if (path == "-") {
-        if (!writeAll(STDOUT_FILENO, text)) fail("-");
+        // Who closes a pipe has read enough.
+        if (!writeAll(STDOUT_FILENO, text) && errno != EPIPE) fail("-");
         return;
     }
     int descriptor = -1;

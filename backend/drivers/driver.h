@@ -75,6 +75,8 @@ class Driver {
         std::string function;
         /// Whether that frame is the selected one, and not the innermost of the program's own.
         bool isSelected = true;
+        /// Whether the task has no process: then this is what its program begins with.
+        bool isStatic = false;
     };
 
     virtual ~Driver() = default;

@@ -324,6 +324,10 @@ bool Gdb::isGreeting(std::string_view line) const {
 }
 
 bool Gdb::complains(std::string_view line) const {
+    // Nearly every core file has memory that was shared, and registers that gdb does not know.
+    if (line.ends_with(" during file-backed mapping note processing") ||
+        line.starts_with("warning: Section `.reg-xstate/"))
+        return false;
     return line.starts_with("warning: ") || line.starts_with("BFD: ") ||
            line.starts_with("ptrace: ") || line.starts_with("Could not attach to process") ||
            line.find("\" is not a core dump: ") != std::string_view::npos;

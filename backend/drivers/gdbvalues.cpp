@@ -5,8 +5,8 @@
 
 const char* const GdbValues::plain = "alias vex-values = output";
 
-// One line: "value", the number if it is one, whether the frame was the selected one, its function,
-// and what gdb shows, with tabs between.
+// One line: "value", the number if it is one, whether the frame was the selected one (2: there is
+// none), its function, and what gdb shows, with tabs between.
 const char* const GdbValues::hook = R"(
 import gdb
 def own():
@@ -30,7 +30,8 @@ def number(value):
 def line(value, frame, selected):
     function = frame.name() if frame is not None else ""
     text = " ".join(str(value).split())
-    return chr(9).join(("value", number(value), str(int(selected)), function or "??", text))
+    where = 2 if frame is None else int(selected)
+    return chr(9).join(("value", number(value), str(where), function or "??", text))
 def inOwn(expression, selected):
     frame = own()
     if frame is None or frame == selected: return None
@@ -77,6 +78,7 @@ Driver::Value GdbValues::parse(std::string_view answer) {
     value.text = answer;
     value.number = Driver::numberIn(fields[1]);
     value.isSelected = fields[2] == "1";
-    value.function = fields[3];
+    value.isStatic = fields[2] == "2";
+    if (!value.isStatic) value.function = fields[3];
     return value;
 }

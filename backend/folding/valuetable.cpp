@@ -51,6 +51,8 @@ void ValueTable::add(int client, const Driver::Value& value) {
         infinite.insert(client);
     else
         finite[*value.number].insert(client);
+    if (value.isStatic)
+        frames["evaluated without a process: what the program begins with"].insert(client);
     if (!value.function.empty())
         frames["evaluated in " + value.function +
                (value.isSelected ? ", the selected frame" : ", the program's innermost frame")]

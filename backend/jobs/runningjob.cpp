@@ -6,7 +6,6 @@
 #include "backend/os/rankvariables.h"
 #include "backend/os/text.h"
 #include "backend/os/thismachine.h"
-#include "common/clientset.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -230,24 +229,27 @@ void RunningJob::addJob(pid_t launcher) {
                              "srun, or the tasks themselves with --attach.");
 }
 
-std::optional<std::string> RunningJob::shortfall() const {
+std::string RunningJob::Shortfall::str() const {
+    return "ranks " + Text::list(ranks) + " of " + std::to_string(size) + " are missing: " + why;
+}
+
+std::optional<RunningJob::Shortfall> RunningJob::shortfall() const {
     if (jobSize <= static_cast<int>(ranks.size()) || ranks.size() < found.size())
         return std::nullopt;
-    ClientSet missing;
+    Shortfall missing{{}, jobSize, "no process of yours on this host"};
     for (int rank = 0; rank < jobSize; ++rank) {
-        if (!ranks.contains(rank)) missing.insert(rank);
+        if (!ranks.contains(rank)) missing.ranks.insert(rank);
     }
     std::set<std::string> asked;
     for (const Manager& each : elsewhere) {
         if (!silent.contains(each.host)) asked.insert(each.host);
     }
-    std::string text = "ranks " + Text::list(missing) + " of " + std::to_string(jobSize) +
-                       " are missing: no process of yours on this host";
+    std::string& text = missing.why;
     if (!asked.empty()) text += " or on " + listed(asked);
     text += " has them";
     if (!silent.empty()) text += ", and " + listed(silent) + " could not be asked";
     if (elsewhere.empty()) text += ", and the launcher does not tell of another host";
-    return text;
+    return missing;
 }
 
 std::vector<Target> RunningJob::targets() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/jobs/target.h"
+#include "common/clientset.h"
 #include "common/talconfig.h"
 
 #include <algorithm>
@@ -55,9 +56,15 @@ class RunningJob {
     std::vector<Target> targets() const;
     /// How many tasks the job has; -1: not known.
     int size() const { return jobSize; }
-    /// Which ranks of the job were not found and why, as a sentence; nothing when none is known to
+    /// Which ranks of the job were not found and why; nothing when none is known to
     /// be missing.
-    std::optional<std::string> shortfall() const;
+    struct Shortfall {
+        ClientSet ranks;
+        int size = 0; // of the job
+        std::string why;
+        std::string str() const;
+    };
+    std::optional<Shortfall> shortfall() const;
     const std::vector<std::string>& notes() const { return remarks; }
 
     static bool isThisMachine(const std::string& host);

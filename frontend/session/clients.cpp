@@ -40,6 +40,7 @@ Clients::Clients(EventLoop& eventLoop, const Options& sessionOptions, const Driv
       refusal(loop),
       forked(loop, options, driver, job, errors.get(), owner),
       progress(loop, static_cast<StartProgress::Owner&>(*this)),
+      lost(loop, options, static_cast<StartLosses::Owner&>(*this)),
       farewell(loop) {
     inPhase[Task::AWAITED] = tasks.size();
 }
@@ -50,6 +51,7 @@ Clients::~Clients() = default;
 
 void Clients::start() {
     progress.begin();
+    lost.wait();
     if (!options.launcherWords.empty()) callAgents();
     // There is no core file of these ranks.
     for (std::size_t i = 0; i < options.cores.size(); ++i) {
@@ -100,7 +102,7 @@ void Clients::startLocal() {
     if (agents && !options.attaches()) return;
     const auto limit = std::max(2u, std::thread::hardware_concurrency());
     for (; phase == STARTING && nextLocal < tasks.size() && localStarting < limit; ++nextLocal) {
-        if (!isLocal(nextLocal) || tasks[nextLocal].phase == Task::ENDED) continue;
+        if (!isLocal(nextLocal) || tasks[nextLocal].phase != Task::AWAITED) continue;
         move(nextLocal, Task::STARTING);
         const int id = static_cast<int>(nextLocal);
         at(id).client = std::make_unique<LocalClient>(loop, *this, starts.local(id, tasks.size()));
@@ -146,10 +148,27 @@ void Clients::onMissing(const ClientSet& missing, const std::string& problem) {
     const std::string clients =
         (missing.size() == 1 ? "client " : "clients ") + Text::list(missing);
     say(clients + (missing.size() == 1 ? " is" : " are") + " left out: " + problem);
+    lost.add({problem, missing});
+    leaveOut(missing);
+}
+
+void Clients::leaveOut(const ClientSet& missing) {
     for (const int id : missing)
         move(static_cast<std::size_t>(id), Task::STARTING);
     for (const int id : missing)
         settle(id, Task::ENDED);
+}
+
+// A launcher without tasks may stand in a queue. What waits here for its turn has one.
+void Clients::onStandstill(int seconds, bool again) {
+    ClientSet late;
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        const bool awaited = tasks[i].phase == Task::AWAITED && (again || !isLocal(i));
+        if (awaited || tasks[i].phase == Task::STARTING) late.insert(static_cast<int>(i));
+    }
+    lost.giveUp(late, seconds);
+    leaveOut(late);
+    if (phase == STARTING) lost.wait(true);
 }
 
 void Clients::onLauncherSaid(const std::string& line) {
@@ -169,19 +188,24 @@ void Clients::settle(int id, Task::Phase reached) {
     const bool wasStarting = at(id).phase == Task::STARTING;
     move(static_cast<std::size_t>(id), reached);
     if (!wasStarting) return;
+    if (phase == STARTING) lost.wait();
     startLocal();
     if (phase == STARTING && count(Task::AWAITED) + count(Task::STARTING) == 0) allStarted();
 }
 
 void Clients::allStarted() {
-    progress.print(startupOutput.report(driver));
+    // A report says what debuggers say of core files, say; but why there is none, they say alone.
+    progress.print(startupOutput.report(driver, !options.report.empty() && !defect()));
     if (mayGoOn()) serve();
 }
 
 void Clients::serve() {
     if (const auto problem = defect()) return fail(*problem);
-    if (const std::string notice = driver.notice(); !notice.empty()) say(notice);
+    const std::string notice = driver.notice();
+    // It is for those who type.
+    if (!notice.empty() && options.report.empty()) say(notice);
     phase = RUNNING;
+    lost.end();
     progress.end();
     forked.begin(static_cast<int>(tasks.size()));
     owner.onAllStarted();
@@ -198,7 +222,7 @@ bool Clients::mayGoOn() {
     const std::string some = "the " + std::to_string(livingTasks()) + " that could be attached to";
     say((missing.size() == 1 ? "rank " : "ranks ") + Text::list(missing) +
         (missing.size() == 1 ? " is" : " are") + " missing");
-    if (options.partial) return true;
+    if (options.partial || lost.gaveUp()) return true;
     if (!options.interactive || !options.script.empty() || ::isatty(STDERR_FILENO) == 0) {
         fail("to go on with " + some + ": --partial");
         return false;
@@ -209,13 +233,11 @@ bool Clients::mayGoOn() {
     return false;
 }
 
-void Clients::goOn() {
-    if (phase == STARTING && std::exchange(asking, false)) serve();
-}
-
 std::optional<std::string> Clients::defect() const {
     if (std::ranges::none_of(tasks, [](const Task& task) { return task.client || task.node; }))
         return "no task could be reached";
+    // Then the report tells it.
+    if (lost.gaveUp() && (living() == 0 || !attached)) return std::nullopt;
     if (living() == 0)
         return "no debugger is left; try: " + options.debugger + " " +
                (options.attaches() ? "-p PID" : options.program[0]);
@@ -263,12 +285,13 @@ void Clients::onOutput(int id, std::string_view text) {
     std::string plain;
     if (errors) text = plain = errors->pass(id, text);
     if (phase == STARTING) startupOutput.add(id, text);
-    if (phase != RUNNING) return;
+    if (phase != RUNNING || !alive(id)) return;
     if (const pid_t process = at(id).client->pid(); process != -1) forked.heard(id, process, text);
     owner.onClientOutput(id, text);
 }
 
 void Clients::onPrompt(int id) {
+    if (at(id).phase == Task::ENDED) return; // too late
     if (phase == RUNNING) owner.onClientPrompt(id);
     if (phase != STARTING) return;
     // What a debugger prints while it attaches is of interest only when it could not.
@@ -281,6 +304,8 @@ void Clients::onPrompt(int id) {
 
 void Clients::taskEnded(int id) {
     if (phase == STARTING) startupOutput.add(id, "\nthe debugger ended during the start\n");
+    if (phase == STARTING && at(id).phase != Task::ENDED)
+        lost.add({"its debugger ended at the start", {id}, true});
     if (phase != RUNNING) return settle(id, Task::ENDED);
     move(static_cast<std::size_t>(id), Task::ENDED);
     forked.taskEnded(id);
@@ -347,12 +372,6 @@ void Clients::onForked(RemoteNode& node, const NodeRecords::Fork& fork) {
         node.leaveFork(fork);
 }
 
-Node::Listener* Clients::listener() { return phase == RUNNING ? &owner.nodeListener() : nullptr; }
-
-bool Clients::mayRead(const RemoteNode& node) {
-    return phase != RUNNING || owner.mayReadClients(node.clients());
-}
-
 // --- all of them
 
 bool Clients::collect(pid_t child) {
@@ -392,13 +411,10 @@ int Clients::askIdentities() {
         nodes, [](const auto& node) { return node->askIdentities(node->clients()); }));
 }
 
-bool Clients::alive(int id) const {
-    return isTask(id) ? at(id).phase != Task::ENDED : forked.alive(id);
-}
-
 // --- the end
 
 void Clients::end() {
+    lost.end();
     const bool deserted = std::exchange(phase, OVER) == RUNNING && living() == 0;
     progress.end();
     if (agents) agents->stop(deserted);

@@ -8,6 +8,7 @@
 #include "frontend/launch/remotenode.h"
 #include "frontend/session/forkedclients.h"
 #include "frontend/session/options.h"
+#include "frontend/session/startlosses.h"
 #include "frontend/session/startprogress.h"
 #include "frontend/session/startupoutput.h"
 #include "frontend/session/taskstarts.h"
@@ -22,6 +23,7 @@
 #include <string_view>
 #include <sys/types.h>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 /// The debuggers of a session, one for each client: starts those of the tasks here, through a
@@ -30,6 +32,7 @@
 class Clients : public Client::Listener,
                 private LaunchedJob::Owner,
                 private RemoteNode::Owner,
+                private StartLosses::Owner,
                 private StartProgress::Owner {
   public:
     /// Hears of clients from the event loop, or from collect.
@@ -64,11 +67,15 @@ class Clients : public Client::Listener,
 
     void start();
     /// The user goes on without the tasks that are missing. Does nothing when nobody has asked.
-    void goOn();
+    void goOn() {
+        if (phase == STARTING && std::exchange(asking, false)) serve();
+    }
     /// What debuggers have said at the start that they could not do, with their clients.
     std::vector<std::pair<std::string, ClientSet>> complaints() const {
         return startupOutput.complaints(driver);
     }
+    /// The tasks that have no debugger from the start on, see StartLosses.
+    const StartLosses& losses() const { return lost; }
     /// Tells the user something about the session's start or its end.
     void say(const std::string& sentence) { progress.say(sentence); }
     /// A child of this process has ended, and was not reaped: does so, and gives true, when it is
@@ -101,7 +108,9 @@ class Clients : public Client::Listener,
         }
         return living;
     }
-    bool alive(int client) const;
+    bool alive(int client) const {
+        return isTask(client) ? at(client).phase != Task::ENDED : forked.alive(client);
+    }
     /// How many clients have not ended: of all, and of the tasks.
     int living() const { return livingTasks() + forked.living(); }
     int livingTasks() const { return static_cast<int>(tasks.size() - count(Task::ENDED)); }
@@ -153,6 +162,7 @@ class Clients : public Client::Listener,
     Timer refusal;                 // before those of them without another task are dropped
     ForkedClients forked;
     StartProgress progress;
+    StartLosses lost;
     Timer farewell; // to nodes whose clients have ended
 
     bool isTask(int client) const { return static_cast<std::size_t>(client) < tasks.size(); }
@@ -163,6 +173,7 @@ class Clients : public Client::Listener,
     }
     std::size_t count(Task::Phase reached) const { return inPhase[reached]; }
     void move(std::size_t task, Task::Phase reached);
+    void leaveOut(const ClientSet& missing);
     bool isLocal(std::size_t task) const;
     void callAgents();
     void startLocal();
@@ -178,7 +189,7 @@ class Clients : public Client::Listener,
     void onOutput(int task, std::string_view text) override;
     void onPrompt(int task) override;
     void onRuns(int task, bool runs) override {
-        if (phase == RUNNING) owner.onClientRuns(task, runs);
+        if (phase == RUNNING && alive(task)) owner.onClientRuns(task, runs);
     }
     bool mayRead(int task) override { return phase != RUNNING || owner.mayReadClient(task); }
 
@@ -188,7 +199,13 @@ class Clients : public Client::Listener,
     void onMissing(const ClientSet& missing, const std::string& problem) override;
     void onLauncherSaid(const std::string& line) override;
     void onLeftBehind(const std::string& launcher, const std::string& remedy) override;
-    void onJobFailed(const std::string& problem) override { fail(problem); }
+    /// Those that are there without the rest go on.
+    void onJobFailed(const std::string& problem) override {
+        if (phase == STARTING) fail(problem);
+    }
+
+    // StartLosses::Owner
+    void onStandstill(int seconds, bool again) override;
 
     // StartProgress::Owner
     StartProgress::Facts startFacts() const override;
@@ -204,8 +221,12 @@ class Clients : public Client::Listener,
     void onTold(int client, const std::string& text) override;
     void onErrors(const NodeRecords::Errors& reported) override;
     void onForked(RemoteNode& node, const NodeRecords::Fork& fork) override;
-    Node::Listener* listener() override;
-    bool mayRead(const RemoteNode& node) override;
+    Node::Listener* listener() override {
+        return phase == RUNNING ? &owner.nodeListener() : nullptr;
+    }
+    bool mayRead(const RemoteNode& node) override {
+        return phase != RUNNING || owner.mayReadClients(node.clients());
+    }
 
     void taskEnded(int task);
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/jobs/target.h"
+#include "common/clientset.h"
 
 #include <string>
 #include <vector>
@@ -41,6 +42,9 @@ struct Options {
     std::vector<std::string> hostOfTask;
     /// The tasks to attach to, found from the above; empty: start the program.
     std::vector<Target> targets;
+    /// The ranks of the job that is attached to that are not among them, and why.
+    ClientSet missing;
+    std::string whyMissing;
     std::string debugger = "gdb";
     /// The debugger as it was given: agents look for it where they are.
     std::string debuggerThere = "gdb";

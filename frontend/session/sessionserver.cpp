@@ -4,6 +4,7 @@
 #include "backend/os/executables.h"
 #include "backend/os/insist.h"
 #include "backend/os/processtree.h"
+#include "backend/os/reportrules.h"
 #include "backend/os/standardstreams.h"
 #include "backend/os/text.h"
 #include "backend/wire/rendezvous.h"
@@ -131,6 +132,9 @@ void SessionServer::onCommand(int id, const Command& command) {
     if (!options.report.empty() && !std::exchange(startTold, true)) {
         for (const auto& [line, whose] : clients.complaints())
             board.tell(whose, line);
+        for (const StartLosses::Row& row : clients.losses().rows())
+            board.tell(row.tasks,
+                       (row.ofDebugger ? ReportRules::undebugged : ReportRules::missing) + row.why);
     }
     if (OwnCommand::of(command) == OwnCommand::WHO) return whoQueries.want(id, command);
     if (OwnCommand::of(command) == OwnCommand::WAITS) return waitQueries.want(id, command);
@@ -175,7 +179,8 @@ std::string SessionServer::onConsoleEnded(bool first, ControlServer::Leave how) 
     if (first && how == ControlServer::VANISHED) {
         end(128 + SIGKILL);
     } else if (first && how == ControlServer::LEFT && !consoles.met()) {
-        clients.say("the console ended before it was connected");
+        // What writes a report has said why.
+        if (options.report.empty()) clients.say("the console ended before it was connected");
         end(1);
     } else {
         endIfDeserted();

@@ -80,7 +80,10 @@ class SessionServer : private Switchboard::Outlet,
     std::string describe(int client) override { return clients.describe(client); }
     std::vector<StackTree::Row> waits() override { return waitQueries.rows(); }
     std::string describeConsole(int console) override { return consoles.describe(console); }
-    void sessionOver() override { end(0); }
+    void sessionOver() override {
+        // A report of debuggers that did not come may still be written.
+        if (startTold || !clients.losses().gaveUp()) end(0);
+    }
     void wakeAt(std::optional<Clock::time_point> time) override;
 
     // Clients::Owner

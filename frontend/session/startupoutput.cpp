@@ -46,10 +46,11 @@ StartupOutput::complaints(const Driver& driver) const {
     return found;
 }
 
-std::string StartupOutput::report(const Driver& driver) const {
+std::string StartupOutput::report(const Driver& driver, bool brief) const {
     std::string report;
     for (const auto& [line, clients] : lines(driver)) {
         const std::string hint = driver.hintFor(line);
+        if (brief && hint.empty() && !driver.complains(line)) continue;
         report.append("vex: ")
             .append(Text::list(clients))
             .append(" | ")

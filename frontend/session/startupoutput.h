@@ -19,8 +19,8 @@ class StartupOutput {
     bool allSaid(std::string_view text, std::size_t clients) const;
     void drop(int client) { texts.erase(client); }
     /// The lines beyond the debugger's usual greeting, each once with its clients, and what to do
-    /// about it.
-    std::string report(const Driver& driver) const;
+    /// about it; `brief`: only those about which something is wrong.
+    std::string report(const Driver& driver, bool brief) const;
     /// Those of them that say what could not be done or believed.
     std::vector<std::pair<std::string, ClientSet>> complaints(const Driver& driver) const;
 

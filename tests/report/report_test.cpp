@@ -149,6 +149,17 @@ std::vector<Story> stories() {
         each->forked = {4, 5};
         each->log.grow(6);
     }
+    // In the debugger's words, and in the system's.
+    Findings& words =
+        add("one signal", {{{2}, "Program received signal SIGFPE, Arithmetic exception."}},
+            {"2 of 4 tasks crashed", "2:3 | SIGFPE, Floating point exception, in f (a.c:1)"}, 4);
+    words.crashed = {2, 3};
+    words.signals[3] = SignalFacts::of("vex-signal 8 1 0x0");
+    words.fullStacks = stacksOf({{{2, 3}, "#0  f () at a.c:1"}});
+    Findings& part = add("a rank without a debugger", {},
+                         {"not run: 1 of 5 tasks has no debugger", "rank 4 is missing: why"}, 3);
+    part.toRun = true;
+    part.missing = {{{4}, "why"}};
     // Below the functions of a script, as stat shows them.
     Findings& script = add("a crash below Python", {segfault},
                            {"1 of 4 tasks crashed", "2 | SIGSEGV, Segmentation fault, in string_at "

@@ -247,6 +247,12 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         ASSERT_TRUE(eventually([&] { return tasksOf(job.pid(), mpi.program).size() >= mpi.below; }))
             << job.screen();
         sleepFor(1000);
+        launch({"--report", folder.path("report.txt"), "--mpi", std::to_string(job.pid()), "--rsh",
+                fakeSsh()});
+        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+        EXPECT_TRUE(
+            folder.read("report.txt")
+                .starts_with("what 2 tasks do\n1 | 1 client in search, called by go_round\n"));
         const std::string path =
             beginWith({"--mpi", std::to_string(job.pid()), "--rsh", fakeSsh()});
         Peer console(path);
@@ -273,6 +279,10 @@ TEST_F(AttachTest, HalfAJobIsDebuggedOnlyWhenItsUserSaysSo) {
 
     Lines partial = mpi;
     partial.push_back("--partial");
+    launch({"--report", folder.path("report.json"), mpi[0], mpi[1], "--partial"});
+    EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+    EXPECT_NE(folder.read("report.json").find("\n\"missing\":[\n{\"ranks\":[[1,1],[3,3]],\n"),
+              std::string::npos);
     Peer console(beginWith(partial));
     vex->until(missing);
     EXPECT_EQ(console.command("print 1"), (Lines{"0:1 | $1 = 1", "READY"}));

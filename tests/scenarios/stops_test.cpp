@@ -55,6 +55,27 @@ TEST_F(Stops, SamplesTellWhoMovesAndLeaveTasksAsTheyStood) {
     quit(console);
 }
 
+TEST_F(Stops, AnInterruptSelectsTheMainThread) {
+    // An interrupt stops it in the other thread.
+    Peer console = start({program("steadily"), "threads", "deaf"});
+    for (const char* const line : {"tbreak step", "run"})
+        console.command(line);
+    console.send(Command::CLIENT, "all", "continue");
+    EXPECT_TRUE(contain(interrupt(console), "hread 2 \"steadily\" received signal SIGINT"));
+    const Lines all = console.command("thread");
+    EXPECT_TRUE(contain(all, "[Current thread is 1 ") && !contain(all, "thread is 2")) << all[0];
+    console.command("tbreak step thread 2", "1");
+    console.send(Command::CLIENT, "all", "continue");
+    while (!contain(console.next(), "hit Temporary breakpoint 2")) {
+    }
+    interrupt(console);
+    const Lines threads = console.command("thread");
+    for (const char* const expected :
+         {"0 | [Current thread is 1 ", "1 | [Current thread is 2 ", "2 | [Current thread is 1 "})
+        EXPECT_TRUE(contain(threads, expected)) << expected;
+    quit(console);
+}
+
 TEST_F(Stops, SamplesOfTasksBehindAgents) {
     const std::string hosts = folder.write("hosts", "node1:2\nnode2\n");
     Peer console(beginWith({"--launch", fakeSsh(), "--hosts", hosts, program("descending")}));

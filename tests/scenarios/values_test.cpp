@@ -6,6 +6,8 @@ class ValuesTest : public VexTest {};
 
 TEST_F(ValuesTest, AnExpressionInAllTasks) {
     Peer console(begin(4));
+    EXPECT_EQ(console.command("vex values tolerance < 1")[0],
+              "0:3 | evaluated without a process: what the program begins with");
     console.command("break does_not_settle");
     console.send(Command::CLIENT, "all", "run");
     while (!contain(console.next(), "Breakpoint 1, does_not_settle (")) {

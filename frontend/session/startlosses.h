@@ -1,0 +1,50 @@
+#pragma once
+
+#include "backend/os/eventloop.h"
+#include "common/clientset.h"
+#include "frontend/session/options.h"
+
+#include <string>
+#include <vector>
+
+/// The tasks of which a session has no debugger from its start on, and why. At a report, nobody may
+/// be there to give the start up: then this tells its owner when debuggers have been waited for
+/// long enough. One thread.
+class StartLosses {
+  public:
+    class Owner {
+      public:
+        virtual ~Owner() = default;
+        /// In so many seconds, none of those that are waited for has come; `again`: nor in the same
+        /// time before.
+        virtual void onStandstill(int seconds, bool again) = 0;
+    };
+    struct Row {
+        std::string why;
+        ClientSet tasks;
+        bool ofDebugger = false; // it is at fault, not the way to the task
+        bool operator==(const Row&) const = default;
+    };
+
+    /// The options and the owner must outlive this.
+    StartLosses(EventLoop& loop, const Options& options, Owner& owner);
+
+    /// Debuggers are waited for from now on; again, when one has come or will not.
+    void wait(bool again = false);
+    void end() { timer.cancel(); }
+
+    void add(const Row& row);
+    /// Some did not come in time.
+    void giveUp(const ClientSet& tasks, int seconds);
+    bool gaveUp() const { return inVain; }
+
+    /// Of the ranks that are missing; where ranks are not known, of the numbers of the tasks.
+    std::vector<Row> rows() const;
+
+  private:
+    const Options& options;
+    Owner& owner;
+    std::vector<Row> known; // by tasks
+    bool inVain = false;
+    Timer timer;
+};
