@@ -1,6 +1,7 @@
 #pragma once
 
 #include "report/excerpt.h"
+#include "report/mpimessages.h"
 #include "report/report.h"
 #include "report/tasklog.h"
 #include "report/transcript.h"
@@ -66,12 +67,13 @@ struct Findings {
   private:
     Excerpt<std::string> launcher;
     Excerpt<Row> notes;
-    // Whom lines of the launcher name as those that have ended the job.
-    ClientSet enders;
+    // Of the launcher's lines.
+    MpiMessages messages;
 
     void addCrashes(Report& report) const;
     void addEnds(Report& report) const;
     void addStat(Report& report) const;
     void addOutcome(Report& report) const;
-    std::vector<Row> aborters() const;
+    void addTraceHint(Report& report) const;
+    MpiMessages aborters() const;
 };
