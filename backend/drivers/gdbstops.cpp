@@ -6,9 +6,10 @@
 // is silent, because gdb would name the breakpoint by a number that differs in every task.
 //
 // An error handler of Open MPI has handed its message to a thread that sends it to the launcher,
-// and calls ompi_mpi_abort: that thread gets a moment. MPICH's MPIR_Err_return_comm is called for
-// every error. When it makes a library of MPI, and no handler of the user's, write, that is the
-// message of an error that ends the job, and the task stops behind it.
+// and calls ompi_mpi_abort: that thread gets a moment. Whom MPI_Abort has stopped jumps there, too.
+// MPICH's MPIR_Err_return_comm is called for every error. When it makes a library of MPI, and no
+// handler of the user's, write, that is the message of an error that ends the job, and the task
+// stops behind it.
 const char* const GdbStops::onAbort = R"(
 import gdb
 def calls(most):
@@ -76,8 +77,10 @@ def stopped(event):
         "made a fatal error in MPI") + " and is kept from ending: where tells from where, "
         "continue lets it end the job")
     sending = kind == "handler"
+    if kind == "abort": made[1].enabled = False
     # What else MPI writes then ends the job.
     if kind == "error": writes[0].enabled = False
+def exited(event): made[1].enabled = True
 def prompting():
     global sending
     if not sending: return
@@ -89,6 +92,7 @@ def prompting():
     gdb.execute("set unwindonsignal " + unwinds, to_string=True)
 gdb.events.stop.connect(stopped)
 gdb.events.before_prompt.connect(prompting)
+gdb.events.exited.connect(exited)
 )";
 
 // A task may run when an interrupt has stopped it, or the debugger by attaching to it: interrupted
