@@ -1,6 +1,7 @@
 #pragma once
 
 #include "report/excerpt.h"
+#include "report/mpimessages.h"
 #include "report/report.h"
 #include "report/signalfacts.h"
 #include "report/tasklog.h"
@@ -59,14 +60,13 @@ struct Findings {
   private:
     Excerpt<std::string> launcher;
     Excerpt<Row> notes;
-    // Whom lines of the launcher name as those that have ended the job.
-    ClientSet enders;
+    // Of the launcher's lines.
+    MpiMessages messages;
 
     void addCrashes(Report& report) const;
     void addEnds(Report& report) const;
     void addStat(Report& report) const;
     void addOutcome(Report& report) const;
     void addRefusal(Report& report) const;
-    std::vector<Row> absent() const;
-    std::vector<Row> aborters() const;
+    MpiMessages aborters() const;
 };

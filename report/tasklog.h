@@ -18,8 +18,9 @@ class TaskLog {
         std::string signal, meaning;
         /// Of ENDED.
         int status = 0;
-        /// Whether it stands in a call that would end the job.
-        bool aborts = false;
+        /// Whether it stands in a call that would end the job, and whether that is so because MPI
+        /// has found an error.
+        bool aborts = false, errs = false;
         bool operator==(const Task&) const = default;
     };
 

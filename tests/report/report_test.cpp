@@ -247,6 +247,32 @@ std::vector<Story> stories() {
     kept.crashed = {1};
     kept.fullStacks = stacksOf({{{1}, "#0  0x1 in PMPI_Abort () from /lib/libmpi.so.40"},
                                 {{1}, "#1  search () at ring.cpp:25"}});
+    Findings& erring = add("an error in MPI",
+                           {{{2}, "The task made a fatal error in MPI and is kept from ending: w"}},
+                           {"1 of 4 tasks made a fatal error in MPI",
+                            "2 | aborted in MPI_Send, called by exchange (f.c:41)"},
+                           4);
+    erring.crashed = {2};
+    erring.fullStacks = stacksOf({{{2}, "#0  0x1 in MPIR_Err_return_comm () from /lib/libmpich.so"},
+                                  {{2}, "#1  0x1 in PMPI_Send () from /lib/libmpich.so.12"},
+                                  {{2}, "#2  exchange () at f.c:41"}});
+    Findings& told = add("one that has ended the job", {},
+                         {"1 of 4 tasks made a fatal error in MPI",
+                          "2 | made a fatal error in MPI, which ended the job"},
+                         4);
+    told.addLauncherLine("[a:7] *** reported by process [1425932289,2]");
+    told.cut = true;
+    Findings& locked = add("deadlocks", {},
+                           {"what 4 tasks do", "0 | deadlock: a", "1 | deadlock: b",
+                            "2 | deadlock: c", "3:9 | deadlock: 7 more"},
+                           0);
+    locked.ran = false;
+    locked.waits = {{{0}, "deadlock: a"},
+                    {{1}, "deadlock: b"},
+                    {{2}, "deadlock: c"},
+                    {{3}, "deadlock: d"},
+                    {upTo(9), "deadlock: 6 more"}};
+    locked.waits[4].clients.erase(upTo(3));
     Findings& ended =
         add("an abort that ends the job",
             {{{1}, "Abort(7) on node 1 (rank 1 in comm 0): application called"}},

@@ -403,6 +403,14 @@ TEST_F(ReportTest, OfAnMpiJob) {
         std::tie(status, lines) = report({"--launch", launcher, ring, "--abort"}, 2);
         EXPECT_EQ(status, 4) << vex->screen();
         expectMatch(lines, {".*", R"(2 \| called MPI_Abort in search \(ring.cpp:[0-9]+\))"});
+        // Not by an error that it handles itself. Open MPI's launcher loses messages.
+        std::tie(status, lines) =
+            report({"--launch", launcher, program("waiting." + kind), "wrong"}, 2);
+        EXPECT_EQ(status, 4) << vex->screen();
+        expectMatch(lines, {"1 of 4 tasks made a fatal error in MPI",
+                            R"(3 \| aborted in MPI_Send, called by wrong \(waiting.cpp:[0-9]+\))"});
+        EXPECT_TRUE(kind == "openmpi" ||
+                    folder.read("report.txt").find("\n3 | Abort(") != std::string::npos);
         std::tie(status, lines) = report({"--launch", launcher, ring, "--healthy"}, 1);
         EXPECT_EQ(status, 0) << vex->screen();
         const std::string text = folder.read("report.txt");

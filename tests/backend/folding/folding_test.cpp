@@ -203,7 +203,21 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
         // As Fortran has it, and linked into the program.
         {stacksOf({"PMPI_Wait,,/opt/lib/libmpi.so.40", "pmpi_wait_,,/opt/lib/libmpi_mpifh.so.40",
                    "MAIN__,a.f90:3,", "main,a.f90:9,"}),
-         "1 client in MPI_Wait, called by MAIN__|main|  MAIN__|    MPI_Wait"},
+         "1 client in MPI_Wait, called by MAIN__|MAIN__|  MPI_Wait"},
+        // Through a wrapper; a call that is left by a jump.
+        {stacksOf({"PMPI_Send,,/opt/lib/libmpi.so.40", "mpi_send_,,/home/me/libvexmpi.so",
+                   "f,a.f90:3,"}),
+         "1 client in MPI_Send, called by f|f|  MPI_Send"},
+        {stacksOf({"ompi_mpi_abort,,/opt/lib/libmpi.so.40",
+                   "ompi_errhandler_invoke,,/opt/lib/libmpi.so.40", "main,a.c:9,"}),
+         "1 client in an MPI call, called by main|main|  an MPI call"},
+        {stacksOf({"??,,/lib/libgomp.so.1", "main._omp_fn.0,a.c:5,",
+                   "GOMP_parallel,,/lib/libgomp.so.1", "main,a.c:9,", "-", "main._omp_fn.0,a.c:5,",
+                   "??,,/lib/libgomp.so.1", "start_thread,,/lib/libc.so.6", "-",
+                   "??,,/lib/libgomp.so.1", "start_thread,,/lib/libc.so.6"}),
+         "1 client in main._omp_fn.0|1 client in an OpenMP call, called by main._omp_fn.0|main|"
+         "  GOMP_parallel|    main._omp_fn.0|      an OpenMP call|main._omp_fn.0|"
+         "helper threads: libgomp 1"},
         {stacksOf({"MPIDI_CH3I_Progress,,", "PMPI_Barrier,,", "main,,"}),
          "1 client in MPI_Barrier, called by main|main|  MPI_Barrier"},
         // A function that has the name of one of libc's; a library of the user's own.
