@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::string_view abortCall = "MPI_Abort, called by ";
 constexpr const char* mpiError = "fatal error in MPI"; // meaning of a crash without a signal
-constexpr std::size_t deepest = 100;  // call of the tree
-constexpr std::size_t mostPlaces = 3; // among the culprits
+constexpr std::size_t deepest = 100;                   // call of the tree
+constexpr std::size_t mostPlaces = 3;                  // among the culprits
 
 std::string numberOf(std::size_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");

@@ -120,6 +120,7 @@ void Clients::onTasks(RemoteNode& node, const std::vector<NodeRecords::Task>& fo
     // Those that it has already go on.
     if (phase != STARTING && !node.clients().empty()) return;
     if (phase != STARTING) return node.close();
+    lost.wait(); // the job may have stood in a queue until now
     // The first of all tasks tells how many they are.
     const auto admitted = agents->admit(node.host(), found);
     NodeRecords::Start start{starts.common(tasks.size()), {}};

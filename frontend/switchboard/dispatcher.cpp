@@ -27,9 +27,7 @@ Dispatcher::Dispatcher(int count, const Driver& kind, Node& theirs, Outlet& out,
 }
 
 void Dispatcher::setClients(int count) {
-    Member idle;
-    idle.node = &firstNode;
-    members.assign(static_cast<std::size_t>(count), idle);
+    members.assign(static_cast<std::size_t>(count), {.node = &firstNode});
 }
 
 void Dispatcher::addClient(int id) {

@@ -44,11 +44,14 @@ void StopPlaces::put(const std::string& place, const ClientSet& clients) {
 }
 
 void StopPlaces::type(const ClientSet& clients, const Request& request) {
-    if (request.kind != Command::CLIENT || driver.letsRun(request.line)) leave(clients);
+    if (request.kind == Command::CLIENT && !driver.letsRun(request.line)) return;
+    leave(clients);
+    kept.erase(clients);
 }
 
 void StopPlaces::said(const ClientSet& clients, const std::vector<std::string>& lines) {
     for (const std::string& line : lines) {
+        if (!driver.keptAt(line).empty()) kept.insert(clients);
         const Driver::StackLine stop = driver.parseStop(line);
         const bool isStop = stop.kind == Driver::StackLine::CALL && !stop.place.empty();
         const bool isStack = line.starts_with('#');

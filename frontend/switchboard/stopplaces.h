@@ -26,10 +26,13 @@ class StopPlaces {
     /// "search (ring.cpp:41)", or "search" where a stack does not tell the line; empty: it is not
     /// known.
     std::string of(int client) const;
+    /// Whether the client's debugger keeps it from ending its job.
+    bool isKept(int client) const { return kept.contains(client); }
 
   private:
     const Driver& driver;
     std::map<std::string, ClientSet> places;
+    ClientSet kept;
     ClientSet inLibrary; // the innermost call is not of the program, the lines behind it may tell
 
     void leave(const ClientSet& clients);

@@ -140,6 +140,7 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     const Groups& groups() const { return table; }
     /// Where the client's task stood still last, "search (ring.cpp:41)"; empty: it is not known.
     std::string placeOf(int client) const { return dispatcher.placeOf(client); }
+    bool isKept(int client) const { return dispatcher.isKept(client); }
     /// The console for which the client works, or worked last; 0 for none.
     int ownerOf(int client) const { return dispatcher.consoleOf(client); }
 
