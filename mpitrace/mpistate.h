@@ -32,6 +32,8 @@ struct MpiState {
     Kind kind = NO_PROCESS;
     /// Whether a debugger, or a signal, holds it.
     bool stopped = false;
+    /// Whether a debugger keeps it from ending its job in this call; readers do not know.
+    bool kept = false;
     int rank = -1; // in MPI_COMM_WORLD
     int size = 0;  // of that
     std::uint64_t calls = 0;

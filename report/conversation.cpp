@@ -126,6 +126,12 @@ std::optional<Reply> Conversation::read() {
         // The session has lost its last client.
         if (value == Reply::FAILED && reply.getErrCode() == INFO_ALL_CLIENTS_BROKEN)
             throw BrokenConnection();
+        if (value == Reply::CLIENT_ADD) {
+            Heard heard;
+            heard.kind = Heard::FORKED;
+            heard.client = reply.getErrCode();
+            waiting.push_back(std::move(heard));
+        }
         return reply;
     }
     Heard heard;

@@ -20,9 +20,10 @@ class Conversation {
   public:
     using Clock = std::chrono::steady_clock;
     struct Heard {
-        enum Kind { TEXT, READY, SIGNAL, TIME } kind = TIME;
+        enum Kind { TEXT, READY, SIGNAL, FORKED, TIME } kind = TIME;
         Data data = {}; // of TEXT
         int signal = 0;
+        int client = -1; // of FORKED: a new one
     };
 
     /// `starter`: the process that has to live for a session to come, -1: unknown. Throws Error.

@@ -1,9 +1,11 @@
 #include "report/findings.h"
 
 #include "backend/drivers/gdb.h"
+#include "backend/drivers/libcsources.h"
 #include "backend/folding/userstack.h"
 #include "backend/os/text.h"
 #include "common/wholenumber.h"
+#include "report/advice.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -17,22 +19,12 @@
 namespace {
 
 constexpr std::string_view abortCall = "MPI_Abort, called by ";
-constexpr std::size_t deepest = 100;  // call of the tree
-constexpr std::size_t mostPlaces = 3; // among the culprits
+constexpr const char* mpiError = "fatal error in MPI"; // meaning of a crash without a signal
+constexpr std::size_t deepest = 100;                   // call of the tree
+constexpr std::size_t mostPlaces = 3;                  // among the culprits
 
 std::string numberOf(std::size_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
-// Where the sources of libc are named in its symbols, it is not named itself.
-bool isInLibc(std::string_view line) {
-    static constexpr std::string_view folders[] = {
-        ") at ../sysdeps/", ") at ./nptl/",   ") at ./stdlib/", ") at ./signal/", ") at ./libio/",
-        ") at ./string/",   ") at ./assert/", ") at ./debug/",  ") at ./malloc/", ") at ./io/",
-        ") at ./socket/",   ") at ./posix/",  ") at ./time/",   ") at ./misc/",   ") at ./csu/",
-    };
-    return std::ranges::any_of(
-        folders, [line](std::string_view each) { return line.find(each) != line.npos; });
 }
 
 std::vector<Driver::StackLine> framesOf(const std::vector<std::string_view>& lines) {
@@ -41,7 +33,7 @@ std::vector<Driver::StackLine> framesOf(const std::vector<std::string_view>& lin
     for (const std::string_view line : lines) {
         Driver::StackLine call = gdb.parseStackLine(line);
         if (call.kind != Driver::StackLine::CALL) continue;
-        if (isInLibc(line)) {
+        if (isInLibcSources(line)) {
             call.library = "/lib/libc.so.6";
             call.place = "libc.so.6";
         }
@@ -110,6 +102,17 @@ bool isUntraced(const Row& row) {
     return row.text == "has no process" || row.text.starts_with("libvexmpi.so is ");
 }
 
+// How many deadlocks a row of vex waits tells.
+std::size_t deadlocksIn(const Row& row) {
+    constexpr std::string_view word = "deadlock", further = "deadlock: ", more = " more";
+    const std::string_view text = row.text;
+    if (!text.starts_with(word)) return 0;
+    if (!text.starts_with(further) || !text.ends_with(more)) return 1;
+    return wholeNumber<std::size_t>(
+               text.substr(further.size(), text.size() - further.size() - more.size()))
+        .value_or(1);
+}
+
 // Those with the most clients last, and of equal ones the places at which they wait for others.
 void sortBySize(std::vector<Row>& rows) {
     std::ranges::stable_sort(rows, {}, [](const Row& row) {
@@ -121,26 +124,6 @@ void sortBySize(std::vector<Row>& rows) {
         }
         return std::tuple(row.clients.size(), waits, row.clients.front());
     });
-}
-
-// The ranks of which a message of MPI's own says that they have ended the job.
-ClientSet ranksNamedIn(std::string_view line) {
-    // The rank stands behind the second text, which comes somewhere behind the first.
-    static constexpr std::pair<std::string_view, std::string_view> forms[] = {
-        {"MPI_ABORT was invoked on ", "rank "},
-        {"Abort(", ") on node "},
-        {"application called MPI_Abort(", ") - process "},
-    };
-    ClientSet found;
-    for (const auto& [before, between] : forms) {
-        std::size_t at = line.find(before);
-        if (at == line.npos || (at = line.find(between, at)) == line.npos) continue;
-        const std::string_view rest = line.substr(at + between.size());
-        const auto id = wholeNumber<int>(
-            rest.substr(0, std::min(rest.find_first_not_of("0123456789"), rest.size())));
-        if (id) found.insert(*id);
-    }
-    return found;
 }
 
 // Whether a handler runs on top of the call at which the older stack begins.
@@ -187,7 +170,7 @@ void Findings::noteCrash(const ClientSet& about, const std::vector<Row>& told,
 }
 
 void Findings::addLauncherLine(const std::string& line) {
-    enders.insert(ranksNamedIn(line));
+    messages.add(line);
     launcher.add(line);
 }
 
@@ -215,6 +198,7 @@ void Findings::conclude(Report& report) const {
         addRefusal(report);
     else
         addOutcome(report);
+    if (auto hint = traceHint(report, waits, ran)) report.notes.push_back(std::move(*hint));
 }
 
 // With a part of its tasks, a program does something else than with all.
@@ -227,20 +211,7 @@ void Findings::addRefusal(Report& report) const {
     report.headline = "not run: " + std::to_string(count) + " of " +
                       numberOf(clients.size() + count, "task") + (count == 1 ? " has" : " have") +
                       " no debugger";
-    report.culprits = absent();
-}
-
-// The ranks that are missing, as culprits.
-std::vector<Row> Findings::absent() const {
-    std::vector<Row> rows;
-    for (const Row& row : missing) {
-        if (rows.size() == mostPlaces) break;
-        const bool one = row.clients.size() == 1;
-        rows.push_back({{},
-                        std::string(one ? "rank " : "ranks ") + Text::list(row.clients) +
-                            (one ? " is missing: " : " are missing: ") + row.text});
-    }
-    return rows;
+    report.culprits = missingRanks(missing, mostPlaces);
 }
 
 // Equal are those of the same signal whose program's own calls are the same.
@@ -261,6 +232,7 @@ void Findings::addCrashes(Report& report) const {
         Report::Crash crash;
         const auto facts = signals.find(id);
         const TaskLog::Task task = id < log.tasks() ? log.of(id) : TaskLog::Task{};
+        if (task.errs) crash.meaning = mpiError;
         if (!task.aborts) {
             // What a handler does in the end is not what went wrong.
             const bool handled = passed.contains(id) && crashed.contains(id);
@@ -304,6 +276,8 @@ void Findings::addEnds(Report& report) const {
     std::map<std::pair<std::string, int>, ClientSet> ends;
     for (int id = 0; id < log.tasks(); ++id) {
         const TaskLog::Task& task = log.of(id);
+        // By this, programs end the workers that they have forked.
+        if (forked.contains(id) && task.signal == "SIGTERM") continue;
         if (task.state == TaskLog::Task::KILLED)
             ends[{task.signal + ", " + SignalFacts::meaningOf(task.signal, task.meaning), 0}]
                 .insert(id);
@@ -331,22 +305,22 @@ void Findings::addStat(Report& report) const {
 }
 
 // Whom the messages of MPI's own name as those that have ended the job.
-std::vector<Row> Findings::aborters() const {
-    ClientSet found = enders;
+MpiMessages Findings::aborters() const {
+    MpiMessages found = messages;
     for (const Transcript::Part& part : log.lastLines()) {
         for (const std::string& line : part.lines)
-            found.insert(ranksNamedIn(line));
+            found.add(line);
     }
-    found = found.intersection(clients);
-    if (found.empty()) return {};
-    return {{found, "called MPI_Abort, which ended the job"}};
+    found.keepOnly(clients);
+    return found;
 }
 
 void Findings::addOutcome(Report& report) const {
-    ClientSet crashes, aborts, ends;
-    std::vector<Row> culprits;
+    ClientSet crashes, aborts, mpiErrors, ends;
+    std::vector<Row> culprits, workers;
     for (const Report::Crash& crash : report.crashes) {
-        std::string text = "called MPI_Abort";
+        std::string text =
+            crash.signal.empty() && !crash.meaning.empty() ? "aborted" : "called MPI_Abort";
         if (!crash.signal.empty()) {
             text = crash.signal + (crash.meaning.empty() ? "" : ", " + crash.meaning);
             if (!crash.address.empty() && crash.address != SignalFacts::unknown)
@@ -357,13 +331,18 @@ void Findings::addOutcome(Report& report) const {
         if (crash.signal.empty() && place.starts_with(abortCall)) place.erase(0, abortCall.size());
         if (!place.empty()) text += " in " + place;
         (crash.signal.empty() ? aborts : crashes).insert(crash.clients);
+        if (crash.signal.empty() && !crash.meaning.empty()) mpiErrors.insert(crash.clients);
         culprits.push_back({crash.clients, text});
     }
     sortBySize(culprits);
     if (aborts.empty()) {
-        for (Row& row : aborters()) {
-            aborts.insert(row.clients);
-            culprits.push_back(std::move(row));
+        const MpiMessages said = aborters();
+        mpiErrors = said.errors;
+        for (const auto& [theirs, what] :
+             {std::pair(said.errors, "made a fatal error in MPI, which ended the job"),
+              std::pair(said.aborts, "called MPI_Abort, which ended the job")}) {
+            aborts.insert(theirs);
+            if (!theirs.empty()) culprits.push_back({theirs, what});
         }
     }
     for (const Report::Ended& end : report.ended) {
@@ -372,10 +351,15 @@ void Findings::addOutcome(Report& report) const {
         theirs.erase(aborts);
         // Their launcher has killed the others.
         if (theirs.empty() || (!aborts.empty() && !end.signal.empty())) continue;
+        const std::string how = end.signal.empty()
+                                    ? "ended with status " + std::to_string(end.status)
+                                    : "ended by " + end.signal;
+        // The program that has forked these knows of them, unless it waits for them still.
+        const ClientSet ours = theirs.intersection(forked);
+        theirs.erase(ours);
+        if (!ours.empty()) workers.push_back({ours, how});
+        if (!theirs.empty()) culprits.push_back({theirs, how});
         ends.insert(theirs);
-        culprits.push_back({theirs, end.signal.empty()
-                                        ? "ended with status " + std::to_string(end.status)
-                                        : "ended by " + end.signal});
     }
     ClientSet gone = lost;
     for (const ClientSet& known : {crashes, aborts, ends, log.in(TaskLog::Task::ENDED)})
@@ -387,21 +371,31 @@ void Findings::addOutcome(Report& report) const {
         ends.insert(gone);
         culprits.push_back({gone, "was lost with its debugger"});
     }
-    const std::string all = numberOf(clients.size(), "task");
+    const std::string tasks = numberOf(clients.size(), "task");
+    const std::string all =
+        tasks + (forked.empty() ? ""
+                 : forked.size() == 1
+                     ? " and 1 forked process"
+                     : " and " + std::to_string(forked.size()) + " forked processes");
     const bool failed = !culprits.empty() || cut;
     if (ran && failed) {
         report.outcome = Report::FAILED;
         report.headline =
-            !crashes.empty()  ? std::to_string(crashes.size()) + " of " + all + " crashed"
-            : !aborts.empty() ? std::to_string(aborts.size()) + " of " + all + " called MPI_Abort"
-            : !ends.empty()   ? std::to_string(ends.size()) + " of " + all + " failed"
-                              : "the job was ended before its " + all + " had ended";
+            !crashes.empty() ? std::to_string(crashes.size()) + " of " + all + " crashed"
+            : !aborts.empty()
+                ? std::to_string(aborts.size()) + " of " + all +
+                      (mpiErrors.empty()                   ? " called MPI_Abort"
+                       : mpiErrors.size() == aborts.size() ? " made a fatal error in MPI"
+                                                           : " ended the job")
+            : !ends.empty() ? std::to_string(ends.size()) + " of " + all + " failed"
+                            : "the job was ended before its " + all + " had ended";
         report.culprits = std::move(culprits);
         return;
     }
-    if (ran && !timedOut && log.in(TaskLog::Task::ENDED).size() == clients.size()) {
+    if (ran && !timedOut &&
+        log.in(TaskLog::Task::ENDED).intersection(clients).size() == clients.size()) {
         report.outcome = Report::ENDED;
-        report.headline = "all went well: " + all + " ended with status 0";
+        report.headline = "all went well: " + tasks + " ended with status 0";
         return;
     }
     report.outcome = timedOut ? Report::TIMED_OUT : Report::LOOKED;
@@ -409,14 +403,15 @@ void Findings::addOutcome(Report& report) const {
     report.disturbed = signal != 0 ? 128 + signal : cut ? 1 : errors ? 3 : 0;
     if (cut)
         report.notes.push_back({clients, "the session ended before all was found out about them"});
-    report.headline = timedOut ? "timed out after " +
-                                     numberOf(static_cast<std::size_t>(timeout), "second") +
-                                     ": what its " + all + " did then"
-                               : "what " + all + (clients.size() == 1 ? " does" : " do");
+    report.headline =
+        timedOut ? "timed out after " + numberOf(static_cast<std::size_t>(timeout), "second") +
+                       ": what its " + all + " did then"
+                 : "what " + all + (clients.size() + forked.size() == 1 ? " does" : " do");
     if (cut) report.headline = "the session ended before all was found out about its " + all;
     if (!ran && !culprits.empty())
         report.headline = std::to_string(crashes.size()) + " of " + all + " crashed";
     // Nothing else tells of those for whom the others may wait.
+    culprits.insert(culprits.begin(), workers.begin(), workers.end());
     ClientSet done;
     for (const int id : log.in(TaskLog::Task::ENDED).intersection(clients)) {
         if (log.of(id).status == 0) done.insert(id);
@@ -427,14 +422,22 @@ void Findings::addOutcome(Report& report) const {
                                       " ended with status 0, the other" +
                                       (one ? " has not" : "s have not")});
     }
-    for (Row& row : absent())
+    for (Row& row : missingRanks(missing, mostPlaces))
         culprits.push_back(std::move(row));
     for (const std::vector<Row>* rows : {&report.waits, &report.places}) {
-        std::size_t named = 0;
+        std::size_t named = 0, deadlocks = 0;
+        ClientSet locked;
         for (const Row& row : *rows) {
-            if (isUntraced(row) || ++named > mostPlaces) continue;
-            culprits.push_back(row);
+            if (isUntraced(row)) continue;
+            if (++named <= mostPlaces) {
+                culprits.push_back(row);
+            } else if (const std::size_t more = deadlocksIn(row); more > 0) {
+                deadlocks += more;
+                locked.insert(row.clients);
+            }
         }
+        if (deadlocks > 0)
+            culprits.push_back({locked, "deadlock: " + std::to_string(deadlocks) + " more"});
     }
     report.culprits = std::move(culprits);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "report/excerpt.h"
+#include "report/mpimessages.h"
 #include "report/report.h"
 #include "report/signalfacts.h"
 #include "report/tasklog.h"
@@ -30,8 +31,9 @@ struct Findings {
     ClientSet crashed, passed;
     Transcript fullStacks;
     std::map<int, SignalFacts> signals; // by client
-    /// The clients of the session, those of them that it has lost, and the answers of all.
-    ClientSet clients, lost;
+    /// The clients of the session when it began, those of them that it has lost, those of the
+    /// processes that tasks have forked since, and the answers of all.
+    ClientSet clients, lost, forked;
     /// Those whose debuggers do not answer, or could not read their core file.
     ClientSet silent, unread;
     std::vector<Row> stat, waits, who;
@@ -58,14 +60,13 @@ struct Findings {
   private:
     Excerpt<std::string> launcher;
     Excerpt<Row> notes;
-    // Whom lines of the launcher name as those that have ended the job.
-    ClientSet enders;
+    // Of the launcher's lines.
+    MpiMessages messages;
 
     void addCrashes(Report& report) const;
     void addEnds(Report& report) const;
     void addStat(Report& report) const;
     void addOutcome(Report& report) const;
     void addRefusal(Report& report) const;
-    std::vector<Row> absent() const;
-    std::vector<Row> aborters() const;
+    MpiMessages aborters() const;
 };

@@ -80,7 +80,7 @@ const wrong = ['#c62828', '#e64a19', '#880e4f', '#bf360c'];
 const kinds = [];
 report.crashes.forEach((crash, i) => kinds.push({
   clients: crash.clients, color: wrong[i % wrong.length],
-  text: `${crash.signal || 'MPI_Abort'} in ${crash.place}` }));
+  text: `${crash.signal || crash.meaning || 'MPI_Abort'} in ${crash.place}` }));
 report.ended.forEach((end, i) => kinds.push({
   clients: end.clients, color: wrong[(i + report.crashes.length) % wrong.length],
   text: end.signal ? `ended by ${end.signal}` : `ended with status ${end.status}` }));

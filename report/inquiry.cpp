@@ -92,7 +92,7 @@ const Findings& Inquiry::carryOut() {
         if (plan.way == RUN && whole) run();
         if (plan.way != RUN || whole) look();
     } catch (const BrokenConnection&) {
-        const ClientSet ended = found.log.in(TaskLog::Task::ENDED);
+        const ClientSet ended = found.log.in(TaskLog::Task::ENDED).intersection(found.clients);
         found.cut = ended.size() < found.clients.size();
         if (found.clients.empty()) throw;
     }
@@ -110,7 +110,13 @@ void Inquiry::run() {
     running = true;
     std::optional<Clock::time_point> judgeAt;
     ClientSet stopped;
-    while (running || session.hasMore()) {
+    while (running || session.hasMore() || !fresh.empty()) {
+        // Those that have forked them may wait for them.
+        if (!fresh.empty()) {
+            letGoOn(std::exchange(fresh, {}), goOnCommand);
+            running = stillRuns();
+            continue;
+        }
         auto until = stopAt;
         if (judgeAt && (!until || *judgeAt < *until)) until = judgeAt;
         Conversation::Heard heard = session.hear(until);
@@ -123,6 +129,9 @@ void Inquiry::run() {
             break;
         case Conversation::Heard::SIGNAL:
             onSignal(heard.signal);
+            break;
+        case Conversation::Heard::FORKED:
+            onForked(heard.client);
             break;
         default:
             break;
@@ -150,6 +159,7 @@ void Inquiry::stopAll() {
         const Conversation::Heard heard = session.hear(std::min(again, until));
         if (heard.kind == Conversation::Heard::TEXT) onText(heard.data);
         if (heard.kind == Conversation::Heard::SIGNAL) onSignal(heard.signal);
+        if (heard.kind == Conversation::Heard::FORKED) onForked(heard.client);
         if (heard.kind == Conversation::Heard::READY) running = stillRuns();
         if (heard.kind != Conversation::Heard::TIME) continue;
         // A debugger on a busy machine may have dropped it.
@@ -250,6 +260,11 @@ ClientSet Inquiry::passOn(const ClientSet& stopped) {
         SignalFacts signal;
         signal.number = SignalFacts::numberOf(task.signal);
         if (signal.number == 0) continue;
+        // By other signals, programs end the workers that they have forked.
+        if (found.forked.contains(id) && !signal.isFault()) {
+            passed.insert(id);
+            continue;
+        }
         const auto lines = status.of(id);
         const std::uint64_t bit = std::uint64_t{1} << (signal.number - 1);
         const bool caught = (signalMask(lines, "SigCgt:") & bit) != 0;
@@ -294,7 +309,7 @@ void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
 
 void Inquiry::look() {
     looked = std::chrono::system_clock::now();
-    ClientSet all = found.clients;
+    ClientSet all = everyone();
     if (plan.way == JOIN) {
         ClientSet foreign = all;
         all = questions.idleOf(all);
@@ -369,6 +384,21 @@ void Inquiry::onText(const Data& data) {
         }
     }
     if (plan.echo) std::fflush(plan.echo);
+}
+
+// It stands still where its debugger has attached to it.
+void Inquiry::onForked(int client) {
+    if (plan.way != RUN) return;
+    fresh.insert(client);
+    found.forked.insert(client);
+    found.log.grow(client + 1);
+    questions.setAll(everyone());
+}
+
+ClientSet Inquiry::everyone() const {
+    ClientSet all = found.clients;
+    all.insert(found.forked);
+    return all;
 }
 
 // What is found out from now on has to be so at once.

@@ -50,6 +50,7 @@ class Inquiry : private Questions::Owner {
     std::optional<Clock::time_point> stopAt;
     std::map<std::pair<int, int>, int> passes; // by client and signal
     ClientSet suspended; // tasks that go on without the signal that they stand at
+    ClientSet fresh;     // forked, and not let go on yet
 
     void run();
     void stopAll();
@@ -62,9 +63,11 @@ class Inquiry : private Questions::Owner {
     void crashSeen();
     void letGoOn(const ClientSet& clients, const std::string& command);
     bool stillRuns();
+    ClientSet everyone() const;
 
     // Questions::Owner
     void onText(const Data& data) override;
+    void onForked(int client) override;
     void onSignal(int number) override;
     void onSilent(const ClientSet& clients, const std::string& question,
                   std::chrono::seconds time) override;

@@ -123,6 +123,9 @@ Questions::Answer Questions::await(const ClientSet& clients, const std::string& 
         case Conversation::Heard::SIGNAL:
             owner.onSignal(heard.signal);
             break;
+        case Conversation::Heard::FORKED:
+            owner.onForked(heard.client);
+            break;
         case Conversation::Heard::TIME:
             break;
         }
@@ -148,6 +151,7 @@ void Questions::giveUp(const ClientSet& silent) {
     while (!silent.intersection(session.atWork()).empty()) {
         const Conversation::Heard heard = session.hear(until);
         if (heard.kind == Conversation::Heard::SIGNAL) owner.onSignal(heard.signal);
+        if (heard.kind == Conversation::Heard::FORKED) owner.onForked(heard.client);
         if (heard.kind == Conversation::Heard::TIME) return;
     }
 }

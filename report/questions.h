@@ -23,6 +23,7 @@ class Questions {
         virtual ~Owner() = default;
         /// What belongs to no answer that is waited for.
         virtual void onText(const Data& data) = 0;
+        virtual void onForked(int client) = 0;
         /// May call hurry.
         virtual void onSignal(int number) = 0;
         /// Debuggers have not answered the question within this time.

@@ -14,9 +14,10 @@ struct Report {
     /// Tasks that have stopped in the same way at the same calls of their program.
     struct Crash {
         ClientSet clients;
-        std::string signal, meaning; // both empty: they have called MPI_Abort
-        std::string address;         // that could not be accessed; empty: none, or several
-        std::string place;           // "peak (halo.cpp:168), called by simulate"
+        std::string signal;  // empty: they would have ended the job
+        std::string meaning; // of those: empty: by MPI_Abort; else "fatal error in MPI"
+        std::string address; // that could not be accessed; empty: none, or several
+        std::string place;   // "peak (halo.cpp:168), called by simulate"
         std::vector<std::string> calls;
         std::vector<Transcript::Part> stacks;
     };

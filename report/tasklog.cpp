@@ -1,5 +1,6 @@
 #include "report/tasklog.h"
 
+#include "backend/drivers/gdbstops.h"
 #include "common/wholenumber.h"
 
 #include <algorithm>
@@ -89,14 +90,14 @@ bool isDebuggers(std::string_view line) {
            (line.starts_with("process ") && line.find(" is executing new program: ") != line.npos);
 }
 
-// How vex tells of a task that has called MPI_Abort and stands there.
+// How vex tells of a task that would end its job and stands there.
 constexpr std::string_view keptFromEnding = "is kept from ending";
 
 } // namespace
 
 bool TaskLog::add(const ClientSet& from, const std::string& line) {
     ClientSet clients = from;
-    // Those of forked processes have higher numbers.
+    // Those of forked processes that nobody has told of have higher numbers.
     if (!clients.empty() && clients.back() >= tasks())
         clients = clients.intersection(ClientSet({ClientSet::Range{0, tasks() - 1}}));
     if (clients.empty()) return false;
@@ -104,6 +105,7 @@ bool TaskLog::add(const ClientSet& from, const std::string& line) {
         Task aborted;
         aborted.state = Task::STOPPED;
         aborted.aborts = true;
+        aborted.errs = line.starts_with(GdbStops::errorLine);
         each(clients, aborted);
         return false;
     }
@@ -124,9 +126,11 @@ bool TaskLog::add(const ClientSet& from, const std::string& line) {
 void TaskLog::each(const ClientSet& clients, const Task& now) {
     for (const int id : clients) {
         Task& task = known[static_cast<std::size_t>(id)];
-        const bool aborts = task.aborts && now.state == Task::STOPPED;
+        const bool stands = now.state == Task::STOPPED;
+        const bool aborts = task.aborts && stands, errs = task.errs && stands;
         task = now;
         task.aborts = aborts || now.aborts;
+        task.errs = errs || now.errs;
         // gdb writes an empty line before it tells of a signal.
         if (now.state != Task::ENDED) output.dropBlank(id);
     }

@@ -3,6 +3,8 @@
 #include "common/clientset.h"
 #include "report/transcript.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -16,12 +18,16 @@ class TaskLog {
         std::string signal, meaning;
         /// Of ENDED.
         int status = 0;
-        /// Whether it stands in a call that would end the job.
-        bool aborts = false;
+        /// Whether it stands in a call that would end the job, and whether that is so because MPI
+        /// has found an error.
+        bool aborts = false, errs = false;
         bool operator==(const Task&) const = default;
     };
 
     explicit TaskLog(int tasks) : known(static_cast<std::size_t>(tasks)) {}
+
+    /// From now on, of so many: others were forked.
+    void grow(int tasks) { known.resize(std::max(known.size(), static_cast<std::size_t>(tasks))); }
 
     /// A line of the answers to the commands that let tasks run; whether the tasks have said it,
     /// not their debuggers.

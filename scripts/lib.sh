@@ -148,7 +148,7 @@ sourceFiles() {
 
 packagesToBuild=(g++ cmake ninja-build libasio-dev libcli11-dev libssl-dev)
 packagesToRun=(gdb ncurses-bin)
-packagesToTest=(libgtest-dev libc-bin openmpi-bin libopenmpi-dev mpich libmpich-dev)
+packagesToTest=(libgtest-dev libc-bin openmpi-bin libopenmpi-dev mpich libmpich-dev python3-mpi4py)
 packagesForSlurm=(slurmctld slurmd slurm-client munge)
 packagesForHosts=(openssh-server openssh-client iproute2 procps)
 packagesForChecks=(clang clang-format clang-tidy libclang-rt-dev libbenchmark-dev shellcheck)

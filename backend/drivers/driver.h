@@ -46,7 +46,8 @@ class Driver {
         std::string preload;
         /// Whether the debugger may keep what it finds in a program's symbols for the next one.
         bool cachesIndex = false;
-        /// Whether a task that calls MPI_Abort is to be stopped there, by debuggers that can.
+        /// Whether a task that would end its job, by MPI_Abort or for an error in MPI, is to be
+        /// stopped there, by debuggers that can.
         bool stopsOnAbort = false;
     };
 
@@ -111,8 +112,9 @@ class Driver {
     /// What the debugger prints in front of the process id of a forked child that it does not
     /// debug; empty: it does not tell of forks.
     virtual std::string forkMark() const = 0;
-    /// Whether a line says that the task stands at MPI_Abort (Launch::stopsOnAbort).
-    virtual bool showsAbort(std::string_view /*line*/) const { return false; }
+    /// What would end the job, when a line says that the task stands there (Launch::stopsOnAbort):
+    /// "MPI_Abort" or "a fatal error in MPI"; else empty.
+    virtual std::string_view keptAt(std::string_view /*line*/) const { return ""; }
     /// Whether the debugger starts its program with a library (Launch::preload).
     virtual bool preloads() const { return false; }
     /// Whether the debugger can print an error mark.

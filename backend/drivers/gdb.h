@@ -25,8 +25,10 @@ class Gdb : public Driver {
     std::string interruptEcho() const override { return "Quit"; }
     bool showsInterrupt(std::string_view line) const override;
     std::string forkMark() const override;
-    bool showsAbort(std::string_view line) const override {
-        return line.starts_with(GdbStops::abortLine);
+    std::string_view keptAt(std::string_view line) const override {
+        return line.starts_with(GdbStops::abortLine)   ? "MPI_Abort"
+               : line.starts_with(GdbStops::errorLine) ? "a fatal error in MPI"
+                                                       : "";
     }
     bool preloads() const override { return true; }
     bool marksErrors() const override { return true; }

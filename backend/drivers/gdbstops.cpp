@@ -1,32 +1,98 @@
 #include "backend/drivers/gdbstops.h"
 
-// The breakpoint is made by a command because only commands can be kept from telling that the
-// function is not there yet. A library that wraps the function calls it again by its other name,
-// which is often the same address: the task has been stopped then. The stop is silent, because gdb
-// would name the breakpoint by a number that differs in every task.
+// The breakpoints are made by a command because only commands can be kept from telling that a
+// function is not there yet. A library that wraps MPI_Abort calls it again by its other name, which
+// is often the same address: the task has been stopped then, as in what MPI_Abort calls. The stop
+// is silent, because gdb would name the breakpoint by a number that differs in every task.
+//
+// An error handler of Open MPI has handed its message to a thread that sends it to the launcher,
+// and calls ompi_mpi_abort: that thread gets a moment. Whom MPI_Abort has stopped jumps there, too.
+// MPICH's MPIR_Err_return_comm is called for every error. When it makes a library of MPI, and no
+// handler of the user's, write, that is the message of an error that ends the job, and the task
+// stops behind it.
 const char* const GdbStops::onAbort = R"(
 import gdb
-def within(frame):
-    for _ in range(8):
-        frame = frame and frame.older()
-        if frame and frame.name() in ("MPI_Abort", "PMPI_Abort"): return True
+def calls(most):
+    found = []
+    frame = gdb.newest_frame()
+    while frame and len(found) < most:
+        found.append(frame)
+        frame = frame.older()
+    return found
+def within():
+    return any(each.name() in ("MPI_Abort", "PMPI_Abort") for each in calls(16)[1:])
 class Abort(gdb.Breakpoint):
+    def __init__(self, function, kind):
+        super().__init__(function, internal=True)
+        self.silent = True
+        self.kind = kind
+    def stop(self):
+        try: return not within()
+        except gdb.error: return True
+class Said(gdb.FinishBreakpoint):
+    kind = "error"
+    def stop(self): return True
+class Write(gdb.Breakpoint):
     def __init__(self):
-        super().__init__("MPI_Abort", internal=True)
+        super().__init__("-qualified write", internal=True)
         self.silent = True
     def stop(self):
-        try: return not within(gdb.newest_frame())
-        except gdb.error: return True
+        try:
+            stack = calls(32)
+            at = next((i for i in range(len(stack)) if stack[i].name() in returns), 0)
+            if not at: self.enabled = False
+            if not at or within(): return False
+            files = [gdb.solib_name(each.pc()) for each in stack]
+            by = next(i for i in range(at + 1) if files[i] != files[0] or
+                      not files[0] and (stack[i].name() or "").startswith("MPI"))
+            if by < at and files[by] == files[at] and not any(each.is_valid() for each in ends):
+                ends[:] = [Said(stack[by - 1], internal=True)]
+                ends[0].silent = True
+        except (gdb.error, ValueError, StopIteration): pass
+        return False
+class Return(gdb.Breakpoint):
+    def __init__(self, function):
+        super().__init__(function, internal=True)
+        self.silent = True
+    def stop(self):
+        try:
+            if not writes: writes.append(Write())
+            writes[0].enabled = True
+        except gdb.error: pass
+        return False
+returns = ["MPIR_Err_return_comm", "MPIR_Err_return_win", "MPIR_Err_return_session"]
+made, writes, ends, sending = [], [], [], False
 class Make(gdb.Command):
     def __init__(self): super().__init__("vex-stop-on-abort", gdb.COMMAND_BREAKPOINTS)
-    def invoke(self, argument, from_tty): self.made = Abort()
+    def invoke(self, argument, from_tty):
+        made[:] = [Abort("MPI_Abort", "abort"), Abort("ompi_mpi_abort", "handler")]
+        made[2:] = [Return(each) for each in returns]
 make = Make()
 gdb.execute("vex-stop-on-abort", to_string=True)
 def stopped(event):
-    if not isinstance(event, gdb.BreakpointEvent) or make.made not in event.breakpoints: return
-    print("The task calls MPI_Abort and is kept from ending: where tells from where, "
-          "continue lets it end the job")
+    global sending
+    if not isinstance(event, gdb.BreakpointEvent): return
+    kind = next((each.kind for each in made[:2] + ends if each in event.breakpoints), "")
+    if kind: print("The task " + ("calls MPI_Abort" if kind == "abort" else
+        "made a fatal error in MPI") + " and is kept from ending: where tells from where, "
+        "continue lets it end the job")
+    sending = kind == "handler"
+    if kind == "abort": made[1].enabled = False
+    # What else MPI writes then ends the job.
+    if kind == "error": writes[0].enabled = False
+def exited(event): made[1].enabled = True
+def prompting():
+    global sending
+    if not sending: return
+    sending = False
+    unwinds = "on" if gdb.parameter("unwindonsignal") else "off"
+    gdb.execute("set unwindonsignal on", to_string=True)
+    try: gdb.parse_and_eval('((int (*)(unsigned))usleep)(300000)')
+    except (gdb.error, KeyboardInterrupt): pass
+    gdb.execute("set unwindonsignal " + unwinds, to_string=True)
 gdb.events.stop.connect(stopped)
+gdb.events.before_prompt.connect(prompting)
+gdb.events.exited.connect(exited)
 )";
 
 // A task may run when an interrupt has stopped it, or the debugger by attaching to it: interrupted

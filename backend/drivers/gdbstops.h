@@ -4,11 +4,12 @@
 /// themselves.
 namespace GdbStops {
 
-/// Keeps a task that calls MPI_Abort from ending: a breakpoint of gdb's own, without a number that
-/// a user sees.
+/// Keeps a task from ending that calls MPI_Abort, or that an error handler of MPI ends, when MPI
+/// has said why: breakpoints of gdb's own, without numbers that a user sees.
 extern const char* const onAbort;
 /// How the line begins that it prints then.
 constexpr const char* abortLine = "The task calls MPI_Abort and is kept from ending";
+constexpr const char* errorLine = "The task made a fatal error in MPI and is kept from ending";
 
 /// Two commands, one that prints whether the task may be let run for a moment, and one that lets it
 /// run until it is interrupted. BEGIN stands for "True" where gdb has attached to its task, else

@@ -42,12 +42,12 @@ constexpr std::array<std::string_view, 6> systemDirectories = {
 };
 
 // Libraries of run times and messages, wherever they are installed.
-constexpr std::array<std::string_view, 34> runtimeLibraries = {
+constexpr std::array<std::string_view, 35> runtimeLibraries = {
     "libmpi",     "libpmpi",   "libopen-",   "libpmi",    "libprrte",    "libevent",    "libhwloc",
     "libucp",     "libucs",    "libuct",     "libucm",    "libucc",      "libfabric",   "libpsm",
     "libibverbs", "librdmacm", "libnccl",    "libcuda",   "libshmem",    "liboshmem",   "libsma",
     "libgomp",    "libomp",    "libiomp",    "libpython", "libgfortran", "libquadmath", "libstdc++",
-    "libgcc_s",   "libc.so",   "libpthread", "ld-linux",  "mca_",        "libm.so",
+    "libgcc_s",   "libc.so",   "libpthread", "ld-linux",  "mca_",        "libm.so",     "libvexmpi",
 };
 
 // How the functions inside of them are called, for those that are linked into the program.
@@ -73,6 +73,17 @@ constexpr std::array<std::string_view, 64> waitingCalls = {
 
 constexpr std::array<std::string_view, 2> mpiCalls = {"MPI_", "MPIX_"};
 constexpr std::array<std::string_view, 4> otherMessageCalls = {"nccl", "shmem_", "GOMP_", "omp_"};
+
+// A call that is left by a jump stands in no stack, only the function to which it has jumped: what
+// libraries name those, if at all, says nothing to their users.
+constexpr std::string_view unnamedMpiCall = "an MPI call", unnamedOmpCall = "an OpenMP call";
+constexpr std::array<std::string_view, 2> mpiErrorFunctions = {"ompi_errhandler_invoke",
+                                                               "MPIR_Err_return_comm"};
+constexpr std::array<std::string_view, 3> ompLibraries = {"libgomp", "libomp", "libiomp"};
+
+bool isUnnamedOfOmp(const Call& call) {
+    return call.function == "??" && beginsWithAny(Text::baseName(call.library), ompLibraries);
+}
 
 // Calls among those above that end the program instead of waiting.
 constexpr std::array<std::string_view, 4> endingCalls = {
@@ -143,6 +154,8 @@ std::optional<std::string> standardName(const Call& call) {
     if (beginsWithAny(name, mpiCalls)) return std::string(name);
     if (!isInLibrary(call) && !isWithoutSource(call)) return std::nullopt;
     if (beginsWithAny(name, otherMessageCalls)) return std::string(name);
+    if (isOneOf(name, mpiErrorFunctions)) return std::string(unnamedMpiCall);
+    if (isUnnamedOfOmp(call)) return std::string(unnamedOmpCall);
     if (auto fortran = fromFortran(name)) return fortran;
     name = plainName(name);
     if (name.starts_with("pthread_") || isOneOf(name, waitingCalls)) return std::string(name);
@@ -157,6 +170,17 @@ bool belongsToProgram(const Call& call) {
         return false;
     return !isOneOf(name, threadStarts) && !beginsWithAny(name, runtimeFunctions) &&
            !standardName(call);
+}
+
+// Whether its source is: "f.f90:14".
+bool isFortran(const Call& call) {
+    static constexpr std::array<std::string_view, 9> endings = {
+        ".f", ".f77", ".f90", ".f95", ".f03", ".f08", ".f18", ".for", ".ftn",
+    };
+    std::string file = call.place.substr(0, call.place.rfind(':'));
+    file.erase(0, std::min(file.rfind('.'), file.size()));
+    std::ranges::transform(file, file.begin(), [](unsigned char c) { return std::tolower(c); });
+    return isOneOf(std::string_view(file), endings);
 }
 
 // "libucs" for "/usr/lib/x86_64-linux-gnu/libucs.so.0".
@@ -174,8 +198,9 @@ bool isOfSystem(const Call& call) {
 
 bool UserStack::waits(std::string_view call) {
     if (isOneOf(call, endingCalls)) return false;
-    return beginsWithAny(call, mpiCalls) || beginsWithAny(call, otherMessageCalls) ||
-           call.starts_with("pthread_") || isOneOf(call, waitingCalls);
+    return call == unnamedOmpCall || beginsWithAny(call, mpiCalls) ||
+           beginsWithAny(call, otherMessageCalls) || call.starts_with("pthread_") ||
+           isOneOf(call, waitingCalls);
 }
 
 UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
@@ -203,7 +228,11 @@ UserStack::UserStack(std::vector<Call> calls) : kept(std::move(calls)) {
     const auto outermost = std::find_if(kept.rbegin(), kept.rend(), belongsToProgram);
     if (outermost != kept.rend() && outermost->isInterpreted)
         kept.erase(outermost.base(), kept.end());
-    while (kept.size() > 1 && isOneOf(kept.back().function, threadStarts))
+    // A program in Fortran has a main of its compiler's, which not every debugger shows.
+    if (kept.size() > 1 && kept.back().function == "main" && isFortran(kept.back()))
+        kept.pop_back();
+    while (kept.size() > 1 && (isOneOf(kept.back().function, threadStarts) ||
+                               (!helper && isUnnamedOfOmp(kept.back()))))
         kept.pop_back();
 
     // A function of the program that a communication call has called shows all that is between.

@@ -66,8 +66,9 @@ int SessionServer::run() {
         throw;
     }
     if (status != 0) return status;
-    if (const ClientSet& aborting = board.keptTasks(); !aborting.empty()) {
-        clients.say("MPI_Abort was called by " + Text::list(aborting));
+    for (const auto& [at, tasks] : board.keptTasks()) {
+        clients.say(std::string(at) + (at == "MPI_Abort" ? " was called by " : " was made by ") +
+                    Text::list(tasks));
         status = ExitStatus::refused;
     }
     if (const auto verdict = clients.verdict()) {

@@ -135,7 +135,11 @@ class SessionServer : private Switchboard::Outlet,
     // WaitQueries::Owner
     int askMpiStates() override { return clients.askMpiStates(); }
     ClientSet mpiTasks() const override { return clients.livingTaskSet(); }
-    MpiState mpiState(int task) const override { return clients.mpiState(task); }
+    MpiState mpiState(int task) const override {
+        MpiState state = clients.mpiState(task);
+        state.kept = board.isKept(task);
+        return state;
+    }
     std::string placeOf(int task) const override { return board.placeOf(task); }
     void onWaitsKnown(int console, const Command& command) override {
         onIdentitiesKnown(console, command);

@@ -27,9 +27,7 @@ Dispatcher::Dispatcher(int count, const Driver& kind, Node& theirs, Outlet& out,
 }
 
 void Dispatcher::setClients(int count) {
-    Member idle;
-    idle.node = &firstNode;
-    members.assign(static_cast<std::size_t>(count), idle);
+    members.assign(static_cast<std::size_t>(count), {.node = &firstNode});
 }
 
 void Dispatcher::addClient(int id) {
@@ -55,7 +53,7 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
     if (auto problem = wanted.prepare(driver, outlet)) return problem;
     const ClientSet clients = wanted.members;
     const Request& request = place(std::move(wanted), clients, now);
-    if (request.kind != Command::STATCLIENT) stopPlaces.leave(clients);
+    if (request.kind != Command::STATCLIENT) stopPlaces.type(clients, request);
     if (request.kind == Command::SCRIPTCLIENT) {
         for (const int id : clients)
             startProgram(id, request.line, "");
@@ -163,6 +161,7 @@ void Dispatcher::captured(int work, int id, const std::string& text) {
 
 void Dispatcher::stacks(int work, const StackTree& tree) {
     Request* const request = requests.find(work);
+    stopPlaces.stacks(tree);
     if (request && request->sampling)
         request->sampling->stacks(tree);
     else if (request && request->stat)

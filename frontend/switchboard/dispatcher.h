@@ -86,6 +86,8 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     void adopt(int client, int console);
     /// Where the client's task stood still last; empty: it is not known.
     std::string placeOf(int client) const { return stopPlaces.of(client); }
+    /// Whether its debugger keeps it from ending its job.
+    bool isKept(int client) const { return stopPlaces.isKept(client); }
     /// The request that the client works on; null: none.
     const Request* requestOf(int client) const { return at(client).request; }
     /// The console for which the client works, or worked last; 0 for none.

@@ -3,17 +3,26 @@
 #include "backend/os/text.h"
 
 #include <algorithm>
-#include <map>
 #include <utility>
+
+void KeptTasks::started(const Request& request, Clock::time_point now) {
+    if (standing.empty() || !driver.letsRun(request.line)) return;
+    for (auto& [at, clients] : standing)
+        clients.erase(request.members);
+    std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
+    if (!standing.empty() && !due) due = now + Wait::abort;
+}
 
 void KeptTasks::said(const ClientSet& clients, const std::vector<std::string>& lines,
                      Clock::time_point now) {
-    if (!begun || std::ranges::none_of(
-                      lines, [this](const std::string& line) { return driver.showsAbort(line); }))
-        return;
-    kept.insert(clients);
-    fresh.insert(clients);
-    if (!due) due = now + Wait::abort;
+    if (!begun) return;
+    for (const std::string& line : lines) {
+        const std::string_view at = driver.keptAt(line);
+        if (at.empty()) continue;
+        kept[at].insert(clients);
+        standing[at].insert(clients);
+        if (!due) due = now + Wait::abort;
+    }
 }
 
 void KeptTasks::tick(const ClientSet& clients, Clock::time_point now) {
@@ -24,15 +33,20 @@ void KeptTasks::tick(const ClientSet& clients, Clock::time_point now) {
         if (const Request* const request = dispatcher.requestOf(id))
             running[request->console].insert(id);
     }
-    std::map<int, ClientSet> causes;
-    for (const int id : std::exchange(fresh, {}))
-        causes[dispatcher.consoleOf(id)].insert(id);
-    for (const auto& [console, whose] : causes) {
+    std::map<int, std::map<std::string_view, ClientSet>> causes; // by console
+    for (const auto& [at, whose] : standing) {
+        for (const int id : whose.intersection(clients))
+            causes[dispatcher.consoleOf(id)][at].insert(id);
+    }
+    for (const auto& [console, places] : causes) {
         const auto found = running.find(console);
         if (console == 0 || found == running.end()) continue;
+        std::string why;
+        for (const auto& [at, whose] : places)
+            why += (why.empty() ? "" : ", ") + Text::list(whose) +
+                   (whose.size() == 1 ? " is" : " are") + " kept at " + std::string(at);
         dispatcher.announce(console, found->second,
-                            "interrupted, so that the script goes on: " + Text::list(whose) +
-                                (whose.size() == 1 ? " is" : " are") + " kept at MPI_Abort");
+                            "interrupted, so that the script goes on: " + why);
         dispatcher.interrupt(found->second, now);
     }
 }

@@ -1,20 +1,110 @@
 #include "frontend/switchboard/stopplaces.h"
 
+#include "backend/drivers/libcsources.h"
+#include "backend/folding/userstack.h"
+
+#include <algorithm>
+#include <cstddef>
 #include <iterator>
+#include <string_view>
+#include <utility>
+
+namespace {
+
+bool hasSource(const Driver::StackLine& call) {
+    return call.kind == Driver::StackLine::CALL && call.library.empty() && !call.place.empty();
+}
+
+std::string_view functionOf(std::string_view place) { return place.substr(0, place.find(" (")); }
+
+// Calls of stacks as StackTree has them: "search", "search (ring.py:7)", "?? of libm.so.6".
+bool isOfProgram(std::string_view call) {
+    return call.find(" of ") == call.npos && !UserStack::waits(call) && !call.starts_with('<');
+}
+
+bool beginsMainThread(std::string_view call) {
+    const std::string_view function = functionOf(call);
+    return function == "main" || function == "MAIN__" || function == "<module>";
+}
+
+} // namespace
 
 void StopPlaces::leave(const ClientSet& clients) {
     for (auto each = places.begin(); each != places.end();) {
         each->second.erase(clients);
         each = each->second.empty() ? places.erase(each) : std::next(each);
     }
+    inLibrary.erase(clients);
+}
+
+void StopPlaces::put(const std::string& place, const ClientSet& clients) {
+    if (clients.empty()) return;
+    leave(clients);
+    places[place].insert(clients);
+}
+
+void StopPlaces::type(const ClientSet& clients, const Request& request) {
+    if (request.kind == Command::CLIENT && !driver.letsRun(request.line)) return;
+    leave(clients);
+    kept.erase(clients);
 }
 
 void StopPlaces::said(const ClientSet& clients, const std::vector<std::string>& lines) {
     for (const std::string& line : lines) {
+        if (!driver.keptAt(line).empty()) kept.insert(clients);
         const Driver::StackLine stop = driver.parseStop(line);
-        if (stop.kind != Driver::StackLine::CALL || stop.place.empty()) continue;
-        leave(clients);
-        places[stop.function + " (" + stop.place + ")"].insert(clients);
+        const bool isStop = stop.kind == Driver::StackLine::CALL && !stop.place.empty();
+        const bool isStack = line.starts_with('#');
+        if (!isStop && !isStack) continue;
+        const Driver::StackLine call = isStop ? stop : driver.parseStackLine(line);
+        if (hasSource(call) && UserStack::isOfProgram(call) && !isInLibcSources(line)) {
+            put(call.function + " (" + call.place + ")",
+                isStop ? clients : clients.intersection(inLibrary));
+        } else if (isStop || line.starts_with("#0 ")) {
+            // A stack may be asked for again when its place is known.
+            if (!isStack) leave(clients);
+            inLibrary.insert(clients);
+        }
+    }
+}
+
+void StopPlaces::stacks(const StackTree& tree) {
+    const std::vector<StackTree::Call> calls = tree.outline().calls;
+    std::map<std::string, ClientSet> found, others;
+    ClientSet settled, seen, several;
+    std::vector<std::string> path;
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        path.resize(calls[i].depth);
+        path.push_back(calls[i].text);
+        // Those whose stacks end here.
+        ClientSet ending = calls[i].clients;
+        for (std::size_t next = i + 1; next < calls.size() && calls[next].depth > calls[i].depth;
+             ++next)
+            if (calls[next].depth == calls[i].depth + 1) ending.erase(calls[next].clients);
+        const auto own = std::find_if(path.rbegin(), path.rend(), isOfProgram);
+        if (ending.empty() || own == path.rend()) continue;
+        if (beginsMainThread(path[0])) {
+            found[*own].insert(ending);
+            settled.insert(ending);
+            continue;
+        }
+        several.insert(ending.intersection(seen));
+        seen.insert(ending);
+        others[*own].insert(ending);
+    }
+    // Without a main, only where there is no other thread.
+    several.insert(settled);
+    for (auto& [place, clients] : others) {
+        clients.erase(several);
+        found[place].insert(clients);
+    }
+    for (auto& [place, clients] : found) {
+        // What a debugger has said names the line, too.
+        for (const auto& [known, there] : places)
+            if (functionOf(known) == functionOf(place)) clients.erase(there);
+        put(place, clients);
+        // A stack of the debugger's may still tell the line.
+        if (functionOf(place) == place) inLibrary.insert(clients);
     }
 }
 

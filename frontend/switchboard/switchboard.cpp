@@ -134,7 +134,9 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
-    count(*dispatcher.requestOf(members->front()));
+    const Request& begun = *dispatcher.requestOf(members->front());
+    kept.started(begun, now);
+    count(begun);
 }
 
 // A console waits for the last command that it has sent.

@@ -130,14 +130,17 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     /// Does what is due: what was gathered leaves, interrupts are answered.
     void tick(Clock::time_point now);
 
-    /// The commands come from a script: none is to wait for ever for a task kept at MPI_Abort.
+    /// The commands come from a script: none is to wait for ever for a task that is
+    /// kept from ending its job.
     void runsUnattended() { kept.begin(); }
-    /// The tasks that were kept there; none when commands come from somewhere else.
-    const ClientSet& keptTasks() const { return kept.all(); }
+    /// The tasks that were kept from ending their job, by what would have ended it; none when
+    /// commands come from somewhere else.
+    const std::map<std::string_view, ClientSet>& keptTasks() const { return kept.all(); }
 
     const Groups& groups() const { return table; }
     /// Where the client's task stood still last, "search (ring.cpp:41)"; empty: it is not known.
     std::string placeOf(int client) const { return dispatcher.placeOf(client); }
+    bool isKept(int client) const { return dispatcher.isKept(client); }
     /// The console for which the client works, or worked last; 0 for none.
     int ownerOf(int client) const { return dispatcher.consoleOf(client); }
 

@@ -13,11 +13,14 @@ std::string callText(const MpiState& state) {
     return state.call + " (tag " + std::to_string(state.tag) + ")";
 }
 
+constexpr const char* abortCall = "MPI_Abort";
+
 std::string endText(const MpiState& state, bool moved, const std::string& place) {
     if (moved) return "goes on with its MPI calls";
     switch (state.kind) {
     case MpiState::INSIDE:
-        return "is in " + state.call;
+        return (state.kept && state.call != abortCall ? "made a fatal error in " : "is in ") +
+               state.call;
     case MpiState::OUTSIDE:
         return "is in no MPI call" + (place.empty() ? "" : ": " + place);
     case MpiState::OVER:
@@ -55,7 +58,7 @@ void WaitGraph::add(int client, const MpiState& state, bool moved, const std::st
     node.rank = state.rank < 0 ? client : state.rank;
     node.stopped = state.stopped;
     // Tasks that end wait for the others only in the interest of their MPI.
-    const bool ends = state.call == "MPI_Finalize" || state.call == "MPI_Abort";
+    const bool ends = state.call == "MPI_Finalize" || state.call == abortCall || state.kept;
     const bool waits = state.kind == MpiState::INSIDE && !moved && !ends &&
                        (!state.peers.empty() || (state.collective != 0 && state.comm.id != 0));
     if (waits)

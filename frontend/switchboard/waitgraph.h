@@ -18,7 +18,7 @@
 /// A task that waits for several may need only one of them, which it does not tell; so it waits in
 /// vain when all of them do. A collective call waits for all members that have not begun it. The
 /// tasks that are left when all are taken out that can go on some time wait for ever. A task in
-/// MPI_Finalize or MPI_Abort waits for nobody.
+/// MPI_Finalize or MPI_Abort, or one that made an error that ends the job, waits for nobody.
 class WaitGraph {
   public:
     using Index = std::uint32_t;

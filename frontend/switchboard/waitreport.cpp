@@ -84,6 +84,7 @@ void WaitReport::tellDeadlocks() {
             circles[node.root].waiters.insert(node.client);
     }
     std::vector<std::pair<Index, Circle>> sorted;
+    std::map<std::pair<std::string, bool>, std::size_t> alone; // in `sorted`, by call and stopped
     for (auto& [root, circle] : circles) {
         Index at = root;
         do {
@@ -95,6 +96,16 @@ void WaitReport::tellDeadlocks() {
             at = node.next;
         } while (at != none && at != root);
         circle.waiters.erase(circle.members);
+        // Of those that wait for themselves, equal ones are told together.
+        const Node& first = graph.nodes()[root];
+        if (circle.members.size() == 1 && circle.waiters.empty() && first.next == root) {
+            const auto [same, isNew] =
+                alone.try_emplace(std::pair(first.call, circle.stopped), sorted.size());
+            if (!isNew) {
+                sorted[same->second].second.members.insert(circle.members);
+                continue;
+            }
+        }
         sorted.emplace_back(root, std::move(circle));
     }
     std::ranges::stable_sort(sorted, std::ranges::greater(), [](const auto& each) {
@@ -109,14 +120,17 @@ void WaitReport::tellDeadlocks() {
             continue;
         }
         // A message that has been sent reaches no task that stands still.
+        const Node& first = graph.nodes()[root];
+        const bool isAlone = first.next == root && circle.members.size() > 1;
         answer.push_back(
             {(circle.stopped ? "deadlock, unless a message is under way: " : "deadlock: ") +
-                 chain(root),
+                 (isAlone ? "each waits for itself in " + first.call : chain(root)),
              circle.members});
         if (!circle.waiters.empty())
             answer.push_back({"waits for a task of that deadlock", circle.waiters});
     }
-    if (!rest.empty()) answer.push_back({"deadlock: further ones", rest});
+    if (!rest.empty())
+        answer.push_back({"deadlock: " + std::to_string(sorted.size() - maxRows) + " more", rest});
 }
 
 void WaitReport::tellCulprits() {
@@ -148,6 +162,7 @@ void WaitReport::tellCulprits() {
     if (sorted.size() > maxRows) sorted.resize(maxRows);
     for (const auto& [end, culprits] : sorted) {
         const std::size_t waiters = culprits.waiters.size();
+        told.insert(culprits.clients);
         if (!culprits.clients.empty())
             answer.push_back({end + " · " + std::to_string(waiters) +
                                   (waiters == 1 ? " waits" : " wait") + " for " +
@@ -244,7 +259,9 @@ void WaitReport::tellOthers() {
         "statically are not seen; 'stat' shows the stacks",
     };
     for (std::size_t kind = 0; kind < std::size(graph.untold()); ++kind) {
-        if (!graph.untold()[kind].empty()) answer.push_back({reasons[kind], graph.untold()[kind]});
+        ClientSet clients = graph.untold()[kind];
+        clients.erase(told); // others wait for them
+        if (!clients.empty()) answer.push_back({reasons[kind], clients});
     }
 }
 

@@ -32,6 +32,7 @@ class WaitReport {
 
     const WaitGraph& graph;
     bool someWait = false;
+    ClientSet told;                        // for whom others wait
     std::map<std::string, ClientSet> idle; // for whom nobody waits, by why they wait for nobody
     std::vector<StackTree::Row> answer;
 

@@ -1,5 +1,6 @@
 // An MPI program of three tasks or more that comes to a stand in the way that its argument names.
 
+#include <cstdio>
 #include <cstring>
 #include <mpi.h>
 #include <unistd.h>
@@ -36,6 +37,23 @@ static void requests() {
     MPI_Wait(&request, MPI_STATUS_IGNORE);
 }
 
+static void tell(MPI_Comm* /*communicator*/, int* /*error*/, ...) {
+    std::fprintf(stderr, "told\n");
+}
+
+// The last task makes an error that it handles itself, and then one that it does not.
+static void wrong() {
+    if (rank == tasks - 1) {
+        MPI_Errhandler handler = MPI_ERRHANDLER_NULL;
+        MPI_Comm_create_errhandler(tell, &handler);
+        MPI_Comm_set_errhandler(MPI_COMM_WORLD, handler);
+        MPI_Send(data, 1, MPI_INT, tasks, 0, MPI_COMM_WORLD);
+        MPI_Comm_set_errhandler(MPI_COMM_WORLD, MPI_ERRORS_ARE_FATAL);
+        MPI_Send(data, 1, MPI_INT, tasks, 0, MPI_COMM_WORLD);
+    }
+    MPI_Barrier(MPI_COMM_WORLD);
+}
+
 // Messages go around, for ever.
 static void healthy() {
     for (;;) {
@@ -53,6 +71,7 @@ int main(int argc, char** argv) {
     if (std::strcmp(how, "circle") == 0) circle();
     if (std::strcmp(how, "missing") == 0) missing();
     if (std::strcmp(how, "requests") == 0) requests();
+    if (std::strcmp(how, "wrong") == 0) wrong();
     if (std::strcmp(how, "healthy") == 0) healthy();
     MPI_Finalize();
     return 0;

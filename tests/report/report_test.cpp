@@ -119,6 +119,36 @@ std::vector<Story> stories() {
     crash.fullStacks = stacksOf({{{2}, "#0  peak (slab=0x0) at ../a.cpp:168"},
                                  {{2}, "        most = 1"},
                                  {{2}, "#1  0x0000555 in simulate () at a.cpp:194"}});
+    Findings& worker = add("a crash of a forked process",
+                           {{{5}, segfault.text},
+                            {{4},
+                             "[Inferior 1 (process 8) exited with "
+                             "code 01]"}},
+                           {"1 of 4 tasks and 2 forked processes crashed",
+                            "5 | SIGSEGV, Segmentation fault, in work (a.cpp:3)"},
+                           4);
+    worker.crashed = {5};
+    worker.fullStacks = stacksOf({{{5}, "#0  work () at a.cpp:3"}});
+    // Programs know of those that they end.
+    Findings& ended_workers = add("forked processes that end",
+                                  {{{4}, "Program terminated with signal SIGTERM, Terminated."},
+                                   {{5}, "[Inferior 1 (process 8) exited with code 01]"},
+                                   {upTo(3), "[Inferior 1 (process 7) exited normally]"}},
+                                  {"all went well: 4 tasks ended with status 0"}, 0);
+    Findings& missed =
+        add("forked processes that are waited for",
+            {{{4}, "Program terminated with signal SIGTERM, Terminated."},
+             {{5}, "Program terminated with signal SIGKILL, Killed."}},
+            {"timed out after 1 second: what its 4 tasks and 2 forked processes did then",
+             "5 | ended by SIGKILL, Killed", "2 | 1 client in search, called by go_round"},
+            5);
+    missed.timedOut = true;
+    missed.timeout = 1;
+    missed.stat = hang;
+    for (Findings* const each : {&worker, &ended_workers, &missed}) {
+        each->forked = {4, 5};
+        each->log.grow(6);
+    }
     // In the debugger's words, and in the system's.
     Findings& words =
         add("one signal", {{{2}, "Program received signal SIGFPE, Arithmetic exception."}},
@@ -217,6 +247,32 @@ std::vector<Story> stories() {
     kept.crashed = {1};
     kept.fullStacks = stacksOf({{{1}, "#0  0x1 in PMPI_Abort () from /lib/libmpi.so.40"},
                                 {{1}, "#1  search () at ring.cpp:25"}});
+    Findings& erring = add("an error in MPI",
+                           {{{2}, "The task made a fatal error in MPI and is kept from ending: w"}},
+                           {"1 of 4 tasks made a fatal error in MPI",
+                            "2 | aborted in MPI_Send, called by exchange (f.c:41)"},
+                           4);
+    erring.crashed = {2};
+    erring.fullStacks = stacksOf({{{2}, "#0  0x1 in MPIR_Err_return_comm () from /lib/libmpich.so"},
+                                  {{2}, "#1  0x1 in PMPI_Send () from /lib/libmpich.so.12"},
+                                  {{2}, "#2  exchange () at f.c:41"}});
+    Findings& told = add("one that has ended the job", {},
+                         {"1 of 4 tasks made a fatal error in MPI",
+                          "2 | made a fatal error in MPI, which ended the job"},
+                         4);
+    told.addLauncherLine("[a:7] *** reported by process [1425932289,2]");
+    told.cut = true;
+    Findings& locked = add("deadlocks", {},
+                           {"what 4 tasks do", "0 | deadlock: a", "1 | deadlock: b",
+                            "2 | deadlock: c", "3:9 | deadlock: 7 more"},
+                           0);
+    locked.ran = false;
+    locked.waits = {{{0}, "deadlock: a"},
+                    {{1}, "deadlock: b"},
+                    {{2}, "deadlock: c"},
+                    {{3}, "deadlock: d"},
+                    {upTo(9), "deadlock: 6 more"}};
+    locked.waits[4].clients.erase(upTo(3));
     Findings& ended =
         add("an abort that ends the job",
             {{{1}, "Abort(7) on node 1 (rank 1 in comm 0): application called"}},

@@ -204,7 +204,7 @@ class VexTest : public UserTest {
         std::filesystem::remove(file);
         const std::string console =
             script("console", "#!/bin/sh\necho $2 > " + file + ".new\nmv " + file + ".new " + file +
-                                  "\nexec sleep 1000\n");
+                                  "\nexec sleep infinity\n");
         Lines arguments{"--console", console};
         arguments.insert(arguments.end(), more.begin(), more.end());
         launch(arguments);

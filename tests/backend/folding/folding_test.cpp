@@ -203,7 +203,21 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
         // As Fortran has it, and linked into the program.
         {stacksOf({"PMPI_Wait,,/opt/lib/libmpi.so.40", "pmpi_wait_,,/opt/lib/libmpi_mpifh.so.40",
                    "MAIN__,a.f90:3,", "main,a.f90:9,"}),
-         "1 client in MPI_Wait, called by MAIN__|main|  MAIN__|    MPI_Wait"},
+         "1 client in MPI_Wait, called by MAIN__|MAIN__|  MPI_Wait"},
+        // Through a wrapper; a call that is left by a jump.
+        {stacksOf({"PMPI_Send,,/opt/lib/libmpi.so.40", "mpi_send_,,/home/me/libvexmpi.so",
+                   "f,a.f90:3,"}),
+         "1 client in MPI_Send, called by f|f|  MPI_Send"},
+        {stacksOf({"ompi_mpi_abort,,/opt/lib/libmpi.so.40",
+                   "ompi_errhandler_invoke,,/opt/lib/libmpi.so.40", "main,a.c:9,"}),
+         "1 client in an MPI call, called by main|main|  an MPI call"},
+        {stacksOf({"??,,/lib/libgomp.so.1", "main._omp_fn.0,a.c:5,",
+                   "GOMP_parallel,,/lib/libgomp.so.1", "main,a.c:9,", "-", "main._omp_fn.0,a.c:5,",
+                   "??,,/lib/libgomp.so.1", "start_thread,,/lib/libc.so.6", "-",
+                   "??,,/lib/libgomp.so.1", "start_thread,,/lib/libc.so.6"}),
+         "1 client in main._omp_fn.0|1 client in an OpenMP call, called by main._omp_fn.0|main|"
+         "  GOMP_parallel|    main._omp_fn.0|      an OpenMP call|main._omp_fn.0|"
+         "helper threads: libgomp 1"},
         {stacksOf({"MPIDI_CH3I_Progress,,", "PMPI_Barrier,,", "main,,"}),
          "1 client in MPI_Barrier, called by main|main|  MPI_Barrier"},
         // A function that has the name of one of libc's; a library of the user's own.
@@ -271,6 +285,69 @@ TEST(StackText, ShowsWhatTheUserHasWritten) {
     EXPECT_EQ(all.tree()[1][0].text, "  main at ring.cpp:50");
     EXPECT_EQ(all.places().back()[0].text,
               "1 client in epoll_wait at e.c:30, called by ucs_event_set_wait at libucs.so.0");
+}
+
+// Jobs as they stood, one stack a task.
+TEST(StackText, AJobBeginsWithItsCulprit) {
+    const std::string inReceive =
+        stacksOf({"ucp_worker_progress,,/usr/lib/libucp.so.0", "PMPI_Recv,,/usr/lib/libmpich.so.12",
+                  "receive,ring.cpp:9,", "main,ring.cpp:50,"});
+    const std::string inReduction =
+        stacksOf({"epoll_wait,,/lib/libc.so.6", "PMPI_Allreduce,,/opt/lib/libmpi.so.40",
+                  "agree,sim.cpp:48,", "main,sim.cpp:60,"});
+    const std::string top = "call\t_PyEval_EvalFrameDefault\t\t\t1\n",
+                      script = "python\t<module> (a.py:9)\ncall\tPy_RunMain\t\t\t1\n",
+                      thread = "thread\t1\n";
+    const std::string searching = thread + top + "python\tsearch (a.py:3)\n" + script;
+    const struct {
+        const char* what;
+        std::vector<std::string> tasks;
+        std::string first;
+    } cases[] = {
+        {"a hang",
+         {inReceive, inReceive, stacksOf({"search,ring.cpp:25,", "main,ring.cpp:50,"}), inReceive},
+         "2 | 1 client in search, called by main"},
+        {"an abort",
+         {inReceive, stacksOf({"PMPI_Abort,,/usr/lib/libmpich.so.12", "search,ring.cpp:24,",
+                               "main,ring.cpp:50,"})},
+         "1 | 1 client in MPI_Abort, called by search"},
+        {"missing in a reduction",
+         {inReduction, inReduction,
+          stacksOf({"opal_progress,,/lib/libopen-pal.so.40", "PMPI_Waitall,,/opt/lib/libmpi.so.40",
+                    "exchange,sim.cpp:36,", "main,sim.cpp:60,"})},
+         "2 | 1 client in MPI_Waitall, called by exchange"},
+        {"a circle", {inReceive, inReceive}, "0:1 | 2 clients in MPI_Recv, called by receive"},
+        {"Fortran",
+         {stacksOf({"PMPI_Barrier,,/opt/lib/libmpi.so.40",
+                    "pmpi_barrier_,,/opt/lib/libmpi_mpifh.so.40", "f,f.f90:14,", "main,f.f90:3,"}),
+          stacksOf({"f::advance,f.f90:24,", "f,f.f90:14,", "main,f.f90:3,"})},
+         "1 | 1 client in f::advance, called by f"},
+        {"mpi4py",
+         {thread +
+              "call\topal_progress\t\t/lib/libopen-pal.so.40\ncall\tPMPI_Barrier\t\t/opt/lib/"
+              "libmpi.so.40\ncall\t??\t\t/usr/lib/MPI.so\n" +
+              top + "python\tagree (a.py:4)\n" + script,
+          searching},
+         "1 | 1 client in search (a.py:3), called by <module> (a.py:9)"},
+        {"workers of multiprocessing",
+         {thread +
+              "call\tdo_futex_wait\t\t/lib/libc.so.6\ncall\t__new_sem_wait_slow64\t\t/lib/"
+              "libc.so.6\n" +
+              top + "python\twait (threading.py:320)\n" + script,
+          thread + "call\t__GI___libc_read\t\t/lib/libc.so.6\n" + top +
+              "python\t_recv (connection.py:378)\n" + script,
+          searching},
+         "2 | 1 client in search (a.py:3), called by <module> (a.py:9)"},
+    };
+    const Gdb gdb("gdb");
+    for (const auto& [what, tasks, first] : cases) {
+        SCOPED_TRACE(what);
+        StatReport report({});
+        for (int id = 0; id < static_cast<int>(tasks.size()); ++id)
+            report.add(StackText{gdb}.parse(id, tasks[static_cast<std::size_t>(id)]));
+        const auto row = report.rows().at(0).at(0);
+        EXPECT_EQ(row.clients.str() + "| " + row.text, first);
+    }
 }
 
 } // namespace

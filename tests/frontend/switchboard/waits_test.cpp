@@ -18,6 +18,7 @@ struct Task {
     std::uint64_t calls = 5;
     MpiState::Kind kind = MpiState::OUTSIDE;
     int worldSize = 0; // 0: as many as there are
+    bool kept = false;
 };
 
 Lines rowsOf(const std::vector<Task>& tasks, const std::string& place = "") {
@@ -27,6 +28,7 @@ Lines rowsOf(const std::vector<Task>& tasks, const std::string& place = "") {
         MpiState state;
         state.kind = task.call.empty() ? task.kind : MpiState::INSIDE;
         state.stopped = task.stopped;
+        state.kept = task.kept;
         state.rank = client;
         state.size = task.worldSize != 0 ? task.worldSize : static_cast<int>(tasks.size());
         state.calls = task.calls;
@@ -122,6 +124,10 @@ TEST(WaitsTest, WhoIsAtFault) {
           {.call = barrier, .collective = 1, .begun = 1}},
          {"1 | is in MPI_Bcast on MPI_COMM_WORLD, while 0 2 are in MPI_Barrier",
           "0 2 | is in MPI_Barrier on MPI_COMM_WORLD, while 1 is in MPI_Bcast"}},
+        {"one would end the job for an error",
+         {{recv, {1}}, {.call = recv, .peers = {0}, .kept = true}},
+         {"1 | made a fatal error in MPI_Recv · 1 waits for it",
+          "0 | 0 waits for 1 in MPI_Recv (tag 0) · 1 made a fatal error in MPI_Recv"}},
         {"one ends too early, one has ended",
          {{.call = barrier, .collective = 3, .begun = 3},
           {.call = "MPI_Finalize", .collective = 3, .begun = 3}},
@@ -133,7 +139,7 @@ TEST(WaitsTest, WhoIsAtFault) {
           {.call = "", .kind = MpiState::NO_PROCESS}},
          {"1 | has no process · 1 waits for it",
           "0 | 0 waits for 1 in MPI_Barrier · 1 has no process",
-          "0 | in MPI_Barrier on MPI_COMM_WORLD; missing: 1", "1 | has no process"}},
+          "0 | in MPI_Barrier on MPI_COMM_WORLD; missing: 1"}},
         {"all end, the fewest in another place",
          {{.call = "MPI_Finalize", .collective = 3, .begun = 3},
           {.call = "MPI_Finalize", .collective = 3, .begun = 3},
@@ -146,6 +152,11 @@ TEST(WaitsTest, WhoIsAtFault) {
          {"2 | 2 waits for 7 in MPI_Recv (tag 0) · 7 has no client",
           "1 | has left MPI · 1 waits for it",
           "0 | 0 waits for 1 in MPI_Recv (tag 0) · 1 has left MPI"}},
+        {"some wait for themselves",
+         {{recv, {0}}, {recv, {1}}, {recv, {3}}, {recv, {2}}, {"MPI_Ssend", {4}}},
+         {"0:1 | deadlock: each waits for itself in MPI_Recv (tag 0)",
+          "2:3 | deadlock: 2 waits for 3 in MPI_Recv (tag 0) · 3 for 2",
+          "4 | deadlock: 4 waits for 4 in MPI_Ssend (tag 0)"}},
         {"nobody waits", {{""}, {""}}, {"0:1 | is in no MPI call: search (a.c:1)"}},
         {"jobs of one task each have the same ranks",
          {{.call = recv, .peers = {0}, .worldSize = 1}},
