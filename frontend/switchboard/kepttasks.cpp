@@ -10,7 +10,13 @@ void KeptTasks::started(const Request& request, Clock::time_point now) {
     for (auto& [at, clients] : standing)
         clients.erase(request.members);
     std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
-    if (!standing.empty() && !due) due = now + Wait::abort;
+    if (!standing.empty()) due = now + Wait::abort;
+}
+
+// For a kept task: tasks run while it is carried out.
+bool KeptTasks::mayWait(const Request& request) const {
+    if (request.kind == Command::STATCLIENT) return request.sampling.has_value();
+    return request.kind != Command::CLIENT || driver.letsRun(request.line);
 }
 
 void KeptTasks::said(const ClientSet& clients, const std::vector<std::string>& lines,
@@ -30,8 +36,8 @@ void KeptTasks::tick(const ClientSet& clients, Clock::time_point now) {
     due.reset();
     std::map<int, ClientSet> running; // by console
     for (const int id : clients) {
-        if (const Request* const request = dispatcher.requestOf(id))
-            running[request->console].insert(id);
+        const Request* const request = dispatcher.requestOf(id);
+        if (request && mayWait(*request)) running[request->console].insert(id);
     }
     std::map<int, std::map<std::string_view, ClientSet>> causes; // by console
     for (const auto& [at, whose] : standing) {

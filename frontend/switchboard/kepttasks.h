@@ -40,4 +40,6 @@ class KeptTasks {
     bool begun = false;
     std::map<std::string_view, ClientSet> kept, standing; // standing: nobody has let these go on
     std::optional<Clock::time_point> due;
+
+    bool mayWait(const Request& request) const;
 };
