@@ -36,11 +36,12 @@ class Write(gdb.Breakpoint):
     def __init__(self):
         super().__init__("-qualified write", internal=True)
         self.silent = True
+        self.thread_of_return = None
     def stop(self):
         try:
             stack = calls(32)
             at = next((i for i in range(len(stack)) if stack[i].name() in returns), 0)
-            if not at: self.enabled = False
+            if not at and gdb.selected_thread().num == self.thread_of_return: self.enabled = False
             if not at or within(): return False
             files = [gdb.solib_name(each.pc()) for each in stack]
             by = next(i for i in range(at + 1) if files[i] != files[0] or
@@ -57,6 +58,7 @@ class Return(gdb.Breakpoint):
     def stop(self):
         try:
             if not writes: writes.append(Write())
+            writes[0].thread_of_return = gdb.selected_thread().num
             writes[0].enabled = True
         except gdb.error: pass
         return False
@@ -86,10 +88,16 @@ def prompting():
     if not sending: return
     sending = False
     unwinds = "on" if gdb.parameter("unwindonsignal") else "off"
-    gdb.execute("set unwindonsignal on", to_string=True)
-    try: gdb.parse_and_eval('((int (*)(unsigned))usleep)(300000)')
+    # The program's may be Fortran, which has no such casts.
+    language = gdb.parameter("language")
+    try:
+        gdb.execute("set unwindonsignal on", to_string=True)
+        gdb.execute("set language c", to_string=True)
+        gdb.parse_and_eval('((int (*)(unsigned))usleep)(300000)')
     except (gdb.error, KeyboardInterrupt): pass
-    gdb.execute("set unwindonsignal " + unwinds, to_string=True)
+    finally:
+        gdb.execute("set language " + language, to_string=True)
+        gdb.execute("set unwindonsignal " + unwinds, to_string=True)
 gdb.events.stop.connect(stopped)
 gdb.events.before_prompt.connect(prompting)
 gdb.events.exited.connect(exited)
