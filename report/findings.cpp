@@ -216,7 +216,7 @@ void Findings::addRefusal(Report& report) const {
 
 // Equal are those of the same signal whose program's own calls are the same.
 void Findings::addCrashes(Report& report) const {
-    using Key = std::tuple<std::string, std::string, std::vector<std::string>>;
+    using Key = std::tuple<std::string, std::string, std::string, std::vector<std::string>>;
     std::map<Key, std::size_t> known;
     std::vector<Transcript> texts;
     ClientSet all = crashed;
@@ -256,8 +256,8 @@ void Findings::addCrashes(Report& report) const {
             if (functions.size() > 1) crash.place += ", called by " + functions[1];
         }
         if (facts != signals.end()) crash.address = facts->second.address;
-        const auto [at, fresh] =
-            known.try_emplace(Key{crash.signal, crash.place, crash.calls}, report.crashes.size());
+        const auto [at, fresh] = known.try_emplace(
+            Key{crash.signal, crash.meaning, crash.place, crash.calls}, report.crashes.size());
         if (fresh) {
             report.crashes.push_back(crash);
             texts.emplace_back();
