@@ -246,13 +246,13 @@ TEST_F(AttachTest, AttachesToTheTasksOfAnMpiJob) {
         // Time for MPI_Init, behind which a task knows its rank.
         ASSERT_TRUE(eventually([&] { return tasksOf(job.pid(), mpi.program).size() >= mpi.below; }))
             << job.screen();
-        sleepFor(1000);
-        launch({"--report", folder.path("report.txt"), "--mpi", std::to_string(job.pid()), "--rsh",
-                fakeSsh()});
-        EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
-        EXPECT_TRUE(
-            folder.read("report.txt")
-                .starts_with("what 2 tasks do\n1 | 1 client in search, called by go_round\n"));
+        EXPECT_TRUE(eventually([&] {
+            launch({"--report", folder.path("report.txt"), "--mpi", std::to_string(job.pid()),
+                    "--rsh", fakeSsh()});
+            EXPECT_EQ(vex->exitStatus(), 0) << vex->screen();
+            return folder.read("report.txt")
+                .starts_with("what 2 tasks do\n1 | 1 client in search, called by go_round\n");
+        })) << folder.read("report.txt");
         const std::string path =
             beginWith({"--mpi", std::to_string(job.pid()), "--rsh", fakeSsh()});
         Peer console(path);
