@@ -25,7 +25,8 @@ constexpr auto again = std::chrono::milliseconds(500);
 /// A client whose command ended just as the interrupt came shows a second prompt within this time.
 constexpr auto settle = std::chrono::milliseconds(150);
 
-/// In a script's session, what waits for a task that is kept at MPI_Abort goes on for this time.
+/// In a script's session, what waits for a task that is kept from ending its job goes on for
+/// this time.
 constexpr auto abort = std::chrono::seconds(2);
 
 /// After this time the console is told which clients have not answered yet.

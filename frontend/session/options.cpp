@@ -33,7 +33,8 @@ Options::Outcome Options::parse(int argc, const char* const* argv) {
                    "Whether gdb keeps an index of the program's symbols for the next: yes or no")
         ->default_str("yes");
     app.add_option("--stop-on-abort", stopOnAbort,
-                   "Whether tasks that are started here stop at MPI_Abort: yes or no")
+                   "Whether tasks that are started here stop at MPI_Abort and at errors that MPI "
+                   "finds fatal: yes or no")
         ->default_str("yes");
     app.add_option("--console", console,
                    "The console program (default: the vexconsole beside vex, else in PATH)");
