@@ -84,10 +84,9 @@ TEST_F(ReportTest, NamesWhoIsAtFault) {
     // Nobody reads what the tasks say, and not all of the report.
     for (const std::string& file : {folder.path("report.txt"), std::string("-")}) {
         std::filesystem::remove(folder.path("report.txt"));
-        Terminal piped({{"bash", "-c",
-                         VEX_BIN_DIR "/vex --report $0 -n 2 $1 --crash | true; "
-                                     "echo status ${PIPESTATUS[0]}",
-                         file, halo}});
+        const char* const line = VEX_BIN_DIR "/vex --report $0 -n 2 $1 --crash | true; "
+                                             "echo status ${PIPESTATUS[0]}";
+        Terminal piped({{"bash", "-c", line, file, halo}});
         piped.until("status 4\n");
         EXPECT_EQ(piped.exitStatus(), 0);
         EXPECT_EQ(folder.read("report.txt").find("1 of 2 tasks crashed\n"),
@@ -160,11 +159,10 @@ TEST_F(ReportTest, SaysWhatDebuggersCouldNotDo) {
     EXPECT_NE(text.find("\n4 | \"" + core + "\" is not"), text.npos) << text;
     EXPECT_NE(text.find("\n" + other + " is left out: "), text.npos) << text;
     // What gdb says of every core file stands in no report, nor before it.
+    const char* const dump = "exec gdb -nx -batch -ex run -ex \"generate-core-file $0\" -ex kill "
+                             "--args $1 again >/dev/null 2>&1";
     ChildProcess gdb;
-    gdb.start({.argv = {"sh", "-c",
-                        "exec gdb -nx -batch -ex run -ex \"generate-core-file $0\" -ex "
-                        "kill --args $1 again >/dev/null 2>&1",
-                        folder.path("dead.1"), program("endings")},
+    gdb.start({.argv = {"sh", "-c", dump, folder.path("dead.1"), program("endings")},
                .environment = {{"VEX_TASK", "1"}}});
     ASSERT_TRUE(eventually([&gdb] { return gdb.poll() == ChildProcess::ENDED; }));
     const auto [status, lines] = report({"--core", folder.path("dead.*"), program("endings")}, 2);
