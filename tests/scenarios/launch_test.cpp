@@ -111,8 +111,13 @@ TEST_F(LaunchTest, ATaskThatEndsTheJobIsHeardAndSoIsItsLauncher) {
         console.send(Command::INTERRUPT, "all");
         EXPECT_EQ(console.finish().back(), "READY");
         console.send(Command::CLIENT, "all", "continue");
-        const Lines said = console.untilReady();
-        EXPECT_EQ(said.back(), "REPLY -1 803");
+        Lines said = console.untilReady();
+        if (said.back() == "READY") {
+            // The launcher has killed all tasks before it ended an agent.
+            const Lines more = console.untilReady();
+            said.insert(said.end(), more.begin(), more.end());
+        }
+        EXPECT_EQ(said.back(), "REPLY -1 803") << testing::PrintToString(said);
         killConsole();
         EXPECT_EQ(vex->exitStatus(), 0);
         // Who of the two comes first is open.
