@@ -16,6 +16,9 @@ constexpr std::size_t maxNodes = 2 * maxText / sizeof(Histories::Node);
 // What all have passed is looked for when this share of what is held is new, since all of it is
 // looked at.
 constexpr std::size_t freshShare = 4;
+// Where no more than this is held, a line that has waited long enough leaves alone, though others
+// that came later still wait; else all leave together, since each time all of it is looked at.
+constexpr std::size_t fewNodes = 4096;
 
 constexpr int everything = std::numeric_limits<int>::max();
 
@@ -268,6 +271,10 @@ Folder::Lines Folder::takeDue(Clock::time_point now) {
             return lastPassed(alignment, runs);
         });
     if (!rows.empty()) return take();
+    const bool merging = std::max(began, lastMerged) + Wait::window > now;
+    const Clock::duration least = merging && histories.nodes().size() <= fewNodes
+                                      ? patience - Wait::window / 2
+                                      : Wait::window / 2;
     return takeUpTo([&](const Alignment& alignment, const Runs&) {
         // Lines stay together: below one that must leave, none stays.
         int last = -1;
@@ -276,7 +283,7 @@ Folder::Lines Folder::takeDue(Clock::time_point now) {
         for (std::uint32_t node = 0; node < nodes.size(); ++node) {
             if (alignment.lineOf(node) == Histories::none) continue;
             const int number = alignment.numberOf(alignment.lines()[alignment.lineOf(node)]);
-            if (histories.born(nodes[node]) + Wait::window / 2 <= now)
+            if (histories.born(nodes[node]) + least <= now)
                 last = std::max(last, number);
             else
                 all = false;

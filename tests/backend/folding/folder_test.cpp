@@ -105,6 +105,15 @@ TEST_F(FolderTest, WaitsForThoseWhoComeAndForNobodyElse) {
     EXPECT_EQ(folder.due(), start + 970ms);
     EXPECT_EQ(shown(folder.takeDue(start + 1s)), "2@0 begun / 3@0 c");
     EXPECT_EQ(folder.due(), std::nullopt);
+    // While others still come, a later line has a second of its own.
+    const auto later = start + 10s;
+    for (const int id : {0, 1, 2, 9, 8})
+        says({id}, {"d"}, later + 100ms * (id % 7 * 2));
+    says({0, 1}, {"e"}, later + 850ms);
+    EXPECT_EQ(shown(folder.takeDue(later + 1s)), "4@0:2 8:9 d");
+    says({2}, {"e"}, later + 1100ms);
+    EXPECT_EQ(folder.due(), later + 1120ms);
+    EXPECT_EQ(shown(folder.takeDue(later + 1120ms)), "5@0:2 e");
 }
 
 TEST_F(FolderTest, RowsStandBehindWhatClientsSaid) {
