@@ -245,6 +245,8 @@ std::vector<std::string> reporterWords(const Options& options) {
                                                     : "run";
     std::vector<std::string> words{"-f", options.report, "-w",
                                    way,  "-t",           std::to_string(options.timeout)};
+    // For the advice to follow them.
+    if (!options.forks && options.join == 0) words.emplace_back("-n");
     for (const std::string& note : options.startNotes)
         words.insert(words.end(), {"-e", note});
     // For its version.

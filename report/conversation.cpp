@@ -163,7 +163,7 @@ Conversation::Settled Conversation::settle(bool alone) {
         if (reply && reply->getRetValue() == Reply::FAILED) {
             settled.failure = reply->getErrCode();
             // A session without clients has no group.
-            if (alone) break;
+            if (alone && settled.failure == CMD_GROUP_NOT_FOUND) break;
         }
         if (waiting.empty()) continue;
         if (waiting.front().kind == Heard::READY)

@@ -99,14 +99,20 @@ TEST_F(ReportTest, TellsCrashesFromSignals) {
     const Lines stumbled{
         "1 of 3 tasks crashed",
         R"(1 \| SIGSEGV, .* 0x0, in .*stumble.* \(endings.cpp:[0-9]+\), called by main)"};
-    // Its prompt comes late behind what it tells of a stop: about when the task is judged by that.
-    const std::string late =
-        script("late", "#!/bin/sh\nexec gdb -iex \"python exec('import gdb, time\\nlate = []\\n"
-                       "gdb.events.stop.connect(late.append)\\ndef wait():\\n if late:\\n"
-                       "  late.clear()\\n  time.sleep(0.25)\\n"
-                       "gdb.events.before_prompt.connect(wait)')\" \"$@\"\n");
+    // Its prompt comes late behind what it tells of a stop: about when the task is judged by that,
+    // or when a question would long be answered.
+    const auto late = [this](const std::string& seconds) {
+        return script("late" + seconds,
+                      "#!/bin/sh\nexec gdb -iex \"python exec('import gdb, time\\nlate = []\\n"
+                      "gdb.events.stop.connect(late.append)\\ndef wait():\\n if late:\\n"
+                      "  late.clear()\\n  time.sleep(" +
+                          seconds +
+                          ")\\n"
+                          "gdb.events.before_prompt.connect(wait)')\" \"$@\"\n");
+    };
     expectReports({{{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
-                   {{"--debugger", late, endings, "suspended"}, {well}, 0},
+                   {{"--debugger", late("0.25"), endings, "suspended"}, {well}, 0},
+                   {{"--debugger", late("6"), endings, "recovers"}, {well}, 0},
                    {{endings, "recovers"}, {well}, 0},
                    {{endings, "storm"}, {well}, 0},
                    {{endings, "pages"}, {well}, 0},
@@ -377,6 +383,18 @@ with multiprocessing.get_context("fork").Pool(2) as pool: pool.map(work, range(2
     EXPECT_LT(text.find("search (pool.py:5), called by work (pool.py:14)\n"), text.find("\n\n"))
         << text;
     expectNothingLeft("");
+}
+
+// Those that no debugger has followed.
+TEST_F(ReportTest, AdvisesToFollowForks) {
+    const std::string python = "/usr/bin/python3", advice = ": --forks yes follows them";
+    if (::access(python.c_str(), X_OK) != 0) GTEST_SKIP() << "there is no " << python;
+    for (const auto& [what, advises] :
+         {std::pair("os.fork() or os.abort(); os.wait()", true), {"os.system('false')", false}}) {
+        const std::string program = std::string("import os; ") + what + "; os._exit(1)";
+        EXPECT_EQ(report({"-n", "1", python, "-c", program}, 0).first, 4) << vex->screen();
+        EXPECT_EQ(folder.read("report.txt").find(advice) != std::string::npos, advises) << what;
+    }
 }
 
 TEST_F(ReportTest, OfAnMpiJob) {
