@@ -75,6 +75,8 @@ Inquiry::Inquiry(Conversation& conversation, const Plan& what)
       found(0) {
     for (const std::string& note : plan.notes)
         found.addNote({}, note);
+    if (plan.signal != 0) onSignal(plan.signal);
+    found.startCut = plan.signal != 0;
 }
 
 const Findings& Inquiry::carryOut() {
@@ -89,7 +91,7 @@ const Findings& Inquiry::carryOut() {
             onText(session.hear(Clock::now()).data);
         if (found.clients.empty()) return found;
         // The others would wait for them.
-        const bool whole = found.missing.empty();
+        const bool whole = found.missing.empty() && !found.startCut;
         if (plan.way == RUN && whole) run();
         if (plan.way != RUN || whole) look();
     } catch (const BrokenConnection&) {

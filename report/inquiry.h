@@ -25,6 +25,8 @@ class Inquiry : private Questions::Owner {
         Way way = RUN;
         /// Seconds that the tasks run at most; 0: as long as they want.
         int timeout = 0;
+        /// The signal that came before all debuggers had started; 0: none did.
+        int signal = 0;
         /// Processes that tasks fork get no debugger.
         bool forksRunFree = false;
         /// What could not be done before there was a session.

@@ -84,13 +84,14 @@ int run(const Words& words) {
     const WholeFile file(words.file);
     Report report;
     Conversation session(words.session, words.starter);
-    if (!session.begin()) return 1;
+    const int early = session.begin(words.way == Inquiry::JOIN ? -1 : words.starter);
     LauncherVersion launcher;
     if (!words.launcher.empty()) launcher.ask(words.launcher);
     if (words.launched > 0) launcher.askProcess(words.launched);
     report.started = utc(std::chrono::system_clock::now());
     Inquiry inquiry(session, {.way = words.way,
                               .timeout = words.timeout,
+                              .signal = early,
                               .forksRunFree = words.forksRunFree,
                               .notes = words.notes,
                               .echo = words.file == "-" ? stderr : stdout});

@@ -278,6 +278,19 @@ TEST_F(ReportTest, IsWrittenAtAWarning) {
     EXPECT_EQ(vex->exitStatus(), 4);
     EXPECT_NE(folder.read("report.json").find("\n\"status\":4,\n"), text.npos);
     expectNothingLeft("");
+    // While debuggers start.
+    const std::string sleeps =
+        script("sleeps", "#!/bin/sh\n[ $VEX_TASK = 1 ] && exec sleep 1000\nexec gdb \"$@\"\n");
+    launch(
+        {"--report", folder.path("report.txt"), "-n", "2", "--debugger", sleeps, program("halo")});
+    vex->until("1 of 2 ");
+    vex->signal(SIGTERM);
+    EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
+    EXPECT_EQ(folder.read("report.txt")
+                  .find("not run: 1 of 2 tasks has no debugger\n"
+                        "rank 1 is missing: no debugger had come to its prompt when "),
+              0u);
+    expectNothingLeft("");
 }
 
 TEST_F(ReportTest, OfAnMpiJobThatCrashes) {
