@@ -44,6 +44,11 @@ class ReportTest : public VexTest {
             expectMatch(lines, each.first);
         }
     }
+    // The debugger of task 1 never prompts.
+    std::string sleeps() {
+        return script("sleeps",
+                      "#!/bin/sh\n[ $VEX_TASK = 1 ] && exec sleep 1000\nexec gdb \"$@\"\n");
+    }
     static std::string launcherOf(const std::string& mpi) {
         return mpi == "mpich" ? "mpiexec.mpich -n " : "mpirun.openmpi --oversubscribe -np ";
     }
@@ -105,10 +110,8 @@ TEST_F(ReportTest, TellsCrashesFromSignals) {
         return script("late" + seconds,
                       "#!/bin/sh\nexec gdb -iex \"python exec('import gdb, time\\nlate = []\\n"
                       "gdb.events.stop.connect(late.append)\\ndef wait():\\n if late:\\n"
-                      "  late.clear()\\n  time.sleep(" +
-                          seconds +
-                          ")\\n"
-                          "gdb.events.before_prompt.connect(wait)')\" \"$@\"\n");
+                      "  late.clear()\\n  time.sleep(${0##*late})\\n"
+                      "gdb.events.before_prompt.connect(wait)')\" \"$@\"\n");
     };
     expectReports({{{endings, "status"}, {"1 of 3 tasks failed", R"(1 \| ended with status 3)"}, 4},
                    {{"--debugger", late("0.25"), endings, "suspended"}, {well}, 0},
@@ -190,13 +193,11 @@ TEST_F(ReportTest, SaysWhatDebuggersCouldNotDo) {
     EXPECT_NE(text.find("2 | #0  "), text.npos) << text;
     // Nor does a program run without the tasks whose debuggers never prompt, here and behind
     // agents.
-    const std::string sleeps =
-        script("sleeps", "#!/bin/sh\n[ $VEX_TASK = 1 ] && exec sleep 1000\nexec gdb \"$@\"\n");
     const std::string hosts = folder.write("hosts", "node1:2\nnode2\n");
     const Lines agents{"--launch", fakeSsh(), "--hosts", hosts};
     for (const Lines& way : {Lines{"-n", "3"}, agents}) {
         Lines words = way;
-        words.insert(words.end(), {"--debugger", sleeps, program("halo")});
+        words.insert(words.end(), {"--debugger", sleeps(), program("halo")});
         const auto [missed, told] = report(words, 2);
         EXPECT_EQ(missed, 3) << vex->screen();
         expectMatch(told, {"not run: 1 of 3 tasks has no debugger",
@@ -279,17 +280,13 @@ TEST_F(ReportTest, IsWrittenAtAWarning) {
     EXPECT_NE(folder.read("report.json").find("\n\"status\":4,\n"), text.npos);
     expectNothingLeft("");
     // While debuggers start.
-    const std::string sleeps =
-        script("sleeps", "#!/bin/sh\n[ $VEX_TASK = 1 ] && exec sleep 1000\nexec gdb \"$@\"\n");
-    launch(
-        {"--report", folder.path("report.txt"), "-n", "2", "--debugger", sleeps, program("halo")});
+    launch({"--report", folder.path("report.txt"), "-n", "2", "--debugger", sleeps(),
+            program("halo")});
     vex->until("1 of 2 ");
     vex->signal(SIGTERM);
     EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
-    EXPECT_EQ(folder.read("report.txt")
-                  .find("not run: 1 of 2 tasks has no debugger\n"
-                        "rank 1 is missing: no debugger had come to its prompt when "),
-              0u);
+    EXPECT_TRUE(folder.read("report.txt")
+                    .starts_with("not run: 1 of 2 tasks has no debugger\nrank 1 is missing: "));
     expectNothingLeft("");
 }
 
