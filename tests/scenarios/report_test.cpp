@@ -185,11 +185,12 @@ TEST_F(ReportTest, SaysWhatDebuggersCouldNotDo) {
     const std::string hangs =
         script("hangs", "#!/bin/sh\n[ $VEX_TASK != 1 ] || set -- -iex 'source " + commands +
                             "' \"$@\"\nexec gdb \"$@\"\n");
-    ::setenv("VEX_REPORT_PATIENCE", "3", 1);
+    // Others may need long on a busy machine.
+    ::setenv("VEX_REPORT_PATIENCE", "7", 1);
     EXPECT_EQ(report({"-n", "3", "--timeout", "1", "--debugger", hangs, program("halo")}, 0).first,
               5);
     text = folder.read("report.txt");
-    EXPECT_NE(text.find("\n1 | no answer to 'bt' in 3 seconds; "), text.npos) << text;
+    EXPECT_NE(text.find("\n1 | no answer to 'bt' in 7 seconds; "), text.npos) << text;
     EXPECT_NE(text.find("2 | #0  "), text.npos) << text;
     // Nor does a program run without the tasks whose debuggers never prompt, here and behind
     // agents.
@@ -201,7 +202,7 @@ TEST_F(ReportTest, SaysWhatDebuggersCouldNotDo) {
         const auto [missed, told] = report(words, 2);
         EXPECT_EQ(missed, 3) << vex->screen();
         expectMatch(told, {"not run: 1 of 3 tasks has no debugger",
-                           "rank 1 is missing: no debugger has come to its prompt in 3 seconds"});
+                           "rank 1 is missing: no debugger has come to its prompt in 7 seconds"});
     }
     ::unsetenv("VEX_REPORT_PATIENCE");
 }
@@ -280,13 +281,11 @@ TEST_F(ReportTest, IsWrittenAtAWarning) {
     EXPECT_NE(folder.read("report.json").find("\n\"status\":4,\n"), text.npos);
     expectNothingLeft("");
     // While debuggers start.
-    launch({"--report", folder.path("report.txt"), "-n", "2", "--debugger", sleeps(),
-            program("halo")});
+    launch({"--report", folder.path("report.txt"), "-n", "2", "--debugger", sleeps(), "true"});
     vex->until("1 of 2 ");
     vex->signal(SIGTERM);
     EXPECT_EQ(vex->exitStatus(), 128 + SIGTERM);
-    EXPECT_TRUE(folder.read("report.txt")
-                    .starts_with("not run: 1 of 2 tasks has no debugger\nrank 1 is missing: "));
+    EXPECT_EQ(folder.read("report.txt").find("not run: 1 of 2 tasks has no debugger\nrank 1 "), 0u);
     expectNothingLeft("");
 }
 
