@@ -31,6 +31,7 @@
 #include <new>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>

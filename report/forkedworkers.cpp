@@ -4,6 +4,7 @@
 #include "common/wholenumber.h"
 
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 
 namespace {

@@ -5,6 +5,7 @@
 #include "common/clientset.h"
 #include "frontend/switchboard/dispatcher.h"
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
