@@ -16,7 +16,7 @@ class StartLosses {
       public:
         virtual ~Owner() = default;
         /// In so many seconds, none of those that are waited for has come; `again`: nor in the same
-        /// time before.
+        /// time before. 0 seconds: the others are not waited for any more.
         virtual void onStandstill(int seconds, bool again) = 0;
     };
     struct Row {
@@ -32,9 +32,12 @@ class StartLosses {
     /// Debuggers are waited for from now on; again, when one has come or will not.
     void wait(bool again = false);
     void end() { timer.cancel(); }
+    /// Nobody is waited for any more.
+    void cutShort();
+    bool isCut() const { return cut; }
 
     void add(const Row& row);
-    /// Some did not come in time.
+    /// Some did not come in time; 0 seconds: before cutShort.
     void giveUp(const ClientSet& tasks, int seconds);
     bool gaveUp() const { return inVain; }
 
@@ -45,6 +48,6 @@ class StartLosses {
     const Options& options;
     Owner& owner;
     std::vector<Row> known; // by tasks
-    bool inVain = false;
+    bool inVain = false, cut = false;
     Timer timer;
 };
