@@ -66,11 +66,11 @@ class Clients : public Client::Listener,
     ~Clients() override;
 
     void start();
-    /// The user goes on without the tasks that are missing. Does nothing when nobody has asked.
-    /// The session serves at once, for a report: with the debuggers that have started.
+    /// For a report, serves at once, with the debuggers that have started.
     void serveNow() {
         if (phase == STARTING) lost.cutShort();
     }
+    /// The user goes on without the tasks that are missing. Does nothing when nobody has asked.
     void goOn() {
         if (phase == STARTING && std::exchange(asking, false)) serve();
     }

@@ -49,11 +49,10 @@ void CrashedTasks::tell(int console, const ClientSet& crashed, const ClientSet& 
     for (const auto& [signal, clients] : standing) {
         const ClientSet whose = clients.intersection(crashed);
         if (whose.empty()) continue;
-        why += (why.empty() ? "" : ", ") + Text::list(whose) +
-               (whose.size() == 1 ? " has" : " have") + " stopped by " + signal;
+        why += (why.empty() ? "" : ", ") + Text::list(whose) + " crashed with " + signal;
     }
     dispatcher.announce(console, running,
                         "the script waits for these, and " + why +
-                            "; if they wait for it: vex --join N, then vex interrupt, lets the "
+                            ": if they wait for it, vex interrupt, after vex --join N, lets the "
                             "script go on");
 }

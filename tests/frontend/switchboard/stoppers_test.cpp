@@ -109,7 +109,7 @@ TEST_F(StoppersTest, WhatWaitsForATaskKeptAtMpiAbortIsInterrupted) {
 
 // But what a task that has crashed leaves at work may have work to do.
 TEST_F(StoppersTest, AScriptSaysForWhomItWaitsBehindACrash) {
-    const std::string wait = "the script waits for these, and 1 has stopped by SIGSEGV;";
+    const std::string wait = "the script waits for these, and 1 crashed with SIGSEGV:";
     for (const bool unattended : {false, true}) {
         if (unattended) board.runsUnattended();
         running();
@@ -126,11 +126,11 @@ TEST_F(StoppersTest, AScriptSaysForWhomItWaitsBehindACrash) {
     }
     // What goes on without it is another command.
     types(1, "0", "continue");
-    EXPECT_NE(pass(11s).find("waits for these, and 1 has stopped by SIGSEGV;"), std::string::npos);
+    EXPECT_NE(pass(11s).find("waits for these, and 1 crashed with SIGSEGV:"), std::string::npos);
     prompts({0});
     filtered();
     running();
-    EXPECT_EQ(pass(11s).find("has stopped by"), std::string::npos);
+    EXPECT_EQ(pass(11s).find("crashed with"), std::string::npos);
 }
 
 } // namespace
