@@ -43,10 +43,11 @@ void StopPlaces::put(const std::string& place, const ClientSet& clients) {
     places[place].insert(clients);
 }
 
-void StopPlaces::type(const ClientSet& clients, const Request& request) {
-    if (request.kind == Command::CLIENT && !driver.letsRun(request.line)) return;
-    leave(clients);
-    kept.erase(clients);
+void StopPlaces::typed(const ClientSet& clients, const std::string& line) {
+    const bool leaves = driver.leavesPlace(line);
+    if (leaves) kept.erase(clients);
+    // Until they stop again, it is not known where.
+    if (leaves || driver.letsRun(line) || line == driver.resumeCommand()) leave(clients);
 }
 
 void StopPlaces::said(const ClientSet& clients, const std::vector<std::string>& lines) {
