@@ -160,10 +160,12 @@ void Dispatcher::captured(int work, int id, const std::string& text) {
 
 void Dispatcher::stacks(int work, const StackTree& tree) {
     Request* const request = requests.find(work);
+    // A node can send anything.
+    if (!request || !request->stat) return;
     stopPlaces.stacks(tree);
-    if (request && request->sampling)
+    if (request->sampling)
         request->sampling->stacks(tree);
-    else if (request && request->stat)
+    else
         request->stat->add(tree);
 }
 
