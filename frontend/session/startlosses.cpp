@@ -27,10 +27,20 @@ void StartLosses::add(const Row& row) {
 }
 
 void StartLosses::giveUp(const ClientSet& tasks, int seconds) {
-    inVain = inVain || !tasks.empty();
+    inVain.insert(tasks);
     add({"no debugger has come to its prompt in " + std::to_string(seconds) +
              (seconds == 1 ? " second" : " seconds"),
          tasks, true});
+}
+
+ClientSet StartLosses::arrived(const ClientSet& tasks) {
+    ClientSet late = inVain.intersection(tasks);
+    inVain.erase(late);
+    for (Row& row : known)
+        row.tasks.erase(late);
+    std::erase_if(known, [](const Row& row) { return row.tasks.empty(); });
+    if (!late.empty()) wait();
+    return late;
 }
 
 std::vector<StartLosses::Row> StartLosses::rows() const {

@@ -36,7 +36,11 @@ class StartLosses {
     void add(const Row& row);
     /// Some did not come in time.
     void giveUp(const ClientSet& tasks, int seconds);
-    bool gaveUp() const { return inVain; }
+    /// These have come, before the start was over. Gives those that had been given up; then the
+    /// others are waited for anew.
+    ClientSet arrived(const ClientSet& tasks);
+    /// Whether some were given up that have not come since.
+    bool gaveUp() const { return !inVain.empty(); }
 
     /// Of the ranks that are missing; where ranks are not known, of the numbers of the tasks.
     std::vector<Row> rows() const;
@@ -45,6 +49,6 @@ class StartLosses {
     const Options& options;
     Owner& owner;
     std::vector<Row> known; // by tasks
-    bool inVain = false;
+    ClientSet inVain;       // given up
     Timer timer;
 };
