@@ -31,6 +31,7 @@
 #include <new>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -245,6 +246,8 @@ std::vector<std::string> reporterWords(const Options& options) {
                                                     : "run";
     std::vector<std::string> words{"-f", options.report, "-w",
                                    way,  "-t",           std::to_string(options.timeout)};
+    // For the advice to follow them.
+    if (!options.forks && options.join == 0) words.emplace_back("-n");
     for (const std::string& note : options.startNotes)
         words.insert(words.end(), {"-e", note});
     // For its version.
@@ -259,9 +262,22 @@ std::vector<std::string> reporterWords(const Options& options) {
     return words;
 }
 
+// Before there is a session that could tell anything.
+void onEarlySignal(int number) {
+    constexpr std::string_view text =
+        "vex: was ended before the tasks were found; no report is written\n";
+    [[maybe_unused]] const auto put = ::write(STDERR_FILENO, text.data(), text.size());
+    ::_exit(128 + number);
+}
+
 int start(Options options) {
+    const bool reports = !options.report.empty();
+    for (const int number : {SIGINT, SIGTERM})
+        if (reports) std::signal(number, onEarlySignal);
     prepare(options);
     holdSignals();
+    if (reports) std::signal(SIGINT, SIG_IGN);
+    if (reports) std::signal(SIGTERM, SIG_DFL);
     Session session;
     auto [ours, theirs] = Channel::pair();
     const pid_t guardian = ::fork();

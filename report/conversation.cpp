@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstring>
 #include <poll.h>
 #include <string_view>
 #include <sys/signalfd.h>
@@ -23,6 +25,16 @@ constexpr int attempts = 60; // one a second
 
 // How the answer to a question for all clients begins, "all (3): 0:2".
 constexpr std::string_view allMark = "all (";
+
+constexpr std::chrono::seconds serving(10);
+
+// What poll is to wait; no time: for ever.
+int left(std::optional<Conversation::Clock::time_point> until) {
+    using std::chrono::milliseconds;
+    if (!until) return -1;
+    const auto rest = std::chrono::ceil<milliseconds>(*until - Conversation::Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(rest, 0, 3600 * 1000));
+}
 
 bool lives(pid_t process) { return ::kill(process, 0) == 0 || errno != ESRCH; }
 
@@ -73,32 +85,45 @@ Conversation::~Conversation() {
     ::sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-bool Conversation::begin() {
-    std::array<pollfd, 2> ends{{{socket.getFd(), POLLIN, 0}, {signals.get(), POLLIN, 0}}};
-    while (::poll(ends.data(), ends.size(), -1) == -1 && errno == EINTR) {
+int Conversation::begin(pid_t starter) {
+    std::optional<Clock::time_point> until;
+    int number = 0;
+    for (std::array<pollfd, 2> ends;;) {
+        ends = {{{socket.getFd(), POLLIN, 0}, {signals.get(), POLLIN, 0}}};
+        const int found = ::poll(ends.data(), ends.size(), left(until));
+        if (found == -1 && errno == EINTR) continue;
+        if (ends[0].revents != 0) break;
+        const int heard = found > 0 ? takeSignal() : 0;
+        if (number == 0) number = heard;
+        if (number != 0 && (starter == -1 || found == 0))
+            throw Error("The debuggers had not all started when %s came, and no report is written.",
+                        ("SIG" + std::string(::sigabbrev_np(number))).c_str());
+        if (number != 0 && !until) {
+            until = Clock::now() + serving;
+            ::kill(starter, SIGUSR1);
+        }
     }
-    if (ends[1].revents != 0) return false;
     socket.read(&id, sizeof id);
     if (id == -1) throw Error(ERR_CONNECTION_LIMIT);
-    return true;
+    return number;
+}
+
+int Conversation::takeSignal() {
+    signalfd_siginfo what{};
+    const bool whole = ::read(signals.get(), &what, sizeof what) == sizeof what;
+    return whole ? static_cast<int>(what.ssi_signo) : 0;
 }
 
 Conversation::Heard Conversation::hear(std::optional<Clock::time_point> until) {
-    using std::chrono::milliseconds;
     while (waiting.empty()) {
-        int left = -1;
-        if (until) {
-            const auto rest = std::chrono::ceil<milliseconds>(*until - Clock::now()).count();
-            left = static_cast<int>(std::clamp<long long>(rest, 0, 3600 * 1000));
-        }
         std::array<pollfd, 2> ends{{{socket.getFd(), POLLIN, 0}, {signals.get(), POLLIN, 0}}};
-        if (::poll(ends.data(), ends.size(), left) == -1) continue;
+        if (::poll(ends.data(), ends.size(), left(until)) == -1) continue;
         if (ends[1].revents != 0) {
-            signalfd_siginfo what{};
-            if (::read(signals.get(), &what, sizeof what) != sizeof what) continue;
+            const int number = takeSignal();
+            if (number == 0) continue;
             Heard heard;
             heard.kind = Heard::SIGNAL;
-            heard.signal = static_cast<int>(what.ssi_signo);
+            heard.signal = number;
             return heard;
         }
         if (ends[0].revents != 0) {
@@ -163,7 +188,7 @@ Conversation::Settled Conversation::settle(bool alone) {
         if (reply && reply->getRetValue() == Reply::FAILED) {
             settled.failure = reply->getErrCode();
             // A session without clients has no group.
-            if (alone) break;
+            if (alone && settled.failure == CMD_GROUP_NOT_FOUND) break;
         }
         if (waiting.empty()) continue;
         if (waiting.front().kind == Heard::READY)

@@ -30,9 +30,11 @@ class Conversation {
     Conversation(int session, pid_t starter);
     ~Conversation();
 
-    /// Waits for the number that the session gives, which it does once it serves; false: a signal
-    /// came before. Throws Error when it has no room.
-    bool begin();
+    /// Waits for the number that the session gives, which it does once it serves. At a signal,
+    /// `starter`, which has started the session, is told to have it serve at once; gives back the
+    /// signal, 0: none came. Throws Error when the session has no room, and when it does not serve
+    /// in spite of that; without a starter (-1), at once.
+    int begin(pid_t starter);
     int number() const { return id; }
     /// What comes next; TIME: nothing did until then.
     Heard hear(std::optional<Clock::time_point> until);
@@ -70,4 +72,5 @@ class Conversation {
     };
     Settled settle(bool alone = false);
     std::optional<Reply> read();
+    int takeSignal();
 };

@@ -194,23 +194,21 @@ void Findings::conclude(Report& report) const {
     addCrashes(report);
     addEnds(report);
     report.missing = missing;
-    if (toRun && !missing.empty())
+    if (clients.empty() || (toRun && (!missing.empty() || startCut)))
         addRefusal(report);
     else
         addOutcome(report);
     if (auto hint = traceHint(report, waits, ran)) report.notes.push_back(std::move(*hint));
+    if (auto hint = forksHint(report, forkers, log.in(TaskLog::Task::ENDED)))
+        report.notes.push_back(std::move(*hint));
 }
 
 // With a part of its tasks, a program does something else than with all.
 void Findings::addRefusal(Report& report) const {
-    std::size_t count = 0;
-    for (const Row& row : missing)
-        count += row.clients.size();
     report.outcome = Report::LOOKED;
     report.disturbed = signal != 0 ? 128 + signal : 3;
-    report.headline = "not run: " + std::to_string(count) + " of " +
-                      numberOf(clients.size() + count, "task") + (count == 1 ? " has" : " have") +
-                      " no debugger";
+    report.headline =
+        (toRun ? "not run: " : "not looked at: ") + reasonNot(clients.size(), missing);
     report.culprits = missingRanks(missing, mostPlaces);
 }
 

@@ -22,6 +22,8 @@ struct Findings {
     bool timedOut = false;
     /// The session ended before its tasks did.
     bool cut = false;
+    /// A signal came before all debuggers had started.
+    bool startCut = false;
     /// The signal at which all was found out at once; 0: none came.
     int signal = 0;
     int timeout = 0; // seconds
@@ -34,6 +36,8 @@ struct Findings {
     /// The clients of the session when it began, those of them that it has lost, those of the
     /// processes that tasks have forked since, and the answers of all.
     ClientSet clients, lost, forked;
+    /// Those whose tasks have forked processes that have no debugger.
+    ClientSet forkers;
     /// Those whose debuggers do not answer, or could not read their core file.
     ClientSet silent, unread;
     std::vector<Row> stat, waits, who;

@@ -33,6 +33,7 @@ constexpr const char* waitsCommand = "vex waits";
 constexpr std::string_view launcherMark = "launcher: ";
 
 constexpr auto settling = 200ms; // for tasks that stop at about the same time
+constexpr auto polling = 1s;     // for a debugger that has told of a stop and does not prompt
 constexpr auto others = 1s;      // after the first crash, for those that crash as well
 constexpr auto stopping = 10s;   // for tasks to stop when told to
 constexpr auto insisting = 1s;   // before they are told again
@@ -74,6 +75,8 @@ Inquiry::Inquiry(Conversation& conversation, const Plan& what)
       found(0) {
     for (const std::string& note : plan.notes)
         found.addNote({}, note);
+    if (plan.signal != 0) onSignal(plan.signal);
+    found.startCut = plan.signal != 0;
 }
 
 const Findings& Inquiry::carryOut() {
@@ -88,7 +91,7 @@ const Findings& Inquiry::carryOut() {
             onText(session.hear(Clock::now()).data);
         if (found.clients.empty()) return found;
         // The others would wait for them.
-        const bool whole = found.missing.empty();
+        const bool whole = found.missing.empty() && !found.startCut;
         if (plan.way == RUN && whole) run();
         if (plan.way != RUN || whole) look();
     } catch (const BrokenConnection&) {
@@ -96,6 +99,7 @@ const Findings& Inquiry::carryOut() {
         found.cut = ended.size() < found.clients.size();
         if (found.clients.empty()) throw;
     }
+    found.forkers = workers.parents();
     return found;
 }
 
@@ -108,7 +112,9 @@ void Inquiry::run() {
         return;
     }
     running = true;
+    constexpr auto never = Clock::time_point::max();
     std::optional<Clock::time_point> judgeAt;
+    auto lateAt = never;
     ClientSet stopped;
     while (running || session.hasMore() || !fresh.empty()) {
         // Those that have forked them may wait for them.
@@ -138,20 +144,31 @@ void Inquiry::run() {
         }
         stopped.insert(found.log.takeStopped());
         if (!stopped.empty() && !judgeAt) judgeAt = Clock::now() + settling;
+        if (!stopped.empty() && lateAt == never) lateAt = Clock::now() + ReportRules::patience();
         if (!stopped.empty() && (!running || Clock::now() >= *judgeAt)) {
-            judge(std::exchange(stopped, {}));
+            // Some debuggers tell of a stop long before they prompt, and some programs in their
+            // words: the others do not wait for these.
+            ClientSet ready = stopped;
+            if (Clock::now() < lateAt) ready.erase(session.atWork());
+            stopped.erase(ready);
             judgeAt.reset();
+            if (stopped.empty())
+                lateAt = never;
+            else
+                judgeAt = Clock::now() + polling;
+            ready = ready.intersection(found.log.in(TaskLog::Task::STOPPED));
+            if (!ready.empty()) judge(ready);
         }
         if (running && stopAt && Clock::now() >= *stopAt) {
             found.timedOut = found.crashed.empty() && !hurried;
-            stopAll();
+            stopAll(stopped);
             return;
         }
     }
 }
 
 // Those that stop meanwhile by themselves have crashed as well.
-void Inquiry::stopAll() {
+void Inquiry::stopAll(const ClientSet& stopped) {
     const auto until = Clock::now() + stopping;
     session.interrupt(GroupNames::all);
     auto again = Clock::now() + insisting;
@@ -172,9 +189,11 @@ void Inquiry::stopAll() {
         questions.leaveOut(busy);
         found.addNote(busy, "could not be stopped, and was not looked at");
     }
-    ClientSet crashed;
-    for (const int id : found.log.takeStopped()) {
+    ClientSet crashed, ended = stopped;
+    ended.insert(found.log.takeStopped());
+    for (const int id : ended) {
         const TaskLog::Task& task = found.log.of(id);
+        if (task.state != TaskLog::Task::STOPPED) continue;
         if (task.aborts || task.signal != "SIGINT") crashed.insert(id);
     }
     const ClientSet passed = passOn(crashed);
@@ -309,15 +328,7 @@ void Inquiry::letGoOn(const ClientSet& clients, const std::string& command) {
 
 void Inquiry::look() {
     looked = std::chrono::system_clock::now();
-    ClientSet all = everyone();
-    if (plan.way == JOIN) {
-        ClientSet foreign = all;
-        all = questions.idleOf(all);
-        foreign.erase(all);
-        if (!foreign.empty())
-            found.addNote(foreign, "not looked at: in the hands of another console");
-    }
-    ClientSet asked = all;
+    ClientSet all = everyone(), asked = all;
     const Questions::Answer stat = questions.ask(all, "vex stat");
     found.stat = stat.rows;
     // Those that have ended have no stack.
@@ -363,11 +374,16 @@ void Inquiry::onSilent(const ClientSet& clients, const std::string& question,
                                " seconds; not looked at any further");
 }
 
+void Inquiry::onForeign(const ClientSet& clients) {
+    found.addNote(clients, "not looked at: in the hands of another console");
+}
+
 // Lines that belong to no answer that is waited for: what tasks say, and what the session tells.
 void Inquiry::onText(const Data& data) {
     const bool tasks = letsRun(data.getConsoleCmd());
     for (const Row& row : Questions::rowsOf(data)) {
         if (tasks) {
+            if (plan.forksRunFree) workers.heard(row.clients, row.text);
             // gdb's empty lines are those in front of what it tells.
             if (found.log.add(row.clients, row.text) && plan.echo && !row.text.empty())
                 std::fprintf(plan.echo, "%s | %s\n", Text::list(row.clients).c_str(),

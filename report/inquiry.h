@@ -3,6 +3,7 @@
 #include "common/data.h"
 #include "report/conversation.h"
 #include "report/findings.h"
+#include "report/forkedworkers.h"
 #include "report/questions.h"
 
 #include <chrono>
@@ -24,6 +25,10 @@ class Inquiry : private Questions::Owner {
         Way way = RUN;
         /// Seconds that the tasks run at most; 0: as long as they want.
         int timeout = 0;
+        /// The signal that came before all debuggers had started; 0: none did.
+        int signal = 0;
+        /// Processes that tasks fork get no debugger.
+        bool forksRunFree = false;
         /// What could not be done before there was a session.
         std::vector<std::string> notes = {};
         /// Where what the tasks say is shown at once.
@@ -51,9 +56,10 @@ class Inquiry : private Questions::Owner {
     std::map<std::pair<int, int>, int> passes; // by client and signal
     ClientSet suspended; // tasks that go on without the signal that they stand at
     ClientSet fresh;     // forked, and not let go on yet
+    ForkedWorkers workers;
 
     void run();
-    void stopAll();
+    void stopAll(const ClientSet& stopped);
     void look();
     void judge(const ClientSet& stopped);
     ClientSet passOn(const ClientSet& stopped);
@@ -71,4 +77,5 @@ class Inquiry : private Questions::Owner {
     void onSignal(int number) override;
     void onSilent(const ClientSet& clients, const std::string& question,
                   std::chrono::seconds time) override;
+    void onForeign(const ClientSet& clients) override;
 };

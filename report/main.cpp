@@ -34,6 +34,7 @@ struct Words {
     pid_t starter = -1;
     int timeout = 0;
     Inquiry::Way way = Inquiry::RUN;
+    bool forksRunFree = false;
     std::vector<std::string> launcher; // its command line
     pid_t launched = -1;               // its process
     std::vector<std::string> notes;    // of the start
@@ -50,12 +51,11 @@ std::string utc(SystemTime when) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-// -s SESSION -b STARTER -t SECONDS -w run|look|cores|join -f FILE [-e NOTE]... [-l WORD]... [-p
-// PID]
-// -- COMMAND...
+// -s SESSION -b STARTER -t SECONDS -w run|look|cores|join -f FILE [-n] [-e NOTE]... [-l WORD]...
+// [-p PID] -- COMMAND...
 Words parse(int argc, char** argv) {
     Words words;
-    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:e:l:p:")) != -1;) {
+    for (int option; (option = ::getopt(argc, argv, "s:b:t:w:f:e:l:p:n")) != -1;) {
         const std::string_view value = optarg ? optarg : "";
         const int number = wholeNumber<int>(value).value_or(0);
         if (option == 's') words.session = number;
@@ -64,6 +64,7 @@ Words parse(int argc, char** argv) {
         if (option == 'w' && value == "look") words.way = Inquiry::LOOK;
         if (option == 'w' && value == "cores") words.way = Inquiry::CORES;
         if (option == 'w' && value == "join") words.way = Inquiry::JOIN;
+        if (option == 'n') words.forksRunFree = true;
         if (option == 'e') words.notes.emplace_back(value);
         if (option == 'f') words.file = value;
         if (option == 'l') words.launcher.emplace_back(value);
@@ -83,13 +84,15 @@ int run(const Words& words) {
     const WholeFile file(words.file);
     Report report;
     Conversation session(words.session, words.starter);
-    if (!session.begin()) return 1;
+    const int early = session.begin(words.way == Inquiry::JOIN ? -1 : words.starter);
     LauncherVersion launcher;
     if (!words.launcher.empty()) launcher.ask(words.launcher);
     if (words.launched > 0) launcher.askProcess(words.launched);
     report.started = utc(std::chrono::system_clock::now());
     Inquiry inquiry(session, {.way = words.way,
                               .timeout = words.timeout,
+                              .signal = early,
+                              .forksRunFree = words.forksRunFree,
                               .notes = words.notes,
                               .echo = words.file == "-" ? stderr : stdout});
     const Findings& found = inquiry.carryOut();

@@ -21,6 +21,9 @@ constexpr auto heeding = 2s;
 // For a task that has just stopped: its debugger may not have told so.
 constexpr auto settling = 5s;
 
+// As often a group is asked that was at work when it was asked, and not any more then.
+constexpr int attempts = 3;
+
 // The session's word, and no answer.
 constexpr std::string_view silenceMark = "No answer yet from ";
 
@@ -67,14 +70,29 @@ bool Questions::command(const ClientSet& clients, const std::string& text) {
 }
 
 Questions::Answer Questions::ask(const ClientSet& clients, const std::string& question) {
-    for (;;) {
+    for (int attempt = 1;; ++attempt) {
         ClientSet asked = clients;
         asked.erase(out);
         if (asked.empty()) return {};
         const std::size_t before = out.size();
         Answer answer = askOnce(asked, question, false);
-        if (out.size() == before) return answer;
+        const bool refused = answer.error == CMD_GROUP_BUSY;
+        if (refused) leaveBusy(asked, question);
+        if (out.size() == before && (!refused || attempt >= attempts)) return answer;
     }
+}
+
+// One that is at work has the question refused for all.
+void Questions::leaveBusy(const ClientSet& asked, const std::string& question) {
+    if (!shared) {
+        const ClientSet busy = asked.intersection(session.atWork());
+        if (!busy.empty()) owner.onSilent(busy, question, settling);
+        return giveUp(busy);
+    }
+    ClientSet foreign = asked;
+    foreign.erase(idleOf(asked));
+    if (!foreign.empty()) owner.onForeign(foreign);
+    out.insert(foreign);
 }
 
 Questions::Answer Questions::askSession(const std::string& question) {
@@ -157,7 +175,7 @@ void Questions::giveUp(const ClientSet& silent) {
 }
 
 ClientSet Questions::idleOf(const ClientSet& clients) {
-    if (clients.empty() || ask(clients, "echo").error != CMD_GROUP_BUSY) return clients;
+    if (clients.empty() || askOnce(clients, "echo", false).error != CMD_GROUP_BUSY) return clients;
     if (clients.size() == 1) return {};
     ClientSet halves[2];
     for (const int id : clients)

@@ -29,6 +29,8 @@ class Questions {
         /// Debuggers have not answered the question within this time.
         virtual void onSilent(const ClientSet& clients, const std::string& question,
                               std::chrono::seconds time) = 0;
+        /// They work for other consoles, and are left out.
+        virtual void onForeign(const ClientSet& clients) = 0;
     };
 
     /// `shared`: others use the session, too, which stays as it is. Both must outlive this.
@@ -49,8 +51,6 @@ class Questions {
     Answer ask(const ClientSet& clients, const std::string& question);
     /// The same of what the session answers itself, `vex who` and `vex waits`, about all clients.
     Answer askSession(const std::string& question);
-    /// Those of the clients that work for no other console. A group in which one does is refused.
-    ClientSet idleOf(const ClientSet& clients);
     /// Has those of the clients that are still there carry out a command, without waiting; false:
     /// none does.
     bool command(const ClientSet& clients, const std::string& text);
@@ -72,4 +72,6 @@ class Questions {
     Answer askOnce(const ClientSet& clients, const std::string& question, bool ofSession);
     Answer await(const ClientSet& clients, const std::string& question, bool ofSession);
     void giveUp(const ClientSet& silent);
+    void leaveBusy(const ClientSet& asked, const std::string& question);
+    ClientSet idleOf(const ClientSet& clients);
 };

@@ -10,6 +10,11 @@
 // MPICH's MPIR_Err_return_comm is called for every error. When it makes a library of MPI, and no
 // handler of the user's, write, that is the message of an error that ends the job, and the task
 // stops behind it.
+//
+// While gdb asks a breakpoint whether to stop, none is deleted, and none is set by a name, for
+// which gdb would look through all symbols: that of write is there from the start on. Others are
+// enabled and disabled then, as gdb itself disables a finish breakpoint that was reached, and
+// finish breakpoints are made, as gdb's own tests do.
 const char* const GdbStops::onAbort = R"(
 import gdb
 def calls(most):
@@ -36,6 +41,7 @@ class Write(gdb.Breakpoint):
     def __init__(self):
         super().__init__("-qualified write", internal=True)
         self.silent = True
+        self.enabled = False
         self.thread_of_return = None
     def stop(self):
         try:
@@ -57,7 +63,6 @@ class Return(gdb.Breakpoint):
         self.silent = True
     def stop(self):
         try:
-            if not writes: writes.append(Write())
             writes[0].thread_of_return = gdb.selected_thread().num
             writes[0].enabled = True
         except gdb.error: pass
@@ -68,6 +73,7 @@ class Make(gdb.Command):
     def __init__(self): super().__init__("vex-stop-on-abort", gdb.COMMAND_BREAKPOINTS)
     def invoke(self, argument, from_tty):
         made[:] = [Abort("MPI_Abort", "abort"), Abort("ompi_mpi_abort", "handler")]
+        writes[:] = [Write()]
         made[2:] = [Return(each) for each in returns]
 make = Make()
 gdb.execute("vex-stop-on-abort", to_string=True)

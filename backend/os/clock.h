@@ -29,6 +29,10 @@ constexpr auto settle = std::chrono::milliseconds(150);
 /// this time.
 constexpr auto abort = std::chrono::seconds(2);
 
+/// In a script's session, the user is told after this time that a task has crashed while others go
+/// on.
+constexpr auto crash = std::chrono::seconds(10);
+
 /// After this time the console is told which clients have not answered yet.
 constexpr auto answer = std::chrono::seconds(5);
 

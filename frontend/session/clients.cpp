@@ -169,7 +169,7 @@ void Clients::onStandstill(int seconds, bool again) {
     }
     lost.giveUp(late, seconds);
     leaveOut(late);
-    if (phase == STARTING) lost.wait(true);
+    if (phase == STARTING) lost.isCut() ? serve() : lost.wait(true);
 }
 
 void Clients::onLauncherSaid(const std::string& line) {
@@ -235,9 +235,10 @@ bool Clients::mayGoOn() {
 }
 
 std::optional<std::string> Clients::defect() const {
-    if (std::ranges::none_of(tasks, [](const Task& task) { return task.client || task.node; }))
-        return "no task could be reached";
+    const auto reached = [](const Task& task) { return task.client || task.node; };
     // Then the report tells it.
+    if (lost.isCut()) return std::nullopt;
+    if (std::ranges::none_of(tasks, reached)) return "no task could be reached";
     if (lost.gaveUp() && (living() == 0 || !attached)) return std::nullopt;
     if (living() == 0)
         return "no debugger is left; try: " + options.debugger + " " +
@@ -326,7 +327,6 @@ void Clients::onStarted(RemoteNode& node, const NodeRecords::Started& started) {
             forked.onStarted(id, started);
     }
     if (ours.empty() || phase != STARTING) return;
-    // What a debugger prints while it attaches is of interest only when it could not.
     if (!started.holds)
         startupOutput.add(
             ours, started.text + (started.ended ? "\nthe debugger ended during the start\n" : ""));

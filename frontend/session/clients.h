@@ -67,6 +67,10 @@ class Clients : public Client::Listener,
 
     void start();
     /// The user goes on without the tasks that are missing. Does nothing when nobody has asked.
+    /// The session serves at once, for a report: with the debuggers that have started.
+    void serveNow() {
+        if (phase == STARTING) lost.cutShort();
+    }
     void goOn() {
         if (phase == STARTING && std::exchange(asking, false)) serve();
     }

@@ -73,6 +73,8 @@ void ControlServer::act(int id, const std::string& text) {
         if (!answer.empty()) line.channel.say(answer);
     } else if (text == "give up") {
         if (id == 0) owner.onGiveUp();
+    } else if (text == "serve") {
+        if (id == 0) owner.onServe();
     } else if (text == "go on") {
         if (id == 0) owner.onGoOn();
     } else if (text.starts_with("end ")) {

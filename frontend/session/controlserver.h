@@ -17,6 +17,7 @@
 ///                had no room for this console; when the session has ended, the line is closed
 ///   hung up      the same, because the terminal is gone
 ///   give up      the start is to be given up
+///   serve        a report is wanted at once: the start is to be over with what has started
 ///   go on        the first foreground was told "ask", a blank and a question, and the user has
 ///                pressed the key for yes
 ///   end N        the session is to end, with exit status N
@@ -36,6 +37,7 @@ class ControlServer {
         /// The first foreground has gone, after its console.
         virtual void onFirstGone() = 0;
         virtual void onGiveUp() = 0;
+        virtual void onServe() = 0;
         virtual void onGoOn() = 0;
         virtual void onEnd(int exitStatus) = 0;
         virtual std::string facts() const = 0;

@@ -117,6 +117,7 @@ class SessionServer : private Switchboard::Outlet,
     std::string onConsoleEnded(bool first, ControlServer::Leave how) override;
     void onFirstGone() override;
     void onGiveUp() override;
+    void onServe() override { clients.serveNow(); }
     void onGoOn() override { clients.goOn(); }
     void onEnd(int exitStatus) override { end(exitStatus); }
     std::string facts() const override;

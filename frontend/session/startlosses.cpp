@@ -26,10 +26,17 @@ void StartLosses::add(const Row& row) {
         known.push_back(row);
 }
 
+void StartLosses::cutShort() {
+    cut = true;
+    end();
+    owner.onStandstill(0, true);
+}
+
 void StartLosses::giveUp(const ClientSet& tasks, int seconds) {
     inVain.insert(tasks);
-    add({"no debugger has come to its prompt in " + std::to_string(seconds) +
-             (seconds == 1 ? " second" : " seconds"),
+    add({seconds == 0 ? "no debugger had come to its prompt when the start was cut short"
+                      : "no debugger has come to its prompt in " + std::to_string(seconds) +
+                            (seconds == 1 ? " second" : " seconds"),
          tasks, true});
 }
 

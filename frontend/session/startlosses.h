@@ -16,7 +16,7 @@ class StartLosses {
       public:
         virtual ~Owner() = default;
         /// In so many seconds, none of those that are waited for has come; `again`: nor in the same
-        /// time before.
+        /// time before. 0 seconds: the others are not waited for any more.
         virtual void onStandstill(int seconds, bool again) = 0;
     };
     struct Row {
@@ -32,15 +32,18 @@ class StartLosses {
     /// Debuggers are waited for from now on; again, when one has come or will not.
     void wait(bool again = false);
     void end() { timer.cancel(); }
+    /// Nobody is waited for any more.
+    void cutShort();
+    bool isCut() const { return cut; }
 
     void add(const Row& row);
-    /// Some did not come in time.
+    /// Some did not come in time; 0 seconds: before cutShort.
     void giveUp(const ClientSet& tasks, int seconds);
     /// These have come, before the start was over. Gives those that had been given up; then the
     /// others are waited for anew.
     ClientSet arrived(const ClientSet& tasks);
-    /// Whether some were given up that have not come since.
-    bool gaveUp() const { return !inVain.empty(); }
+    /// Whether the start was cut short, or some were given up that have not come since.
+    bool gaveUp() const { return cut || !inVain.empty(); }
 
     /// Of the ranks that are missing; where ranks are not known, of the numbers of the tasks.
     std::vector<Row> rows() const;
@@ -50,5 +53,6 @@ class StartLosses {
     Owner& owner;
     std::vector<Row> known; // by tasks
     ClientSet inVain;       // given up
+    bool cut = false;
     Timer timer;
 };

@@ -29,7 +29,8 @@ Switchboard::Switchboard(int count, const Driver& driver, Outlet& out)
       local(driver, out, dispatcher),
       dispatcher(count, driver, local, out, *this),
       stoppers(dispatcher, out, out),
-      kept(driver, dispatcher) {}
+      kept(driver, dispatcher),
+      crashed(driver, dispatcher) {}
 
 void Switchboard::setClients(int count) {
     assert(consoles.empty());
@@ -407,7 +408,8 @@ void Switchboard::announce(const std::string& text) {
 
 std::optional<Clock::time_point> Switchboard::deadline() const {
     std::optional<Clock::time_point> next = dispatcher.deadline();
-    for (const auto& other : {local.deadline(), stoppers.deadline(), kept.deadline()})
+    for (const auto& other :
+         {local.deadline(), stoppers.deadline(), kept.deadline(), crashed.deadline()})
         if (other && (!next || *other < *next)) next = other;
     for (const auto& [number, console] : consoles) {
         if (!console.interrupts.empty() && (!next || console.interrupts.front() < *next))
@@ -428,6 +430,7 @@ void Switchboard::tick(Clock::time_point now) {
     local.tick(now);
     dispatcher.tick(now);
     kept.tick(table.all(), now);
+    crashed.tick(table.all(), now);
     for (const int number : stoppers.takeDue(now))
         sendReady(number, consoles[number]);
     for (auto& [number, console] : consoles) {

@@ -9,6 +9,7 @@
 #include "common/data.h"
 #include "common/groupnames.h"
 #include "common/reply.h"
+#include "frontend/switchboard/crashedtasks.h"
 #include "frontend/switchboard/dispatcher.h"
 #include "frontend/switchboard/groups.h"
 #include "frontend/switchboard/kepttasks.h"
@@ -132,7 +133,10 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
 
     /// The commands come from a script: none is to wait for ever for a task that is
     /// kept from ending its job.
-    void runsUnattended() { kept.begin(); }
+    void runsUnattended() {
+        kept.begin();
+        crashed.begin();
+    }
     /// The tasks that were kept from ending their job, by what would have ended it; none when
     /// commands come from somewhere else.
     const std::map<std::string_view, ClientSet>& keptTasks() const { return kept.all(); }
@@ -166,6 +170,7 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     Dispatcher dispatcher;
     Stoppers stoppers;
     KeptTasks kept;
+    CrashedTasks crashed;
     std::optional<Clock::time_point> told; // the last wakeAt
 
     void carryOut(int console, const Command& command, Clock::time_point now);
@@ -185,10 +190,12 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     void located(const Request& request, const std::vector<ClientSet>& places) override;
     void typed(const ClientSet& clients, const std::string& line, Clock::time_point now) override {
         kept.typed(clients, line, now);
+        crashed.typed(clients, line, now);
     }
     void printed(const ClientSet& clients, const std::vector<std::string>& lines,
                  Clock::time_point now) override {
         kept.said(clients, lines, now);
+        crashed.said(clients, lines, now);
     }
     void asks(const Request& request) override;
 

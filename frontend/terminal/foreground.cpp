@@ -127,7 +127,7 @@ void Foreground::onSignal(int number) {
     case SIGUSR1:
         // Only the foreground that started the session may give up the start.
         if (guarded) {
-            line.say("give up");
+            line.say(start.reporter.empty() ? "give up" : "serve");
         } else {
             console.signal(SIGTERM);
             endConsole(1);
@@ -169,6 +169,8 @@ void Foreground::onConsoleEnded() {
     consoleTimer.cancel();
     const bool hungUp = signalled == SIGHUP ||
                         (WIFSIGNALED(console.status()) && WTERMSIG(console.status()) == SIGHUP);
+    if (!start.reporter.empty() && WIFSIGNALED(console.status()))
+        say("what writes the report was ended by a signal, and has written none");
     midLine = !connected || WIFSIGNALED(console.status());
     line.say(hungUp ? "hung up" : "left");
     // The keys are the user's again: only an answer is left to wait for.

@@ -103,7 +103,7 @@ std::vector<Story> stories() {
         all.back().found.clients = upTo(3);
         return all.back().found;
     };
-    all.reserve(30);
+    all.reserve(40);
     add("all end", {{upTo(3), "[Inferior 1 (process 7) exited normally]"}},
         {"all went well: 4 tasks ended with status 0"}, 0);
     add("a status",
@@ -160,6 +160,9 @@ std::vector<Story> stories() {
                          {"not run: 1 of 5 tasks has no debugger", "rank 4 is missing: why"}, 3);
     part.toRun = true;
     part.missing = {{{4}, "why"}};
+    add("no task", {}, {"not looked at: no task was found", ""}, 3).clients = {};
+    add("tasks that are lost", {}, {"4 of 4 tasks failed", "0:3 | was lost with its debugger"}, 4)
+        .lost = upTo(3);
     // Below the functions of a script, as stat shows them.
     Findings& script = add("a crash below Python", {segfault},
                            {"1 of 4 tasks crashed", "2 | SIGSEGV, Segmentation fault, in string_at "

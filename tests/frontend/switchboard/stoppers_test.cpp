@@ -140,4 +140,30 @@ TEST_F(StoppersTest, AKeptTaskIsLetGoOnlyByWhatLeavesItsPlace) {
     }
 }
 
+// But what a task that has crashed leaves at work may have work to do.
+TEST_F(StoppersTest, AScriptSaysForWhomItWaitsBehindACrash) {
+    const std::string wait = "the script waits for these, and 1 has stopped by SIGSEGV;";
+    for (const bool unattended : {false, true}) {
+        if (unattended) board.runsUnattended();
+        running();
+        board.output(1, "Thread 2 \"a\" received signal SIGSEGV, Segmentation fault.\n", now);
+        // Its own words.
+        board.output(2, "Program received signal SIGFPE: Floating-point exception\n", now);
+        prompts({1});
+        EXPECT_EQ(pass(9s).find(wait), std::string::npos);
+        const std::string told = pass(2s);
+        EXPECT_EQ(told.find(wait) != std::string::npos, unattended) << told;
+        EXPECT_EQ(pass(1h), "");
+        prompts({0, 2, 3});
+        filtered();
+    }
+    // What goes on without it is another command.
+    types(1, "0", "continue");
+    EXPECT_NE(pass(11s).find("waits for these, and 1 has stopped by SIGSEGV;"), std::string::npos);
+    prompts({0});
+    filtered();
+    running();
+    EXPECT_EQ(pass(11s).find("has stopped by"), std::string::npos);
+}
+
 } // namespace

@@ -1,6 +1,8 @@
 // Where in the program tasks stand.
 #include "tests/frontend/switchboard/switchboardtest.h"
 
+#include <sstream>
+
 namespace {
 
 class StopPlacesTest : public SwitchboardTest {
@@ -9,27 +11,15 @@ class StopPlacesTest : public SwitchboardTest {
     // first; "-" begins another thread.
     static std::string stackOf(const std::string& calls) {
         std::string answer = "thread\t1\n";
-        for (std::string call : linesOf(calls)) {
+        std::istringstream words(calls);
+        for (std::string call; words >> call;) {
             std::ranges::replace(call, ',', '\t');
             answer += call == "-" ? "thread\t0\n" : "call\t" + call + "\n";
         }
         return answer;
     }
-    static Lines linesOf(const std::string& text) {
-        Lines lines(1);
-        for (const char c : text) {
-            if (c == ' ')
-                lines.emplace_back();
-            else
-                lines.back() += c;
-        }
-        return lines;
-    }
     void asks(const std::string& command, const std::string& answer) {
-        if (command.starts_with("stat"))
-            send(1, STATCLIENT, "0", command);
-        else
-            types(1, "0", command);
+        send(1, command.starts_with("stat") ? STATCLIENT : CLIENT, "0", command);
         answers({0}, answer);
         filtered();
     }
