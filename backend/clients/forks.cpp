@@ -13,6 +13,10 @@ namespace {
 
 // Time for a child to execute another program.
 constexpr auto moment = std::chrono::milliseconds(150);
+// Until another look at a child that its parent's debugger still holds, twice as long each time: on
+// a busy machine that may take a while. For three seconds in all; else it is meant to keep it.
+constexpr auto firstPause = std::chrono::milliseconds(100);
+constexpr auto lastPause = 16 * firstPause;
 // Debuggers that start at a time.
 constexpr std::size_t maxStarting = 2;
 // Bytes of a mark and a process id.
@@ -65,9 +69,18 @@ void Forks::see(const Child& child, pid_t debugger) {
         return each.child.pid == child.pid;
     });
     if (seen.size() >= maxSeen || before != seen.end()) return;
-    seen.push_back({child, ProcessTree::startOf(child.pid),
-                    ProcessTree::executableOf(orphan ? child.pid : parent), Clock::now() + moment});
-    if (seen.size() == 1) wait();
+    await({.child = child,
+           .start = ProcessTree::startOf(child.pid),
+           .executable = ProcessTree::executableOf(orphan ? child.pid : parent),
+           .debugger = debugger,
+           .until = Clock::now() + moment});
+}
+
+void Forks::await(Seen child) {
+    const auto later = std::ranges::upper_bound(seen, child.until, {}, &Seen::until);
+    const bool isNext = later == seen.begin();
+    seen.insert(later, std::move(child));
+    if (isNext) wait();
 }
 
 void Forks::wait() {
@@ -80,12 +93,17 @@ void Forks::wait() {
 
 void Forks::look() {
     while (!seen.empty() && seen.front().until <= Clock::now()) {
-        const Seen one = std::move(seen.front());
+        Seen one = std::move(seen.front());
         seen.pop_front();
         const pid_t pid = one.child.pid;
         if (ProcessTree::parentOf(pid) == 0 || ProcessTree::startOf(pid) != one.start ||
-            ProcessTree::executableOf(pid) != one.executable ||
-            ProcessTree::shareMemory(pid, ProcessTree::parentOf(pid)) || Tracing::tracerOf(pid) > 0)
+            ProcessTree::executableOf(pid) != one.executable)
+            continue;
+        if (lookAgain(one)) {
+            await(std::move(one));
+            continue;
+        }
+        if (ProcessTree::shareMemory(pid, ProcessTree::parentOf(pid)) || Tracing::tracerOf(pid) > 0)
             continue;
         if (clients.size() + wanted.size() >= limit)
             refuse(one.child, std::to_string(limit) +
@@ -95,6 +113,20 @@ void Forks::look() {
             wanted.push_back(one.child);
     }
     next();
+}
+
+// Whether it is too early to tell what becomes of a child: it is still held, or was until now.
+bool Forks::lookAgain(Seen& one) {
+    if (Tracing::tracerOf(one.child.pid) == one.debugger) {
+        if (one.pause >= lastPause) return false;
+        one.pause = one.pause.count() == 0 ? firstPause : 2 * one.pause;
+        one.until = Clock::now() + one.pause;
+        return true;
+    }
+    if (one.pause.count() == 0) return false;
+    one.pause = {};
+    one.until = Clock::now() + moment;
+    return true;
 }
 
 void Forks::next() {

@@ -12,8 +12,9 @@
 #include <utility>
 
 /// Finds what the tasks fork, and decides which of it is debugged: a child of a debugger's own
-/// process that lives and that after a moment still executes the same file. What has become another
-/// program by then, a shell's command say, is left alone. One thread.
+/// process that lives and that, a moment after that debugger has let go of it, still executes the
+/// same file. What has become another program by then, a shell's command say, is left alone. One
+/// thread.
 class Forks {
   public:
     struct Child {
@@ -52,7 +53,9 @@ class Forks {
         Child child;
         unsigned long long start;
         std::string executable;
+        pid_t debugger; // of its parent: may hold it still
         Clock::time_point until;
+        Clock::duration pause{}; // since the look that found it held; none: it was not
     };
 
     Owner& owner;
@@ -61,7 +64,7 @@ class Forks {
     const pid_t reaper;
     Timer timer;
     std::map<int, std::string> tails; // of each client's output: may hold the beginning of a mark
-    std::deque<Seen> seen;
+    std::deque<Seen> seen;            // by `until`
     std::deque<Child> wanted;
     std::map<int, Child> clients;
     std::set<int> starting;
@@ -69,7 +72,9 @@ class Forks {
     bool stopped = false;
 
     void see(const Child& child, pid_t debugger);
+    void await(Seen child);
     void wait();
     void look();
+    static bool lookAgain(Seen& child);
     void next();
 };

@@ -130,6 +130,9 @@ class Driver {
     /// Whether this command line lets the task run until the prompt; for a debugger that prints no
     /// marks of that (PromptMatcher).
     virtual bool letsRun(std::string_view line) const = 0;
+    /// Whether a task goes on by this command line from where it stands, instead of running for a
+    /// call of one of its functions only.
+    virtual bool leavesPlace(std::string_view line) const { return letsRun(line); }
     /// Why this command line is of no use for core files, which have no process, as a sentence;
     /// empty: it is, or the debuggers have processes.
     virtual std::string refusal(std::string_view) const { return ""; }

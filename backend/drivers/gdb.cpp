@@ -333,15 +333,6 @@ bool Gdb::complains(std::string_view line) const {
            line.find("\" is not a core dump: ") != std::string_view::npos;
 }
 
-bool Gdb::letsRun(std::string_view line) const {
-    static constexpr CommandName runners[] = {
-        {"run", 1},     {"start", 5},  {"starti", 6}, {"continue", 1}, {"fg", 2},    {"nexti", 1},
-        {"ni", 2},      {"stepi", 1},  {"si", 2},     {"finish", 3},   {"until", 1}, {"jump", 1},
-        {"advance", 3}, {"signal", 3}, {"call", 3},   {"source", 2},
-    };
-    return names(line.substr(0, line.find_first_of(" \t/")), runners);
-}
-
 std::string Gdb::shown(std::string line) const {
     if (subject == Subject::PROGRAM) return line;
     constexpr std::string_view finish = "Run till exit from ";

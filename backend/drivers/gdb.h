@@ -2,6 +2,7 @@
 
 #include "backend/drivers/corerules.h"
 #include "backend/drivers/driver.h"
+#include "backend/drivers/gdbcommands.h"
 #include "backend/drivers/gdbstops.h"
 #include "backend/drivers/gdbvalues.h"
 
@@ -35,7 +36,8 @@ class Gdb : public Driver {
     bool isGreeting(std::string_view line) const override;
     bool complains(std::string_view line) const override;
     std::string hintFor(std::string_view line) const override;
-    bool letsRun(std::string_view line) const override;
+    bool letsRun(std::string_view line) const override { return GdbCommands::letRun(line); }
+    bool leavesPlace(std::string_view line) const override { return GdbCommands::leavePlace(line); }
     std::string refusal(std::string_view line) const override {
         return subject == Subject::CORE ? CoreRules::gdbRefuses(line) : "";
     }

@@ -28,10 +28,10 @@ StackTree StackText::parse(int client, const std::string& answer) const {
             }
             thread.calls = stack.calls();
         }
-        std::vector<std::string> names;
+        std::vector<StackTree::Frame> frames;
         for (const Driver::StackLine& call : thread.calls)
-            names.push_back(nameOf(call));
-        stacks.add(client, names);
+            frames.push_back({nameOf(call), !UserStack::isOfProgram(call)});
+        stacks.add(client, frames);
     }
     std::string counts;
     for (const auto& [library, count] : helpers)

@@ -16,22 +16,24 @@ void count(auto& node, int client) {
 
 } // namespace
 
-void StackTree::add(int client, const std::vector<std::string>& calls) {
+void StackTree::add(int client, const std::vector<Frame>& calls) {
     if (calls.empty()) return;
     Node* node = &root;
     // A debugger may print more than it was asked for.
     const std::size_t over = calls.size() - std::min<std::size_t>(calls.size(), maxCalls);
     for (auto call = calls.rbegin() + static_cast<std::ptrdiff_t>(over); call != calls.rend();
          ++call) {
-        node = &node->calls[*call];
+        node = &node->calls[call->text];
+        node->isForeign = node->isForeign || call->isForeign;
         count(*node, client);
     }
     // In code without names, the first caller that has a name says most.
-    const auto named = std::find_if(calls.begin() + 1, calls.end(), [](const std::string& call) {
-        return !call.starts_with("??");
-    });
+    const auto named = std::find_if(calls.begin() + 1, calls.end(),
+                                    [](const Frame& call) { return !call.text.starts_with("??"); });
     const auto caller = named == calls.end() ? calls.begin() + 1 : named;
-    count(innermost[caller == calls.end() ? calls[0] : calls[0] + calledBy + *caller], client);
+    count(
+        innermost[caller == calls.end() ? calls[0].text : calls[0].text + calledBy + caller->text],
+        client);
 }
 
 StackTree::StackTree(const Outline& outline) {
@@ -41,10 +43,11 @@ StackTree::StackTree(const Outline& outline) {
         Node& node = path.back()->calls[call.text];
         node.clients = call.clients;
         node.threads = call.threads;
+        node.isForeign = call.isForeign;
         path.push_back(&node);
     }
     for (const Call& call : outline.innermost)
-        innermost[call.text] = {call.clients, call.threads, {}};
+        innermost[call.text] = {call.clients, call.threads, call.isForeign, {}};
     for (const Row& row : outline.without)
         without[row.text] = row.clients;
     for (const Row& row : outline.helpers)
@@ -66,7 +69,7 @@ StackTree::Outline StackTree::outline() const {
 void StackTree::list(const std::map<std::string, Node>& nodes, std::size_t depth,
                      std::vector<Call>& calls) {
     for (const auto& [text, node] : nodes) {
-        calls.push_back({depth, text, node.clients, node.threads});
+        calls.push_back({depth, text, node.clients, node.threads, node.isForeign});
         list(node.calls, depth + 1, calls);
     }
 }
@@ -86,6 +89,7 @@ void StackTree::merge(std::map<std::string, Node>& into, const std::map<std::str
         Node& mine = into[call];
         mine.clients.insert(node.clients);
         mine.threads += node.threads;
+        mine.isForeign = mine.isForeign || node.isForeign;
         merge(mine.calls, node.calls);
     }
 }

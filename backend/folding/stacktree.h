@@ -18,12 +18,18 @@ class StackTree {
     };
     /// Rows that stand side by side: no two of a group have the same text.
     using RowGroup = std::vector<Row>;
+    /// A call of a thread's stack.
+    struct Frame {
+        std::string text;
+        bool isForeign = false; // not the program's own (UserStack::isOfProgram)
+    };
     /// A call of the tree: those that it has called stand behind it, one deeper.
     struct Call {
         std::size_t depth = 0;
         std::string text;
         ClientSet clients;
         std::size_t threads = 0;
+        bool isForeign = false; // in one of the stacks at least
     };
     /// The whole tree, flat.
     struct Outline {
@@ -41,7 +47,7 @@ class StackTree {
     Outline outline() const;
 
     /// Adds the stack of one thread, the innermost call first.
-    void add(int client, const std::vector<std::string>& calls);
+    void add(int client, const std::vector<Frame>& calls);
     /// Adds the stacks of other clients.
     void add(const StackTree& other);
     /// Adds a client that has no stack, and the reason.
@@ -69,6 +75,7 @@ class StackTree {
     struct Node {
         ClientSet clients;
         std::size_t threads = 0;
+        bool isForeign = false;
         std::map<std::string, Node> calls;
     };
 

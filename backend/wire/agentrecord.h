@@ -70,7 +70,7 @@ struct AgentRecord {
 
 /// How an agent introduces itself.
 struct AgentHello {
-    static constexpr int version = 3;
+    static constexpr int version = 4;
 
     int protocol = version;
     /// The program's own; empty: the protocol is older than this field.

@@ -29,6 +29,7 @@ void put(ByteWriter& out, const std::vector<StackTree::Call>& calls) {
         out.text(call.text);
         out.set(call.clients);
         out.number(call.threads);
+        out.number(call.isForeign);
     }
 }
 
@@ -36,7 +37,7 @@ void put(ByteWriter& out, const std::vector<StackTree::Call>& calls) {
 std::vector<StackTree::Call> callsOf(ByteReader& in) {
     std::vector<StackTree::Call> calls;
     std::size_t deepest = 0;
-    for (std::size_t left = in.count(4); left > 0; --left) {
+    for (std::size_t left = in.count(5); left > 0; --left) {
         StackTree::Call call;
         call.depth = in.number(StackTree::maxCalls);
         if (call.depth > deepest) throw BrokenConnection();
@@ -44,6 +45,7 @@ std::vector<StackTree::Call> callsOf(ByteReader& in) {
         call.text = in.text();
         call.clients = in.set();
         call.threads = in.number();
+        call.isForeign = in.flag();
         if (call.clients.empty()) throw BrokenConnection();
         calls.push_back(std::move(call));
     }

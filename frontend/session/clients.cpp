@@ -293,7 +293,7 @@ void Clients::onOutput(int id, std::string_view text) {
 }
 
 void Clients::onPrompt(int id) {
-    if (at(id).phase == Task::ENDED) return; // too late
+    if (at(id).phase == Task::ENDED && (phase != STARTING || lost.arrived({id}).empty())) return;
     if (phase == RUNNING) owner.onClientPrompt(id);
     if (phase != STARTING) return;
     // What a debugger prints while it attaches is of interest only when it could not.
@@ -327,11 +327,11 @@ void Clients::onStarted(RemoteNode& node, const NodeRecords::Started& started) {
             forked.onStarted(id, started);
     }
     if (ours.empty() || phase != STARTING) return;
-    // What a debugger prints while it attaches is of interest only when it could not.
     if (!started.holds)
         startupOutput.add(
             ours, started.text + (started.ended ? "\nthe debugger ended during the start\n" : ""));
     attached = attached || started.holds;
+    if (!started.ended) lost.arrived(ours);
     if (errors && !started.ended && !started.tellsErrors) errorsUntold = true;
     owner.onNode(ours, node);
     for (const int id : ours)

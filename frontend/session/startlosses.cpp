@@ -27,17 +27,27 @@ void StartLosses::add(const Row& row) {
 }
 
 void StartLosses::cutShort() {
-    cut = inVain = true;
+    cut = true;
     end();
     owner.onStandstill(0, true);
 }
 
 void StartLosses::giveUp(const ClientSet& tasks, int seconds) {
-    inVain = inVain || !tasks.empty();
+    inVain.insert(tasks);
     add({seconds == 0 ? "no debugger had come to its prompt when the start was cut short"
                       : "no debugger has come to its prompt in " + std::to_string(seconds) +
                             (seconds == 1 ? " second" : " seconds"),
          tasks, true});
+}
+
+ClientSet StartLosses::arrived(const ClientSet& tasks) {
+    ClientSet late = inVain.intersection(tasks);
+    inVain.erase(late);
+    for (Row& row : known)
+        row.tasks.erase(late);
+    std::erase_if(known, [](const Row& row) { return row.tasks.empty(); });
+    if (!late.empty()) wait();
+    return late;
 }
 
 std::vector<StartLosses::Row> StartLosses::rows() const {

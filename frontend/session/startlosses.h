@@ -39,7 +39,11 @@ class StartLosses {
     void add(const Row& row);
     /// Some did not come in time; 0 seconds: before cutShort.
     void giveUp(const ClientSet& tasks, int seconds);
-    bool gaveUp() const { return inVain; }
+    /// These have come, before the start was over. Gives those that had been given up; then the
+    /// others are waited for anew.
+    ClientSet arrived(const ClientSet& tasks);
+    /// Whether the start was cut short, or some were given up that have not come since.
+    bool gaveUp() const { return cut || !inVain.empty(); }
 
     /// Of the ranks that are missing; where ranks are not known, of the numbers of the tasks.
     std::vector<Row> rows() const;
@@ -48,6 +52,7 @@ class StartLosses {
     const Options& options;
     Owner& owner;
     std::vector<Row> known; // by tasks
-    bool inVain = false, cut = false;
+    ClientSet inVain;       // given up
+    bool cut = false;
     Timer timer;
 };

@@ -3,12 +3,14 @@
 #include "backend/drivers/fatalsignals.h"
 #include "backend/os/text.h"
 
-void CrashedTasks::started(const Request& request, Clock::time_point now) {
-    if (standing.empty() || !driver.letsRun(request.line)) return;
-    for (auto& [signal, clients] : standing)
-        clients.erase(request.members);
-    std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
-    if (!standing.empty()) due = now + Wait::crash;
+void CrashedTasks::typed(const ClientSet& clients, const std::string& line, Clock::time_point now) {
+    if (standing.empty()) return;
+    if (driver.leavesPlace(line)) {
+        for (auto& [signal, whose] : standing)
+            whose.erase(clients);
+        std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
+    }
+    if (!standing.empty() && driver.letsRun(line)) due = now + Wait::crash;
 }
 
 void CrashedTasks::said(const ClientSet& clients, const std::vector<std::string>& lines,

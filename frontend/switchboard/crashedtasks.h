@@ -24,8 +24,8 @@ class CrashedTasks {
 
     /// The commands come from a script. Until then nothing is heard.
     void begin() { begun = true; }
-    /// A command has begun.
-    void started(const Request& request, Clock::time_point now);
+    /// Debuggers get this line.
+    void typed(const ClientSet& clients, const std::string& line, Clock::time_point now);
     /// Debuggers have printed these lines.
     void said(const ClientSet& clients, const std::vector<std::string>& lines,
               Clock::time_point now);

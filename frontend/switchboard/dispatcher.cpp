@@ -27,12 +27,13 @@ Dispatcher::Dispatcher(int count, const Driver& kind, Node& theirs, Outlet& out,
 }
 
 void Dispatcher::setClients(int count) {
-    members.assign(static_cast<std::size_t>(count), {.node = &firstNode});
+    members.assign(static_cast<std::size_t>(count), {});
+    nodes.assign(count, firstNode);
 }
 
 void Dispatcher::addClient(int id) {
     members.resize(std::max(members.size(), static_cast<std::size_t>(id) + 1));
-    at(id).node = &firstNode;
+    nodes.set({id}, firstNode);
 }
 
 void Dispatcher::consoleLeft(int console) {
@@ -53,15 +54,28 @@ std::optional<std::string> Dispatcher::start(Request wanted, Clock::time_point n
     if (auto problem = wanted.prepare(driver, outlet)) return problem;
     const ClientSet clients = wanted.members;
     const Request& request = place(std::move(wanted), clients, now);
-    if (request.kind != Command::STATCLIENT) stopPlaces.type(clients, request);
     if (request.kind == Command::SCRIPTCLIENT) {
         for (const int id : clients)
             startProgram(id, request.line, "");
     } else {
-        for (const auto& [node, theirs] : byNode(clients))
-            node->type(theirs, request.line);
+        type(clients, request.line, now);
     }
     return std::nullopt;
+}
+
+// All lines that debuggers get, but for answers to their questions.
+void Dispatcher::type(const ClientSet& clients, const std::string& line, Clock::time_point now) {
+    stopPlaces.typed(clients, line);
+    listener.typed(clients, line, now);
+    nodes.type(clients, line);
+}
+
+std::string Dispatcher::lineOf(int id) const {
+    const Request* const request = requestOf(id);
+    if (!request) return "";
+    if (request->kind != Command::SCRIPTCLIENT) return request->line;
+    const auto program = programs.find(id);
+    return program == programs.end() ? "" : program->second.typed;
 }
 
 void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
@@ -69,24 +83,12 @@ void Dispatcher::filterReport(Request wanted, Clock::time_point now) {
     report(place(std::move(wanted), {id}, now), id);
 }
 
-std::map<Node*, ClientSet> Dispatcher::byNode(const ClientSet& clients) const {
-    std::map<Node*, ClientSet> nodes;
-    Node* last = nullptr;
-    ClientSet* theirs = nullptr;
-    for (const int id : clients) {
-        if (at(id).node != last) theirs = &nodes[last = at(id).node];
-        theirs->insert(id);
-    }
-    return nodes;
-}
-
 // Makes the clients work on the request.
 Request& Dispatcher::place(Request wanted, const ClientSet& clients, Clock::time_point now) {
     wanted.overdue = now + Wait::answer;
     Request& request = requests.add(std::move(wanted));
     // What they said before is heard first.
-    for (const auto& [node, theirs] : byNode(clients))
-        node->begin(theirs, request.work(), now);
+    nodes.begin(clients, request.work(), now);
     for (const int id : clients) {
         assert(!at(id).request);
         at(id).request = &request;
@@ -106,7 +108,7 @@ void Dispatcher::answered(int work, const ClientSet& clients, Clock::time_point 
     requests.flushReady(*request);
     if (request->kind == Command::SCRIPTCLIENT) {
         for (const int id : done) {
-            programs[id].typed = false;
+            programs[id].typed.clear();
             advance(id, now);
         }
         return;
@@ -138,15 +140,12 @@ void Dispatcher::sampled(Request& request, Clock::time_point now) {
 
 void Dispatcher::take(const ClientSet& clients, const Work& work, const std::string& line,
                       Clock::time_point now) {
-    for (const auto& [node, theirs] : byNode(clients)) {
-        node->begin(theirs, work, now);
-        node->type(theirs, line);
-    }
+    nodes.begin(clients, work, now);
+    type(clients, line, now);
 }
 
 void Dispatcher::stop(const ClientSet& clients, Clock::time_point now) {
-    for (const auto& [node, theirs] : byNode(clients))
-        node->interrupt(theirs, now);
+    nodes.interrupt(clients, now);
 }
 
 void Dispatcher::captured(int work, int id, const std::string& text) {
@@ -161,10 +160,12 @@ void Dispatcher::captured(int work, int id, const std::string& text) {
 
 void Dispatcher::stacks(int work, const StackTree& tree) {
     Request* const request = requests.find(work);
+    // A node can send anything.
+    if (!request || !request->stat) return;
     stopPlaces.stacks(tree);
-    if (request && request->sampling)
+    if (request->sampling)
         request->sampling->stacks(tree);
-    else if (request && request->stat)
+    else
         request->stat->add(tree);
 }
 
@@ -172,7 +173,7 @@ void Dispatcher::stacks(int work, const StackTree& tree) {
 void Dispatcher::advance(int id, Clock::time_point now) {
     Program& program = programs[id];
     Request& request = *at(id).request;
-    while (!program.typed && !program.script.empty()) {
+    while (program.typed.empty() && !program.script.empty()) {
         std::string line = std::move(program.script.front());
         program.script.pop_front();
         const std::string words = line.substr(std::min(line.size(), line.find_first_not_of(" \t")));
@@ -180,11 +181,12 @@ void Dispatcher::advance(int id, Clock::time_point now) {
             !Text::afterWord(words).empty()) {
             line = Text::afterWord(words);
             const std::string refusal = driver.refusal(line);
-            program.typed = refusal.empty();
-            if (program.typed)
-                at(id).node->type({id}, line);
-            else
+            if (!refusal.empty()) {
                 deliver(request, id, refusal, now);
+            } else {
+                program.typed = line;
+                type({id}, line, now);
+            }
         } else {
             if (!request.stat) line = SafeText::line(std::move(line));
             deliver(request, id, line, now);
@@ -198,7 +200,7 @@ void Dispatcher::conclude(int id) {
     Request& request = *at(id).request;
     requests.flushReady(request);
     const auto program = programs.find(id);
-    if (program != programs.end() && (program->second.runs || program->second.typed)) return;
+    if (program != programs.end() && program->second.works()) return;
     completed(request, {id});
 }
 
@@ -250,7 +252,7 @@ void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
             if (request.sampling) sampled(request, now);
             continue;
         }
-        at(id).node->interrupt({id}, now);
+        nodes.interrupt({id}, now);
         stopProgram(id);
         conclude(id);
     }
@@ -258,9 +260,7 @@ void Dispatcher::interrupt(const ClientSet& ids, Clock::time_point now) {
 }
 
 bool Dispatcher::reply(const ClientSet& ids, const std::string& text, Clock::time_point now) {
-    ClientSet taken;
-    for (const auto& [node, theirs] : byNode(ids))
-        taken.insert(node->reply(theirs, text, now));
+    const ClientSet taken = nodes.reply(ids, text, now);
     for (const int id : taken) {
         Request& request = *at(id).request;
         request.asking.erase(id);
@@ -283,7 +283,7 @@ void Dispatcher::adopt(int id, int console) {
 // Where the client's output goes; null: nobody wants it.
 Request* Dispatcher::outputOf(int id, int work) {
     // Nobody knows of it yet.
-    if (!has(id) || !at(id).node) return nullptr;
+    if (!has(id)) return nullptr;
     Request* const request = at(id).request;
     // What is left of a work before that is idle output, and so is all of a client without work.
     if (!request || request->number != work)
@@ -429,7 +429,7 @@ void Dispatcher::tellOverdue(Request& request, Clock::time_point now) {
     ClientSet silent = request.sampling ? request.sampling->awaits() : request.waiting;
     silent.erase(request.asking);
     if (!silent.empty() && request.console != 0)
-        remarks.tellSilent(request, silent, byNode(silent));
+        remarks.tellSilent(request, silent, nodes.split(silent));
 }
 
 // --- time

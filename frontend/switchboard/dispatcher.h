@@ -6,6 +6,7 @@
 #include "backend/os/clock.h"
 #include "common/clientset.h"
 #include "common/data.h"
+#include "frontend/switchboard/clientnodes.h"
 #include "frontend/switchboard/remarks.h"
 #include "frontend/switchboard/requests.h"
 #include "frontend/switchboard/sampling.h"
@@ -47,6 +48,10 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
         /// The rows of a report that may become groups are known (Request::groupNames); of a stat,
         /// the places, those with the fewest clients first.
         virtual void located(const Request& request, const std::vector<ClientSet>& places) = 0;
+        /// This line is typed at the clients' debuggers, for a user, by a user's script, or as a
+        /// step of sampling.
+        virtual void typed(const ClientSet& clients, const std::string& line,
+                           Clock::time_point now) = 0;
         /// The clients have printed these lines.
         virtual void printed(const ClientSet& clients, const std::vector<std::string>& lines,
                              Clock::time_point now) = 0;
@@ -60,10 +65,7 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     /// joined.
     void setClients(int count);
     /// The clients are those of another node, which must outlive this.
-    void setNode(const ClientSet& clients, Node& node) {
-        for (const int id : clients)
-            at(id).node = &node;
-    }
+    void setNode(const ClientSet& clients, Node& node) { nodes.set(clients, node); }
 
     /// Adds an idle client; no number is used twice.
     void addClient(int id);
@@ -90,6 +92,8 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     bool isKept(int client) const { return stopPlaces.isKept(client); }
     /// The request that the client works on; null: none.
     const Request* requestOf(int client) const { return at(client).request; }
+    /// The line that the client's debugger was given for that, by its script perhaps; empty: none.
+    std::string lineOf(int client) const;
     /// The console for which the client works, or worked last; 0 for none.
     int consoleOf(int client) const { return has(client) ? at(client).console : 0; }
     /// Sends all output that was gathered for a console's requests.
@@ -134,14 +138,15 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     struct Member {
         Request* request = nullptr; // the command it works on; null: it is idle
         int console = 0;            // the owner of its present or last command; 0: none
-        Node* node = nullptr;       // null: there is no such client
     };
     /// A program of the user's for one client, and what it printed.
     struct Program {
         bool runs = false;
-        bool typed = false;             // a line of its script waits for the debugger's answer
+        std::string typed;              // of its script: waits for the debugger's answer
         std::deque<std::string> script; // lines that are not carried out yet
         LineCutter lines;
+
+        bool works() const { return runs || !typed.empty(); }
     };
 
     const Driver& driver;
@@ -149,16 +154,17 @@ class Dispatcher : public Node::Listener, private Sampling::Hands {
     Outlet& outlet;
     Listener& listener;
     std::vector<Member> members;
+    ClientNodes nodes;
     std::map<int, Program> programs; // of clients whose request needs one
     Requests requests;
     StopPlaces stopPlaces{driver};
     const Remarks remarks;
 
-    bool has(int client) const { return static_cast<std::size_t>(client) < members.size(); }
+    bool has(int client) const { return nodes.has(client); }
     Member& at(int client) { return members[static_cast<std::size_t>(client)]; }
     const Member& at(int client) const { return members[static_cast<std::size_t>(client)]; }
 
-    std::map<Node*, ClientSet> byNode(const ClientSet& clients) const;
+    void type(const ClientSet& clients, const std::string& line, Clock::time_point now);
     Request& place(Request wanted, const ClientSet& clients, Clock::time_point now);
     void startProgram(int client, const std::string& command, const std::string& input);
     void stopProgram(int client);

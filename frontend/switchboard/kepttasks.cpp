@@ -5,18 +5,24 @@
 #include <algorithm>
 #include <utility>
 
-void KeptTasks::started(const Request& request, Clock::time_point now) {
-    if (standing.empty() || !driver.letsRun(request.line)) return;
-    for (auto& [at, clients] : standing)
-        clients.erase(request.members);
-    std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
-    if (!standing.empty()) due = now + Wait::abort;
+void KeptTasks::typed(const ClientSet& clients, const std::string& line, Clock::time_point now) {
+    if (standing.empty()) return;
+    if (driver.leavesPlace(line)) {
+        for (auto& [at, whose] : standing)
+            whose.erase(clients);
+        std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
+    }
+    if (!standing.empty() && driver.letsRun(line)) due = now + Wait::abort;
 }
 
-// For a kept task: tasks run while it is carried out.
-bool KeptTasks::mayWait(const Request& request) const {
-    if (request.kind == Command::STATCLIENT) return request.sampling.has_value();
-    return request.kind != Command::CLIENT || driver.letsRun(request.line);
+// For a kept task: it runs while that is carried out. A kept one runs for a call at most, which
+// takes as long as it takes.
+bool KeptTasks::mayWait(int client) const {
+    if (std::ranges::any_of(standing,
+                            [client](const auto& each) { return each.second.contains(client); }))
+        return false;
+    const Request* const request = dispatcher.requestOf(client);
+    return (request && request->sampling) || driver.letsRun(dispatcher.lineOf(client));
 }
 
 void KeptTasks::said(const ClientSet& clients, const std::vector<std::string>& lines,
@@ -36,8 +42,7 @@ void KeptTasks::tick(const ClientSet& clients, Clock::time_point now) {
     due.reset();
     std::map<int, ClientSet> running; // by console
     for (const int id : clients) {
-        const Request* const request = dispatcher.requestOf(id);
-        if (request && mayWait(*request)) running[request->console].insert(id);
+        if (mayWait(id)) running[dispatcher.consoleOf(id)].insert(id);
     }
     std::map<int, std::map<std::string_view, ClientSet>> causes; // by console
     for (const auto& [at, whose] : standing) {

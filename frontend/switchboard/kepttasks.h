@@ -23,8 +23,8 @@ class KeptTasks {
 
     /// The commands come from a script. Until then nothing is heard.
     void begin() { begun = true; }
-    /// A command has begun.
-    void started(const Request& request, Clock::time_point now);
+    /// Debuggers get this line.
+    void typed(const ClientSet& clients, const std::string& line, Clock::time_point now);
     /// Debuggers have printed these lines.
     void said(const ClientSet& clients, const std::vector<std::string>& lines,
               Clock::time_point now);
@@ -38,8 +38,8 @@ class KeptTasks {
     const Driver& driver;
     Dispatcher& dispatcher;
     bool begun = false;
-    std::map<std::string_view, ClientSet> kept, standing; // standing: nobody has let these go on
+    std::map<std::string_view, ClientSet> kept, standing; // standing: none of these has gone on
     std::optional<Clock::time_point> due;
 
-    bool mayWait(const Request& request) const;
+    bool mayWait(int client) const;
 };

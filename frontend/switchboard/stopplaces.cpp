@@ -17,9 +17,11 @@ bool hasSource(const Driver::StackLine& call) {
 
 std::string_view functionOf(std::string_view place) { return place.substr(0, place.find(" (")); }
 
-// Calls of stacks as StackTree has them: "search", "search (ring.py:7)", "?? of libm.so.6".
-bool isOfProgram(std::string_view call) {
-    return call.find(" of ") == call.npos && !UserStack::waits(call) && !call.starts_with('<');
+// Calls of stacks as StackTree has them are "search", "search at ring.cpp:7", "search (ring.py:7)".
+std::string placeOf(std::string call) {
+    constexpr std::string_view before = " at ";
+    const std::size_t at = call.rfind(before);
+    return at == call.npos ? call : call.replace(at, before.size(), " (") + ")";
 }
 
 bool beginsMainThread(std::string_view call) {
@@ -43,10 +45,11 @@ void StopPlaces::put(const std::string& place, const ClientSet& clients) {
     places[place].insert(clients);
 }
 
-void StopPlaces::type(const ClientSet& clients, const Request& request) {
-    if (request.kind == Command::CLIENT && !driver.letsRun(request.line)) return;
-    leave(clients);
-    kept.erase(clients);
+void StopPlaces::typed(const ClientSet& clients, const std::string& line) {
+    const bool leaves = driver.leavesPlace(line);
+    if (leaves) kept.erase(clients);
+    // Until they stop again, it is not known where.
+    if (leaves || driver.letsRun(line) || line == driver.resumeCommand()) leave(clients);
 }
 
 void StopPlaces::said(const ClientSet& clients, const std::vector<std::string>& lines) {
@@ -72,25 +75,27 @@ void StopPlaces::stacks(const StackTree& tree) {
     const std::vector<StackTree::Call> calls = tree.outline().calls;
     std::map<std::string, ClientSet> found, others;
     ClientSet settled, seen, several;
-    std::vector<std::string> path;
+    std::vector<const StackTree::Call*> path;
     for (std::size_t i = 0; i < calls.size(); ++i) {
         path.resize(calls[i].depth);
-        path.push_back(calls[i].text);
+        path.push_back(&calls[i]);
         // Those whose stacks end here.
         ClientSet ending = calls[i].clients;
         for (std::size_t next = i + 1; next < calls.size() && calls[next].depth > calls[i].depth;
              ++next)
             if (calls[next].depth == calls[i].depth + 1) ending.erase(calls[next].clients);
-        const auto own = std::find_if(path.rbegin(), path.rend(), isOfProgram);
+        const auto own =
+            std::ranges::find(path.rbegin(), path.rend(), false, &StackTree::Call::isForeign);
         if (ending.empty() || own == path.rend()) continue;
-        if (beginsMainThread(path[0])) {
-            found[*own].insert(ending);
+        const std::string place = placeOf((*own)->text);
+        if (beginsMainThread(placeOf(path[0]->text))) {
+            found[place].insert(ending);
             settled.insert(ending);
             continue;
         }
         several.insert(ending.intersection(seen));
         seen.insert(ending);
-        others[*own].insert(ending);
+        others[place].insert(ending);
     }
     // Without a main, only where there is no other thread.
     several.insert(settled);

@@ -3,7 +3,6 @@
 #include "backend/drivers/driver.h"
 #include "backend/folding/stacktree.h"
 #include "common/clientset.h"
-#include "frontend/switchboard/request.h"
 
 #include <map>
 #include <string>
@@ -17,8 +16,8 @@ class StopPlaces {
     /// The driver must outlive this.
     explicit StopPlaces(const Driver& dialect) : driver(dialect) {}
 
-    /// The clients' debuggers get a command: their tasks may run.
-    void type(const ClientSet& clients, const Request& request);
+    /// The clients' debuggers get this line.
+    void typed(const ClientSet& clients, const std::string& line);
     /// Debuggers have printed these lines.
     void said(const ClientSet& clients, const std::vector<std::string>& lines);
     /// The stacks of clients have become known.

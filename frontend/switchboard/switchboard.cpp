@@ -135,10 +135,7 @@ void Switchboard::clientCommand(int number, const Command& command, Clock::time_
         outlet.toConsole(number, answer(Reply::FAILED, 0));
         return;
     }
-    const Request& begun = *dispatcher.requestOf(members->front());
-    kept.started(begun, now);
-    crashed.started(begun, now);
-    count(begun);
+    count(*dispatcher.requestOf(members->front()));
 }
 
 // A console waits for the last command that it has sent.

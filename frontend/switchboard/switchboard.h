@@ -188,6 +188,10 @@ class Switchboard : public Node::Listener, private Dispatcher::Listener {
     // Dispatcher::Listener
     void answered(const ClientSet& clients, const Request& request) override;
     void located(const Request& request, const std::vector<ClientSet>& places) override;
+    void typed(const ClientSet& clients, const std::string& line, Clock::time_point now) override {
+        kept.typed(clients, line, now);
+        crashed.typed(clients, line, now);
+    }
     void printed(const ClientSet& clients, const std::vector<std::string>& lines,
                  Clock::time_point now) override {
         kept.said(clients, lines, now);

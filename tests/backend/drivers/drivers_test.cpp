@@ -161,6 +161,10 @@ TEST(Driver, KnowsWhatLetsTheTaskRun) {
         EXPECT_TRUE(gdb.letsRun(line)) << line;
     for (const char* line : {"", "list", "print x", "where", "info line", "break f", "fr"})
         EXPECT_FALSE(gdb.letsRun(line)) << line;
+    for (const char* line : {"c 2", "r", "s", "stepi", "u", "adv 3", "j 3", "sig 0", "k", "det"})
+        EXPECT_TRUE(gdb.leavesPlace(line)) << line;
+    for (const char* line : {"call f(3)", "source a", "delete", "kill-all", "x/3i $pc", "si_t"})
+        EXPECT_FALSE(gdb.leavesPlace(line)) << line;
     for (const char* line : {"c", "process launch", "thread step-over", "expression f()", "finish"})
         EXPECT_TRUE(lldb.letsRun(line)) << line;
     for (const char* line :

@@ -173,9 +173,9 @@ std::vector<AgentRecord> records() {
     common.terminal = common.inputTerminal = common.process = common.dialect = "x";
     common.throughShells = true;
     StackTree tree;
-    tree.add(1, {"poll", "wait", "main"});
-    tree.add(5, {"poll", "main"});
-    tree.add(5, {"idle"});
+    tree.add(1, {{"poll", true}, {"wait"}, {"main"}});
+    tree.add(5, {{"poll"}, {"main"}});
+    tree.add(5, {{"idle"}});
     tree.addWithout(9, "no stack: no process");
     tree.addHelpers(5, "libucs 1");
     ClientSet sparse = known;
@@ -246,9 +246,9 @@ TEST(AgentRecord, RefusesWhatTakesMoreThanItSays) {
             << testing::PrintToString(set);
     }
     // A tree whose second call hangs in the air.
-    EXPECT_THROW(readAndWritten({AgentRecord::STACKS, std::string("\7\2\0\1a\1\1\0\1"
-                                                                  "\2\1b\1\1\0\1\0\0\0",
-                                                                  19)}),
+    EXPECT_THROW(readAndWritten({AgentRecord::STACKS, std::string("\7\2\0\1a\1\1\0\1\0"
+                                                                  "\2\1b\1\1\0\1\0\0\0\0",
+                                                                  21)}),
                  BrokenConnection);
     // Agents of other versions are named, not understood.
     AgentHello other;

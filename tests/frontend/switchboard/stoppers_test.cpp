@@ -107,6 +107,39 @@ TEST_F(StoppersTest, WhatWaitsForATaskKeptAtMpiAbortIsInterrupted) {
     }
 }
 
+TEST_F(StoppersTest, AKeptTaskIsLetGoOnlyByWhatLeavesItsPlace) {
+    board.runsUnattended();
+    const std::pair<const char*, bool> cases[] = {
+        {"call f()", false}, {"source a.gdb", false}, {"print 1", false},
+        {"cont", true},      {"detach", true},
+    };
+    for (const auto& [line, leaves] : cases) {
+        for (const bool byScript : {false, true}) {
+            const auto begin = [&](const std::string& where, const std::string& what) {
+                if (!byScript) return types(1, where, what);
+                send(1, SCRIPTCLIENT, where, "script ./it");
+                board.userProgramOutput(std::stoi(where), "vex_cmd " + what + "\n", now);
+                board.userProgramEnded(std::stoi(where), "", now);
+                return happened();
+            };
+            begin("1", "continue");
+            answers({1}, "The task calls MPI_Abort and is kept from ending: where\n");
+            filtered();
+            EXPECT_EQ(begin("1", line), std::string("type 1 ") + line);
+            // It waits for nobody.
+            EXPECT_EQ(pass(4s).find("SIGINT"), std::string::npos);
+            prompts({1});
+            filtered();
+            begin("0", "continue");
+            const std::string told = pass(4s);
+            EXPECT_EQ(told.find("1 is kept at MPI_Abort / SIGINT 0") == std::string::npos, leaves)
+                << line << (byScript ? " of a script: " : ": ") << told;
+            prompts({0});
+            filtered();
+        }
+    }
+}
+
 // But what a task that has crashed leaves at work may have work to do.
 TEST_F(StoppersTest, AScriptSaysForWhomItWaitsBehindACrash) {
     const std::string wait = "the script waits for these, and 1 crashed with SIGSEGV:";
