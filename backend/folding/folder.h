@@ -77,6 +77,10 @@ class Folder {
     Lines aside(const ClientSet& clients, std::string text);
 
     bool empty() const { return histories.empty() && rows.empty(); }
+    /// When the oldest of what is held came; nothing when nothing is held.
+    std::optional<Clock::time_point> since() const {
+        return empty() ? std::nullopt : std::optional(began);
+    }
     /// Whether so much is held that it must leave.
     bool full() const;
     /// The highest number that has left; -1: none.

@@ -160,7 +160,7 @@ void NodeReport::sendLines(int work, Sheet& sheet, Folder::Lines lines, Clock::t
     const auto age = now - sheet.since.value_or(now);
     outlet.send(
         NodeRecords::lines(work, std::chrono::duration_cast<std::chrono::milliseconds>(age), rows));
-    if (sheet.lines.empty()) sheet.since.reset();
+    sheet.since = sheet.lines.since();
 }
 
 void NodeReport::send(int work, Sheet& sheet, Clock::time_point now) {

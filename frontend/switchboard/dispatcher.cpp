@@ -312,9 +312,10 @@ void Dispatcher::hear(int work, const ClientSet& clients, const std::vector<std:
         gather(*request, whose);
 }
 
-// A node waits for a moment before it sends; the window counts from the end of that.
+// Where several have said it, others there may do so now, and the node holds that for as long
+// again.
 void Dispatcher::gathered(int work, Clock::time_point now) {
-    if (Request* const request = requests.find(work)) request->gathered.merged(now);
+    if (Request* const request = requests.find(work)) request->gathered.merged(now + Wait::window);
 }
 
 // The beginning of a line has waited long enough. What goes on with it stands directly behind it.
