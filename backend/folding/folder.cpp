@@ -16,9 +16,9 @@ constexpr std::size_t maxNodes = 2 * maxText / sizeof(Histories::Node);
 // What all have passed is looked for when this share of what is held is new, since all of it is
 // looked at.
 constexpr std::size_t freshShare = 4;
-// Where no more than this is held, a line that has waited long enough leaves alone, though others
-// that came later still wait; else all leave together, since each time all of it is looked at.
-constexpr std::size_t fewNodes = 4096;
+// Where looking at what is held takes no more steps than this, a line that has waited long enough
+// leaves alone, though others that came later still wait; else all leave together.
+constexpr std::size_t fewSteps = 1 << 18;
 
 constexpr int everything = std::numeric_limits<int>::max();
 
@@ -272,10 +272,10 @@ Folder::Lines Folder::takeDue(Clock::time_point now) {
         });
     if (!rows.empty()) return take();
     const bool merging = std::max(began, lastMerged) + Wait::window > now;
-    const Clock::duration least = merging && histories.nodes().size() <= fewNodes
-                                      ? patience - Wait::window / 2
-                                      : Wait::window / 2;
-    return takeUpTo([&](const Alignment& alignment, const Runs&) {
+    return takeUpTo([&](const Alignment& alignment, const Runs& runs) {
+        const bool few = runs.size() * histories.nodes().size() <= fewSteps;
+        const Clock::duration least =
+            merging && few ? patience - Wait::window / 2 : Wait::window / 2;
         // Lines stay together: below one that must leave, none stays.
         int last = -1;
         bool all = true;
