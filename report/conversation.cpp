@@ -96,7 +96,9 @@ int Conversation::begin(pid_t starter) {
         const int heard = found > 0 ? takeSignal() : 0;
         if (number == 0) number = heard;
         if (number != 0 && (starter == -1 || found == 0))
-            throw Error("The debuggers had not all started when %s came, and no report is written.",
+            throw Error("The %s when %s came, and no report is written.",
+                        starter == -1 ? "session had not answered"
+                                      : "debuggers had not all started",
                         ("SIG" + std::string(::sigabbrev_np(number))).c_str());
         if (number != 0 && !until) {
             until = Clock::now() + serving;

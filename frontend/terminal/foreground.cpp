@@ -170,7 +170,7 @@ void Foreground::onConsoleEnded() {
     const bool hungUp = signalled == SIGHUP ||
                         (WIFSIGNALED(console.status()) && WTERMSIG(console.status()) == SIGHUP);
     if (!start.reporter.empty() && WIFSIGNALED(console.status()))
-        say("what writes the report was ended by a signal, and has written none");
+        say("what writes the report was ended by a signal, and may have written none");
     midLine = !connected || WIFSIGNALED(console.status());
     line.say(hungUp ? "hung up" : "left");
     // The keys are the user's again: only an answer is left to wait for.
