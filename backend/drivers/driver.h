@@ -133,6 +133,8 @@ class Driver {
     /// Whether a task goes on by this command line from where it stands, instead of running for a
     /// call of one of its functions only.
     virtual bool leavesPlace(std::string_view line) const { return letsRun(line); }
+    /// Whether a debugger says by this line that its task has ended or begins anew.
+    virtual bool endsTask(std::string_view) const { return false; }
     /// Why this command line is of no use for core files, which have no process, as a sentence;
     /// empty: it is, or the debuggers have processes.
     virtual std::string refusal(std::string_view) const { return ""; }

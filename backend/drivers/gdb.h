@@ -38,6 +38,10 @@ class Gdb : public Driver {
     std::string hintFor(std::string_view line) const override;
     bool letsRun(std::string_view line) const override { return GdbCommands::letRun(line); }
     bool leavesPlace(std::string_view line) const override { return GdbCommands::leavePlace(line); }
+    bool endsTask(std::string_view line) const override {
+        return line.starts_with("[Inferior ") || line.starts_with("Starting program: ") ||
+               line.starts_with("Program terminated with signal ");
+    }
     std::string refusal(std::string_view line) const override {
         return subject == Subject::CORE ? CoreRules::gdbRefuses(line) : "";
     }

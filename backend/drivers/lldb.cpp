@@ -69,6 +69,17 @@ bool Lldb::letsRun(std::string_view line) const {
     return names(line.substr(0, line.find_first_of(" \t")), parts);
 }
 
+bool Lldb::leavesPlace(std::string_view line) const {
+    static constexpr CommandName calls[] = {{"call", 3}, {"expression", 4}};
+    static constexpr CommandName ends[] = {{"kill", 1}, {"detach", 3}};
+    const std::string_view word = line.substr(0, line.find_first_of(" \t"));
+    if (names(word, calls)) return false;
+    if (word != "process") return names(word, ends) || letsRun(line);
+    std::string_view part = line.substr(word.size());
+    part.remove_prefix(std::min(part.size(), part.find_first_not_of(" \t")));
+    return names(part.substr(0, part.find_first_of(" \t")), ends) || letsRun(line);
+}
+
 bool Lldb::keepsBars(std::string_view line) const {
     const std::string_view word = line.substr(0, line.find_first_of(" \t"));
     return word == "shell" || word == "platform" || word == "script" || word == "regexp-tbreak";

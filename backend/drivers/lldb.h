@@ -21,6 +21,7 @@ class Lldb : public Driver {
     bool reportsError(std::string_view line) const override { return line.starts_with("error: "); }
     bool isGreeting(std::string_view line) const override;
     bool letsRun(std::string_view line) const override;
+    bool leavesPlace(std::string_view line) const override;
     std::string refusal(std::string_view line) const override {
         return subject == Subject::CORE ? CoreRules::lldbRefuses(line) : "";
     }

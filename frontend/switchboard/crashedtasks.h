@@ -41,5 +41,6 @@ class CrashedTasks {
     std::optional<Clock::time_point> due;
     std::set<int> told; // the numbers of requests
 
+    void leave(const ClientSet& clients);
     void tell(int console, const ClientSet& crashed, const ClientSet& running);
 };

@@ -7,12 +7,14 @@
 
 void KeptTasks::typed(const ClientSet& clients, const std::string& line, Clock::time_point now) {
     if (standing.empty()) return;
-    if (driver.leavesPlace(line)) {
-        for (auto& [at, whose] : standing)
-            whose.erase(clients);
-        std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
-    }
-    if (!standing.empty() && driver.letsRun(line)) due = now + Wait::abort;
+    if (driver.leavesPlace(line)) leave(clients);
+    if (!due && !standing.empty() && driver.letsRun(line)) due = now + Wait::abort;
+}
+
+void KeptTasks::leave(const ClientSet& clients) {
+    for (auto& [at, whose] : standing)
+        whose.erase(clients);
+    std::erase_if(standing, [](const auto& each) { return each.second.empty(); });
 }
 
 // For a kept task: it runs while that is carried out. A kept one runs for a call at most, which
@@ -29,6 +31,7 @@ void KeptTasks::said(const ClientSet& clients, const std::vector<std::string>& l
                      Clock::time_point now) {
     if (!begun) return;
     for (const std::string& line : lines) {
+        if (!standing.empty() && driver.endsTask(line)) leave(clients);
         const std::string_view at = driver.keptAt(line);
         if (at.empty()) continue;
         kept[at].insert(clients);

@@ -41,5 +41,6 @@ class KeptTasks {
     std::map<std::string_view, ClientSet> kept, standing; // standing: none of these has gone on
     std::optional<Clock::time_point> due;
 
+    void leave(const ClientSet& clients);
     bool mayWait(int client) const;
 };

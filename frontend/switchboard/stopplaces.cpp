@@ -54,6 +54,7 @@ void StopPlaces::typed(const ClientSet& clients, const std::string& line) {
 
 void StopPlaces::said(const ClientSet& clients, const std::vector<std::string>& lines) {
     for (const std::string& line : lines) {
+        if (driver.endsTask(line)) kept.erase(clients);
         if (!driver.keptAt(line).empty()) kept.insert(clients);
         const Driver::StackLine stop = driver.parseStop(line);
         const bool isStop = stop.kind == Driver::StackLine::CALL && !stop.place.empty();
