@@ -67,8 +67,8 @@ class Folder {
     void add(int client, std::string_view text, Clock::time_point now, Cut cut = WHOLE);
     void add(const ClientSet& clients, std::string_view text, Clock::time_point now,
              Cut cut = WHOLE);
-    /// The last of the clients of a set said so only now, whatever the set's time.
-    void merged(Clock::time_point now) { lastMerged = std::max(lastMerged, now); }
+    /// A line that others merge with counts as said at that time at least, whatever was told of it.
+    void merged(Clock::time_point then) { lastMerged = std::max(lastMerged, then); }
     /// A line about clients that none of them has said, behind all that was gathered, under a
     /// number of its own; or under the number of the row before it, whose text must be another.
     void addRow(const ClientSet& clients, std::string text, Clock::time_point now,
