@@ -137,7 +137,7 @@ int main(int argc, char** argv) {
     seed("agent", NodeRecords::start({start, {{0, 0}, {3, 7}}}).frames());
     const ClientSet odd{1, 3, 5};
     StackTree tree;
-    tree.add(1, {"poll", "main"});
+    tree.add(1, {{"poll", true}, {"main", false}});
     seed("agent", NodeRecords::begin(odd, {7}).frames() + NodeRecords::type(odd, "where").frames());
     seed("agent",
          NodeRecords::lines(7, {}, {{odd, {"$1 = 1"}}, {{1}, {"> ", false, false}}}).frames() +
