@@ -51,14 +51,14 @@ void Sampling::goOn(const Work& work, Hands& hands, Clock::time_point now) {
     deadline.reset();
     // Of an interrupted look not much is known.
     if (step == LOOKING && !(cancelled && found.samples > 0)) compare();
-    if (members.empty() || (cancelled && found.samples > 0))
+    const bool looked = step == LOOKING;
+    const bool enough = looked && (found.samples >= options.samples || runners.empty());
+    if (members.empty() || (cancelled && found.samples > 0) || enough)
         step = OVER;
-    else if (step != LOOKING)
-        look(work, hands, now);
-    else if (found.samples < options.samples && !runners.empty())
+    else if (looked)
         run(work, hands, now);
     else
-        step = OVER;
+        look(work, hands, now);
 }
 
 void Sampling::look(const Work& work, Hands& hands, Clock::time_point now) {
