@@ -20,6 +20,7 @@ struct Owner : ControlServer::Owner {
     }
     void onFirstGone() override { loop.stop(); }
     void onGiveUp() override { ++ends; }
+    void onServe() override { ++ends; }
     void onGoOn() override {}
     void onEnd(int exitStatus) override { ends += exitStatus != 0; }
     std::string facts() const override { return "1 1 0 halo"; }
