@@ -183,7 +183,7 @@ int main(int argc, char** argv) {
         seed("files", kind++ + text);
     seed("files", "\6'quoted");
     seed("cores", coreFile());
-    seed("control", "attend\nfacts\nleft\nhung up\ngive up\nend 3\nattend\n");
+    seed("control", "attend\nfacts\nleft\nhung up\ngive up\nserve\nend 3\nattend\n");
     seed("pattern", "'hello|world' | match x\nHello x\nworld\n");
     seed("editor", "whe\x05re\x01\x06\x0b\n\x10\x12re\x12\x15pri\t\t\x08\xe1x\n");
     return 0;

@@ -15,7 +15,7 @@ std::map<Node*, ClientSet> ClientNodes::split(const ClientSet& clients) const {
     ClientSet* theirs = nullptr;
     for (const int id : clients) {
         Node* const node = nodes[static_cast<std::size_t>(id)];
-        if (node != last) theirs = &parts[last = node];
+        if (!theirs || node != last) theirs = &parts[last = node];
         theirs->insert(id);
     }
     return parts;
